@@ -1,0 +1,177 @@
+#include "app/Demo.h"
+#include "app/Display.h"
+#include "app/SignalWatcher.h"
+#include "core/Application.h"
+#include "core/Clock.h"
+#include "core/Log.h"
+#include "core/MainWindow.h"
+#include "core/MessageBoxPrompt.h"
+#include "core/ProgramFolder.h"
+#include "core/Settings.h"
+#include "core/UserPrompt.h"
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QDir>
+#include <QLoggingCategory>
+
+#include <cstdio>
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+Q_LOGGING_CATEGORY(lcMain, "kestrava.main")
+
+struct Options {
+    QString home;
+    bool demo = false;
+    QString demoDir;
+    bool headless = false;
+    bool verbose = false;
+};
+
+const char* const Usage =
+    "Usage: kestrava [OPTION]...\n"
+    "A learning infrared remote control with its own web server.\n"
+    "\n"
+    "  --home DIR      keep everything in DIR (default $KESTRAVA_HOME, else\n"
+    "                  ~/.local/share/kestrava)\n"
+    "  --demo [DIR]    run on a demo folder with the simulated transceiver\n"
+    "                  (default ./kestrava-demo), prepared when new\n"
+    "  --headless      run without windows (also when no display can be opened)\n"
+    "  --verbose       log more\n"
+    "  --help          show this help and exit\n"
+    "  --version       show the version and exit\n";
+
+// Returns the exit status when the program should end without running.
+std::optional<int> parseOptions(int argc, char** argv, Options& o) {
+    QStringList args;
+    for (int i = 0; i < argc; ++i)
+        args << QString::fromLocal8Bit(argv[i]);
+    // --demo takes an optional folder, which QCommandLineParser cannot express.
+    for (qsizetype i = 1; i < args.size(); ++i) {
+        if (args[i] == u"--demo" || args[i] == u"-demo") {
+            o.demo = true;
+            if (i + 1 < args.size() && !args[i + 1].startsWith(u'-'))
+                o.demoDir = args.takeAt(i + 1);
+            args.removeAt(i--);
+        } else if (args[i].startsWith(u"--demo=")) {
+            o.demo = true;
+            o.demoDir = args.takeAt(i--).mid(7);
+        }
+    }
+    QCommandLineParser parser;
+    QCommandLineOption home(u"home"_s, {}, u"DIR"_s);
+    QCommandLineOption headless(u"headless"_s);
+    QCommandLineOption verbose(u"verbose"_s);
+    QCommandLineOption help(u"help"_s);
+    QCommandLineOption version(u"version"_s);
+    parser.addOptions({home, headless, verbose, help, version});
+    if (!parser.parse(args)) {
+        std::fprintf(stderr, "kestrava: %s\nTry 'kestrava --help' for more information.\n",
+                     qPrintable(parser.errorText()));
+        return 2;
+    }
+    if (!parser.positionalArguments().isEmpty()) {
+        std::fprintf(stderr,
+                     "kestrava: unexpected argument '%s'\n"
+                     "Try 'kestrava --help' for more information.\n",
+                     qPrintable(parser.positionalArguments().first()));
+        return 2;
+    }
+    if (parser.isSet(help)) {
+        std::fputs(Usage, stdout);
+        return 0;
+    }
+    if (parser.isSet(version)) {
+        std::printf("kestrava %s\n", KESTRAVA_VERSION);
+        return 0;
+    }
+    if (o.demo && parser.isSet(home)) {
+        std::fputs("kestrava: --demo and --home cannot be used together\n", stderr);
+        return 2;
+    }
+    o.home = parser.value(home);
+    o.headless = parser.isSet(headless);
+    o.verbose = parser.isSet(verbose);
+    return std::nullopt;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    if (auto status = parseOptions(argc, argv, options))
+        return *status;
+    InstallLogHandler(options.verbose);
+
+    QString root = options.demo ? QDir::cleanPath(QDir(options.demoDir.isEmpty()
+                                                           ? QString::fromLatin1(DefaultDemoFolder)
+                                                           : options.demoDir)
+                                                      .absolutePath())
+                                : ProgramFolder::Resolve(options.home);
+    ProgramFolder folder(root);
+    QString error;
+    if (!folder.Create(&error)) {
+        qCritical().noquote() << error;
+        return 1;
+    }
+    InstanceLock lock;
+    switch (lock.Acquire(folder, &error)) {
+    case InstanceLock::Result::HeldElsewhere:
+        return 0; // another instance serves this folder
+    case InstanceLock::Result::Failed:
+        qCritical().noquote() << error;
+        return 1;
+    case InstanceLock::Result::Acquired:
+        break;
+    }
+
+    SettingsStore settings(folder.settingsPath());
+    if (options.demo && PrepareDemoFolder(folder, settings))
+        qCInfo(lcMain).noquote() << "prepared demo folder" << folder.root();
+
+    const bool headless = options.headless || !DisplayAvailable();
+    std::unique_ptr<QCoreApplication> qapp;
+    if (headless)
+        qapp = std::make_unique<QCoreApplication>(argc, argv);
+    else
+        qapp = std::make_unique<QApplication>(argc, argv);
+    QCoreApplication::setApplicationName(u"kestrava"_s);
+    QCoreApplication::setApplicationVersion(QString::fromLatin1(KESTRAVA_VERSION));
+
+    SystemClock clock;
+    std::unique_ptr<UserPrompt> prompt;
+    if (headless)
+        prompt = std::make_unique<HeadlessPrompt>();
+    else
+        prompt = std::make_unique<MessageBoxPrompt>();
+
+    Application app(folder, settings, clock, *prompt);
+    QObject::connect(&app, &Application::closed, qapp.get(), &QCoreApplication::quit,
+                     Qt::QueuedConnection);
+
+    SignalWatcher watcher;
+    QObject::connect(&watcher, &SignalWatcher::terminationRequested, &app, [&app](int number) {
+        qCInfo(lcMain) << "signal" << number;
+        app.Close();
+    });
+
+    std::unique_ptr<MainWindow> window;
+    if (!headless) {
+        window = std::make_unique<MainWindow>(app);
+        if (settings.ReadIni(u"Pos", u"Hide") != u"1")
+            window->show();
+    } else {
+        qCInfo(lcMain) << "running headless";
+    }
+
+    app.Start();
+    if (app.isClosing())
+        return 0;
+    int status = qapp->exec();
+    qCInfo(lcMain) << "closed";
+    return status;
+}

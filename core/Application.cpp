@@ -1,0 +1,85 @@
+#include "core/Application.h"
+
+#include "core/Clock.h"
+#include "core/ProgramFolder.h"
+#include "core/Settings.h"
+#include "core/UserPrompt.h"
+
+#include <QEventLoop>
+#include <QLoggingCategory>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+Q_LOGGING_CATEGORY(lcApp, "kestrava.app")
+
+void setUp(QTimer& timer, int intervalMs, bool singleShot) {
+    timer.setInterval(intervalMs);
+    timer.setSingleShot(singleShot);
+}
+} // namespace
+
+const QString Application::FirstRunText =
+    u"Kestrava（ケストラバ）をインストールしていただきましてありがとうございます。\r\n"
+    u"\r\n"
+    u"初めて起動されましたので、次の画面で初期設定を行ってください。\r\n"
+    u"不明な点につきましては、ヘルプ文書の各項をご参照ください。"_s;
+
+Application::Application(const ProgramFolder& folder_, SettingsStore& settings_,
+                         const Clock& clock_, UserPrompt& prompt_, QObject* parent)
+    : QObject(parent), folder(folder_), settings(settings_), clock(clock_), prompt(prompt_) {
+    setUp(timAddrCheckL, 30000, true);
+    setUp(timAddrCheck, 10000, false);
+    setUp(timUPnPDelay, 10000, false);
+    setUp(timUPnPReWrite, 30000, false);
+    setUp(timReserve, 1000, false);
+    setUp(timTimePast, 1000, true);
+    setUp(timHibern, 10000, true);
+    setUp(timObjMove, 5000, true);
+    setUp(timComboVisible, 10000, true);
+    setUp(timHideRetry, 5000, false);
+}
+
+void Application::Start() {
+    folder.CreateDataFolders();
+    int pictures = folder.WritePictures();
+    if (pictures > 0)
+        qCDebug(lcApp) << "wrote" << pictures << "pictures";
+
+    if (settings.ReadIni(u"WebServer", u"Port").isEmpty()) {
+        // First run: greet, then let setup run with events going until it closes.
+        prompt.Information(FirstRunText);
+        emit setupRequested();
+        if (state.SetupOpen) {
+            QEventLoop loop;
+            connect(this, &Application::setupClosed, &loop, &QEventLoop::quit);
+            connect(this, &Application::closed, &loop, &QEventLoop::quit);
+            loop.exec();
+        }
+    }
+
+    timReserve.start();
+
+    if (settings.ReadIni(u"Options", u"Internet") == u"1") {
+        timAddrCheck.start();
+        timUPnPDelay.start();
+    } else {
+        timAddrCheckL.start();
+        state.GlobalAddr.clear();
+    }
+    qCInfo(lcApp).noquote() << "started on" << folder.root();
+}
+
+void Application::Close() {
+    if (closing_)
+        return;
+    closing_ = true;
+    qCInfo(lcApp) << "closing";
+    for (QTimer* t : {&timAddrCheckL, &timAddrCheck, &timUPnPDelay, &timUPnPReWrite, &timReserve,
+                      &timTimePast, &timHibern, &timObjMove, &timComboVisible, &timHideRetry})
+        t->stop();
+    emit unloadRemoteWindows();
+    state.AppClosing = true;
+    emit unloadWindows();
+    emit closed();
+}

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <QTimer>
+
+class Clock;
+class ProgramFolder;
+class SettingsStore;
+class UserPrompt;
+
+// State that all windows and modules share. Created empty; lives for the whole
+// process.
+struct AppState {
+    bool WebAuthOn = false;
+    QString WebUser;
+    QString WebPass;
+    bool WebServerUp = false; // never goes back to false
+    bool SetupOpen = false;
+    bool AppClosing = false;
+    QString GlobalAddr;
+    qint16 AddrCheckTicks = 0;
+    bool HibernCancel = false;
+    bool RemoteLive = false;
+    bool StudyClicked = false;
+    qint16 StudyButton = 0;
+    bool ReserveEditMode = false;
+    QString ReserveEditFile;
+};
+
+// The program's non-visual centre: start order, close order, shared state and
+// the background timers. The main window only shows it.
+class Application : public QObject {
+    Q_OBJECT
+public:
+    Application(const ProgramFolder& folder, SettingsStore& settings, const Clock& clock,
+                UserPrompt& prompt, QObject* parent = nullptr);
+
+    // The start order, after the instance check. Returns when the program is
+    // ready to run its event loop.
+    void Start();
+    // The close order. Safe to call more than once; emits closed() at the end.
+    void Close();
+    bool isClosing() const { return closing_; }
+
+    const ProgramFolder& folder;
+    SettingsStore& settings;
+    const Clock& clock;
+    UserPrompt& prompt;
+    AppState state;
+
+    // Background timers, off until started. Those that end by themselves are
+    // single-shot.
+    QTimer timAddrCheckL;   // 30 s, one shot: refresh the local URL
+    QTimer timAddrCheck;    // 10 s: global address check
+    QTimer timUPnPDelay;    // 10 s: port mapping attempt
+    QTimer timUPnPReWrite;  // 30 s: port mapping keep-alive
+    QTimer timReserve;      // 1 s: reservation scan
+    QTimer timTimePast;     // pause after a sent signal
+    QTimer timHibern;       // 10 s, one shot: power-off after the hibernate page
+    QTimer timObjMove;      // 5 s, one shot: ends the redirect window
+    QTimer timComboVisible; // 10 s, one shot: hides the device list
+    QTimer timHideRetry;    // 5 s while in the tray; does nothing
+
+    static const QString FirstRunText;
+
+signals:
+    // First run: the setup window should open; it sets SetupOpen while open and
+    // emits setupClosed() on the application when it closes.
+    void setupRequested();
+    void setupClosed();
+    // Close order, in this sequence.
+    void unloadRemoteWindows();
+    void unloadWindows(); // after AppClosing is set: preview, setup, main window
+    void closed();
+
+private:
+    bool closing_ = false;
+};

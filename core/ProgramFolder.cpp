@@ -1,0 +1,121 @@
+#include "core/ProgramFolder.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QLoggingCategory>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+Q_LOGGING_CATEGORY(lcFolder, "kestrava.folder")
+
+QString errnoText(int err) {
+    return QString::fromLocal8Bit(std::strerror(err));
+}
+} // namespace
+
+ProgramFolder::ProgramFolder(QString root) : root_(std::move(root)) {}
+
+QString ProgramFolder::Resolve(const QString& homeOption) {
+    QString dir = homeOption;
+    if (dir.isEmpty())
+        dir = qEnvironmentVariable("KESTRAVA_HOME");
+    if (dir.isEmpty()) {
+        QString data = qEnvironmentVariable("XDG_DATA_HOME");
+        if (data.isEmpty() || !QDir::isAbsolutePath(data))
+            data = QDir::homePath() + u"/.local/share"_s;
+        dir = data + u"/kestrava"_s;
+    }
+    return QDir::cleanPath(QDir(dir).absolutePath());
+}
+
+QString ProgramFolder::path(QStringView relative) const {
+    return relative.isEmpty() ? root_ : root_ + u'/' + relative.toString();
+}
+
+bool ProgramFolder::Create(QString* error) const {
+    if (QDir().mkpath(root_) && QFileInfo(root_).isDir())
+        return true;
+    if (error)
+        *error = u"cannot create program folder "_s + root_;
+    return false;
+}
+
+void ProgramFolder::CreateDataFolders() const {
+    for (auto name : {u"IRSignals"_s, u"reserve"_s})
+        if (!QDir().mkpath(path(name)))
+            qCWarning(lcFolder).noquote() << "cannot create" << path(name);
+}
+
+int ProgramFolder::WritePictures() const {
+    int written = 0;
+    QDir().mkpath(path(u"pic"));
+    QDirIterator it(u":/pic"_s, QDir::Files);
+    while (it.hasNext()) {
+        it.next();
+        QString target = path(u"pic/"_s + it.fileName());
+        if (QFileInfo::exists(target))
+            continue;
+        if (QFile::copy(it.filePath(), target)) {
+            // Resources copy read-only; the owner may replace the pictures.
+            QFile::setPermissions(target, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup |
+                                              QFile::ReadOther);
+            ++written;
+        } else {
+            qCWarning(lcFolder).noquote() << "cannot write" << target;
+        }
+    }
+    return written;
+}
+
+InstanceLock::~InstanceLock() {
+    Release();
+}
+
+InstanceLock::Result InstanceLock::Acquire(const ProgramFolder& folder, QString* error) {
+    Release();
+    const QByteArray name = QFile::encodeName(folder.path(u"kestrava.lock"));
+    int fd = ::open(name.constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        if (error)
+            *error =
+                u"cannot write in program folder "_s + folder.root() + u": "_s + errnoText(errno);
+        return Result::Failed;
+    }
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        int err = errno;
+        ::close(fd);
+        if (err == EWOULDBLOCK)
+            return Result::HeldElsewhere;
+        if (error)
+            *error = u"cannot lock "_s + QFile::decodeName(name) + u": "_s + errnoText(err);
+        return Result::Failed;
+    }
+    // The pid inside is for people; the lock itself is what counts.
+    QByteArray pid = QByteArray::number(getpid()) + '\n';
+    if (ftruncate(fd, 0) != 0 || ::write(fd, pid.constData(), size_t(pid.size())) < 0) {
+        int err = errno;
+        ::close(fd);
+        if (error)
+            *error =
+                u"cannot write in program folder "_s + folder.root() + u": "_s + errnoText(err);
+        return Result::Failed;
+    }
+    fd_ = fd;
+    return Result::Acquired;
+}
+
+void InstanceLock::Release() {
+    if (fd_ >= 0) {
+        ::close(fd_);
+        fd_ = -1;
+    }
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QString>
+
+// Message boxes. The desktop shows real boxes, a headless run logs the text and
+// answers No, tests script the answers. Texts are the program's own Japanese.
+class UserPrompt {
+public:
+    enum class Answer { Yes, No };
+
+    virtual ~UserPrompt() = default;
+
+    // Blocking boxes: for a person at the desktop.
+    virtual void Information(const QString& text) = 0;
+    virtual void Warning(const QString& text) = 0;
+    virtual Answer Question(const QString& text) = 0;
+
+    // Non-blocking notice: for what a web request, a reservation or a timer
+    // caused. Nothing waits for it, so the server and the scan go on.
+    virtual void Notify(const QString& text) = 0;
+};
+
+class HeadlessPrompt final : public UserPrompt {
+public:
+    void Information(const QString& text) override;
+    void Warning(const QString& text) override;
+    Answer Question(const QString& text) override;
+    void Notify(const QString& text) override;
+};

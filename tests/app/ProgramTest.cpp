@@ -1,0 +1,181 @@
+#include "core/Settings.h"
+#include "core/Wait.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// The real program, started headless on a folder of the test's own.
+class Program {
+public:
+    explicit Program(QStringList args,
+                     QProcessEnvironment env = QProcessEnvironment::systemEnvironment()) {
+        env.remove(u"DISPLAY"_s);
+        env.remove(u"WAYLAND_DISPLAY"_s);
+        env.remove(u"QT_QPA_PLATFORM"_s);
+        process.setProcessEnvironment(env);
+        process.start(QStringLiteral(KESTRAVA_BINARY), args);
+        process.waitForStarted(5000);
+    }
+    ~Program() {
+        if (process.state() != QProcess::NotRunning) {
+            process.kill();
+            process.waitForFinished(5000);
+        }
+    }
+
+    // Waits, with events running, until stderr holds text.
+    bool waitForLog(const QString& text, int timeoutMs = 10000) {
+        QElapsedTimer timer;
+        timer.start();
+        while (!log().contains(text)) {
+            if (process.state() == QProcess::NotRunning || timer.elapsed() > timeoutMs)
+                return false;
+            WaitForSignal(&process, &QProcess::readyReadStandardError,
+                          int(timeoutMs - timer.elapsed()));
+        }
+        return true;
+    }
+    QString log() {
+        err += process.readAllStandardError();
+        return QString::fromUtf8(err);
+    }
+    bool finish(int timeoutMs = 10000) { return process.waitForFinished(timeoutMs); }
+
+    QProcess process;
+    QByteArray err;
+};
+
+QStringList home(const QString& dir) {
+    return {u"--headless"_s, u"--home"_s, dir};
+}
+
+} // namespace
+
+TEST(Program, RunsHeadlessOnItsFolderAndClosesOnSigterm) {
+    QTemporaryDir tmp;
+    const QString dir = tmp.path() + u"/home"_s;
+    Program p(home(dir));
+    ASSERT_TRUE(p.waitForLog(u"started on "_s + dir)) << p.log().toStdString();
+
+    for (auto sub : {u"IRSignals"_s, u"reserve"_s, u"pic"_s})
+        EXPECT_TRUE(QFileInfo(dir + u'/' + sub).isDir()) << sub.toStdString();
+    EXPECT_TRUE(QFileInfo(dir + u"/pic/panelB.jpg"_s).isFile());
+    EXPECT_TRUE(QFileInfo(dir + u"/kestrava.lock"_s).isFile());
+
+    QElapsedTimer timer;
+    timer.start();
+    ::kill(pid_t(p.process.processId()), SIGTERM);
+    ASSERT_TRUE(p.finish(5000));
+    EXPECT_LT(timer.elapsed(), 1000);
+    EXPECT_EQ(p.process.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(p.process.exitCode(), 0);
+    EXPECT_TRUE(p.log().contains(u"closing"_s));
+}
+
+TEST(Program, SecondInstanceOnTheSameFolderEndsAtOnceAndSilently) {
+    QTemporaryDir tmp;
+    const QString dir = tmp.path() + u"/home"_s;
+    Program first(home(dir));
+    ASSERT_TRUE(first.waitForLog(u"started on"_s));
+
+    QElapsedTimer timer;
+    timer.start();
+    Program second(home(dir));
+    ASSERT_TRUE(second.finish(5000));
+    EXPECT_LT(timer.elapsed(), 2000);
+    EXPECT_EQ(second.process.exitCode(), 0);
+    EXPECT_TRUE(second.log().isEmpty()) << second.log().toStdString();
+
+    // Another folder runs side by side.
+    Program other(home(tmp.path() + u"/other"_s));
+    EXPECT_TRUE(other.waitForLog(u"started on"_s));
+    EXPECT_EQ(first.process.state(), QProcess::Running);
+
+    ::kill(pid_t(first.process.processId()), SIGINT);
+    ASSERT_TRUE(first.finish());
+    EXPECT_EQ(first.process.exitCode(), 0);
+}
+
+TEST(Program, FolderComesFromTheEnvironmentWhenNotGiven) {
+    QTemporaryDir tmp;
+    auto env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"KESTRAVA_HOME"_s, tmp.path() + u"/fromenv"_s);
+    Program p({u"--headless"_s}, env);
+    EXPECT_TRUE(p.waitForLog(u"started on "_s + tmp.path() + u"/fromenv"_s))
+        << p.log().toStdString();
+
+    env.remove(u"KESTRAVA_HOME"_s);
+    env.insert(u"XDG_DATA_HOME"_s, tmp.path() + u"/xdg"_s);
+    Program q({u"--headless"_s}, env);
+    EXPECT_TRUE(q.waitForLog(u"started on "_s + tmp.path() + u"/xdg/kestrava"_s))
+        << q.log().toStdString();
+}
+
+TEST(Program, FolderThatCannotBeCreatedIsOneErrorLineAndStatus1) {
+    QTemporaryDir tmp;
+    QFile blocker(tmp.path() + u"/file"_s);
+    ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
+    blocker.close();
+    Program p(home(tmp.path() + u"/file/home"_s));
+    ASSERT_TRUE(p.finish());
+    EXPECT_EQ(p.process.exitCode(), 1);
+    QStringList lines = p.log().split(u'\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), 1) << p.log().toStdString();
+    EXPECT_TRUE(lines[0].startsWith(u"kestrava: error: cannot create program folder"_s));
+}
+
+TEST(Program, DemoFolderIsPreparedOnceWithTheSimulator) {
+    QTemporaryDir tmp;
+    const QString dir = tmp.path() + u"/demo"_s;
+    {
+        Program p({u"--headless"_s, u"--demo"_s, dir});
+        ASSERT_TRUE(p.waitForLog(u"started on "_s + dir)) << p.log().toStdString();
+        ::kill(pid_t(p.process.processId()), SIGTERM);
+        ASSERT_TRUE(p.finish());
+    }
+    SettingsStore settings(dir + u"/setting.ini"_s);
+    EXPECT_EQ(settings.ReadIni(u"Tira", u"Device"), u"sim"_s);
+    EXPECT_FALSE(settings.ReadIni(u"WebServer", u"Port").isEmpty());
+
+    // An existing demo folder keeps the owner's changes.
+    settings.WriteIni(u"Tira", u"Device", u"/dev/lirc0");
+    Program again({u"--headless"_s, u"--demo"_s, dir});
+    ASSERT_TRUE(again.waitForLog(u"started on"_s));
+    EXPECT_EQ(settings.ReadIni(u"Tira", u"Device"), u"/dev/lirc0"_s);
+}
+
+TEST(Program, VersionHelpAndBadOptions) {
+    Program version({u"--version"_s});
+    ASSERT_TRUE(version.finish());
+    EXPECT_EQ(version.process.exitCode(), 0);
+    EXPECT_TRUE(version.process.readAllStandardOutput().startsWith("kestrava "));
+
+    Program help({u"--help"_s});
+    ASSERT_TRUE(help.finish());
+    EXPECT_EQ(help.process.exitCode(), 0);
+    QByteArray usage = help.process.readAllStandardOutput();
+    EXPECT_TRUE(usage.startsWith("Usage: kestrava"));
+    EXPECT_TRUE(usage.contains("--demo"));
+
+    Program bad({u"--no-such-option"_s});
+    ASSERT_TRUE(bad.finish());
+    EXPECT_EQ(bad.process.exitCode(), 2);
+    EXPECT_TRUE(bad.log().contains(u"--help"_s));
+}
+
+TEST(Program, NoDisplayMeansHeadless) {
+    QTemporaryDir tmp;
+    auto env = QProcessEnvironment::systemEnvironment();
+    Program p({u"--home"_s, tmp.path()}, env); // no --headless, no display variables
+    EXPECT_TRUE(p.waitForLog(u"running headless"_s)) << p.log().toStdString();
+}

@@ -1,0 +1,192 @@
+#include "core/Settings.h"
+#include "core/ShiftJis.h"
+#include "support/TempFolder.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRandomGenerator>
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <utime.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Gives the file a modification time of its own, so a rewrite of the same size
+// within one clock tick still counts as a change.
+void touchBack(const QString& path, int secondsAgo) {
+    struct utimbuf t {};
+    t.actime = t.modtime = time(nullptr) - secondsAgo;
+    utime(QFile::encodeName(path).constData(), &t);
+}
+
+} // namespace
+
+TEST(Settings, MissingFileReadsEmptyAndIsNotCreated) {
+    TempFolder t;
+    EXPECT_EQ(t.settings.ReadIni(u"WebServer", u"Port"), u""_s);
+    EXPECT_FALSE(QFileInfo::exists(t.folder.settingsPath()));
+}
+
+TEST(Settings, FirstWriteCreatesPrivateCp932FileWithWindowsLines) {
+    TempFolder t;
+    t.settings.WriteIni(u"Remote-1", u"Device", u"テレビ");
+    t.settings.WriteIni(u"Remote-1", u"Design", u"4");
+    t.settings.WriteIni(u"WebServer", u"Port", u"8080");
+
+    EXPECT_EQ(t.readFile(u"setting.ini"),
+              ShiftJis::Encode(u"[Remote-1]\r\nDevice=テレビ\r\n"
+                               u"Design=4\r\n[WebServer]\r\nPort=8080\r\n"));
+    struct stat st {};
+    ASSERT_EQ(stat(QFile::encodeName(t.folder.settingsPath()).constData(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    // No temporary is left beside it.
+    EXPECT_EQ(QDir(t.root()).entryList(QDir::Files), QStringList{u"setting.ini"_s});
+}
+
+TEST(Settings, NamesMatchWithoutCaseAndEmptyEqualsMissing) {
+    TempFolder t;
+    t.writeFile(u"setting.ini", "[tira]\r\nTESTMODE=1\r\n[Options]\r\nInternet=\r\n");
+    EXPECT_EQ(t.settings.ReadIni(u"Tira", u"Testmode"), u"1"_s);
+    EXPECT_EQ(t.settings.ReadIni(u"TIRA", u"TestMode"), u"1"_s);
+    EXPECT_EQ(t.settings.ReadIni(u"Options", u"Internet"), u""_s);
+    EXPECT_EQ(t.settings.ReadIni(u"Options", u"Missing"), u""_s);
+    EXPECT_EQ(t.settings.ReadIni(u"Nowhere", u"Internet"), u""_s);
+
+    // Writing under another spelling replaces the one key, keeping its spelling.
+    t.settings.WriteIni(u"TIRA", u"Testmode", u"0");
+    EXPECT_EQ(t.readFile(u"setting.ini"), "[tira]\r\nTESTMODE=0\r\n[Options]\r\nInternet=\r\n");
+}
+
+TEST(Settings, ValuesReadAsAtMost1023BytesWithoutSplittingACharacter) {
+    TempFolder t;
+    QString ascii(2000, u'a');
+    t.settings.WriteIni(u"S", u"Long", ascii);
+    EXPECT_EQ(t.settings.ReadIni(u"S", u"Long"), ascii.left(1023));
+
+    // 1022 bytes, then a double-byte character that would end past byte 1023.
+    QString mixed = QString(1022, u'b') + u"テレビ"_s;
+    t.settings.WriteIni(u"S", u"Mixed", mixed);
+    EXPECT_EQ(t.settings.ReadIni(u"S", u"Mixed"), QString(1022, u'b'));
+
+    // The whole value stays in the file: nothing is lost by writing.
+    EXPECT_TRUE(t.readFile(u"setting.ini").contains(ShiftJis::Encode(mixed)));
+}
+
+TEST(Settings, ChangesByHandOrByAnotherInstanceAreSeenAtTheNextRead) {
+    TempFolder t;
+    t.settings.WriteIni(u"Remote-1", u"Device", u"AAAA");
+    EXPECT_EQ(t.settings.ReadIni(u"Remote-1", u"Device"), u"AAAA"_s);
+    touchBack(t.folder.settingsPath(), 10);
+
+    // Same size, edited in place.
+    t.writeFile(u"setting.ini", "[Remote-1]\r\nDevice=BBBB\r\n");
+    EXPECT_EQ(t.settings.ReadIni(u"Remote-1", u"Device"), u"BBBB"_s);
+
+    SettingsStore other(t.folder.settingsPath());
+    other.WriteIni(u"Remote-1", u"Device", u"CCCC");
+    EXPECT_EQ(t.settings.ReadIni(u"Remote-1", u"Device"), u"CCCC"_s);
+
+    // A write is based on the file as it is now, not on what was read before.
+    t.writeFile(u"setting.ini", "[Remote-2]\r\nDevice=X\r\n");
+    touchBack(t.folder.settingsPath(), 5);
+    t.settings.WriteIni(u"Remote-3", u"Device", u"Y");
+    EXPECT_EQ(other.ReadIni(u"Remote-2", u"Device"), u"X"_s);
+    EXPECT_EQ(other.ReadIni(u"Remote-3", u"Device"), u"Y"_s);
+
+    QFile::remove(t.folder.settingsPath());
+    EXPECT_EQ(t.settings.ReadIni(u"Remote-3", u"Device"), u""_s);
+}
+
+TEST(Settings, WritesKeepForeignLinesAndPlaceNewKeysInTheirSection) {
+    TempFolder t;
+    t.writeFile(u"setting.ini", "; by hand\n[A]\nx = 1\n\n[B]\ny=2\n");
+    t.settings.WriteIni(u"A", u"z", u"3");
+    t.settings.WriteIni(u"a", u"X", u"9");
+    t.settings.WriteIni(u"C", u"w", u"4");
+    EXPECT_EQ(t.readFile(u"setting.ini"), "; by hand\n[A]\nx=9\nz=3\n\n[B]\ny=2\n[C]\nw=4\n");
+    EXPECT_EQ(t.settings.ReadIni(u"A", u"x"), u"9"_s);
+}
+
+TEST(Settings, ALineBreakInAValueCannotAddAKey) {
+    TempFolder t;
+    t.settings.WriteIni(u"Remote-1", u"Device", u"TV\r\n[Options]\r\nWebAuth=0");
+    EXPECT_EQ(t.settings.ReadIni(u"Options", u"WebAuth"), u""_s);
+    EXPECT_EQ(t.settings.ReadIni(u"Remote-1", u"Device"), u"TV  [Options]  WebAuth=0"_s);
+}
+
+TEST(Settings, DeleteSectionRemovesItsKeysOnly) {
+    TempFolder t;
+    t.writeFile(u"setting.ini", "[Remote-1]\r\nDevice=A\r\nButton-0=p\r\n[Remote-2]\r\nDevice=B\r\n"
+                                "[remote-1]\r\nButton-5=q\r\n");
+    EXPECT_TRUE(t.settings.DeleteIniSection(u"REMOTE-1"));
+    EXPECT_EQ(t.readFile(u"setting.ini"), "[Remote-2]\r\nDevice=B\r\n");
+    EXPECT_EQ(t.settings.ReadIni(u"Remote-1", u"Device"), u""_s);
+    EXPECT_TRUE(t.settings.DeleteIniSection(u"Remote-9"));
+    EXPECT_EQ(t.settings.ReadIni(u"Remote-2", u"Device"), u"B"_s);
+}
+
+TEST(Settings, FirstSectionAndFirstKeyWin) {
+    TempFolder t;
+    t.writeFile(u"setting.ini", "[S]\r\nk=1\r\nk=2\r\n[S]\r\nk=3\r\nonly=4\r\n");
+    EXPECT_EQ(t.settings.ReadIni(u"S", u"k"), u"1"_s);
+    EXPECT_EQ(t.settings.ReadIni(u"S", u"only"), u""_s);
+}
+
+TEST(Settings, DamagedFilesReadByTheRules) {
+    TempFolder t;
+    // Lines without "=", a header without "]", keys before any section, a NUL,
+    // invalid CP932, an unterminated last line.
+    QByteArray damaged = "orphan=1\r\n[Good]\r\nnoequals\r\n[Broken\r\na=1\r\nnul=ab";
+    damaged += '\0';
+    damaged += "cd\r\nbad=\x81\x20\xFF\r\n[Next]\r\nlast=end";
+    t.writeFile(u"setting.ini", damaged);
+    EXPECT_EQ(t.settings.ReadIni(u"", u"orphan"), u""_s);
+    EXPECT_EQ(t.settings.ReadIni(u"Good", u"noequals"), u""_s);
+    EXPECT_EQ(t.settings.ReadIni(u"Good", u"a"), u"1"_s); // "[Broken" is a key line of Good
+    EXPECT_EQ(t.settings.ReadIni(u"Broken", u"a"), u""_s);
+    EXPECT_EQ(t.settings.ReadIni(u"Good", u"nul"), u"ab"_s);
+    EXPECT_FALSE(t.settings.ReadIni(u"Good", u"bad").isEmpty());
+    EXPECT_EQ(t.settings.ReadIni(u"Next", u"last"), u"end"_s);
+
+    // The damaged lines survive a write untouched.
+    t.settings.WriteIni(u"Next", u"added", u"1");
+    EXPECT_TRUE(t.readFile(u"setting.ini").contains(QByteArray("bad=\x81\x20\xFF\r\n")));
+    EXPECT_EQ(t.settings.ReadIni(u"Next", u"added"), u"1"_s);
+}
+
+TEST(Settings, BinaryGarbageAndHugeFilesDoNotBreakReads) {
+    TempFolder t;
+    QByteArray garbage(10 * 1024 * 1024, '\0');
+    auto* gen = QRandomGenerator::global();
+    for (char& c : garbage)
+        c = char(gen->bounded(256));
+    garbage += "\n[Tail]\nkey=value\n";
+    t.writeFile(u"setting.ini", garbage);
+    EXPECT_EQ(t.settings.ReadIni(u"Tail", u"key"), u"value"_s);
+    EXPECT_EQ(t.settings.ReadIni(u"Nothing", u"here"), u""_s);
+}
+
+TEST(Settings, AFailedWriteIsSilentAndCreatesNothing) {
+    TempFolder t;
+    SettingsStore lost(t.path(u"missing-folder/setting.ini"));
+    lost.WriteIni(u"S", u"k", u"v");
+    EXPECT_EQ(lost.ReadIni(u"S", u"k"), u""_s);
+    EXPECT_FALSE(QFileInfo::exists(t.path(u"missing-folder")));
+    EXPECT_TRUE(QDir(t.root()).entryList(QDir::Files).isEmpty());
+}
+
+TEST(Val, LeadingNumberElseZero) {
+    EXPECT_EQ(Val(u"8080"), 8080);
+    EXPECT_EQ(Val(u"  42abc"), 42);
+    EXPECT_EQ(Val(u"-120"), -120);
+    EXPECT_EQ(Val(u"+7"), 7);
+    EXPECT_EQ(Val(u"1234.5"), 1234);
+    EXPECT_EQ(Val(u"abc"), 0);
+    EXPECT_EQ(Val(u""), 0);
+    EXPECT_EQ(Val(u"-"), 0);
+    EXPECT_EQ(Val(u"99999999999999999999999"), 999999999999999999);
+}

@@ -1,0 +1,50 @@
+#include "core/ShiftJis.h"
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+TEST(ShiftJis, WindowsCharactersRoundTrip) {
+    struct Case {
+        QString text;
+        QByteArray bytes;
+    };
+    const Case cases[] = {
+        {u"～"_s, "\x81\x60"}, // full-width tilde, as Windows maps it
+        {u"①"_s, "\x87\x40"},  // NEC special row
+        {u"ｶﾅ"_s, "\xB6\xC5"}, // half-width katakana: one byte each
+        {u"テスト"_s, "\x83\x65\x83\x58\x83\x67"},
+        {u"髙"_s, "\xFB\xFC"}, // IBM extension
+        {u"abc 123"_s, "abc 123"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(ShiftJis::Encode(c.text), c.bytes) << c.text.toStdString();
+        EXPECT_EQ(ShiftJis::Decode(c.bytes), c.text) << c.text.toStdString();
+        EXPECT_EQ(ShiftJis::ByteLength(c.text), c.bytes.size());
+    }
+}
+
+TEST(ShiftJis, UnmappableCharactersBecomeOneQuestionMarkEach) {
+    EXPECT_EQ(ShiftJis::Encode(u"aé😀b"_s), QByteArray("a??b"));
+    EXPECT_EQ(ShiftJis::Encode(u"テ한レ"_s), QByteArray("\x83\x65?\x83\x8C"));
+    EXPECT_EQ(ShiftJis::ByteLength(u"é"_s), 1);
+}
+
+TEST(ShiftJis, InvalidBytesDecodeWithoutFailing) {
+    // A lead byte with a bad trail, a lone lead byte at the end, an unused byte.
+    QString s = ShiftJis::Decode(QByteArray("A\x81\x20"
+                                            "B\xFF"
+                                            "C\x83"));
+    EXPECT_TRUE(s.startsWith(u'A'));
+    EXPECT_TRUE(s.contains(u'B'));
+    EXPECT_TRUE(s.contains(u'C'));
+    EXPECT_TRUE(s.contains(QChar(0xFFFD)));
+    EXPECT_EQ(ShiftJis::Decode(QByteArray()), QString());
+}
+
+TEST(ShiftJis, WideSpaces) {
+    EXPECT_EQ(WideSpaces(3), u"　　　"_s);
+    EXPECT_EQ(ShiftJis::ByteLength(WideSpaces(3)), 6);
+    EXPECT_EQ(WideSpaces(0), QString());
+    EXPECT_EQ(WideSpaces(-2), QString());
+}

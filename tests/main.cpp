@@ -1,0 +1,11 @@
+#include "core/Log.h"
+
+#include <QCoreApplication>
+#include <gtest/gtest.h>
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    QCoreApplication app(argc, argv);
+    InstallLogHandler(false);
+    return RUN_ALL_TESTS();
+}

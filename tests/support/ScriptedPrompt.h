@@ -1,0 +1,26 @@
+#pragma once
+
+#include "core/UserPrompt.h"
+
+#include <QStringList>
+
+#include <deque>
+
+// Records every box and answers questions from a script (No when it runs out).
+class ScriptedPrompt final : public UserPrompt {
+public:
+    void Information(const QString& text) override { shown << QStringLiteral("info:") + text; }
+    void Warning(const QString& text) override { shown << QStringLiteral("warning:") + text; }
+    Answer Question(const QString& text) override {
+        shown << QStringLiteral("question:") + text;
+        if (answers.empty())
+            return Answer::No;
+        Answer a = answers.front();
+        answers.pop_front();
+        return a;
+    }
+    void Notify(const QString& text) override { shown << QStringLiteral("notify:") + text; }
+
+    QStringList shown;
+    std::deque<Answer> answers;
+};
