@@ -1,0 +1,68 @@
+#!/usr/bin/env bash
+# One entry for a fresh Debian 12 machine: installs what is missing, builds,
+# then runs the program, the tests, the sanitizer tests or the benchmarks.
+#
+#   tools/dev.sh run [ARGS]   the program on the demo folder ./kestrava-demo
+#   tools/dev.sh test         the whole test suite
+#   tools/dev.sh asan         the test suite under AddressSanitizer + UBSan
+#   tools/dev.sh bench        the benchmarks
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+PACKAGES=(
+    cmake ninja-build g++ pkg-config
+    qt6-base-dev libzip-dev libcurl4-openssl-dev libminiupnpc-dev libv4l-dev
+    libgtest-dev libgmock-dev libbenchmark-dev
+)
+
+install_missing() {
+    local missing=() p
+    for p in "${PACKAGES[@]}"; do
+        dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" ||
+            missing+=("$p")
+    done
+    [ ${#missing[@]} -eq 0 ] && return
+    local sudo=()
+    [ "$(id -u)" -ne 0 ] && sudo=(sudo)
+    echo "Installing: ${missing[*]}"
+    "${sudo[@]}" apt-get update -qq
+    "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "${missing[@]}"
+}
+
+build() {
+    local dir=$1
+    shift
+    cmake -S . -B "$dir" -G Ninja -Wno-dev "$@" >/dev/null
+    cmake --build "$dir"
+}
+
+cmd=${1:-}
+[ $# -gt 0 ] && shift
+case "$cmd" in
+run)
+    install_missing
+    build build
+    exec build/app/kestrava --demo "$@"
+    ;;
+test)
+    install_missing
+    build build
+    ctest --test-dir build --output-on-failure -j "$(nproc)"
+    ;;
+asan)
+    install_missing
+    build build-asan -DKESTRAVA_SANITIZE=ON -DKESTRAVA_BENCH=OFF -DCMAKE_BUILD_TYPE=Debug
+    ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
+        ctest --test-dir build-asan --output-on-failure -j "$(nproc)"
+    ;;
+bench)
+    install_missing
+    build build
+    build/bench/kestrava_bench "$@"
+    ;;
+*)
+    sed -n '2,9p' "$0" | sed 's/^# \{0,1\}//'
+    exit 2
+    ;;
+esac
