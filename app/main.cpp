@@ -161,6 +161,7 @@ int main(int argc, char** argv) {
 
     std::unique_ptr<MainWindow> window;
     if (!headless) {
+        qCDebug(lcMain) << "running on the desktop";
         window = std::make_unique<MainWindow>(app);
         if (settings.ReadIni(u"Pos", u"Hide") != u"1")
             window->show();

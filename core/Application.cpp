@@ -56,6 +56,8 @@ void Application::Start() {
             connect(this, &Application::closed, &loop, &QEventLoop::quit);
             loop.exec();
         }
+        if (closing_)
+            return;
     }
 
     timReserve.start();

@@ -4,7 +4,9 @@
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
 
+#include <QApplication>
 #include <QCloseEvent>
+#include <QDialog>
 #include <QLabel>
 #include <QPushButton>
 #include <QVBoxLayout>
@@ -25,7 +27,13 @@ MainWindow::MainWindow(Application& app, QWidget* parent) : QWidget(parent), app
     auto* quit = new QPushButton(u"終了"_s, this);
     layout->addWidget(quit);
     connect(quit, &QPushButton::clicked, this, &QWidget::close);
-    connect(&app_, &Application::unloadWindows, this, [this] { hide(); });
+    connect(&app_, &Application::unloadWindows, this, [this] {
+        // A box left open would keep its own event loop, and the program, alive.
+        for (QWidget* w : QApplication::topLevelWidgets())
+            if (auto* dialog = qobject_cast<QDialog*>(w); dialog && dialog->isVisible())
+                dialog->reject();
+        hide();
+    });
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

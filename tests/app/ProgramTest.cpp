@@ -17,11 +17,15 @@ namespace {
 // The real program, started headless on a folder of the test's own.
 class Program {
 public:
+    enum Platform { NoDisplay, KeepPlatform };
+
     explicit Program(QStringList args,
-                     QProcessEnvironment env = QProcessEnvironment::systemEnvironment()) {
+                     QProcessEnvironment env = QProcessEnvironment::systemEnvironment(),
+                     Platform platform = NoDisplay) {
         env.remove(u"DISPLAY"_s);
         env.remove(u"WAYLAND_DISPLAY"_s);
-        env.remove(u"QT_QPA_PLATFORM"_s);
+        if (platform == NoDisplay)
+            env.remove(u"QT_QPA_PLATFORM"_s);
         process.setProcessEnvironment(env);
         process.start(QStringLiteral(KESTRAVA_BINARY), args);
         process.waitForStarted(5000);
@@ -171,6 +175,21 @@ TEST(Program, VersionHelpAndBadOptions) {
     ASSERT_TRUE(bad.finish());
     EXPECT_EQ(bad.process.exitCode(), 2);
     EXPECT_TRUE(bad.log().contains(u"--help"_s));
+}
+
+TEST(Program, SigtermClosesTheDesktopEvenWithABoxOpen) {
+    QTemporaryDir tmp;
+    auto env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
+    // A new folder greets with a modal box that nobody answers.
+    Program p({u"--home"_s, tmp.path(), u"--verbose"_s}, env, Program::KeepPlatform);
+    ASSERT_TRUE(p.waitForLog(u"desktop"_s)) << p.log().toStdString();
+    QElapsedTimer timer;
+    timer.start();
+    ::kill(pid_t(p.process.processId()), SIGTERM);
+    ASSERT_TRUE(p.finish(5000));
+    EXPECT_LT(timer.elapsed(), 1000);
+    EXPECT_EQ(p.process.exitCode(), 0);
 }
 
 TEST(Program, NoDisplayMeansHeadless) {
