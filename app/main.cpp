@@ -9,6 +9,7 @@
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
+#include "infrared/TiraDevice.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -152,6 +153,10 @@ int main(int argc, char** argv) {
     Application app(folder, settings, clock, *prompt);
     QObject::connect(&app, &Application::closed, qapp.get(), &QCoreApplication::quit,
                      Qt::QueuedConnection);
+
+    // The transceiver: opened by the first send or capture, not at start.
+    TiraDevice device(folder, settings, *prompt);
+    QObject::connect(&app, &Application::releaseDevice, &device, &TiraDevice::Unload);
 
     SignalWatcher watcher;
     QObject::connect(&watcher, &SignalWatcher::terminationRequested, &app, [&app](int number) {

@@ -77,6 +77,7 @@ void Application::Close() {
         return;
     closing_ = true;
     qCInfo(lcApp) << "closing";
+    emit releaseDevice();
     for (QTimer* t : {&timAddrCheckL, &timAddrCheck, &timUPnPDelay, &timUPnPReWrite, &timReserve,
                       &timTimePast, &timHibern, &timObjMove, &timComboVisible, &timHideRetry})
         t->stop();

@@ -69,7 +69,8 @@ signals:
     // emits setupClosed() on the application when it closes.
     void setupRequested();
     void setupClosed();
-    // Close order, in this sequence.
+    // Close order, in this sequence. The transceiver is released first.
+    void releaseDevice();
     void unloadRemoteWindows();
     void unloadWindows(); // after AppClosing is set: preview, setup, main window
     void closed();

@@ -1,0 +1,10 @@
+#include "infrared/IrDriver.h"
+
+#include "core/ProgramFolder.h"
+#include "infrared/SimDriver.h"
+
+std::unique_ptr<IrDriver> MakeIrDriver(const QString& target, const ProgramFolder& folder) {
+    if (target == u"sim")
+        return std::make_unique<SimDriver>(folder.path(u"sim-transmit.log"));
+    return nullptr;
+}

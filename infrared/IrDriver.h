@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QByteArray>
+#include <QByteArrayView>
+#include <QString>
+
+#include <memory>
+
+class ProgramFolder;
+
+// The nine operations of the transceiver library. Every call returns 0 on
+// success. Signals cross this interface as IrBlob bytes, whatever the device.
+class IrDriver {
+public:
+    virtual ~IrDriver() = default;
+
+    virtual int tira_init() = 0;
+    virtual int tira_cleanup() = 0;
+    virtual int tira_start(int port) = 0;
+    virtual int tira_stop() = 0;
+    virtual int tira_start_capture() = 0;
+    virtual int tira_cancel_capture() = 0;
+    // Empty data with 0 means nothing has come yet; non-zero means the capture
+    // failed. At most maxSize bytes are handed over.
+    virtual int tira_get_captured_data(QByteArray* data, int maxSize) = 0;
+    virtual int tira_get_ir_data(QString* text) = 0;
+    // repeat: sends beyond the first; frequency -1: the carrier the signal holds.
+    virtual int tira_transmit(int repeat, int frequency, QByteArrayView data) = 0;
+
+    // The device this driver was made for ("sim", "/dev/ttyUSB0", ...).
+    virtual QString target() const = 0;
+};
+
+// "sim" gives the simulator, a path with "lirc" in its name the kernel's LIRC
+// device, anything else a Tira on a serial port.
+std::unique_ptr<IrDriver> MakeIrDriver(const QString& target, const ProgramFolder& folder);

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QStringView>
+
+#include <array>
+#include <cstdint>
+
+class ProgramFolder;
+
+// A learned signal is one 2000-byte file: the signal's bytes from the start,
+// and its length N in the last two bytes as a number to base 255
+// (byte 1998 = N / 255, byte 1999 = N % 255). Files from older versions carry
+// no length (both bytes zero, or a short file); their signal ends at the last
+// non-zero byte.
+constexpr int SignalFileSize = 2000;
+using SignalImage = std::array<uint8_t, SignalFileSize>;
+
+// IRSignals/<device>-<function>.bin, the names taken as they are.
+QString SignalFilePath(const ProgramFolder& folder, QStringView device, QStringView function);
+QString TestSignalPath(const ProgramFolder& folder); // testsignal.tmp
+
+// Writes the length trailer into the image; a signal of 1999 or 2000 bytes
+// loses its last bytes to it.
+void StampSignalLength(SignalImage& image, int length);
+
+enum class SignalRead { Ok, Missing, Unreadable, BadLength };
+// The bytes to send from a signal file. Reading never creates the file.
+SignalRead ReadSignalFile(const QString& path, QByteArray* bytes);

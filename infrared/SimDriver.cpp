@@ -1,0 +1,95 @@
+#include "infrared/SimDriver.h"
+
+#include "infrared/IrSignal.h"
+
+#include <QDateTime>
+#include <QFile>
+#include <QLoggingCategory>
+
+namespace {
+Q_LOGGING_CATEGORY(lcSim, "kestrava.sim")
+}
+
+SimDriver::SimDriver(QString logPath) : logPath_(std::move(logPath)) {
+    captureTimer_.setSingleShot(true);
+    QObject::connect(&captureTimer_, &QTimer::timeout, [this] { captured_ = true; });
+}
+
+int SimDriver::tira_start(int) {
+    open_ = true;
+    return 0;
+}
+
+int SimDriver::tira_stop() {
+    open_ = false;
+    captureTimer_.stop();
+    captured_ = false;
+    return 0;
+}
+
+int SimDriver::tira_start_capture() {
+    if (!open_)
+        return 1;
+    captured_ = false;
+    captureTimer_.start(captureDelayMs);
+    return 0;
+}
+
+int SimDriver::tira_cancel_capture() {
+    captureTimer_.stop();
+    captured_ = false;
+    return open_ ? 0 : 1;
+}
+
+int SimDriver::tira_get_captured_data(QByteArray* data, int maxSize) {
+    data->clear();
+    if (!open_)
+        return 1;
+    if (captured_) {
+        captured_ = false;
+        *data = SampleCapture().left(maxSize);
+    }
+    return 0;
+}
+
+int SimDriver::tira_get_ir_data(QString* text) {
+    text->clear();
+    return open_ ? 0 : 1;
+}
+
+int SimDriver::tira_transmit(int repeat, int frequency, QByteArrayView data) {
+    if (!open_)
+        return 1;
+    QByteArray line = QDateTime::currentDateTime().toString(Qt::ISODateWithMs).toUtf8() + ' ' +
+                      QByteArray::number(data.size()) + ' ' +
+                      data.toByteArray().toHex(' ').toUpper() + '\n';
+    QFile log(logPath_);
+    if (!log.open(QIODevice::WriteOnly | QIODevice::Append) || log.write(line) != line.size()) {
+        qCWarning(lcSim).noquote() << "cannot write" << logPath_;
+        return 2;
+    }
+    qCDebug(lcSim) << "sent" << data.size() << "bytes, repeat" << repeat << "frequency"
+                   << frequency;
+    return IrBlob::decode(data) ? 0 : 3;
+}
+
+QByteArray SimDriver::SampleCapture() {
+    IrTiming t;
+    t.carrierHz = 38000;
+    auto& d = t.durations;
+    d = {9000, 4500};
+    const uint8_t bytes[] = {0x40, 0xBF, 0x12, 0xED};
+    for (uint8_t b : bytes)
+        for (int bit = 0; bit < 8; ++bit) {
+            d.push_back(560);
+            d.push_back(b >> bit & 1 ? 1690 : 560);
+        }
+    d.push_back(560);
+    uint32_t frame = 0;
+    for (uint32_t us : d)
+        frame += us;
+    d.push_back(108000 - frame);
+    t.repeatBegin = int(d.size());
+    d.insert(d.end(), {9000, 2250, 560, 108000 - 11810});
+    return BlobFromTiming(t)->encode();
+}

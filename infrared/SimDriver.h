@@ -1,0 +1,37 @@
+#pragma once
+
+#include "infrared/IrDriver.h"
+
+#include <QTimer>
+
+// A transceiver that is always there: a capture gives an NEC frame about a
+// second after it was armed, and every transmission appends a line to a log
+// (time, byte count, the bytes in hex) so that people and tests see what went
+// out.
+class SimDriver final : public IrDriver {
+public:
+    explicit SimDriver(QString logPath);
+
+    int tira_init() override { return 0; }
+    int tira_cleanup() override { return 0; }
+    int tira_start(int port) override;
+    int tira_stop() override;
+    int tira_start_capture() override;
+    int tira_cancel_capture() override;
+    int tira_get_captured_data(QByteArray* data, int maxSize) override;
+    int tira_get_ir_data(QString* text) override;
+    int tira_transmit(int repeat, int frequency, QByteArrayView data) override;
+    QString target() const override { return QStringLiteral("sim"); }
+
+    // The signal a capture yields: NEC, address 0x40, command 0x12 (a power
+    // key), followed by the repeat code.
+    static QByteArray SampleCapture();
+
+    int captureDelayMs = 1000;
+
+private:
+    QString logPath_;
+    QTimer captureTimer_;
+    bool open_ = false;
+    bool captured_ = false;
+};

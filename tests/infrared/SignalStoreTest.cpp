@@ -1,0 +1,74 @@
+#include "infrared/SignalStore.h"
+#include "support/TempFolder.h"
+
+#include <QFileInfo>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QByteArray image(std::initializer_list<std::pair<int, uint8_t>> bytes) {
+    QByteArray b(SignalFileSize, '\0');
+    for (int i = 0; i < SignalFileSize - 2; ++i)
+        b[i] = char(1 + i % 250);
+    for (auto [at, v] : bytes)
+        b[at] = char(v);
+    return b;
+}
+
+QByteArray read(TempFolder& t, const QByteArray& content, SignalRead expect = SignalRead::Ok) {
+    t.writeFile(u"IRSignals/a-b.bin", content);
+    QByteArray out;
+    EXPECT_EQ(ReadSignalFile(t.path(u"IRSignals/a-b.bin"), &out), expect);
+    return out;
+}
+
+} // namespace
+
+TEST(SignalStore, NameIsDeviceDashFunctionInUtf8) {
+    TempFolder t;
+    EXPECT_EQ(SignalFilePath(t.folder, u"テレビ", u"電源"),
+              t.root() + u"/IRSignals/テレビ-電源.bin"_s);
+    EXPECT_EQ(TestSignalPath(t.folder), t.root() + u"/testsignal.tmp"_s);
+}
+
+TEST(SignalStore, TrailerIsBase255) {
+    TempFolder t;
+    EXPECT_EQ(read(t, image({{1998, 0}, {1999, 200}})).size(), 200);
+    EXPECT_EQ(read(t, image({{1998, 1}, {1999, 0}})).size(), 255);
+    // 1999 and 2000 bytes: the trailer lies inside the signal and goes out too.
+    QByteArray whole = image({{1998, 7}, {1999, 214}});
+    EXPECT_EQ(read(t, whole), whole.left(1999));
+    EXPECT_EQ(read(t, image({{1998, 7}, {1999, 215}})).size(), 2000);
+    SignalImage img{};
+    StampSignalLength(img, 1999);
+    EXPECT_EQ(img[1998], 7);
+    EXPECT_EQ(img[1999], 214);
+}
+
+TEST(SignalStore, OlderLayoutEndsAtTheLastNonZeroByte) {
+    TempFolder t;
+    QByteArray b(SignalFileSize, '\0');
+    b[10] = 5;
+    b[99] = 1;
+    EXPECT_EQ(read(t, b).size(), 100);
+    EXPECT_EQ(read(t, b.left(100)).size(), 100); // short file
+    EXPECT_EQ(read(t, QByteArray(SignalFileSize, '\0')), QByteArray(1, '\0'));
+    EXPECT_EQ(read(t, QByteArray()), QByteArray(1, '\0'));
+}
+
+TEST(SignalStore, BadFilesFailWithoutCreatingAnything) {
+    TempFolder t;
+    read(t, image({{1998, 7}, {1999, 216}}), SignalRead::BadLength);
+    read(t, image({{1998, 255}, {1999, 255}}), SignalRead::BadLength);
+    // A larger file is read as its first 2000 bytes.
+    QByteArray big = image({{1998, 0}, {1999, 3}}) + QByteArray(5000, 'x');
+    EXPECT_EQ(read(t, big), big.left(3));
+
+    QByteArray out;
+    QString missing = t.path(u"IRSignals/none-none.bin");
+    EXPECT_EQ(ReadSignalFile(missing, &out), SignalRead::Missing);
+    EXPECT_FALSE(QFileInfo::exists(missing));
+    EXPECT_EQ(ReadSignalFile(t.path(u"IRSignals"), &out), SignalRead::Missing);
+}
