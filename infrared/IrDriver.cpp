@@ -2,9 +2,10 @@
 
 #include "core/ProgramFolder.h"
 #include "infrared/SimDriver.h"
+#include "infrared/TiraSerialDriver.h"
 
 std::unique_ptr<IrDriver> MakeIrDriver(const QString& target, const ProgramFolder& folder) {
     if (target == u"sim")
         return std::make_unique<SimDriver>(folder.path(u"sim-transmit.log"));
-    return nullptr;
+    return std::make_unique<TiraSerialDriver>(target);
 }

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QByteArray>
+#include <QSocketNotifier>
+#include <QString>
+
+#include <functional>
+#include <memory>
+
+// The device side of a Tira-2 on a pseudo-terminal: the driver opens path()
+// and talks to it through its real termios code. Answers the commands the way
+// the device does unless a test takes over with onCommand.
+class FakeTira {
+public:
+    FakeTira();
+    ~FakeTira();
+
+    QString path() const { return path_; }
+    void write(const QByteArray& bytes);
+    // Plays bytes to the host in pieces, one piece per event-loop turn.
+    void writeInPieces(const QByteArray& bytes, int pieceSize, int delayMs);
+    void hangUp(); // the cable is pulled
+
+    QByteArray fromHost;                              // everything the host has written
+    QList<QByteArray> transmissions;                  // each "IX" command as received
+    uint8_t version = 0x21;                           // Tira-2 with a transmitter
+    bool answer = true;                               // false: a device that stays silent
+    std::function<void(const QByteArray&)> onCommand; // sees each command first
+    std::function<void()> onTransmit;                 // after an "IX" has come in whole
+
+private:
+    void readable();
+    void handle();
+
+    int master_ = -1;
+    QString path_;
+    QByteArray pending_;
+    std::unique_ptr<QSocketNotifier> notifier_;
+};

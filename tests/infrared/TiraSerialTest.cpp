@@ -1,0 +1,179 @@
+#include "core/Settings.h"
+#include "core/Wait.h"
+#include "infrared/FakeTira.h"
+#include "infrared/IrSignal.h"
+#include "infrared/TiraDevice.h"
+#include "infrared/TiraSerialDriver.h"
+#include "infrared/Transmission.h"
+#include "support/ScriptedPrompt.h"
+#include "support/TempFolder.h"
+
+#include <QElapsedTimer>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QByteArray NecStream = QByteArray::fromHex("0465023300460046004600D3004600003"
+                                                 "4B2");
+const QByteArray NecIx = QByteArray::fromHex("49583400046502330046"
+                                             "00D3" +
+                                             QByteArray(32, '0') + "0122232F");
+
+struct Fixture {
+    Fixture() {
+        t.folder.CreateDataFolders();
+        t.settings.WriteIni(u"Tira", u"Device", tira.path());
+        device.captureTimeoutMs = 1500;
+    }
+    FakeTira tira;
+    TempFolder t;
+    ScriptedPrompt prompt;
+    TiraDevice device{t.folder, t.settings, prompt};
+};
+
+QByteArray necBlob() {
+    TiraBurst burst;
+    ParseTiraBurst(NecStream, &burst);
+    return BlobFromTiming(TimingFromTiraBurst(burst))->encode();
+}
+
+} // namespace
+
+TEST(TiraSerial, IdentifiesAndSendsTheExactIxBytesFromAWebPress) {
+    Fixture f;
+    ASSERT_FALSE(f.tira.path().isEmpty());
+    QByteArray img = necBlob();
+    img.append(SignalFileSize - img.size(), '\0');
+    img[1999] = char(necBlob().size());
+    f.t.writeFile(u"IRSignals/TV-Power.bin", img);
+    f.t.settings.WriteIni(u"Remote-3", u"Device", u"TV");
+    f.t.settings.WriteIni(u"Remote-3", u"Button-0", u"Power");
+
+    EXPECT_TRUE(TXSignalById(f.device, u"3", u"0"));
+    EXPECT_TRUE(f.device.TiraActive);
+    EXPECT_TRUE(f.tira.fromHost.startsWith("IPIR"));
+    // The signal, then three repeats.
+    ASSERT_EQ(f.tira.transmissions.size(), 4);
+    for (const QByteArray& ix : f.tira.transmissions)
+        EXPECT_EQ(ix.toHex(), NecIx.toHex());
+    EXPECT_EQ(f.tira.fromHost, "IPIR" + NecIx + NecIx + NecIx + NecIx);
+    EXPECT_TRUE(f.prompt.shown.isEmpty());
+}
+
+TEST(TiraSerial, CaptureArrivesInPiecesAndBecomesABlob) {
+    Fixture f;
+    ASSERT_TRUE(f.device.ActivateTira(0));
+    f.tira.onCommand = [&](const QByteArray& cmd) {
+        if (cmd.startsWith("IC")) // a remote pressed a moment after arming
+            f.tira.writeInPieces(NecStream + NecStream.left(6), 3, 5);
+    };
+    ASSERT_TRUE(f.device.CaptureTira());
+    EXPECT_EQ(
+        QByteArray(reinterpret_cast<const char*>(f.device.SignalBuf.data()), f.device.SignalLen),
+        necBlob());
+    EXPECT_TRUE(f.device.CancelCaptureTira());
+    EXPECT_TRUE(f.tira.fromHost.endsWith(QByteArray("IC\0\0IR", 6)));
+}
+
+TEST(TiraSerial, StreamOutOfStepIsRestarted) {
+    Fixture f;
+    ASSERT_TRUE(f.device.ActivateTira(0));
+    int arms = 0;
+    f.tira.onCommand = [&](const QByteArray& cmd) {
+        if (!cmd.startsWith("IC"))
+            return;
+        if (++arms == 1)
+            QTimer::singleShot(10, [&] {
+                f.tira.write(QByteArray::fromHex("04650000"
+                                                 "3400"));
+            });
+        else
+            QTimer::singleShot(10, [&] { f.tira.write(NecStream); });
+    };
+    ASSERT_TRUE(f.device.CaptureTira());
+    EXPECT_EQ(arms, 2);
+    EXPECT_EQ(f.device.SignalLen, necBlob().size());
+}
+
+TEST(TiraSerial, CaptureTimesOutAndIsCancelled) {
+    Fixture f;
+    f.device.captureTimeoutMs = 200;
+    ASSERT_TRUE(f.device.ActivateTira(0));
+    EXPECT_FALSE(f.device.CaptureTira());
+    EXPECT_EQ(f.device.CaptureWaiting, 1);
+    EXPECT_TRUE(f.device.CancelCaptureTira());
+    EXPECT_TRUE(f.tira.fromHost.endsWith("IR"));
+}
+
+TEST(TiraSerial, SilentGarbledOrOldDevicesDoNotOpen) {
+    {
+        FakeTira tira;
+        tira.answer = false;
+        TiraSerialDriver d(tira.path());
+        QElapsedTimer clock;
+        clock.start();
+        EXPECT_EQ(d.tira_start(0), TiraSerialDriver::NoReply);
+        EXPECT_LT(clock.elapsed(), 2000);
+    }
+    {
+        FakeTira tira;
+        tira.answer = false;
+        tira.onCommand = [&](const QByteArray&) { tira.write("\xFF\x00garbage\x13"); };
+        TiraSerialDriver d(tira.path());
+        EXPECT_NE(d.tira_start(0), 0);
+    }
+    {
+        FakeTira tira;
+        tira.version = 0x01; // Tira-1
+        TiraSerialDriver d(tira.path());
+        EXPECT_EQ(d.tira_start(0), TiraSerialDriver::Unsupported);
+    }
+    {
+        FakeTira tira;
+        tira.version = 0x20; // no transmitter fitted
+        TiraSerialDriver d(tira.path());
+        ASSERT_EQ(d.tira_start(0), 0);
+        EXPECT_EQ(d.tira_transmit(3, -1, necBlob()), TiraSerialDriver::NoTransmitter);
+        EXPECT_TRUE(tira.transmissions.isEmpty());
+    }
+    TiraSerialDriver d(u"/nonexistent/ttyUSB9"_s);
+    EXPECT_EQ(d.tira_start(0), TiraSerialDriver::NotOpen);
+    EXPECT_EQ(d.tira_transmit(3, -1, necBlob()), TiraSerialDriver::NotOpen);
+}
+
+TEST(TiraSerial, UnpluggedDuringCaptureFailsCleanlyAndReopens) {
+    Fixture f;
+    ASSERT_TRUE(f.device.ActivateTira(0));
+    f.tira.onCommand = [&](const QByteArray& cmd) {
+        if (cmd.startsWith("IC"))
+            QTimer::singleShot(50, [&] { f.tira.hangUp(); });
+    };
+    QElapsedTimer clock;
+    clock.start();
+    EXPECT_FALSE(f.device.CaptureTira());
+    EXPECT_LT(clock.elapsed(), 1000);
+    EXPECT_NE(f.device.driver()->tira_transmit(3, -1, necBlob()), 0);
+    f.device.DeActivateTira();
+
+    FakeTira again;
+    f.t.settings.WriteIni(u"Tira", u"Device", again.path());
+    ASSERT_TRUE(f.device.ActivateTira(0));
+    EXPECT_EQ(f.device.driver()->tira_transmit(0, -1, necBlob()), 0);
+    EXPECT_EQ(again.transmissions.size(), 1);
+}
+
+TEST(TiraSerial, UnpluggedDuringSendFailsCleanly) {
+    Fixture f;
+    ASSERT_TRUE(f.device.ActivateTira(0));
+    f.tira.answer = false;
+    f.tira.onCommand = [&](const QByteArray& cmd) {
+        if (cmd.startsWith("IX"))
+            f.tira.hangUp();
+    };
+    QElapsedTimer clock;
+    clock.start();
+    EXPECT_NE(f.device.driver()->tira_transmit(3, -1, necBlob()), 0);
+    EXPECT_LT(clock.elapsed(), 1000);
+}
