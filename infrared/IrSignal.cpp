@@ -131,6 +131,56 @@ std::optional<IrBlob> BlobFromTiming(const IrTiming& timing) {
     return b;
 }
 
+IrTiming FoldRepeats(const IrTiming& timing) {
+    constexpr uint32_t FrameGapUs = 20000;
+    const auto& d = timing.durations;
+    // Frames as [begin, end) of pulse..pulse, each followed by its gap.
+    std::vector<std::pair<size_t, size_t>> frames;
+    size_t begin = 0;
+    for (size_t i = 1; i < d.size(); i += 2)
+        if (d[i] >= FrameGapUs) {
+            frames.push_back({begin, i});
+            begin = i + 1;
+        }
+    size_t end = d.size();
+    if (end > begin && (end - begin) % 2 == 0)
+        --end; // a short space at the very end
+    if (end > begin)
+        frames.push_back({begin, end});
+    if (frames.size() < 2 || timing.repeatBegin >= 0)
+        return timing;
+    auto alike = [&](std::pair<size_t, size_t> a, std::pair<size_t, size_t> b) {
+        if (a.second - a.first != b.second - b.first)
+            return false;
+        for (size_t i = 0; i < a.second - a.first; ++i) {
+            double x = d[a.first + i], y = d[b.first + i];
+            if (std::abs(x - y) > 0.25 * std::max(x, y) + 100)
+                return false;
+        }
+        return true;
+    };
+    for (size_t k = 2; k < frames.size(); ++k)
+        if (!alike(frames[1], frames[k]))
+            return timing;
+    if (frames.size() == 2 && !alike(frames[0], frames[1]))
+        return timing;
+    auto gapAfter = [&](size_t k) {
+        size_t at = frames[k].second;
+        return at < d.size() ? d[at] : d[frames[0].second];
+    };
+    IrTiming out{{}, timing.carrierHz, 0};
+    bool same = alike(frames[0], frames[1]);
+    out.durations.assign(d.begin() + long(frames[0].first), d.begin() + long(frames[0].second));
+    out.durations.push_back(gapAfter(0));
+    if (!same) {
+        out.repeatBegin = int(out.durations.size());
+        out.durations.insert(out.durations.end(), d.begin() + long(frames[1].first),
+                             d.begin() + long(frames[1].second));
+        out.durations.push_back(gapAfter(1));
+    }
+    return out;
+}
+
 QString IrCtlText(const std::vector<uint32_t>& durations) {
     QStringList parts;
     for (size_t i = 0; i < durations.size(); ++i)

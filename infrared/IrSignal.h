@@ -48,6 +48,11 @@ IrTiming TimingFromBlob(const IrBlob& blob);
 // Near-equal durations share a table entry, as a learned signal needs.
 std::optional<IrBlob> BlobFromTiming(const IrTiming& timing);
 
+// A captured message of several frames (a key held down) in the form the
+// maker's library keeps: the first frame, then one copy of the frame that
+// repeats. Messages whose frames differ are kept whole.
+IrTiming FoldRepeats(const IrTiming& timing);
+
 // "+9000 -4500 +560" as ir-ctl reads and writes it.
 QString IrCtlText(const std::vector<uint32_t>& durations);
 

@@ -130,3 +130,23 @@ TEST(IrSignal, NoisyCaptureIsMergedDownToTheIxTable) {
     EXPECT_TRUE(TiraTransmitCommand(wide, 38000).isEmpty());
     EXPECT_TRUE(TiraTransmitCommand({560, 560}, 38000).isEmpty()); // ends on a space
 }
+
+TEST(IrSignal, HeldKeyIsFoldedIntoLeadInAndRepeat) {
+    // Three identical frames (a remote that resends its whole code).
+    std::vector<uint32_t> frame{2400, 600, 1200, 600, 600};
+    std::vector<uint32_t> us = frame;
+    for (int i = 0; i < 2; ++i) {
+        us.push_back(25000);
+        us.insert(us.end(), frame.begin(), frame.end());
+    }
+    IrTiming folded = FoldRepeats({us, 40000, -1});
+    EXPECT_EQ(folded.repeatBegin, 0);
+    EXPECT_EQ(folded.durations, (std::vector<uint32_t>{2400, 600, 1200, 600, 600, 25000}));
+    EXPECT_EQ(folded.repeatFrame(), frame);
+
+    // Frames that differ (an air conditioner's several parts) stay whole.
+    std::vector<uint32_t> parts{3500,  1700, 450,  30000, 3500, 1700, 450, 1300, 450,
+                                30000, 3500, 1700, 450,   400,  450,  400, 450};
+    EXPECT_EQ(FoldRepeats({parts, 38000, -1}).durations, parts);
+    EXPECT_EQ(FoldRepeats({frame, 38000, -1}).durations, frame);
+}

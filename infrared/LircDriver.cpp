@@ -1,0 +1,249 @@
+#include "infrared/LircDriver.h"
+
+#include "core/Wait.h"
+#include "infrared/IrSignal.h"
+
+#include <QLoggingCategory>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <linux/lirc.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace {
+Q_LOGGING_CATEGORY(lcLirc, "kestrava.lirc")
+
+constexpr uint32_t LearnTimeoutUs = 150000;
+constexpr size_t MaxSendValues = 1024; // the kernel's limits for one write
+constexpr uint64_t MaxSendUs = 500000;
+} // namespace
+
+int LircIo::open(const char* path, int flags) {
+    return ::open(path, flags);
+}
+int LircIo::close(int fd) {
+    return ::close(fd);
+}
+int LircIo::ioctl(int fd, unsigned long request, uint32_t* arg) {
+    return ::ioctl(fd, request, arg);
+}
+ssize_t LircIo::read(int fd, void* buf, size_t size) {
+    return ::read(fd, buf, size);
+}
+ssize_t LircIo::write(int fd, const void* buf, size_t size) {
+    return ::write(fd, buf, size);
+}
+
+LircDriver::LircDriver(QString path, std::shared_ptr<LircIo> io, QObject* parent)
+    : QObject(parent), path_(std::move(path)), io_(std::move(io)) {}
+
+LircDriver::~LircDriver() {
+    tira_stop();
+}
+
+int LircDriver::tira_start(int) {
+    tira_stop();
+    fd_ = io_->open(path_.toLocal8Bit().constData(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    if (fd_ < 0) {
+        qCWarning(lcLirc).noquote() << path_ << "cannot be opened";
+        return NotOpen;
+    }
+    features_ = 0;
+    if (io_->ioctl(fd_, LIRC_GET_FEATURES, &features_) != 0 ||
+        !(features_ & (LIRC_CAN_SEND_PULSE | LIRC_CAN_REC_MODE2))) {
+        qCWarning(lcLirc).noquote() << path_ << "is not an infrared device we can use";
+        tira_stop();
+        return NotOpen;
+    }
+    uint32_t mode = LIRC_MODE_MODE2;
+    if (features_ & LIRC_CAN_REC_MODE2)
+        io_->ioctl(fd_, LIRC_SET_REC_MODE, &mode);
+    mode = LIRC_MODE_PULSE;
+    if (features_ & LIRC_CAN_SEND_PULSE)
+        io_->ioctl(fd_, LIRC_SET_SEND_MODE, &mode);
+    broken_ = false;
+    notifier_ = std::make_unique<QSocketNotifier>(fd_, QSocketNotifier::Read);
+    connect(notifier_.get(), &QSocketNotifier::activated, this, &LircDriver::onReadable);
+    return 0;
+}
+
+int LircDriver::tira_stop() {
+    if (capturing_ && fd_ >= 0 && !broken_)
+        setLearning(false);
+    capturing_ = false;
+    notifier_.reset();
+    if (fd_ >= 0)
+        io_->close(fd_);
+    fd_ = -1;
+    message_.clear();
+    captured_.clear();
+    return 0;
+}
+
+void LircDriver::setLearning(bool on) {
+    // These are settings of the whole device, so they are put back afterwards.
+    uint32_t v = on ? 1 : 0;
+    if (features_ & LIRC_CAN_USE_WIDEBAND_RECEIVER)
+        io_->ioctl(fd_, LIRC_SET_WIDEBAND_RECEIVER, &v);
+    if (features_ & LIRC_CAN_MEASURE_CARRIER)
+        io_->ioctl(fd_, LIRC_SET_MEASURE_CARRIER_MODE, &v);
+    uint32_t timeout = LearnTimeoutUs;
+    if (on && (features_ & LIRC_CAN_SET_REC_TIMEOUT))
+        io_->ioctl(fd_, LIRC_SET_REC_TIMEOUT, &timeout);
+}
+
+int LircDriver::tira_start_capture() {
+    if (fd_ < 0 || broken_)
+        return NotOpen;
+    if (!(features_ & LIRC_CAN_REC_MODE2))
+        return CannotReceive;
+    setLearning(true);
+    message_.clear();
+    carrier_ = 0;
+    captured_.clear();
+    capturing_ = true;
+    return 0;
+}
+
+int LircDriver::tira_cancel_capture() {
+    if (fd_ < 0 || broken_)
+        return NotOpen;
+    if (capturing_)
+        setLearning(false);
+    capturing_ = false;
+    captured_.clear();
+    return 0;
+}
+
+void LircDriver::onReadable() {
+    uint32_t records[128];
+    for (;;) {
+        ssize_t n = io_->read(fd_, records, sizeof records);
+        if (n > 0) {
+            for (ssize_t i = 0; i < n / 4; ++i)
+                take(records[i]);
+            continue;
+        }
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
+            return;
+        qCWarning(lcLirc).noquote() << path_ << "has gone away";
+        broken_ = true;
+        notifier_->setEnabled(false);
+        return;
+    }
+}
+
+void LircDriver::take(uint32_t record) {
+    if (!capturing_ || !captured_.isEmpty())
+        return; // nobody is listening
+    const uint32_t value = LIRC_VALUE(record);
+    switch (LIRC_MODE2(record)) {
+    case LIRC_MODE2_PULSE:
+        if (message_.size() % 2 == 1)
+            message_.back() += value; // two pulses in a row: one long pulse
+        else
+            message_.push_back(value);
+        break;
+    case LIRC_MODE2_SPACE:
+        if (value >= LIRC_VALUE_MASK) {
+            message_.clear(); // data lost (older kernels)
+        } else if (!message_.empty()) {
+            if (message_.size() % 2 == 0)
+                message_.back() += value;
+            else
+                message_.push_back(value);
+        } // leading spaces are the idle time before the press
+        break;
+    case LIRC_MODE2_FREQUENCY:
+        carrier_ = int(value);
+        break;
+    case LIRC_MODE2_OVERFLOW:
+        message_.clear();
+        break;
+    case LIRC_MODE2_TIMEOUT:
+        finishMessage();
+        break;
+    default:
+        break;
+    }
+}
+
+void LircDriver::finishMessage() {
+    if (message_.empty())
+        return;
+    if (message_.size() % 2 == 0)
+        message_.pop_back();
+    IrTiming timing{message_, carrier_, -1};
+    message_.clear();
+    if (auto blob = BlobFromTiming(FoldRepeats(timing))) {
+        captured_ = blob->encode();
+        setLearning(false);
+    } else {
+        qCWarning(lcLirc) << "a capture with too many distinct durations was dropped";
+    }
+}
+
+int LircDriver::tira_get_captured_data(QByteArray* data, int maxSize) {
+    data->clear();
+    if (fd_ < 0 || broken_)
+        return NotOpen;
+    if (!captured_.isEmpty()) {
+        *data = captured_.left(maxSize);
+        captured_.clear();
+        capturing_ = false;
+    }
+    return 0;
+}
+
+int LircDriver::tira_get_ir_data(QString* text) {
+    text->clear();
+    return fd_ < 0 || broken_ ? int(NotOpen) : 0;
+}
+
+bool LircDriver::send(const std::vector<uint32_t>& durations) {
+    uint64_t total = 0;
+    for (uint32_t d : durations)
+        total += d;
+    if (durations.empty() || durations.size() % 2 == 0 || durations.size() > MaxSendValues ||
+        total > MaxSendUs)
+        return false;
+    const size_t bytes = durations.size() * sizeof(uint32_t);
+    // The kernel returns once the signal has gone out.
+    ssize_t n;
+    do {
+        n = io_->write(fd_, durations.data(), bytes);
+    } while (n < 0 && errno == EINTR);
+    if (n != ssize_t(bytes)) {
+        qCWarning(lcLirc).noquote() << path_ << "refused a transmission:" << errno;
+        return false;
+    }
+    return true;
+}
+
+int LircDriver::tira_transmit(int repeat, int frequency, QByteArrayView data) {
+    if (fd_ < 0 || broken_)
+        return NotOpen;
+    if (!(features_ & LIRC_CAN_SEND_PULSE))
+        return CannotSend;
+    auto blob = IrBlob::decode(data);
+    if (!blob)
+        return BadSignal;
+    IrTiming timing = TimingFromBlob(*blob);
+    uint32_t carrier = uint32_t(frequency > 0          ? frequency
+                                : timing.carrierHz > 0 ? timing.carrierHz
+                                                       : DefaultCarrierHz);
+    if ((features_ & LIRC_CAN_SET_SEND_CARRIER) &&
+        io_->ioctl(fd_, LIRC_SET_SEND_CARRIER, &carrier) != 0)
+        qCWarning(lcLirc).noquote() << path_ << "cannot send at" << carrier << "Hz";
+    if (!send(timing.frame()))
+        return Io;
+    for (int i = 0; i < repeat; ++i) {
+        WaitMs(int(timing.gapUs() / 1000));
+        if (fd_ < 0 || !send(timing.repeatFrame()))
+            return Io;
+    }
+    return 0;
+}

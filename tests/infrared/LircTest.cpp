@@ -1,0 +1,220 @@
+#include "core/Settings.h"
+#include "infrared/FakeTira.h"
+#include "infrared/IrSignal.h"
+#include "infrared/LircDriver.h"
+#include "infrared/TiraDevice.h"
+#include "support/ScriptedPrompt.h"
+#include "support/TempFolder.h"
+
+#include <QElapsedTimer>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <linux/lirc.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// An NEC remote (address 0x40, command 0x12) held briefly, as a receiver
+// reported it: the frame, then two repeat codes.
+const char* const Recording =
+    "+9051 -4439 +595 -531 +573 -494 +622 -524 +576 -513 +607 -493 +628 -522 +583 -1622 "
+    "+575 -517 +596 -1624 +585 -1625 +605 -1647 +573 -1672 +606 -1627 +630 -1634 +610 -530 "
+    "+607 -1680 +573 -526 +607 -1645 +573 -504 +572 -525 +624 -1628 +588 -516 +579 -524 "
+    "+577 -526 +589 -1655 +622 -533 +581 -1626 +607 -1656 +610 -502 +593 -1626 +605 -1665 "
+    "+574 -1656 +573 -39929 +9026 -2211 +613 -96000 +9068 -2207 +619";
+
+std::vector<uint32_t> recordingUs() {
+    std::vector<uint32_t> us;
+    for (const QByteArray& item : QByteArray(Recording).split(' '))
+        us.push_back(uint32_t(std::abs(item.toInt())));
+    return us;
+}
+
+// The kernel side: a pipe carries mode2 records, ioctls and writes are noted.
+class FakeKernel final : public LircIo {
+public:
+    uint32_t features = LIRC_CAN_REC_MODE2 | LIRC_CAN_SEND_PULSE | LIRC_CAN_SET_SEND_CARRIER |
+                        LIRC_CAN_MEASURE_CARRIER | LIRC_CAN_USE_WIDEBAND_RECEIVER |
+                        LIRC_CAN_SET_REC_TIMEOUT;
+    std::vector<std::pair<unsigned long, uint32_t>> ioctls;
+    std::vector<std::vector<uint32_t>> writes;
+    int feedFd = -1;
+
+    ~FakeKernel() override { unplug(); }
+    int open(const char*, int) override {
+        int fds[2];
+        if (pipe2(fds, O_NONBLOCK | O_CLOEXEC) != 0)
+            return -1;
+        feedFd = fds[1];
+        return fds[0];
+    }
+    int close(int fd) override { return ::close(fd); }
+    int ioctl(int, unsigned long request, uint32_t* arg) override {
+        if (request == LIRC_GET_FEATURES) {
+            *arg = features;
+            return 0;
+        }
+        ioctls.push_back({request, *arg});
+        return 0;
+    }
+    ssize_t read(int fd, void* buf, size_t size) override { return ::read(fd, buf, size); }
+    ssize_t write(int, const void* buf, size_t size) override {
+        auto p = static_cast<const uint32_t*>(buf);
+        writes.emplace_back(p, p + size / 4);
+        return ssize_t(size);
+    }
+    void feed(const std::vector<uint32_t>& records) {
+        if (::write(feedFd, records.data(), records.size() * 4) < 0)
+            ADD_FAILURE() << "feed";
+    }
+    void unplug() {
+        if (feedFd >= 0)
+            ::close(feedFd);
+        feedFd = -1;
+    }
+    bool set(unsigned long request, uint32_t value) const {
+        return std::find(ioctls.begin(), ioctls.end(), std::pair{request, value}) != ioctls.end();
+    }
+};
+
+std::vector<uint32_t> mode2(const std::vector<uint32_t>& us, uint32_t carrier) {
+    std::vector<uint32_t> r{LIRC_SPACE(2500000)}; // idle time before the press
+    for (size_t i = 0; i < us.size(); ++i)
+        r.push_back(i % 2 == 0 ? LIRC_PULSE(us[i]) : LIRC_SPACE(us[i]));
+    if (carrier)
+        r.push_back(LIRC_FREQUENCY(carrier));
+    r.push_back(LIRC_TIMEOUT(150000));
+    return r;
+}
+
+struct Fixture {
+    Fixture() {
+        t.settings.WriteIni(u"Tira", u"Device", u"/dev/lirc0");
+        device.factory = [this](const QString& target) {
+            return std::make_unique<LircDriver>(target, kernel);
+        };
+        device.captureTimeoutMs = 1000;
+    }
+    std::shared_ptr<FakeKernel> kernel = std::make_shared<FakeKernel>();
+    TempFolder t;
+    ScriptedPrompt prompt;
+    TiraDevice device{t.folder, t.settings, prompt};
+    QByteArray signal() const {
+        return QByteArray(reinterpret_cast<const char*>(device.SignalBuf.data()), device.SignalLen);
+    }
+};
+
+// Marks and short spaces of a receiver scatter around 560 µs and are stored as
+// one table entry, so a value may move by this much.
+constexpr int Jitter = 80;
+
+void expectNear(const std::vector<uint32_t>& got, const std::vector<uint32_t>& want, int tol) {
+    ASSERT_EQ(got.size(), want.size());
+    for (size_t i = 0; i < got.size(); ++i)
+        EXPECT_NEAR(int(got[i]), int(want[i]), tol) << "at " << i;
+}
+
+} // namespace
+
+TEST(Lirc, LearnsARecordedNecRemoteAndSendsItBack) {
+    Fixture f;
+    ASSERT_TRUE(f.device.ActivateTira(0));
+    EXPECT_TRUE(f.kernel->set(LIRC_SET_REC_MODE, LIRC_MODE_MODE2));
+    EXPECT_TRUE(f.kernel->set(LIRC_SET_SEND_MODE, LIRC_MODE_PULSE));
+    std::vector<uint32_t> us = recordingUs();
+    std::vector<uint32_t> records = mode2(us, 38200);
+    QTimer::singleShot(30, [&] { f.kernel->feed({records.begin(), records.begin() + 20}); });
+    QTimer::singleShot(60, [&] { f.kernel->feed({records.begin() + 20, records.end()}); });
+    ASSERT_TRUE(f.device.CaptureTira());
+    EXPECT_TRUE(f.kernel->set(LIRC_SET_WIDEBAND_RECEIVER, 1));
+    EXPECT_TRUE(f.kernel->set(LIRC_SET_MEASURE_CARRIER_MODE, 1));
+    EXPECT_TRUE(f.kernel->set(LIRC_SET_REC_TIMEOUT, 150000));
+    EXPECT_TRUE(f.kernel->set(LIRC_SET_WIDEBAND_RECEIVER, 0)); // put back afterwards
+    EXPECT_TRUE(f.kernel->set(LIRC_SET_MEASURE_CARRIER_MODE, 0));
+
+    // Stored as the frame and one repeat code, in the common blob.
+    auto blob = IrBlob::decode(f.signal());
+    ASSERT_TRUE(blob);
+    EXPECT_EQ(blob->timeBase, 8);
+    EXPECT_LE(blob->table.size(), 8u);
+    IrTiming t = TimingFromBlob(*blob);
+    EXPECT_EQ(t.carrierHz, 38200);
+    EXPECT_EQ(t.repeatBegin, 68);
+    std::vector<uint32_t> folded(us.begin(), us.begin() + 71);
+    folded.push_back(96000);
+    expectNear(t.durations, folded, Jitter);
+
+    f.kernel->writes.clear();
+    ASSERT_TRUE(f.device.TestStudiedSignal());
+    EXPECT_TRUE(f.kernel->set(LIRC_SET_SEND_CARRIER, 38200));
+    ASSERT_EQ(f.kernel->writes.size(), 4u);
+    expectNear(f.kernel->writes[0], {us.begin(), us.begin() + 71}, Jitter);
+    for (int i = 1; i < 4; ++i)
+        expectNear(f.kernel->writes[i], {9040, 2210, 600}, Jitter);
+}
+
+TEST(Lirc, ASignalLearnedOnATiraIsSentByLirc) {
+    Fixture f;
+    ASSERT_TRUE(f.device.ActivateTira(0));
+    TiraBurst burst;
+    ParseTiraBurst(QByteArray::fromHex("0465023300460046004600D300460000"
+                                       "34B2"),
+                   &burst);
+    QByteArray blob = BlobFromTiming(TimingFromTiraBurst(burst))->encode();
+    ASSERT_EQ(f.device.driver()->tira_transmit(0, -1, blob), 0);
+    EXPECT_TRUE(f.kernel->set(LIRC_SET_SEND_CARRIER, 38462));
+    ASSERT_EQ(f.kernel->writes.size(), 1u);
+    EXPECT_EQ(f.kernel->writes[0], (std::vector<uint32_t>{9000, 4504, 560, 560, 560, 1688, 560}));
+}
+
+TEST(Lirc, ASignalLearnedByLircIsSentByATira) {
+    Fixture f;
+    ASSERT_TRUE(f.device.ActivateTira(0));
+    std::vector<uint32_t> records = mode2(recordingUs(), 0); // no carrier report
+    QTimer::singleShot(20, [&] { f.kernel->feed(records); });
+    ASSERT_TRUE(f.device.CaptureTira());
+    f.device.DeActivateTira();
+
+    FakeTira tira;
+    f.t.settings.WriteIni(u"Tira", u"Device", tira.path());
+    f.device.factory = [&f](const QString& target) { return MakeIrDriver(target, f.t.folder); };
+    ASSERT_TRUE(f.device.ActivateTira(0));
+    ASSERT_EQ(f.device.driver()->tira_transmit(1, -1, f.signal()), 0);
+    ASSERT_EQ(tira.transmissions.size(), 2);
+    const QByteArray& ix = tira.transmissions[0];
+    EXPECT_EQ(uint8_t(ix[2]), 52); // unknown carrier: 38 kHz
+    EXPECT_EQ(ix.size(), 28 + 36); // 71 durations
+    EXPECT_EQ(tira.transmissions[1].size(), 28 + 2);
+}
+
+TEST(Lirc, LostDataUnpluggingAndMissingFeaturesFailCleanly) {
+    Fixture f;
+    ASSERT_TRUE(f.device.ActivateTira(0));
+    // An overflow drops what came before it; only the clean message counts.
+    std::vector<uint32_t> records{LIRC_PULSE(9000), LIRC_SPACE(4500), LIRC_OVERFLOW(0xFFFFFF)};
+    auto tail = mode2({9000, 4500, 560}, 0);
+    records.insert(records.end(), tail.begin(), tail.end());
+    QTimer::singleShot(20, [&] { f.kernel->feed(records); });
+    ASSERT_TRUE(f.device.CaptureTira());
+    EXPECT_EQ(TimingFromBlob(*IrBlob::decode(f.signal())).durations,
+              (std::vector<uint32_t>{9000, 4504, 560}));
+
+    QTimer::singleShot(20, [&] { f.kernel->unplug(); });
+    QElapsedTimer clock;
+    clock.start();
+    EXPECT_FALSE(f.device.CaptureTira());
+    EXPECT_LT(clock.elapsed(), 900);
+    EXPECT_NE(f.device.driver()->tira_transmit(0, -1, f.signal()), 0);
+
+    Fixture g;
+    g.kernel->features = LIRC_CAN_SEND_PULSE; // a transmitter without a receiver
+    ASSERT_TRUE(g.device.ActivateTira(0));
+    EXPECT_FALSE(g.device.CaptureTira());
+    g.kernel->features = LIRC_CAN_REC_SCANCODE;
+    g.device.DeActivateTira();
+    EXPECT_FALSE(g.device.ActivateTira(0));
+}
