@@ -1,0 +1,227 @@
+// kestrava-ir: checks an infrared transceiver without the program. Lists the
+// devices that may be one, captures a signal into a signal file, sends one,
+// and prints a signal's durations so that it can be attached to a report or
+// replayed with ir-ctl.
+#include "core/AtomicFile.h"
+#include "core/Log.h"
+#include "core/ProgramFolder.h"
+#include "core/Wait.h"
+#include "infrared/IrDriver.h"
+#include "infrared/IrSignal.h"
+#include "infrared/SignalStore.h"
+#include "infrared/TiraFacts.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QTimer>
+
+#include <cstdio>
+#include <fcntl.h>
+#include <linux/lirc.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const char* const Usage =
+    "Usage: kestrava-ir COMMAND [ARGS]\n"
+    "Checks an infrared transceiver for Kestrava.\n"
+    "\n"
+    "  list                      devices that may be a transceiver\n"
+    "  capture DEVICE FILE [S]   learn one signal (wait up to S seconds, default 11)\n"
+    "                            and store it as a signal file\n"
+    "  send DEVICE FILE          send a signal file\n"
+    "  show FILE [--mode2]       print a signal file as pulse/space durations in µs\n"
+    "                            with its carrier (ir-ctl's text or mode2 form)\n"
+    "\n"
+    "DEVICE is a path (/dev/ttyUSB0, /dev/lirc0), a number n for /dev/ttyUSBn,\n"
+    "or sim for the simulator (which logs to ./sim-transmit.log).\n";
+
+void print(const QString& text) {
+    std::fputs(text.toLocal8Bit().constData(), stdout);
+}
+
+void complain(const QString& text) {
+    std::fprintf(stderr, "kestrava-ir: %s\n", text.toLocal8Bit().constData());
+}
+
+QString targetOf(const QString& device) {
+    bool number = false;
+    int n = device.toInt(&number);
+    return number ? u"/dev/ttyUSB"_s + QString::number(n) : device;
+}
+
+QString readText(const QString& path) {
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()).trimmed() : QString();
+}
+
+int list() {
+    int found = 0;
+    QDir dev(u"/dev"_s);
+    for (const QString& name :
+         dev.entryList({u"ttyUSB*"_s, u"ttyACM*"_s, u"lirc*"_s}, QDir::System, QDir::Name)) {
+        QString path = dev.filePath(name);
+        QString note;
+        if (name.startsWith(u"lirc")) {
+            int fd = ::open(path.toLocal8Bit().constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+            uint32_t features = 0;
+            if (fd < 0) {
+                note = u"cannot open (permissions?)"_s;
+            } else if (::ioctl(fd, LIRC_GET_FEATURES, &features) == 0) {
+                note = u"LIRC:"_s;
+                if (features & LIRC_CAN_REC_MODE2)
+                    note += u" receive"_s;
+                if (features & LIRC_CAN_USE_WIDEBAND_RECEIVER)
+                    note += u" wideband"_s;
+                if (features & LIRC_CAN_MEASURE_CARRIER)
+                    note += u" carrier-measure"_s;
+                if (features & LIRC_CAN_SEND_PULSE)
+                    note += u" send"_s;
+            }
+            if (fd >= 0)
+                ::close(fd);
+        } else {
+            // The USB ids of the serial adapter: the Tira is 0403:fa78.
+            QString usb = QDir(u"/sys/class/tty/"_s + name + u"/device/../.."_s).canonicalPath();
+            QString vendor = readText(usb + u"/idVendor"_s);
+            QString product = readText(usb + u"/idProduct"_s);
+            if (!vendor.isEmpty())
+                note = u"USB "_s + vendor + u':' + product + u' ' + readText(usb + u"/product"_s);
+            if (vendor == u"0403" && product.compare(u"fa78", Qt::CaseInsensitive) == 0)
+                note += u" (Tira)"_s;
+        }
+        print(path + u"  "_s + note + u'\n');
+        ++found;
+    }
+    if (found == 0)
+        print(u"no serial or LIRC devices found\n"_s);
+    return 0;
+}
+
+std::unique_ptr<IrDriver> openDriver(const QString& device) {
+    ProgramFolder here(QDir::currentPath());
+    QString target = targetOf(device);
+    auto driver = MakeIrDriver(target, here);
+    int rc = driver->tira_init() + driver->tira_start(0);
+    if (rc != 0) {
+        complain(target + u": cannot open the transceiver (code "_s + QString::number(rc) + u")"_s);
+        return nullptr;
+    }
+    return driver;
+}
+
+int show(const QString& path, bool mode2) {
+    QByteArray bytes;
+    if (ReadSignalFile(path, &bytes) != SignalRead::Ok) {
+        complain(path + u": not a readable signal file"_s);
+        return 1;
+    }
+    auto blob = IrBlob::decode(bytes);
+    if (!blob) {
+        complain(path + u": "_s + QString::number(bytes.size()) +
+                 u" bytes that are not a captured signal"_s);
+        return 1;
+    }
+    IrTiming t = TimingFromBlob(*blob);
+    int carrier = t.carrierHz > 0 ? t.carrierHz : DefaultCarrierHz;
+    if (mode2) {
+        print(u"carrier "_s + QString::number(carrier) + u'\n');
+        for (size_t i = 0; i < t.durations.size(); ++i)
+            print((i % 2 ? u"space "_s : u"pulse "_s) + QString::number(t.durations[i]) + u'\n');
+        return 0;
+    }
+    print(u"# carrier "_s + QString::number(carrier) + u" Hz"_s +
+          (t.carrierHz > 0 ? u""_s : u" (not stored; assumed)"_s) + u", "_s +
+          QString::number(t.durations.size()) + u" durations"_s +
+          (t.repeatBegin >= 0 ? u", repeat from "_s + QString::number(t.repeatBegin) : u""_s) +
+          u'\n');
+    print(u"# send with: ir-ctl -c "_s + QString::number(carrier) + u" -s FILE\n"_s);
+    print(IrCtlText(t.frame()) + u'\n');
+    if (t.repeatBegin >= 0)
+        print(u"# repeating part\n"_s + IrCtlText(t.repeatFrame()) + u'\n');
+    return 0;
+}
+
+int capture(const QString& device, const QString& path, int seconds) {
+    auto driver = openDriver(device);
+    if (!driver)
+        return 1;
+    if (driver->tira_start_capture() != 0) {
+        complain(u"the transceiver cannot capture"_s);
+        return 1;
+    }
+    print(u"Point the remote at the receiver and press the key...\n"_s);
+    std::fflush(stdout);
+    QByteArray data;
+    int rc = 0;
+    QTimer poll;
+    QEventLoop loop;
+    QObject::connect(&poll, &QTimer::timeout, [&] {
+        rc = driver->tira_get_captured_data(&data, SignalFileSize);
+        if (rc != 0 || !data.isEmpty())
+            loop.quit();
+    });
+    QTimer::singleShot(seconds * 1000, &loop, &QEventLoop::quit);
+    poll.start(40);
+    loop.exec();
+    driver->tira_cancel_capture();
+    driver->tira_stop();
+    if (data.isEmpty()) {
+        complain(rc ? u"the capture failed"_s : u"nothing was received"_s);
+        return 1;
+    }
+    SignalImage image{};
+    std::copy_n(data.constData(), data.size(), image.begin());
+    StampSignalLength(image, int(data.size()));
+    QString error;
+    if (!WriteFileAtomically(
+            path, QByteArrayView(reinterpret_cast<const char*>(image.data()), image.size()), 0644,
+            &error)) {
+        complain(error);
+        return 1;
+    }
+    print(u"stored "_s + QString::number(data.size()) + u" bytes in "_s + path + u'\n');
+    return show(path, false);
+}
+
+int send(const QString& device, const QString& path) {
+    QByteArray bytes;
+    if (ReadSignalFile(path, &bytes) != SignalRead::Ok) {
+        complain(path + u": not a readable signal file"_s);
+        return 1;
+    }
+    auto driver = openDriver(device);
+    if (!driver)
+        return 1;
+    int rc = driver->tira_transmit(TiraFacts::TransmitRepeat, -1, bytes);
+    driver->tira_stop();
+    if (rc != 0) {
+        complain(u"the transmission failed (code "_s + QString::number(rc) + u")"_s);
+        return 1;
+    }
+    print(u"sent\n"_s);
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    InstallLogHandler(false);
+    QStringList args = app.arguments().mid(1);
+    const QString cmd = args.value(0);
+    if (cmd == u"list" && args.size() == 1)
+        return list();
+    if (cmd == u"show" && (args.size() == 2 || (args.size() == 3 && args[2] == u"--mode2")))
+        return show(args[1], args.size() == 3);
+    if (cmd == u"capture" && (args.size() == 3 || args.size() == 4))
+        return capture(args[1], args[2], args.size() == 4 ? qMax(1, args[3].toInt()) : 11);
+    if (cmd == u"send" && args.size() == 3)
+        return send(args[1], args[2]);
+    std::fputs(Usage, cmd == u"--help" ? stdout : stderr);
+    return cmd == u"--help" ? 0 : 2;
+}
