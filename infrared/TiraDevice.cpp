@@ -33,6 +33,23 @@ TiraDevice::TiraDevice(const ProgramFolder& folder_, SettingsStore& settings_, U
     factory = [this](const QString& target) { return MakeIrDriver(target, folder); };
 }
 
+template <typename F> int TiraDevice::call(F f) {
+    if (!driver_)
+        return -1;
+    IrDriver* d = driver_.get();
+    ++calls_;
+    int rc = f(*d);
+    if (--calls_ == 0)
+        retired_.clear();
+    return rc;
+}
+
+void TiraDevice::dropDriver() {
+    if (calls_ > 0)
+        retired_.push_back(std::move(driver_));
+    driver_.reset();
+}
+
 TiraDevice::~TiraDevice() {
     Unload();
 }
@@ -54,14 +71,15 @@ bool TiraDevice::ActivateTira(qint16 port) {
     if (driver_ && driver_->target() != target) {
         driver_->tira_stop();
         driver_->tira_cleanup();
-        driver_.reset();
+        dropDriver();
     }
     if (!driver_)
         driver_ = factory(target);
     bool ok = false;
     if (driver_) {
         LastReturnCode = qint16(driver_->tira_init());
-        LastReturnCode = qint16(LastReturnCode + driver_->tira_start(port));
+        LastReturnCode =
+            qint16(LastReturnCode + call([&](IrDriver& d) { return d.tira_start(port); }));
         ok = LastReturnCode == 0;
     }
     if (ok) {
@@ -87,7 +105,7 @@ void TiraDevice::Unload() {
     if (driver_) {
         LastReturnCode = qint16(driver_->tira_stop());
         LastReturnCode = qint16(driver_->tira_cleanup());
-        driver_.reset();
+        dropDriver();
     }
     TiraActive = false;
 }
@@ -96,7 +114,7 @@ bool TiraDevice::CaptureTira() {
     timDeactivate.stop();
     CaptureGot = false;
     bool result = false;
-    if (!driver_ || driver_->tira_start_capture() != 0) {
+    if (call([](IrDriver& d) { return d.tira_start_capture(); }) != 0) {
         CaptureWaiting = 0;
     } else {
         CaptureWaiting = 1;
@@ -111,7 +129,7 @@ bool TiraDevice::CaptureTira() {
 }
 
 bool TiraDevice::CancelCaptureTira() {
-    int rc = driver_ ? driver_->tira_cancel_capture() : 1;
+    int rc = call([](IrDriver& d) { return d.tira_cancel_capture(); });
     CaptureWaiting = 0;
     return rc == 0;
 }
@@ -191,7 +209,8 @@ bool TiraDevice::TransmitTira(const QString& path, Origin origin) {
         }
     }
 
-    int rc = driver_ ? driver_->tira_transmit(TiraFacts::TransmitRepeat, -1, bytes) : -1;
+    int rc =
+        call([&](IrDriver& d) { return d.tira_transmit(TiraFacts::TransmitRepeat, -1, bytes); });
     if (rc != 0)
         qCWarning(lcDevice).noquote() << "transmission failed:" << rc << path;
     timDeactivate.start();

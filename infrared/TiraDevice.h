@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <memory>
+#include <vector>
 
 class ProgramFolder;
 class SettingsStore;
@@ -76,6 +77,13 @@ signals:
 private:
     void Timer1Tick();
     void tell(Origin origin, const QString& text, bool warning);
+    template <typename F> int call(F f);
+    void dropDriver();
 
     std::unique_ptr<IrDriver> driver_;
+    // Calls into a driver may wait with events running, and what runs in the
+    // wait may close or replace the driver; the old one lives on here until
+    // the last call into it has returned.
+    int calls_ = 0;
+    std::vector<std::unique_ptr<IrDriver>> retired_;
 };

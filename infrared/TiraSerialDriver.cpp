@@ -15,6 +15,9 @@
 namespace {
 Q_LOGGING_CATEGORY(lcTira, "kestrava.tira")
 
+// More than any burst a signal file can hold; beyond it the stream is junk.
+constexpr qsizetype MaxPendingInput = 16384;
+
 // Marks the end of a busy section however it is left.
 struct BusyGuard {
     explicit BusyGuard(bool& b) : flag(b) { flag = true; }
@@ -123,6 +126,8 @@ void TiraSerialDriver::onReadable() {
     }
     if (capturing_)
         parseStream();
+    else if (!busy_ && in_.size() > MaxPendingInput)
+        in_.clear(); // key codes nobody asked for
     emit received();
 }
 
@@ -141,9 +146,9 @@ void TiraSerialDriver::parseStream() {
         }
         TiraBurst burst;
         int used = ParseTiraBurst(in_, &burst);
-        if (used == 0)
+        if (used == 0 && in_.size() <= MaxPendingInput)
             return;
-        if (used < 0) {
+        if (used <= 0) {
             // Out of step: start timing mode afresh.
             fail("lost step in its capture stream");
             in_.clear();

@@ -177,3 +177,30 @@ TEST(TiraSerial, UnpluggedDuringSendFailsCleanly) {
     EXPECT_NE(f.device.driver()->tira_transmit(3, -1, necBlob()), 0);
     EXPECT_LT(clock.elapsed(), 1000);
 }
+
+TEST(TiraSerial, DeviceReleasedWhileASendWaitsForItsReply) {
+    Fixture f;
+    ASSERT_TRUE(f.device.ActivateTira(0));
+    QByteArray img = necBlob();
+    img.append(SignalFileSize - img.size(), '\0');
+    img[1999] = char(necBlob().size());
+    f.t.writeFile(u"IRSignals/TV-Power.bin", img);
+    // The program closes while the unit has not yet confirmed the send.
+    f.tira.answer = false;
+    f.tira.onCommand = [&](const QByteArray& cmd) {
+        if (cmd.startsWith("IX"))
+            f.device.Unload();
+    };
+    EXPECT_FALSE(f.device.TransmitTira(f.t.path(u"IRSignals/TV-Power.bin")));
+    EXPECT_EQ(f.device.driver(), nullptr);
+
+    // Junk without any burst end is dropped rather than kept forever.
+    f.tira.onCommand = nullptr;
+    f.tira.answer = true;
+    f.device.captureTimeoutMs = 300;
+    ASSERT_TRUE(f.device.ActivateTira(0));
+    QTimer::singleShot(20, [&] { f.tira.write(QByteArray(20000, '\x11')); });
+    QTimer::singleShot(100, [&] { f.tira.write(NecStream); });
+    f.tira.onCommand = [&](const QByteArray&) {};
+    EXPECT_TRUE(f.device.CaptureTira());
+}
