@@ -85,8 +85,8 @@ std::vector<uint32_t> IrTiming::frame() const {
 }
 
 std::vector<uint32_t> IrTiming::repeatFrame() const {
-    if (repeatBegin < 0 || repeatBegin >= int(durations.size()))
-        return frame();
+    if (!repeats())
+        return {};
     // The repeating part starts on a pulse; a start on a space skips it.
     int from = repeatBegin % 2 == 0 ? repeatBegin : repeatBegin + 1;
     std::vector<uint32_t> f(durations.begin() + std::min<size_t>(from, durations.size()),
@@ -159,11 +159,11 @@ IrTiming FoldRepeats(const IrTiming& timing) {
         }
         return true;
     };
+    // From the second frame on they must all be alike; with two frames the
+    // second is taken as the repeat (an NEC frame and its repeat code).
     for (size_t k = 2; k < frames.size(); ++k)
         if (!alike(frames[1], frames[k]))
             return timing;
-    if (frames.size() == 2 && !alike(frames[0], frames[1]))
-        return timing;
     auto gapAfter = [&](size_t k) {
         size_t at = frames[k].second;
         return at < d.size() ? d[at] : d[frames[0].second];

@@ -36,10 +36,12 @@ struct IrTiming {
     int carrierHz = 0;    // 0 when unknown
     int repeatBegin = -1; // index into durations, -1 none
 
-    // The frame to put on the air (ends with a pulse) and the pause after it.
+    // The first send (everything, without a final pause), the part that
+    // repeats (empty when none does) and the pause before each repeat.
     std::vector<uint32_t> frame() const;
     std::vector<uint32_t> repeatFrame() const;
     uint32_t gapUs() const;
+    bool repeats() const { return repeatBegin >= 0 && repeatBegin < int(durations.size()); }
 };
 
 constexpr int DefaultCarrierHz = 38000;

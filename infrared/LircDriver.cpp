@@ -240,7 +240,7 @@ int LircDriver::tira_transmit(int repeat, int frequency, QByteArrayView data) {
         qCWarning(lcLirc).noquote() << path_ << "cannot send at" << carrier << "Hz";
     if (!send(timing.frame()))
         return Io;
-    for (int i = 0; i < repeat; ++i) {
+    for (int i = 0; timing.repeats() && i < repeat; ++i) {
         WaitMs(int(timing.gapUs() / 1000));
         if (fd_ < 0 || !send(timing.repeatFrame()))
             return Io;

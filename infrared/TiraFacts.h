@@ -35,9 +35,14 @@ constexpr char CaptureCommand[] = {'I', 'C', 0, 0};
 constexpr int TransmitReplySlackMs = 300;
 
 // Assumed: the library's repeat count means sends beyond the first; the
-// repeating part (the whole signal when it has none) follows the first send
-// that many times, each after the pause the signal ends with.
+// repeating part of a signal follows the first send that many times, each
+// after the pause the signal ends with. A signal without a repeating part
+// goes out once (so a volume key steps once).
 constexpr int TransmitRepeat = 3;
 constexpr uint32_t DefaultRepeatGapUs = 40000;
+
+// Assumed: like the maker's library, a capture listens this long after the
+// first burst to find the part that repeats while the key is held.
+constexpr int CaptureWindowMs = 350;
 
 } // namespace TiraFacts

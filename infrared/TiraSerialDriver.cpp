@@ -17,6 +17,7 @@ Q_LOGGING_CATEGORY(lcTira, "kestrava.tira")
 
 // More than any burst a signal file can hold; beyond it the stream is junk.
 constexpr qsizetype MaxPendingInput = 16384;
+constexpr size_t MaxBursts = 8;
 
 // Marks the end of a busy section however it is left.
 struct BusyGuard {
@@ -27,7 +28,10 @@ struct BusyGuard {
 } // namespace
 
 TiraSerialDriver::TiraSerialDriver(QString path, QObject* parent)
-    : QObject(parent), path_(std::move(path)) {}
+    : QObject(parent), path_(std::move(path)) {
+    window_.setSingleShot(true);
+    connect(&window_, &QTimer::timeout, this, &TiraSerialDriver::finishCapture);
+}
 
 TiraSerialDriver::~TiraSerialDriver() {
     tira_stop();
@@ -103,6 +107,8 @@ int TiraSerialDriver::tira_stop() {
     capturing_ = awaitingOic_ = false;
     in_.clear();
     captured_.clear();
+    bursts_.clear();
+    window_.stop();
     return 0;
 }
 
@@ -157,11 +163,37 @@ void TiraSerialDriver::parseStream() {
             return;
         }
         in_.remove(0, used);
-        if (captured_.isEmpty()) {
-            if (auto blob = BlobFromTiming(TimingFromTiraBurst(burst)))
-                captured_ = blob->encode();
+        if (!captured_.isEmpty() || bursts_.size() >= MaxBursts)
+            continue;
+        if (bursts_.empty()) {
+            burstClock_.start();
+            window_.start(TiraFacts::CaptureWindowMs);
         }
+        bursts_.push_back({std::move(burst), burstClock_.elapsed()});
     }
+}
+
+void TiraSerialDriver::finishCapture() {
+    if (bursts_.empty() || !capturing_)
+        return;
+    // The gaps between bursts are not in the stream: they are timed here, from
+    // when each burst came in less how long the next one lasted.
+    IrTiming timing = TimingFromTiraBurst(bursts_[0].burst);
+    for (size_t i = 1; i < bursts_.size(); ++i) {
+        IrTiming next = TimingFromTiraBurst(bursts_[i].burst);
+        uint64_t length = 0;
+        for (uint32_t us : next.durations)
+            length += us;
+        int64_t gap = (bursts_[i].atMs - bursts_[i - 1].atMs) * 1000 - int64_t(length);
+        timing.durations.push_back(uint32_t(std::clamp<int64_t>(gap, 5000, 500000)));
+        timing.durations.insert(timing.durations.end(), next.durations.begin(),
+                                next.durations.end());
+    }
+    bursts_.clear();
+    if (auto blob = BlobFromTiming(FoldRepeats(timing)))
+        captured_ = blob->encode();
+    else
+        fail("sent a signal with too many distinct durations");
 }
 
 bool TiraSerialDriver::writeAll(QByteArrayView bytes) {
@@ -216,6 +248,8 @@ int TiraSerialDriver::tira_start_capture() {
         return Busy;
     BusyGuard guard(busy_);
     captured_.clear();
+    bursts_.clear();
+    window_.stop();
     if (!command(QByteArrayView(TiraFacts::CaptureCommand, 4), "OIC", TiraFacts::ReplyTimeoutMs)) {
         fail("does not enter timing mode");
         return NoReply;
@@ -228,6 +262,8 @@ int TiraSerialDriver::tira_start_capture() {
 
 int TiraSerialDriver::leaveTimingMode() {
     capturing_ = awaitingOic_ = false;
+    bursts_.clear();
+    window_.stop();
     if (!command("IR", "OK", TiraFacts::ReplyTimeoutMs)) {
         fail("does not leave timing mode");
         return NoReply;
@@ -283,11 +319,15 @@ int TiraSerialDriver::tira_transmit(int repeat, int frequency, QByteArrayView da
     const int carrier = frequency > 0 ? frequency : timing.carrierHz;
     QByteArray first = TiraTransmitCommand(timing.frame(), carrier);
     QByteArray again = TiraTransmitCommand(timing.repeatFrame(), carrier);
-    if (first.isEmpty() || again.isEmpty())
+    if (first.isEmpty() || (timing.repeats() && again.isEmpty()))
         return BadSignal;
+    if (!timing.repeats())
+        repeat = 0;
 
     BusyGuard guard(busy_);
-    const bool wasCapturing = capturing_;
+    // A capture under way is picked up again after the send; one that has
+    // already got its signal keeps it.
+    const bool wasCapturing = capturing_ && captured_.isEmpty();
     if (mode_ == Mode::Timing && leaveTimingMode() != 0)
         return NoReply;
     auto lengthMs = [](const std::vector<uint32_t>& us) {
@@ -309,7 +349,6 @@ int TiraSerialDriver::tira_transmit(int repeat, int frequency, QByteArrayView da
     }
     if (wasCapturing && rc == 0 && !broken_) {
         // Back to listening for the capture that was armed before.
-        captured_.clear();
         if (command(QByteArrayView(TiraFacts::CaptureCommand, 4), "OIC",
                     TiraFacts::ReplyTimeoutMs)) {
             mode_ = Mode::Timing;

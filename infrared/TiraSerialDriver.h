@@ -2,14 +2,19 @@
 
 #include "infrared/IrDriver.h"
 
+#include "infrared/IrSignal.h"
+
+#include <QElapsedTimer>
 #include <QObject>
 #include <QSocketNotifier>
+#include <QTimer>
 
 #include <memory>
+#include <vector>
 
 // A Tira-2 on a serial port (FTDI, /dev/ttyUSBn). Waits for replies with events
-// running; a capture uses the device's timing mode, whose first burst becomes
-// the signal.
+// running; a capture uses the device's timing mode and keeps the first burst
+// and the one that repeats while the key is held.
 class TiraSerialDriver final : public QObject, public IrDriver {
     Q_OBJECT
 public:
@@ -38,6 +43,7 @@ private:
 
     void onReadable();
     void parseStream();
+    void finishCapture();
     bool writeAll(QByteArrayView bytes);
     // Waits until the input holds reply followed by extra bytes; consumes
     // everything up to its end and puts the extra bytes in *tail.
@@ -57,4 +63,11 @@ private:
     bool awaitingOic_ = false;
     bool canTransmit_ = false;
     QByteArray captured_;
+    struct Arrival {
+        TiraBurst burst;
+        qint64 atMs;
+    };
+    std::vector<Arrival> bursts_; // of the capture under way
+    QElapsedTimer burstClock_;
+    QTimer window_;
 };

@@ -148,5 +148,11 @@ TEST(IrSignal, HeldKeyIsFoldedIntoLeadInAndRepeat) {
     std::vector<uint32_t> parts{3500,  1700, 450,  30000, 3500, 1700, 450, 1300, 450,
                                 30000, 3500, 1700, 450,   400,  450,  400, 450};
     EXPECT_EQ(FoldRepeats({parts, 38000, -1}).durations, parts);
+    // A frame and one repeat code: lead-in and repeating part.
+    std::vector<uint32_t> nec{9000, 4500, 560, 40000, 9000, 2250, 560};
+    IrTiming two = FoldRepeats({nec, 38000, -1});
+    EXPECT_EQ(two.repeatBegin, 4);
+    EXPECT_EQ(two.repeatFrame(), (std::vector<uint32_t>{9000, 2250, 560}));
+    EXPECT_EQ(two.gapUs(), 40000u);
     EXPECT_EQ(FoldRepeats({frame, 38000, -1}).durations, frame);
 }

@@ -54,11 +54,9 @@ TEST(TiraSerial, IdentifiesAndSendsTheExactIxBytesFromAWebPress) {
     EXPECT_TRUE(TXSignalById(f.device, u"3", u"0"));
     EXPECT_TRUE(f.device.TiraActive);
     EXPECT_TRUE(f.tira.fromHost.startsWith("IPIR"));
-    // The signal, then three repeats.
-    ASSERT_EQ(f.tira.transmissions.size(), 4);
-    for (const QByteArray& ix : f.tira.transmissions)
-        EXPECT_EQ(ix.toHex(), NecIx.toHex());
-    EXPECT_EQ(f.tira.fromHost, "IPIR" + NecIx + NecIx + NecIx + NecIx);
+    // A signal without a repeating part goes out once.
+    ASSERT_EQ(f.tira.transmissions.size(), 1);
+    EXPECT_EQ(f.tira.fromHost, "IPIR" + NecIx);
     EXPECT_TRUE(f.prompt.shown.isEmpty());
 }
 
@@ -75,6 +73,48 @@ TEST(TiraSerial, CaptureArrivesInPiecesAndBecomesABlob) {
         necBlob());
     EXPECT_TRUE(f.device.CancelCaptureTira());
     EXPECT_TRUE(f.tira.fromHost.endsWith(QByteArray("IC\0\0IR", 6)));
+}
+
+QByteArray tiraStream(const std::vector<uint32_t>& us) {
+    QByteArray out;
+    for (uint32_t d : us) {
+        out.append(char(d / 8 >> 8));
+        out.append(char(d / 8 & 0xFF));
+    }
+    return out + QByteArray::fromHex("000034B2");
+}
+
+TEST(TiraSerial, HeldKeyIsCapturedWithItsRepeatAndSentSo) {
+    Fixture f;
+    ASSERT_TRUE(f.device.ActivateTira(0));
+    const std::vector<uint32_t> frame{9000, 4504, 560, 560, 560, 1688, 560};
+    const std::vector<uint32_t> again{9000, 2248, 560};
+    f.tira.onCommand = [&](const QByteArray& cmd) {
+        if (!cmd.startsWith("IC"))
+            return;
+        // Bursts arrive when they have ended: the frame, then a repeat every 60 ms.
+        QTimer::singleShot(10, [&] { f.tira.write(tiraStream(frame)); });
+        QTimer::singleShot(70, [&] { f.tira.write(tiraStream(again)); });
+        QTimer::singleShot(130, [&] { f.tira.write(tiraStream(again)); });
+    };
+    ASSERT_TRUE(f.device.CaptureTira());
+    auto blob = IrBlob::decode(
+        QByteArray(reinterpret_cast<const char*>(f.device.SignalBuf.data()), f.device.SignalLen));
+    ASSERT_TRUE(blob);
+    IrTiming t = TimingFromBlob(*blob);
+    EXPECT_EQ(t.repeatBegin, 8);
+    ASSERT_EQ(t.durations.size(), 12u);
+    EXPECT_NEAR(int(t.durations[7]), 60000 - 11808, 20000); // timed on the host
+    EXPECT_EQ(t.repeatFrame(), again);
+    EXPECT_TRUE(f.device.CancelCaptureTira());
+
+    f.tira.onCommand = nullptr;
+    f.tira.transmissions.clear();
+    ASSERT_TRUE(f.device.TestStudiedSignal());
+    ASSERT_EQ(f.tira.transmissions.size(), 4);
+    EXPECT_EQ(f.tira.transmissions[0].size(), 28 + 6); // frame, pause, repeat: 11 durations
+    for (int i = 1; i < 4; ++i)
+        EXPECT_EQ(f.tira.transmissions[i].mid(28).toHex(), "012f");
 }
 
 TEST(TiraSerial, StreamOutOfStepIsRestarted) {
@@ -197,7 +237,6 @@ TEST(TiraSerial, DeviceReleasedWhileASendWaitsForItsReply) {
     // Junk without any burst end is dropped rather than kept forever.
     f.tira.onCommand = nullptr;
     f.tira.answer = true;
-    f.device.captureTimeoutMs = 300;
     ASSERT_TRUE(f.device.ActivateTira(0));
     QTimer::singleShot(20, [&] { f.tira.write(QByteArray(20000, '\x11')); });
     QTimer::singleShot(100, [&] { f.tira.write(NecStream); });
