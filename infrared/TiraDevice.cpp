@@ -44,6 +44,12 @@ template <typename F> int TiraDevice::call(F f) {
     return rc;
 }
 
+// Each use gives the device a fresh 30 s; once released nothing is left to close.
+void TiraDevice::restartIdle() {
+    if (driver_)
+        timDeactivate.start();
+}
+
 void TiraDevice::dropDriver() {
     if (calls_ > 0)
         retired_.push_back(std::move(driver_));
@@ -88,7 +94,7 @@ bool TiraDevice::ActivateTira(qint16 port) {
     } else {
         qCWarning(lcDevice).noquote() << "cannot open" << target;
     }
-    timDeactivate.start();
+    restartIdle();
     return ok;
 }
 
@@ -102,6 +108,8 @@ void TiraDevice::DeActivateTira() {
 void TiraDevice::Unload() {
     Timer1.stop();
     timDeactivate.stop();
+    if (CaptureWaiting == 1)
+        emit captureEnded(); // a capture waiting now will not get its signal
     if (driver_) {
         LastReturnCode = qint16(driver_->tira_stop());
         LastReturnCode = qint16(driver_->tira_cleanup());
@@ -124,7 +132,7 @@ bool TiraDevice::CaptureTira() {
         WaitForSignal(this, &TiraDevice::captureEnded, captureTimeoutMs);
         result = CaptureGot;
     }
-    timDeactivate.start();
+    restartIdle();
     return result;
 }
 
@@ -185,12 +193,12 @@ bool TiraDevice::TransmitTira(const QString& path, Origin origin) {
         break;
     case SignalRead::Missing:
         qCWarning(lcDevice).noquote() << "no signal file" << path;
-        timDeactivate.start();
+        restartIdle();
         return false;
     case SignalRead::Unreadable:
     case SignalRead::BadLength:
         qCWarning(lcDevice).noquote() << "unusable signal file" << path;
-        timDeactivate.start();
+        restartIdle();
         return false;
     }
 
@@ -213,7 +221,7 @@ bool TiraDevice::TransmitTira(const QString& path, Origin origin) {
         call([&](IrDriver& d) { return d.tira_transmit(TiraFacts::TransmitRepeat, -1, bytes); });
     if (rc != 0)
         qCWarning(lcDevice).noquote() << "transmission failed:" << rc << path;
-    timDeactivate.start();
+    restartIdle();
     return rc == 0;
 }
 

@@ -79,6 +79,7 @@ private:
     void tell(Origin origin, const QString& text, bool warning);
     template <typename F> int call(F f);
     void dropDriver();
+    void restartIdle();
 
     std::unique_ptr<IrDriver> driver_;
     // Calls into a driver may wait with events running, and what runs in the

@@ -164,7 +164,6 @@ TEST(Transmission, DeviceThatWillNotOpen) {
     Fixture f;
     f.t.settings.WriteIni(u"Tira", u"Device", f.t.path(u"no-such-tty"));
     f.learn(u"TV-Power", SimDriver::SampleCapture());
-    f.device.factory = [](const QString&) { return std::unique_ptr<IrDriver>(); };
     TXSignal(f.device, u"TV", u"Power");
     EXPECT_EQ(f.prompt.shown, QStringList({u"info:"_s + TiraDevice::CannotActivateText,
                                            u"warning:"_s + SendFailedText}));
@@ -208,7 +207,13 @@ TEST(TiraDevice, ClosingTheProgramReleasesTheDeviceFirst) {
     QObject::connect(&app, &Application::unloadRemoteWindows,
                      [&] { openAtWindows = f.device.TiraActive; });
     ASSERT_TRUE(f.device.ActivateTira(0));
-    app.Close();
+    // Closing while a capture waits ends the wait at once.
+    f.device.captureTimeoutMs = 5000;
+    QTimer::singleShot(50, &app, &Application::Close);
+    QElapsedTimer elapsed;
+    elapsed.start();
+    EXPECT_FALSE(f.device.CaptureTira());
+    EXPECT_LT(elapsed.elapsed(), 2000);
     EXPECT_FALSE(openAtWindows);
     EXPECT_EQ(f.device.driver(), nullptr);
     EXPECT_FALSE(f.device.timDeactivate.isActive());
