@@ -5,10 +5,24 @@
 #include "infrared/SimDriver.h"
 #include "infrared/TiraSerialDriver.h"
 
+#include <QFileInfo>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+// A LIRC device by its name, or by the kernel's list when a link names it.
+bool isLirc(const QString& path) {
+    QString real = QFileInfo(path).canonicalFilePath();
+    return QFileInfo(path).fileName().startsWith(u"lirc") ||
+           (!real.isEmpty() &&
+            QFileInfo::exists(u"/sys/class/lirc/"_s + QFileInfo(real).fileName()));
+}
+} // namespace
+
 std::unique_ptr<IrDriver> MakeIrDriver(const QString& target, const ProgramFolder& folder) {
     if (target == u"sim")
         return std::make_unique<SimDriver>(folder.path(u"sim-transmit.log"));
-    if (target.contains(u"lirc"))
+    if (isLirc(target))
         return std::make_unique<LircDriver>(target);
     return std::make_unique<TiraSerialDriver>(target);
 }

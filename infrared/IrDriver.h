@@ -31,6 +31,6 @@ public:
     virtual QString target() const = 0;
 };
 
-// "sim" gives the simulator, a path with "lirc" in its name the kernel's LIRC
+// "sim" gives the simulator, /dev/lircN (or a link to one) the kernel's LIRC
 // device, anything else a Tira on a serial port.
 std::unique_ptr<IrDriver> MakeIrDriver(const QString& target, const ProgramFolder& folder);

@@ -178,6 +178,18 @@ TEST(TiraSerial, SilentGarbledOrOldDevicesDoNotOpen) {
         EXPECT_EQ(d.tira_transmit(3, -1, necBlob()), TiraSerialDriver::NoTransmitter);
         EXPECT_TRUE(tira.transmissions.isEmpty());
     }
+    {
+        // A send answered with garbage fails; the next one goes through.
+        FakeTira tira;
+        TiraSerialDriver d(tira.path());
+        ASSERT_EQ(d.tira_start(0), 0);
+        tira.answer = false;
+        tira.onCommand = [&](const QByteArray&) { tira.write("OIQ\x01"); };
+        EXPECT_EQ(d.tira_transmit(0, -1, necBlob()), TiraSerialDriver::NoReply);
+        tira.answer = true;
+        tira.onCommand = nullptr;
+        EXPECT_EQ(d.tira_transmit(0, -1, necBlob()), 0);
+    }
     TiraSerialDriver d(u"/nonexistent/ttyUSB9"_s);
     EXPECT_EQ(d.tira_start(0), TiraSerialDriver::NotOpen);
     EXPECT_EQ(d.tira_transmit(3, -1, necBlob()), TiraSerialDriver::NotOpen);
