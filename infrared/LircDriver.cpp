@@ -17,6 +17,7 @@ Q_LOGGING_CATEGORY(lcLirc, "kestrava.lirc")
 constexpr uint32_t LearnTimeoutUs = 150000;
 constexpr size_t MaxSendValues = 1024; // the kernel's limits for one write
 constexpr uint64_t MaxSendUs = 500000;
+constexpr uint32_t MinCutUs = 5000; // a pause long enough to time on the host
 } // namespace
 
 int LircIo::open(const char* path, int flags) {
@@ -204,21 +205,41 @@ int LircDriver::tira_get_ir_data(QString* text) {
 }
 
 bool LircDriver::send(const std::vector<uint32_t>& durations) {
-    uint64_t total = 0;
-    for (uint32_t d : durations)
-        total += d;
-    if (durations.empty() || durations.size() % 2 == 0 || durations.size() > MaxSendValues ||
-        total > MaxSendUs)
+    if (durations.empty() || durations.size() % 2 == 0)
         return false;
-    const size_t bytes = durations.size() * sizeof(uint32_t);
-    // The kernel returns once the signal has gone out.
-    ssize_t n;
-    do {
-        n = io_->write(fd_, durations.data(), bytes);
-    } while (n < 0 && errno == EINTR);
-    if (n != ssize_t(bytes)) {
-        qCWarning(lcLirc).noquote() << path_ << "refused a transmission:" << errno;
-        return false;
+    // One write holds at most 1024 values and 500 ms; a longer signal is cut at
+    // its pauses, which are then waited out here.
+    const auto& d = durations;
+    size_t begin = 0;
+    while (begin < d.size()) {
+        size_t fits = begin, cut = 0;
+        uint64_t total = 0;
+        for (size_t i = begin; i < d.size(); ++i) {
+            total += d[i];
+            if (i - begin + 1 > MaxSendValues || total > MaxSendUs)
+                break;
+            fits = i + 1;
+            if ((i - begin) % 2 == 1 && d[i] >= MinCutUs)
+                cut = i;
+        }
+        size_t stop = fits == d.size() ? fits : cut;
+        if (stop <= begin)
+            return false; // no pause to cut at
+        const size_t bytes = (stop - begin) * sizeof(uint32_t);
+        ssize_t n;
+        do {
+            n = io_->write(fd_, d.data() + begin, bytes); // returns once sent
+        } while (n < 0 && errno == EINTR);
+        if (n != ssize_t(bytes)) {
+            qCWarning(lcLirc).noquote() << path_ << "refused a transmission:" << errno;
+            return false;
+        }
+        if (stop == d.size())
+            break;
+        WaitMs(int(d[stop] / 1000));
+        if (fd_ < 0)
+            return false;
+        begin = stop + 1;
     }
     return true;
 }

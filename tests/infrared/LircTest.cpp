@@ -191,6 +191,29 @@ TEST(Lirc, ASignalLearnedByLircIsSentByATira) {
     EXPECT_EQ(tira.transmissions[1].size(), 28 + 2);
 }
 
+TEST(Lirc, LongSignalsAreCutAtTheirPauses) {
+    Fixture f;
+    ASSERT_TRUE(f.device.ActivateTira(0));
+    // An air conditioner's 600 values in two halves of about 300 ms.
+    std::vector<uint32_t> half{3400, 1700};
+    for (int i = 0; i < 299; ++i)
+        half.push_back(i % 2 ? 1300 : 420);
+    std::vector<uint32_t> us = half;
+    us.push_back(17000);
+    us.insert(us.end(), half.begin(), half.end());
+    IrTiming t{us, 38000, -1};
+    ASSERT_EQ(f.device.driver()->tira_transmit(3, -1, BlobFromTiming(t)->encode()), 0);
+    ASSERT_EQ(f.kernel->writes.size(), 2u);
+    EXPECT_EQ(f.kernel->writes[0].size(), half.size());
+    EXPECT_EQ(f.kernel->writes[1].size(), half.size());
+
+    // Without a pause to cut at, the signal is refused, not truncated.
+    std::vector<uint32_t> endless(1201, 560);
+    t.durations = endless;
+    EXPECT_NE(f.device.driver()->tira_transmit(0, -1, BlobFromTiming(t)->encode()), 0);
+    EXPECT_EQ(f.kernel->writes.size(), 2u);
+}
+
 TEST(Lirc, LostDataUnpluggingAndMissingFeaturesFailCleanly) {
     Fixture f;
     ASSERT_TRUE(f.device.ActivateTira(0));
