@@ -1,0 +1,1 @@
+#include "webpages/MenuPages.h"

@@ -1,0 +1,1 @@
+#include "webserver/Codecs.h"

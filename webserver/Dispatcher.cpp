@@ -1,0 +1,1 @@
+#include "webserver/Dispatcher.h"
