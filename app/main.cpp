@@ -9,6 +9,9 @@
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
+#include "webpages/MenuPages.h"
+#include "webserver/Dispatcher.h"
+#include "webserver/WebServer.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -150,6 +153,10 @@ int main(int argc, char** argv) {
         prompt = std::make_unique<MessageBoxPrompt>();
 
     Application app(folder, settings, clock, *prompt);
+    Dispatcher dispatcher;
+    InstallMenuPages(dispatcher, settings);
+    WebServer webServer(app, dispatcher);
+    app.webServer = &webServer;
     QObject::connect(&app, &Application::closed, qapp.get(), &QCoreApplication::quit,
                      Qt::QueuedConnection);
 
