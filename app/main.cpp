@@ -9,6 +9,7 @@
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
+#include "setup/PortChoice.h"
 #include "webpages/MenuPages.h"
 #include "webserver/Dispatcher.h"
 #include "webserver/WebServer.h"
@@ -19,6 +20,7 @@
 #include <QLoggingCategory>
 
 #include <cstdio>
+#include <sys/resource.h>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -104,11 +106,21 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
 
 } // namespace
 
+// Many simultaneous web clients need more descriptors than the usual soft limit.
+static void raiseFileLimit() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 8192);
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
 int main(int argc, char** argv) {
     Options options;
     if (auto status = parseOptions(argc, argv, options))
         return *status;
     InstallLogHandler(options.verbose);
+    raiseFileLimit();
 
     QString root = options.demo ? QDir::cleanPath(QDir(options.demoDir.isEmpty()
                                                            ? QString::fromLatin1(DefaultDemoFolder)
@@ -157,6 +169,8 @@ int main(int argc, char** argv) {
     InstallMenuPages(dispatcher, settings);
     WebServer webServer(app, dispatcher);
     app.webServer = &webServer;
+    // Until setup can be shown, a missing or taken port is replaced by a free one.
+    webServer.portConflictHandler = [&settings] { return ChooseFreeWebPort(settings); };
     QObject::connect(&app, &Application::closed, qapp.get(), &QCoreApplication::quit,
                      Qt::QueuedConnection);
 

@@ -1,6 +1,8 @@
 #include "core/NetAddress.h"
 
 #include <QHostAddress>
+#include <QNetworkInterface>
+#include <QString>
 
 bool IsPrivateAddress(const QHostAddress& address) {
     bool isV4 = false;
@@ -19,4 +21,25 @@ bool IsPrivateAddress(const QHostAddress& address) {
         return true;
     return (a[0] & 0xFE) == 0xFC                       // fc00::/7
            || (a[0] == 0xFE && (a[1] & 0xC0) == 0x80); // fe80::/10
+}
+
+QHostAddress LocalAddress() {
+    for (const QNetworkInterface& iface : QNetworkInterface::allInterfaces()) {
+        const auto flags = iface.flags();
+        if (!(flags & QNetworkInterface::IsUp) || (flags & QNetworkInterface::IsLoopBack))
+            continue;
+        for (const QNetworkAddressEntry& entry : iface.addressEntries()) {
+            const QHostAddress a = entry.ip();
+            if (a.protocol() == QAbstractSocket::IPv4Protocol && IsPrivateAddress(a))
+                return a;
+        }
+    }
+    return QHostAddress(QHostAddress::LocalHost);
+}
+
+QString LocalUrl(quint16 port) {
+    QString url = QStringLiteral("http://") + LocalAddress().toString();
+    if (port != 80)
+        url += u':' + QString::number(port);
+    return url;
 }

@@ -31,6 +31,7 @@ struct WebServer::Slot {
     QByteArray received;
     bool answering = false;
     QTimer deadline; // the whole request within the limit, then no stall
+    quint64 since = 0; // order of acceptance
 };
 
 WebServer::WebServer(Application& app, Dispatcher& dispatcher, QObject* parent)
@@ -59,27 +60,34 @@ bool WebServer::InitWebServer() {
         state.WebUser = settings.ReadIni(u"Options", u"Web_User");
         state.WebPass = ScramblePassword(u"RESET", settings.ReadIni(u"Options", u"Web_Pass"));
     }
-    const QString portText = settings.ReadIni(u"WebServer", u"Port");
-    const qint64 port = Val(portText);
+    // No port yet (a first run nobody set up): let the conflict handler pick one.
+    if (settings.ReadIni(u"WebServer", u"Port").isEmpty() && portConflictHandler)
+        portConflictHandler();
 
-    if (server_.isListening())
-        server_.close();
-    bool ok = port >= 0 && port <= 65535;
-    if (ok) {
-        ok = server_.listen(QHostAddress::Any, quint16(port));
-        if (!ok && server_.serverError() == QAbstractSocket::UnsupportedSocketOperationError)
-            ok = server_.listen(QHostAddress::AnyIPv4, quint16(port)); // no IPv6 here
+    // Asks again for as long as the chosen port cannot be opened, within reason.
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        const QString portText = settings.ReadIni(u"WebServer", u"Port");
+        const qint64 port = Val(portText);
+        if (server_.isListening())
+            server_.close();
+        bool ok = port >= 0 && port <= 65535;
+        if (ok) {
+            ok = server_.listen(QHostAddress::Any, quint16(port));
+            if (!ok && server_.serverError() == QAbstractSocket::UnsupportedSocketOperationError)
+                ok = server_.listen(QHostAddress::AnyIPv4, quint16(port)); // no IPv6 here
+        }
+        if (ok) {
+            state.WebServerUp = true;
+            qCInfo(lcWeb).noquote() << "listening on port" << server_.serverPort() << "-"
+                                     << LocalUrl(server_.serverPort()) + u"/"_s;
+            return true;
+        }
+        qCWarning(lcWeb).noquote() << "cannot listen on port" << portText << ":"
+                                   << server_.errorString();
+        app_.prompt.Warning(PortInUseText);
+        if (!portConflictHandler || !portConflictHandler())
+            break;
     }
-    if (ok) {
-        state.WebServerUp = true;
-        qCInfo(lcWeb).noquote() << "listening on port" << server_.serverPort();
-        return true;
-    }
-    qCWarning(lcWeb).noquote() << "cannot listen on port" << portText << ":"
-                               << server_.errorString();
-    app_.prompt.Warning(PortInUseText);
-    if (portConflictHandler && portConflictHandler())
-        return InitWebServer();
     return false;
 }
 
@@ -91,13 +99,19 @@ void WebServer::onNewConnection() {
                 index = int(i) + 1;
                 break;
             }
-        if (index == 0) {
-            if (slots_.size() >= size_t(MaxSlots)) {
-                qCDebug(lcWeb) << "all slots taken; connection closed";
+        if (index == 0 && slots_.size() >= size_t(MaxSlots)) {
+            // Full: make room by dropping the connection that has been sending
+            // its request for longest, so idle clients cannot lock others out.
+            index = oldestReading();
+            if (index == 0) {
+                qCDebug(lcWeb) << "all slots answering; connection closed";
                 socket->abort();
                 socket->deleteLater();
                 continue;
             }
+            freeSlot(index, true);
+        }
+        if (index == 0) {
             auto slot = std::make_unique<Slot>();
             slot->deadline.setSingleShot(true);
             slots_.push_back(std::move(slot));
@@ -109,6 +123,7 @@ void WebServer::onNewConnection() {
         slot.socket = socket;
         slot.received.clear();
         slot.answering = false;
+        slot.since = ++acceptCount_;
 
         if (app_.settings.ReadIni(u"Options", u"Internet") == u"0" &&
             !IsPrivateAddress(socket->peerAddress())) {
@@ -132,6 +147,16 @@ void WebServer::onNewConnection() {
         if (socket->bytesAvailable() > 0)
             onReadyRead(index);
     }
+}
+
+int WebServer::oldestReading() const {
+    int oldest = 0;
+    for (size_t i = 0; i < slots_.size(); ++i) {
+        const Slot& s = *slots_[i];
+        if (s.socket && !s.answering && (oldest == 0 || s.since < slots_[size_t(oldest - 1)]->since))
+            oldest = int(i) + 1;
+    }
+    return oldest;
 }
 
 WebServer::Slot* WebServer::slotFor(int index, QTcpSocket* socket) {

@@ -20,8 +20,9 @@ class QTcpSocket;
 class WebServer : public QObject {
     Q_OBJECT
 public:
-    // More connections than this at once are closed as they arrive.
-    static constexpr int MaxSlots = 255;
+    // Connections held at once. When all are taken, a new one replaces the
+    // connection that has spent longest sending its request.
+    static constexpr int MaxSlots = 1000;
     static constexpr int RequestTimeoutMs = 30000;
 
     WebServer(Application& app, Dispatcher& dispatcher, QObject* parent = nullptr);
@@ -59,11 +60,13 @@ private:
     void sendFile(int index, const QString& path, const QString& requestText);
     void freeSlot(int index, bool abort);
     Slot* slotFor(int index, QTcpSocket* socket);
+    int oldestReading() const;
 
     Application& app_;
     Dispatcher& dispatcher_;
     QTcpServer server_;
     std::vector<std::unique_ptr<Slot>> slots_; // slot n at index n - 1
+    quint64 acceptCount_ = 0;
     bool redirectArmed_ = false;
     QString hostHeader_;
     int requestTimeoutMs_ = RequestTimeoutMs;
