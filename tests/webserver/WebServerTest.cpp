@@ -24,6 +24,7 @@ namespace {
 class Served {
 public:
     explicit Served(const std::function<void(SettingsStore&)>& configure = {}) {
+        clock.at = QDateTime(QDate(2026, 11, 21), QTime(8, 0), Qt::UTC);
         t.settings.WriteIni(u"WebServer", u"Port", u"0");
         if (configure)
             configure(t.settings);
