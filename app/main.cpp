@@ -20,8 +20,8 @@
 #include <QLoggingCategory>
 
 #include <cstdio>
-#include <sys/resource.h>
 #include <memory>
+#include <sys/resource.h>
 
 using namespace Qt::StringLiterals;
 

@@ -10,7 +10,7 @@ struct PageFrame {
     bool languageMeta = true; // Content-Language meta
     bool headBreaks = true;   // CRLF after each element of the head
     QString title;
-    QString bodyTag;          // whole tag, e.g. "<body>"
+    QString bodyTag; // whole tag, e.g. "<body>"
 };
 
 // "<html>", "<head>", the metas, the title, "</head>", the body tag.

@@ -30,7 +30,7 @@ struct WebServer::Slot {
     QPointer<QTcpSocket> socket; // null while the slot is free
     QByteArray received;
     bool answering = false;
-    QTimer deadline; // the whole request within the limit, then no stall
+    QTimer deadline;   // the whole request within the limit, then no stall
     quint64 since = 0; // order of acceptance
 };
 
@@ -79,11 +79,11 @@ bool WebServer::InitWebServer() {
         if (ok) {
             state.WebServerUp = true;
             qCInfo(lcWeb).noquote() << "listening on port" << server_.serverPort() << "-"
-                                     << LocalUrl(server_.serverPort()) + u"/"_s;
+                                    << LocalUrl(server_.serverPort()) + u"/"_s;
             return true;
         }
-        qCWarning(lcWeb).noquote() << "cannot listen on port" << portText << ":"
-                                   << server_.errorString();
+        qCWarning(lcWeb).noquote()
+            << "cannot listen on port" << portText << ":" << server_.errorString();
         app_.prompt.Warning(PortInUseText);
         if (!portConflictHandler || !portConflictHandler())
             break;
@@ -153,7 +153,8 @@ int WebServer::oldestReading() const {
     int oldest = 0;
     for (size_t i = 0; i < slots_.size(); ++i) {
         const Slot& s = *slots_[i];
-        if (s.socket && !s.answering && (oldest == 0 || s.since < slots_[size_t(oldest - 1)]->since))
+        if (s.socket && !s.answering &&
+            (oldest == 0 || s.since < slots_[size_t(oldest - 1)]->since))
             oldest = int(i) + 1;
     }
     return oldest;
