@@ -1,5 +1,6 @@
 #include "webserver/HttpRequest.h"
 
+#include "core/Application.h"
 #include "core/ShiftJis.h"
 #include "webserver/Codecs.h"
 
@@ -140,6 +141,39 @@ Route ClassifyPath(const QString& path, bool redirectArmed) {
     if (dotless)
         return Route::Redirect;
     return Route::File;
+}
+
+Decision Decide(const QByteArray& received, bool redirectArmed, const AppState& state) {
+    Decision d;
+    switch (CheckFrame(received, &d.length)) {
+    case Frame::Incomplete:
+        d.action = Action::Wait;
+        return d;
+    case Frame::TooLarge:
+    case Frame::Malformed:
+        d.action = Action::Drop;
+        return d;
+    case Frame::Complete:
+        break;
+    }
+    d.request = ParseRequest(ShiftJis::Decode(QByteArrayView(received).first(d.length)));
+    if (state.WebAuthOn &&
+        (!d.request.hasAuthorization || !CheckLogon(state, d.request.user, d.request.password))) {
+        d.action = Action::Refuse;
+        return d;
+    }
+    switch (ClassifyPath(d.request.path, redirectArmed)) {
+    case Route::Page:
+        d.action = Action::Page;
+        break;
+    case Route::Redirect:
+        d.action = Action::Redirect;
+        break;
+    case Route::File:
+        d.action = Action::File;
+        break;
+    }
+    return d;
 }
 
 QByteArray PageResponse(const QString& html, const QString& date) {

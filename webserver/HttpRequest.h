@@ -7,6 +7,8 @@
 // The server does not parse headers into a table: it searches the request text
 // for the few words it needs, and clients rely on exactly those searches.
 
+struct AppState;
+
 namespace Http {
 
 constexpr qsizetype MaxHeaderBytes = 16 * 1024;
@@ -35,6 +37,18 @@ enum class Route { Page, Redirect, File };
 // redirectArmed: a redirect went out less than 5 seconds ago; dotless paths
 // are then pages.
 Route ClassifyPath(const QString& path, bool redirectArmed);
+
+// Everything the server decides from the bytes received so far: wait for
+// more, drop the connection, refuse the login, or answer with a page, a
+// redirect or a file. A function of its inputs alone, so it can be fuzzed.
+enum class Action { Wait, Drop, Refuse, Page, Redirect, File };
+struct Decision {
+    Action action = Action::Wait;
+    qsizetype length = 0; // bytes of the request when complete
+    Request request;
+};
+// state: whether a login is required, and which.
+Decision Decide(const QByteArray& received, bool redirectArmed, const AppState& state);
 
 QByteArray PageResponse(const QString& html, const QString& date);
 QByteArray RedirectResponse(const QString& host);

@@ -5,7 +5,6 @@
 #include "core/Password.h"
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
-#include "core/ShiftJis.h"
 #include "core/UserPrompt.h"
 #include "webserver/Codecs.h"
 #include "webserver/Dispatcher.h"
@@ -189,57 +188,46 @@ void WebServer::onReadyRead(int index) {
         return;
     }
     slot.received += socket->readAll();
-    qsizetype length = 0;
-    switch (Http::CheckFrame(slot.received, &length)) {
-    case Http::Frame::Incomplete:
+    const Http::Decision d = Http::Decide(slot.received, redirectArmed_, app_.state);
+    if (d.action == Http::Action::Wait)
         return;
-    case Http::Frame::TooLarge:
-    case Http::Frame::Malformed:
+    if (d.action == Http::Action::Drop) {
         qCDebug(lcWeb) << "slot" << index << "request refused";
         freeSlot(index, true);
         return;
-    case Http::Frame::Complete:
-        break;
     }
-    QByteArray request = slot.received.left(length);
     slot.received.clear();
     slot.deadline.stop();
     slot.answering = true;
-    handleRequest(index, request);
-}
+    if (!d.request.host.isEmpty())
+        hostHeader_ = d.request.host;
+    const QString date = HttpDate(app_.clock);
 
-void WebServer::handleRequest(int index, const QByteArray& bytes) {
-    QTcpSocket* socket = slots_[size_t(index - 1)]->socket;
-    const Http::Request request = Http::ParseRequest(ShiftJis::Decode(bytes));
-    if (!request.host.isEmpty())
-        hostHeader_ = request.host;
-
-    if (app_.state.WebAuthOn &&
-        (!request.hasAuthorization || !CheckLogon(app_.state, request.user, request.password))) {
-        sendAndClose(index, Http::AccessDeniedResponse(request.realm, AccessDeniedPage(),
-                                                       HttpDate(app_.clock)));
+    switch (d.action) {
+    case Http::Action::Refuse:
+        sendAndClose(index, Http::AccessDeniedResponse(d.request.realm, AccessDeniedPage(), date));
         return;
-    }
-
-    switch (Http::ClassifyPath(request.path, redirectArmed_)) {
-    case Http::Route::Page: {
+    case Http::Action::Redirect:
+        redirectArmed_ = true;
+        app_.timObjMove.start();
+        sendAndClose(index, Http::RedirectResponse(d.request.host));
+        return;
+    case Http::Action::File:
+        sendFile(index, d.request.path, d.request.text);
+        return;
+    case Http::Action::Page: {
         bool isV4 = false;
         const quint32 v4 = socket->peerAddress().toIPv4Address(&isV4);
         const QString peer = isV4 ? QHostAddress(v4).toString() : socket->peerAddress().toString();
         QPointer<QTcpSocket> guard(socket);
         // A generator may wait with events running; this slot may be gone after.
-        QString html = dispatcher_.DispatchPage(request.path, request.postBody, peer);
+        QString html = dispatcher_.DispatchPage(d.request.path, d.request.postBody, peer);
         if (guard && slotFor(index, guard))
             sendAndClose(index, Http::PageResponse(html, HttpDate(app_.clock)));
         return;
     }
-    case Http::Route::Redirect:
-        redirectArmed_ = true;
-        app_.timObjMove.start();
-        sendAndClose(index, Http::RedirectResponse(request.host));
-        return;
-    case Http::Route::File:
-        sendFile(index, request.path, request.text);
+    case Http::Action::Wait:
+    case Http::Action::Drop:
         return;
     }
 }

@@ -55,7 +55,6 @@ private:
 
     void onNewConnection();
     void onReadyRead(int index);
-    void handleRequest(int index, const QByteArray& request);
     void sendAndClose(int index, const QByteArray& response);
     void sendFile(int index, const QString& path, const QString& requestText);
     void freeSlot(int index, bool abort);
