@@ -8,6 +8,7 @@
 #include "core/MessageBoxPrompt.h"
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
+#include "core/System.h"
 #include "core/UserPrompt.h"
 #include "setup/PortChoice.h"
 #include "webpages/MenuPages.h"
@@ -21,7 +22,6 @@
 
 #include <cstdio>
 #include <memory>
-#include <sys/resource.h>
 
 using namespace Qt::StringLiterals;
 
@@ -106,21 +106,12 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
 
 } // namespace
 
-// Many simultaneous web clients need more descriptors than the usual soft limit.
-static void raiseFileLimit() {
-    rlimit limit{};
-    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
-        limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 8192);
-        setrlimit(RLIMIT_NOFILE, &limit);
-    }
-}
-
 int main(int argc, char** argv) {
     Options options;
     if (auto status = parseOptions(argc, argv, options))
         return *status;
     InstallLogHandler(options.verbose);
-    raiseFileLimit();
+    RaiseFileLimit();
 
     QString root = options.demo ? QDir::cleanPath(QDir(options.demoDir.isEmpty()
                                                            ? QString::fromLatin1(DefaultDemoFolder)

@@ -1,8 +1,10 @@
 #include "webserver/HttpRequest.h"
+#include "core/Application.h"
 #include "core/NetAddress.h"
 #include "webserver/FileSender.h"
 
 #include <QHostAddress>
+#include <QRandomGenerator>
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
@@ -161,4 +163,44 @@ TEST(NetAddress, PrivateRanges) {
     for (auto a : {"172.15.0.1", "172.32.0.1", "8.8.8.8", "192.169.0.1", "2001:db8::1",
                    "::ffff:8.8.8.8", "fec0::1"})
         EXPECT_FALSE(IsPrivateAddress(QHostAddress(QString::fromLatin1(a)))) << a;
+}
+
+TEST(HttpDecide, AnyBytesGiveADecisionWithoutHarm) {
+    AppState login;
+    login.WebAuthOn = true;
+    login.WebUser = u"u"_s;
+    login.WebPass = u"p"_s;
+    const QByteArray valid = "POST /list.asp?x=%41 HTTP/1.1\r\nHost: h\r\nAuthorization: Basic "
+                             "dTpw\r\nRange: bytes=1-\r\nContent-Length: 13\r\n\r\nReserve=a&B1=";
+    QRandomGenerator gen(42);
+    int decided = 0;
+    for (int i = 0; i < 20000; ++i) {
+        QByteArray input;
+        if (i % 2 == 0) { // random bytes
+            input.resize(gen.bounded(300));
+            for (char& c : input)
+                c = char(gen.bounded(256));
+        } else { // a valid request with a few bytes changed, cut or repeated
+            input = valid;
+            for (int k = gen.bounded(4); k >= 0; --k)
+                input[gen.bounded(int(input.size()))] = char(gen.bounded(256));
+            if (gen.bounded(3) == 0)
+                input.truncate(gen.bounded(int(input.size())));
+        }
+        Decision d = Decide(input, gen.bounded(2) == 1, login);
+        if (d.action != Action::Wait && d.action != Action::Drop) {
+            ++decided;
+            EXPECT_LE(d.length, input.size());
+        }
+        RangeStart(d.request.text);
+        ContentTypeLines(d.request.path);
+    }
+    EXPECT_GT(decided, 1000);
+
+    // The untouched request passes the login and is a page.
+    Decision d = Decide(valid, false, login);
+    EXPECT_EQ(d.action, Action::Page);
+    EXPECT_EQ(d.request.postBody, u"Reserve=a&B1="_s);
+    login.WebPass = u"other"_s;
+    EXPECT_EQ(Decide(valid, false, login).action, Action::Refuse);
 }

@@ -280,3 +280,59 @@ TEST(WebServer, ATakenPortIsReportedAndAnotherCanBeChosen) {
     EXPECT_EQ(asked, 1);
     EXPECT_TRUE(s.app.state.WebServerUp);
 }
+
+TEST(WebServer, JapaneseNamesArriveRawOrEscaped) {
+    Served s;
+    const QByteArray raw = ShiftJis::Encode(u"テレビ"_s);
+    s.get("/remote4.asp?DevID=1&Button=0&Device=" + raw);
+    EXPECT_EQ(s.last.Device, u"テレビ"_s);
+    s.get("/remote4.asp?DevID=1&Button=0&Device=%83e%83%8C%83r");
+    EXPECT_EQ(s.last.Device, u"テレビ"_s);
+    // Raw and escaped side by side in a form body.
+    const QByteArray body = "DevID=2&Button=5&Device=" + raw + "%41";
+    Fetch(s.port(), "POST /remote4.asp HTTP/1.1\r\nContent-Length: " +
+                        QByteArray::number(body.size()) + "\r\n\r\n" + body);
+    EXPECT_EQ(s.last.Device, u"テレビA"_s);
+    EXPECT_EQ(s.last.Button, u"5"_s);
+}
+
+TEST(WebServer, BadInputIsAnsweredOrClosedAndOthersAreStillServed) {
+    Served s([](SettingsStore& st) {
+        st.WriteIni(u"Options", u"WebAuth", u"1");
+        st.WriteIni(u"Options", u"Web_User", u"owner");
+    });
+    QRandomGenerator gen(1);
+    QByteArray noise(4000, 0);
+    for (char& c : noise)
+        c = char(gen.bounded(256));
+    const QByteArray inputs[] = {
+        noise,
+        "GET /x.asp HTTP/1.1\r\n" + QByteArray(100 * 1024, 'h') + "\r\n\r\n",
+        "GET /%",
+        "GET /% HTTP/1.1\r\nAuthorization: Basic !!notbase64\r\n\r\n",
+        "POST /x.asp HTTP/1.1\r\nContent-Length: 3\r\n\r\nabcdefgh",
+        "GET /pic/up.gif HTTP/1.1\r\nRange: bytes=abc-\r\n\r\n",
+    };
+    for (const QByteArray& input : inputs) {
+        RawConnection c(s.port());
+        c.send(input);
+        EXPECT_TRUE(c.closedByServer(3000)) << input.left(30).toHex().constData();
+        if (!c.received.isEmpty()) {
+            EXPECT_TRUE(c.received.startsWith("HTTP/1.1 401 Access Denied\r\n"))
+                << c.received.left(60).constData();
+        }
+    }
+    EXPECT_TRUE(s.get("/x.asp").startsWith("HTTP/1.1 401"));
+}
+
+TEST(WebServer, TwoThousandIdleConnectionsDoNotLockOthersOut) {
+    Served s;
+    std::vector<std::unique_ptr<QTcpSocket>> idle;
+    for (int i = 0; i < 2000; ++i) {
+        idle.push_back(std::make_unique<QTcpSocket>());
+        idle.back()->connectToHost(QHostAddress::LocalHost, s.port());
+    }
+    WaitMs(200);
+    EXPECT_TRUE(s.get("/x.asp").startsWith("HTTP/1.1 200 OK"));
+    EXPECT_LE(s.server.SlotCount(), WebServer::MaxSlots);
+}
