@@ -173,7 +173,7 @@ void WebServer::freeSlot(int index, bool abort) {
     slot.answering = false;
     if (QTcpSocket* socket = slot.socket) {
         slot.socket = nullptr;
-        socket->disconnect(this);
+        socket->disconnect(); // nothing of it may touch the slot again
         if (abort)
             socket->abort();
         socket->deleteLater();
