@@ -1,5 +1,6 @@
 #include "webpages/RemotePages.h"
 
+#include "core/Clock.h"
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
 #include "core/Wait.h"
@@ -19,6 +20,9 @@ const QString MenuLink = u"<a href=\"default.asp\">メニューへ戻る</a>"_s;
 
 // The camera's picture needs this long to settle after the signal.
 constexpr int SnapshotSettleMs = 2000;
+
+// Phones ask 66 keys whatever the design: no design has more buttons.
+constexpr int CellButtonCount = 66;
 
 bool send(const RemotePageServices& services, const QString& devId, const QString& button) {
     return services.send && services.send(devId, button);
@@ -79,6 +83,33 @@ void takeSnapshot(SettingsStore& settings, const RemotePageServices& services) {
         services.showPreview(false);
 }
 
+QString cellLink(const PageRequest& r, const Clock& clock, int buttonId, const QString& name) {
+    // A new stamp per link keeps phones from answering from their cache.
+    const QString stamp = clock.now().toString(u"yyyyMMddHHmmss"_s);
+    return u"・<a href=\"cremote.asp?&Dummy="_s + stamp + u"&DevID="_s + r.DevID + u"&Button="_s +
+           num(buttonId) + u"&Device="_s + r.Device + u"\">"_s + name + u"</a><BR>"_s + CRLF;
+}
+
+// The phone lists of the test devices keep their own order: 41, 40, 39.
+const std::vector<int>& cellTestOrder(int devId) {
+    static const std::vector<int> none;
+    static const std::vector<int> tv = {0, 1,  2,  3,  4,  5,  6,  7,  8,
+                                        9, 10, 11, 12, 13, 14, 15, 18, 19};
+    static const std::vector<int> video = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9, 10,
+                                           11, 12, 13, 19, 20, 41, 40, 39, 43, 44};
+    static const std::vector<int> aircon = {0, 1, 2, 3, 4};
+    switch (devId) {
+    case 1:
+        return tv;
+    case 2:
+        return video;
+    case 3:
+        return aircon;
+    default:
+        return none;
+    }
+}
+
 } // namespace
 
 QString GraphicRemotePage(int design, const PageRequest& r, SettingsStore& settings,
@@ -131,11 +162,45 @@ QString GraphicRemotePage(int design, const PageRequest& r, SettingsStore& setti
     return out;
 }
 
-void InstallRemotePages(Dispatcher& dispatcher, SettingsStore& settings,
+QString CellRemotePage(const PageRequest& r, SettingsStore& settings, const Clock& clock,
+                       const RemotePageServices& services) {
+    QString out = PageHead({false, true, u"携帯用"_s, u"<body>"_s});
+    out += u"<p>機器名："_s + r.Device + u"</p>"_s + CRLF;
+    out += u"機能名をクリックするとリモコン送信されます<BR>"_s + CRLF;
+
+    if (IsTestMode(settings)) {
+        // Nothing is sent; the fixed list stands for the remote.
+        const qint64 id = Val(r.DevID);
+        for (const TestModeDevice& d : TestModeDevices())
+            if (d.id == id)
+                for (int k : cellTestOrder(d.id))
+                    out += cellLink(r, clock, k, d.function(k));
+    } else {
+        if (!r.Button.isEmpty() && !send(services, r.DevID, r.Button)) {
+            out += u"リモコン信号を送信できませんでした。<BR>"_s + CRLF;
+            out += u"<p>"_s + MenuLink + u"</p>"_s + CRLF;
+            out += u"</body></html>"_s;
+            return out;
+        }
+        for (int k = 0; k < CellButtonCount; ++k) {
+            const QString name = GetButtonFunc(settings, r.DevID, QString::number(k));
+            if (!name.isEmpty())
+                out += cellLink(r, clock, k, name);
+        }
+    }
+    out += u"<p>"_s + MenuLink + u"</p>"_s + CRLF + u"</body>"_s + CRLF + u"</html>"_s + CRLF;
+    return out;
+}
+
+void InstallRemotePages(Dispatcher& dispatcher, SettingsStore& settings, const Clock& clock,
                         RemotePageServices services) {
     for (int design = 1; design <= 6; ++design)
         dispatcher.SetGenerator(pageName(design),
                                 [design, &settings, services](const PageRequest& r) {
                                     return GraphicRemotePage(design, r, settings, services);
                                 });
+    dispatcher.SetGenerator(u"cremote.asp"_s, [&settings, &clock, services = std::move(services)](
+                                                  const PageRequest& r) {
+        return CellRemotePage(r, settings, clock, services);
+    });
 }

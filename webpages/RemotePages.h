@@ -4,6 +4,7 @@
 
 #include <functional>
 
+class Clock;
 class Dispatcher;
 class SettingsStore;
 struct PageRequest;
@@ -25,6 +26,10 @@ struct RemotePageServices {
 QString GraphicRemotePage(int design, const PageRequest& request, SettingsStore& settings,
                           const RemotePageServices& services);
 
-// Routes remote1.asp to remote6.asp.
-void InstallRemotePages(Dispatcher& dispatcher, SettingsStore& settings,
+// cremote.asp: the functions of one remote as plain links for phones.
+QString CellRemotePage(const PageRequest& request, SettingsStore& settings, const Clock& clock,
+                       const RemotePageServices& services);
+
+// Routes remote1.asp to remote6.asp and cremote.asp.
+void InstallRemotePages(Dispatcher& dispatcher, SettingsStore& settings, const Clock& clock,
                         RemotePageServices services);

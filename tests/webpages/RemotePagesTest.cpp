@@ -1,5 +1,6 @@
 #include "webpages/RemotePages.h"
 
+#include "support/FixedClock.h"
 #include "support/TempFolder.h"
 #include "webserver/Dispatcher.h"
 
@@ -36,6 +37,18 @@ PageRequest request(const QString& devId, const QString& button, const QString& 
     r.Device = device;
     return r;
 }
+
+// A clock that moves one second on every reading.
+class TickingClock final : public Clock {
+public:
+    explicit TickingClock(QDateTime start) : at(std::move(start)) {}
+    QDateTime now() const override {
+        QDateTime t = at;
+        at = at.addSecs(1);
+        return t;
+    }
+    mutable QDateTime at;
+};
 
 QString remoteHead(int design) {
     return u"<html>\r\n<head>\r\n"
@@ -394,6 +407,7 @@ TEST(GraphicRemotePage, CameraWaitsWithEventsRunningThenShowsTheSnapshot) {
     learnAircon(t.settings);
     t.settings.WriteIni(u"Options", u"TakePic", u"1");
     Dispatcher dispatcher;
+    FixedClock clock(QDateTime(QDate(2026, 11, 21), QTime(9, 5, 7)));
     QStringList events;
     RemotePageServices services;
     services.send = [&](const QString&, const QString& button) {
@@ -405,13 +419,18 @@ TEST(GraphicRemotePage, CameraWaitsWithEventsRunningThenShowsTheSnapshot) {
         events << u"snapshot"_s;
         return false; // no camera: nothing to tell
     };
-    InstallRemotePages(dispatcher, t.settings, services);
+    InstallRemotePages(dispatcher, t.settings, clock, services);
 
-    // Other events run while the page waits for the camera.
-    QTimer::singleShot(300, [&] { events << u"nested"_s; });
+    // Another request is served while the page waits for the camera.
+    QString nested;
+    QTimer::singleShot(300, [&] {
+        events << u"nested"_s;
+        nested = dispatcher.DispatchPage(u"/cremote.asp?DevID=1&Button=&Device=x"_s, {}, {});
+    });
     const QString page =
         dispatcher.DispatchPage(u"/remote3.asp?DevID=1&Button=4&Device=エアコン"_s, {}, {});
     EXPECT_EQ(events, (QStringList{u"send 4"_s, u"show"_s, u"nested"_s, u"snapshot"_s, u"hide"_s}));
+    EXPECT_TRUE(nested.contains(u"Button=4&Device=x\">暖房/冷房</a><BR>"_s));
 
     // Design 3 closes the panel DIV; the reload link sends nothing.
     EXPECT_TRUE(page.contains(
@@ -443,13 +462,98 @@ TEST(GraphicRemotePage, CameraWaitsWithEventsRunningThenShowsTheSnapshot) {
                          u"</font></p>\r\n</DIV></body>\r\n</html>\r\n"_s));
 }
 
+TEST(CellRemotePage, ListsLearnedFunctionsOfAllSixtySixKeysWithAStampPerLink) {
+    TempFolder t;
+    t.settings.WriteIni(u"Remote-4", u"Design", u"3"); // the design is not looked at
+    t.settings.WriteIni(u"Remote-4", u"Button-0", u"電源");
+    t.settings.WriteIni(u"Remote-4", u"Button-12", u"音量+");
+    t.settings.WriteIni(u"Remote-4", u"Button-65", u"last");
+    t.settings.WriteIni(u"Remote-4", u"Button-66", u"never");
+    TickingClock clock(QDateTime(QDate(2026, 11, 21), QTime(23, 59, 58)));
+    Transmitter tx;
+    const QString page =
+        CellRemotePage(request(u"4"_s, u"12"_s, u"テレビ"_s), t.settings, clock, tx.services());
+    EXPECT_EQ(page,
+              u"<html>\r\n<head>\r\n"
+              u"<meta http-equiv=\"Content-Type\" content=\"text/html; charset=shift_jis\">\r\n"
+              u"<title>携帯用</title>\r\n</head>\r\n<body>\r\n"
+              u"<p>機器名：テレビ</p>\r\n"
+              u"機能名をクリックするとリモコン送信されます<BR>\r\n"
+              u"・<a href=\"cremote.asp?&Dummy=20261121235958&DevID=4&Button=0&Device=テレビ\">"
+              u"電源</a><BR>\r\n"
+              u"・<a href=\"cremote.asp?&Dummy=20261121235959&DevID=4&Button=12&Device=テレビ\">"
+              u"音量+</a><BR>\r\n"
+              u"・<a href=\"cremote.asp?&Dummy=20261122000000&DevID=4&Button=65&Device=テレビ\">"
+              u"last</a><BR>\r\n"
+              u"<p><a href=\"default.asp\">メニューへ戻る</a></p>\r\n</body>\r\n</html>\r\n"_s);
+    ASSERT_EQ(tx.sent.size(), 1u);
+    EXPECT_EQ(tx.sent[0], std::make_pair(u"4"_s, u"12"_s));
+
+    // A free remote shows the frame, the prompt and the back link only.
+    const QString empty =
+        CellRemotePage(request(u"9"_s, u""_s, u"x"_s), t.settings, clock, tx.services());
+    EXPECT_TRUE(empty.endsWith(u"されます<BR>\r\n<p><a href=\"default.asp\">"_s
+                               u"メニューへ戻る</a></p>\r\n</body>\r\n</html>\r\n"_s));
+    EXPECT_EQ(tx.sent.size(), 1u);
+
+    tx.result = false;
+    EXPECT_TRUE(
+        CellRemotePage(request(u"4"_s, u"0"_s, u"テレビ"_s), t.settings, clock, tx.services())
+            .endsWith(u"<p>機器名：テレビ</p>\r\n"
+                      u"機能名をクリックするとリモコン送信されます<BR>\r\n"
+                      u"リモコン信号を送信できませんでした。<BR>\r\n"
+                      u"<p><a href=\"default.asp\">メニューへ戻る</a></p>\r\n"
+                      u"</body></html>"_s));
+}
+
+TEST(CellRemotePage, TestModeListsFixedFunctionsInPageOrderAndSendsNothing) {
+    TempFolder t;
+    t.settings.WriteIni(u"Tira", u"Testmode", u"1");
+    t.settings.WriteIni(u"Remote-2", u"Button-0", u"hidden");
+    FixedClock clock(QDateTime(QDate(2026, 1, 2), QTime(3, 4, 5)));
+    Transmitter tx;
+    auto entries = [&](const QString& devId) {
+        const QString page =
+            CellRemotePage(request(devId, u"41"_s, u"機"_s), t.settings, clock, tx.services());
+        const QString open = u"<BR>\r\n"_s;
+        const qsizetype from = page.indexOf(open) + open.size();
+        return page.mid(from, page.indexOf(u"<p><a href=\"default.asp\">"_s) - from);
+    };
+    auto link = [](const QString& devId, int k, const QString& name) {
+        return u"・<a href=\"cremote.asp?&Dummy=20260102030405&DevID="_s + devId + u"&Button="_s +
+               QString::number(k) + u"&Device=機\">"_s + name + u"</a><BR>\r\n"_s;
+    };
+    QString video;
+    video += link(u"2"_s, 0, u"電源"_s);
+    for (int ch = 1; ch <= 12; ++ch)
+        video += link(u"2"_s, ch, u"ch"_s + QString::number(ch));
+    video += link(u"2"_s, 13, u"+0"_s) + link(u"2"_s, 19, u"ch+"_s) + link(u"2"_s, 20, u"ch-"_s) +
+             link(u"2"_s, 41, u"Stop"_s) + link(u"2"_s, 40, u"FF"_s) + link(u"2"_s, 39, u"Rew"_s) +
+             link(u"2"_s, 43, u"Play"_s) + link(u"2"_s, 44, u"Rec"_s);
+    EXPECT_EQ(entries(u"2"_s), video);
+
+    QString tv = entries(u"1"_s);
+    EXPECT_TRUE(tv.startsWith(link(u"1"_s, 0, u"電源"_s) + link(u"1"_s, 1, u"ch1"_s)));
+    EXPECT_TRUE(tv.endsWith(link(u"1"_s, 13, u"ch+"_s) + link(u"1"_s, 14, u"ch-"_s) +
+                            link(u"1"_s, 15, u"TV/Video"_s) + link(u"1"_s, 18, u"音量+"_s) +
+                            link(u"1"_s, 19, u"音量-"_s)));
+    EXPECT_EQ(entries(u"3"_s), link(u"3"_s, 0, u"電源"_s) + link(u"3"_s, 1, u"温度+"_s) +
+                                   link(u"3"_s, 2, u"温度-"_s) + link(u"3"_s, 3, u"風量"_s) +
+                                   link(u"3"_s, 4, u"暖/冷"_s));
+    EXPECT_EQ(entries(u"03"_s), entries(u"3"_s).replace(u"DevID=3"_s, u"DevID=03"_s));
+    EXPECT_EQ(entries(u"4"_s), QString());
+    EXPECT_EQ(entries(u"abc"_s), QString());
+    EXPECT_TRUE(tx.sent.empty());
+}
+
 // Whatever arrives is put in as it stands, and every page is still built.
-TEST(RemotePages, RouteAllSixDesignsAndSurviveBadInput) {
+TEST(RemotePages, RouteAllSevenPagesAndSurviveBadInput) {
     TempFolder t;
     t.settings.WriteIni(u"Remote-1", u"Button-0", u"電源");
+    FixedClock clock(QDateTime(QDate(2026, 11, 21), QTime(8, 0)));
     Dispatcher dispatcher;
     Transmitter tx;
-    InstallRemotePages(dispatcher, t.settings, tx.services());
+    InstallRemotePages(dispatcher, t.settings, clock, tx.services());
 
     for (int design = 1; design <= 6; ++design) {
         const QString page = dispatcher.DispatchPage(
@@ -457,12 +561,14 @@ TEST(RemotePages, RouteAllSixDesignsAndSurviveBadInput) {
         EXPECT_TRUE(page.contains(u"<title>Remote"_s + QString::number(design) + u"</title>"_s));
         EXPECT_TRUE(page.contains(u"\u3000電源</span>"_s)) << design;
     }
+    EXPECT_TRUE(dispatcher.DispatchPage(u"/cremote.asp?DevID=1&Button=&Device=d"_s, {}, {})
+                    .contains(u"&Button=0&Device=d\">電源</a>"_s));
     EXPECT_TRUE(tx.sent.empty());
 
     const QString huge(100000, u'9');
     const QString bad[] = {u""_s, u"\"<>"_s, u"%82%A0%E3%81%82"_s, u"-1"_s, huge, u"電源"_s};
     for (const QString& value : bad) {
-        for (const QString& page : {u"remote2.asp"_s, u"remote4.asp"_s}) {
+        for (const QString& page : {u"remote2.asp"_s, u"remote4.asp"_s, u"cremote.asp"_s}) {
             const QString out =
                 dispatcher.DispatchPage(u"/"_s + page + u"?DevID="_s + value + u"&Button="_s +
                                             value + u"&Device="_s + value,
