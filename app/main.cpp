@@ -8,8 +8,13 @@
 #include "core/MessageBoxPrompt.h"
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
+#include "core/System.h"
 #include "core/UserPrompt.h"
 #include "infrared/TiraDevice.h"
+#include "setup/PortChoice.h"
+#include "webpages/MenuPages.h"
+#include "webserver/Dispatcher.h"
+#include "webserver/WebServer.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -107,6 +112,7 @@ int main(int argc, char** argv) {
     if (auto status = parseOptions(argc, argv, options))
         return *status;
     InstallLogHandler(options.verbose);
+    RaiseFileLimit();
 
     QString root = options.demo ? QDir::cleanPath(QDir(options.demoDir.isEmpty()
                                                            ? QString::fromLatin1(DefaultDemoFolder)
@@ -151,6 +157,12 @@ int main(int argc, char** argv) {
         prompt = std::make_unique<MessageBoxPrompt>();
 
     Application app(folder, settings, clock, *prompt);
+    Dispatcher dispatcher;
+    InstallMenuPages(dispatcher, settings);
+    WebServer webServer(app, dispatcher);
+    app.webServer = &webServer;
+    // Until setup can be shown, a missing or taken port is replaced by a free one.
+    webServer.portConflictHandler = [&settings] { return ChooseFreeWebPort(settings); };
     QObject::connect(&app, &Application::closed, qapp.get(), &QCoreApplication::quit,
                      Qt::QueuedConnection);
 

@@ -4,6 +4,7 @@
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
+#include "webserver/WebServer.h"
 
 #include <QEventLoop>
 #include <QLoggingCategory>
@@ -46,7 +47,10 @@ void Application::Start() {
     if (pictures > 0)
         qCDebug(lcApp) << "wrote" << pictures << "pictures";
 
-    if (settings.ReadIni(u"WebServer", u"Port").isEmpty()) {
+    if (!settings.ReadIni(u"WebServer", u"Port").isEmpty()) {
+        if (webServer)
+            webServer->InitWebServer();
+    } else {
         // First run: greet, then let setup run with events going until it closes.
         prompt.Information(FirstRunText);
         emit setupRequested();
@@ -58,6 +62,10 @@ void Application::Start() {
         }
         if (closing_)
             return;
+        // Setup may have started the server already; otherwise listen on
+        // whatever port the settings now hold.
+        if (!state.WebServerUp && webServer)
+            webServer->InitWebServer();
     }
 
     timReserve.start();

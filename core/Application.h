@@ -8,6 +8,7 @@ class Clock;
 class ProgramFolder;
 class SettingsStore;
 class UserPrompt;
+class WebServer;
 
 // State that all windows and modules share. Created empty; lives for the whole
 // process.
@@ -48,6 +49,7 @@ public:
     const Clock& clock;
     UserPrompt& prompt;
     AppState state;
+    WebServer* webServer = nullptr; // listens from the start order on
 
     // Background timers, off until started. Those that end by themselves are
     // single-shot.

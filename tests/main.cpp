@@ -1,4 +1,5 @@
 #include "core/Log.h"
+#include "core/System.h"
 
 #include <QCoreApplication>
 #include <gtest/gtest.h>
@@ -7,5 +8,6 @@ int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     QCoreApplication app(argc, argv);
     InstallLogHandler(false);
+    RaiseFileLimit();
     return RUN_ALL_TESTS();
 }

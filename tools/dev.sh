@@ -13,6 +13,7 @@ PACKAGES=(
     cmake ninja-build g++ pkg-config
     qt6-base-dev libzip-dev libcurl4-openssl-dev libminiupnpc-dev libv4l-dev
     libgtest-dev libgmock-dev libbenchmark-dev
+    chromium
 )
 
 install_missing() {

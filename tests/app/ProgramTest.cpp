@@ -1,5 +1,6 @@
 #include "core/Settings.h"
 #include "core/Wait.h"
+#include "support/ProgramProcess.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -13,51 +14,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-// The real program, started headless on a folder of the test's own.
-class Program {
-public:
-    enum Platform { NoDisplay, KeepPlatform };
-
-    explicit Program(QStringList args,
-                     QProcessEnvironment env = QProcessEnvironment::systemEnvironment(),
-                     Platform platform = NoDisplay) {
-        env.remove(u"DISPLAY"_s);
-        env.remove(u"WAYLAND_DISPLAY"_s);
-        if (platform == NoDisplay)
-            env.remove(u"QT_QPA_PLATFORM"_s);
-        process.setProcessEnvironment(env);
-        process.start(QStringLiteral(KESTRAVA_BINARY), args);
-        process.waitForStarted(5000);
-    }
-    ~Program() {
-        if (process.state() != QProcess::NotRunning) {
-            process.kill();
-            process.waitForFinished(5000);
-        }
-    }
-
-    // Waits, with events running, until stderr holds text.
-    bool waitForLog(const QString& text, int timeoutMs = 10000) {
-        QElapsedTimer timer;
-        timer.start();
-        while (!log().contains(text)) {
-            if (process.state() == QProcess::NotRunning || timer.elapsed() > timeoutMs)
-                return false;
-            WaitForSignal(&process, &QProcess::readyReadStandardError,
-                          int(timeoutMs - timer.elapsed()));
-        }
-        return true;
-    }
-    QString log() {
-        err += process.readAllStandardError();
-        return QString::fromUtf8(err);
-    }
-    bool finish(int timeoutMs = 10000) { return process.waitForFinished(timeoutMs); }
-
-    QProcess process;
-    QByteArray err;
-};
 
 QStringList home(const QString& dir) {
     return {u"--headless"_s, u"--home"_s, dir};

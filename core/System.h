@@ -1,0 +1,5 @@
+#pragma once
+
+// Raises the soft limit of open descriptors towards the hard limit (at most
+// 8192): many simultaneous web clients need more than the usual 1024.
+void RaiseFileLimit();

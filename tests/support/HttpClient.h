@@ -1,0 +1,61 @@
+#pragma once
+
+#include <QByteArray>
+#include <QElapsedTimer>
+#include <QHostAddress>
+#include <QTcpSocket>
+
+#include "core/Wait.h"
+
+// A plain TCP client for talking to the server under test, with events running
+// while it waits (the server lives on the same thread).
+class RawConnection {
+public:
+    explicit RawConnection(quint16 port, const QHostAddress& host = QHostAddress::LocalHost) {
+        socket.connectToHost(host, port);
+        if (socket.state() != QAbstractSocket::ConnectedState)
+            WaitForSignal(&socket, &QTcpSocket::connected, 5000);
+    }
+
+    void send(const QByteArray& bytes) {
+        socket.write(bytes);
+        socket.flush();
+    }
+
+    // Everything the server sends until it closes the connection.
+    QByteArray readAll(int timeoutMs = 5000) {
+        QElapsedTimer timer;
+        timer.start();
+        while (socket.state() != QAbstractSocket::UnconnectedState && timer.elapsed() < timeoutMs) {
+            received += socket.readAll();
+            WaitForSignal(&socket, &QTcpSocket::readyRead, 50);
+        }
+        received += socket.readAll();
+        return received;
+    }
+
+    bool closedByServer(int timeoutMs = 5000) {
+        readAll(timeoutMs);
+        return socket.state() == QAbstractSocket::UnconnectedState;
+    }
+
+    QTcpSocket socket;
+    QByteArray received;
+};
+
+inline QByteArray Fetch(quint16 port, const QByteArray& request,
+                        const QHostAddress& host = QHostAddress::LocalHost) {
+    RawConnection c(port, host);
+    c.send(request);
+    return c.readAll();
+}
+
+inline QByteArray BodyOf(const QByteArray& response) {
+    qsizetype end = response.indexOf("\r\n\r\n");
+    return end < 0 ? QByteArray() : response.mid(end + 4);
+}
+
+inline QByteArray HeadOf(const QByteArray& response) {
+    qsizetype end = response.indexOf("\r\n\r\n");
+    return end < 0 ? response : response.left(end + 4);
+}

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "core/Wait.h"
+
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QRegularExpression>
+
+// The real program, started headless on a folder of the test's own.
+class Program {
+public:
+    enum Platform { NoDisplay, KeepPlatform };
+
+    explicit Program(QStringList args,
+                     QProcessEnvironment env = QProcessEnvironment::systemEnvironment(),
+                     Platform platform = NoDisplay) {
+        env.remove(QStringLiteral("DISPLAY"));
+        env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+        if (platform == NoDisplay)
+            env.remove(QStringLiteral("QT_QPA_PLATFORM"));
+        process.setProcessEnvironment(env);
+        process.start(QStringLiteral(KESTRAVA_BINARY), args);
+        process.waitForStarted(5000);
+    }
+    ~Program() {
+        if (process.state() != QProcess::NotRunning) {
+            process.kill();
+            process.waitForFinished(5000);
+        }
+    }
+
+    // Waits, with events running, until stderr holds text.
+    bool waitForLog(const QString& text, int timeoutMs = 10000) {
+        QElapsedTimer timer;
+        timer.start();
+        while (!log().contains(text)) {
+            if (process.state() == QProcess::NotRunning || timer.elapsed() > timeoutMs)
+                return false;
+            WaitForSignal(&process, &QProcess::readyReadStandardError,
+                          int(timeoutMs - timer.elapsed()));
+        }
+        return true;
+    }
+    QString log() {
+        err += process.readAllStandardError();
+        return QString::fromUtf8(err);
+    }
+    bool finish(int timeoutMs = 10000) { return process.waitForFinished(timeoutMs); }
+
+    // The web port it reports once listening; 0 when it does not.
+    quint16 webPort(int timeoutMs = 10000) {
+        if (!waitForLog(QStringLiteral("listening on port "), timeoutMs))
+            return 0;
+        auto m = QRegularExpression(QStringLiteral("listening on port (\\d+)")).match(log());
+        return m.hasMatch() ? quint16(m.captured(1).toUInt()) : 0;
+    }
+
+    QProcess process;
+    QByteArray err;
+};

@@ -1,0 +1,346 @@
+#include "webserver/WebServer.h"
+#include "core/Application.h"
+#include "core/Password.h"
+#include "core/ShiftJis.h"
+#include "support/FixedClock.h"
+#include "support/HttpClient.h"
+#include "support/ScriptedPrompt.h"
+#include "support/TempFolder.h"
+#include "webserver/Dispatcher.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRandomGenerator>
+#include <QTcpServer>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// A server on a free port of 127.0.0.1 over a temporary program folder, with
+// generators that record what reached them.
+class Served {
+public:
+    explicit Served(const std::function<void(SettingsStore&)>& configure = {}) {
+        clock.at = QDateTime(QDate(2026, 11, 21), QTime(8, 0), Qt::UTC);
+        t.settings.WriteIni(u"WebServer", u"Port", u"0");
+        if (configure)
+            configure(t.settings);
+        for (const QString& name : Dispatcher::PageNames())
+            dispatcher.SetGenerator(name, [this, name](const PageRequest& r) {
+                calls << name;
+                last = r;
+                return u"page:"_s + name;
+            });
+        app.timObjMove.setInterval(150);
+        server.setTimeouts(300, 300);
+        server.InitWebServer();
+    }
+
+    quint16 port() const { return server.WebPort(); }
+    QByteArray get(const QByteArray& path, const QByteArray& extra = "Host: a:8080\r\n") {
+        return Fetch(port(), "GET " + path + " HTTP/1.1\r\n" + extra + "\r\n");
+    }
+
+    TempFolder t;
+    FixedClock clock;
+    ScriptedPrompt prompt;
+    Application app{t.folder, t.settings, clock, prompt};
+    Dispatcher dispatcher;
+    WebServer server{app, dispatcher};
+    QStringList calls;
+    PageRequest last;
+};
+
+const QByteArray DateLine = "Date: Sat, 21 Nov 2026 08:00:00 GMT\r\n";
+
+} // namespace
+
+TEST(WebServer, ABarePathIsRedirectedOnceThenServedAsTheDefaultPage) {
+    Served s;
+    ASSERT_TRUE(s.server.isListening());
+    // No Date, and the link in the body is the bare scheme.
+    EXPECT_EQ(s.get("/"), "HTTP/1.1 302 Object Moved\r\nLocation: http://a:8080\r\n"
+                          "Server: Kestrava1.0\r\nContent-Length: 129\r\nContent-Type: "
+                          "text/html\r\n\r\n<head><title>Document Moved</title></head><body>"
+                          "<h1>Object Moved</h1>This document may be found <a HREF=\"http://\">"
+                          "here</a></body>");
+    EXPECT_TRUE(s.server.RedirectArmed());
+
+    s.dispatcher.SetGenerator(u"default.asp"_s, [](const PageRequest&) { return u"テスト"_s; });
+    EXPECT_EQ(s.get("/"), "HTTP/1.1 200 OK\r\nServer: Kestrava1.0\r\n" + DateLine +
+                              "Content-Length: 6\r\nContent-Type: text/html\r\n\r\n"
+                              "\x83\x65\x83\x58\x83\x67");
+
+    WaitForSignal(&s.app.timObjMove, &QTimer::timeout, 2000);
+    EXPECT_FALSE(s.server.RedirectArmed());
+    EXPECT_TRUE(s.get("/").startsWith("HTTP/1.1 302"));
+    EXPECT_EQ(s.server.HostHeader(), u"a:8080"_s);
+}
+
+TEST(WebServer, RequestsArriveInPiecesAndBodiesReachThePage) {
+    Served s;
+    RawConnection c(s.port());
+    c.send("GET /remote2.asp?DevID=3&Butt");
+    WaitMs(50);
+    c.send("on=7 HTTP/1.1\r\nHost: h\r\n\r\n");
+    EXPECT_EQ(BodyOf(c.readAll()), "page:remote2.asp");
+    EXPECT_EQ(s.last.DevID, u"3"_s);
+    EXPECT_EQ(s.last.Button, u"7"_s);
+
+    // A body and a query: the body wins; it may come in several pieces.
+    QByteArray body = ShiftJis::Encode(u"DevID=1&Button=0&Device=テレビ"_s);
+    RawConnection p(s.port());
+    p.send("POST /cremote.asp?DevID=9 HTTP/1.1\r\nHost: h\r\nContent-Length: " +
+           QByteArray::number(body.size()) + "\r\n\r\n" + body.left(5));
+    WaitMs(50);
+    p.send(body.mid(5));
+    QByteArray response = p.readAll();
+    EXPECT_EQ(BodyOf(response), "page:cremote.asp");
+    EXPECT_EQ(s.last.DevID, u"1"_s);
+    EXPECT_EQ(s.last.Device, u"テレビ"_s);
+    EXPECT_EQ(s.last.remoteAddress, u"127.0.0.1"_s);
+}
+
+TEST(WebServer, OverLimitOrSlowRequestsAreClosedWithoutAnswer) {
+    Served s;
+    RawConnection big(s.port());
+    big.send("GET /" + QByteArray(20000, 'a'));
+    EXPECT_TRUE(big.closedByServer());
+    EXPECT_TRUE(big.received.isEmpty());
+
+    RawConnection body(s.port());
+    body.send("POST /list.asp HTTP/1.1\r\nContent-Length: 2000000\r\n\r\n");
+    EXPECT_TRUE(body.closedByServer());
+    EXPECT_TRUE(body.received.isEmpty());
+
+    RawConnection silent(s.port());
+    silent.send("GET / HTTP/1.1\r\n");
+    EXPECT_TRUE(silent.closedByServer(3000)); // the test's limit is 300 ms
+    EXPECT_TRUE(silent.received.isEmpty());
+
+    // Nothing of a cut-off request is left for the next connection.
+    EXPECT_TRUE(s.get("/x.asp").startsWith("HTTP/1.1 200 OK"));
+}
+
+TEST(WebServer, LoginGuardsPagesAndFilesAlike) {
+    Served s([](SettingsStore& st) {
+        st.WriteIni(u"Options", u"WebAuth", u"1");
+        st.WriteIni(u"Options", u"Web_User", u"user");
+        st.WriteIni(u"Options", u"Web_Pass", ScramblePassword(u"SET", u"pa:ss"));
+    });
+    s.t.writeFile(u"pic/up.gif", "GIF89a");
+    for (const QByteArray path : {"/default.asp", "/pic/up.gif"})
+        EXPECT_EQ(s.get(path, "Host: h\r\n"),
+                  "HTTP/1.1 401 Access Denied\r\nServer: Kestrava1.0\r\n" + DateLine +
+                      "WWW-Authenticate: Basic realm=\"h\"\r\nConnection: Close\r\n"
+                      "Content-Length: 38\r\nContent-Type: text/html\r\n\r\n<html>\r\n"
+                      "401.2 Access Denied\r\n</html>\r\n")
+            << path.constData();
+    EXPECT_TRUE(s.get("/x.asp", "").contains("Basic realm=\"/x.asp HTTP/1.1\""));
+    EXPECT_TRUE(
+        s.get("/x.asp", "Authorization: Basic dXNlcjpwYQ==\r\n").startsWith("HTTP/1.1 401"));
+    EXPECT_TRUE(s.calls.isEmpty());
+
+    // user:pa:ss
+    const QByteArray login = "Authorization: Basic dXNlcjpwYTpzcw==\r\n";
+    EXPECT_EQ(BodyOf(s.get("/x.asp?a=1", login)), "");
+    EXPECT_EQ(BodyOf(s.get("/pic/up.gif", login)), "GIF89a");
+}
+
+TEST(WebServer, FilesWithTypesAndRanges) {
+    Served s;
+    QByteArray data(1000, 0);
+    for (int i = 0; i < data.size(); ++i)
+        data[i] = char(i % 251);
+    s.t.writeFile(u"pic/up.gif", data);
+
+    QByteArray whole = s.get("/pic/up.gif");
+    EXPECT_EQ(HeadOf(whole), "HTTP/1.1 200 OK\r\nServer: Kestrava1.0\r\n" + DateLine +
+                                 "Content-Length: 1000\r\nContent-Type: image/gif\r\n\r\n");
+    EXPECT_EQ(BodyOf(whole), data);
+
+    QByteArray part = s.get("/pic/up.gif", "Host: h\r\nRange: bytes=100-199\r\n");
+    EXPECT_EQ(HeadOf(part), "HTTP/1.1 206 Partial content\r\nServer: Kestrava1.0\r\n" + DateLine +
+                                "Content-Length: 900\r\nContent-Range: bytes 100-999/1000\r\n"
+                                "Content-Type: image/gif\r\n\r\n");
+    EXPECT_EQ(BodyOf(part), data.mid(100));
+
+    EXPECT_TRUE(s.get("/pic/up.gif", "Range: bytes=0-\r\n").startsWith("HTTP/1.1 200 OK"));
+    EXPECT_TRUE(s.get("/pic/up.gif", "Range: bytes=x-\r\n").startsWith("HTTP/1.1 200 OK"));
+    QByteArray beyond = s.get("/pic/up.gif", "Range: bytes=1000-\r\n");
+    EXPECT_TRUE(beyond.startsWith("HTTP/1.1 416 Requested Range Not Satisfiable\r\n"));
+    EXPECT_TRUE(beyond.contains("Content-Range: bytes */1000\r\n"));
+}
+
+TEST(WebServer, LargeFilesArriveWholeAndFromAnyStart) {
+    Served s;
+    QByteArray data(3 * 1024 * 1024 + 17, 0);
+    QRandomGenerator gen(7);
+    for (char& c : data)
+        c = char(gen.bounded(256));
+    s.t.writeFile(u"media/clip.mpg", data);
+    EXPECT_EQ(BodyOf(s.get("/media/clip.mpg")), data);
+    QByteArray tail = s.get("/media/clip.mpg", "Range: bytes=3000000-\r\n");
+    EXPECT_TRUE(tail.contains("Content-Type: video/mpg\r\n"));
+    EXPECT_EQ(BodyOf(tail), data.mid(3000000));
+}
+
+TEST(WebServer, ClientThatStopsReadingLosesTheConnection) {
+    Served s;
+    s.t.writeFile(u"big.zip", QByteArray(64 * 1024 * 1024, 'z'));
+    QList<int> taken;
+    QObject::connect(&s.server, &WebServer::connectionAccepted, [&](int slot) { taken << slot; });
+    RawConnection c(s.port());
+    c.socket.setReadBufferSize(1024); // reads nothing more once this is full
+    c.send("GET /big.zip HTTP/1.1\r\n\r\n");
+    WaitMs(1500); // the test's stall limit is 300 ms
+    // The stalled connection's slot is free again.
+    RawConnection next(s.port());
+    next.send("GET /x.asp HTTP/1.1\r\n\r\n");
+    EXPECT_TRUE(next.readAll().startsWith("HTTP/1.1 200 OK"));
+    EXPECT_EQ(taken, (QList<int>{1, 1}));
+}
+
+TEST(WebServer, PrivateAndOutsideFilesAnswerAsMissingAndNothingIsCreated) {
+    Served s;
+    s.t.settings.WriteIni(u"Options", u"Web_Pass", u"secret");
+    s.t.writeFile(u"IRSignals/TV-power.bin", "signal");
+    s.t.writeFile(u"reserve/r1.txt", "reservation");
+    s.t.writeFile(u"DynDns.log", "log");
+    s.t.writeFile(u"empty.gif", "");
+    s.t.writeFile(u"../outside.txt", "outside");
+    QFile::link(u"/etc/hostname"_s, s.t.path(u"link.txt"));
+    const QStringList before = QDir(s.t.root()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
+
+    EXPECT_EQ(s.get("/nothing.gif"),
+              "HTTP/1.1 404 Object Not Found\r\nServer: Kestrava1.0\r\n" + DateLine +
+                  "Connection: Close\r\nContent-Length: 32\r\nContent-Type: text/html\r\n\r\n"
+                  "<html>\r\n404 Not Found\r\n</html>\r\n");
+    for (const QByteArray path :
+         {"/setting.ini", "/SETTING.INI", "/IRSignals/TV-power.bin", "/irsignals/TV-power.bin",
+          "/reserve/r1.txt", "/DynDns.log", "/kestrava.lock", "/empty.gif", "/../outside.txt",
+          "/%2e%2e/outside.txt", "/pic/..%2f..%2foutside.txt", "/link.txt", "/nothing.gif",
+          "/pic/new.gif", "/\\..\\outside.txt", "/pic"}) {
+        QByteArray r = s.get(path);
+        EXPECT_TRUE(r.startsWith("HTTP/1.1 404 Object Not Found\r\n") ||
+                    r.startsWith("HTTP/1.1 302"))
+            << path.constData() << "\n"
+            << r.left(40).constData();
+        EXPECT_FALSE(r.contains("signal") || r.contains("secret") || r.contains("outside"));
+    }
+    EXPECT_EQ(QDir(s.t.root()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), before);
+}
+
+TEST(WebServer, LowestFreeSlotIsTakenFirst) {
+    Served s;
+    QList<int> taken;
+    QObject::connect(&s.server, &WebServer::connectionAccepted, [&](int slot) { taken << slot; });
+    for (int i = 0; i < 3; ++i)
+        s.get("/x.asp");
+    EXPECT_EQ(taken, (QList<int>{1, 1, 1}));
+
+    taken.clear();
+    auto one = std::make_unique<RawConnection>(s.port());
+    RawConnection two(s.port());
+    WaitMs(50);
+    EXPECT_EQ(taken, (QList<int>{1, 2}));
+    one->send("GET /x.asp HTTP/1.1\r\n\r\n");
+    one->readAll();
+    one.reset();
+    WaitMs(50);
+    RawConnection three(s.port());
+    WaitMs(50);
+    EXPECT_EQ(taken, (QList<int>{1, 2, 1}));
+}
+
+TEST(WebServer, ServesIPv6) {
+    Served s;
+    RawConnection c(s.port(), QHostAddress::LocalHostIPv6);
+    if (c.socket.state() != QAbstractSocket::ConnectedState)
+        GTEST_SKIP() << "no IPv6 loopback here";
+    c.send("GET /cell.asp HTTP/1.1\r\n\r\n");
+    EXPECT_TRUE(c.readAll().startsWith("HTTP/1.1 200 OK"));
+    EXPECT_EQ(s.last.remoteAddress, u"::1"_s);
+}
+
+TEST(WebServer, ATakenPortIsReportedAndAnotherCanBeChosen) {
+    QTcpServer holder;
+    ASSERT_TRUE(holder.listen(QHostAddress::Any, 0));
+    Served s([&](SettingsStore& st) {
+        st.WriteIni(u"WebServer", u"Port", QString::number(holder.serverPort()));
+    });
+    EXPECT_FALSE(s.server.isListening());
+    EXPECT_FALSE(s.app.state.WebServerUp);
+    ASSERT_EQ(s.prompt.shown.size(), 1);
+    EXPECT_EQ(s.prompt.shown[0], u"warning:"_s + WebServer::PortInUseText);
+
+    int asked = 0;
+    s.server.portConflictHandler = [&] {
+        ++asked;
+        s.t.settings.WriteIni(u"WebServer", u"Port", u"0");
+        return true;
+    };
+    s.t.settings.WriteIni(u"WebServer", u"Port", QString::number(holder.serverPort()));
+    EXPECT_TRUE(s.server.InitWebServer());
+    EXPECT_EQ(asked, 1);
+    EXPECT_TRUE(s.app.state.WebServerUp);
+}
+
+TEST(WebServer, JapaneseNamesArriveRawOrEscaped) {
+    Served s;
+    const QByteArray raw = ShiftJis::Encode(u"テレビ"_s);
+    s.get("/remote4.asp?DevID=1&Button=0&Device=" + raw);
+    EXPECT_EQ(s.last.Device, u"テレビ"_s);
+    s.get("/remote4.asp?DevID=1&Button=0&Device=%83e%83%8C%83r");
+    EXPECT_EQ(s.last.Device, u"テレビ"_s);
+    // Raw and escaped side by side in a form body.
+    const QByteArray body = "DevID=2&Button=5&Device=" + raw + "%41";
+    Fetch(s.port(), "POST /remote4.asp HTTP/1.1\r\nContent-Length: " +
+                        QByteArray::number(body.size()) + "\r\n\r\n" + body);
+    EXPECT_EQ(s.last.Device, u"テレビA"_s);
+    EXPECT_EQ(s.last.Button, u"5"_s);
+}
+
+TEST(WebServer, BadInputIsAnsweredOrClosedAndOthersAreStillServed) {
+    Served s([](SettingsStore& st) {
+        st.WriteIni(u"Options", u"WebAuth", u"1");
+        st.WriteIni(u"Options", u"Web_User", u"owner");
+    });
+    QRandomGenerator gen(1);
+    QByteArray noise(4000, 0);
+    for (char& c : noise)
+        c = char(gen.bounded(256));
+    const QByteArray inputs[] = {
+        noise,
+        "GET /x.asp HTTP/1.1\r\n" + QByteArray(100 * 1024, 'h') + "\r\n\r\n",
+        "GET /%",
+        "GET /% HTTP/1.1\r\nAuthorization: Basic !!notbase64\r\n\r\n",
+        "POST /x.asp HTTP/1.1\r\nContent-Length: 3\r\n\r\nabcdefgh",
+        "GET /pic/up.gif HTTP/1.1\r\nRange: bytes=abc-\r\n\r\n",
+    };
+    for (const QByteArray& input : inputs) {
+        RawConnection c(s.port());
+        c.send(input);
+        EXPECT_TRUE(c.closedByServer(3000)) << input.left(30).toHex().constData();
+        if (!c.received.isEmpty()) {
+            EXPECT_TRUE(c.received.startsWith("HTTP/1.1 401 Access Denied\r\n"))
+                << c.received.left(60).constData();
+        }
+    }
+    EXPECT_TRUE(s.get("/x.asp").startsWith("HTTP/1.1 401"));
+}
+
+TEST(WebServer, TwoThousandIdleConnectionsDoNotLockOthersOut) {
+    Served s;
+    std::vector<std::unique_ptr<QTcpSocket>> idle;
+    for (int i = 0; i < 2000; ++i) {
+        idle.push_back(std::make_unique<QTcpSocket>());
+        idle.back()->connectToHost(QHostAddress::LocalHost, s.port());
+    }
+    WaitMs(200);
+    EXPECT_TRUE(s.get("/x.asp").startsWith("HTTP/1.1 200 OK"));
+    EXPECT_LE(s.server.SlotCount(), WebServer::MaxSlots);
+}

@@ -1,0 +1,152 @@
+#include "webserver/FileSender.h"
+
+#include "core/ProgramFolder.h"
+#include "webserver/Codecs.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QTcpSocket>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Never served, whatever the path: settings, signals, reservations and the
+// working files of the program.
+bool isPrivate(const QStringList& parts) {
+    static const QStringList folders = {u"irsignals"_s, u"reserve"_s, u"testmode"_s, u"unzip"_s};
+    static const QStringList suffixes = {u".tmp"_s, u".bat"_s, u".log"_s, u".job"_s, u".lock"_s};
+    const QString first = parts.first().toLower();
+    if (parts.size() == 1 && first == u"setting.ini")
+        return true;
+    if (parts.size() > 1 && folders.contains(first))
+        return true;
+    const QString name = parts.last().toLower();
+    for (const QString& s : suffixes)
+        if (name.endsWith(s))
+            return true;
+    return false;
+}
+
+} // namespace
+
+QString ResolveFilePath(const ProgramFolder& folder, const QString& requestPath) {
+    QString path = requestPath.contains(u'%') ? DecodeValue(requestPath) : requestPath;
+    path.replace(u'\\', u'/');
+    if (path.contains(QChar(0)))
+        return {};
+    QStringList parts;
+    for (const QString& part : path.split(u'/', Qt::SkipEmptyParts)) {
+        if (part == u"..")
+            return {};
+        if (part != u".")
+            parts << part;
+    }
+    if (parts.isEmpty() || isPrivate(parts))
+        return {};
+
+    const QString candidate = folder.path(parts.join(u'/'));
+    QFileInfo info(candidate);
+    if (!info.isFile())
+        return {};
+    // A link must not lead out of the folder, nor into a private part of it.
+    const QString root = QFileInfo(folder.root()).canonicalFilePath();
+    const QString real = info.canonicalFilePath();
+    if (root.isEmpty() || !real.startsWith(root + u'/'))
+        return {};
+    if (real != candidate && isPrivate(real.mid(root.size() + 1).split(u'/')))
+        return {};
+    return real;
+}
+
+QString ContentTypeLines(const QString& requestPath) {
+    const QString ext = requestPath.right(3).toLower();
+    static const QList<std::pair<QString, QString>> types = {
+        {u"wmv"_s, u"video/x-ms-wmv"_s}, {u"mp3"_s, u"audio/mpeg"_s},
+        {u"wma"_s, u"audio/x-ms-wma"_s}, {u"mpg"_s, u"video/mpg"_s},
+        {u"gif"_s, u"image/gif"_s},      {u"jpg"_s, u"image/jpeg"_s},
+        {u"bmp"_s, u"image/bmp"_s},      {u"png"_s, u"image/png"_s},
+        {u"peg"_s, u"video/mpeg"_s},
+    };
+    if (ext == u"exe")
+        return u"Content-Type: application/octet-stream\r\nAccept-Ranges: bytes\r\n"_s;
+    if (ext == u"zip")
+        return u"Content-Type: application/x-zip-compressed\r\nAccept-Ranges: bytes\r\n"_s;
+    for (const auto& [suffix, type] : types)
+        if (ext == suffix)
+            return u"Content-Type: "_s + type + u"\r\n"_s;
+    return u"Content-Type: text/html\r\n"_s;
+}
+
+std::optional<qint64> RangeStart(const QString& requestText) {
+    qsizetype r = requestText.indexOf(u"Range:"_s); // this exact case, as clients send it
+    if (r < 0)
+        return std::nullopt;
+    qsizetype q = requestText.indexOf(u'=', r);
+    qsizetype d = q < 0 ? -1 : requestText.indexOf(u'-', q);
+    if (d < 0)
+        return std::nullopt;
+    QString number = requestText.mid(q + 1, d - q - 1).trimmed();
+    bool ok = !number.isEmpty();
+    for (QChar c : number)
+        ok = ok && c.isDigit() && c.unicode() < 128;
+    qint64 start = ok ? number.toLongLong(&ok) : 0;
+    return ok ? std::optional<qint64>(start) : std::nullopt;
+}
+
+FileSender::FileSender(QTcpSocket* socket, const QString& filePath, qint64 start, QObject* parent)
+    : QObject(parent), socket_(socket), file_(filePath), start_(start) {
+    stall_.setSingleShot(true);
+    stall_.setInterval(StallMs);
+    connect(&stall_, &QTimer::timeout, this, &FileSender::abort);
+}
+
+bool FileSender::Start(const QByteArray& header) {
+    if (!socket_ || !file_.open(QIODevice::ReadOnly) || !file_.seek(start_)) {
+        abort();
+        return false;
+    }
+    connect(socket_, &QTcpSocket::bytesWritten, this, [this] {
+        stall_.start();
+        fill();
+    });
+    connect(socket_, &QTcpSocket::disconnected, this, [this] {
+        stall_.stop();
+        if (!done_) {
+            done_ = true;
+            emit finished();
+        }
+    });
+    socket_->write(header);
+    stall_.start();
+    fill();
+    return true;
+}
+
+void FileSender::fill() {
+    if (done_ || !socket_)
+        return;
+    while (!file_.atEnd() && socket_->bytesToWrite() < MaxQueuedBytes - PieceBytes) {
+        QByteArray piece = file_.read(PieceBytes);
+        if (piece.isEmpty())
+            break;
+        socket_->write(piece);
+    }
+    if (file_.atEnd() && file_.isOpen()) {
+        file_.close();
+        // Closes once everything queued has gone out; the stall timer still
+        // watches a client that stops reading now.
+        socket_->disconnectFromHost();
+    }
+}
+
+void FileSender::abort() {
+    stall_.stop();
+    file_.close();
+    if (socket_)
+        socket_->abort();
+    if (!done_) {
+        done_ = true;
+        emit finished();
+    }
+}

@@ -1,0 +1,210 @@
+#include "webserver/HttpRequest.h"
+
+#include "core/Application.h"
+#include "core/ShiftJis.h"
+#include "webserver/Codecs.h"
+
+using namespace Qt::StringLiterals;
+
+namespace Http {
+
+namespace {
+
+const QString CRLF = u"\r\n"_s;
+const QString ServerLine = u"Server: Kestrava1.0\r\n"_s;
+
+// Blanks only, as the classic Trim: line breaks stay.
+QString trimSpaces(const QString& s) {
+    qsizetype b = 0, e = s.size();
+    while (b < e && s[b] == u' ')
+        ++b;
+    while (e > b && s[e - 1] == u' ')
+        --e;
+    return s.mid(b, e - b);
+}
+
+// Text from `from` up to the next CRLF (or the end).
+QString toLineEnd(const QString& text, qsizetype from, qsizetype searchFrom) {
+    qsizetype end = text.indexOf(CRLF, searchFrom);
+    if (end < 0)
+        end = text.size();
+    return from < end ? text.mid(from, end - from) : QString();
+}
+
+QString right(const QString& s, qsizetype n) {
+    return s.size() <= n ? s : s.right(n);
+}
+
+QByteArray respond(const QString& head, const QString& body) {
+    QByteArray bytes = ShiftJis::Encode(body);
+    return ShiftJis::Encode(head) + "Content-Length: " + QByteArray::number(bytes.size()) +
+           "\r\nContent-Type: text/html\r\n\r\n" + bytes;
+}
+
+} // namespace
+
+Frame CheckFrame(const QByteArray& data, qsizetype* length) {
+    qsizetype end = data.indexOf("\r\n\r\n");
+    if (end < 0)
+        return data.size() > MaxHeaderBytes ? Frame::TooLarge : Frame::Incomplete;
+    qsizetype headerBytes = end + 4;
+    if (headerBytes > MaxHeaderBytes)
+        return Frame::TooLarge;
+
+    qint64 declared = 0;
+    bool seen = false;
+    for (qsizetype pos = 0; pos < end;) {
+        qsizetype lineEnd = data.indexOf("\r\n", pos);
+        QByteArrayView line = QByteArrayView(data).sliced(pos, lineEnd - pos);
+        pos = lineEnd + 2;
+        qsizetype colon = line.indexOf(':');
+        if (colon < 0 || line.first(colon).trimmed().compare("content-length", Qt::CaseInsensitive))
+            continue;
+        QByteArrayView value = line.sliced(colon + 1).trimmed();
+        bool ok = !value.isEmpty();
+        for (char c : value)
+            ok = ok && c >= '0' && c <= '9';
+        if (!ok || value.size() > 10)
+            return value.size() > 10 && ok ? Frame::TooLarge : Frame::Malformed;
+        qint64 n = value.toLongLong();
+        if (seen && n != declared)
+            return Frame::Malformed;
+        declared = n;
+        seen = true;
+    }
+    if (declared > MaxBodyBytes)
+        return Frame::TooLarge;
+    if (data.size() < headerBytes + declared)
+        return Frame::Incomplete;
+    if (length)
+        *length = headerBytes + declared;
+    return Frame::Complete;
+}
+
+Request ParseRequest(const QString& text) {
+    Request r;
+    r.text = text;
+    const QString lower = text.toLower();
+
+    qsizetype h = lower.indexOf(u"host:"_s);
+    if (h >= 0)
+        r.host = trimSpaces(toLineEnd(text, h + 5, h + 6));
+    // The realm is looked up without asking whether there was a Host: without
+    // one it is what follows the method's first four characters.
+    qsizetype realmFrom = h >= 0 ? h + 5 : 4;
+    r.realm = trimSpaces(toLineEnd(text, realmFrom, realmFrom));
+
+    qsizetype a = lower.indexOf(u"authorization:"_s);
+    r.hasAuthorization = a >= 0;
+    if (a >= 0) {
+        qsizetype b = lower.indexOf(u"basic"_s, a);
+        if (b >= 0) {
+            QString decoded = DecBase64(trimSpaces(toLineEnd(text, b + 5, b + 5)));
+            qsizetype colon = decoded.indexOf(u':');
+            if (colon >= 0) {
+                r.user = decoded.left(colon);
+                r.password = decoded.mid(colon + 1);
+            }
+        }
+    }
+
+    auto pathBehind = [&](const QString& word) {
+        qsizetype w = lower.indexOf(word);
+        if (w < 0)
+            return QString();
+        qsizetype from = w + word.size();
+        qsizetype end = from;
+        while (end < text.size() && text[end] != u' ' && text[end] != u'\r' && text[end] != u'\n')
+            ++end;
+        return trimSpaces(text.mid(from, end - from));
+    };
+    if (lower.startsWith(u"get"_s)) {
+        r.path = pathBehind(u"get "_s);
+    } else if (lower.startsWith(u"post"_s)) {
+        r.path = pathBehind(u"post "_s);
+        qsizetype body = text.indexOf(u"\r\n\r\n"_s);
+        if (body >= 0)
+            r.postBody = trimSpaces(text.mid(body + 4));
+    }
+    return r;
+}
+
+Route ClassifyPath(const QString& path, bool redirectArmed) {
+    const QString lower = path.toLower();
+    const QString last3 = right(lower, 3);
+    const bool dotless = !right(path, 4).contains(u'.');
+    const qsizetype asp = lower.indexOf(u".asp"_s);
+    const qsizetype query = path.indexOf(u'?');
+    if (last3 == u"asp" || last3 == u"htm" || (redirectArmed && dotless) ||
+        (asp >= 0 && query == asp + 4))
+        return Route::Page;
+    if (dotless)
+        return Route::Redirect;
+    return Route::File;
+}
+
+Decision Decide(const QByteArray& received, bool redirectArmed, const AppState& state) {
+    Decision d;
+    switch (CheckFrame(received, &d.length)) {
+    case Frame::Incomplete:
+        d.action = Action::Wait;
+        return d;
+    case Frame::TooLarge:
+    case Frame::Malformed:
+        d.action = Action::Drop;
+        return d;
+    case Frame::Complete:
+        break;
+    }
+    d.request = ParseRequest(ShiftJis::Decode(QByteArrayView(received).first(d.length)));
+    if (state.WebAuthOn &&
+        (!d.request.hasAuthorization || !CheckLogon(state, d.request.user, d.request.password))) {
+        d.action = Action::Refuse;
+        return d;
+    }
+    switch (ClassifyPath(d.request.path, redirectArmed)) {
+    case Route::Page:
+        d.action = Action::Page;
+        break;
+    case Route::Redirect:
+        d.action = Action::Redirect;
+        break;
+    case Route::File:
+        d.action = Action::File;
+        break;
+    }
+    return d;
+}
+
+QByteArray PageResponse(const QString& html, const QString& date) {
+    return respond(u"HTTP/1.1 200 OK\r\n"_s + ServerLine + u"Date: "_s + date + CRLF, html);
+}
+
+QByteArray RedirectResponse(const QString& host) {
+    return respond(u"HTTP/1.1 302 Object Moved\r\nLocation: http://"_s + host + CRLF + ServerLine,
+                   u"<head><title>Document Moved</title></head>"
+                   u"<body><h1>Object Moved</h1>This document may be found "
+                   u"<a HREF=\"http://\">here</a></body>"_s);
+}
+
+QByteArray AccessDeniedResponse(const QString& realm, const QString& body, const QString& date) {
+    return respond(u"HTTP/1.1 401 Access Denied\r\n"_s + ServerLine + u"Date: "_s + date + CRLF +
+                       u"WWW-Authenticate: Basic realm=\""_s + realm +
+                       u"\"\r\n"
+                       u"Connection: Close\r\n"_s,
+                   body);
+}
+
+QByteArray FileNotFoundResponse(const QString& date) {
+    return respond(u"HTTP/1.1 404 Object Not Found\r\n"_s + ServerLine + u"Date: "_s + date +
+                       u"\r\nConnection: Close\r\n"_s,
+                   u"<html>\r\n404 Not Found\r\n</html>\r\n"_s);
+}
+
+QByteArray RangeNotSatisfiableResponse(qint64 size, const QString& date) {
+    return ShiftJis::Encode(u"HTTP/1.1 416 Requested Range Not Satisfiable\r\n"_s + ServerLine +
+                            u"Date: "_s + date + u"\r\nContent-Range: bytes */"_s +
+                            QString::number(size) + u"\r\nContent-Length: 0\r\n\r\n"_s);
+}
+
+} // namespace Http

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+// What the server reads from a request and the fixed texts it answers with.
+// The server does not parse headers into a table: it searches the request text
+// for the few words it needs, and clients rely on exactly those searches.
+
+struct AppState;
+
+namespace Http {
+
+constexpr qsizetype MaxHeaderBytes = 16 * 1024;
+constexpr qsizetype MaxBodyBytes = 1024 * 1024;
+
+enum class Frame { Incomplete, Complete, TooLarge, Malformed };
+
+// A request is complete at the end of its header plus exactly Content-Length
+// bytes of body. length receives the request's size when complete.
+Frame CheckFrame(const QByteArray& data, qsizetype* length);
+
+struct Request {
+    QString text;  // the whole request, decoded from CP932
+    QString host;  // value of the first "host:", "" without one
+    QString realm; // what the 401 names as realm
+    bool hasAuthorization = false;
+    QString user, password; // from Basic credentials
+    QString path;           // with its query; "" for methods other than GET and POST
+    QString postBody;       // body of a POST, "" otherwise
+};
+
+Request ParseRequest(const QString& text);
+
+enum class Route { Page, Redirect, File };
+
+// redirectArmed: a redirect went out less than 5 seconds ago; dotless paths
+// are then pages.
+Route ClassifyPath(const QString& path, bool redirectArmed);
+
+// Everything the server decides from the bytes received so far: wait for
+// more, drop the connection, refuse the login, or answer with a page, a
+// redirect or a file. A function of its inputs alone, so it can be fuzzed.
+enum class Action { Wait, Drop, Refuse, Page, Redirect, File };
+struct Decision {
+    Action action = Action::Wait;
+    qsizetype length = 0; // bytes of the request when complete
+    Request request;
+};
+// state: whether a login is required, and which.
+Decision Decide(const QByteArray& received, bool redirectArmed, const AppState& state);
+
+QByteArray PageResponse(const QString& html, const QString& date);
+QByteArray RedirectResponse(const QString& host);
+QByteArray AccessDeniedResponse(const QString& realm, const QString& body, const QString& date);
+QByteArray FileNotFoundResponse(const QString& date);
+QByteArray RangeNotSatisfiableResponse(qint64 size, const QString& date);
+
+} // namespace Http
