@@ -86,7 +86,13 @@ int list() {
                 ::close(fd);
         } else {
             // The USB ids of the serial adapter: the Tira is 0403:fa78.
-            QString usb = QDir(u"/sys/class/tty/"_s + name + u"/device/../.."_s).canonicalPath();
+            // ttyUSB sits below its USB interface, ttyACM is the interface.
+            QString usb;
+            for (auto up : {u"/device/../.."_s, u"/device/.."_s}) {
+                usb = QDir(u"/sys/class/tty/"_s + name + up).canonicalPath();
+                if (QFile::exists(usb + u"/idVendor"_s))
+                    break;
+            }
             QString vendor = readText(usb + u"/idVendor"_s);
             QString product = readText(usb + u"/idProduct"_s);
             if (!vendor.isEmpty())
