@@ -2,8 +2,54 @@
 
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
+#include "infrared/SignalStore.h"
+#include "infrared/SimDriver.h"
+#include "remotes/Registry.h"
 
+#include <QDir>
 #include <QFileInfo>
+#include <QLoggingCategory>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+Q_LOGGING_CATEGORY(lcDemo, "kestrava.demo")
+
+struct DemoRemote {
+    int id;
+    QString device;
+    int design;
+    uint8_t address;                                // NEC address of the made-up appliance
+    std::vector<std::pair<int, QString>> functions; // button, function
+};
+
+// A television and an air conditioner with a handful of learned keys, so that
+// the pages show working remotes from the first start.
+const std::vector<DemoRemote>& demoRemotes() {
+    static const std::vector<DemoRemote> remotes = {
+        {1,
+         u"テレビ"_s,
+         4,
+         0x40,
+         {{0, u"電源"_s},
+          {1, u"ch1"_s},
+          {2, u"ch2"_s},
+          {3, u"ch3"_s},
+          {13, u"ch+"_s},
+          {14, u"ch-"_s},
+          {18, u"音量+"_s},
+          {19, u"音量-"_s}}},
+        {2,
+         u"エアコン"_s,
+         3,
+         0x23,
+         {{0, u"電源"_s}, {1, u"温度+"_s}, {2, u"温度-"_s}, {3, u"風量"_s}}},
+    };
+    return remotes;
+}
+
+} // namespace
 
 bool PrepareDemoFolder(const ProgramFolder& folder, SettingsStore& settings) {
     if (QFileInfo::exists(folder.settingsPath()))
@@ -11,5 +57,19 @@ bool PrepareDemoFolder(const ProgramFolder& folder, SettingsStore& settings) {
     settings.WriteIni(u"Tira", u"Device", u"sim");
     settings.WriteIni(u"WebServer", u"Port", QString::number(DemoWebPort));
     settings.WriteIni(u"Options", u"Internet", u"0");
+
+    QDir().mkpath(folder.path(u"IRSignals"));
+    for (const DemoRemote& r : demoRemotes()) {
+        const QString section = RemoteSection(r.id);
+        settings.WriteIni(section, u"Device", r.device);
+        settings.WriteIni(section, u"Design", QString::number(r.design));
+        for (const auto& [button, function] : r.functions) {
+            settings.WriteIni(section, ButtonKey(button), function);
+            QString error;
+            if (!WriteSignalFile(SignalFilePath(folder, r.device, function),
+                                 SimDriver::NecSignal(r.address, uint8_t(button)), &error))
+                qCWarning(lcDemo).noquote() << error;
+        }
+    }
     return true;
 }

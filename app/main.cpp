@@ -11,8 +11,10 @@
 #include "core/System.h"
 #include "core/UserPrompt.h"
 #include "infrared/TiraDevice.h"
+#include "infrared/Transmission.h"
 #include "setup/PortChoice.h"
 #include "webpages/MenuPages.h"
+#include "webpages/RemotePages.h"
 #include "webserver/Dispatcher.h"
 #include "webserver/WebServer.h"
 
@@ -157,18 +159,23 @@ int main(int argc, char** argv) {
         prompt = std::make_unique<MessageBoxPrompt>();
 
     Application app(folder, settings, clock, *prompt);
+    // The transceiver: opened by the first send or capture, not at start.
+    TiraDevice device(folder, settings, *prompt);
+    QObject::connect(&app, &Application::releaseDevice, &device, &TiraDevice::Unload);
+
     Dispatcher dispatcher;
     InstallMenuPages(dispatcher, settings);
+    RemotePageServices remotePages;
+    remotePages.send = [&device](const QString& remote, const QString& button) {
+        return TXSignalById(device, remote, button);
+    };
+    InstallRemotePages(dispatcher, settings, clock, remotePages);
     WebServer webServer(app, dispatcher);
     app.webServer = &webServer;
     // Until setup can be shown, a missing or taken port is replaced by a free one.
     webServer.portConflictHandler = [&settings] { return ChooseFreeWebPort(settings); };
     QObject::connect(&app, &Application::closed, qapp.get(), &QCoreApplication::quit,
                      Qt::QueuedConnection);
-
-    // The transceiver: opened by the first send or capture, not at start.
-    TiraDevice device(folder, settings, *prompt);
-    QObject::connect(&app, &Application::releaseDevice, &device, &TiraDevice::Unload);
 
     SignalWatcher watcher;
     QObject::connect(&watcher, &SignalWatcher::terminationRequested, &app, [&app](int number) {

@@ -1,9 +1,12 @@
 #include "infrared/SignalStore.h"
 
+#include "core/AtomicFile.h"
 #include "core/ProgramFolder.h"
 
 #include <QFile>
 #include <QFileInfo>
+
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
@@ -19,6 +22,16 @@ QString TestSignalPath(const ProgramFolder& folder) {
 void StampSignalLength(SignalImage& image, int length) {
     image[1998] = uint8_t(length / 255);
     image[1999] = uint8_t(length % 255);
+}
+
+bool WriteSignalFile(const QString& path, QByteArrayView signal, QString* error) {
+    SignalImage image{};
+    const int length = int(std::min<qsizetype>(signal.size(), SignalFileSize));
+    std::copy_n(reinterpret_cast<const uint8_t*>(signal.data()), length, image.begin());
+    StampSignalLength(image, length);
+    return WriteFileAtomically(
+        path, QByteArrayView(reinterpret_cast<const char*>(image.data()), SignalFileSize), 0644,
+        error);
 }
 
 SignalRead ReadSignalFile(const QString& path, QByteArray* bytes) {

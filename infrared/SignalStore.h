@@ -25,6 +25,10 @@ QString TestSignalPath(const ProgramFolder& folder); // testsignal.tmp
 // loses its last bytes to it.
 void StampSignalLength(SignalImage& image, int length);
 
+// Writes a signal file (or testsignal.tmp) for the given signal bytes,
+// replacing any old one whole. False, with the reason in error, on failure.
+bool WriteSignalFile(const QString& path, QByteArrayView signal, QString* error = nullptr);
+
 enum class SignalRead { Ok, Missing, Unreadable, BadLength };
 // The bytes to send from a signal file. Reading never creates the file.
 SignalRead ReadSignalFile(const QString& path, QByteArray* bytes);

@@ -74,11 +74,15 @@ int SimDriver::tira_transmit(int repeat, int frequency, QByteArrayView data) {
 }
 
 QByteArray SimDriver::SampleCapture() {
+    return NecSignal(0x40, 0x12);
+}
+
+QByteArray SimDriver::NecSignal(uint8_t address, uint8_t command) {
     IrTiming t;
     t.carrierHz = 38000;
     auto& d = t.durations;
     d = {9000, 4500};
-    const uint8_t bytes[] = {0x40, 0xBF, 0x12, 0xED};
+    const uint8_t bytes[] = {address, uint8_t(~address), command, uint8_t(~command)};
     for (uint8_t b : bytes)
         for (int bit = 0; bit < 8; ++bit) {
             d.push_back(560);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "infrared/IrDriver.h"
 
 #include <QTimer>
@@ -26,6 +28,8 @@ public:
     // The signal a capture yields: NEC, address 0x40, command 0x12 (a power
     // key), followed by the repeat code.
     static QByteArray SampleCapture();
+    // Any NEC key with its repeat code, as a blob.
+    static QByteArray NecSignal(uint8_t address, uint8_t command);
 
     int captureDelayMs = 1000;
 
