@@ -13,7 +13,7 @@ PACKAGES=(
     cmake ninja-build g++ pkg-config
     qt6-base-dev libzip-dev libcurl4-openssl-dev libminiupnpc-dev libv4l-dev
     libgtest-dev libgmock-dev libbenchmark-dev
-    chromium
+    chromium w3m
 )
 
 install_missing() {
@@ -22,6 +22,7 @@ install_missing() {
         dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" ||
             missing+=("$p")
     done
+    command -v node >/dev/null && command -v npm >/dev/null || missing+=(nodejs npm)
     [ ${#missing[@]} -eq 0 ] && return
     local sudo=()
     [ "$(id -u)" -ne 0 ] && sudo=(sudo)
@@ -29,6 +30,12 @@ install_missing() {
     "${sudo[@]}" apt-get update -qq
     "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get install -y -qq --no-install-recommends "${missing[@]}"
+}
+
+# Playwright for the browser tests, pinned by tests/e2e/package-lock.json.
+e2e_modules() {
+    [ -d tests/e2e/node_modules/playwright-core ] ||
+        npm ci --prefix tests/e2e --no-audit --no-fund --loglevel=error
 }
 
 build() {
@@ -48,11 +55,13 @@ run)
     ;;
 test)
     install_missing
+    e2e_modules
     build build
     ctest --test-dir build --output-on-failure -j "$(nproc)"
     ;;
 asan)
     install_missing
+    e2e_modules
     build build-asan -DKESTRAVA_SANITIZE=ON -DKESTRAVA_BENCH=OFF -DCMAKE_BUILD_TYPE=Debug
     ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
         ctest --test-dir build-asan --output-on-failure -j "$(nproc)"
