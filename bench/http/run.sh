@@ -19,6 +19,11 @@ mkdir -p "$home/pic"
 kport=18421 nport=18480
 printf '[WebServer]\r\nPort=%s\r\n' $kport >"$home/setting.ini"
 head -c 2048 /dev/urandom >"$home/pic/bench.gif"
+# 100 remotes of 66 buttons each, for the largest remote page.
+for id in $(seq 100); do
+    printf '[Remote-%s]\r\nDevice=device%s\r\nDesign=6\r\n' "$id" "$id"
+    for k in $(seq 0 65); do printf 'Button-%s=func%s\r\n' "$k" "$k"; done
+done >>"$home/setting.ini"
 truncate -s 1G "$home/big.mpg"
 
 "$build/app/kestrava" --headless --home "$home" 2>"$work/kestrava.log" &
@@ -52,6 +57,10 @@ pic_n=$(rate "http://127.0.0.1:$nport/pic/bench.gif")
 page_k=$(rate "http://127.0.0.1:$kport/default.asp")
 page_n=$(rate "http://127.0.0.1:$nport/default.asp")
 
+page6_latency=$(wrk -t1 -c1 -d8s --latency -H 'Connection: close' \
+    "http://127.0.0.1:$kport/remote6.asp?DevID=57&Button=&Device=device57" |
+    awk '$1 == "50%" {print $2}')
+
 speed=$(curl -s -o /dev/null -w '%{speed_download}' "http://127.0.0.1:$kport/big.mpg")
 peak_kb=$(awk '/VmHWM/ {print $2}' "/proc/$kpid/status")
 
@@ -62,5 +71,6 @@ after=$(ticks)
 
 echo "picture 2 KiB:   kestrava $pic_k req/s, nginx $pic_n req/s ($(awk "BEGIN {printf \"%.0f\", 100*$pic_k/$pic_n}") %)"
 echo "default.asp:     kestrava $page_k req/s (nginx, saved copy: $page_n req/s)"
+echo "remote6.asp:     median $page6_latency per page (100 remotes x 66 buttons, one client)"
 echo "1 GiB stream:    $(awk "BEGIN {printf \"%.0f\", $speed/1e6}") MB/s, peak RSS $((peak_kb / 1024)) MiB"
 echo "idle 30 s:       $((after - before)) clock ticks of CPU"
