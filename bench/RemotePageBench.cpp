@@ -1,5 +1,6 @@
 // remote6.asp as a browser asks for it: 66 buttons of one remote read from a
 // setting.ini that holds 100 remotes of 66 buttons each.
+#include "bench/LargeSettings.h"
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
 #include "webpages/RemotePages.h"
@@ -11,22 +12,6 @@
 
 namespace {
 
-QString makeSettings(const QTemporaryDir& dir) {
-    QString path = dir.filePath(QStringLiteral("setting.ini"));
-    QByteArray text = "[WebServer]\r\nPort=8080\r\n[Options]\r\nTakePic=0\r\n";
-    for (int id = 1; id <= 100; ++id) {
-        text += "[Remote-" + QByteArray::number(id) + "]\r\n";
-        text += "Device=\x83\x65\x83\x8C\x83\x72" + QByteArray::number(id) + "\r\nDesign=6\r\n";
-        for (int k = 0; k < 66; ++k)
-            text += "Button-" + QByteArray::number(k) + "=\x93\x64\x8C\xB9" +
-                    QByteArray::number(k) + "\r\n";
-    }
-    QFile f(path);
-    if (f.open(QIODevice::WriteOnly))
-        f.write(text);
-    return path;
-}
-
 PageRequest remote57(const char* button) {
     PageRequest r;
     r.DevID = QStringLiteral("57");
@@ -37,7 +22,7 @@ PageRequest remote57(const char* button) {
 
 void runPage(benchmark::State& state, const char* button, bool encode) {
     QTemporaryDir dir;
-    SettingsStore store(makeSettings(dir));
+    SettingsStore store(WriteLargeSettings(dir));
     RemotePageServices services;
     services.send = [](const QString&, const QString&) { return true; };
     const PageRequest r = remote57(button);

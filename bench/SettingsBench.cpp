@@ -1,5 +1,6 @@
 // ReadIni as the pages use it: a graphic remote page reads every button of one
 // remote from a setting.ini that holds 100 remotes of 66 buttons each.
+#include "bench/LargeSettings.h"
 #include "core/Settings.h"
 
 #include <QCoreApplication>
@@ -8,25 +9,9 @@
 
 namespace {
 
-QString makeSettings(const QTemporaryDir& dir) {
-    QString path = dir.filePath(QStringLiteral("setting.ini"));
-    QByteArray text = "[WebServer]\r\nPort=8080\r\n[Options]\r\nInternet=0\r\n";
-    for (int id = 1; id <= 100; ++id) {
-        text += "[Remote-" + QByteArray::number(id) + "]\r\n";
-        text += "Device=\x83\x65\x83\x8C\x83\x72" + QByteArray::number(id) + "\r\nDesign=6\r\n";
-        for (int k = 0; k < 66; ++k)
-            text += "Button-" + QByteArray::number(k) + "=\x93\x64\x8C\xB9" +
-                    QByteArray::number(k) + "\r\n";
-    }
-    QFile f(path);
-    f.open(QIODevice::WriteOnly);
-    f.write(text);
-    return path;
-}
-
 void BM_ReadIni_66Buttons(benchmark::State& state) {
     QTemporaryDir dir;
-    SettingsStore store(makeSettings(dir));
+    SettingsStore store(WriteLargeSettings(dir));
     const QString section = QStringLiteral("Remote-57");
     QStringList keys;
     for (int k = 0; k < 66; ++k)
@@ -41,7 +26,7 @@ BENCHMARK(BM_ReadIni_66Buttons)->Unit(benchmark::kMicrosecond);
 
 void BM_ParseAfterChange(benchmark::State& state) {
     QTemporaryDir dir;
-    QString path = makeSettings(dir);
+    QString path = WriteLargeSettings(dir);
     for (auto _ : state) {
         SettingsStore store(path); // a new store parses the whole file
         benchmark::DoNotOptimize(
