@@ -56,29 +56,9 @@ TEST(Program, SecondInstanceOnTheSameFolderEndsAtOnceAndSilently) {
     EXPECT_EQ(second.process.exitCode(), 0);
     EXPECT_TRUE(second.log().isEmpty()) << second.log().toStdString();
 
-    // Another folder runs side by side.
-    Program other(home(tmp.path() + u"/other"_s));
-    EXPECT_TRUE(other.waitForLog(u"started on"_s));
-    EXPECT_EQ(first.process.state(), QProcess::Running);
-
     ::kill(pid_t(first.process.processId()), SIGINT);
     ASSERT_TRUE(first.finish());
     EXPECT_EQ(first.process.exitCode(), 0);
-}
-
-TEST(Program, FolderComesFromTheEnvironmentWhenNotGiven) {
-    QTemporaryDir tmp;
-    auto env = QProcessEnvironment::systemEnvironment();
-    env.insert(u"KESTRAVA_HOME"_s, tmp.path() + u"/fromenv"_s);
-    Program p({u"--headless"_s}, env);
-    EXPECT_TRUE(p.waitForLog(u"started on "_s + tmp.path() + u"/fromenv"_s))
-        << p.log().toStdString();
-
-    env.remove(u"KESTRAVA_HOME"_s);
-    env.insert(u"XDG_DATA_HOME"_s, tmp.path() + u"/xdg"_s);
-    Program q({u"--headless"_s}, env);
-    EXPECT_TRUE(q.waitForLog(u"started on "_s + tmp.path() + u"/xdg/kestrava"_s))
-        << q.log().toStdString();
 }
 
 TEST(Program, FolderThatCannotBeCreatedIsOneErrorLineAndStatus1) {
@@ -114,25 +94,6 @@ TEST(Program, DemoFolderIsPreparedOnceWithTheSimulator) {
     EXPECT_EQ(settings.ReadIni(u"Tira", u"Device"), u"/dev/lirc0"_s);
 }
 
-TEST(Program, VersionHelpAndBadOptions) {
-    Program version({u"--version"_s});
-    ASSERT_TRUE(version.finish());
-    EXPECT_EQ(version.process.exitCode(), 0);
-    EXPECT_TRUE(version.process.readAllStandardOutput().startsWith("kestrava "));
-
-    Program help({u"--help"_s});
-    ASSERT_TRUE(help.finish());
-    EXPECT_EQ(help.process.exitCode(), 0);
-    QByteArray usage = help.process.readAllStandardOutput();
-    EXPECT_TRUE(usage.startsWith("Usage: kestrava"));
-    EXPECT_TRUE(usage.contains("--demo"));
-
-    Program bad({u"--no-such-option"_s});
-    ASSERT_TRUE(bad.finish());
-    EXPECT_EQ(bad.process.exitCode(), 2);
-    EXPECT_TRUE(bad.log().contains(u"--help"_s));
-}
-
 TEST(Program, SigtermClosesTheDesktopEvenWithABoxOpen) {
     QTemporaryDir tmp;
     auto env = QProcessEnvironment::systemEnvironment();
@@ -146,11 +107,4 @@ TEST(Program, SigtermClosesTheDesktopEvenWithABoxOpen) {
     ASSERT_TRUE(p.finish(5000));
     EXPECT_LT(timer.elapsed(), 1000);
     EXPECT_EQ(p.process.exitCode(), 0);
-}
-
-TEST(Program, NoDisplayMeansHeadless) {
-    QTemporaryDir tmp;
-    auto env = QProcessEnvironment::systemEnvironment();
-    Program p({u"--home"_s, tmp.path()}, env); // no --headless, no display variables
-    EXPECT_TRUE(p.waitForLog(u"running headless"_s)) << p.log().toStdString();
 }

@@ -157,20 +157,6 @@ TEST(Lirc, LearnsARecordedNecRemoteAndSendsItBack) {
         expectNear(f.kernel->writes[i], {9040, 2210, 600}, Jitter);
 }
 
-TEST(Lirc, ASignalLearnedOnATiraIsSentByLirc) {
-    Fixture f;
-    ASSERT_TRUE(f.device.ActivateTira(0));
-    TiraBurst burst;
-    ParseTiraBurst(QByteArray::fromHex("0465023300460046004600D300460000"
-                                       "34B2"),
-                   &burst);
-    QByteArray blob = BlobFromTiming(TimingFromTiraBurst(burst))->encode();
-    ASSERT_EQ(f.device.driver()->tira_transmit(0, -1, blob), 0);
-    EXPECT_TRUE(f.kernel->set(LIRC_SET_SEND_CARRIER, 38462));
-    ASSERT_EQ(f.kernel->writes.size(), 1u);
-    EXPECT_EQ(f.kernel->writes[0], (std::vector<uint32_t>{9000, 4504, 560, 560, 560, 1688, 560}));
-}
-
 TEST(Lirc, ASignalLearnedByLircIsSentByATira) {
     Fixture f;
     ASSERT_TRUE(f.device.ActivateTira(0));
@@ -189,55 +175,4 @@ TEST(Lirc, ASignalLearnedByLircIsSentByATira) {
     EXPECT_EQ(uint8_t(ix[2]), 52); // unknown carrier: 38 kHz
     EXPECT_EQ(ix.size(), 28 + 36); // 71 durations
     EXPECT_EQ(tira.transmissions[1].size(), 28 + 2);
-}
-
-TEST(Lirc, LongSignalsAreCutAtTheirPauses) {
-    Fixture f;
-    ASSERT_TRUE(f.device.ActivateTira(0));
-    // An air conditioner's 600 values in two halves of about 300 ms.
-    std::vector<uint32_t> half{3400, 1700};
-    for (int i = 0; i < 299; ++i)
-        half.push_back(i % 2 ? 1300 : 420);
-    std::vector<uint32_t> us = half;
-    us.push_back(17000);
-    us.insert(us.end(), half.begin(), half.end());
-    IrTiming t{us, 38000, -1};
-    ASSERT_EQ(f.device.driver()->tira_transmit(3, -1, BlobFromTiming(t)->encode()), 0);
-    ASSERT_EQ(f.kernel->writes.size(), 2u);
-    EXPECT_EQ(f.kernel->writes[0].size(), half.size());
-    EXPECT_EQ(f.kernel->writes[1].size(), half.size());
-
-    // Without a pause to cut at, the signal is refused, not truncated.
-    std::vector<uint32_t> endless(1201, 560);
-    t.durations = endless;
-    EXPECT_NE(f.device.driver()->tira_transmit(0, -1, BlobFromTiming(t)->encode()), 0);
-    EXPECT_EQ(f.kernel->writes.size(), 2u);
-}
-
-TEST(Lirc, LostDataUnpluggingAndMissingFeaturesFailCleanly) {
-    Fixture f;
-    ASSERT_TRUE(f.device.ActivateTira(0));
-    // An overflow drops what came before it; only the clean message counts.
-    std::vector<uint32_t> records{LIRC_PULSE(9000), LIRC_SPACE(4500), LIRC_OVERFLOW(0xFFFFFF)};
-    auto tail = mode2({9000, 4500, 560}, 0);
-    records.insert(records.end(), tail.begin(), tail.end());
-    QTimer::singleShot(20, [&] { f.kernel->feed(records); });
-    ASSERT_TRUE(f.device.CaptureTira());
-    EXPECT_EQ(TimingFromBlob(*IrBlob::decode(f.signal())).durations,
-              (std::vector<uint32_t>{9000, 4504, 560}));
-
-    QTimer::singleShot(20, [&] { f.kernel->unplug(); });
-    QElapsedTimer clock;
-    clock.start();
-    EXPECT_FALSE(f.device.CaptureTira());
-    EXPECT_LT(clock.elapsed(), 900);
-    EXPECT_NE(f.device.driver()->tira_transmit(0, -1, f.signal()), 0);
-
-    Fixture g;
-    g.kernel->features = LIRC_CAN_SEND_PULSE; // a transmitter without a receiver
-    ASSERT_TRUE(g.device.ActivateTira(0));
-    EXPECT_FALSE(g.device.CaptureTira());
-    g.kernel->features = LIRC_CAN_REC_SCANCODE;
-    g.device.DeActivateTira();
-    EXPECT_FALSE(g.device.ActivateTira(0));
 }

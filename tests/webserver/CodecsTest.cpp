@@ -53,11 +53,7 @@ TEST(Codecs, DecBase64AndCheckLogon) {
 }
 
 TEST(Codecs, HttpDateIsEnglishUtcAndTheShiftLeavesTheDate) {
-    const QTimeZone tokyo(9 * 3600);
-    FixedClock clock(QDateTime(QDate(2026, 11, 21), QTime(17, 0), tokyo));
-    EXPECT_EQ(HttpDate(clock), u"Sat, 21 Nov 2026 08:00:00 GMT"_s);
-    EXPECT_EQ(HttpDate(clock, 16 * 60 + 1), u"Sat, 21 Nov 2026 00:01:00 GMT"_s);
-    EXPECT_EQ(HttpDate(clock, -9 * 60), u"Sat, 21 Nov 2026 23:00:00 GMT"_s);
-    clock.at = QDateTime(QDate(2027, 1, 1), QTime(8, 59, 59), tokyo);
+    FixedClock clock(QDateTime(QDate(2027, 1, 1), QTime(8, 59, 59), QTimeZone(9 * 3600)));
     EXPECT_EQ(HttpDate(clock), u"Thu, 31 Dec 2026 23:59:59 GMT"_s);
+    EXPECT_EQ(HttpDate(clock, 9 * 60 + 1), u"Thu, 31 Dec 2026 09:00:59 GMT"_s);
 }
