@@ -24,7 +24,9 @@ QStringList home(const QString& dir) {
 TEST(Program, RunsHeadlessOnItsFolderAndClosesOnSigterm) {
     QTemporaryDir tmp;
     const QString dir = tmp.path() + u"/home"_s;
-    Program p(home(dir));
+    auto env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"KESTRAVA_HOME"_s, dir); // the folder when --home is not given
+    Program p({u"--headless"_s}, env);
     ASSERT_TRUE(p.waitForLog(u"started on "_s + dir)) << p.log().toStdString();
 
     for (auto sub : {u"IRSignals"_s, u"reserve"_s, u"pic"_s})

@@ -199,9 +199,14 @@ TEST(WebServer, LowestFreeSlotIsTakenFirst) {
     one->readAll();
     one.reset();
     WaitMs(50);
-    RawConnection three(s.port());
+    // The same listener serves IPv6 where the machine has it.
+    RawConnection three(s.port(), QHostAddress::LocalHostIPv6);
+    if (three.socket.state() != QAbstractSocket::ConnectedState)
+        three.socket.connectToHost(QHostAddress::LocalHost, s.port());
     WaitMs(50);
     EXPECT_EQ(taken, (QList<int>{1, 2, 1}));
+    three.send("GET /x.asp HTTP/1.1\r\n\r\n");
+    EXPECT_TRUE(three.readAll().startsWith("HTTP/1.1 200 OK"));
 }
 
 TEST(WebServer, ATakenPortIsReportedAndAnotherCanBeChosen) {

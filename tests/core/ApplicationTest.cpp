@@ -1,0 +1,44 @@
+#include "core/Application.h"
+#include "core/Clock.h"
+#include "support/ScriptedPrompt.h"
+#include "support/TempFolder.h"
+
+#include <QTimer>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+// A first start greets, lets setup run with events going until it closes, and
+// the close order releases the device before any window and sets AppClosing
+// between the remote windows and the rest.
+TEST(Application, FirstRunWaitsForSetupAndCloseRunsInOrder) {
+    TempFolder t;
+    SystemClock clock;
+    ScriptedPrompt prompt;
+    Application app(t.folder, t.settings, clock, prompt);
+    QObject::connect(&app, &Application::setupRequested, [&] {
+        app.state.SetupOpen = true;
+        QTimer::singleShot(20, [&] {
+            app.state.SetupOpen = false;
+            emit app.setupClosed();
+        });
+    });
+    app.Start();
+    EXPECT_FALSE(app.state.SetupOpen);
+    EXPECT_EQ(prompt.shown, QStringList{u"info:"_s + Application::FirstRunText});
+    EXPECT_TRUE(app.timReserve.isActive());
+    EXPECT_TRUE(app.timAddrCheckL.isActive()); // internet use is off by default
+
+    QStringList order;
+    auto note = [&](const QString& step) {
+        return [&order, &app, step] { order << step + (app.state.AppClosing ? u"+"_s : u""_s); };
+    };
+    QObject::connect(&app, &Application::releaseDevice, note(u"device"_s));
+    QObject::connect(&app, &Application::unloadRemoteWindows, note(u"remotes"_s));
+    QObject::connect(&app, &Application::unloadWindows, note(u"windows"_s));
+    QObject::connect(&app, &Application::closed, note(u"closed"_s));
+    app.Close();
+    app.Close();
+    EXPECT_EQ(order, (QStringList{u"device"_s, u"remotes"_s, u"windows+"_s, u"closed+"_s}));
+    EXPECT_FALSE(app.timReserve.isActive());
+}
