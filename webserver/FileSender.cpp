@@ -50,7 +50,13 @@ QString ResolveFilePath(const ProgramFolder& folder, const QString& requestPath)
     if (!info.isFile())
         return {};
     // A link must not lead out of the folder, nor into a private part of it.
-    const QString root = QFileInfo(folder.root()).canonicalFilePath();
+    // The folder's real path is asked for once per folder, not per request.
+    static QString lastRoot, lastCanonical;
+    if (lastRoot != folder.root() || lastCanonical.isEmpty()) {
+        lastRoot = folder.root();
+        lastCanonical = QFileInfo(folder.root()).canonicalFilePath();
+    }
+    const QString& root = lastCanonical;
     const QString real = info.canonicalFilePath();
     if (root.isEmpty() || !real.startsWith(root + u'/'))
         return {};

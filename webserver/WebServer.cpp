@@ -273,6 +273,14 @@ void WebServer::sendFile(int index, const QString& path, const QString& requestT
                              QString::number(size - 1) + u"/"_s + QString::number(size) + u"\r\n"_s;
     head += ContentTypeLines(path) + u"\r\n"_s;
 
+    // A small file goes out with its header in one write, as a page does.
+    if (size - start <= FileSender::PieceBytes) {
+        QFile f(file);
+        if (f.open(QIODevice::ReadOnly) && f.seek(start)) {
+            sendAndClose(index, head.toLatin1() + f.read(size - start));
+            return;
+        }
+    }
     Slot& slot = *slots_[size_t(index - 1)];
     QTcpSocket* socket = slot.socket;
     auto* sender = new FileSender(socket, file, start, socket);
