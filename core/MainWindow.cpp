@@ -1,5 +1,6 @@
 #include "core/MainWindow.h"
 
+#include "core/AboutWindow.h"
 #include "core/Application.h"
 #include "core/NetAddress.h"
 #include "core/Settings.h"
@@ -144,7 +145,8 @@ void MainWindow::buildMenus() {
     help->setObjectName(u"MHelp"_s);
     MHelpFile = item(help, u"MHelpFile"_s, u"目次とキーワード(&C)"_s, false);
     help->addSeparator();
-    MVersion = item(help, u"MVersion"_s, u"バージョン情報(&A)"_s, false);
+    MVersion = item(help, u"MVersion"_s, u"バージョン情報(&A)"_s, true);
+    connect(MVersion, &QAction::triggered, this, &MainWindow::showAbout);
 }
 
 void MainWindow::buildPanel() {
@@ -354,6 +356,14 @@ void MainWindow::StorePosition() {
         return;
     app_.settings.WriteIni(u"Pos", u"Main_T", QString::number(p.y() * TwipsPerPixel));
     app_.settings.WriteIni(u"Pos", u"Main_L", QString::number(p.x() * TwipsPerPixel));
+}
+
+void MainWindow::showAbout() {
+    if (!about_)
+        about_ = new AboutWindow(lblAddr_->text() + u"/"_s, this);
+    about_->show();
+    about_->raise();
+    about_->activateWindow();
 }
 
 void MainWindow::paintEvent(QPaintEvent*) {

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <QPoint>
+#include <QPointer>
 #include <QSystemTrayIcon>
 #include <QWidget>
 
+class AboutWindow;
 class Application;
 class QAction;
 class QComboBox;
@@ -68,6 +70,7 @@ private:
     void trayActivated(QSystemTrayIcon::ActivationReason reason);
     void deviceChosen(int index);
     void StorePosition();
+    void showAbout();
 
     Application& app_;
     bool menuShown_ = false;
@@ -90,4 +93,5 @@ private:
     QToolButton* cmdDelRes_ = nullptr;
     QToolButton* cmdSuspend_ = nullptr;
     QSystemTrayIcon* tray_ = nullptr;
+    QPointer<AboutWindow> about_;
 };

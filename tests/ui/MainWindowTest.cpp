@@ -6,6 +6,8 @@
 
 #include <QAction>
 #include <QComboBox>
+#include <QDialog>
+#include <QLabel>
 #include <QMenuBar>
 #include <QSignalSpy>
 #include <QTest>
@@ -52,8 +54,16 @@ TEST(MainWindow, MenuSwitchKeepsPlaceAndChangesHeight) {
     EXPECT_FALSE(d.find(u"Command1_0"_s)->isVisible());
     EXPECT_TRUE(d.find(u"Command1_1"_s)->isVisible());
     for (QAction* a : {d.window.MFileX, d.window.MFileI, d.window.MTira, d.window.MStudyNew,
-                       d.window.MEditRemote, d.window.MVersion})
+                       d.window.MEditRemote})
         EXPECT_FALSE(a->isEnabled()) << a->text().toStdString();
+    EXPECT_EQ(d.window.MVersion->text(), u"バージョン情報(&A)"_s);
+    d.window.MVersion->trigger();
+    QWidget* about = d.window.findChild<QDialog*>(u"frmAbout"_s);
+    ASSERT_NE(about, nullptr);
+    EXPECT_TRUE(about->isVisible());
+    auto* link = about->findChild<QLabel*>(u"lblLink"_s);
+    ASSERT_NE(link, nullptr);
+    EXPECT_TRUE(link->text().contains(d.find<QLabel>(u"lblAddr"_s)->text() + u"/"_s));
 
     d.click(u"Command1_1"_s);
     EXPECT_FALSE(d.window.menuShown());
