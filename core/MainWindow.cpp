@@ -95,7 +95,9 @@ MainWindow::MainWindow(Application& app, QWidget* parent)
 
     tray_ = new QSystemTrayIcon(PanelIcon(), this);
     tray_->setToolTip(u"Kestrava"_s);
-    connect(tray_, &QSystemTrayIcon::activated, this, &MainWindow::trayActivated);
+    // Queued: removing the icon deletes the X11 widget that emits the click.
+    connect(tray_, &QSystemTrayIcon::activated, this, &MainWindow::trayActivated,
+            Qt::QueuedConnection);
 
     connect(&app_.timComboVisible, &QTimer::timeout, this, [this] { cmbDeviceName_->hide(); });
     connect(&app_.timAddrCheckL, &QTimer::timeout, this, &MainWindow::ShowLocalAddress);

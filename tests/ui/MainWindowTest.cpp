@@ -116,6 +116,7 @@ TEST(MainWindow, TrayAndHide) {
     EXPECT_EQ(d.window.trayIcon()->toolTip(), u"Kestrava"_s);
 
     emit d.window.trayIcon()->activated(QSystemTrayIcon::Context);
+    QCoreApplication::processEvents();
     EXPECT_TRUE(d.window.isVisible());
     EXPECT_FALSE(d.window.trayIcon()->isVisible());
     EXPECT_FALSE(d.app.timHideRetry.isActive());
@@ -129,6 +130,7 @@ TEST(MainWindow, TrayAndHide) {
     EXPECT_TRUE(d.app.timHideRetry.isActive());
 
     emit d.window.trayIcon()->activated(QSystemTrayIcon::Trigger);
+    QCoreApplication::processEvents();
     EXPECT_TRUE(d.window.isVisible());
     EXPECT_FALSE(d.window.isMinimized());
     EXPECT_EQ(d.ini(u"Hide"), u"0"_s);
