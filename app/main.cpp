@@ -187,8 +187,6 @@ int main(int argc, char** argv) {
     if (!headless) {
         qCDebug(lcMain) << "running on the desktop";
         window = std::make_unique<MainWindow>(app);
-        if (settings.ReadIni(u"Pos", u"Hide") != u"1")
-            window->show();
     } else {
         qCInfo(lcMain) << "running headless";
     }
@@ -196,6 +194,8 @@ int main(int argc, char** argv) {
     app.Start();
     if (app.isClosing())
         return 0;
+    if (window)
+        window->ShowAtStart();
     int status = qapp->exec();
     qCInfo(lcMain) << "closed";
     return status;

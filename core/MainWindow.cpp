@@ -1,32 +1,106 @@
 #include "core/MainWindow.h"
 
+#include "core/AboutWindow.h"
 #include "core/Application.h"
-#include "core/ProgramFolder.h"
+#include "core/NetAddress.h"
 #include "core/Settings.h"
+#include "remotes/Registry.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
+#include <QComboBox>
 #include <QDialog>
+#include <QHeaderView>
+#include <QHostAddress>
 #include <QLabel>
-#include <QPushButton>
-#include <QVBoxLayout>
+#include <QLoggingCategory>
+#include <QMenu>
+#include <QMenuBar>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
+#include <QScrollBar>
+#include <QTableWidget>
+#include <QToolButton>
 
 using namespace Qt::StringLiterals;
 
-MainWindow::MainWindow(Application& app, QWidget* parent) : QWidget(parent), app_(app) {
-    setWindowTitle(u"Kestrava"_s);
-    auto* layout = new QVBoxLayout(this);
-    lblAddr_ = new QLabel(this);
-    QString port = app_.settings.ReadIni(u"WebServer", u"Port");
-    lblAddr_->setText(u"URL  http://localhost"_s +
-                      (port.isEmpty() || port == u"80" ? QString() : u":"_s + port));
-    layout->addWidget(lblAddr_);
-    auto* folder = new QLabel(app_.folder.root(), this);
-    folder->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    layout->addWidget(folder);
-    auto* quit = new QPushButton(u"終了"_s, this);
-    layout->addWidget(quit);
-    connect(quit, &QPushButton::clicked, this, &QWidget::close);
+namespace {
+Q_LOGGING_CATEGORY(lcMainWindow, "kestrava.mainwindow")
+
+constexpr int CaptionHeight = 18; // the drawn title strip while the menu shows
+constexpr int HeaderHeight =
+    (MainWindow::HeightWithMenuTwips - MainWindow::HeightWithoutMenuTwips) /
+    MainWindow::TwipsPerPixel;
+constexpr int LcdTop = 24, LcdHeight = 34;
+const QColor LcdText(0x1c, 0x34, 0x1c);
+
+const QString PanelStyle = uR"(
+QToolButton {
+    color: #e8eef2; font-size: 11px;
+    background: qlineargradient(x1:0, y1:0, x2:0, y2:1, stop:0 #66717d, stop:1 #2e353d);
+    border: 1px solid #15191d; border-radius: 3px; padding: 0px 3px;
+}
+QToolButton:hover { background: qlineargradient(x1:0, y1:0, x2:0, y2:1,
+    stop:0 #7a8693, stop:1 #3a434c); }
+QToolButton:pressed { background: #1d2227; }
+QToolButton:disabled { color: #808a94; }
+QTableWidget { font-size: 11px; background: #eef2ee; gridline-color: #b7c0b7;
+    border: 1px solid #15191d; }
+QHeaderView::section { font-size: 11px; background: #d5dbd5; border: 0px;
+    border-right: 1px solid #b7c0b7; padding: 0px; }
+QComboBox { font-size: 12px; }
+)"_s;
+
+QIcon PanelIcon() {
+    // A tiny picture of the panel with its lit sender lamp.
+    QPixmap pixmap(32, 32);
+    pixmap.fill(Qt::transparent);
+    QPainter p(&pixmap);
+    p.setRenderHint(QPainter::Antialiasing);
+    QLinearGradient body(0, 0, 0, 32);
+    body.setColorAt(0, QColor(0x5a, 0x64, 0x70));
+    body.setColorAt(1, QColor(0x20, 0x26, 0x2c));
+    p.setBrush(body);
+    p.setPen(QPen(QColor(0x10, 0x12, 0x14), 1.5));
+    p.drawRoundedRect(QRectF(2, 6, 28, 20), 4, 4);
+    p.setPen(Qt::NoPen);
+    p.setBrush(QColor(0xa8, 0xc8, 0x92));
+    p.drawRect(QRectF(6, 10, 14, 7));
+    p.setBrush(QColor(0xff, 0x40, 0x30));
+    p.drawEllipse(QPointF(25, 13.5), 2.6, 2.6);
+    return QIcon(pixmap);
+}
+
+QToolButton* PanelButton(QWidget* parent, const QString& name, const QString& text,
+                         const QString& tip) {
+    auto* b = new QToolButton(parent);
+    b->setObjectName(name);
+    b->setText(text);
+    b->setToolTip(tip);
+    b->setFocusPolicy(Qt::NoFocus);
+    return b;
+}
+} // namespace
+
+MainWindow::MainWindow(Application& app, QWidget* parent)
+    : QWidget(parent, Qt::Window | Qt::FramelessWindowHint), app_(app) {
+    setObjectName(u"frmMain"_s);
+    setWindowIcon(PanelIcon());
+    setStyleSheet(PanelStyle);
+    buildMenus();
+    buildPanel();
+    ShowMenu(false);
+
+    tray_ = new QSystemTrayIcon(PanelIcon(), this);
+    tray_->setToolTip(u"Kestrava"_s);
+    // Queued: removing the icon deletes the X11 widget that emits the click.
+    connect(tray_, &QSystemTrayIcon::activated, this, &MainWindow::trayActivated,
+            Qt::QueuedConnection);
+
+    connect(&app_.timComboVisible, &QTimer::timeout, this, [this] { cmbDeviceName_->hide(); });
+    connect(&app_.timAddrCheckL, &QTimer::timeout, this, &MainWindow::ShowLocalAddress);
     connect(&app_, &Application::unloadWindows, this, [this] {
         // A box left open would keep its own event loop, and the program, alive.
         for (QWidget* w : QApplication::topLevelWidgets())
@@ -34,6 +108,338 @@ MainWindow::MainWindow(Application& app, QWidget* parent) : QWidget(parent), app
                 dialog->reject();
         hide();
     });
+    // Last in the close order: the position, then the tray icon goes.
+    connect(&app_, &Application::closed, this, [this] {
+        StorePosition();
+        app_.timHideRetry.stop();
+        tray_->hide();
+    });
+}
+
+MainWindow::~MainWindow() = default;
+
+void MainWindow::buildMenus() {
+    menuBar_ = new QMenuBar(this);
+    menuBar_->setNativeMenuBar(false);
+    auto item = [this](QMenu* menu, const QString& name, const QString& caption, bool enabled) {
+        QAction* a = menu->addAction(caption);
+        a->setObjectName(name);
+        a->setEnabled(enabled);
+        return a;
+    };
+    QMenu* file = menuBar_->addMenu(u"ファイル(&F)"_s);
+    file->setObjectName(u"MFile"_s);
+    MFileX = item(file, u"MFileX"_s, u"学習済み信号のエクスポート(&X)"_s, false);
+    MFileI = item(file, u"MFileI"_s, u"学習済み信号のインポート(&I)"_s, false);
+    file->addSeparator();
+    MEnd = item(file, u"MEnd"_s, u"終了(&E)"_s, true);
+    connect(MEnd, &QAction::triggered, this, &QWidget::close);
+
+    QMenu* settei = menuBar_->addMenu(u"設定(&O)"_s);
+    settei->setObjectName(u"MSettei"_s);
+    MTira = item(settei, u"MTira"_s, u"全般設定(&T)"_s, false);
+    QMenu* study = settei->addMenu(u"リモコン信号の学習(&S)"_s);
+    study->setObjectName(u"MStudy"_s);
+    MStudyNew = item(study, u"MStudyNew"_s, u"新しいリモコンの学習(&N)"_s, false);
+    MEditRemote = item(study, u"MEditRemote"_s, u"学習済みリモコンの編集(&E)"_s, false);
+
+    QMenu* help = menuBar_->addMenu(u"ヘルプ(&H)"_s);
+    help->setObjectName(u"MHelp"_s);
+    MHelpFile = item(help, u"MHelpFile"_s, u"目次とキーワード(&C)"_s, false);
+    help->addSeparator();
+    MVersion = item(help, u"MVersion"_s, u"バージョン情報(&A)"_s, true);
+    connect(MVersion, &QAction::triggered, this, &MainWindow::showAbout);
+}
+
+void MainWindow::buildPanel() {
+    command1_[0] = PanelButton(this, u"Command1_0"_s, u"▼"_s, u"メニューを表示"_s);
+    command1_[1] = PanelButton(this, u"Command1_1"_s, u"▲"_s, u"メニューを隠す"_s);
+    connect(command1_[0], &QToolButton::clicked, this, [this] { ShowMenu(true); });
+    connect(command1_[1], &QToolButton::clicked, this, [this] { ShowMenu(false); });
+    command11_ = PanelButton(this, u"Command11"_s, u"－"_s, u"タスクトレイに収納"_s);
+    connect(command11_, &QToolButton::clicked, this, [this] { showMinimized(); });
+    command12_ = PanelButton(this, u"Command12"_s, u"×"_s, u"終了"_s);
+    connect(command12_, &QToolButton::clicked, this, &QWidget::close);
+
+    auto lcdLabel = [this](const QString& name, const QString& text) {
+        auto* l = new QLabel(text, this);
+        l->setObjectName(name);
+        QPalette pal = l->palette();
+        pal.setColor(QPalette::WindowText, LcdText);
+        l->setPalette(pal);
+        QFont f = l->font();
+        f.setPixelSize(12);
+        l->setFont(f);
+        return l;
+    };
+    label3_ = lcdLabel(u"Label3"_s, u"URL"_s);
+    lblAddr_ = lcdLabel(u"lblAddr"_s, {});
+    labelTime_ = lcdLabel(u"LabelTime"_s, u"次の予約"_s);
+    lblTime_ = lcdLabel(u"lblTime"_s, {});
+    for (QLabel* l : {label3_, labelTime_}) {
+        QFont f = l->font();
+        f.setBold(true);
+        l->setFont(f);
+    }
+
+    // The reservation list; its rows come with the reservation store.
+    grid_ = new QTableWidget(0, 5, this);
+    grid_->setObjectName(u"MSFlexGrid1"_s);
+    grid_->setHorizontalHeaderLabels(
+        {QString(), u"日付/曜日"_s, u"時刻"_s, u"機器名"_s, u"機能名"_s});
+    grid_->setColumnHidden(0, true);
+    const int widths[] = {0, 88, 43, 112, 112};
+    for (int c = 1; c < 5; ++c)
+        grid_->setColumnWidth(c, widths[c]);
+    grid_->horizontalHeader()->setStretchLastSection(true);
+    grid_->verticalHeader()->hide();
+    grid_->verticalHeader()->setDefaultSectionSize(15);
+    grid_->horizontalHeader()->setFixedHeight(16);
+    grid_->horizontalHeader()->setDefaultAlignment(Qt::AlignCenter);
+    grid_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    grid_->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    grid_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    grid_->setSelectionBehavior(QAbstractItemView::SelectRows);
+    grid_->setSelectionMode(QAbstractItemView::SingleSelection);
+    grid_->setFocusPolicy(Qt::NoFocus);
+
+    command2_[0] = PanelButton(this, u"Command2_0"_s, u"▲"_s, u"予約一覧を上へ"_s);
+    command2_[1] = PanelButton(this, u"Command2_1"_s, u"▼"_s, u"予約一覧を下へ"_s);
+    for (int i = 0; i < 2; ++i)
+        connect(command2_[i], &QToolButton::clicked, this, [this, i] {
+            QScrollBar* bar = grid_->verticalScrollBar();
+            bar->setValue(bar->value() + (i == 1 ? 1 : -1)); // clamped at both ends
+        });
+
+    cmdRemocon_ = PanelButton(this, u"cmdRemocon"_s, u"リモコン"_s, u"リモコンを表示して実行"_s);
+    connect(cmdRemocon_, &QToolButton::clicked, this, [this] {
+        FillDevices();
+        cmbDeviceName_->show();
+        cmbDeviceName_->raise();
+        app_.timComboVisible.start();
+    });
+    cmbDeviceName_ = new QComboBox(this);
+    cmbDeviceName_->setObjectName(u"cmbDeviceName"_s);
+    cmbDeviceName_->hide();
+    connect(cmbDeviceName_, &QComboBox::activated, this, &MainWindow::deviceChosen);
+
+    // Reservations and hibernation arrive with their own windows.
+    cmdTimer_ = PanelButton(this, u"cmdTimer"_s, u"予約追加"_s, u"予約を追加"_s);
+    cmdDelRes_ = PanelButton(this, u"cmdDelRes"_s, u"予約編集"_s, u"選択行の予約を編集"_s);
+    cmdSuspend_ = PanelButton(this, u"cmdSuspend"_s, u"休止"_s, u"休止状態にします"_s);
+    cmdTimer_->setEnabled(false);
+    cmdDelRes_->setEnabled(false);
+    cmdSuspend_->setEnabled(false);
+    cmdSuspend_->hide();
+}
+
+void MainWindow::layOut() {
+    const int top = menuShown_ ? HeaderHeight : 0;
+    menuBar_->setGeometry(0, CaptionHeight, WidthPixels, HeaderHeight - CaptionHeight);
+    menuBar_->setVisible(menuShown_);
+    for (QToolButton* b : {command1_[0], command1_[1]})
+        b->setGeometry(WidthPixels - 66, top + 4, 20, 17);
+    command11_->setGeometry(WidthPixels - 44, top + 4, 20, 17);
+    command12_->setGeometry(WidthPixels - 22, top + 4, 18, 17);
+
+    const int lcd = top + LcdTop;
+    label3_->setGeometry(12, lcd + 2, 56, 15);
+    lblAddr_->setGeometry(70, lcd + 2, WidthPixels - 82, 15);
+    labelTime_->setGeometry(12, lcd + 17, 56, 15);
+    lblTime_->setGeometry(70, lcd + 17, WidthPixels - 82, 15);
+
+    const int gridTop = lcd + LcdHeight + 4;
+    grid_->setGeometry(6, gridTop, WidthPixels - 34, 48);
+    command2_[0]->setGeometry(WidthPixels - 26, gridTop, 20, 23);
+    command2_[1]->setGeometry(WidthPixels - 26, gridTop + 25, 20, 23);
+
+    const int row = gridTop + 52;
+    cmdRemocon_->setGeometry(6, row, 74, 22);
+    cmbDeviceName_->setGeometry(84, row, 180, 22);
+    cmdTimer_->setGeometry(84, row, 70, 22);
+    cmdDelRes_->setGeometry(158, row, 70, 22);
+    cmdSuspend_->setGeometry(WidthPixels - 62, row, 56, 22);
+}
+
+void MainWindow::ShowMenu(bool shown) {
+    const QPoint kept = pos();
+    menuShown_ = shown;
+    setWindowTitle(shown ? u"Kestrava"_s : QString());
+    command1_[1]->setVisible(shown);
+    command1_[0]->setVisible(!shown);
+    const int twips = shown ? HeightWithMenuTwips : HeightWithoutMenuTwips;
+    setFixedSize(WidthPixels, twips / TwipsPerPixel);
+    layOut();
+    move(kept);
+    update();
+}
+
+void MainWindow::ShowAtStart() {
+    SettingsStore& s = app_.settings;
+    // Main_L counts only when Main_T is there; a negative value keeps the default.
+    const QString mainT = s.ReadIni(u"Pos", u"Main_T");
+    if (!mainT.isEmpty()) {
+        QPoint p = pos();
+        if (qint64 t = Val(mainT); t >= 0)
+            p.setY(int(t / TwipsPerPixel));
+        if (qint64 l = Val(s.ReadIni(u"Pos", u"Main_L")); l >= 0)
+            p.setX(int(l / TwipsPerPixel));
+        move(p);
+    }
+    const bool hide = s.ReadIni(u"Pos", u"Hide") == u"1";
+    if (!hide)
+        show();
+    if (s.ReadIni(u"Options", u"PowerControl") == u"1")
+        cmdSuspend_->show();
+    FillDevices();
+    ShowLocalAddress();
+    if (hide)
+        AddTrayIcon();
+}
+
+void MainWindow::FillDevices() {
+    DeviceList list = ::FillDevices(app_.settings);
+    cmbDeviceName_->clear();
+    for (const DeviceListItem& item : list.items)
+        cmbDeviceName_->addItem(item.name, item.id ? QVariant(*item.id) : QVariant());
+    cmbDeviceName_->setPlaceholderText(list.shownText);
+    cmbDeviceName_->setCurrentIndex(-1);
+}
+
+void MainWindow::ShowLocalAddress() {
+    const QString port = app_.settings.ReadIni(u"WebServer", u"Port");
+    QString url = u"http://"_s + LocalAddress().toString();
+    if (port != u"80")
+        url += u':' + port;
+    lblAddr_->setText(url);
+}
+
+void MainWindow::deviceChosen(int index) {
+    // Each choice gives the list another ten seconds.
+    app_.timComboVisible.stop();
+    app_.timComboVisible.start();
+    const QString name = cmbDeviceName_->itemText(index);
+    if (name.isEmpty() || name == u"選択して下さい")
+        return;
+    emit remoteWindowRequested(name, cmbDeviceName_->itemData(index).toInt());
+}
+
+void MainWindow::AddTrayIcon() {
+    if (!QSystemTrayIcon::isSystemTrayAvailable())
+        qCWarning(lcMainWindow) << "no system tray; the window is hidden until the next start";
+    tray_->show();
+    hide();
+    app_.settings.WriteIni(u"Pos", u"Hide", u"1");
+    app_.timHideRetry.start();
+}
+
+void MainWindow::RemoveTrayIcon() {
+    app_.timHideRetry.stop();
+    tray_->hide();
+    setWindowState(windowState() & ~Qt::WindowMinimized);
+    show();
+    raise();
+    activateWindow();
+}
+
+void MainWindow::trayActivated(QSystemTrayIcon::ActivationReason reason) {
+    if (reason == QSystemTrayIcon::Trigger) {
+        RemoveTrayIcon();
+        app_.settings.WriteIni(u"Pos", u"Hide", u"0");
+    } else if (reason == QSystemTrayIcon::Context) {
+        // Back on the screen, but the next start is in the tray again.
+        RemoveTrayIcon();
+    }
+}
+
+void MainWindow::StorePosition() {
+    const QPoint p = pos();
+    if (p.x() < 0 || p.y() < 0)
+        return;
+    app_.settings.WriteIni(u"Pos", u"Main_T", QString::number(p.y() * TwipsPerPixel));
+    app_.settings.WriteIni(u"Pos", u"Main_L", QString::number(p.x() * TwipsPerPixel));
+}
+
+void MainWindow::showAbout() {
+    if (!about_)
+        about_ = new AboutWindow(lblAddr_->text() + u"/"_s, this);
+    about_->show();
+    about_->raise();
+    about_->activateWindow();
+}
+
+void MainWindow::paintEvent(QPaintEvent*) {
+    QPainter p(this);
+    p.setRenderHint(QPainter::Antialiasing);
+    const QRectF outer = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
+    QLinearGradient body(0, 0, 0, height());
+    body.setColorAt(0, QColor(0x4b, 0x55, 0x60));
+    body.setColorAt(0.5, QColor(0x33, 0x3a, 0x42));
+    body.setColorAt(1, QColor(0x1f, 0x24, 0x29));
+    p.setPen(QPen(QColor(0x0e, 0x10, 0x12), 1));
+    p.setBrush(body);
+    p.drawRect(outer);
+
+    const int top = menuShown_ ? HeaderHeight : 0;
+    if (menuShown_) {
+        p.fillRect(QRect(1, 1, width() - 2, CaptionHeight - 1), QColor(0x1b, 0x2a, 0x3d));
+        p.setPen(QColor(0xe8, 0xee, 0xf2));
+        QFont f = font();
+        f.setPixelSize(12);
+        f.setBold(true);
+        p.setFont(f);
+        p.drawText(QRect(0, 0, width(), CaptionHeight), Qt::AlignCenter, windowTitle());
+    }
+
+    // The maker's plate and the sender lamp.
+    QFont brand = font();
+    brand.setPixelSize(13);
+    brand.setBold(true);
+    brand.setLetterSpacing(QFont::AbsoluteSpacing, 2);
+    p.setFont(brand);
+    p.setPen(QColor(0xd8, 0xde, 0xe4));
+    p.drawText(QRect(12, top + 3, 160, 19), Qt::AlignLeft | Qt::AlignVCenter, u"KESTRAVA"_s);
+    QRadialGradient lamp(QPointF(128, top + 12.5), 5);
+    lamp.setColorAt(0, QColor(0xff, 0x8a, 0x70));
+    lamp.setColorAt(1, QColor(0xb0, 0x18, 0x10));
+    p.setPen(QPen(QColor(0x10, 0x10, 0x10), 1));
+    p.setBrush(lamp);
+    p.drawEllipse(QPointF(128, top + 12.5), 4, 4);
+
+    // The display window behind the URL and the next reservation.
+    const QRectF lcd(6.5, top + LcdTop + 0.5, width() - 13, LcdHeight);
+    QLinearGradient glass(0, lcd.top(), 0, lcd.bottom());
+    glass.setColorAt(0, QColor(0xc4, 0xda, 0xb2));
+    glass.setColorAt(1, QColor(0x9e, 0xbd, 0x8a));
+    p.setPen(QPen(QColor(0x0e, 0x10, 0x12), 1));
+    p.setBrush(glass);
+    p.drawRoundedRect(lcd, 3, 3);
+}
+
+void MainWindow::mousePressEvent(QMouseEvent* event) {
+    if (event->button() != Qt::LeftButton)
+        return QWidget::mousePressEvent(event);
+    dragStart_ = event->globalPosition().toPoint() - pos();
+    dragActive_ = true;
+}
+
+void MainWindow::mouseMoveEvent(QMouseEvent* event) {
+    if (!dragActive_)
+        return QWidget::mouseMoveEvent(event);
+    QPoint p = event->globalPosition().toPoint() - dragStart_;
+    move(qMax(p.x(), 0), qMax(p.y(), 0));
+}
+
+void MainWindow::mouseReleaseEvent(QMouseEvent* event) {
+    dragActive_ = false;
+    QWidget::mouseReleaseEvent(event);
+}
+
+void MainWindow::changeEvent(QEvent* event) {
+    QWidget::changeEvent(event);
+    // Minimising always goes to the tray; after the state change has settled.
+    if (event->type() == QEvent::WindowStateChange && isMinimized())
+        QMetaObject::invokeMethod(this, &MainWindow::AddTrayIcon, Qt::QueuedConnection);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

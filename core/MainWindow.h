@@ -1,21 +1,97 @@
 #pragma once
 
+#include <QPoint>
+#include <QPointer>
+#include <QSystemTrayIcon>
 #include <QWidget>
 
+class AboutWindow;
 class Application;
+class QAction;
+class QComboBox;
 class QLabel;
+class QMenuBar;
+class QTableWidget;
+class QToolButton;
 
-// The main window. It shows the application and forwards to it; closing it
-// closes the program.
+// The main window: a small frameless panel, dragged from anywhere, that lives in
+// the tray when minimised. It shows the application and forwards to it; closing
+// it closes the program.
 class MainWindow : public QWidget {
     Q_OBJECT
 public:
+    static constexpr int TwipsPerPixel = 15;
+    static constexpr int HeightWithMenuTwips = 2704;
+    static constexpr int HeightWithoutMenuTwips = 2070;
+    static constexpr int WidthPixels = 400;
+
     explicit MainWindow(Application& app, QWidget* parent = nullptr);
+    ~MainWindow() override;
+
+    // The window's share of the start order: place it from Pos, show it or go
+    // to the tray by Pos/Hide, the hibernate button, the local URL.
+    void ShowAtStart();
+    void FillDevices();
+    void ShowLocalAddress();
+    void ShowMenu(bool shown);
+    bool menuShown() const { return menuShown_; }
+
+    void AddTrayIcon();
+    void RemoveTrayIcon();
+    QSystemTrayIcon* trayIcon() const { return tray_; }
+
+    // Menu items; those whose windows do not exist yet are disabled.
+    QAction* MFileX = nullptr;
+    QAction* MFileI = nullptr;
+    QAction* MEnd = nullptr;
+    QAction* MTira = nullptr;
+    QAction* MStudyNew = nullptr;
+    QAction* MEditRemote = nullptr;
+    QAction* MHelpFile = nullptr;
+    QAction* MVersion = nullptr;
+
+signals:
+    // A device was chosen in the device list: open its on-screen remote. The
+    // id is the registry's, or 0 for the fixed devices of test mode.
+    void remoteWindowRequested(const QString& deviceName, int id);
 
 protected:
+    void paintEvent(QPaintEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+    void changeEvent(QEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
 
 private:
+    void buildMenus();
+    void buildPanel();
+    void layOut();
+    void trayActivated(QSystemTrayIcon::ActivationReason reason);
+    void deviceChosen(int index);
+    void StorePosition();
+    void showAbout();
+
     Application& app_;
-    QLabel* lblAddr_;
+    bool menuShown_ = false;
+    bool dragActive_ = false;
+    QPoint dragStart_; // press position relative to the window's top left
+
+    QMenuBar* menuBar_ = nullptr;
+    QToolButton* command1_[2] = {};
+    QToolButton* command2_[2] = {};
+    QToolButton* command11_ = nullptr;
+    QToolButton* command12_ = nullptr;
+    QLabel* label3_ = nullptr;
+    QLabel* lblAddr_ = nullptr;
+    QLabel* labelTime_ = nullptr;
+    QLabel* lblTime_ = nullptr;
+    QTableWidget* grid_ = nullptr;
+    QToolButton* cmdRemocon_ = nullptr;
+    QComboBox* cmbDeviceName_ = nullptr;
+    QToolButton* cmdTimer_ = nullptr;
+    QToolButton* cmdDelRes_ = nullptr;
+    QToolButton* cmdSuspend_ = nullptr;
+    QSystemTrayIcon* tray_ = nullptr;
+    QPointer<AboutWindow> about_;
 };

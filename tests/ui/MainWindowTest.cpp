@@ -1,0 +1,187 @@
+#include "core/MainWindow.h"
+#include "core/Application.h"
+#include "core/Clock.h"
+#include "support/ScriptedPrompt.h"
+#include "support/TempFolder.h"
+
+#include <QAction>
+#include <QComboBox>
+#include <QDialog>
+#include <QLabel>
+#include <QMenuBar>
+#include <QSignalSpy>
+#include <QTest>
+#include <QToolButton>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct Desktop {
+    TempFolder t;
+    SystemClock clock;
+    ScriptedPrompt prompt;
+    Application app{t.folder, t.settings, clock, prompt};
+    MainWindow window{app};
+
+    template <typename T = QWidget> T* find(const QString& name) {
+        T* w = window.findChild<T*>(name);
+        EXPECT_NE(w, nullptr) << name.toStdString();
+        return w;
+    }
+    void click(const QString& name) { QTest::mouseClick(find<QToolButton>(name), Qt::LeftButton); }
+    QString ini(const char16_t* key) { return t.settings.ReadIni(u"Pos", key); }
+};
+
+} // namespace
+
+// The menu switch changes only the height (2704 / 2070 twips) and keeps the
+// window where it is; unbuilt windows' items are there but disabled.
+TEST(MainWindow, MenuSwitchKeepsPlaceAndChangesHeight) {
+    Desktop d;
+    d.window.move(120, 80);
+    d.window.ShowAtStart();
+    EXPECT_EQ(d.window.height(), 2070 / 15);
+    EXPECT_FALSE(d.find<QMenuBar>(QString())->isVisible());
+
+    d.click(u"Command1_0"_s);
+    EXPECT_TRUE(d.window.menuShown());
+    EXPECT_EQ(d.window.height(), 2704 / 15);
+    EXPECT_EQ(d.window.pos(), QPoint(120, 80));
+    EXPECT_EQ(d.window.windowTitle(), u"Kestrava"_s);
+    EXPECT_TRUE(d.window.findChild<QMenuBar*>()->isVisible());
+    EXPECT_FALSE(d.find(u"Command1_0"_s)->isVisible());
+    EXPECT_TRUE(d.find(u"Command1_1"_s)->isVisible());
+    for (QAction* a : {d.window.MFileX, d.window.MFileI, d.window.MTira, d.window.MStudyNew,
+                       d.window.MEditRemote})
+        EXPECT_FALSE(a->isEnabled()) << a->text().toStdString();
+    EXPECT_EQ(d.window.MVersion->text(), u"バージョン情報(&A)"_s);
+    d.window.MVersion->trigger();
+    QWidget* about = d.window.findChild<QDialog*>(u"frmAbout"_s);
+    ASSERT_NE(about, nullptr);
+    EXPECT_TRUE(about->isVisible());
+    auto* link = about->findChild<QLabel*>(u"lblLink"_s);
+    ASSERT_NE(link, nullptr);
+    EXPECT_TRUE(link->text().contains(d.find<QLabel>(u"lblAddr"_s)->text() + u"/"_s));
+
+    d.click(u"Command1_1"_s);
+    EXPECT_FALSE(d.window.menuShown());
+    EXPECT_EQ(d.window.height(), 2070 / 15);
+    EXPECT_EQ(d.window.pos(), QPoint(120, 80));
+    EXPECT_TRUE(d.window.windowTitle().isEmpty());
+}
+
+// Pos/Main_T and Main_L are twips; Main_L counts only with Main_T, a negative
+// value keeps the default, and the close order writes the place back.
+TEST(MainWindow, PositionInTwips) {
+    {
+        Desktop d;
+        d.t.settings.WriteIni(u"Pos", u"Main_T", u"1500");
+        d.t.settings.WriteIni(u"Pos", u"Main_L", u"3015");
+        d.window.ShowAtStart();
+        EXPECT_EQ(d.window.pos(), QPoint(201, 100));
+
+        d.window.move(40, 7);
+        d.window.close();
+        EXPECT_TRUE(d.app.isClosing());
+        EXPECT_EQ(d.ini(u"Main_T"), u"105"_s);
+        EXPECT_EQ(d.ini(u"Main_L"), u"600"_s);
+    }
+    {
+        Desktop d;
+        d.window.move(30, 20);
+        d.t.settings.WriteIni(u"Pos", u"Main_T", u"-15");
+        d.t.settings.WriteIni(u"Pos", u"Main_L", u"1500");
+        d.window.ShowAtStart();
+        EXPECT_EQ(d.window.pos(), QPoint(100, 20));
+    }
+    {
+        Desktop d;
+        d.window.move(30, 20);
+        d.t.settings.WriteIni(u"Pos", u"Main_L", u"1500");
+        d.window.ShowAtStart();
+        EXPECT_EQ(d.window.pos(), QPoint(30, 20));
+    }
+}
+
+// Pos/Hide "1" starts in the tray. A left click on the icon brings the window
+// back for good, a right click only for now; minimising goes to the tray.
+TEST(MainWindow, TrayAndHide) {
+    Desktop d;
+    d.t.settings.WriteIni(u"Pos", u"Hide", u"1");
+    d.window.ShowAtStart();
+    EXPECT_FALSE(d.window.isVisible());
+    EXPECT_TRUE(d.window.trayIcon()->isVisible());
+    EXPECT_EQ(d.window.trayIcon()->toolTip(), u"Kestrava"_s);
+
+    emit d.window.trayIcon()->activated(QSystemTrayIcon::Context);
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(d.window.isVisible());
+    EXPECT_FALSE(d.window.trayIcon()->isVisible());
+    EXPECT_FALSE(d.app.timHideRetry.isActive());
+    EXPECT_EQ(d.ini(u"Hide"), u"1"_s);
+
+    d.click(u"Command11"_s);
+    QTest::qWait(0);
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(d.window.isVisible());
+    EXPECT_TRUE(d.window.trayIcon()->isVisible());
+    EXPECT_TRUE(d.app.timHideRetry.isActive());
+
+    emit d.window.trayIcon()->activated(QSystemTrayIcon::Trigger);
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(d.window.isVisible());
+    EXPECT_FALSE(d.window.isMinimized());
+    EXPECT_EQ(d.ini(u"Hide"), u"0"_s);
+
+    d.window.close();
+    EXPECT_FALSE(d.window.trayIcon()->isVisible());
+}
+
+// The device button fills the list from the registry (ids kept, gaps left
+// out), the list hides when its timer runs out, and a choice asks for the
+// remote window.
+TEST(MainWindow, DeviceListOpensRemote) {
+    Desktop d;
+    d.t.settings.WriteIni(u"Remote-1", u"Device", u"テレビ");
+    d.t.settings.WriteIni(u"Remote-3", u"Device", u"エアコン");
+    d.window.ShowAtStart();
+    auto* combo = d.find<QComboBox>(u"cmbDeviceName"_s);
+    EXPECT_FALSE(combo->isVisible());
+    EXPECT_EQ(d.find(u"cmdRemocon"_s)->toolTip(), u"リモコンを表示して実行"_s);
+
+    d.t.settings.WriteIni(u"Remote-4", u"Device", u"ビデオ");
+    d.click(u"cmdRemocon"_s);
+    EXPECT_TRUE(combo->isVisible());
+    EXPECT_TRUE(d.app.timComboVisible.isActive());
+    ASSERT_EQ(combo->count(), 3);
+    EXPECT_EQ(combo->itemText(2), u"ビデオ"_s);
+    EXPECT_EQ(combo->itemData(1).toInt(), 3);
+    EXPECT_EQ(combo->currentIndex(), -1);
+    EXPECT_EQ(combo->placeholderText(), u"--- 選択 ---"_s);
+
+    QSignalSpy requested(&d.window, &MainWindow::remoteWindowRequested);
+    emit combo->activated(1);
+    ASSERT_EQ(requested.size(), 1);
+    EXPECT_EQ(requested[0][0].toString(), u"エアコン"_s);
+    EXPECT_EQ(requested[0][1].toInt(), 3);
+    EXPECT_TRUE(combo->isVisible());
+
+    d.app.timComboVisible.setInterval(1);
+    d.app.timComboVisible.start();
+    QTRY_VERIFY_WITH_TIMEOUT(!combo->isVisible(), 2000);
+    EXPECT_FALSE(d.app.timComboVisible.isActive());
+}
+
+// The hibernate button shows only with power control on.
+TEST(MainWindow, SuspendButtonFollowsPowerControl) {
+    Desktop off;
+    off.window.ShowAtStart();
+    EXPECT_FALSE(off.find(u"cmdSuspend"_s)->isVisible());
+    Desktop on;
+    on.t.settings.WriteIni(u"Options", u"PowerControl", u"1");
+    on.window.ShowAtStart();
+    EXPECT_TRUE(on.find(u"cmdSuspend"_s)->isVisible());
+    EXPECT_EQ(on.find(u"cmdSuspend"_s)->toolTip(), u"休止状態にします"_s);
+}
