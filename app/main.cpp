@@ -12,6 +12,7 @@
 #include "core/UserPrompt.h"
 #include "infrared/TiraDevice.h"
 #include "infrared/Transmission.h"
+#include "remotes/RemoteWindows.h"
 #include "setup/PortChoice.h"
 #include "webpages/MenuPages.h"
 #include "webpages/RemotePages.h"
@@ -184,9 +185,13 @@ int main(int argc, char** argv) {
     });
 
     std::unique_ptr<MainWindow> window;
+    std::unique_ptr<RemoteWindows> remoteWindows;
     if (!headless) {
         qCDebug(lcMain) << "running on the desktop";
+        remoteWindows = std::make_unique<RemoteWindows>(app, device);
         window = std::make_unique<MainWindow>(app);
+        QObject::connect(window.get(), &MainWindow::remoteWindowRequested, remoteWindows.get(),
+                         &RemoteWindows::ShowRemoteWindow);
     } else {
         qCInfo(lcMain) << "running headless";
     }

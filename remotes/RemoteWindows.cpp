@@ -1,0 +1,73 @@
+#include "remotes/RemoteWindows.h"
+
+#include "core/Application.h"
+#include "core/Settings.h"
+#include "remotes/Registry.h"
+#include "remotes/RemoteWindow.h"
+
+RemoteWindows::RemoteWindows(Application& app, TiraDevice& device, QObject* parent)
+    : QObject(parent), app_(app), device_(device) {
+    connect(&app_, &Application::unloadRemoteWindows, this, &RemoteWindows::UnloadAll);
+}
+
+RemoteWindows::~RemoteWindows() {
+    for (auto& w : windows_)
+        delete w.data();
+}
+
+RemoteWindow* RemoteWindows::window(int design) const {
+    if (design < 1 || design > int(windows_.size()))
+        return nullptr;
+    RemoteWindow* w = windows_[size_t(design - 1)].data();
+    return w && w->isVisible() ? w : nullptr;
+}
+
+RemoteWindow* RemoteWindows::Open(int design) {
+    if (design < 1 || design > int(windows_.size()))
+        return nullptr;
+    QPointer<RemoteWindow>& slot = windows_[size_t(design - 1)];
+    // A closed window is on its way out; the next opening starts afresh.
+    if (slot && !slot->isVisible())
+        slot = nullptr;
+    if (!slot) {
+        slot = new RemoteWindow(design, app_.state, app_.settings, device_);
+        slot->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    slot->show();
+    slot->raise();
+    return slot.data();
+}
+
+void RemoteWindows::UnloadAll() {
+    for (auto& w : windows_) {
+        if (w)
+            w->close();
+        w = nullptr;
+    }
+}
+
+void RemoteWindows::ShowRemoteWindow(const QString& deviceName, int id) {
+    UnloadAll();
+    if (IsTestMode(app_.settings)) {
+        for (const TestModeDevice& d : TestModeDevices()) {
+            if (d.name != deviceName)
+                continue;
+            app_.state.RemoteLive = false;
+            RemoteWindow* w = Open(d.design);
+            w->setDeviceName(deviceName);
+            for (int k = 0; k < w->buttonCount(); ++k)
+                w->setFunction(k, d.function(k));
+            return;
+        }
+        return;
+    }
+    const Design* design = DesignByText(app_.settings.ReadIni(RemoteSection(id), u"Design"));
+    if (!design)
+        return;
+    app_.state.RemoteLive = true;
+    RemoteWindow* w = Open(design->id);
+    w->setDeviceName(deviceName);
+    const std::vector<QString> functions = ReadRemoteButtons(app_.settings, id);
+    for (int k = 0; k < w->buttonCount(); ++k)
+        w->setFunction(k, k < int(functions.size()) ? functions[size_t(k)] : QString());
+}

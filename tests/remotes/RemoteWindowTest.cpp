@@ -1,0 +1,297 @@
+#include "remotes/RemoteWindow.h"
+#include "core/Application.h"
+#include "core/Settings.h"
+#include "infrared/SignalStore.h"
+#include "infrared/SimDriver.h"
+#include "infrared/TiraDevice.h"
+#include "remotes/DesignLayout.h"
+#include "remotes/Registry.h"
+#include "remotes/RemoteWindows.h"
+#include "support/FixedClock.h"
+#include "support/ScriptedPrompt.h"
+#include "support/TempFolder.h"
+
+#include <QGuiApplication>
+#include <QLabel>
+#include <QPushButton>
+#include <QScreen>
+#include <QTest>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// A program folder with the simulated transceiver and one learned signal,
+// TV-電源, as the desktop has it.
+struct Desk {
+    Desk() {
+        t.folder.CreateDataFolders();
+        t.settings.WriteIni(u"Tira", u"Device", u"sim");
+        WriteSignalFile(SignalFilePath(t.folder, u"TV", u"電源"), SimDriver::SampleCapture());
+    }
+    int sent() {
+        QList<QByteArray> lines = t.readFile(u"sim-transmit.log").split('\n');
+        lines.removeAll(QByteArray());
+        return int(lines.size());
+    }
+    QString pos(QStringView key) { return t.settings.ReadIni(u"Pos", key); }
+
+    TempFolder t;
+    ScriptedPrompt prompt;
+    FixedClock clock;
+    Application app{t.folder, t.settings, clock, prompt};
+    TiraDevice device{t.folder, t.settings, prompt};
+};
+
+void doubleClick(QWidget* w) {
+    QTest::mouseClick(w, Qt::LeftButton);
+    QTest::mousePress(w, Qt::LeftButton);
+    QTest::mouseDClick(w, Qt::LeftButton);
+    QTest::mouseRelease(w, Qt::LeftButton);
+}
+
+QPoint workAreaCorner() {
+    QRect a = QGuiApplication::primaryScreen()->availableGeometry();
+    return {a.x() + a.width(), a.y() + a.height()};
+}
+
+} // namespace
+
+TEST(RemoteWindow, LiveClicksSendTheCaptionLearningClicksOnlyReport) {
+    Desk d;
+    RemoteWindow w(4, d.app.state, d.t.settings, d.device);
+    w.setDeviceName(u"TV"_s);
+    w.setFunction(0, u"電源"_s);
+    w.setFunction(1, QString());
+    int reported = -1;
+    QObject::connect(&w, &RemoteWindow::buttonClicked, [&](int id) { reported = id; });
+    w.show();
+
+    d.app.state.RemoteLive = true;
+    QTest::mouseClick(w.imgB(0), Qt::LeftButton);
+    EXPECT_EQ(d.sent(), 1);
+    EXPECT_EQ(reported, 0);
+    // No function: nothing goes out, but the picture still sinks and rises.
+    QTest::mousePress(w.imgB(1), Qt::LeftButton);
+    EXPECT_TRUE(w.imgB(1)->isDown());
+    QTest::mouseRelease(w.imgB(1), Qt::LeftButton);
+    EXPECT_FALSE(w.imgB(1)->isDown());
+    EXPECT_EQ(d.sent(), 1);
+    // A release away from the button is no click.
+    QTest::mousePress(w.imgB(0), Qt::LeftButton);
+    QTest::mouseRelease(w.imgB(0), Qt::LeftButton, {}, QPoint(60, 5));
+    EXPECT_EQ(d.sent(), 1);
+    EXPECT_FALSE(d.app.state.StudyClicked);
+
+    // Learning: the button is reported, with or without a caption, and nothing is sent.
+    d.app.state.RemoteLive = false;
+    QTest::mouseClick(w.imgB(0), Qt::LeftButton);
+    EXPECT_TRUE(d.app.state.StudyClicked);
+    EXPECT_EQ(d.app.state.StudyButton, 0);
+    d.app.state.StudyClicked = false;
+    QTest::mouseClick(w.imgB(19), Qt::LeftButton);
+    EXPECT_TRUE(d.app.state.StudyClicked);
+    EXPECT_EQ(d.app.state.StudyButton, 19);
+    EXPECT_EQ(reported, 19);
+    EXPECT_EQ(d.sent(), 1);
+    EXPECT_TRUE(d.prompt.shown.isEmpty());
+}
+
+TEST(RemoteWindow, DoubleClickIsTwoFullPresses) {
+    Desk d;
+    d.app.state.RemoteLive = true;
+    RemoteWindow w(3, d.app.state, d.t.settings, d.device);
+    w.setDeviceName(u"TV"_s);
+    w.setFunction(0, u"電源"_s);
+    w.show();
+    bool downDuringPause = false;
+    QTimer::singleShot(50, [&] { downDuringPause = w.imgB(0)->isDown(); });
+    doubleClick(w.imgB(0));
+    EXPECT_EQ(d.sent(), 2);
+    EXPECT_TRUE(downDuringPause);
+    EXPECT_FALSE(w.imgB(0)->isDown());
+}
+
+TEST(RemoteWindow, FailedSendTellsThePersonAndKeepsTheWindow) {
+    Desk d;
+    d.app.state.RemoteLive = true;
+    RemoteWindow w(2, d.app.state, d.t.settings, d.device);
+    w.setDeviceName(u"TV"_s);
+    w.setFunction(3, u"未学習"_s);
+    w.show();
+    QTest::mouseClick(w.imgB(3), Qt::LeftButton);
+    EXPECT_EQ(d.prompt.shown, QStringList{u"warning:送信できませんでした。"_s});
+    EXPECT_TRUE(w.isVisible());
+}
+
+TEST(RemoteWindow, EveryDesignMatchesThePagesAndFitsItsShape) {
+    Desk d;
+    for (int design = 1; design <= 6; ++design) {
+        SCOPED_TRACE(design);
+        RemoteWindow w(design, d.app.state, d.t.settings, d.device);
+        const DesignLayout* layout = LayoutOfDesign(design);
+        ASSERT_EQ(w.buttonCount(), DesignByText(QString::number(design))->buttonCount);
+        EXPECT_EQ(w.size(), RemoteWindow::ClientSize(design));
+        EXPECT_TRUE(w.windowFlags().testFlag(Qt::FramelessWindowHint));
+        const QRegion shape = w.mask();
+        for (const ButtonDef& b : layout->buttons) {
+            EXPECT_EQ(w.imgB(b.id)->geometry(), QRect(b.left, b.top, 35, 20)) << b.id;
+            EXPECT_EQ(w.lblFunc(b.id)->pos(), QPoint(b.labelLeft, b.labelTop)) << b.id;
+            EXPECT_EQ(w.lblFunc(b.id)->width(), 41);
+            EXPECT_EQ(w.function(b.id), u"ボタン"_s + QString::number(b.id + 1));
+            EXPECT_TRUE(shape.contains(w.imgB(b.id)->geometry())) << b.id;
+        }
+        EXPECT_TRUE(shape.contains(w.cmdClose()->geometry()));
+        EXPECT_TRUE(shape.contains(w.lblDev()->geometry()));
+        EXPECT_EQ(w.lblDev()->pos(), QPoint(20, layout->nameTop));
+        // Corners rounded by a 15 by 15 ellipse: the corner pixels are cut,
+        // the edges' middles and points 4 pixels in along the diagonal stay.
+        const int r = w.width() - 1, b = w.height() - 1;
+        for (QPoint corner : {QPoint(0, 0), QPoint(r, 0), QPoint(0, b), QPoint(r, b)})
+            EXPECT_FALSE(shape.contains(corner)) << corner.x() << "," << corner.y();
+        for (QPoint inside : {QPoint(4, 4), QPoint(r - 4, b - 4), QPoint(0, b / 2),
+                              QPoint(r, b / 2), QPoint(r / 2, 0), QPoint(r / 2, b)})
+            EXPECT_TRUE(shape.contains(inside)) << inside.x() << "," << inside.y();
+        EXPECT_FALSE(shape.contains(QPoint(1, 1)));
+        EXPECT_TRUE(shape.contains(QPoint(8, 0)));
+    }
+}
+
+TEST(RemoteWindow, CaptionSizeFollowsTheShiftJisLength) {
+    Desk d;
+    RemoteWindow w(1, d.app.state, d.t.settings, d.device);
+    const std::pair<QString, int> cases[] = {
+        {u"電源入"_s, 8}, {u"電源入A"_s, 6}, {u"123456789"_s, 6}, {u"音量アップ"_s, 5}, {u""_s, 8}};
+    for (const auto& [name, points] : cases) {
+        w.setFunction(5, name);
+        EXPECT_EQ(w.lblFunc(5)->font().pointSize(), points) << name.toStdString();
+        EXPECT_EQ(w.function(5), name); // no padding, unlike the pages
+    }
+}
+
+TEST(RemoteWindow, FirstPlaceIsTheWorkAreaCornerThenEachDesignKeepsItsOwn) {
+    Desk d;
+    const QPoint corner = workAreaCorner();
+    {
+        RemoteWindow w(5, d.app.state, d.t.settings, d.device);
+        // 5 twips in from the corner, which rounds to the pixel at the corner.
+        EXPECT_EQ(w.pos(), corner - QPoint(w.width(), w.height()));
+        w.show();
+        // Dragged by its body: the window follows the pointer.
+        QTest::mousePress(&w, Qt::LeftButton, {}, QPoint(150, 500));
+        QTest::mouseMove(&w, QPoint(130, 470));
+        QTest::mouseRelease(&w, Qt::LeftButton, {}, QPoint(130, 470));
+        const QPoint dragged = corner - QPoint(w.width(), w.height()) - QPoint(20, 30);
+        EXPECT_EQ(w.pos(), dragged);
+        // Not by a button, nor by a label.
+        QTest::mousePress(w.imgB(0), Qt::LeftButton, {}, QPoint(5, 5));
+        QTest::mouseMove(w.imgB(0), QPoint(-40, -40));
+        QTest::mouseRelease(w.imgB(0), Qt::LeftButton, {}, QPoint(-40, -40));
+        QTest::mousePress(w.lblFunc(0), Qt::LeftButton, {}, QPoint(5, 5));
+        QTest::mouseMove(w.lblFunc(0), QPoint(-40, -40));
+        QTest::mouseRelease(w.lblFunc(0), Qt::LeftButton, {}, QPoint(-40, -40));
+        EXPECT_EQ(w.pos(), dragged);
+        QTest::mouseClick(w.cmdClose(), Qt::LeftButton);
+        EXPECT_FALSE(w.isVisible());
+        EXPECT_EQ(d.pos(u"Remote5_T"), QString::number(dragged.y() * 15));
+        EXPECT_EQ(d.pos(u"Remote5_L"), QString::number(dragged.x() * 15));
+    }
+    RemoteWindow again(5, d.app.state, d.t.settings, d.device);
+    EXPECT_EQ(again.pos(), corner - QPoint(again.width(), again.height()) - QPoint(20, 30));
+    RemoteWindow other(3, d.app.state, d.t.settings, d.device);
+    EXPECT_EQ(other.pos(), corner - QPoint(other.width(), other.height()));
+    // Stored twips between pixels round to the nearest one.
+    d.t.settings.WriteIni(u"Pos", u"Remote2_T", u"1508");
+    d.t.settings.WriteIni(u"Pos", u"Remote2_L", u"-22");
+    RemoteWindow hand(2, d.app.state, d.t.settings, d.device);
+    EXPECT_EQ(hand.pos(), QPoint(-1, 101));
+}
+
+TEST(RemoteWindows, ChoosingADeviceOpensItsRemoteAlone) {
+    Desk d;
+    d.t.settings.WriteIni(u"Remote-1", u"Device", u"TV");
+    d.t.settings.WriteIni(u"Remote-1", u"Design", u"4");
+    d.t.settings.WriteIni(u"Remote-1", u"Button-0", u"電源");
+    d.t.settings.WriteIni(u"Remote-1", u"Button-15", u"入力切替え");
+    d.t.settings.WriteIni(u"Remote-3", u"Device", u"照明");
+    d.t.settings.WriteIni(u"Remote-3", u"Design", u"2");
+    d.t.settings.WriteIni(u"Remote-4", u"Device", u"壊れた");
+    d.t.settings.WriteIni(u"Remote-4", u"Design", u"7");
+    RemoteWindows remotes(d.app, d.device);
+
+    remotes.ShowRemoteWindow(u"TV"_s, 1);
+    RemoteWindow* tv = remotes.window(4);
+    ASSERT_TRUE(tv);
+    EXPECT_TRUE(tv->isVisible());
+    EXPECT_TRUE(d.app.state.RemoteLive);
+    EXPECT_EQ(tv->deviceName(), u"TV");
+    EXPECT_EQ(tv->function(0), u"電源");
+    EXPECT_EQ(tv->function(15), u"入力切替え");
+    EXPECT_EQ(tv->lblFunc(15)->font().pointSize(), 5);
+    EXPECT_EQ(tv->function(1), QString());
+    QTest::mouseClick(tv->imgB(0), Qt::LeftButton);
+    EXPECT_EQ(d.sent(), 1);
+
+    // The next choice closes the open remote first, which keeps its place.
+    remotes.ShowRemoteWindow(u"照明"_s, 3);
+    EXPECT_FALSE(remotes.window(4));
+    EXPECT_FALSE(d.pos(u"Remote4_T").isEmpty());
+    ASSERT_TRUE(remotes.window(2));
+    EXPECT_EQ(remotes.window(2)->function(12), QString());
+    // A design outside the six opens nothing, but still closes what was open.
+    remotes.ShowRemoteWindow(u"壊れた"_s, 4);
+    for (int design = 1; design <= 6; ++design)
+        EXPECT_FALSE(remotes.window(design)) << design;
+
+    // The same design again is a fresh window with its captions.
+    remotes.ShowRemoteWindow(u"TV"_s, 1);
+    remotes.ShowRemoteWindow(u"TV"_s, 1);
+    ASSERT_TRUE(remotes.window(4));
+    EXPECT_EQ(remotes.window(4)->function(0), u"電源");
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    ASSERT_TRUE(remotes.window(4));
+    EXPECT_TRUE(remotes.window(4)->isVisible());
+
+    // The close order unloads every remote.
+    emit d.app.unloadRemoteWindows();
+    EXPECT_FALSE(remotes.window(4));
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+TEST(RemoteWindows, TestModeShowsTheFixedDevicesWithoutSending) {
+    Desk d;
+    d.t.settings.WriteIni(u"Tira", u"Testmode", u"1");
+    d.t.settings.WriteIni(u"Remote-1", u"Device", u"テレビ");
+    d.t.settings.WriteIni(u"Remote-1", u"Design", u"2");
+    RemoteWindows remotes(d.app, d.device);
+    d.app.state.RemoteLive = true;
+
+    remotes.ShowRemoteWindow(u"エアコン"_s, 0);
+    RemoteWindow* aircon = remotes.window(3);
+    ASSERT_TRUE(aircon);
+    EXPECT_FALSE(d.app.state.RemoteLive);
+    EXPECT_EQ(aircon->function(4), u"暖/冷");
+    EXPECT_EQ(aircon->function(5), QString());
+
+    // The registry is not looked at: テレビ is design 4 with its fixed functions.
+    remotes.ShowRemoteWindow(u"テレビ"_s, 0);
+    EXPECT_FALSE(remotes.window(2));
+    RemoteWindow* tv = remotes.window(4);
+    ASSERT_TRUE(tv);
+    EXPECT_EQ(tv->function(13), u"ch+");
+    EXPECT_EQ(tv->function(16), QString());
+    EXPECT_EQ(tv->function(19), u"音量-");
+    QTest::mouseClick(tv->imgB(0), Qt::LeftButton);
+    EXPECT_EQ(d.sent(), 0);
+    EXPECT_EQ(d.app.state.StudyButton, 0);
+
+    remotes.ShowRemoteWindow(u"ビデオ"_s, 0);
+    ASSERT_TRUE(remotes.window(5));
+    EXPECT_EQ(remotes.window(5)->function(44), u"Rec");
+    remotes.ShowRemoteWindow(u"照明"_s, 0);
+    EXPECT_FALSE(remotes.window(5));
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
