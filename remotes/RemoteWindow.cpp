@@ -13,6 +13,7 @@
 #include <QLabel>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QPainterPath>
 #include <QPointer>
 #include <QPushButton>
 #include <QScreen>
@@ -27,7 +28,7 @@ namespace {
 constexpr QSize ButtonSize{35, 20};
 // Function names are 41 pixels wide; 12 high fills the gap to the next row.
 constexpr QSize LabelSize{41, 12};
-constexpr QSize CloseSize{40, 17};
+constexpr QSize CloseSize{18, 17};
 constexpr int CornerEllipse = 15;
 
 QPixmap picture(const QString& base) {
@@ -56,6 +57,16 @@ QRegion RoundedRegion(QSize size) {
                       CornerEllipse / 2.0);
     p.end();
     return QRegion(bits);
+}
+
+// Fonts with a tall ascent (Noto CJK) would put the lower part of the glyphs
+// outside a 12-pixel label; the text moves up into the unused ascent instead.
+// Returns the height the text then needs.
+int LiftText(QLabel* label) {
+    QFontMetrics fm(label->font());
+    const int unused = std::max(0, fm.ascent() + fm.tightBoundingRect(u"国ボ"_s).top() - 1);
+    label->setContentsMargins(0, -unused, 0, 0);
+    return fm.height() - unused;
 }
 
 } // namespace
@@ -141,6 +152,8 @@ RemoteWindow::RemoteWindow(int design, AppState& state, SettingsStore& settings,
     for (int id = 0; id < count; ++id)
         setFunction(id, u"ボタン"_s + QString::number(id + 1));
 
+    // The device name stands where the page puts it, raised where the window
+    // is shorter than the page's panel (design 2) so that it is not cut.
     const int faceRight = 9 + layout_->panelA.width;
     lblDev_ = new QLabel(this);
     lblDev_->setTextFormat(Qt::PlainText);
@@ -148,18 +161,18 @@ RemoteWindow::RemoteWindow(int design, AppState& state, SettingsStore& settings,
     QFont devFont = lblDev_->font();
     devFont.setPointSize(10);
     lblDev_->setFont(devFont);
-    lblDev_->setGeometry(20, layout_->nameTop, faceRight - CloseSize.width() - 4 - 20,
-                         height() - layout_->nameTop - 2);
     lblDev_->setAlignment(Qt::AlignLeft | Qt::AlignTop);
+    const int nameHeight = LiftText(lblDev_);
+    const int nameTop = std::min(layout_->nameTop, height() - 2 - nameHeight);
+    lblDev_->setGeometry(20, nameTop, faceRight - CloseSize.width() - 2 - 20, nameHeight);
     lblDev_->installEventFilter(this);
 
-    cmdClose_ = new QPushButton(u"閉じる"_s, this);
-    QFont closeFont = cmdClose_->font();
-    closeFont.setPointSize(8);
-    cmdClose_->setFont(closeFont);
+    cmdClose_ = new QPushButton(u"×"_s, this);
+    cmdClose_->setToolTip(u"閉じる"_s);
     cmdClose_->setFocusPolicy(Qt::NoFocus);
-    cmdClose_->setGeometry(
-        QRect(QPoint(faceRight - CloseSize.width(), layout_->nameTop), CloseSize));
+    cmdClose_->setGeometry(QRect(
+        QPoint(faceRight - CloseSize.width(), std::min(nameTop, height() - 3 - CloseSize.height())),
+        CloseSize));
     connect(cmdClose_, &QPushButton::clicked, this, &QWidget::close);
 
     setMask(RoundedRegion(size()));
@@ -200,6 +213,7 @@ void RemoteWindow::setFunction(int buttonId, const QString& function) {
     QFont font = label->font();
     font.setPointSize(FitLabel(function));
     label->setFont(font);
+    LiftText(label);
 }
 
 QString RemoteWindow::function(int buttonId) const {
@@ -239,7 +253,15 @@ void RemoteWindow::placeAtStart() {
 
 void RemoteWindow::paintEvent(QPaintEvent*) {
     QPainter p(this);
+    // The body picture rounds its corners wider than the window does, onto the
+    // pages' grey; inside the window's corners the case's dark outline goes on.
+    p.fillRect(rect(), QColor(0x14, 0x16, 0x19));
+    QPainterPath body;
+    body.addRoundedRect(QRectF(rect()), 19, 19);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setClipPath(body);
     p.drawPixmap(QRect(0, 0, width(), height()), panelB_);
+    p.setClipping(false);
     p.drawPixmap(QRect(9, 9, layout_->panelA.width, layout_->panelA.height), panelA_);
 }
 
