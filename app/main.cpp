@@ -10,6 +10,7 @@
 #include "core/Settings.h"
 #include "core/System.h"
 #include "core/UserPrompt.h"
+#include "infrared/LearningWindows.h"
 #include "infrared/TiraDevice.h"
 #include "infrared/Transmission.h"
 #include "remotes/RemoteWindows.h"
@@ -186,12 +187,22 @@ int main(int argc, char** argv) {
 
     std::unique_ptr<MainWindow> window;
     std::unique_ptr<RemoteWindows> remoteWindows;
+    std::unique_ptr<LearningWindows> learningWindows;
     if (!headless) {
         qCDebug(lcMain) << "running on the desktop";
         remoteWindows = std::make_unique<RemoteWindows>(app, device);
         window = std::make_unique<MainWindow>(app);
         QObject::connect(window.get(), &MainWindow::remoteWindowRequested, remoteWindows.get(),
                          &RemoteWindows::ShowRemoteWindow);
+        learningWindows = std::make_unique<LearningWindows>(app, device, *remoteWindows);
+        QObject::connect(window.get(), &MainWindow::studyRequested, learningWindows.get(),
+                         &LearningWindows::OpenStudy);
+        QObject::connect(window.get(), &MainWindow::editRequested, learningWindows.get(),
+                         &LearningWindows::OpenEdit);
+        QObject::connect(learningWindows.get(), &LearningWindows::devicesChanged, window.get(),
+                         &MainWindow::FillDevices);
+        QObject::connect(learningWindows.get(), &LearningWindows::setupWanted, &app,
+                         &Application::setupRequested);
     } else {
         qCInfo(lcMain) << "running headless";
     }

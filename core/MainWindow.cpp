@@ -140,8 +140,10 @@ void MainWindow::buildMenus() {
     MTira = item(settei, u"MTira"_s, u"全般設定(&T)"_s, false);
     QMenu* study = settei->addMenu(u"リモコン信号の学習(&S)"_s);
     study->setObjectName(u"MStudy"_s);
-    MStudyNew = item(study, u"MStudyNew"_s, u"新しいリモコンの学習(&N)"_s, false);
-    MEditRemote = item(study, u"MEditRemote"_s, u"学習済みリモコンの編集(&E)"_s, false);
+    MStudyNew = item(study, u"MStudyNew"_s, u"新しいリモコンの学習(&N)"_s, true);
+    MEditRemote = item(study, u"MEditRemote"_s, u"学習済みリモコンの編集(&E)"_s, true);
+    connect(MStudyNew, &QAction::triggered, this, &MainWindow::studyRequested);
+    connect(MEditRemote, &QAction::triggered, this, &MainWindow::editRequested);
 
     QMenu* help = menuBar_->addMenu(u"ヘルプ(&H)"_s);
     help->setObjectName(u"MHelp"_s);

@@ -54,6 +54,9 @@ signals:
     // A device was chosen in the device list: open its on-screen remote. The
     // id is the registry's, or 0 for the fixed devices of test mode.
     void remoteWindowRequested(const QString& deviceName, int id);
+    // The learning menu: a new remote, or changes to a learned one.
+    void studyRequested();
+    void editRequested();
 
 protected:
     void paintEvent(QPaintEvent* event) override;

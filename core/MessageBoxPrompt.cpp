@@ -25,6 +25,22 @@ UserPrompt::Answer MessageBoxPrompt::Question(const QString& text) {
                : Answer::No;
 }
 
+UserPrompt::Answer MessageBoxPrompt::QuestionWithHelp(const QString& text,
+                                                      const QString& helpPage) {
+    QMessageBox box(QMessageBox::Question, Title, text, QMessageBox::Yes | QMessageBox::No,
+                    parent_);
+    box.addButton(QMessageBox::Help);
+    box.setDefaultButton(QMessageBox::Yes);
+    // Help opens the page and leaves the question standing.
+    for (;;) {
+        const int answer = box.exec();
+        if (answer != QMessageBox::Help)
+            return answer == QMessageBox::Yes ? Answer::Yes : Answer::No;
+        if (openHelp)
+            openHelp(helpPage);
+    }
+}
+
 void MessageBoxPrompt::Notify(const QString& text) {
     qCWarning(lcPrompt).noquote() << text;
     auto* box = new QMessageBox(QMessageBox::Warning, Title, text, QMessageBox::Ok, parent_);

@@ -2,6 +2,8 @@
 
 #include "core/UserPrompt.h"
 
+#include <functional>
+
 class QWidget;
 
 // Real message boxes on the desktop. Notices are non-modal so nothing waits.
@@ -12,7 +14,11 @@ public:
     void Information(const QString& text) override;
     void Warning(const QString& text) override;
     Answer Question(const QString& text) override;
+    Answer QuestionWithHelp(const QString& text, const QString& helpPage) override;
     void Notify(const QString& text) override;
+
+    // Opens a help page; the Help button does nothing without it.
+    std::function<void(const QString& page)> openHelp;
 
 private:
     QWidget* parent_;

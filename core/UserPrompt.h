@@ -14,6 +14,12 @@ public:
     virtual void Information(const QString& text) = 0;
     virtual void Warning(const QString& text) = 0;
     virtual Answer Question(const QString& text) = 0;
+    // A question whose box also has a Help button that opens a help page
+    // (a file of the help folder, with an optional #fragment).
+    virtual Answer QuestionWithHelp(const QString& text, const QString& helpPage) {
+        (void)helpPage;
+        return Question(text);
+    }
 
     // Non-blocking notice: for what a web request, a reservation or a timer
     // caused. Nothing waits for it, so the server and the scan go on.

@@ -47,7 +47,9 @@ int SimDriver::tira_get_captured_data(QByteArray* data, int maxSize) {
         return 1;
     if (captured_) {
         captured_ = false;
-        *data = SampleCapture().left(maxSize);
+        // Each capture is another key, so learned functions differ in the log.
+        const auto command = uint8_t(0x12 + captures_++);
+        *data = NecSignal(0x40, command).left(maxSize);
     }
     return 0;
 }

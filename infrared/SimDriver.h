@@ -7,7 +7,8 @@
 #include <QTimer>
 
 // A transceiver that is always there: a capture gives an NEC frame about a
-// second after it was armed, and every transmission appends a line to a log
+// second after it was armed (the first the sample key, each later one the next
+// command), and every transmission appends a line to a log
 // (time, byte count, the bytes in hex) so that people and tests see what went
 // out.
 class SimDriver final : public IrDriver {
@@ -38,4 +39,5 @@ private:
     QTimer captureTimer_;
     bool open_ = false;
     bool captured_ = false;
+    int captures_ = 0;
 };

@@ -138,7 +138,11 @@ bool TiraDevice::CaptureTira() {
 
 bool TiraDevice::CancelCaptureTira() {
     int rc = call([](IrDriver& d) { return d.tira_cancel_capture(); });
+    const bool waiting = CaptureWaiting == 1;
     CaptureWaiting = 0;
+    // A capture that is being waited for ends now, not at its time limit.
+    if (waiting)
+        emit captureEnded();
     return rc == 0;
 }
 

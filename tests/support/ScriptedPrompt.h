@@ -19,8 +19,13 @@ public:
         answers.pop_front();
         return a;
     }
+    Answer QuestionWithHelp(const QString& text, const QString& helpPage) override {
+        helpPages << helpPage;
+        return Question(text);
+    }
     void Notify(const QString& text) override { shown << QStringLiteral("notify:") + text; }
 
     QStringList shown;
+    QStringList helpPages; // of questions with a Help button
     std::deque<Answer> answers;
 };

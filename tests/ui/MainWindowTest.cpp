@@ -53,9 +53,14 @@ TEST(MainWindow, MenuSwitchKeepsPlaceAndChangesHeight) {
     EXPECT_TRUE(d.window.findChild<QMenuBar*>()->isVisible());
     EXPECT_FALSE(d.find(u"Command1_0"_s)->isVisible());
     EXPECT_TRUE(d.find(u"Command1_1"_s)->isVisible());
-    for (QAction* a : {d.window.MFileX, d.window.MFileI, d.window.MTira, d.window.MStudyNew,
-                       d.window.MEditRemote})
+    for (QAction* a : {d.window.MFileX, d.window.MFileI, d.window.MTira})
         EXPECT_FALSE(a->isEnabled()) << a->text().toStdString();
+    QSignalSpy study(&d.window, &MainWindow::studyRequested);
+    QSignalSpy edit(&d.window, &MainWindow::editRequested);
+    d.window.MStudyNew->trigger();
+    d.window.MEditRemote->trigger();
+    EXPECT_EQ(study.count(), 1);
+    EXPECT_EQ(edit.count(), 1);
     EXPECT_EQ(d.window.MVersion->text(), u"バージョン情報(&A)"_s);
     d.window.MVersion->trigger();
     QWidget* about = d.window.findChild<QDialog*>(u"frmAbout"_s);

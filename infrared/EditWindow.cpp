@@ -1,0 +1,163 @@
+#include "infrared/EditWindow.h"
+
+#include "core/Application.h"
+#include "core/Settings.h"
+#include "core/UserPrompt.h"
+#include "infrared/TiraDevice.h"
+#include "remotes/Registry.h"
+#include "remotes/RemoteWindow.h"
+#include "remotes/RemoteWindows.h"
+
+#include <QComboBox>
+#include <QEvent>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QRadioButton>
+
+using namespace Qt::StringLiterals;
+
+const QString EditWindow::TestModeText = u"テストモードではリモコン信号の学習はできません。"_s;
+
+QString EditWindow::DeleteRemoteText(const QString& deviceName) {
+    return u"機器名:"_s + deviceName +
+           u" の記録済みリモコン信号はすべて削除されます。　よろしいですか？"_s;
+}
+
+EditWindow::EditWindow(Application& app, TiraDevice& device, RemoteWindows& remotes,
+                       QWidget* parent)
+    : LearningWindow(app, device, remotes, u"frmEdit"_s, u"Edit"_s, parent) {
+    frameDevice = new QGroupBox(u"機器名"_s, this);
+    frameDevice->setObjectName(u"frameDevice"_s);
+    auto* row = new QHBoxLayout(frameDevice);
+    lblDevice = new QLabel(u"機器名"_s, frameDevice);
+    lblDevice->setObjectName(u"lblDevice"_s);
+    cmbDeviceName = new QComboBox(frameDevice);
+    cmbDeviceName->setObjectName(u"cmbDeviceName"_s);
+    cmbDeviceName->setMinimumContentsLength(12);
+    cmdDelRem = new QPushButton(u"選択した機器を削除"_s, frameDevice);
+    cmdDelRem->setObjectName(u"cmdDelRem"_s);
+    row->addWidget(lblDevice);
+    row->addWidget(cmbDeviceName, 1);
+    row->addWidget(cmdDelRem);
+    build(u"信号の追加と削除"_s);
+
+    // The design belongs to the remote; the options only show it.
+    for (QRadioButton* option : optSelRemote)
+        option->setEnabled(false);
+    txtFunc->installEventFilter(this);
+    connect(cmbDeviceName, &QComboBox::activated, this, [this] {
+        if (busy())
+            return;
+        remotes_.UnloadAll();
+        selectDevice();
+    });
+    connect(cmdDelRem, &QPushButton::clicked, this, &EditWindow::deleteRemote);
+}
+
+void EditWindow::Load() {
+    if (IsTestMode(app_.settings)) {
+        refuseInTestMode(TestModeText);
+        return;
+    }
+    fillDevices();
+    selectDevice();
+}
+
+QString EditWindow::deviceName() const {
+    return cmbDeviceName->currentText();
+}
+
+int EditWindow::slot() const {
+    return cmbDeviceName->currentData().toInt();
+}
+
+void EditWindow::openPortSetup() {
+    if (device_.SpecifyPort)
+        device_.SpecifyPort();
+}
+
+bool EditWindow::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == txtFunc && event->type() == QEvent::FocusIn && !firstFocusDone_) {
+        firstFocusDone_ = true;
+        setStep(0);
+    }
+    return LearningWindow::eventFilter(watched, event);
+}
+
+void EditWindow::fillDevices() {
+    cmbDeviceName->clear();
+    for (const EditableRemote& r : EditableRemotes(app_.settings))
+        cmbDeviceName->addItem(r.name, r.slot);
+    cmbDeviceName->setCurrentIndex(cmbDeviceName->count() > 0 ? 0 : -1);
+}
+
+void EditWindow::selectDevice() {
+    // Marks and new signals belong to the remote they were made for.
+    deleted_.clear();
+    for (int n = 1; n <= session_.count(); ++n)
+        session_.Remove(n);
+    lstSignals->clear();
+    captions_.fill(QString());
+    shownDesign_ = 0;
+
+    const Design* design = nullptr;
+    if (!deviceName().isEmpty())
+        design = DesignByText(app_.settings.ReadIni(RemoteSection(slot()), u"Design"));
+    const bool usable = design != nullptr;
+    for (QLabel* step : lblStep)
+        step->setEnabled(usable);
+    for (QWidget* w : std::initializer_list<QWidget*>{Label1, Label2, txtFunc, cmdFuncOK, lblState,
+                                                      lstSignals, cmdDel})
+        w->setEnabled(usable);
+    for (QRadioButton* option : optSelRemote) {
+        option->setAutoExclusive(false);
+        option->setChecked(false);
+        option->setAutoExclusive(true);
+    }
+    if (!design)
+        return;
+
+    optSelRemote[size_t(design->optionIndex)]->setChecked(true);
+    for (int k = 0; k <= design->lastButtonId(); ++k) {
+        const QString function = app_.settings.ReadIni(RemoteSection(slot()), ButtonKey(k));
+        if (function.isEmpty())
+            continue;
+        captions_[size_t(k)] = function;
+        addLine(function, k, k, false);
+    }
+    showDesign(design->id);
+}
+
+void EditWindow::deleteLine(QListWidgetItem* item) {
+    const int data = item->data(ItemDataRole).toInt();
+    if (item->data(NewSignalRole).toBool()) {
+        // Learned in this window and not stored yet: it simply is not stored.
+        session_.Remove(data);
+        return;
+    }
+    deleted_.push_back({item->data(FunctionRole).toString(), data});
+}
+
+void EditWindow::finish() {
+    if (!deviceName().isEmpty())
+        StoreRemoteEdit(app_.folder, app_.settings, slot(), deviceName(), deleted_, session_);
+    device_.DeActivateTira();
+    emit devicesChanged();
+    closeWindow();
+}
+
+void EditWindow::deleteRemote() {
+    if (busy() || deviceName().isEmpty())
+        return;
+    if (app_.prompt.Question(DeleteRemoteText(deviceName())) != UserPrompt::Answer::Yes)
+        return;
+    DeleteRemote(app_.folder, app_.settings, slot(), deviceName());
+    remotes_.UnloadAll();
+    fillDevices();
+    selectDevice();
+    emit devicesChanged();
+}

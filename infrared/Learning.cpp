@@ -1,0 +1,159 @@
+#include "infrared/Learning.h"
+
+#include "core/AtomicFile.h"
+#include "core/ProgramFolder.h"
+#include "core/Settings.h"
+#include "remotes/Registry.h"
+
+#include <QDir>
+#include <QFile>
+#include <QLoggingCategory>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+Q_LOGGING_CATEGORY(lcLearning, "kestrava.learning")
+
+void CopyTempToStore(const ProgramFolder& folder, const LearningSession& session,
+                     const QString& deviceName, SettingsStore& settings, const QString& section) {
+    const auto& list = session.signalList();
+    for (int n = 1; n <= int(list.size()); ++n) {
+        const LearningSession::Signal& s = list[size_t(n - 1)];
+        if (s.function.isEmpty())
+            continue;
+        QFile tmp(session.TempPath(n));
+        if (!tmp.open(QIODevice::ReadOnly)) {
+            qCWarning(lcLearning).noquote() << "missing" << tmp.fileName();
+            continue;
+        }
+        const QByteArray bytes = tmp.readAll();
+        QString error;
+        if (!WriteFileAtomically(SignalFilePath(folder, deviceName, s.function), bytes, 0644,
+                                 &error))
+            qCWarning(lcLearning).noquote() << error;
+        settings.WriteIni(section, ButtonKey(s.button), s.function);
+    }
+}
+
+void RemoveFiles(const QStringList& paths) {
+    for (const QString& path : paths)
+        if (!QFile::remove(path))
+            qCWarning(lcLearning).noquote() << "cannot delete" << path;
+}
+} // namespace
+
+QString LearningSession::TempPath(int n) const {
+    return folder_.path(QString::number(n) + u".tmp"_s);
+}
+
+int LearningSession::Add(const SignalImage& image, const QString& function, int button,
+                         QString* error) {
+    if (full()) {
+        if (error)
+            *error = u"session full"_s;
+        return 0;
+    }
+    const int n = count() + 1;
+    if (!WriteFileAtomically(
+            TempPath(n),
+            QByteArrayView(reinterpret_cast<const char*>(image.data()), qsizetype(image.size())),
+            0644, error))
+        return 0;
+    signals_.push_back({function, button});
+    return n;
+}
+
+void LearningSession::Remove(int n) {
+    if (n >= 1 && n <= count())
+        signals_[size_t(n - 1)].function.clear();
+}
+
+void LearningSession::RemoveTempFiles(const ProgramFolder& folder) {
+    QDir dir(folder.root());
+    for (const QString& name : dir.entryList({u"*.tmp"_s}, QDir::Files | QDir::Hidden))
+        dir.remove(name);
+}
+
+RemoteSlot FindRemoteSlot(SettingsStore& settings, const QString& deviceName) {
+    RemoteSlot slot;
+    for (int i = 1; i <= MaxRemoteId; ++i) {
+        const QString device = settings.ReadIni(RemoteSection(i), u"Device");
+        if (device.isEmpty()) {
+            if (!slot.freeSlot)
+                slot.freeSlot = i;
+        } else if (device == deviceName) {
+            slot.existingSlot = i;
+            break;
+        }
+    }
+    return slot;
+}
+
+QStringList DeviceSignalFiles(const ProgramFolder& folder, SettingsStore& settings,
+                              const QString& deviceName) {
+    const QString prefix = deviceName + u'-';
+    // Another device named "<device>-<more>" owns the files that start with
+    // its own name; a wildcard on this name alone would take them too.
+    QStringList others;
+    for (int i = 1; i <= MaxRemoteId; ++i) {
+        const QString other = settings.ReadIni(RemoteSection(i), u"Device");
+        if (other != deviceName && other.startsWith(prefix))
+            others << other + u'-';
+    }
+    QDir dir(folder.path(u"IRSignals"));
+    QStringList files;
+    for (const QString& name : dir.entryList(QDir::Files | QDir::Hidden, QDir::Name)) {
+        if (!name.startsWith(prefix) || !name.endsWith(u".bin"_s, Qt::CaseInsensitive))
+            continue;
+        bool theirs = false;
+        for (const QString& o : others)
+            theirs = theirs || name.startsWith(o);
+        if (!theirs)
+            files << dir.filePath(name);
+    }
+    return files;
+}
+
+void StoreLearnedRemote(const ProgramFolder& folder, SettingsStore& settings,
+                        const RemoteSlot& slot, const QString& deviceName, int design,
+                        const LearningSession& session) {
+    QDir().mkpath(folder.path(u"IRSignals"));
+    // Files left under this name from earlier go too, so the remote holds
+    // exactly what was learned now.
+    RemoveFiles(DeviceSignalFiles(folder, settings, deviceName));
+    if (slot.existingSlot)
+        settings.DeleteIniSection(RemoteSection(slot.existingSlot));
+    const QString section = RemoteSection(slot.slot());
+    settings.WriteIni(section, u"Device", deviceName);
+    settings.WriteIni(section, u"Design", QString::number(design));
+    CopyTempToStore(folder, session, deviceName, settings, section);
+}
+
+void StoreRemoteEdit(const ProgramFolder& folder, SettingsStore& settings, int slot,
+                     const QString& deviceName, const std::vector<DeletedFunction>& deleted,
+                     const LearningSession& session) {
+    QDir().mkpath(folder.path(u"IRSignals"));
+    const QString section = RemoteSection(slot);
+    for (const DeletedFunction& d : deleted) {
+        QFile::remove(SignalFilePath(folder, deviceName, d.function));
+        settings.WriteIni(section, ButtonKey(d.button), u""_s);
+    }
+    CopyTempToStore(folder, session, deviceName, settings, section);
+}
+
+void DeleteRemote(const ProgramFolder& folder, SettingsStore& settings, int slot,
+                  const QString& deviceName) {
+    // The files first: the section tells which other devices to spare.
+    RemoveFiles(DeviceSignalFiles(folder, settings, deviceName));
+    settings.DeleteIniSection(RemoteSection(slot));
+}
+
+std::vector<EditableRemote> EditableRemotes(SettingsStore& settings) {
+    std::vector<EditableRemote> remotes;
+    for (int i = 1; i <= MaxListedRemoteId; ++i) {
+        QString name = settings.ReadIni(RemoteSection(i), u"Device");
+        if (!name.isEmpty())
+            remotes.push_back({i, name});
+    }
+    return remotes;
+}

@@ -1,0 +1,90 @@
+#pragma once
+
+#include "infrared/SignalStore.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <vector>
+
+class ProgramFolder;
+class SettingsStore;
+
+// One use of the learning or editing window holds at most this many new
+// signals; beyond it the window asks to finish first.
+constexpr int MaxSessionSignals = 100;
+
+// The signals learned in one use of the learning or editing window. Each lies
+// in <n>.tmp in the program folder, n counted from 1, until the window
+// finishes; nothing reaches the signal store or the registry before that.
+class LearningSession {
+public:
+    struct Signal {
+        QString function; // "" once removed from the list
+        int button = 0;   // picture button, from 0
+    };
+
+    explicit LearningSession(const ProgramFolder& folder) : folder_(folder) {}
+
+    int count() const { return int(signals_.size()); }
+    bool full() const { return count() >= MaxSessionSignals; }
+    const std::vector<Signal>& signalList() const { return signals_; }
+
+    // Writes the captured image to the next <n>.tmp and returns n; 0 when the
+    // session is full or the file cannot be written (error says why).
+    int Add(const SignalImage& image, const QString& function, int button, QString* error);
+    // Takes signal n out: it is not stored when the window finishes.
+    void Remove(int n);
+    QString TempPath(int n) const;
+
+    // Deletes every *.tmp of the program folder, as the learning window does
+    // when it closes.
+    static void RemoveTempFiles(const ProgramFolder& folder);
+
+private:
+    const ProgramFolder& folder_;
+    std::vector<Signal> signals_;
+};
+
+// Where a new remote goes: the first free Remote-<i> of 1 to 1000, and the one
+// that already holds a device of the same name (0 when none).
+struct RemoteSlot {
+    int freeSlot = 0;
+    int existingSlot = 0;
+    int slot() const { return existingSlot ? existingSlot : freeSlot; }
+};
+RemoteSlot FindRemoteSlot(SettingsStore& settings, const QString& deviceName);
+
+// Stores a remote learned in the wizard into Remote-<slot>: the device's old
+// signal files go first, and its keys when the slot held it before; then Device,
+// Design and a Button-<k> for each signal, whose file is copied from its
+// temporary. Errors are skipped, as there is nothing to undo.
+void StoreLearnedRemote(const ProgramFolder& folder, SettingsStore& settings,
+                        const RemoteSlot& slot, const QString& deviceName, int design,
+                        const LearningSession& session);
+
+// The editor's finish: each deleted function loses its signal file and gets an
+// empty Button-<k>; then the session's signals are stored as in the wizard.
+struct DeletedFunction {
+    QString function;
+    int button = 0;
+};
+void StoreRemoteEdit(const ProgramFolder& folder, SettingsStore& settings, int slot,
+                     const QString& deviceName, const std::vector<DeletedFunction>& deleted,
+                     const LearningSession& session);
+
+// Deletes Remote-<slot> and the device's signal files.
+void DeleteRemote(const ProgramFolder& folder, SettingsStore& settings, int slot,
+                  const QString& deviceName);
+
+// The signal files of a device: IRSignals/<device>-*.bin, except those that
+// belong to another registered device whose name starts with "<device>-".
+QStringList DeviceSignalFiles(const ProgramFolder& folder, SettingsStore& settings,
+                              const QString& deviceName);
+
+// The remotes the editor offers: slots 1 to 100 with a device name.
+struct EditableRemote {
+    int slot = 0;
+    QString name;
+};
+std::vector<EditableRemote> EditableRemotes(SettingsStore& settings);

@@ -1,0 +1,447 @@
+#include "infrared/LearningWindow.h"
+
+#include "core/Application.h"
+#include "core/Settings.h"
+#include "core/UserPrompt.h"
+#include "infrared/TiraDevice.h"
+#include "remotes/Registry.h"
+#include "remotes/RemoteWindow.h"
+#include "remotes/RemoteWindows.h"
+
+#include <QCloseEvent>
+#include <QEventLoop>
+#include <QGridLayout>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QVBoxLayout>
+
+using namespace Qt::StringLiterals;
+
+const QString LearningWindow::Title = u"Kestrava - リモコン信号の学習"_s;
+const QString LearningWindow::BadCharText = u"文字列には \"* / : < > ? \\ | は使えません。"_s;
+const QString LearningWindow::NoFunctionText = u"機能名を指定してください"_s;
+const QString LearningWindow::NoDesignText = u"リモコンの型を選択してください。"_s;
+const QString LearningWindow::SessionFullText =
+    u"一度に学習できる信号は100個までです。"
+    u"いったん「完了」で保存してから、「学習済みリモコンの編集」で続けてください。"_s;
+
+namespace {
+const QColor Black(0, 0, 0);
+const QColor Red(255, 0, 0);
+const QColor White(255, 255, 255);
+const QColor Yellow(255, 255, 0);
+const QColor Green(0, 255, 0);
+
+void Colour(QLabel* label, const QColor& colour) {
+    QPalette p = label->palette();
+    p.setColor(QPalette::WindowText, colour);
+    label->setPalette(p);
+}
+
+// Counts the passes that are running, so that the window is not deleted
+// under one of them.
+struct BusyScope {
+    explicit BusyScope(int& n) : n_(n) { ++n_; }
+    ~BusyScope() { --n_; }
+    int& n_;
+};
+} // namespace
+
+LearningWindow::LearningWindow(Application& app, TiraDevice& device, RemoteWindows& remotes,
+                               const QString& objectName, const QString& positionKey,
+                               QWidget* parent)
+    : QWidget(parent, Qt::Window), app_(app), device_(device), remotes_(remotes),
+      session_(app.folder), positionKey_(positionKey) {
+    setObjectName(objectName);
+    setWindowTitle(Title);
+    timUnload.setInterval(1000);
+    timUnload.setSingleShot(true);
+    connect(&timUnload, &QTimer::timeout, this, &LearningWindow::closeWindow);
+    // The program's close order takes this window down with the others.
+    connect(&app_, &Application::unloadWindows, this, &LearningWindow::closeWindow);
+}
+
+LearningWindow::~LearningWindow() = default;
+
+void LearningWindow::build(const QString& signalFrameTitle) {
+    auto* top = new QVBoxLayout(this);
+    top->addWidget(frameDevice);
+
+    Frame4 = new QGroupBox(u"リモコンの型"_s, this);
+    Frame4->setObjectName(u"Frame4"_s);
+    auto* designs = new QGridLayout(Frame4);
+    for (const Design& d : Designs()) {
+        auto* option = new QRadioButton(d.name, Frame4);
+        option->setObjectName(u"optSelRemote_"_s + QString::number(d.optionIndex));
+        optSelRemote[size_t(d.optionIndex)] = option;
+        designs->addWidget(option, d.optionIndex / 2, d.optionIndex % 2);
+    }
+    top->addWidget(Frame4);
+
+    frameSignals = new QGroupBox(signalFrameTitle, this);
+    frameSignals->setObjectName(u"frameSignals"_s);
+    auto* frame = new QVBoxLayout(frameSignals);
+    const QStringList steps = {
+        u"１．これから学習するボタンの機能名を入力してください"_s,
+        u"２．Tiraの受光部から約2cmの距離でリモコンのボタンを押してください。"_s,
+        u"３． リモコン画像のボタンを１つ押してください。"_s,
+    };
+    for (int i = 0; i < 3; ++i) {
+        lblStep[size_t(i)] = new QLabel(steps[i], frameSignals);
+        lblStep[size_t(i)]->setObjectName(u"lblStep_"_s + QString::number(i));
+        lblStep[size_t(i)]->setWordWrap(true);
+        Colour(lblStep[size_t(i)], Black);
+    }
+    frame->addWidget(lblStep[0]);
+    auto* nameRow = new QHBoxLayout;
+    Label2 = new QLabel(u"機能名"_s, frameSignals);
+    Label2->setObjectName(u"Label2"_s);
+    txtFunc = new QLineEdit(frameSignals);
+    txtFunc->setObjectName(u"txtFunc"_s);
+    cmdFuncOK = new QPushButton(u"決定"_s, frameSignals);
+    cmdFuncOK->setObjectName(u"cmdFuncOK"_s);
+    nameRow->addWidget(Label2);
+    nameRow->addWidget(txtFunc, 1);
+    nameRow->addWidget(cmdFuncOK);
+    frame->addLayout(nameRow);
+    Label1 = new QLabel(u"（例：電源、ch1、音量+ など）"_s, frameSignals);
+    Label1->setObjectName(u"Label1"_s);
+    frame->addWidget(Label1);
+    frame->addWidget(lblStep[1]);
+    frame->addWidget(lblStep[2]);
+
+    auto* stateRow = new QHBoxLayout;
+    lblState = new QLabel(u"待機中"_s, frameSignals);
+    lblState->setObjectName(u"lblState"_s);
+    lblState->setAlignment(Qt::AlignCenter);
+    lblState->setAutoFillBackground(true);
+    lblState->setMinimumHeight(28);
+    {
+        QPalette p = lblState->palette();
+        p.setColor(QPalette::Window, QColor(32, 32, 48));
+        lblState->setPalette(p);
+        QFont f = lblState->font();
+        f.setBold(true);
+        lblState->setFont(f);
+    }
+    Colour(lblState, White);
+    cmdRetry = new QPushButton(u"再試行"_s, frameSignals);
+    cmdRetry->setObjectName(u"cmdRetry"_s);
+    cmdRetry->hide();
+    stateRow->addWidget(lblState, 1);
+    stateRow->addWidget(cmdRetry);
+    frame->addLayout(stateRow);
+
+    lstSignals = new QListWidget(frameSignals);
+    lstSignals->setObjectName(u"lstSignals"_s);
+    lstSignals->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    lstSignals->setMinimumHeight(110);
+    frame->addWidget(lstSignals, 1);
+    cmdDel = new QPushButton(u"選択行を削除"_s, frameSignals);
+    cmdDel->setObjectName(u"cmdDel"_s);
+    auto* delRow = new QHBoxLayout;
+    delRow->addStretch(1);
+    delRow->addWidget(cmdDel);
+    frame->addLayout(delRow);
+    top->addWidget(frameSignals, 1);
+
+    auto* closeRow = new QHBoxLayout;
+    cmdOK = new QPushButton(u"完了"_s, this);
+    cmdOK->setObjectName(u"cmdOK"_s);
+    cmdCancel = new QPushButton(u"キャンセル"_s, this);
+    cmdCancel->setObjectName(u"cmdCancel"_s);
+    closeRow->addStretch(1);
+    closeRow->addWidget(cmdOK);
+    closeRow->addWidget(cmdCancel);
+    top->addLayout(closeRow);
+
+    connect(txtFunc, &QLineEdit::textChanged, this, &LearningWindow::warnOnBadChar);
+    connect(txtFunc, &QLineEdit::returnPressed, cmdFuncOK, &QPushButton::click);
+    connect(cmdFuncOK, &QPushButton::clicked, this, &LearningWindow::funcOK);
+    connect(cmdRetry, &QPushButton::clicked, this, &LearningWindow::retry);
+    connect(cmdDel, &QPushButton::clicked, this, &LearningWindow::deleteSelected);
+    connect(cmdOK, &QPushButton::clicked, this, [this] {
+        if (busy())
+            return; // a pass is running; finishing now would store half of it
+        finish();
+    });
+    connect(cmdCancel, &QPushButton::clicked, this, [this] {
+        device_.DeActivateTira();
+        closeWindow();
+    });
+    restorePosition();
+}
+
+int LearningWindow::selectedDesign() const {
+    for (size_t i = 0; i < optSelRemote.size(); ++i)
+        if (optSelRemote[i] && optSelRemote[i]->isChecked())
+            return DesignByOption(int(i))->id;
+    return 0;
+}
+
+void LearningWindow::setStep(int step) {
+    for (int i = 0; i < 3; ++i)
+        Colour(lblStep[size_t(i)], i == step ? Red : Black);
+    emit stepChanged(step);
+}
+
+void LearningWindow::setState(const QString& text, const QColor& colour) {
+    lblState->setText(text);
+    Colour(lblState, colour);
+}
+
+RemoteWindow* LearningWindow::designWindow() const {
+    return remotes_.window(selectedDesign());
+}
+
+RemoteWindow* LearningWindow::showDesign(int design) {
+    remotes_.UnloadAll();
+    app_.state.RemoteLive = false;
+    RemoteWindow* w = remotes_.Open(design);
+    shownDesign_ = w ? design : 0;
+    if (!w)
+        return nullptr;
+    w->setDeviceName(deviceName());
+    for (int k = 0; k < w->buttonCount(); ++k)
+        w->setFunction(k, captions_[size_t(k)]);
+    return w;
+}
+
+void LearningWindow::warnOnBadChar(const QString& text) {
+    if (HasBadFileChar(text))
+        app_.prompt.Warning(BadCharText);
+}
+
+void LearningWindow::refuseInTestMode(const QString& text) {
+    app_.prompt.Information(text);
+    timUnload.start();
+}
+
+void LearningWindow::funcOK() {
+    if (busy())
+        return;
+    const QString function = txtFunc->text();
+    if (function.isEmpty()) {
+        app_.prompt.Warning(NoFunctionText);
+        return;
+    }
+    if (!shownDesign_) {
+        app_.prompt.Information(NoDesignText);
+        return;
+    }
+    // Every signal of this window lies in its own numbered file until the end.
+    if (session_.full()) {
+        app_.prompt.Information(SessionFullText);
+        return;
+    }
+    setStep(1);
+    StudyCapture(function);
+}
+
+void LearningWindow::retry() {
+    if (busy())
+        return;
+    setState(QString(), White);
+    cmdRetry->hide();
+    device_.CancelCaptureTira();
+    StudyCapture(lastFunction_);
+}
+
+void LearningWindow::StudyCapture(const QString& function) {
+    {
+        BusyScope scope(busy_);
+        studyPass(function);
+    }
+    // A close asked for during the pass happens now that it has unwound.
+    if (closePending_ && !busy())
+        close();
+}
+
+void LearningWindow::studyPass(const QString& function) {
+    QPointer<LearningWindow> self(this);
+    lastFunction_ = function;
+    // The picture must be there to be clicked; it may have been closed.
+    if (!designWindow() && shownDesign_)
+        showDesign(shownDesign_);
+
+    bool proved = false;
+    if (device_.TiraActive) {
+        device_.timDeactivate.stop();
+        setState(u"信号を送信してください"_s, White);
+        proved = captureAndProve();
+    } else {
+        setState(u"準備中...お待ちください。"_s, White);
+        lblState->repaint();
+        const QString port = app_.settings.ReadIni(u"Tira", u"ComPort");
+        const QString target = app_.settings.ReadIni(u"Tira", u"Device");
+        if (port.isEmpty() && target.isEmpty()) {
+            app_.prompt.Warning(TiraDevice::PortUnsetText);
+            if (self)
+                openPortSetup();
+            if (self)
+                closeWindow();
+            return;
+        }
+        if (!device_.ActivateTira(qint16(Val(port)))) {
+            app_.prompt.Warning(TiraDevice::CannotActivateText);
+            if (self)
+                closeWindow();
+            return;
+        }
+        setState(u"信号を送信してください。"_s, White);
+        proved = captureAndProve();
+    }
+    if (!self || closePending_)
+        return;
+    if (!proved) {
+        cmdRetry->show();
+        return;
+    }
+
+    setStep(2);
+    int button = 0;
+    if (!waitForPicture(&button)) {
+        if (!self || closePending_)
+            return;
+        // The picture went away before a click: this capture is dropped.
+        device_.CancelCaptureTira();
+        device_.ClearAll();
+        setStep(0);
+        setState(u"待機中"_s, White);
+        return;
+    }
+    learned(function, button);
+}
+
+bool LearningWindow::captureAndProve() {
+    QPointer<LearningWindow> self(this);
+    const bool captured = device_.CaptureTira();
+    if (!self)
+        return false;
+    if (!captured) {
+        setState(u"失敗しました"_s, Red);
+        return false;
+    }
+    setState(u"確認中"_s, Yellow);
+    lblState->repaint();
+    const bool proved = device_.TestStudiedSignal();
+    if (!self)
+        return false;
+    if (proved)
+        setState(u"成功しました"_s, Green);
+    else
+        setState(u"失敗しました"_s, Red);
+    device_.timDeactivate.start();
+    return proved;
+}
+
+bool LearningWindow::waitForPicture(int* button) {
+    RemoteWindow* picture = designWindow();
+    if (!picture)
+        return false;
+    app_.state.StudyClicked = false;
+    QEventLoop loop;
+    pictureLoop_ = &loop;
+    connect(picture, &RemoteWindow::buttonClicked, &loop, [this, &loop] {
+        if (app_.state.StudyClicked)
+            loop.quit();
+    });
+    // Closing the picture, this window or the program ends the wait.
+    connect(picture, &QObject::destroyed, &loop, &QEventLoop::quit);
+    connect(&app_, &Application::unloadRemoteWindows, &loop, &QEventLoop::quit);
+    loop.exec();
+    pictureLoop_ = nullptr;
+    if (!app_.state.StudyClicked || closePending_)
+        return false;
+    *button = app_.state.StudyButton;
+    return true;
+}
+
+void LearningWindow::learned(const QString& function, int button) {
+    QString error;
+    const int n = session_.Add(device_.SignalBuf, function, button, &error);
+    if (n == 0) {
+        app_.prompt.Warning(u"学習した信号を保存できませんでした。"_s + u'\n' + error);
+    } else {
+        signalLearned();
+        addLine(function, button, n, true);
+        captions_[size_t(button)] = function;
+        if (RemoteWindow* w = designWindow())
+            w->setFunction(button, function);
+    }
+    setStep(0);
+    txtFunc->clear();
+    setState(u"待機中"_s, White);
+    device_.CancelCaptureTira();
+    device_.ClearAll();
+}
+
+void LearningWindow::addLine(const QString& function, int button, int data, bool learnedHere) {
+    auto* item = new QListWidgetItem(function + u"→ボタン"_s + QString::number(button + 1));
+    item->setData(ItemDataRole, data);
+    item->setData(NewSignalRole, learnedHere);
+    item->setData(FunctionRole, function);
+    lstSignals->addItem(item);
+    if (learnedHere) {
+        lstSignals->clearSelection();
+        item->setSelected(true);
+        lstSignals->setCurrentItem(item);
+    }
+}
+
+void LearningWindow::deleteSelected() {
+    for (int row = lstSignals->count() - 1; row >= 0; --row) {
+        QListWidgetItem* item = lstSignals->item(row);
+        if (!item->isSelected())
+            continue;
+        deleteLine(item);
+        delete item;
+    }
+}
+
+void LearningWindow::closeWindow() {
+    if (busy()) {
+        // A capture or the wait for the picture is running inside this
+        // window's own handlers; end it and close once it has unwound.
+        closePending_ = true;
+        if (device_.CaptureWaiting == 1)
+            device_.CancelCaptureTira();
+        if (auto* loop = qobject_cast<QEventLoop*>(pictureLoop_.data()))
+            loop->quit();
+        return;
+    }
+    close();
+}
+
+void LearningWindow::closeEvent(QCloseEvent* event) {
+    if (busy()) {
+        event->ignore();
+        closeWindow();
+        return;
+    }
+    event->accept();
+    // Unload: the pictures go, the place is kept, the temporaries are removed.
+    remotes_.UnloadAll();
+    storePosition();
+    LearningSession::RemoveTempFiles(app_.folder);
+}
+
+void LearningWindow::restorePosition() {
+    const QString top = app_.settings.ReadIni(u"Pos", positionKey_ + u"_T"_s);
+    if (top.isEmpty())
+        return;
+    const QString left = app_.settings.ReadIni(u"Pos", positionKey_ + u"_L"_s);
+    move(int(Val(left) / RemoteWindow::TwipsPerPixel), int(Val(top) / RemoteWindow::TwipsPerPixel));
+}
+
+void LearningWindow::storePosition() {
+    app_.settings.WriteIni(u"Pos", positionKey_ + u"_T"_s,
+                           QString::number(y() * RemoteWindow::TwipsPerPixel));
+    app_.settings.WriteIni(u"Pos", positionKey_ + u"_L"_s,
+                           QString::number(x() * RemoteWindow::TwipsPerPixel));
+}

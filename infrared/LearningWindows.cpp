@@ -1,0 +1,45 @@
+#include "infrared/LearningWindows.h"
+
+#include "infrared/EditWindow.h"
+#include "infrared/StudyWindow.h"
+
+LearningWindows::LearningWindows(Application& app, TiraDevice& device, RemoteWindows& remotes,
+                                 QObject* parent)
+    : QObject(parent), app_(app), device_(device), remotes_(remotes) {}
+
+LearningWindows::~LearningWindows() {
+    delete current_.data();
+}
+
+LearningWindow* LearningWindows::OpenStudy() {
+    if (current_)
+        return open(nullptr);
+    auto* study = new StudyWindow(app_, device_, remotes_);
+    connect(study, &StudyWindow::setupWanted, this, &LearningWindows::setupWanted);
+    return open(study);
+}
+
+LearningWindow* LearningWindows::OpenEdit() {
+    if (current_)
+        return open(nullptr);
+    return open(new EditWindow(app_, device_, remotes_));
+}
+
+LearningWindow* LearningWindows::open(LearningWindow* created) {
+    if (!created) {
+        current_->show();
+        current_->raise();
+        current_->activateWindow();
+        return current_.data();
+    }
+    current_ = created;
+    created->setAttribute(Qt::WA_DeleteOnClose);
+    connect(created, &LearningWindow::devicesChanged, this, &LearningWindows::devicesChanged);
+    created->show();
+    created->Load();
+    return created;
+}
+
+LearningWindow* LearningWindows::current() const {
+    return current_.data();
+}

@@ -1,0 +1,117 @@
+#include "infrared/StudyWindow.h"
+
+#include "core/Application.h"
+#include "core/Settings.h"
+#include "core/UserPrompt.h"
+#include "infrared/TiraDevice.h"
+#include "remotes/Registry.h"
+#include "remotes/RemoteWindow.h"
+#include "remotes/RemoteWindows.h"
+
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QRadioButton>
+#include <QVBoxLayout>
+
+using namespace Qt::StringLiterals;
+
+const QString StudyWindow::TestModeText = u"テストモードではリモコン信号の学習は行えません。"_s;
+const QString StudyWindow::AirconText =
+    u"重要：エアコンの信号を学習するにはコツが必要です。\r\n"
+    u"\r\n"
+    u"温度などを液晶表示するタイプのエアコン用リモコンの操作を学習しようとしているのであれば、\r\n"
+    u"この型（エアコン6ボタン）ではすべての操作を学習することができません。\r\n"
+    u"まずヘルプボタンを押して説明を読んでから別の型を選択するなどして学習を開始してください。\r\n"
+    u"\r\n"
+    u"この型（エアコン6ボタン）で学習を開始しますか？"_s;
+const QString StudyWindow::OverwriteText =
+    u"同じ機器名がすでに登録されています。上書きするには'はい'を、"
+    u"機器名を修正するには'いいえ'を選択してください。"_s;
+const QString StudyWindow::NoFreeSlotText =
+    u"登録できる機器は1000台までです。"
+    u"「学習済みリモコンの編集」で不要な機器を削除してから、もう一度「完了」を押してください。"_s;
+
+namespace {
+constexpr int AirconOption = 2;
+}
+
+StudyWindow::StudyWindow(Application& app, TiraDevice& device, RemoteWindows& remotes,
+                         QWidget* parent)
+    : LearningWindow(app, device, remotes, u"frmStudy"_s, u"Study"_s, parent) {
+    frameDevice = new QGroupBox(u"機器名"_s, this);
+    frameDevice->setObjectName(u"frameDevice"_s);
+    auto* box = new QVBoxLayout(frameDevice);
+    lblDevice = new QLabel(u"機器名 （例：ビデオ、テレビ、エアコンなど）"_s, frameDevice);
+    lblDevice->setObjectName(u"lblDevice"_s);
+    txtDeviceName = new QLineEdit(u"無題"_s, frameDevice);
+    txtDeviceName->setObjectName(u"txtDeviceName"_s);
+    box->addWidget(lblDevice);
+    box->addWidget(txtDeviceName);
+    build(u"信号の学習"_s);
+
+    connect(txtDeviceName, &QLineEdit::textChanged, this, [this](const QString& text) {
+        warnOnBadChar(text);
+        QPalette p = lblDevice->palette();
+        p.setColor(QPalette::WindowText, Qt::black);
+        lblDevice->setPalette(p);
+        if (RemoteWindow* w = designWindow())
+            w->setDeviceName(text);
+    });
+    for (size_t i = 0; i < optSelRemote.size(); ++i)
+        connect(optSelRemote[i], &QRadioButton::clicked, this,
+                [this, i] { optionClicked(int(i)); });
+    optSelRemote[0]->setChecked(true);
+}
+
+void StudyWindow::Load() {
+    showDesign(selectedDesign());
+    QPalette p = lblDevice->palette();
+    p.setColor(QPalette::WindowText, Qt::red);
+    lblDevice->setPalette(p);
+    setStep(0);
+    if (IsTestMode(app_.settings))
+        refuseInTestMode(TestModeText);
+}
+
+QString StudyWindow::deviceName() const {
+    return txtDeviceName->text();
+}
+
+void StudyWindow::optionClicked(int optionIndex) {
+    remotes_.UnloadAll();
+    app_.state.RemoteLive = false;
+    shownDesign_ = 0;
+    if (optionIndex == AirconOption &&
+        app_.prompt.QuestionWithHelp(AirconText, u"learning.html#aircon"_s) !=
+            UserPrompt::Answer::Yes)
+        return; // the option stays chosen, and no picture shows
+    showDesign(DesignByOption(optionIndex)->id);
+}
+
+void StudyWindow::signalLearned() {
+    // From the first learned signal on, the design is fixed.
+    Frame4->setEnabled(false);
+}
+
+void StudyWindow::deleteLine(QListWidgetItem* item) {
+    session_.Remove(item->data(ItemDataRole).toInt());
+}
+
+void StudyWindow::finish() {
+    if (lstSignals->count() > 0) {
+        const QString name = deviceName();
+        const RemoteSlot slot = FindRemoteSlot(app_.settings, name);
+        if (slot.existingSlot && app_.prompt.Question(OverwriteText) != UserPrompt::Answer::Yes)
+            return;
+        if (!slot.slot()) {
+            app_.prompt.Warning(NoFreeSlotText);
+            return;
+        }
+        StoreLearnedRemote(app_.folder, app_.settings, slot, name, selectedDesign(), session_);
+    }
+    device_.DeActivateTira();
+    emit devicesChanged();
+    closeWindow();
+}

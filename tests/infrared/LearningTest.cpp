@@ -1,0 +1,154 @@
+#include "infrared/Learning.h"
+#include "core/Settings.h"
+#include "remotes/Registry.h"
+#include "support/TempFolder.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct Store {
+    Store() { t.folder.CreateDataFolders(); }
+    SignalImage image(uint8_t first) {
+        SignalImage i{};
+        i[0] = first;
+        return i;
+    }
+    void learn(const QString& function, int button, uint8_t first = 1) {
+        QString error;
+        ASSERT_GT(session.Add(image(first), function, button, &error), 0) << error.toStdString();
+    }
+    void remote(int slot, const QString& name, const QStringList& functions) {
+        t.settings.WriteIni(RemoteSection(slot), u"Device", name);
+        t.settings.WriteIni(RemoteSection(slot), u"Design", u"2");
+        for (int k = 0; k < functions.size(); ++k) {
+            t.settings.WriteIni(RemoteSection(slot), ButtonKey(k), functions[k]);
+            t.writeFile(u"IRSignals/"_s + name + u'-' + functions[k] + u".bin"_s, "x");
+        }
+    }
+    bool signalFile(const QString& name) { return QFile::exists(t.path(u"IRSignals/"_s + name)); }
+    QString key(int slot, const QString& key) {
+        return t.settings.ReadIni(RemoteSection(slot), key);
+    }
+
+    TempFolder t;
+    LearningSession session{t.folder};
+};
+
+} // namespace
+
+// A new remote: the first free slot, one file per name (the later signal
+// wins), one key per button (the later function wins), removed lines and
+// their files left out, and temporaries gone only when asked.
+TEST(Learning, NewRemoteTakesFreeSlotAndLaterSignalsWin) {
+    Store s;
+    s.remote(1, u"TV"_s, {u"電源"_s});
+    s.remote(3, u"BD"_s, {u"再生"_s});
+    s.learn(u"電源"_s, 0, 1);
+    s.learn(u"電源"_s, 1, 2); // same name on another button
+    s.learn(u"音量+"_s, 2, 3);
+    s.learn(u"音量-"_s, 2, 4); // same button: the later key wins
+    s.learn(u"消す"_s, 3, 5);
+    s.session.Remove(5);
+
+    const RemoteSlot slot = FindRemoteSlot(s.t.settings, u"エアコン"_s);
+    EXPECT_EQ(slot.freeSlot, 2);
+    EXPECT_EQ(slot.existingSlot, 0);
+    StoreLearnedRemote(s.t.folder, s.t.settings, slot, u"エアコン"_s, 2, s.session);
+
+    EXPECT_EQ(s.key(2, u"Device"_s), u"エアコン"_s);
+    EXPECT_EQ(s.key(2, u"Design"_s), u"2"_s);
+    EXPECT_EQ(s.key(2, u"Button-0"_s), u"電源"_s);
+    EXPECT_EQ(s.key(2, u"Button-1"_s), u"電源"_s);
+    EXPECT_EQ(s.key(2, u"Button-2"_s), u"音量-"_s);
+    EXPECT_EQ(s.key(2, u"Button-3"_s), QString());
+    EXPECT_EQ(uint8_t(s.t.readFile(u"IRSignals/エアコン-電源.bin").at(0)), 2);
+    EXPECT_EQ(s.t.readFile(u"IRSignals/エアコン-電源.bin").size(), SignalFileSize);
+    EXPECT_TRUE(s.signalFile(u"エアコン-音量+.bin"_s));
+    EXPECT_FALSE(s.signalFile(u"エアコン-消す.bin"_s));
+    EXPECT_TRUE(QFile::exists(s.t.path(u"5.tmp")));
+
+    LearningSession::RemoveTempFiles(s.t.folder);
+    EXPECT_TRUE(QDir(s.t.root()).entryList({u"*.tmp"_s}).isEmpty());
+    EXPECT_TRUE(QFile::exists(s.t.folder.settingsPath()));
+}
+
+// Overwriting a device removes all its old signals and keys first, even when
+// the new remote has fewer functions; another device whose name starts with
+// "<name>-" keeps its files.
+TEST(Learning, OverwriteClearsOldRemoteButSparesOtherDevices) {
+    Store s;
+    s.remote(1, u"TV"_s, {u"電源"_s, u"入力"_s, u"音量+"_s});
+    s.remote(2, u"TV-2"_s, {u"電源"_s});
+    s.t.writeFile(u"IRSignals/TV-古い.bin", "x"); // left from an earlier rename
+    s.learn(u"ch1"_s, 5);
+
+    const RemoteSlot slot = FindRemoteSlot(s.t.settings, u"TV"_s);
+    EXPECT_EQ(slot.existingSlot, 1);
+    StoreLearnedRemote(s.t.folder, s.t.settings, slot, u"TV"_s, 4, s.session);
+
+    EXPECT_EQ(s.key(1, u"Design"_s), u"4"_s);
+    EXPECT_EQ(s.key(1, u"Button-0"_s), QString());
+    EXPECT_EQ(s.key(1, u"Button-5"_s), u"ch1"_s);
+    EXPECT_FALSE(s.signalFile(u"TV-電源.bin"_s));
+    EXPECT_FALSE(s.signalFile(u"TV-入力.bin"_s));
+    EXPECT_FALSE(s.signalFile(u"TV-古い.bin"_s));
+    EXPECT_TRUE(s.signalFile(u"TV-ch1.bin"_s));
+    EXPECT_TRUE(s.signalFile(u"TV-2-電源.bin"_s));
+    EXPECT_EQ(s.key(2, u"Button-0"_s), u"電源"_s);
+}
+
+// With all 1000 slots taken a new name finds none; the same name still finds
+// its own.
+TEST(Learning, FullRegistryHasNoFreeSlot) {
+    Store s;
+    QByteArray ini;
+    for (int i = 1; i <= 1000; ++i)
+        ini += "[Remote-" + QByteArray::number(i) + "]\r\nDevice=D" + QByteArray::number(i) +
+               "\r\nDesign=2\r\n";
+    s.t.writeFile(u"setting.ini", ini);
+    EXPECT_EQ(FindRemoteSlot(s.t.settings, u"new"_s).slot(), 0);
+    EXPECT_EQ(FindRemoteSlot(s.t.settings, u"D1000"_s).slot(), 1000);
+    EXPECT_EQ(EditableRemotes(s.t.settings).size(), 100u);
+}
+
+// The editor: deleted functions lose file and key (the key stays, empty);
+// re-teaching under the same name replaces the file; a deleted remote leaves
+// the others' numbers alone and its slot is the next new remote's.
+TEST(Learning, EditAndDeleteRemote) {
+    Store s;
+    s.remote(1, u"TV"_s, {u"電源"_s, u"入力"_s, u"音量+"_s});
+    s.remote(2, u"BD"_s, {u"再生"_s});
+    s.learn(u"入力"_s, 1, 9);
+    StoreRemoteEdit(s.t.folder, s.t.settings, 1, u"TV"_s, {{u"電源"_s, 0}}, s.session);
+    EXPECT_FALSE(s.signalFile(u"TV-電源.bin"_s));
+    EXPECT_EQ(s.key(1, u"Button-0"_s), QString());
+    EXPECT_TRUE(s.t.readFile(u"setting.ini").contains("Button-0=\r\n"));
+    EXPECT_EQ(uint8_t(s.t.readFile(u"IRSignals/TV-入力.bin").at(0)), 9);
+    EXPECT_EQ(s.key(1, u"Button-2"_s), u"音量+"_s);
+
+    DeleteRemote(s.t.folder, s.t.settings, 1, u"TV"_s);
+    EXPECT_EQ(s.key(1, u"Device"_s), QString());
+    EXPECT_FALSE(s.signalFile(u"TV-入力.bin"_s));
+    EXPECT_FALSE(s.signalFile(u"TV-音量+.bin"_s));
+    EXPECT_EQ(s.key(2, u"Device"_s), u"BD"_s);
+    EXPECT_TRUE(s.signalFile(u"BD-再生.bin"_s));
+    EXPECT_EQ(FindRemoteSlot(s.t.settings, u"AMP"_s).slot(), 1);
+}
+
+// One window holds at most 100 new signals; the 101st is refused, not lost
+// silently in an overrun.
+TEST(Learning, SessionHoldsAHundredSignals) {
+    Store s;
+    for (int n = 1; n <= MaxSessionSignals; ++n)
+        s.learn(u"f"_s + QString::number(n), 0);
+    EXPECT_TRUE(s.session.full());
+    QString error;
+    EXPECT_EQ(s.session.Add(s.image(1), u"more"_s, 0, &error), 0);
+    EXPECT_FALSE(QFile::exists(s.t.path(u"101.tmp")));
+}
