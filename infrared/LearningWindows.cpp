@@ -12,7 +12,7 @@ LearningWindows::~LearningWindows() {
 }
 
 LearningWindow* LearningWindows::OpenStudy() {
-    if (current_)
+    if (isOpen())
         return open(nullptr);
     auto* study = new StudyWindow(app_, device_, remotes_);
     connect(study, &StudyWindow::setupWanted, this, &LearningWindows::setupWanted);
@@ -20,7 +20,7 @@ LearningWindow* LearningWindows::OpenStudy() {
 }
 
 LearningWindow* LearningWindows::OpenEdit() {
-    if (current_)
+    if (isOpen())
         return open(nullptr);
     return open(new EditWindow(app_, device_, remotes_));
 }
@@ -38,6 +38,11 @@ LearningWindow* LearningWindows::open(LearningWindow* created) {
     created->show();
     created->Load();
     return created;
+}
+
+bool LearningWindows::isOpen() const {
+    // A closed window is only waiting to be deleted.
+    return current_ && current_->isVisible();
 }
 
 LearningWindow* LearningWindows::current() const {

@@ -31,6 +31,7 @@ signals:
 
 private:
     LearningWindow* open(LearningWindow* created);
+    bool isOpen() const;
 
     Application& app_;
     TiraDevice& device_;

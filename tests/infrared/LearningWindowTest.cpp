@@ -1,0 +1,321 @@
+#include "infrared/EditWindow.h"
+#include "infrared/LearningWindows.h"
+#include "infrared/StudyWindow.h"
+
+#include "core/Application.h"
+#include "core/Settings.h"
+#include "infrared/SimDriver.h"
+#include "infrared/TiraDevice.h"
+#include "remotes/Registry.h"
+#include "remotes/RemoteWindow.h"
+#include "remotes/RemoteWindows.h"
+#include "support/FixedClock.h"
+#include "support/LearningDesk.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QDir>
+#include <QFile>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+QColor TextColour(QLabel* label) {
+    return label->palette().color(QPalette::WindowText);
+}
+const QColor Red(255, 0, 0), Black(0, 0, 0), Green(0, 255, 0), White(255, 255, 255);
+} // namespace
+
+// The wizard's road: the step labels lead, each pass is capture, proof and a
+// click on the picture; the design locks after the first signal; the lines
+// and the captions follow; 完了 stores it all and leaves no temporary.
+TEST(StudyWindow, LearnsFunctionsAndStoresThemAtTheEnd) {
+    LearningDesk d;
+    auto* w = d.study();
+    EXPECT_EQ(w->windowTitle(), u"Kestrava - リモコン信号の学習"_s);
+    EXPECT_EQ(w->txtDeviceName->text(), u"無題"_s);
+    EXPECT_EQ(TextColour(w->lblStep[0]), Red);
+    EXPECT_EQ(TextColour(w->lblDevice), Red);
+    EXPECT_EQ(w->lblState->text(), u"待機中"_s);
+    ASSERT_NE(d.remotes.window(2), nullptr); // the default design shows at once
+    EXPECT_FALSE(d.app.state.RemoteLive);
+
+    QTest::mouseClick(w->optSelRemote[3], Qt::LeftButton); // テレビ20ボタン
+    EXPECT_EQ(d.remotes.window(2), nullptr);
+    ASSERT_NE(d.remotes.window(4), nullptr);
+    w->txtDeviceName->clear();
+    LearningDesk::type(w->txtDeviceName, u"居間テレビ"_s);
+    EXPECT_EQ(TextColour(w->lblDevice), Black);
+
+    QStringList states;
+    QObject::connect(w, &LearningWindow::stepChanged, [&](int step) {
+        if (step == 2)
+            states << w->lblState->text();
+    });
+    d.learn(w, u"電源"_s, 0);
+    EXPECT_EQ(TextColour(w->lblStep[0]), Red);
+    EXPECT_EQ(w->lblState->text(), u"待機中"_s);
+    EXPECT_TRUE(w->txtFunc->text().isEmpty());
+    EXPECT_FALSE(w->Frame4->isEnabled());
+    d.learn(w, u"ch1"_s, 1);
+    d.learn(w, u"消す"_s, 2);
+    d.learn(w, u"音量+"_s, 3);
+    EXPECT_EQ(states, QStringList(4, u"成功しました"_s));
+    EXPECT_EQ(d.lines(w), (QStringList{u"電源→ボタン1"_s, u"ch1→ボタン2"_s, u"消す→ボタン3"_s,
+                                       u"音量+→ボタン4"_s}));
+    EXPECT_EQ(w->lstSignals->selectedItems().size(), 1);
+    EXPECT_EQ(d.remotes.window(4)->function(1), u"ch1"_s);
+    EXPECT_EQ(d.remotes.window(4)->deviceName(), u"居間テレビ"_s);
+    for (int n = 1; n <= 4; ++n)
+        EXPECT_EQ(d.t.readFile(QString::number(n) + u".tmp"_s).size(), SignalFileSize);
+
+    // A deleted line is not stored, though its caption stays until the end.
+    w->lstSignals->item(2)->setSelected(true);
+    w->lstSignals->item(3)->setSelected(false);
+    QTest::mouseClick(w->cmdDel, Qt::LeftButton);
+    EXPECT_EQ(d.lines(w).size(), 3);
+    EXPECT_EQ(d.remotes.window(4)->function(2), u"消す"_s);
+
+    QSignalSpy changed(w, &LearningWindow::devicesChanged);
+    QPointer<LearningWindow> alive(w);
+    QTest::mouseClick(w->cmdOK, Qt::LeftButton);
+    EXPECT_EQ(changed.count(), 1);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_TRUE(alive.isNull());
+    EXPECT_EQ(d.key(1, u"Device"), u"居間テレビ"_s);
+    EXPECT_EQ(d.key(1, u"Design"), u"4"_s);
+    EXPECT_EQ(d.key(1, u"Button-0"), u"電源"_s);
+    EXPECT_EQ(d.key(1, u"Button-2"), QString());
+    EXPECT_EQ(d.key(1, u"Button-3"), u"音量+"_s);
+    EXPECT_FALSE(QFile::exists(d.t.path(u"IRSignals/居間テレビ-消す.bin")));
+    EXPECT_EQ(d.t.readFile(u"IRSignals/居間テレビ-ch1.bin").size(), SignalFileSize);
+    EXPECT_TRUE(QDir(d.t.root()).entryList({u"*.tmp"_s}).isEmpty());
+    EXPECT_EQ(d.remotes.window(4), nullptr);
+    EXPECT_FALSE(d.t.settings.ReadIni(u"Pos", u"Study_T").isEmpty());
+    EXPECT_FALSE(d.device.TiraActive);
+    EXPECT_TRUE(d.prompt.shown.isEmpty()) << d.prompt.shown.join(u'\n').toStdString();
+}
+
+// What stops a pass: no name, a bad character (warned, kept), a capture that
+// fails (retry succeeds), an empty list at 完了 (nothing stored).
+TEST(StudyWindow, RefusesAndRetries) {
+    LearningDesk d;
+    auto* w = d.study();
+    QTest::mouseClick(w->cmdFuncOK, Qt::LeftButton);
+    EXPECT_EQ(d.prompt.shown, QStringList{u"warning:機能名を指定してください"_s});
+    d.prompt.shown.clear();
+    QTest::keyClicks(w->txtFunc, u"a/"_s);
+    EXPECT_EQ(d.prompt.shown,
+              QStringList{u"warning:文字列には \"* / : < > ? \\ | は使えません。"_s});
+    EXPECT_EQ(w->txtFunc->text(), u"a/"_s);
+    d.prompt.shown.clear();
+    w->txtFunc->setText(u"電源"_s);
+
+    // The transceiver hears nothing: the capture runs out and fails.
+    d.device.captureTimeoutMs = 100;
+    d.captureDelayMs = 5000;
+    QTest::mouseClick(w->cmdFuncOK, Qt::LeftButton);
+    EXPECT_EQ(w->lblState->text(), u"失敗しました"_s);
+    EXPECT_EQ(TextColour(w->lblState), Red);
+    EXPECT_TRUE(w->cmdRetry->isVisible());
+    EXPECT_EQ(TextColour(w->lblStep[1]), Red);
+    EXPECT_TRUE(w->Frame4->isEnabled());
+
+    d.sim()->captureDelayMs = 20;
+    d.device.captureTimeoutMs = 2000;
+    d.clickPictureWhenAsked(w, 5);
+    QTest::mouseClick(w->cmdRetry, Qt::LeftButton);
+    EXPECT_FALSE(w->cmdRetry->isVisible());
+    EXPECT_EQ(d.lines(w), QStringList{u"電源→ボタン6"_s});
+
+    // A list emptied by 削除 stores nothing, not even the device.
+    w->lstSignals->item(0)->setSelected(true);
+    QTest::mouseClick(w->cmdDel, Qt::LeftButton);
+    QTest::mouseClick(w->cmdOK, Qt::LeftButton);
+    EXPECT_EQ(d.key(1, u"Device"), QString());
+    EXPECT_TRUE(d.prompt.shown.isEmpty());
+}
+
+// The air-conditioner design asks first, with help; No shows no picture and
+// learning waits for a design. Same device name: No returns with everything
+// intact, Yes overwrites the old remote.
+TEST(StudyWindow, AirconQuestionAndOverwrite) {
+    LearningDesk d;
+    d.t.settings.WriteIni(u"Remote-1", u"Device", u"エアコン");
+    d.t.settings.WriteIni(u"Remote-1", u"Design", u"2");
+    d.t.settings.WriteIni(u"Remote-1", u"Button-7", u"暖房");
+    d.t.writeFile(u"IRSignals/エアコン-暖房.bin", "old");
+    auto* w = d.study();
+
+    QTest::mouseClick(w->optSelRemote[2], Qt::LeftButton);
+    ASSERT_EQ(d.prompt.shown.size(), 1);
+    EXPECT_TRUE(d.prompt.shown[0].startsWith(
+        u"question:重要：エアコンの信号を学習するにはコツが必要です。\r\n\r\n"_s));
+    EXPECT_TRUE(
+        d.prompt.shown[0].endsWith(u"\r\n\r\nこの型（エアコン6ボタン）で学習を開始しますか？"_s));
+    EXPECT_EQ(d.prompt.helpPages, QStringList{u"learning.html#aircon"_s});
+    EXPECT_TRUE(w->optSelRemote[2]->isChecked());
+    EXPECT_EQ(d.remotes.window(3), nullptr);
+    EXPECT_EQ(d.remotes.window(2), nullptr);
+    w->txtFunc->setText(u"冷房"_s);
+    QTest::mouseClick(w->cmdFuncOK, Qt::LeftButton);
+    EXPECT_EQ(d.prompt.shown.last(), u"info:リモコンの型を選択してください。"_s);
+
+    d.prompt.answers = {UserPrompt::Answer::Yes};
+    QTest::mouseClick(w->optSelRemote[2], Qt::LeftButton);
+    ASSERT_NE(d.remotes.window(3), nullptr);
+    w->txtDeviceName->setText(u"エアコン"_s);
+    d.learn(w, u"冷房"_s, 0);
+
+    d.prompt.shown.clear();
+    QTest::mouseClick(w->cmdOK, Qt::LeftButton); // answered No
+    EXPECT_EQ(
+        d.prompt.shown,
+        QStringList{
+            u"question:同じ機器名がすでに登録されています。上書きするには'はい'を、機器名を修正するには'いいえ'を選択してください。"_s});
+    EXPECT_TRUE(w->isVisible());
+    EXPECT_EQ(d.lines(w), QStringList{u"冷房→ボタン1"_s});
+    EXPECT_EQ(d.key(1, u"Design"), u"2"_s);
+
+    d.prompt.answers = {UserPrompt::Answer::Yes};
+    QTest::mouseClick(w->cmdOK, Qt::LeftButton);
+    EXPECT_EQ(d.key(1, u"Design"), u"3"_s);
+    EXPECT_EQ(d.key(1, u"Button-7"), QString());
+    EXPECT_EQ(d.key(1, u"Button-0"), u"冷房"_s);
+    EXPECT_FALSE(QFile::exists(d.t.path(u"IRSignals/エアコン-暖房.bin")));
+}
+
+// Closing the wizard while it waits for the picture ends the wait, keeps
+// nothing and leaves no window or temporary behind.
+TEST(StudyWindow, ClosingDuringTheWaitForThePicture) {
+    LearningDesk d;
+    QPointer<LearningWindow> w = d.study();
+    QObject::connect(w, &LearningWindow::stepChanged, w, [&](int step) {
+        if (step == 2)
+            QTimer::singleShot(0, w, [&] { w->close(); });
+    });
+    w->txtFunc->setText(u"電源"_s);
+    QTest::mouseClick(w->cmdFuncOK, Qt::LeftButton);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_TRUE(w.isNull());
+    EXPECT_EQ(d.remotes.window(2), nullptr);
+    EXPECT_TRUE(QDir(d.t.root()).entryList({u"*.tmp"_s}).isEmpty());
+    EXPECT_EQ(d.key(1, u"Device"), QString());
+}
+
+// Refusals at the start: test mode closes the window a second later; without
+// a transceiver set, the setup is asked for and the wizard closes.
+TEST(StudyWindow, TestModeAndMissingPort) {
+    {
+        LearningDesk d;
+        d.t.settings.WriteIni(u"Tira", u"Testmode", u"1");
+        QPointer<LearningWindow> w = d.study();
+        EXPECT_EQ(d.prompt.shown,
+                  QStringList{u"info:テストモードではリモコン信号の学習は行えません。"_s});
+        EXPECT_TRUE(w->timUnload.isActive());
+        EXPECT_EQ(w->timUnload.interval(), 1000);
+        EXPECT_TRUE(QTest::qWaitFor([&] { return w.isNull(); }, 3000));
+    }
+    {
+        LearningDesk d;
+        d.t.settings.WriteIni(u"Tira", u"Device", u"");
+        QSignalSpy setup(&d.windows, &LearningWindows::setupWanted);
+        QPointer<LearningWindow> w = d.study();
+        w->txtFunc->setText(u"電源"_s);
+        QTest::mouseClick(w->cmdFuncOK, Qt::LeftButton);
+        EXPECT_EQ(
+            d.prompt.shown,
+            QStringList{
+                u"warning:Tiraで使用するCOMポート番号が指定されていません。　設定を行ってください。"_s});
+        EXPECT_EQ(setup.count(), 1);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        EXPECT_TRUE(w.isNull());
+    }
+}
+
+// The editor: lists remotes 1 to 100, shows the chosen one's functions on its
+// picture, deletes and adds at 完了; a whole remote goes with 選択した機器を削除.
+TEST(EditWindow, EditsAndDeletesRemotes) {
+    LearningDesk d;
+    d.remote(1, u"TV"_s, 4, {u"電源"_s, u"ch1"_s, u"ch2"_s});
+    d.remote(2, u"BD"_s, 2, {u"再生"_s});
+    d.remote(101, u"遠い"_s, 2, {u"x"_s});
+    auto* w = d.edit();
+    EXPECT_EQ(w->objectName(), u"frmEdit"_s);
+    ASSERT_EQ(w->cmbDeviceName->count(), 2);
+    EXPECT_EQ(w->cmbDeviceName->currentText(), u"TV"_s);
+    EXPECT_TRUE(w->optSelRemote[3]->isChecked());
+    EXPECT_FALSE(w->optSelRemote[3]->isEnabled());
+    EXPECT_EQ(d.lines(w), (QStringList{u"電源→ボタン1"_s, u"ch1→ボタン2"_s, u"ch2→ボタン3"_s}));
+    ASSERT_NE(d.remotes.window(4), nullptr);
+    EXPECT_EQ(d.remotes.window(4)->function(2), u"ch2"_s);
+    EXPECT_NE(TextColour(w->lblStep[0]), Red);
+    QApplication::setActiveWindow(w);
+    w->txtFunc->setFocus();
+    EXPECT_EQ(TextColour(w->lblStep[0]), Red);
+
+    // Delete ch1, re-teach 電源 on its button, add 音量+; and a line learned
+    // here then deleted is not stored.
+    w->lstSignals->item(1)->setSelected(true);
+    QTest::mouseClick(w->cmdDel, Qt::LeftButton);
+    d.learn(w, u"電源"_s, 0);
+    d.learn(w, u"音量+"_s, 5);
+    d.learn(w, u"間違い"_s, 6);
+    w->lstSignals->clearSelection();
+    w->lstSignals->item(w->lstSignals->count() - 1)->setSelected(true);
+    QTest::mouseClick(w->cmdDel, Qt::LeftButton);
+    QTest::mouseClick(w->cmdOK, Qt::LeftButton);
+    EXPECT_EQ(d.key(1, u"Button-1"), QString());
+    EXPECT_FALSE(QFile::exists(d.t.path(u"IRSignals/TV-ch1.bin")));
+    EXPECT_EQ(d.t.readFile(u"IRSignals/TV-電源.bin").size(), SignalFileSize);
+    EXPECT_EQ(d.key(1, u"Button-5"), u"音量+"_s);
+    EXPECT_EQ(d.key(1, u"Button-6"), QString());
+    EXPECT_FALSE(QFile::exists(d.t.path(u"IRSignals/TV-間違い.bin")));
+    EXPECT_EQ(d.key(1, u"Button-2"), u"ch2"_s);
+
+    // Delete the whole TV remote: asked first, BD keeps its number.
+    w = d.edit();
+    d.prompt.answers = {UserPrompt::Answer::Yes};
+    QTest::mouseClick(w->cmdDelRem, Qt::LeftButton);
+    EXPECT_EQ(
+        d.prompt.shown.last(),
+        u"question:機器名:TV の記録済みリモコン信号はすべて削除されます。　よろしいですか？"_s);
+    EXPECT_EQ(d.key(1, u"Device"), QString());
+    EXPECT_EQ(d.key(2, u"Device"), u"BD"_s);
+    EXPECT_FALSE(QFile::exists(d.t.path(u"IRSignals/TV-電源.bin")));
+    ASSERT_EQ(w->cmbDeviceName->count(), 1);
+    EXPECT_EQ(w->cmbDeviceName->currentText(), u"BD"_s);
+    ASSERT_NE(d.remotes.window(2), nullptr);
+    QTest::mouseClick(w->cmdCancel, Qt::LeftButton);
+
+    // Without remotes the window opens with its learning controls off.
+    d.prompt.answers = {UserPrompt::Answer::Yes};
+    w = d.edit();
+    QTest::mouseClick(w->cmdDelRem, Qt::LeftButton);
+    EXPECT_EQ(w->cmbDeviceName->count(), 0);
+    for (QWidget* c : std::initializer_list<QWidget*>{w->txtFunc, w->cmdFuncOK, w->lstSignals,
+                                                      w->cmdDel, w->lblStep[0]})
+        EXPECT_FALSE(c->isEnabled());
+}
+
+// Only one learning window at a time; the editor refuses test mode in its own words.
+TEST(EditWindow, OneLearningWindowAndTestMode) {
+    LearningDesk d;
+    LearningWindow* study = d.study();
+    EXPECT_EQ(d.windows.OpenEdit(), study);
+    study->close();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    d.t.settings.WriteIni(u"Tira", u"Testmode", u"1");
+    d.edit();
+    EXPECT_EQ(d.prompt.shown.last(), u"info:テストモードではリモコン信号の学習はできません。"_s);
+}
