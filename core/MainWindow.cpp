@@ -3,6 +3,7 @@
 #include "core/AboutWindow.h"
 #include "core/Application.h"
 #include "core/NetAddress.h"
+#include "core/OpenHelp.h"
 #include "core/Settings.h"
 #include "remotes/Registry.h"
 
@@ -147,7 +148,8 @@ void MainWindow::buildMenus() {
 
     QMenu* help = menuBar_->addMenu(u"ヘルプ(&H)"_s);
     help->setObjectName(u"MHelp"_s);
-    MHelpFile = item(help, u"MHelpFile"_s, u"目次とキーワード(&C)"_s, false);
+    MHelpFile = item(help, u"MHelpFile"_s, u"目次とキーワード(&C)"_s, true);
+    connect(MHelpFile, &QAction::triggered, this, [this] { OpenHelp(u"index.html"_s, this); });
     help->addSeparator();
     MVersion = item(help, u"MVersion"_s, u"バージョン情報(&A)"_s, true);
     connect(MVersion, &QAction::triggered, this, &MainWindow::showAbout);

@@ -1,0 +1,107 @@
+#include "core/Help.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#include <set>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString TreeHelp = QStringLiteral(KESTRAVA_HELP_SOURCE);
+
+QString readText(const QString& path) {
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+}
+
+QStringList captures(const QString& text, const QString& pattern) {
+    QStringList out;
+    for (const auto& m : QRegularExpression(pattern).globalMatch(text))
+        out << m.captured(1);
+    return out;
+}
+
+void touch(const QString& path) {
+    QDir().mkpath(QFileInfo(path).path());
+    QFile f(path);
+    EXPECT_TRUE(f.open(QIODevice::WriteOnly)) << path.toStdString();
+}
+
+} // namespace
+
+// Each page is UTF-8 Japanese and reads offline; every link lands on an
+// existing file and anchor, and the contents lead to every page.
+TEST(HelpPages, WellFormedAndLinked) {
+    const QDir dir(TreeHelp);
+    const QStringList names = dir.entryList({u"*.html"_s}, QDir::Files);
+    ASSERT_GE(names.size(), 4);
+    std::set<QString> fromIndex{u"index.html"_s};
+    for (const QString& name : names) {
+        SCOPED_TRACE(name.toStdString());
+        const QString text = readText(dir.filePath(name));
+        EXPECT_TRUE(text.contains(u"<meta charset=\"utf-8\">"_s, Qt::CaseInsensitive));
+        EXPECT_TRUE(text.contains(QRegularExpression(u"<html [^>]*lang=\"ja\""_s)));
+        EXPECT_FALSE(text.contains(u"<script"_s, Qt::CaseInsensitive));
+        for (const QString& target : captures(text, uR"re(\s(?:href|src)="([^"]*)")re"_s)) {
+            SCOPED_TRACE(target.toStdString());
+            EXPECT_FALSE(target.contains(u':') || target.startsWith(u"//"));
+            const QString file = target.section(u'#', 0, 0);
+            const QString page = file.isEmpty() ? name : file;
+            if (!QFileInfo(dir.filePath(page)).isFile()) {
+                ADD_FAILURE() << "no such page";
+                continue;
+            }
+            if (target.contains(u'#')) {
+                const QStringList ids =
+                    captures(readText(dir.filePath(page)), uR"re(\sid="([^"]*)")re"_s);
+                EXPECT_EQ(ids.count(target.section(u'#', 1)), 1);
+            }
+            if (name == u"index.html")
+                fromIndex.insert(page);
+        }
+    }
+    for (const QString& name : names)
+        EXPECT_TRUE(fromIndex.count(name)) << "not in the contents: " << name.toStdString();
+}
+
+// The environment decides alone when set; otherwise an installed copy beats
+// the tree, and a folder counts only with its index.
+TEST(HelpFolder, EnvironmentThenInstalledThenTree) {
+    QTemporaryDir tmp;
+    const QString env = tmp.filePath(u"env"_s), bin = tmp.filePath(u"usr/bin"_s),
+                  installed = tmp.filePath(u"usr/share/doc/kestrava/help"_s),
+                  tree = tmp.filePath(u"src/docs/help"_s);
+    for (const QString& dir : {env, installed, tree})
+        touch(dir + u"/index.html"_s);
+
+    EXPECT_EQ(FindHelpFolder(env, bin, tree), env);
+    EXPECT_EQ(FindHelpFolder({}, bin, tree), installed);
+    EXPECT_EQ(FindHelpFolder({}, tmp.filePath(u"opt/bin"_s), tree), tree);
+    EXPECT_EQ(FindHelpFolder(tmp.filePath(u"missing"_s), bin, tree), QString());
+    QFile::remove(installed + u"/index.html"_s);
+    EXPECT_EQ(FindHelpFolder({}, bin, tree), tree);
+}
+
+TEST(HelpPageUrl, TreeOrEnvironmentWithTheFragmentKept) {
+    qunsetenv("KESTRAVA_HELP_DIR");
+    const QUrl url = HelpPageUrl(u"learning.html#aircon"_s);
+    EXPECT_EQ(QFileInfo(url.toLocalFile()).canonicalFilePath(),
+              QFileInfo(TreeHelp + u"/learning.html"_s).canonicalFilePath());
+    EXPECT_EQ(url.fragment(), u"aircon"_s);
+    EXPECT_TRUE(HelpPageUrl(u"nothing.html"_s).isEmpty());
+
+    QTemporaryDir tmp;
+    touch(tmp.filePath(u"index.html"_s));
+    qputenv("KESTRAVA_HELP_DIR", QFile::encodeName(tmp.path()));
+    EXPECT_EQ(HelpPageUrl(u"index.html"_s), QUrl::fromLocalFile(tmp.filePath(u"index.html"_s)));
+    // Only that folder counts: the tree's pages are not mixed in.
+    EXPECT_TRUE(HelpPageUrl(u"learning.html#aircon"_s).isEmpty());
+    EXPECT_TRUE(HelpPageUrl(QString()).isEmpty());
+    qunsetenv("KESTRAVA_HELP_DIR");
+}
