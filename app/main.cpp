@@ -6,6 +6,7 @@
 #include "core/Log.h"
 #include "core/MainWindow.h"
 #include "core/MessageBoxPrompt.h"
+#include "core/OpenHelp.h"
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "core/System.h"
@@ -157,8 +158,11 @@ int main(int argc, char** argv) {
     std::unique_ptr<UserPrompt> prompt;
     if (headless)
         prompt = std::make_unique<HeadlessPrompt>();
-    else
-        prompt = std::make_unique<MessageBoxPrompt>();
+    else {
+        auto boxes = std::make_unique<MessageBoxPrompt>();
+        boxes->openHelp = [](const QString& page) { OpenHelp(page); };
+        prompt = std::move(boxes);
+    }
 
     Application app(folder, settings, clock, *prompt);
     // The transceiver: opened by the first send or capture, not at start.

@@ -290,7 +290,7 @@ void MainWindow::ShowAtStart() {
             p.setX(int(l / TwipsPerPixel));
         move(p);
     }
-    const bool hide = s.ReadIni(u"Pos", u"Hide") == u"1";
+    const bool hide = s.ReadIni(u"Pos", u"Hide") == u"1" && trayAvailable;
     if (!hide)
         show();
     if (s.ReadIni(u"Options", u"PowerControl") == u"1")
@@ -329,8 +329,14 @@ void MainWindow::deviceChosen(int index) {
 }
 
 void MainWindow::AddTrayIcon() {
-    if (!QSystemTrayIcon::isSystemTrayAvailable())
-        qCWarning(lcMainWindow) << "no system tray; the window is hidden until the next start";
+    if (!trayAvailable) {
+        // Hidden without a tray there would be no way back: stay minimised
+        // on the task bar, and start shown next time.
+        qCWarning(lcMainWindow) << "no system tray; the window stays minimised";
+        if (!isMinimized())
+            showMinimized();
+        return;
+    }
     tray_->show();
     hide();
     app_.settings.WriteIni(u"Pos", u"Hide", u"1");

@@ -36,6 +36,8 @@ public:
     void ShowMenu(bool shown);
     bool menuShown() const { return menuShown_; }
 
+    // Without a system tray the window minimises to the task bar instead.
+    bool trayAvailable = QSystemTrayIcon::isSystemTrayAvailable();
     void AddTrayIcon();
     void RemoveTrayIcon();
     QSystemTrayIcon* trayIcon() const { return tray_; }

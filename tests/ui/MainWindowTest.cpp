@@ -114,6 +114,7 @@ TEST(MainWindow, PositionInTwips) {
 // back for good, a right click only for now; minimising goes to the tray.
 TEST(MainWindow, TrayAndHide) {
     Desktop d;
+    d.window.trayAvailable = true;
     d.t.settings.WriteIni(u"Pos", u"Hide", u"1");
     d.window.ShowAtStart();
     EXPECT_FALSE(d.window.isVisible());
@@ -142,6 +143,23 @@ TEST(MainWindow, TrayAndHide) {
 
     d.window.close();
     EXPECT_FALSE(d.window.trayIcon()->isVisible());
+}
+
+// Without a tray, Hide "1" starts shown and minimising keeps the window
+// within reach and Hide as it was.
+TEST(MainWindow, NoTrayMinimisesToTheTaskBar) {
+    Desktop d;
+    d.window.trayAvailable = false;
+    d.t.settings.WriteIni(u"Pos", u"Hide", u"1");
+    d.window.ShowAtStart();
+    EXPECT_TRUE(d.window.isVisible());
+    d.t.settings.WriteIni(u"Pos", u"Hide", u"0");
+    d.click(u"Command11"_s);
+    QTest::qWait(0);
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(d.window.isVisible());
+    EXPECT_FALSE(d.window.trayIcon()->isVisible());
+    EXPECT_EQ(d.ini(u"Hide"), u"0"_s);
 }
 
 // The device button fills the list from the registry (ids kept, gaps left
