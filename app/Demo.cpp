@@ -24,8 +24,8 @@ struct DemoRemote {
     std::vector<std::pair<int, QString>> functions; // button, function
 };
 
-// A television and an air conditioner with a handful of learned keys, so that
-// the pages show working remotes from the first start.
+// One remote of each design with a handful of learned keys, so that the pages
+// and the desktop show working remotes from the first start.
 const std::vector<DemoRemote>& demoRemotes() {
     static const std::vector<DemoRemote> remotes = {
         {1,
@@ -45,6 +45,22 @@ const std::vector<DemoRemote>& demoRemotes() {
          3,
          0x23,
          {{0, u"電源"_s}, {1, u"温度+"_s}, {2, u"温度-"_s}, {3, u"風量"_s}}},
+        {3,
+         u"ビデオ"_s,
+         1,
+         0x51,
+         {{0, u"電源"_s}, {1, u"再生"_s}, {2, u"停止"_s}, {3, u"早送り"_s}, {4, u"巻き戻し"_s}}},
+        {4, u"照明"_s, 2, 0x62, {{0, u"全灯"_s}, {1, u"常夜灯"_s}, {2, u"消灯"_s}}},
+        {5,
+         u"オーディオ"_s,
+         5,
+         0x73,
+         {{0, u"電源"_s}, {1, u"CD"_s}, {2, u"ラジオ"_s}, {3, u"音量+"_s}, {4, u"音量-"_s}}},
+        {6,
+         u"ケーブルTV"_s,
+         6,
+         0x84,
+         {{0, u"電源"_s}, {1, u"番組表"_s}, {2, u"決定"_s}, {3, u"戻る"_s}, {4, u"録画予約一覧"_s}}},
     };
     return remotes;
 }
