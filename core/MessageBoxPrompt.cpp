@@ -2,24 +2,50 @@
 
 #include <QLoggingCategory>
 #include <QMessageBox>
+#include <QPushButton>
+
+#include <memory>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 Q_LOGGING_CATEGORY(lcPrompt, "kestrava.prompt")
 const QString Title = u"Kestrava"_s;
+
+// The boxes speak Japanese whatever the desktop's language: the texts name
+// the buttons ('はい', 'いいえ').
+QMessageBox* MakeBox(QMessageBox::Icon icon, const QString& text,
+                     QMessageBox::StandardButtons buttons, QWidget* parent) {
+    auto* box = new QMessageBox(icon, Title, text, buttons, parent);
+    const std::pair<QMessageBox::StandardButton, QString> names[] = {
+        {QMessageBox::Yes, u"はい(&Y)"_s},
+        {QMessageBox::No, u"いいえ(&N)"_s},
+        {QMessageBox::Help, u"ヘルプ(&H)"_s},
+        {QMessageBox::Ok, u"OK"_s},
+    };
+    for (const auto& [which, name] : names)
+        if (QAbstractButton* b = box->button(which))
+            b->setText(name);
+    return box;
+}
+
+int Run(QMessageBox::Icon icon, const QString& text, QMessageBox::StandardButtons buttons,
+        QWidget* parent) {
+    std::unique_ptr<QMessageBox> box(MakeBox(icon, text, buttons, parent));
+    return box->exec();
+}
 } // namespace
 
 void MessageBoxPrompt::Information(const QString& text) {
-    QMessageBox::information(parent_, Title, text);
+    Run(QMessageBox::Information, text, QMessageBox::Ok, parent_);
 }
 
 void MessageBoxPrompt::Warning(const QString& text) {
-    QMessageBox::warning(parent_, Title, text);
+    Run(QMessageBox::Warning, text, QMessageBox::Ok, parent_);
 }
 
 UserPrompt::Answer MessageBoxPrompt::Question(const QString& text) {
-    return QMessageBox::question(parent_, Title, text, QMessageBox::Yes | QMessageBox::No) ==
+    return Run(QMessageBox::Question, text, QMessageBox::Yes | QMessageBox::No, parent_) ==
                    QMessageBox::Yes
                ? Answer::Yes
                : Answer::No;
@@ -27,13 +53,13 @@ UserPrompt::Answer MessageBoxPrompt::Question(const QString& text) {
 
 UserPrompt::Answer MessageBoxPrompt::QuestionWithHelp(const QString& text,
                                                       const QString& helpPage) {
-    QMessageBox box(QMessageBox::Question, Title, text, QMessageBox::Yes | QMessageBox::No,
-                    parent_);
-    box.addButton(QMessageBox::Help);
-    box.setDefaultButton(QMessageBox::Yes);
+    std::unique_ptr<QMessageBox> box(MakeBox(QMessageBox::Question, text,
+                                             QMessageBox::Yes | QMessageBox::No | QMessageBox::Help,
+                                             parent_));
+    box->setDefaultButton(QMessageBox::Yes);
     // Help opens the page and leaves the question standing.
     for (;;) {
-        const int answer = box.exec();
+        const int answer = box->exec();
         if (answer != QMessageBox::Help)
             return answer == QMessageBox::Yes ? Answer::Yes : Answer::No;
         if (openHelp)
@@ -43,7 +69,7 @@ UserPrompt::Answer MessageBoxPrompt::QuestionWithHelp(const QString& text,
 
 void MessageBoxPrompt::Notify(const QString& text) {
     qCWarning(lcPrompt).noquote() << text;
-    auto* box = new QMessageBox(QMessageBox::Warning, Title, text, QMessageBox::Ok, parent_);
+    QMessageBox* box = MakeBox(QMessageBox::Warning, text, QMessageBox::Ok, parent_);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->setModal(false);
     box->show();

@@ -11,6 +11,8 @@
 #include <QCloseEvent>
 #include <QEventLoop>
 #include <QGridLayout>
+#include <QGuiApplication>
+#include <QScreen>
 #include <QGroupBox>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -70,6 +72,7 @@ LearningWindow::~LearningWindow() = default;
 
 void LearningWindow::build(const QString& signalFrameTitle) {
     auto* top = new QVBoxLayout(this);
+    top->setSizeConstraint(QLayout::SetMinimumSize);
     top->addWidget(frameDevice);
 
     Frame4 = new QGroupBox(u"リモコンの型"_s, this);
@@ -94,7 +97,6 @@ void LearningWindow::build(const QString& signalFrameTitle) {
     for (int i = 0; i < 3; ++i) {
         lblStep[size_t(i)] = new QLabel(steps[i], frameSignals);
         lblStep[size_t(i)]->setObjectName(u"lblStep_"_s + QString::number(i));
-        lblStep[size_t(i)]->setWordWrap(true);
         Colour(lblStep[size_t(i)], Black);
     }
     frame->addWidget(lblStep[0]);
@@ -433,8 +435,15 @@ void LearningWindow::closeEvent(QCloseEvent* event) {
 
 void LearningWindow::restorePosition() {
     const QString top = app_.settings.ReadIni(u"Pos", positionKey_ + u"_T"_s);
-    if (top.isEmpty())
+    if (top.isEmpty()) {
+        // First use: the middle of the screen, clear of the remote in its corner.
+        if (QScreen* screen = QGuiApplication::primaryScreen()) {
+            QRect frame(QPoint(), sizeHint());
+            frame.moveCenter(screen->availableGeometry().center());
+            move(frame.topLeft());
+        }
         return;
+    }
     const QString left = app_.settings.ReadIni(u"Pos", positionKey_ + u"_L"_s);
     move(int(Val(left) / RemoteWindow::TwipsPerPixel), int(Val(top) / RemoteWindow::TwipsPerPixel));
 }

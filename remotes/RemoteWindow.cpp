@@ -9,6 +9,7 @@
 
 #include <QBitmap>
 #include <QCloseEvent>
+#include <QGraphicsDropShadowEffect>
 #include <QGuiApplication>
 #include <QLabel>
 #include <QMouseEvent>
@@ -151,6 +152,18 @@ RemoteWindow::RemoteWindow(int design, AppState& state, SettingsStore& settings,
     }
     for (int id = 0; id < count; ++id)
         setFunction(id, u"ボタン"_s + QString::number(id + 1));
+    // Captions reach into the gap above the next row; they stay readable on
+    // top of its buttons, and let clicks through to them or to the body.
+    for (QLabel* label : labels_) {
+        label->raise();
+        label->setAttribute(Qt::WA_TransparentForMouseEvents);
+        // A dark rim keeps the white text readable where it lies on a key.
+        auto* rim = new QGraphicsDropShadowEffect(label);
+        rim->setBlurRadius(3);
+        rim->setOffset(0, 0);
+        rim->setColor(QColor(0, 0, 0, 255));
+        label->setGraphicsEffect(rim);
+    }
 
     // The device name stands where the page puts it, raised where the window
     // is shorter than the page's panel (design 2) so that it is not cut.
@@ -213,7 +226,9 @@ void RemoteWindow::setFunction(int buttonId, const QString& function) {
     QFont font = label->font();
     font.setPointSize(FitLabel(function));
     label->setFont(font);
-    LiftText(label);
+    // The caption's box is the classic 12 pixels; a font that needs more
+    // grows it downwards rather than cutting the characters.
+    label->resize(LabelSize.width(), std::max(LabelSize.height(), LiftText(label)));
 }
 
 QString RemoteWindow::function(int buttonId) const {

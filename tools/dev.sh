@@ -6,6 +6,7 @@
 #   tools/dev.sh test         the whole test suite
 #   tools/dev.sh asan         the test suite under AddressSanitizer + UBSan
 #   tools/dev.sh bench        the benchmarks
+#   tools/dev.sh shots [DIR]  screenshots of the desktop under Xvfb
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -14,6 +15,7 @@ PACKAGES=(
     qt6-base-dev libzip-dev libcurl4-openssl-dev libminiupnpc-dev libv4l-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     chromium w3m
+    xvfb xdotool imagemagick fonts-noto-cjk
 )
 
 install_missing() {
@@ -70,6 +72,11 @@ bench)
     install_missing
     build build
     build/bench/kestrava_bench "$@"
+    ;;
+shots)
+    install_missing
+    build build
+    exec tools/screenshots.sh "$@"
     ;;
 *)
     sed -n '2,9p' "$0" | sed 's/^# \{0,1\}//'

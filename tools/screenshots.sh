@@ -1,0 +1,137 @@
+#!/usr/bin/env bash
+# Runs Kestrava on a fresh demo folder under Xvfb, drives it with xdotool as a
+# person would, and saves screenshots for looking at (they are not committed):
+# the main window with and without its menu, the six on-screen remotes, each
+# step of the learning wizard, the editor and its boxes.
+#
+#   tools/screenshots.sh [OUTDIR]     (default build/screenshots)
+#
+# tools/dev.sh shots installs what it needs, builds and runs this. Alone it
+# needs a built program and the packages
+# xvfb, xdotool, imagemagick and fonts-noto-cjk.
+# The clicks are placed for a 1280x960 screen and the Noto CJK font.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+out=$(realpath -m "${1:-build/screenshots}")
+bin=$PWD/build/app/kestrava
+[ -x "$bin" ] || { echo "build the program first: tools/dev.sh run" >&2; exit 1; }
+mkdir -p "$out"
+rm -f "$out"/*.png
+
+work=$(mktemp -d)
+display=:$((70 + RANDOM % 100))
+Xvfb "$display" -screen 0 1280x960x24 -nolisten tcp >"$work/xvfb.log" 2>&1 &
+xvfb=$!
+program=
+cleanup() {
+    [ -n "$program" ] && kill "$program" 2>/dev/null && wait "$program" 2>/dev/null
+    kill "$xvfb" 2>/dev/null
+    rm -rf "$work"
+}
+trap cleanup EXIT
+export DISPLAY=$display
+for _ in $(seq 50); do xdotool getmouselocation >/dev/null 2>&1 && break; sleep 0.1; done
+
+# Waits for a window whose name matches, and prints its id.
+window() {
+    local id
+    for _ in $(seq 100); do
+        id=$(xdotool search --onlyvisible --name "$1" 2>/dev/null | tail -1) && [ -n "$id" ] &&
+            { echo "$id"; return; }
+        sleep 0.1
+    done
+    echo "no window named $1" >&2
+    return 1
+}
+# The place of a window: sets X Y WIDTH HEIGHT.
+place() { eval "$(xdotool getwindowgeometry --shell "$1")"; }
+shot() { # name id  -- the window as it is on the screen
+    place "$2"
+    import -window root -crop "${WIDTH}x${HEIGHT}+${X}+${Y}" +repage "$out/$1.png"
+    echo "  $1.png (${WIDTH}x${HEIGHT})"
+}
+screen() { import -window root "$out/$1.png"; echo "  $1.png (whole screen)"; }
+# xdotool remaps a spare key for each character that is not on the keyboard;
+# one character a call keeps it from mixing them up.
+typetext() {
+    local i
+    for ((i = 0; i < ${#1}; i++)); do
+        xdotool type "${1:i:1}"
+        sleep 0.08
+    done
+}
+click() { xdotool mousemove "$1" "$2" click 1; sleep "${3:-0.3}"; }
+at() { place "$1"; click $((X + $2)) $((Y + $3)) "${4:-0.3}"; } # click in a window
+
+"$bin" --demo "$work/home" >"$work/program.log" 2>&1 &
+program=$!
+main=$(window '^$')
+sleep 1
+echo "screenshots in $out"
+import -window root -crop 400x138+0+0 +repage "$out/01-main.png"
+echo "  01-main.png"
+
+# The six remotes, each chosen from the main window's list.
+n=2
+for i in 1 2 3 4 5 6; do
+    click 43 125            # リモコン: shows the device list
+    click 170 125 0.4       # opens it
+    # The open list starts on its first entry.
+    [ "$i" -gt 1 ] && xdotool key --delay 80 $(printf 'Down %.0s' $(seq $((i - 1))))
+    xdotool key Return
+    sleep 0.6
+    shot "$(printf '%02d' $n)-remote-$i" "$(window '^リモコン$')"
+    n=$((n + 1))
+done
+
+click 344 12 0.5 # ▼ shows the menu
+import -window root -crop 400x180+0+0 +repage "$out/08-main-menu.png"
+echo "  08-main-menu.png"
+click 108 29 0.4 # 設定
+xdotool mousemove 130 72
+sleep 0.6
+screen 09-menu-learning
+click 360 74 1 # 新しいリモコンの学習
+wizard=$(window 'リモコン信号の学習')
+screen 10-wizard-open
+
+at "$wizard" 30 175 1 # エアコン6ボタン: asks first
+screen 11-wizard-aircon-question
+xdotool key Escape
+sleep 0.4
+at "$wizard" 237 175 0.6 # テレビ20ボタン
+at "$wizard" 220 75 0.2
+xdotool key ctrl+a
+sleep 0.2
+typetext 寝室テレビ
+learn() { # function, x and y of the picture button in the remote
+    at "$wizard" 200 300 0.1
+    typetext "$1"
+    at "$wizard" 390 300 0.3
+    [ -n "${4:-}" ] && screen "$4"
+    sleep 1.2
+    [ -n "${5:-}" ] && screen "$5"
+    at "$(window '^リモコン$')" "$2" "$3" 0.5
+}
+learn 電源 32 32 12-wizard-step2-capture 13-wizard-step3-picture
+screen 14-wizard-learned-one
+learn 入力切替 32 64
+learn 音量+ 80 64
+screen 15-wizard-three-learned
+at "$wizard" 330 615 1 # 完了
+grep -q '寝室テレビ' <(iconv -f CP932 -t UTF-8 "$work/home/setting.ini") ||
+    { echo "the learned remote was not stored" >&2; exit 1; }
+
+click 108 29 0.4
+xdotool mousemove 130 72
+sleep 0.6
+click 360 97 1 # 学習済みリモコンの編集
+editor=$(window 'リモコン信号の学習')
+screen 16-editor-open
+shot 17-editor "$editor"
+place "$editor"
+at "$editor" $((WIDTH - 70)) 40 0.8 # 選択した機器を削除: asks first
+screen 18-editor-delete-question
+xdotool key Escape
+sleep 0.4
+echo "sim-transmit.log: $(wc -l <"$work/home/sim-transmit.log") transmissions"
