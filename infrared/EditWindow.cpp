@@ -29,12 +29,8 @@ QString EditWindow::DeleteRemoteText(const QString& deviceName) {
 
 EditWindow::EditWindow(Application& app, TiraDevice& device, RemoteWindows& remotes,
                        QWidget* parent)
-    : LearningWindow(app, device, remotes, u"frmEdit"_s, u"Edit"_s, parent) {
-    frameDevice = new QGroupBox(u"機器名"_s, this);
-    frameDevice->setObjectName(u"frameDevice"_s);
+    : LearningWindow(app, device, remotes, u"frmEdit"_s, u"Edit"_s, u"機器名"_s, parent) {
     auto* row = new QHBoxLayout(frameDevice);
-    lblDevice = new QLabel(u"機器名"_s, frameDevice);
-    lblDevice->setObjectName(u"lblDevice"_s);
     cmbDeviceName = new QComboBox(frameDevice);
     cmbDeviceName->setObjectName(u"cmbDeviceName"_s);
     cmbDeviceName->setMinimumContentsLength(12);

@@ -11,15 +11,15 @@
 #include <QCloseEvent>
 #include <QEventLoop>
 #include <QGridLayout>
-#include <QGuiApplication>
-#include <QScreen>
 #include <QGroupBox>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
 #include <QRadioButton>
+#include <QScreen>
 #include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
@@ -56,11 +56,15 @@ struct BusyScope {
 
 LearningWindow::LearningWindow(Application& app, TiraDevice& device, RemoteWindows& remotes,
                                const QString& objectName, const QString& positionKey,
-                               QWidget* parent)
+                               const QString& deviceLabel, QWidget* parent)
     : QWidget(parent, Qt::Window), app_(app), device_(device), remotes_(remotes),
       session_(app.folder), positionKey_(positionKey) {
     setObjectName(objectName);
     setWindowTitle(Title);
+    frameDevice = new QGroupBox(u"機器名"_s, this);
+    frameDevice->setObjectName(u"frameDevice"_s);
+    lblDevice = new QLabel(deviceLabel, frameDevice);
+    lblDevice->setObjectName(u"lblDevice"_s);
     timUnload.setInterval(1000);
     timUnload.setSingleShot(true);
     connect(&timUnload, &QTimer::timeout, this, &LearningWindow::closeWindow);

@@ -78,8 +78,10 @@ signals:
     void stepChanged(int step);
 
 protected:
+    // Makes the device frame with its label; the window adds its own field.
     LearningWindow(Application& app, TiraDevice& device, RemoteWindows& remotes,
-                   const QString& objectName, const QString& positionKey, QWidget* parent);
+                   const QString& objectName, const QString& positionKey,
+                   const QString& deviceLabel, QWidget* parent);
 
     // The parts each window fills in.
     virtual QString deviceName() const = 0;

@@ -39,12 +39,9 @@ constexpr int AirconOption = 2;
 
 StudyWindow::StudyWindow(Application& app, TiraDevice& device, RemoteWindows& remotes,
                          QWidget* parent)
-    : LearningWindow(app, device, remotes, u"frmStudy"_s, u"Study"_s, parent) {
-    frameDevice = new QGroupBox(u"機器名"_s, this);
-    frameDevice->setObjectName(u"frameDevice"_s);
+    : LearningWindow(app, device, remotes, u"frmStudy"_s, u"Study"_s,
+                     u"機器名 （例：ビデオ、テレビ、エアコンなど）"_s, parent) {
     auto* box = new QVBoxLayout(frameDevice);
-    lblDevice = new QLabel(u"機器名 （例：ビデオ、テレビ、エアコンなど）"_s, frameDevice);
-    lblDevice->setObjectName(u"lblDevice"_s);
     txtDeviceName = new QLineEdit(u"無題"_s, frameDevice);
     txtDeviceName->setObjectName(u"txtDeviceName"_s);
     box->addWidget(lblDevice);
