@@ -283,9 +283,7 @@ void LearningWindow::studyPass(const QString& function) {
     } else {
         setState(u"準備中...お待ちください。"_s, White);
         lblState->repaint();
-        const QString port = app_.settings.ReadIni(u"Tira", u"ComPort");
-        const QString target = app_.settings.ReadIni(u"Tira", u"Device");
-        if (port.isEmpty() && target.isEmpty()) {
+        if (!device_.PortIsSet()) {
             app_.prompt.Warning(TiraDevice::PortUnsetText);
             if (self)
                 openPortSetup();
@@ -293,7 +291,7 @@ void LearningWindow::studyPass(const QString& function) {
                 closeWindow();
             return;
         }
-        if (!device_.ActivateTira(qint16(Val(port)))) {
+        if (!device_.ActivateTira(device_.ConfiguredPort())) {
             app_.prompt.Warning(TiraDevice::CannotActivateText);
             if (self)
                 closeWindow();

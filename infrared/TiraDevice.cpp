@@ -207,15 +207,13 @@ bool TiraDevice::TransmitTira(const QString& path, Origin origin) {
     }
 
     if (!TiraActive) {
-        QString device = settings.ReadIni(u"Tira", u"Device").trimmed();
-        QString port = settings.ReadIni(u"Tira", u"ComPort");
-        if (device.isEmpty() && port.isEmpty()) {
+        if (!PortIsSet()) {
             tell(origin, PortUnsetText, true);
             if (origin == Origin::Desktop && SpecifyPort)
                 SpecifyPort();
             else
                 qCWarning(lcDevice) << "no transceiver port set";
-        } else if (!ActivateTira(qint16(Val(port)))) {
+        } else if (!ActivateTira(ConfiguredPort())) {
             tell(origin, CannotActivateText, false);
             return false;
         }
@@ -227,6 +225,15 @@ bool TiraDevice::TransmitTira(const QString& path, Origin origin) {
         qCWarning(lcDevice).noquote() << "transmission failed:" << rc << path;
     restartIdle();
     return rc == 0;
+}
+
+bool TiraDevice::PortIsSet() {
+    return !settings.ReadIni(u"Tira", u"Device").trimmed().isEmpty() ||
+           !settings.ReadIni(u"Tira", u"ComPort").isEmpty();
+}
+
+qint16 TiraDevice::ConfiguredPort() {
+    return qint16(Val(settings.ReadIni(u"Tira", u"ComPort")));
 }
 
 bool TiraDevice::TestStudiedSignal() {

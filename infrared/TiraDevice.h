@@ -42,6 +42,9 @@ public:
     // Last act of the program: stop and release the library.
     void Unload();
 
+    // Tira/Device or Tira/ComPort names a transceiver; the port number to open.
+    bool PortIsSet();
+    qint16 ConfiguredPort();
     // The device the settings name: Tira/Device when set, else the serial
     // port of Tira/ComPort.
     QString Target(qint16 port) const;

@@ -117,30 +117,6 @@ TEST(Learning, FullRegistryHasNoFreeSlot) {
     EXPECT_EQ(EditableRemotes(s.t.settings).size(), 100u);
 }
 
-// The editor: deleted functions lose file and key (the key stays, empty);
-// re-teaching under the same name replaces the file; a deleted remote leaves
-// the others' numbers alone and its slot is the next new remote's.
-TEST(Learning, EditAndDeleteRemote) {
-    Store s;
-    s.remote(1, u"TV"_s, {u"電源"_s, u"入力"_s, u"音量+"_s});
-    s.remote(2, u"BD"_s, {u"再生"_s});
-    s.learn(u"入力"_s, 1, 9);
-    StoreRemoteEdit(s.t.folder, s.t.settings, 1, u"TV"_s, {{u"電源"_s, 0}}, s.session);
-    EXPECT_FALSE(s.signalFile(u"TV-電源.bin"_s));
-    EXPECT_EQ(s.key(1, u"Button-0"_s), QString());
-    EXPECT_TRUE(s.t.readFile(u"setting.ini").contains("Button-0=\r\n"));
-    EXPECT_EQ(uint8_t(s.t.readFile(u"IRSignals/TV-入力.bin").at(0)), 9);
-    EXPECT_EQ(s.key(1, u"Button-2"_s), u"音量+"_s);
-
-    DeleteRemote(s.t.folder, s.t.settings, 1, u"TV"_s);
-    EXPECT_EQ(s.key(1, u"Device"_s), QString());
-    EXPECT_FALSE(s.signalFile(u"TV-入力.bin"_s));
-    EXPECT_FALSE(s.signalFile(u"TV-音量+.bin"_s));
-    EXPECT_EQ(s.key(2, u"Device"_s), u"BD"_s);
-    EXPECT_TRUE(s.signalFile(u"BD-再生.bin"_s));
-    EXPECT_EQ(FindRemoteSlot(s.t.settings, u"AMP"_s).slot(), 1);
-}
-
 // One window holds at most 100 new signals; the 101st is refused, not lost
 // silently in an overrun.
 TEST(Learning, SessionHoldsAHundredSignals) {

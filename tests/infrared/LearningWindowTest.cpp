@@ -276,6 +276,7 @@ TEST(EditWindow, EditsAndDeletesRemotes) {
     QTest::mouseClick(w->cmdDel, Qt::LeftButton);
     QTest::mouseClick(w->cmdOK, Qt::LeftButton);
     EXPECT_EQ(d.key(1, u"Button-1"), QString());
+    EXPECT_TRUE(d.t.readFile(u"setting.ini").contains("Button-1=\r\n")); // kept, empty
     EXPECT_FALSE(QFile::exists(d.t.path(u"IRSignals/TV-ch1.bin")));
     EXPECT_EQ(d.t.readFile(u"IRSignals/TV-電源.bin").size(), SignalFileSize);
     EXPECT_EQ(d.key(1, u"Button-5"), u"音量+"_s);
@@ -292,6 +293,7 @@ TEST(EditWindow, EditsAndDeletesRemotes) {
         u"question:機器名:TV の記録済みリモコン信号はすべて削除されます。　よろしいですか？"_s);
     EXPECT_EQ(d.key(1, u"Device"), QString());
     EXPECT_EQ(d.key(2, u"Device"), u"BD"_s);
+    EXPECT_EQ(FindRemoteSlot(d.t.settings, u"AMP"_s).slot(), 1); // the freed number is next
     EXPECT_FALSE(QFile::exists(d.t.path(u"IRSignals/TV-電源.bin")));
     ASSERT_EQ(w->cmbDeviceName->count(), 1);
     EXPECT_EQ(w->cmbDeviceName->currentText(), u"BD"_s);

@@ -7,9 +7,7 @@
 #include "remotes/DesignLayout.h"
 #include "remotes/Registry.h"
 #include "remotes/RemoteWindows.h"
-#include "support/FixedClock.h"
-#include "support/ScriptedPrompt.h"
-#include "support/TempFolder.h"
+#include "support/LearningDesk.h"
 
 #include <QGuiApplication>
 #include <QLabel>
@@ -25,26 +23,12 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// A program folder with the simulated transceiver and one learned signal,
-// TV-電源, as the desktop has it.
-struct Desk {
+// The simulated desk with one learned signal, TV-電源, as the desktop has it.
+struct Desk : LearningDesk {
     Desk() {
-        t.folder.CreateDataFolders();
-        t.settings.WriteIni(u"Tira", u"Device", u"sim");
         WriteSignalFile(SignalFilePath(t.folder, u"TV", u"電源"), SimDriver::SampleCapture());
     }
-    int sent() {
-        QList<QByteArray> lines = t.readFile(u"sim-transmit.log").split('\n');
-        lines.removeAll(QByteArray());
-        return int(lines.size());
-    }
     QString pos(QStringView key) { return t.settings.ReadIni(u"Pos", key); }
-
-    TempFolder t;
-    ScriptedPrompt prompt;
-    FixedClock clock;
-    Application app{t.folder, t.settings, clock, prompt};
-    TiraDevice device{t.folder, t.settings, prompt};
 };
 
 void doubleClick(QWidget* widget) {
