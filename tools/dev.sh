@@ -11,7 +11,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 PACKAGES=(
-    cmake ninja-build g++ pkg-config
+    cmake ninja-build g++ pkg-config ccache
     qt6-base-dev libzip-dev libcurl4-openssl-dev libminiupnpc-dev libv4l-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     chromium w3m
@@ -43,7 +43,7 @@ e2e_modules() {
 build() {
     local dir=$1
     shift
-    cmake -S . -B "$dir" -G Ninja -Wno-dev "$@" >/dev/null
+    cmake -S . -B "$dir" -G Ninja -Wno-dev -DCMAKE_CXX_COMPILER_LAUNCHER=ccache "$@" >/dev/null
     cmake --build "$dir"
 }
 
