@@ -6,7 +6,11 @@
 #include <QFile>
 #include <QLoggingCategory>
 
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -41,14 +45,14 @@ QByteArray cutValue(const QByteArray& raw) {
     qsizetype end = raw.indexOf('\0');
     if (end < 0)
         end = raw.size();
-    if (end <= SettingsStore::MaxValueBytes)
+    if (end <= IniText::MaxValueBytes)
         return raw.left(end);
     qsizetype i = 0;
-    while (i < SettingsStore::MaxValueBytes) {
+    while (i < IniText::MaxValueBytes) {
         auto c = static_cast<unsigned char>(raw[i]);
         bool lead = (c >= 0x81 && c <= 0x9F) || (c >= 0xE0 && c <= 0xFC);
         int step = lead ? 2 : 1;
-        if (i + step > SettingsStore::MaxValueBytes)
+        if (i + step > IniText::MaxValueBytes)
             break;
         i += step;
     }
@@ -64,55 +68,49 @@ QByteArray oneLine(QStringView text, QStringView forbidden = {}) {
     return ShiftJis::Encode(s);
 }
 
+// Reads the whole file; false with errno kept when any part of it fails.
+bool readAll(const QString& path, QByteArray& out, int& err) {
+    int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        err = errno;
+        return false;
+    }
+    out.clear();
+    char buf[65536];
+    for (;;) {
+        ssize_t n = ::read(fd, buf, sizeof buf);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0) {
+            err = errno;
+            ::close(fd);
+            return false;
+        }
+        if (n == 0)
+            break;
+        out.append(buf, n);
+    }
+    ::close(fd);
+    return true;
+}
+
 } // namespace
 
-SettingsStore::SettingsStore(QString path) : path_(std::move(path)) {}
-
-SettingsStore::Signature SettingsStore::stat() const {
-    struct stat st {};
-    Signature s;
-    if (::stat(QFile::encodeName(path_).constData(), &st) != 0)
-        return s;
-    s.exists = true;
-    s.size = st.st_size;
-    s.mtimeNs = qint64(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
-    s.inode = st.st_ino;
-    s.device = st.st_dev;
-    return s;
-}
-
-void SettingsStore::refresh() {
-    Signature now = stat();
-    if (loaded_ && now == signature_)
-        return;
-    QByteArray bytes;
-    if (now.exists) {
-        QFile f(path_);
-        if (f.open(QIODevice::ReadOnly))
-            bytes = f.readAll();
-        else
-            qCWarning(lcSettings).noquote() << "cannot read" << path_ << ":" << f.errorString();
-    }
-    signature_ = now;
-    loaded_ = true;
-    parse(bytes);
-}
-
-void SettingsStore::parse(const QByteArray& bytes) {
-    lines_.clear();
-    values_.clear();
+IniText::IniText(QByteArrayView bytes) {
     qsizetype firstLf = bytes.indexOf('\n');
-    eol_ = (firstLf > 0 && bytes[firstLf - 1] == '\r') || firstLf < 0 ? "\r\n" : "\n";
+    if (firstLf > 0 && bytes[firstLf - 1] != '\r')
+        eol_ = "\n";
 
     qsizetype pos = 0;
     while (pos < bytes.size()) {
         qsizetype lf = bytes.indexOf('\n', pos);
         qsizetype end = lf < 0 ? bytes.size() : lf;
         qsizetype next = lf < 0 ? bytes.size() : lf + 1;
-        if (end > pos && bytes[end - 1] == '\r')
+        if (lf >= 0 && end > pos && bytes[end - 1] == '\r')
             --end;
         Line line;
-        line.raw = bytes.sliced(pos, end - pos);
+        line.raw = bytes.sliced(pos, end - pos).toByteArray();
+        line.end = bytes.sliced(end, next - end).toByteArray();
         pos = next;
 
         QByteArray text = trimmed(line.raw);
@@ -133,14 +131,13 @@ void SettingsStore::parse(const QByteArray& bytes) {
         qsizetype eq = text.indexOf('=');
         line.kind = Kind::Key;
         line.key = trimmed(eq < 0 ? text : text.left(eq));
-        line.value = eq < 0 ? QByteArray() : trimmed(text.sliced(eq + 1));
         line.name = fold(ShiftJis::Decode(line.key));
         lines_.push_back(std::move(line));
     }
     index();
 }
 
-void SettingsStore::index() {
+void IniText::index() {
     values_.clear();
     QHash<QString, bool> seenSections;
     QString current;
@@ -152,26 +149,28 @@ void SettingsStore::index() {
             seenSections.insert(current, true);
         } else if (line.kind == Kind::Key && active) {
             QString k = indexKey(current, line.name);
-            if (!values_.contains(k))
-                values_.insert(k, ShiftJis::Decode(cutValue(line.value)));
+            if (values_.contains(k))
+                continue;
+            QByteArray text = trimmed(line.raw);
+            qsizetype eq = text.indexOf('=');
+            QByteArray value = eq < 0 ? QByteArray() : trimmed(text.sliced(eq + 1));
+            values_.insert(k, ShiftJis::Decode(cutValue(value)));
         }
     }
 }
 
-qsizetype SettingsStore::findSection(const QString& folded) const {
+qsizetype IniText::findSection(const QString& folded) const {
     for (size_t i = 0; i < lines_.size(); ++i)
         if (lines_[i].kind == Kind::Section && lines_[i].name == folded)
             return qsizetype(i);
     return -1;
 }
 
-QString SettingsStore::ReadIni(QStringView section, QStringView key) {
-    refresh();
+QString IniText::value(QStringView section, QStringView key) const {
     return values_.value(indexKey(fold(section), fold(key)));
 }
 
-void SettingsStore::WriteIni(QStringView section, QStringView key, QStringView value) {
-    refresh();
+void IniText::setValue(QStringView section, QStringView key, QStringView value) {
     const QString fs = fold(section), fk = fold(key);
     const QByteArray keyBytes = trimmed(oneLine(key, u"="));
     const QByteArray valueBytes = oneLine(value);
@@ -182,6 +181,7 @@ void SettingsStore::WriteIni(QStringView section, QStringView key, QStringView v
         header.kind = Kind::Section;
         header.name = fs;
         header.raw = '[' + trimmed(oneLine(section, u"]")) + ']';
+        header.end = eol_;
         lines_.push_back(std::move(header));
         s = qsizetype(lines_.size()) - 1;
     }
@@ -193,7 +193,6 @@ void SettingsStore::WriteIni(QStringView section, QStringView key, QStringView v
         if (line.kind != Kind::Key)
             continue;
         if (line.name == fk) {
-            line.value = trimmed(valueBytes);
             line.raw = line.key + '=' + valueBytes;
             break;
         }
@@ -204,16 +203,14 @@ void SettingsStore::WriteIni(QStringView section, QStringView key, QStringView v
         line.kind = Kind::Key;
         line.key = keyBytes;
         line.name = fk;
-        line.value = trimmed(valueBytes);
         line.raw = keyBytes + '=' + valueBytes;
+        line.end = eol_;
         lines_.insert(lines_.begin() + insertAt, std::move(line));
     }
     index();
-    save();
 }
 
-bool SettingsStore::DeleteIniSection(QStringView section) {
-    refresh();
+bool IniText::removeSection(QStringView section) {
     const QString fs = fold(section);
     bool removing = false, changed = false;
     std::vector<Line> kept;
@@ -228,20 +225,119 @@ bool SettingsStore::DeleteIniSection(QStringView section) {
     }
     lines_ = std::move(kept);
     index();
-    return !changed || save();
+    return changed;
 }
 
-bool SettingsStore::save() {
+QByteArray IniText::bytes() const {
     QByteArray out;
-    for (const Line& line : lines_)
-        out += line.raw + eol_;
-    QString error;
-    if (!WriteFileAtomically(path_, out, 0600, &error)) {
-        qCWarning(lcSettings).noquote() << "cannot write" << error;
-        // Forget the failed change: the next read goes to the file again.
-        loaded_ = false;
-        return false;
+    for (size_t i = 0; i < lines_.size(); ++i) {
+        out += lines_[i].raw;
+        // A last line without an ending gets one once something follows it.
+        out += lines_[i].end.isEmpty() && i + 1 < lines_.size() ? eol_ : lines_[i].end;
     }
+    return out;
+}
+
+SettingsStore::SettingsStore(QString path) : path_(std::move(path)) {}
+
+SettingsStore::Signature SettingsStore::stat() const {
+    struct stat st {};
+    Signature s;
+    if (::stat(QFile::encodeName(path_).constData(), &st) != 0)
+        return s;
+    s.exists = true;
+    s.size = st.st_size;
+    s.mtimeNs = qint64(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+    // A change of mode or owner shows only here.
+    s.ctimeNs = qint64(st.st_ctim.tv_sec) * 1000000000 + st.st_ctim.tv_nsec;
+    s.inode = st.st_ino;
+    s.device = st.st_dev;
+    return s;
+}
+
+void SettingsStore::refresh() {
+    Signature now = stat();
+    // Until the file reads well again, every access tries again.
+    if (loaded_ && now == signature_ && state_ == State::Good)
+        return;
+    QByteArray bytes;
+    int err = 0;
+    if (now.exists && !readAll(path_, bytes, err)) {
+        if (state_ != State::Unreadable)
+            qCWarning(lcSettings).noquote()
+                << "cannot read" << path_ << ":" << QString::fromLocal8Bit(std::strerror(err))
+                << "- keeping the settings read before and writing none until it can be read";
+        signature_ = now;
+        state_ = State::Unreadable;
+        loaded_ = true;
+        return;
+    }
+    if (bytes.isEmpty() && text_.hasKeys()) {
+        // Gone or emptied after it held keys: most likely a rewrite in progress.
+        if (state_ != State::Unsettled) {
+            state_ = State::Unsettled;
+            unsettledSince_.start();
+        }
+        if (unsettledSince_.elapsed() < SettleMs)
+            return;
+        qCInfo(lcSettings).noquote() << path_ << "is" << (now.exists ? "empty" : "gone");
+    } else if (state_ == State::Unreadable) {
+        qCInfo(lcSettings).noquote() << "reading" << path_ << "again";
+    }
+    state_ = State::Good;
+    refusalLogged_ = false;
+    signature_ = now;
+    loaded_ = true;
+    text_ = IniText(bytes);
+}
+
+bool SettingsStore::Unreadable() {
+    refresh();
+    return state_ == State::Unreadable;
+}
+
+QString SettingsStore::ReadIni(QStringView section, QStringView key) {
+    refresh();
+    return text_.value(section, key);
+}
+
+bool SettingsStore::writable() {
+    refresh();
+    if (state_ == State::Good)
+        return true;
+    if (!refusalLogged_)
+        qCWarning(lcSettings).noquote()
+            << "not writing" << path_ << "while it"
+            << (state_ == State::Unreadable ? "cannot be read" : "is being rewritten");
+    refusalLogged_ = true;
+    return false;
+}
+
+void SettingsStore::WriteIni(QStringView section, QStringView key, QStringView value) {
+    if (!writable())
+        return;
+    IniText next = text_;
+    // A fresh installation serves the home network only until its owner opens it.
+    if (!signature_.exists && !next.hasKeys())
+        next.setValue(u"Options", u"Internet", u"0");
+    next.setValue(section, key, value);
+    save(next);
+}
+
+bool SettingsStore::DeleteIniSection(QStringView section) {
+    if (!writable())
+        return false;
+    IniText next = text_;
+    return !next.removeSection(section) || save(next);
+}
+
+bool SettingsStore::save(const IniText& next) {
+    QString error;
+    if (!WriteFileAtomically(path_, next.bytes(), 0600, &error)) {
+        qCWarning(lcSettings).noquote() << "cannot write" << error;
+        return false; // the file and what we hold of it stay as they were
+    }
+    text_ = next;
     signature_ = stat();
     return true;
 }

@@ -1,20 +1,62 @@
 #pragma once
 
 #include <QByteArray>
+#include <QByteArrayView>
+#include <QElapsedTimer>
 #include <QHash>
 #include <QString>
 #include <QStringView>
 
 #include <vector>
 
+// The text of an INI file, read from bytes as Windows reads it: sections and
+// keys match without regard to case, anything missing reads as "", a value
+// reads as at most 1023 bytes (CP932), the first of a repeated section or key
+// counts. Changes keep every line they do not touch byte for byte, its line
+// ending included.
+class IniText {
+public:
+    IniText() = default;
+    explicit IniText(QByteArrayView bytes);
+
+    QString value(QStringView section, QStringView key) const;
+    void setValue(QStringView section, QStringView key, QStringView value);
+    // Removes every section of that name with its keys; true when one was there.
+    bool removeSection(QStringView section);
+    QByteArray bytes() const;
+    bool hasKeys() const { return !values_.isEmpty(); }
+
+    static constexpr int MaxValueBytes = 1023;
+
+private:
+    enum class Kind { Other, Section, Key };
+    struct Line {
+        QByteArray raw; // without its line ending
+        QByteArray end; // "\r\n", "\n", or "" for an unterminated last line
+        Kind kind = Kind::Other;
+        QString name;   // section or key name, folded to lower case
+        QByteArray key; // key name as written in the file
+    };
+
+    void index();
+    qsizetype findSection(const QString& folded) const;
+
+    QByteArray eol_ = "\r\n"; // for lines the program adds
+    std::vector<Line> lines_;
+    QHash<QString, QString> values_; // "section\nkey" folded -> value
+};
+
 // setting.ini: the one store of settings and the registry of remotes.
 //
-// Sections and keys match without regard to case; anything missing reads as "";
-// a value reads as at most 1023 bytes (CP932). The file is parsed once and kept,
-// and every read first checks the file's size, time and identity, so a change
-// made by hand or by another instance is seen at the next read. Writes replace
-// the file atomically with mode 0600; lines the program does not touch keep
-// their bytes.
+// The file is parsed once and kept, and every read first checks the file's
+// size, times, mode and identity, so a change made by hand or by another
+// instance is seen at the next read. Writes replace the file atomically with
+// mode 0600. A new file starts with Options/Internet=0.
+//
+// A read that fails never counts as contents: while the file cannot be read,
+// or is briefly missing or empty after it held keys (an editor that truncates,
+// then writes), reads answer from the last good contents and writes are
+// refused, so nothing is written from a failed read and no setting opens up.
 class SettingsStore {
 public:
     explicit SettingsStore(QString path);
@@ -26,39 +68,37 @@ public:
     // could not be written.
     bool DeleteIniSection(QStringView section);
 
+    // True while the file is there but cannot be read. Security decisions
+    // treat it as the strictest setting.
+    bool Unreadable();
+
     const QString& path() const { return path_; }
 
-    static constexpr int MaxValueBytes = 1023;
+    static constexpr int MaxValueBytes = IniText::MaxValueBytes;
+    // How long a missing or emptied file is taken for a rewrite in progress.
+    static constexpr int SettleMs = 2000;
 
 private:
-    enum class Kind { Other, Section, Key };
-    struct Line {
-        QByteArray raw;
-        Kind kind = Kind::Other;
-        QString name;     // section or key name, folded to lower case
-        QByteArray key;   // key name as written in the file
-        QByteArray value; // raw value, trimmed
-    };
+    enum class State { Good, Unreadable, Unsettled };
     struct Signature {
         bool exists = false;
-        qint64 size = 0, mtimeNs = 0;
+        qint64 size = 0, mtimeNs = 0, ctimeNs = 0;
         quint64 inode = 0, device = 0;
         bool operator==(const Signature&) const = default;
     };
 
     Signature stat() const;
     void refresh();
-    void parse(const QByteArray& bytes);
-    void index();
-    bool save();
-    qsizetype findSection(const QString& folded) const;
+    bool writable();
+    bool save(const IniText& next);
 
     QString path_;
     Signature signature_;
     bool loaded_ = false;
-    QByteArray eol_ = "\r\n";
-    std::vector<Line> lines_;
-    QHash<QString, QString> values_; // "section\nkey" folded -> value
+    State state_ = State::Good;
+    bool refusalLogged_ = false;
+    QElapsedTimer unsettledSince_;
+    IniText text_; // the last good contents
 };
 
 // The number at the start of a text, as the classic Val reads it: leading

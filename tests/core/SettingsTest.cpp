@@ -8,6 +8,7 @@
 #include <QRandomGenerator>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <utime.h>
 
@@ -25,7 +26,8 @@ void touchBack(const QString& path, int secondsAgo) {
 
 } // namespace
 
-TEST(Settings, FirstWriteCreatesPrivateCp932FileWithWindowsLines) {
+// A new file also closes the server to the internet until the owner opens it.
+TEST(Settings, FirstWriteCreatesPrivateCp932FileWithWindowsLinesAndLanOnly) {
     TempFolder t;
     EXPECT_EQ(t.settings.ReadIni(u"WebServer", u"Port"), u""_s);
     EXPECT_FALSE(QFileInfo::exists(t.folder.settingsPath()));
@@ -34,7 +36,7 @@ TEST(Settings, FirstWriteCreatesPrivateCp932FileWithWindowsLines) {
     t.settings.WriteIni(u"WebServer", u"Port", u"8080");
 
     EXPECT_EQ(t.readFile(u"setting.ini"),
-              ShiftJis::Encode(u"[Remote-1]\r\nDevice=テレビ\r\n"
+              ShiftJis::Encode(u"[Options]\r\nInternet=0\r\n[Remote-1]\r\nDevice=テレビ\r\n"
                                u"Design=4\r\n[WebServer]\r\nPort=8080\r\n"));
     struct stat st {};
     ASSERT_EQ(stat(QFile::encodeName(t.folder.settingsPath()).constData(), &st), 0);
@@ -79,8 +81,22 @@ TEST(Settings, ChangesByHandOrByAnotherInstanceAreSeenAtTheNextRead) {
     touchBack(t.folder.settingsPath(), 10);
 
     // Same size, edited in place.
-    t.writeFile(u"setting.ini", "[Remote-1]\r\nDevice=BBBB\r\n");
+    t.writeFile(u"setting.ini", "[Options]\r\nInternet=0\r\n[Remote-1]\r\nDevice=BBBB\r\n");
     EXPECT_EQ(t.settings.ReadIni(u"Remote-1", u"Device"), u"BBBB"_s);
+
+    // Same size and the modification time put back: only the change time tells.
+    const QByteArray name = QFile::encodeName(t.folder.settingsPath());
+    struct stat before {};
+    ASSERT_EQ(stat(name.constData(), &before), 0);
+    const struct timespec times[2] = {before.st_atim, before.st_mtim};
+    struct stat after {};
+    do { // the change time ticks coarsely
+        t.writeFile(u"setting.ini", "[Options]\r\nInternet=1\r\n[Remote-1]\r\nDevice=BBBB\r\n");
+        ASSERT_EQ(utimensat(AT_FDCWD, name.constData(), times, 0), 0);
+        ASSERT_EQ(stat(name.constData(), &after), 0);
+    } while (after.st_ctim.tv_sec == before.st_ctim.tv_sec &&
+             after.st_ctim.tv_nsec == before.st_ctim.tv_nsec);
+    EXPECT_EQ(t.settings.ReadIni(u"Options", u"Internet"), u"1"_s);
 
     SettingsStore other(t.folder.settingsPath());
     other.WriteIni(u"Remote-1", u"Device", u"CCCC");
@@ -94,14 +110,57 @@ TEST(Settings, ChangesByHandOrByAnotherInstanceAreSeenAtTheNextRead) {
     EXPECT_EQ(other.ReadIni(u"Remote-3", u"Device"), u"Y"_s);
 }
 
+// Untouched lines keep their bytes, line endings included; added lines take
+// the ending of the file's first line.
 TEST(Settings, WritesKeepForeignLinesAndPlaceNewKeysInTheirSection) {
     TempFolder t;
-    t.writeFile(u"setting.ini", "; by hand\n[A]\nx = 1\n\n[B]\ny=2\n");
+    t.writeFile(u"setting.ini", "; by hand\r\n[A]\nx = 1\r\n\n[B] \ny=2");
     t.settings.WriteIni(u"A", u"z", u"3");
     t.settings.WriteIni(u"a", u"X", u"9");
+    EXPECT_EQ(t.readFile(u"setting.ini"), "; by hand\r\n[A]\nx=9\r\nz=3\r\n\n[B] \ny=2");
     t.settings.WriteIni(u"C", u"w", u"4");
-    EXPECT_EQ(t.readFile(u"setting.ini"), "; by hand\n[A]\nx=9\nz=3\n\n[B]\ny=2\n[C]\nw=4\n");
+    EXPECT_EQ(t.readFile(u"setting.ini"),
+              "; by hand\r\n[A]\nx=9\r\nz=3\r\n\n[B] \ny=2\r\n[C]\r\nw=4\r\n");
     EXPECT_EQ(t.settings.ReadIni(u"A", u"x"), u"9"_s);
+}
+
+// A file that cannot be read, or that is emptied or gone for a moment after it
+// held keys, is never taken for empty settings: reads answer from the last good
+// contents (so Internet=0 holds), writes wait, and the file is read again once
+// it can be.
+TEST(Settings, AFailedOrEmptyReadKeepsTheLastGoodContentsAndWritesNothing) {
+    TempFolder t;
+    const QString ini = t.folder.settingsPath();
+    const QByteArray original = "[Options]\r\nInternet=0\n[Pos]\r\nMain_T=5";
+    t.writeFile(u"setting.ini", original);
+    EXPECT_EQ(t.settings.ReadIni(u"Options", u"Internet"), u"0"_s);
+    EXPECT_FALSE(t.settings.Unreadable());
+
+    ASSERT_TRUE(QFile::rename(ini, ini + u".away"_s));
+    ASSERT_TRUE(QDir().mkdir(ini)); // a directory in its place cannot be read as a file
+    EXPECT_EQ(t.settings.ReadIni(u"Options", u"Internet"), u"0"_s);
+    EXPECT_TRUE(t.settings.Unreadable());
+    t.settings.WriteIni(u"Pos", u"Main_L", u"3");
+    EXPECT_FALSE(t.settings.DeleteIniSection(u"Pos"));
+    EXPECT_TRUE(QFileInfo(ini).isDir());
+    ASSERT_TRUE(QDir().rmdir(ini));
+    ASSERT_TRUE(QFile::rename(ini + u".away"_s, ini));
+    EXPECT_FALSE(t.settings.Unreadable());
+    EXPECT_EQ(t.settings.ReadIni(u"Pos", u"Main_T"), u"5"_s);
+    EXPECT_EQ(t.readFile(u"setting.ini"), original);
+
+    // Emptied by an editor that truncates, then writes; gone for a moment.
+    t.writeFile(u"setting.ini", {});
+    EXPECT_EQ(t.settings.ReadIni(u"Options", u"Internet"), u"0"_s);
+    t.settings.WriteIni(u"Pos", u"Main_L", u"3");
+    EXPECT_EQ(t.readFile(u"setting.ini"), QByteArray());
+    QFile::remove(ini);
+    EXPECT_EQ(t.settings.ReadIni(u"Options", u"Internet"), u"0"_s);
+    t.settings.WriteIni(u"Pos", u"Main_L", u"3");
+    EXPECT_FALSE(QFileInfo::exists(ini));
+    t.writeFile(u"setting.ini", "[Options]\r\nInternet=1\r\n");
+    EXPECT_EQ(t.settings.ReadIni(u"Options", u"Internet"), u"1"_s);
+    EXPECT_EQ(t.settings.ReadIni(u"Pos", u"Main_T"), u""_s);
 }
 
 TEST(Settings, ALineBreakInAValueCannotAddAKey) {
