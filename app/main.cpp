@@ -3,6 +3,7 @@
 #include "app/SignalWatcher.h"
 #include "core/Application.h"
 #include "core/Clock.h"
+#include "core/Help.h"
 #include "core/Log.h"
 #include "core/MainWindow.h"
 #include "core/MessageBoxPrompt.h"
@@ -23,6 +24,7 @@
 
 #include <QApplication>
 #include <QCommandLineParser>
+#include <QDesktopServices>
 #include <QDir>
 #include <QLoggingCategory>
 
@@ -132,8 +134,15 @@ int main(int argc, char** argv) {
     }
     InstanceLock lock;
     switch (lock.Acquire(folder, &error)) {
-    case InstanceLock::Result::HeldElsewhere:
-        return 0; // another instance serves this folder
+    case InstanceLock::Result::HeldElsewhere: {
+        // Another instance serves this folder: say which, and leave it be.
+        const qint64 pid = InstanceLock::Holder(folder);
+        qCInfo(lcMain).noquote() << folder.root() << "is in use by"
+                                 << (pid > 0 ? u"kestrava (pid "_s + QString::number(pid) + u")"_s
+                                             : u"another kestrava"_s)
+                                 << "- not starting a second one";
+        return 0;
+    }
     case InstanceLock::Result::Failed:
         qCritical().noquote() << error;
         return 1;
@@ -141,6 +150,7 @@ int main(int argc, char** argv) {
         break;
     }
 
+    folder.RemoveStaleTemporaries();
     SettingsStore settings(folder.settingsPath());
     if (options.demo && PrepareDemoFolder(folder, settings))
         qCInfo(lcMain).noquote() << "prepared demo folder" << folder.root();
@@ -165,6 +175,13 @@ int main(int argc, char** argv) {
     }
 
     Application app(folder, settings, clock, *prompt);
+    app.headless = headless;
+    if (!headless)
+        app.openHelp = [](const QString& page) {
+            // The first start goes on whether or not a browser opens.
+            if (!QDesktopServices::openUrl(HelpPageUrl(page)))
+                qCWarning(lcMain).noquote() << "help page" << page << "not shown";
+        };
     // The transceiver: opened by the first send or capture, not at start.
     TiraDevice device(folder, settings, *prompt);
     QObject::connect(&app, &Application::releaseDevice, &device, &TiraDevice::Unload);
@@ -178,8 +195,10 @@ int main(int argc, char** argv) {
     InstallRemotePages(dispatcher, settings, clock, remotePages);
     WebServer webServer(app, dispatcher);
     app.webServer = &webServer;
-    // Until setup can be shown, a missing or taken port is replaced by a free one.
-    webServer.portConflictHandler = [&settings] { return ChooseFreeWebPort(settings); };
+    // Until setup can be shown, a missing or unusable port is replaced by a free one.
+    webServer.portFallback = [&settings](const QList<quint16>& tried) {
+        return FirstFreeWebPort(settings, tried);
+    };
     QObject::connect(&app, &Application::closed, qapp.get(), &QCoreApplication::quit,
                      Qt::QueuedConnection);
 

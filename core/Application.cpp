@@ -1,6 +1,7 @@
 #include "core/Application.h"
 
 #include "core/Clock.h"
+#include "core/NetAddress.h"
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
@@ -50,8 +51,17 @@ void Application::Start() {
     if (!settings.ReadIni(u"WebServer", u"Port").isEmpty()) {
         if (webServer)
             webServer->InitWebServer();
+    } else if (headless) {
+        // No screen to greet on: listen, then say where the pages and settings are.
+        if (webServer && webServer->InitWebServer())
+            qCInfo(lcApp).noquote()
+                << "first start: the pages are at" << LocalUrl(webServer->WebPort()) + u"/"_s
+                << "and the settings are kept in" << settings.path();
     } else {
-        // First run: greet, then let setup run with events going until it closes.
+        // First run: the help's first steps, a greeting, then setup with events
+        // going until it closes.
+        if (openHelp)
+            openHelp(u"first-run.html"_s);
         prompt.Information(FirstRunText);
         emit setupRequested();
         if (state.SetupOpen) {

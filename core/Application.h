@@ -4,6 +4,8 @@
 #include <QString>
 #include <QTimer>
 
+#include <functional>
+
 class Clock;
 class ProgramFolder;
 class SettingsStore;
@@ -50,6 +52,10 @@ public:
     UserPrompt& prompt;
     AppState state;
     WebServer* webServer = nullptr; // listens from the start order on
+    // Without a desktop nobody sees boxes: the first start logs where to go.
+    bool headless = false;
+    // Opens a help page for a person at the desktop.
+    std::function<void(const QString& page)> openHelp;
 
     // Background timers, off until started. Those that end by themselves are
     // single-shot.

@@ -5,10 +5,13 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QLoggingCategory>
+#include <QRegularExpression>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <limits>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -76,6 +79,28 @@ int ProgramFolder::WritePictures() const {
     return written;
 }
 
+int ProgramFolder::RemoveStaleTemporaries() const {
+    static const QRegularExpression name(u"^.+\\.(\\d+)\\.[A-Za-z0-9]{6}\\.tmp$"_s);
+    int removed = 0;
+    for (auto sub : {QString(), u"IRSignals"_s, u"reserve"_s}) {
+        QDir dir(path(sub));
+        for (const QString& file : dir.entryList({u"*.tmp"_s}, QDir::Files | QDir::Hidden)) {
+            const auto m = name.match(file);
+            if (!m.hasMatch())
+                continue;
+            const qint64 pid = m.captured(1).toLongLong();
+            // Ours from before this start, or of a process that has ended.
+            const bool gone = pid == getpid() || pid > std::numeric_limits<pid_t>::max() ||
+                              (::kill(pid_t(pid), 0) != 0 && errno == ESRCH);
+            if (gone && dir.remove(file)) {
+                qCInfo(lcFolder).noquote() << "removed stale" << dir.filePath(file);
+                ++removed;
+            }
+        }
+    }
+    return removed;
+}
+
 InstanceLock::~InstanceLock() {
     Release();
 }
@@ -111,6 +136,11 @@ InstanceLock::Result InstanceLock::Acquire(const ProgramFolder& folder, QString*
     }
     fd_ = fd;
     return Result::Acquired;
+}
+
+qint64 InstanceLock::Holder(const ProgramFolder& folder) {
+    QFile f(folder.path(u"kestrava.lock"));
+    return f.open(QIODevice::ReadOnly) ? f.readLine(32).trimmed().toLongLong() : 0;
 }
 
 void InstanceLock::Release() {

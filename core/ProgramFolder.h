@@ -24,6 +24,10 @@ public:
     // Writes the pictures that ship inside the program into pic/ where missing.
     // Returns how many were written.
     int WritePictures() const;
+    // Removes the temporaries of atomic writes ("<name>.<pid>.XXXXXX.tmp") that a
+    // process which is gone left behind (killed in the middle of a save), here
+    // and in the data folders. Returns how many were removed.
+    int RemoveStaleTemporaries() const;
 
 private:
     QString root_;
@@ -42,6 +46,8 @@ public:
     InstanceLock& operator=(const InstanceLock&) = delete;
 
     Result Acquire(const ProgramFolder& folder, QString* error);
+    // The process that holds the folder, as its lock file says; 0 when unknown.
+    static qint64 Holder(const ProgramFolder& folder);
     void Release();
 
 private:

@@ -26,13 +26,10 @@ QList<quint16> FreeWebPorts(SettingsStore& settings) {
     return ports;
 }
 
-bool ChooseFreeWebPort(SettingsStore& settings) {
-    const QList<quint16> ports = FreeWebPorts(settings);
-    if (ports.isEmpty()) {
-        qCWarning(lcSetup) << "no free port between 8080 and 8179";
-        return false;
-    }
-    settings.WriteIni(u"WebServer", u"Port", QString::number(ports.first()));
-    qCInfo(lcSetup) << "chose web port" << ports.first();
-    return true;
+std::optional<quint16> FirstFreeWebPort(SettingsStore& settings, const QList<quint16>& skip) {
+    for (quint16 port : FreeWebPorts(settings))
+        if (!skip.contains(port))
+            return port;
+    qCWarning(lcSetup) << "no free port between 8080 and 8179";
+    return std::nullopt;
 }

@@ -59,35 +59,64 @@ bool WebServer::InitWebServer() {
         state.WebUser = settings.ReadIni(u"Options", u"Web_User");
         state.WebPass = ScramblePassword(u"RESET", settings.ReadIni(u"Options", u"Web_Pass"));
     }
-    // No port yet (a first run nobody set up): let the conflict handler pick one.
-    if (settings.ReadIni(u"WebServer", u"Port").isEmpty() && portConflictHandler)
-        portConflictHandler();
-
-    // Asks again for as long as the chosen port cannot be opened, within reason.
+    // A folder without a port gets one stored; a stored port that cannot be
+    // used is replaced for this run only, so the owner's choice stays.
+    const QString portText = settings.ReadIni(u"WebServer", u"Port");
+    const bool storeChoice = portText.isEmpty();
+    int port = -1; // none in hand
+    if (!storeChoice) {
+        const qint64 n = Val(portText);
+        if (n >= 1 && n <= 65535)
+            port = int(n);
+        else
+            qCWarning(lcWeb).noquote()
+                << "WebServer/Port" << portText << "is not a port number (1-65535)";
+    }
+    QList<quint16> tried;
     for (int attempt = 0; attempt < 100; ++attempt) {
-        const QString portText = settings.ReadIni(u"WebServer", u"Port");
-        const qint64 port = Val(portText);
+        if (port < 0) {
+            const auto fallback = portFallback ? portFallback(tried) : std::nullopt;
+            if (!fallback)
+                break;
+            port = *fallback;
+            if (!storeChoice)
+                qCInfo(lcWeb).noquote() << "using port" << port << "for this run";
+        }
         if (server_.isListening())
             server_.close();
-        bool ok = port >= 0 && port <= 65535;
-        if (ok) {
-            ok = server_.listen(QHostAddress::Any, quint16(port));
-            if (!ok && server_.serverError() == QAbstractSocket::UnsupportedSocketOperationError)
-                ok = server_.listen(QHostAddress::AnyIPv4, quint16(port)); // no IPv6 here
-        }
+        bool ok = server_.listen(QHostAddress::Any, quint16(port));
+        if (!ok && server_.serverError() == QAbstractSocket::UnsupportedSocketOperationError)
+            ok = server_.listen(QHostAddress::AnyIPv4, quint16(port)); // no IPv6 here
         if (ok) {
             state.WebServerUp = true;
+            // The port in use is the one in hand, whether or not it could be stored.
+            if (storeChoice)
+                settings.WriteIni(u"WebServer", u"Port", QString::number(server_.serverPort()));
             qCInfo(lcWeb).noquote() << "listening on port" << server_.serverPort() << "-"
                                     << LocalUrl(server_.serverPort()) + u"/"_s;
             return true;
         }
-        qCWarning(lcWeb).noquote()
-            << "cannot listen on port" << portText << ":" << server_.errorString();
-        app_.prompt.Warning(PortInUseText);
-        if (!portConflictHandler || !portConflictHandler())
-            break;
+        const bool inUse = server_.serverError() == QAbstractSocket::AddressInUseError;
+        const QString reason = inUse ? u"in use by another program"_s
+                               : server_.serverError() == QAbstractSocket::SocketAccessError
+                                   ? u"permission denied (ports below 1024 need privileges)"_s
+                                   : server_.errorString();
+        qCWarning(lcWeb).noquote() << "cannot listen on port" << port << ":" << reason;
+        if (inUse)
+            app_.prompt.Warning(PortInUseText);
+        tried << quint16(port);
+        port = -1;
     }
     return false;
+}
+
+// With internet use off, and while the settings cannot be read, only the home
+// network is served: the filter never opens because a read failed.
+bool WebServer::Admits(const QHostAddress& peer) {
+    if (IsPrivateAddress(peer))
+        return true;
+    SettingsStore& settings = app_.settings;
+    return settings.ReadIni(u"Options", u"Internet") != u"0" && !settings.Unreadable();
 }
 
 void WebServer::onNewConnection() {
@@ -124,8 +153,7 @@ void WebServer::onNewConnection() {
         slot.answering = false;
         slot.since = ++acceptCount_;
 
-        if (app_.settings.ReadIni(u"Options", u"Internet") == u"0" &&
-            !IsPrivateAddress(socket->peerAddress())) {
+        if (!Admits(socket->peerAddress())) {
             freeSlot(index, true);
             continue;
         }

@@ -9,10 +9,12 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 class Application;
 class Dispatcher;
+class QHostAddress;
 class QTcpSocket;
 
 // The listener and its connection slots. Each accepted connection takes the
@@ -28,13 +30,17 @@ public:
     WebServer(Application& app, Dispatcher& dispatcher, QObject* parent = nullptr);
     ~WebServer() override;
 
-    // Reads the login and the port and listens on it (IPv4 and IPv6). When the
-    // port is taken, says so and asks portConflictHandler for another; true
-    // when listening.
+    // Reads the login and the port and listens on it (IPv4 and IPv6). A port
+    // that is missing, not 1-65535 or cannot be opened is reported with the
+    // reason and replaced by one from portFallback; only a missing one is
+    // stored. True when listening.
     bool InitWebServer();
 
-    // Setup's answer to a taken port: true when it stored another port to try.
-    std::function<bool()> portConflictHandler;
+    // A port to use instead, not one of those tried; nothing when none is free.
+    std::function<std::optional<quint16>(const QList<quint16>& tried)> portFallback;
+
+    // Whether a client at this address is served (the LAN filter).
+    bool Admits(const QHostAddress& peer);
 
     bool isListening() const { return server_.isListening(); }
     quint16 WebPort() const { return server_.serverPort(); }

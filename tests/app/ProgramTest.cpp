@@ -9,7 +9,11 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
+#include <QTcpServer>
+
 #include <csignal>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -26,8 +30,30 @@ TEST(Program, RunsHeadlessOnItsFolderAndClosesOnSigterm) {
     const QString dir = tmp.path() + u"/home"_s;
     auto env = QProcessEnvironment::systemEnvironment();
     env.insert(u"KESTRAVA_HOME"_s, dir); // the folder when --home is not given
+    // Temporaries of a save that a killed process left behind go; others stay.
+    QDir().mkpath(dir + u"/IRSignals"_s);
+    const QString stale[] = {dir + u"/setting.ini.4194305.Ab12Cd.tmp"_s,
+                             dir + u"/IRSignals/TV-1.bin.4194305.x9Z7q0.tmp"_s};
+    for (const QString& file : {stale[0], stale[1], dir + u"/notes.tmp"_s}) {
+        QFile f(file);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    }
     Program p({u"--headless"_s}, env);
     ASSERT_TRUE(p.waitForLog(u"started on "_s + dir)) << p.log().toStdString();
+    EXPECT_FALSE(QFileInfo::exists(stale[0]));
+    EXPECT_FALSE(QFileInfo::exists(stale[1]));
+    EXPECT_TRUE(QFileInfo::exists(dir + u"/notes.tmp"_s));
+
+    // A first start without a screen says where to go instead of greeting, and
+    // the new settings serve the home network only.
+    const quint16 port = p.webPort();
+    EXPECT_TRUE(p.log().contains(u"first start: the pages are at http://"_s))
+        << p.log().toStdString();
+    EXPECT_TRUE(p.log().contains(u"settings are kept in "_s + dir + u"/setting.ini"_s));
+    EXPECT_FALSE(p.log().contains(u"ありがとう"_s));
+    SettingsStore settings(dir + u"/setting.ini"_s);
+    EXPECT_EQ(settings.ReadIni(u"Options", u"Internet"), u"0"_s);
+    EXPECT_EQ(settings.ReadIni(u"WebServer", u"Port"), QString::number(port));
 
     for (auto sub : {u"IRSignals"_s, u"reserve"_s, u"pic"_s})
         EXPECT_TRUE(QFileInfo(dir + u'/' + sub).isDir()) << sub.toStdString();
@@ -44,7 +70,7 @@ TEST(Program, RunsHeadlessOnItsFolderAndClosesOnSigterm) {
     EXPECT_TRUE(p.log().contains(u"closing"_s));
 }
 
-TEST(Program, SecondInstanceOnTheSameFolderEndsAtOnceAndSilently) {
+TEST(Program, SecondInstanceOnTheSameFolderEndsAtOnceNamingTheFirst) {
     QTemporaryDir tmp;
     const QString dir = tmp.path() + u"/home"_s;
     Program first(home(dir));
@@ -56,7 +82,10 @@ TEST(Program, SecondInstanceOnTheSameFolderEndsAtOnceAndSilently) {
     ASSERT_TRUE(second.finish(5000));
     EXPECT_LT(timer.elapsed(), 2000);
     EXPECT_EQ(second.process.exitCode(), 0);
-    EXPECT_TRUE(second.log().isEmpty()) << second.log().toStdString();
+    const QStringList lines = second.log().split(u'\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), 1) << second.log().toStdString();
+    EXPECT_TRUE(lines[0].contains(dir)) << lines[0].toStdString();
+    EXPECT_TRUE(lines[0].contains(u"pid "_s + QString::number(first.process.processId())));
 
     ::kill(pid_t(first.process.processId()), SIGINT);
     ASSERT_TRUE(first.finish());
@@ -109,4 +138,91 @@ TEST(Program, SigtermClosesTheDesktopEvenWithABoxOpen) {
     ASSERT_TRUE(p.finish(5000));
     EXPECT_LT(timer.elapsed(), 1000);
     EXPECT_EQ(p.process.exitCode(), 0);
+}
+
+// A stored port that cannot be used is named with the reason and replaced by a
+// free one for this run only.
+TEST(Program, UnusablePortsAreReportedAndReplacedForThisRun) {
+    QTemporaryDir tmp;
+    QTcpServer holder;
+    ASSERT_TRUE(holder.listen(QHostAddress::Any, 0));
+    const QString taken = QString::number(holder.serverPort());
+    for (const QString& stored : {taken, u"abc"_s}) {
+        SettingsStore settings(tmp.path() + u"/setting.ini"_s);
+        settings.WriteIni(u"WebServer", u"Port", stored);
+        Program p(home(tmp.path()));
+        const quint16 port = p.webPort();
+        EXPECT_TRUE(port >= 8080 && port <= 8179) << p.log().toStdString();
+        EXPECT_TRUE(p.log().contains(stored == taken
+                                         ? u"cannot listen on port "_s + taken + u" : in use"_s
+                                         : u"WebServer/Port abc is not a port number (1-65535)"_s))
+            << p.log().toStdString();
+        EXPECT_TRUE(
+            p.log().contains(u"using port "_s + QString::number(port) + u" for this run"_s));
+        EXPECT_EQ(settings.ReadIni(u"WebServer", u"Port"), stored);
+    }
+}
+
+// While setting.ini cannot be read nothing is written to it: the window
+// position saved at exit does not replace the owner's file.
+TEST(Program, AnUnreadableSettingsFileIsNeverRewritten) {
+    QTemporaryDir tmp;
+    const QString ini = tmp.path() + u"/setting.ini"_s;
+    const QByteArray original = "; mine\r\n[WebServer]\nPort=0\r\n[Options]\r\nInternet=0";
+    {
+        QFile f(ini);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(original);
+    }
+    // Root reads everything: run the program as nobody, on a folder of its own.
+    const bool root = geteuid() == 0;
+    if (root) {
+        for (const QString& path : {tmp.path(), ini})
+            ASSERT_EQ(chown(QFile::encodeName(path).constData(), 65534, 65534), 0);
+    }
+    std::function<void()> asNobody;
+    if (root)
+        asNobody = [] {
+            if (setgid(65534) != 0 || setuid(65534) != 0)
+                _exit(99);
+        };
+    auto env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
+    Program p({u"--home"_s, tmp.path()}, env, Program::KeepPlatform, asNobody);
+    ASSERT_TRUE(p.waitForLog(u"started on"_s)) << p.log().toStdString();
+    ASSERT_EQ(chmod(QFile::encodeName(ini).constData(), 0), 0);
+    ::kill(pid_t(p.process.processId()), SIGTERM);
+    ASSERT_TRUE(p.finish());
+    EXPECT_TRUE(p.log().contains(u"cannot read"_s)) << p.log().toStdString();
+    ASSERT_EQ(chmod(QFile::encodeName(ini).constData(), 0600), 0);
+    QFile f(ini);
+    ASSERT_TRUE(f.open(QIODevice::ReadOnly));
+    EXPECT_EQ(f.readAll(), original);
+}
+
+// A client from a public address, in a network namespace of its own: with
+// Internet=0 it is refused, also while setting.ini is emptied or unreadable.
+TEST(Program, ThePublicIsRefusedWhileTheSettingsCannotBeRead) {
+    QTemporaryDir tmp;
+    SettingsStore(tmp.path() + u"/setting.ini"_s).WriteIni(u"WebServer", u"Port", u"8080");
+    const char* script = R"sh(
+ip link set lo up && ip addr add 203.0.113.5/32 dev lo || exit 0
+echo ready
+"$0" --headless --home "$1" 2>"$1/log" &
+for i in $(seq 100); do grep -q "listening on port" "$1/log" && break; sleep 0.1; done
+ask() { echo "$1=$(curl -s -m 5 -o /dev/null -w '%{http_code}' --interface "$2" "http://$2:8080/default.asp")"; }
+ask home 127.0.0.1; ask public 203.0.113.5
+: >"$1/setting.ini"; ask emptied 203.0.113.5
+rm "$1/setting.ini"; mkdir "$1/setting.ini"; ask unreadable 203.0.113.5
+kill $!; wait
+)sh";
+    QProcess sh;
+    sh.start(u"unshare"_s, {u"-rn"_s, u"sh"_s, u"-c"_s, QString::fromLatin1(script),
+                            QStringLiteral(KESTRAVA_BINARY), tmp.path()});
+    ASSERT_TRUE(sh.waitForFinished(30000));
+    const QString out = QString::fromUtf8(sh.readAllStandardOutput());
+    if (!out.startsWith(u"ready"_s))
+        GTEST_SKIP() << "no network namespace here: " << sh.readAllStandardError().constData();
+    EXPECT_EQ(out, u"ready\nhome=200\npublic=000\nemptied=000\nunreadable=000\n"_s)
+        << out.toStdString();
 }

@@ -8,7 +8,7 @@
 
 using namespace Qt::StringLiterals;
 
-// A first start greets, lets setup run with events going until it closes, and
+// A first start opens the help, greets, lets setup run with events going until it closes, and
 // the close order releases the device before any window and sets AppClosing
 // between the remote windows and the rest.
 TEST(Application, FirstRunWaitsForSetupAndCloseRunsInOrder) {
@@ -23,9 +23,22 @@ TEST(Application, FirstRunWaitsForSetupAndCloseRunsInOrder) {
             emit app.setupClosed();
         });
     });
+    QStringList helped;
+    app.openHelp = [&](const QString& page) { helped << page; };
     app.Start();
     EXPECT_FALSE(app.state.SetupOpen);
+    EXPECT_EQ(helped, QStringList{u"first-run.html"_s});
     EXPECT_EQ(prompt.shown, QStringList{u"info:"_s + Application::FirstRunText});
+
+    // Without a desktop there is nobody to greet or to show help to.
+    ScriptedPrompt quietPrompt;
+    Application quiet(t.folder, t.settings, clock, quietPrompt);
+    quiet.headless = true;
+    quiet.openHelp = app.openHelp;
+    QObject::connect(&quiet, &Application::setupRequested, [] { FAIL(); });
+    quiet.Start();
+    EXPECT_TRUE(quietPrompt.shown.isEmpty());
+    EXPECT_EQ(helped.size(), 1);
     EXPECT_TRUE(app.timReserve.isActive());
     EXPECT_TRUE(app.timAddrCheckL.isActive()); // internet use is off by default
 

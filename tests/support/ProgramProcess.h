@@ -6,14 +6,19 @@
 #include <QProcess>
 #include <QRegularExpression>
 
+#include <functional>
+
 // The real program, started headless on a folder of the test's own.
 class Program {
 public:
     enum Platform { NoDisplay, KeepPlatform };
 
+    // inChild runs in the new process before the program (e.g. to drop privileges).
     explicit Program(QStringList args,
                      QProcessEnvironment env = QProcessEnvironment::systemEnvironment(),
-                     Platform platform = NoDisplay) {
+                     Platform platform = NoDisplay, std::function<void()> inChild = {}) {
+        if (inChild)
+            process.setChildProcessModifier(inChild);
         env.remove(QStringLiteral("DISPLAY"));
         env.remove(QStringLiteral("WAYLAND_DISPLAY"));
         if (platform == NoDisplay)

@@ -83,3 +83,17 @@ TEST(MenuPages, ListsShowRemotesOneToHundredWithGapsAndDesigns) {
             u"・<a href=\"cremote.asp?DevID=100&Button=&Device=y\">y</a><BR>"_s +
             CellClose);
 }
+
+// Every page the menu links to answers with content.
+TEST(MenuPages, EveryMenuLinkAnswersAPage) {
+    TempFolder t;
+    Dispatcher dispatcher;
+    InstallMenuPages(dispatcher, t.settings);
+    for (const char* page :
+         {"/add1.asp", "/list.asp", "/add2.asp?R1=V1", "/remote.asp", "/cell.asp"})
+        EXPECT_TRUE(dispatcher.DispatchPage(QString::fromLatin1(page), {}, u"127.0.0.1"_s)
+                        .contains(u"</html>"_s))
+            << page;
+    EXPECT_TRUE(
+        dispatcher.DispatchPage(u"/add1.asp"_s, {}, {}).contains(u"予約の機能はまだ使えません"_s));
+}

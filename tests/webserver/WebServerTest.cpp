@@ -23,9 +23,12 @@ namespace {
 // generators that record what reached them.
 class Served {
 public:
-    explicit Served(const std::function<void(SettingsStore&)>& configure = {}) {
+    // Port 0 is not one to store: the fallback gives fallbackPort (0: any).
+    explicit Served(const std::function<void(SettingsStore&)>& configure = {},
+                    quint16 fallbackPort = 0) {
         clock.at = QDateTime(QDate(2026, 11, 21), QTime(8, 0), Qt::UTC);
         t.settings.WriteIni(u"WebServer", u"Port", u"0");
+        server.portFallback = [fallbackPort](const QList<quint16>&) { return fallbackPort; };
         if (configure)
             configure(t.settings);
         for (const QString& name : Dispatcher::PageNames())
@@ -209,16 +212,61 @@ TEST(WebServer, LowestFreeSlotIsTakenFirst) {
     EXPECT_TRUE(three.readAll().startsWith("HTTP/1.1 200 OK"));
 }
 
-TEST(WebServer, ATakenPortIsReportedAndAnotherCanBeChosen) {
+// A stored port that is taken or no port number is replaced for this run only;
+// a folder without a port gets the one in use stored, and the one in use is the
+// one chosen even when it cannot be stored.
+TEST(WebServer, UnusablePortsAreReplacedForThisRunOnly) {
     QTcpServer holder;
     ASSERT_TRUE(holder.listen(QHostAddress::Any, 0));
-    Served s([&](SettingsStore& st) {
-        st.WriteIni(u"WebServer", u"Port", QString::number(holder.serverPort()));
-    });
-    EXPECT_FALSE(s.server.isListening());
-    EXPECT_FALSE(s.app.state.WebServerUp);
-    ASSERT_EQ(s.prompt.shown.size(), 1);
-    EXPECT_EQ(s.prompt.shown[0], u"warning:"_s + WebServer::PortInUseText);
+    quint16 spare = 0;
+    {
+        QTcpServer probe;
+        ASSERT_TRUE(probe.listen(QHostAddress::Any, 0));
+        spare = probe.serverPort();
+    }
+    const QString taken = QString::number(holder.serverPort());
+    for (const QString& stored : {taken, u"abc"_s, u"99999"_s}) {
+        Served s([&](SettingsStore& st) { st.WriteIni(u"WebServer", u"Port", stored); }, spare);
+        EXPECT_EQ(s.server.WebPort(), spare) << stored.toStdString();
+        EXPECT_TRUE(s.app.state.WebServerUp);
+        EXPECT_EQ(s.t.settings.ReadIni(u"WebServer", u"Port"), stored);
+        EXPECT_EQ(s.prompt.shown, stored == taken
+                                      ? QStringList{u"warning:"_s + WebServer::PortInUseText}
+                                      : QStringList{});
+    }
+    {
+        Served fresh([](SettingsStore& st) { st.DeleteIniSection(u"WebServer"); }, spare);
+        EXPECT_EQ(fresh.t.settings.ReadIni(u"WebServer", u"Port"), QString::number(spare));
+    }
+
+    Served unstorable(
+        [](SettingsStore& st) {
+            st.DeleteIniSection(u"WebServer");
+            QFile::remove(st.path());
+            QDir().mkdir(st.path());
+        },
+        spare);
+    EXPECT_EQ(unstorable.server.WebPort(), spare);
+}
+
+// With internet use off, a public client is refused, also while setting.ini
+// cannot be read or has been emptied; the home network is still served.
+TEST(WebServer, TheLanFilterFailsClosed) {
+    const QHostAddress outside(u"203.0.113.5"_s), home(u"192.168.1.20"_s);
+    Served s([](SettingsStore& st) { st.WriteIni(u"Options", u"Internet", u"0"); });
+    const QString ini = s.t.folder.settingsPath();
+    EXPECT_FALSE(s.server.Admits(outside));
+    QFile::remove(ini);
+    QDir().mkdir(ini);
+    EXPECT_FALSE(s.server.Admits(outside));
+    EXPECT_TRUE(s.server.Admits(home));
+    EXPECT_TRUE(s.get("/x.asp").startsWith("HTTP/1.1 200 OK"));
+    QDir().rmdir(ini);
+    s.t.writeFile(u"setting.ini", {});
+    EXPECT_FALSE(s.server.Admits(outside));
+
+    s.t.writeFile(u"setting.ini", "[Options]\r\nInternet=1\r\n");
+    EXPECT_TRUE(s.server.Admits(outside));
 }
 
 TEST(WebServer, BadInputIsAnsweredOrClosedAndOthersAreStillServed) {
