@@ -101,7 +101,7 @@ bool WebServer::InitWebServer() {
                                : server_.serverError() == QAbstractSocket::SocketAccessError
                                    ? u"permission denied (ports below 1024 need privileges)"_s
                                    : server_.errorString();
-        qCWarning(lcWeb).noquote() << "cannot listen on port" << port << ":" << reason;
+        qCWarning(lcWeb).noquote() << u"cannot listen on port %1: %2"_s.arg(port).arg(reason);
         if (inUse)
             app_.prompt.Warning(PortInUseText);
         tried << quint16(port);

@@ -154,7 +154,7 @@ TEST(Program, UnusablePortsAreReportedAndReplacedForThisRun) {
         const quint16 port = p.webPort();
         EXPECT_TRUE(port >= 8080 && port <= 8179) << p.log().toStdString();
         EXPECT_TRUE(p.log().contains(stored == taken
-                                         ? u"cannot listen on port "_s + taken + u" : in use"_s
+                                         ? u"cannot listen on port "_s + taken + u": in use"_s
                                          : u"WebServer/Port abc is not a port number (1-65535)"_s))
             << p.log().toStdString();
         EXPECT_TRUE(
