@@ -110,13 +110,15 @@ bool WebServer::InitWebServer() {
     return false;
 }
 
-// With internet use off, and while the settings cannot be read, only the home
-// network is served: the filter never opens because a read failed.
+// With internet use off, and while the settings cannot be read or are not
+// there at all (a new folder on a full disk), only the home network is served:
+// the filter never opens because a read or a write failed.
 bool WebServer::Admits(const QHostAddress& peer) {
     if (IsPrivateAddress(peer))
         return true;
     SettingsStore& settings = app_.settings;
-    return settings.ReadIni(u"Options", u"Internet") != u"0" && !settings.Unreadable();
+    return settings.ReadIni(u"Options", u"Internet") != u"0" && !settings.Unreadable() &&
+           QFileInfo::exists(settings.path());
 }
 
 void WebServer::onNewConnection() {

@@ -267,6 +267,8 @@ TEST(WebServer, TheLanFilterFailsClosed) {
 
     s.t.writeFile(u"setting.ini", "[Options]\r\nInternet=1\r\n");
     EXPECT_TRUE(s.server.Admits(outside));
+    QFile::remove(ini);
+    EXPECT_FALSE(s.server.Admits(outside));
 }
 
 TEST(WebServer, BadInputIsAnsweredOrClosedAndOthersAreStillServed) {
