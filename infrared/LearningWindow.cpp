@@ -218,8 +218,10 @@ RemoteWindow* LearningWindow::showDesign(int design) {
     if (!w)
         return nullptr;
     w->setDeviceName(deviceName());
+    // Keys not learned yet show their number, to be told apart when clicked.
     for (int k = 0; k < w->buttonCount(); ++k)
-        w->setFunction(k, captions_[size_t(k)]);
+        w->setFunction(k, captions_[size_t(k)].isEmpty() ? RemoteWindow::Placeholder(k)
+                                                         : captions_[size_t(k)]);
     return w;
 }
 

@@ -78,6 +78,7 @@ TEST(StudyWindow, LearnsFunctionsAndStoresThemAtTheEnd) {
                                        u"音量+→ボタン4"_s}));
     EXPECT_EQ(w->lstSignals->selectedItems().size(), 1);
     EXPECT_EQ(d.remotes.window(4)->function(1), u"ch1"_s);
+    EXPECT_EQ(d.remotes.window(4)->function(4), u"ボタン5"_s); // not learned yet
     EXPECT_EQ(d.remotes.window(4)->deviceName(), u"居間テレビ"_s);
     for (int n = 1; n <= 4; ++n)
         EXPECT_EQ(d.t.readFile(QString::number(n) + u".tmp"_s).size(), SignalFileSize);
@@ -262,6 +263,7 @@ TEST(EditWindow, EditsAndDeletesRemotes) {
     EXPECT_EQ(d.lines(w), (QStringList{u"電源→ボタン1"_s, u"ch1→ボタン2"_s, u"ch2→ボタン3"_s}));
     ASSERT_NE(d.remotes.window(4), nullptr);
     EXPECT_EQ(d.remotes.window(4)->function(2), u"ch2"_s);
+    EXPECT_EQ(d.remotes.window(4)->function(3), u"ボタン4"_s);
     EXPECT_NE(TextColour(w->lblStep[0]), Red);
     QApplication::setActiveWindow(w);
     w->txtFunc->setFocus();
