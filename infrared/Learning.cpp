@@ -105,14 +105,17 @@ QStringList DeviceSignalFiles(const ProgramFolder& folder, SettingsStore& settin
     }
     QDir dir(folder.path(u"IRSignals"));
     QStringList files;
-    for (const QString& name : dir.entryList(QDir::Files | QDir::Hidden, QDir::Name)) {
+    for (const QString& file : dir.entryList(QDir::Files | QDir::Hidden, QDir::Name)) {
+        // Folded too, so that files an older version named from the typed
+        // text ("AV〜-…" for the remote "AV～") go with their remote.
+        const QString name = ShiftJis::RoundTrip(file);
         if (!name.startsWith(prefix) || !name.endsWith(u".bin"_s, Qt::CaseInsensitive))
             continue;
         bool theirs = false;
         for (const QString& o : others)
             theirs = theirs || name.startsWith(o);
         if (!theirs)
-            files << dir.filePath(name);
+            files << dir.filePath(file);
     }
     return files;
 }

@@ -367,7 +367,9 @@ TEST(StudyWindow, NamesAreTheOnesSettingIniGivesBack) {
     QTest::mouseClick(d.remotes.window(2)->imgB(0), Qt::LeftButton);
     EXPECT_EQ(d.sent(), proofs + 3);
 
-    // Typed again as 〜, it is the same remote: asked, then replaced whole.
+    // Typed again as 〜, it is the same remote: asked, then replaced whole,
+    // with a file an older version named from the typed text.
+    d.t.writeFile(u"IRSignals/AV〜1-古い.bin", "x");
     w = d.study();
     w->txtDeviceName->setText(u"AV〜1"_s);
     d.learn(w, u"£¬"_s, 4);
