@@ -110,6 +110,24 @@ QString Decode(QByteArrayView bytes) {
     return QString::fromUtf8(out);
 }
 
+QString RoundTrip(QStringView text) {
+    return Decode(Encode(text));
+}
+
+QString Unmappable(QStringView text) {
+    QString out;
+    for (qsizetype i = 0; i < text.size();) {
+        const qsizetype n = text[i].isHighSurrogate() && i + 1 < text.size() ? 2 : 1;
+        const QStringView c = text.sliced(i, n);
+        i += n;
+        if (c[0].unicode() < 0x80 || Encode(c) != "?")
+            continue;
+        if (!out.contains(c))
+            out += c;
+    }
+    return out;
+}
+
 qsizetype ByteLength(QStringView text) {
     bool ascii = true;
     for (QChar ch : text)

@@ -3,6 +3,7 @@
 #include "core/AtomicFile.h"
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
+#include "core/ShiftJis.h"
 #include "remotes/Registry.h"
 
 #include <QDir>
@@ -75,13 +76,15 @@ void LearningSession::RemoveTempFiles(const ProgramFolder& folder) {
 }
 
 RemoteSlot FindRemoteSlot(SettingsStore& settings, const QString& deviceName) {
+    // Compared as stored: "AV〜" typed is the remote "AV～" read back.
+    const QString stored = ShiftJis::RoundTrip(deviceName);
     RemoteSlot slot;
     for (int i = 1; i <= MaxRemoteId; ++i) {
         const QString device = settings.ReadIni(RemoteSection(i), u"Device");
         if (device.isEmpty()) {
             if (!slot.freeSlot)
                 slot.freeSlot = i;
-        } else if (device == deviceName) {
+        } else if (device == stored) {
             slot.existingSlot = i;
             break;
         }
@@ -91,25 +94,28 @@ RemoteSlot FindRemoteSlot(SettingsStore& settings, const QString& deviceName) {
 
 QStringList DeviceSignalFiles(const ProgramFolder& folder, SettingsStore& settings,
                               const QString& deviceName) {
-    const QString prefix = deviceName + u'-';
+    const QString prefix = SignalFilePrefix(deviceName);
     // Another device named "<device>-<more>" owns the files that start with
     // its own name; a wildcard on this name alone would take them too.
     QStringList others;
     for (int i = 1; i <= MaxRemoteId; ++i) {
-        const QString other = settings.ReadIni(RemoteSection(i), u"Device");
-        if (other != deviceName && other.startsWith(prefix))
-            others << other + u'-';
+        const QString other = SignalFilePrefix(settings.ReadIni(RemoteSection(i), u"Device"));
+        if (other != prefix && other.startsWith(prefix))
+            others << other;
     }
     QDir dir(folder.path(u"IRSignals"));
     QStringList files;
-    for (const QString& name : dir.entryList(QDir::Files | QDir::Hidden, QDir::Name)) {
+    for (const QString& file : dir.entryList(QDir::Files | QDir::Hidden, QDir::Name)) {
+        // Folded too, so that files an older version named from the typed
+        // text ("AV〜-…" for the remote "AV～") go with their remote.
+        const QString name = ShiftJis::RoundTrip(file);
         if (!name.startsWith(prefix) || !name.endsWith(u".bin"_s, Qt::CaseInsensitive))
             continue;
         bool theirs = false;
         for (const QString& o : others)
             theirs = theirs || name.startsWith(o);
         if (!theirs)
-            files << dir.filePath(name);
+            files << dir.filePath(file);
     }
     return files;
 }

@@ -2,6 +2,7 @@
 
 #include "core/Application.h"
 #include "core/Settings.h"
+#include "core/ShiftJis.h"
 #include "core/UserPrompt.h"
 #include "infrared/TiraDevice.h"
 #include "remotes/Registry.h"
@@ -26,6 +27,9 @@ using namespace Qt::StringLiterals;
 
 const QString LearningWindow::Title = u"Kestrava - リモコン信号の学習"_s;
 const QString LearningWindow::BadCharText = u"文字列には \"* / : < > ? \\ | は使えません。"_s;
+const QString LearningWindow::UnmappableText =
+    u"「%1」は使えません。機器名と機能名には、Shift_JIS で表せる文字だけが使えます"
+    u"（アクセント付きの文字や絵文字などは使えません）。"_s;
 const QString LearningWindow::NoFunctionText = u"機能名を指定してください"_s;
 const QString LearningWindow::NoDesignText = u"リモコンの型を選択してください。"_s;
 const QString LearningWindow::SessionFullText =
@@ -166,7 +170,8 @@ void LearningWindow::build(const QString& signalFrameTitle) {
     closeRow->addWidget(cmdCancel);
     top->addLayout(closeRow);
 
-    connect(txtFunc, &QLineEdit::textChanged, this, &LearningWindow::warnOnBadChar);
+    connect(txtFunc, &QLineEdit::textChanged, this,
+            [this](const QString& text) { warnOnBadName(text, &funcWarned_); });
     connect(txtFunc, &QLineEdit::returnPressed, cmdFuncOK, &QPushButton::click);
     connect(cmdFuncOK, &QPushButton::clicked, this, &LearningWindow::funcOK);
     connect(cmdRetry, &QPushButton::clicked, this, &LearningWindow::retry);
@@ -213,14 +218,25 @@ RemoteWindow* LearningWindow::showDesign(int design) {
     if (!w)
         return nullptr;
     w->setDeviceName(deviceName());
+    // Keys not learned yet show their number, to be told apart when clicked.
     for (int k = 0; k < w->buttonCount(); ++k)
-        w->setFunction(k, captions_[size_t(k)]);
+        w->setFunction(k, captions_[size_t(k)].isEmpty() ? RemoteWindow::Placeholder(k)
+                                                         : captions_[size_t(k)]);
     return w;
 }
 
-void LearningWindow::warnOnBadChar(const QString& text) {
-    if (HasBadFileChar(text))
-        app_.prompt.Warning(BadCharText);
+QString LearningWindow::NameProblem(const QString& name) {
+    if (HasBadFileChar(name))
+        return BadCharText;
+    const QString lost = ShiftJis::Unmappable(name);
+    return lost.isEmpty() ? QString() : UnmappableText.arg(lost);
+}
+
+void LearningWindow::warnOnBadName(const QString& text, QString* lastWarned) {
+    const QString problem = NameProblem(text);
+    if (!problem.isEmpty() && problem != *lastWarned)
+        app_.prompt.Warning(problem);
+    *lastWarned = problem;
 }
 
 void LearningWindow::refuseInTestMode(const QString& text) {
@@ -231,11 +247,16 @@ void LearningWindow::refuseInTestMode(const QString& text) {
 void LearningWindow::funcOK() {
     if (busy())
         return;
-    const QString function = txtFunc->text();
-    if (function.isEmpty()) {
+    if (txtFunc->text().isEmpty()) {
         app_.prompt.Warning(NoFunctionText);
         return;
     }
+    if (const QString problem = NameProblem(txtFunc->text()); !problem.isEmpty()) {
+        app_.prompt.Warning(problem);
+        return;
+    }
+    // From here on the name is the one setting.ini will give back.
+    const QString function = ShiftJis::RoundTrip(txtFunc->text());
     if (!shownDesign_) {
         app_.prompt.Information(NoDesignText);
         return;

@@ -62,6 +62,7 @@ public:
 
     static const QString Title;
     static const QString BadCharText;
+    static const QString UnmappableText; // %1: the characters
     static const QString NoFunctionText;
     static const QString SessionFullText;
     static const QString NoDesignText;
@@ -99,7 +100,11 @@ protected:
     RemoteWindow* showDesign(int design);
     RemoteWindow* designWindow() const;
     void addLine(const QString& function, int button, int data, bool learnedHere);
-    void warnOnBadChar(const QString& text);
+    // Why a device or function name cannot be used, "" when it can: it names
+    // files, and must read back from setting.ini as it was typed.
+    static QString NameProblem(const QString& name);
+    // Warns while a field holds a name that cannot be used, once per problem.
+    void warnOnBadName(const QString& text, QString* lastWarned);
     void refuseInTestMode(const QString& text);
     void closeWindow(); // closes now, or as soon as the running pass has unwound
     bool busy() const { return busy_ > 0; }
@@ -126,6 +131,7 @@ private:
 
     QString positionKey_;
     QString lastFunction_;
+    QString funcWarned_;
     int busy_ = 0;
     bool closePending_ = false;
     QPointer<QObject> pictureLoop_;

@@ -2,6 +2,7 @@
 
 #include "core/AtomicFile.h"
 #include "core/ProgramFolder.h"
+#include "core/ShiftJis.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -10,8 +11,12 @@
 
 using namespace Qt::StringLiterals;
 
+QString SignalFilePrefix(QStringView device) {
+    return ShiftJis::RoundTrip(device) + u'-';
+}
+
 QString SignalFilePath(const ProgramFolder& folder, QStringView device, QStringView function) {
-    return folder.path(u"IRSignals/"_s + device.toString() + u'-' + function.toString() +
+    return folder.path(u"IRSignals/"_s + SignalFilePrefix(device) + ShiftJis::RoundTrip(function) +
                        u".bin"_s);
 }
 

@@ -17,8 +17,12 @@ class ProgramFolder;
 constexpr int SignalFileSize = 2000;
 using SignalImage = std::array<uint8_t, SignalFileSize>;
 
-// IRSignals/<device>-<function>.bin, the names taken as they are.
+// IRSignals/<device>-<function>.bin. Files are named from the names as
+// setting.ini gives them back (CP932 folds 〜 into ～ and the like), so a name
+// finds the same file whether it was typed or read.
 QString SignalFilePath(const ProgramFolder& folder, QStringView device, QStringView function);
+// "<device>-": every signal file of the device starts so.
+QString SignalFilePrefix(QStringView device);
 QString TestSignalPath(const ProgramFolder& folder); // testsignal.tmp
 
 // Writes the length trailer into the image; a signal of 1999 or 2000 bytes

@@ -2,6 +2,7 @@
 
 #include "core/Application.h"
 #include "core/Settings.h"
+#include "core/ShiftJis.h"
 #include "core/UserPrompt.h"
 #include "infrared/TiraDevice.h"
 #include "remotes/Registry.h"
@@ -49,7 +50,7 @@ StudyWindow::StudyWindow(Application& app, TiraDevice& device, RemoteWindows& re
     build(u"信号の学習"_s);
 
     connect(txtDeviceName, &QLineEdit::textChanged, this, [this](const QString& text) {
-        warnOnBadChar(text);
+        warnOnBadName(text, &deviceWarned_);
         QPalette p = lblDevice->palette();
         p.setColor(QPalette::WindowText, Qt::black);
         lblDevice->setPalette(p);
@@ -73,7 +74,7 @@ void StudyWindow::Load() {
 }
 
 QString StudyWindow::deviceName() const {
-    return txtDeviceName->text();
+    return ShiftJis::RoundTrip(txtDeviceName->text());
 }
 
 void StudyWindow::optionClicked(int optionIndex) {
@@ -98,6 +99,10 @@ void StudyWindow::deleteLine(QListWidgetItem* item) {
 
 void StudyWindow::finish() {
     if (lstSignals->count() > 0) {
+        if (const QString problem = NameProblem(txtDeviceName->text()); !problem.isEmpty()) {
+            app_.prompt.Warning(problem);
+            return;
+        }
         const QString name = deviceName();
         const RemoteSlot slot = FindRemoteSlot(app_.settings, name);
         if (slot.existingSlot && app_.prompt.Question(OverwriteText) != UserPrompt::Answer::Yes)

@@ -32,4 +32,6 @@ protected:
 
 private:
     void optionClicked(int optionIndex);
+
+    QString deviceWarned_;
 };

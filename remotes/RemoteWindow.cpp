@@ -9,6 +9,7 @@
 
 #include <QBitmap>
 #include <QCloseEvent>
+#include <QFontDatabase>
 #include <QGraphicsDropShadowEffect>
 #include <QGuiApplication>
 #include <QLabel>
@@ -60,12 +61,34 @@ QRegion RoundedRegion(QSize size) {
     return QRegion(bits);
 }
 
+// Captions and the device name use a Japanese family, sized in pixels as the
+// classic program's points were at 96 dpi. A Latin default font would borrow
+// the Japanese glyphs from another font, and its own smaller metrics would
+// then cut them off (電 read as 雷).
+QFont RemoteFont(int points) {
+    static const QString family = [] {
+        const QStringList installed = QFontDatabase::families(QFontDatabase::Japanese);
+        for (const char* f : {"Noto Sans CJK JP", "Source Han Sans JP", "IPAexGothic", "IPAGothic",
+                              "VL Gothic", "TakaoGothic"})
+            if (installed.contains(QLatin1StringView(f)))
+                return QString::fromLatin1(f);
+        return installed.value(0);
+    }();
+    QFont font;
+    if (!family.isEmpty())
+        font.setFamilies({family});
+    font.setPixelSize(RemoteWindow::PixelsOfPoints(points));
+    return font;
+}
+
 // Fonts with a tall ascent (Noto CJK) would put the lower part of the glyphs
 // outside a 12-pixel label; the text moves up into the unused ascent instead.
 // Returns the height the text then needs.
 int LiftText(QLabel* label) {
     QFontMetrics fm(label->font());
     const int unused = std::max(0, fm.ascent() + fm.tightBoundingRect(u"国ボ"_s).top() - 1);
+    // Qt counts margins below zero as zero unless the safe area is left out.
+    label->setAttribute(Qt::WA_ContentsMarginsRespectsSafeArea, false);
     label->setContentsMargins(0, -unused, 0, 0);
     return fm.height() - unused;
 }
@@ -151,7 +174,7 @@ RemoteWindow::RemoteWindow(int design, AppState& state, SettingsStore& settings,
         labels_[size_t(def.id)] = label;
     }
     for (int id = 0; id < count; ++id)
-        setFunction(id, u"ボタン"_s + QString::number(id + 1));
+        setFunction(id, Placeholder(id));
     // Captions reach into the gap above the next row; they stay readable on
     // top of its buttons, and let clicks through to them or to the body.
     for (QLabel* label : labels_) {
@@ -171,9 +194,7 @@ RemoteWindow::RemoteWindow(int design, AppState& state, SettingsStore& settings,
     lblDev_ = new QLabel(this);
     lblDev_->setTextFormat(Qt::PlainText);
     lblDev_->setPalette(white);
-    QFont devFont = lblDev_->font();
-    devFont.setPointSize(10);
-    lblDev_->setFont(devFont);
+    lblDev_->setFont(RemoteFont(10));
     lblDev_->setAlignment(Qt::AlignLeft | Qt::AlignTop);
     const int nameHeight = LiftText(lblDev_);
     const int nameTop = std::min(layout_->nameTop, height() - 2 - nameHeight);
@@ -223,12 +244,18 @@ void RemoteWindow::setFunction(int buttonId, const QString& function) {
     if (!label)
         return;
     label->setText(function);
-    QFont font = label->font();
-    font.setPointSize(FitLabel(function));
-    label->setFont(font);
+    label->setFont(RemoteFont(FitLabel(function)));
     // The caption's box is the classic 12 pixels; a font that needs more
     // grows it downwards rather than cutting the characters.
     label->resize(LabelSize.width(), std::max(LabelSize.height(), LiftText(label)));
+}
+
+int RemoteWindow::PixelsOfPoints(int points) {
+    return (points * 96 + 36) / 72;
+}
+
+QString RemoteWindow::Placeholder(int buttonId) {
+    return u"ボタン"_s + QString::number(buttonId + 1);
 }
 
 QString RemoteWindow::function(int buttonId) const {

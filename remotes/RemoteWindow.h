@@ -58,6 +58,10 @@ public:
     QString deviceName() const;
     // The caption under button id, sized by FitLabel.
     void setFunction(int buttonId, const QString& function);
+    // What a key shows before it has a function: "ボタン<id + 1>".
+    static QString Placeholder(int buttonId);
+    // The pixel size of a font of this many points at 96 dpi.
+    static int PixelsOfPoints(int points);
     QString function(int buttonId) const;
 
     RemoteButton* imgB(int buttonId) const;

@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -117,6 +118,15 @@ TEST(Program, DemoFolderIsPreparedOnceWithTheSimulator) {
     SettingsStore settings(dir + u"/setting.ini"_s);
     EXPECT_EQ(settings.ReadIni(u"Tira", u"Device"), u"sim"_s);
     EXPECT_FALSE(settings.ReadIni(u"WebServer", u"Port").isEmpty());
+    // The help's demo section names every remote the folder got.
+    QFile help(QStringLiteral(KESTRAVA_HELP_SOURCE) + u"/first-run.html"_s);
+    ASSERT_TRUE(help.open(QIODevice::ReadOnly));
+    const QString demo =
+        QString::fromUtf8(help.readAll()).section(u"id=\"demo\""_s, 1).section(u"<h2"_s, 0, 0);
+    for (int id = 1; id <= 6; ++id) {
+        const QString name = settings.ReadIni(u"Remote-"_s + QString::number(id), u"Device");
+        EXPECT_TRUE(!name.isEmpty() && demo.contains(name)) << id;
+    }
 
     // An existing demo folder keeps the owner's changes.
     settings.WriteIni(u"Tira", u"Device", u"/dev/lirc0");

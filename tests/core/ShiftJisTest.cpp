@@ -28,6 +28,10 @@ TEST(ShiftJis, UnmappableCharactersBecomeOneQuestionMarkEach) {
     EXPECT_EQ(ShiftJis::Encode(u"aé😀b"_s), QByteArray("a??b"));
     EXPECT_EQ(ShiftJis::Encode(u"テ한レ"_s), QByteArray("\x83\x65?\x83\x8C"));
     EXPECT_EQ(ShiftJis::ByteLength(u"é"_s), 1);
+    // A literal "?" is no loss; each lost character is named once.
+    EXPECT_EQ(ShiftJis::Unmappable(u"?Café 😀é〜−"_s), u"é😀"_s);
+    // Windows folds these look-alikes: the name comes back changed, not lost.
+    EXPECT_EQ(ShiftJis::RoundTrip(u"〜−‖¢£¬"_s), u"～－∥￠￡￢"_s);
 }
 
 TEST(ShiftJis, InvalidBytesDecodeWithoutFailing) {

@@ -6,11 +6,14 @@
 #include "core/Settings.h"
 #include "infrared/SimDriver.h"
 #include "infrared/TiraDevice.h"
+#include "infrared/Transmission.h"
 #include "remotes/Registry.h"
 #include "remotes/RemoteWindow.h"
 #include "remotes/RemoteWindows.h"
 #include "support/FixedClock.h"
 #include "support/LearningDesk.h"
+#include "webpages/RemotePages.h"
+#include "webserver/Dispatcher.h"
 
 #include <QApplication>
 #include <QComboBox>
@@ -75,6 +78,7 @@ TEST(StudyWindow, LearnsFunctionsAndStoresThemAtTheEnd) {
                                        u"音量+→ボタン4"_s}));
     EXPECT_EQ(w->lstSignals->selectedItems().size(), 1);
     EXPECT_EQ(d.remotes.window(4)->function(1), u"ch1"_s);
+    EXPECT_EQ(d.remotes.window(4)->function(4), u"ボタン5"_s); // not learned yet
     EXPECT_EQ(d.remotes.window(4)->deviceName(), u"居間テレビ"_s);
     for (int n = 1; n <= 4; ++n)
         EXPECT_EQ(d.t.readFile(QString::number(n) + u".tmp"_s).size(), SignalFileSize);
@@ -259,6 +263,7 @@ TEST(EditWindow, EditsAndDeletesRemotes) {
     EXPECT_EQ(d.lines(w), (QStringList{u"電源→ボタン1"_s, u"ch1→ボタン2"_s, u"ch2→ボタン3"_s}));
     ASSERT_NE(d.remotes.window(4), nullptr);
     EXPECT_EQ(d.remotes.window(4)->function(2), u"ch2"_s);
+    EXPECT_EQ(d.remotes.window(4)->function(3), u"ボタン4"_s);
     EXPECT_NE(TextColour(w->lblStep[0]), Red);
     QApplication::setActiveWindow(w);
     w->txtFunc->setFocus();
@@ -320,4 +325,72 @@ TEST(EditWindow, OneLearningWindowAndTestMode) {
     d.t.settings.WriteIni(u"Tira", u"Testmode", u"1");
     d.edit();
     EXPECT_EQ(d.prompt.shown.last(), u"info:テストモードではリモコン信号の学習はできません。"_s);
+}
+
+// Names that CP932 changes (〜 − ‖ £ ¬ come back as ～ － ∥ ￡ ￢) are learned,
+// fired from the pages and the desktop, re-learned under the typed spelling
+// and deleted, all on the same files; a name CP932 cannot hold is refused.
+TEST(StudyWindow, NamesAreTheOnesSettingIniGivesBack) {
+    LearningDesk d;
+    auto* w = d.study();
+    w->txtDeviceName->clear();
+    LearningDesk::type(w->txtDeviceName, u"Café"_s);
+    const QString cafe = u"warning:「é」は使えません。"_s;
+    ASSERT_EQ(d.prompt.shown.size(), 1);
+    EXPECT_TRUE(d.prompt.shown[0].startsWith(cafe)) << d.prompt.shown[0].toStdString();
+    w->txtDeviceName->setText(u"AV〜1"_s);
+    d.learn(w, u"音量−"_s, 0);
+    d.learn(w, u"‖"_s, 1);
+    w->txtFunc->setText(u"😀"_s);
+    QTest::mouseClick(w->cmdFuncOK, Qt::LeftButton);
+    EXPECT_EQ(d.prompt.shown.size(), 3); // warned while typed, refused at 決定
+    EXPECT_TRUE(d.prompt.shown[2].startsWith(u"warning:「😀」は使えません。"_s));
+    EXPECT_EQ(d.lines(w), (QStringList{u"音量－→ボタン1"_s, u"∥→ボタン2"_s}));
+    QTest::mouseClick(w->cmdOK, Qt::LeftButton);
+    EXPECT_EQ(d.key(1, u"Device"), u"AV～1"_s);
+    EXPECT_EQ(d.key(1, u"Button-0"), u"音量－"_s);
+    EXPECT_EQ(QDir(d.t.path(u"IRSignals")).entryList(QDir::Files),
+              (QStringList{u"AV～1-∥.bin"_s, u"AV～1-音量－.bin"_s}));
+
+    Dispatcher pages;
+    InstallRemotePages(pages, d.t.settings, d.clock,
+                       {[&](const QString& id, const QString& button) {
+                            return TXSignalById(d.device, id, button);
+                        },
+                        {},
+                        {}});
+    const int proofs = d.sent();
+    for (const char* button : {"0", "1"})
+        pages.DispatchPage(u"remote2.asp"_s, u"DevID=1&Button="_s + QLatin1StringView(button),
+                           u"127.0.0.1"_s);
+    d.remotes.ShowRemoteWindow(u"AV～1"_s, 1);
+    QTest::mouseClick(d.remotes.window(2)->imgB(0), Qt::LeftButton);
+    EXPECT_EQ(d.sent(), proofs + 3);
+
+    // Typed again as 〜, it is the same remote: asked, then replaced whole,
+    // with a file an older version named from the typed text.
+    d.t.writeFile(u"IRSignals/AV〜1-古い.bin", "x");
+    w = d.study();
+    w->txtDeviceName->setText(u"AV〜1"_s);
+    d.learn(w, u"£¬"_s, 4);
+    d.prompt.shown.clear();
+    d.prompt.answers = {UserPrompt::Answer::Yes};
+    QTest::mouseClick(w->cmdOK, Qt::LeftButton);
+    EXPECT_EQ(d.prompt.shown, QStringList{u"question:"_s + StudyWindow::OverwriteText});
+    EXPECT_EQ(d.key(2, u"Device"), QString());
+    EXPECT_EQ(QDir(d.t.path(u"IRSignals")).entryList(QDir::Files),
+              QStringList{u"AV～1-￡￢.bin"_s});
+
+    // The editor deletes a function and then the remote, files and all.
+    auto* e = d.edit();
+    d.learn(e, u"−"_s, 5);
+    e->lstSignals->clearSelection();
+    e->lstSignals->item(0)->setSelected(true);
+    QTest::mouseClick(e->cmdDel, Qt::LeftButton);
+    QTest::mouseClick(e->cmdOK, Qt::LeftButton);
+    EXPECT_EQ(QDir(d.t.path(u"IRSignals")).entryList(QDir::Files), QStringList{u"AV～1-－.bin"_s});
+    e = d.edit();
+    d.prompt.answers = {UserPrompt::Answer::Yes};
+    QTest::mouseClick(e->cmdDelRem, Qt::LeftButton);
+    EXPECT_TRUE(QDir(d.t.path(u"IRSignals")).entryList(QDir::Files).isEmpty());
 }

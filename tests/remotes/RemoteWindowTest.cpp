@@ -9,6 +9,8 @@
 #include "remotes/RemoteWindows.h"
 #include "support/LearningDesk.h"
 
+#include <QFontDatabase>
+#include <QFontInfo>
 #include <QGuiApplication>
 #include <QLabel>
 #include <QPointer>
@@ -149,15 +151,34 @@ TEST(RemoteWindow, EveryDesignMatchesThePagesAndFitsItsShape) {
     }
 }
 
-TEST(RemoteWindow, CaptionSizeFollowsTheShiftJisLength) {
+// Sizes are 8, 6 and 5 points at 96 dpi, in a Japanese family, and every
+// caption's ink, and the device name's, lies inside its label on each design.
+TEST(RemoteWindow, CaptionSizeFollowsTheShiftJisLengthAndNothingIsCut) {
     Desk d;
-    RemoteWindow w(1, d.app.state, d.t.settings, d.device);
-    const std::pair<QString, int> cases[] = {
-        {u"電源入"_s, 8}, {u"電源入A"_s, 6}, {u"123456789"_s, 6}, {u"音量アップ"_s, 5}, {u""_s, 8}};
-    for (const auto& [name, points] : cases) {
-        w.setFunction(5, name);
-        EXPECT_EQ(w.lblFunc(5)->font().pointSize(), points) << name.toStdString();
-        EXPECT_EQ(w.function(5), name); // no padding, unlike the pages
+    const QStringList japanese = QFontDatabase::families(QFontDatabase::Japanese);
+    auto inside = [&](QLabel* label) {
+        const QFontMetrics fm(label->font());
+        EXPECT_TRUE(japanese.contains(QFontInfo(label->font()).family()));
+        const QRect ink = fm.tightBoundingRect(label->text())
+                              .translated(0, label->contentsMargins().top() + fm.ascent());
+        return ink.top() >= 0 && ink.bottom() < label->height() &&
+               label->geometry().bottom() < label->window()->height() - 1;
+    };
+    for (int design = 1; design <= 6; ++design) {
+        RemoteWindow w(design, d.app.state, d.t.settings, d.device);
+        w.setDeviceName(u"寝室の照明器具"_s);
+        EXPECT_TRUE(inside(w.lblDev())) << design;
+        const std::pair<QString, int> cases[] = {{u"電源入"_s, 11},
+                                                 {u"電源入A"_s, 8},
+                                                 {u"123456789"_s, 8},
+                                                 {u"音量アップ"_s, 7},
+                                                 {u""_s, 11}};
+        for (const auto& [name, pixels] : cases) {
+            w.setFunction(5, name);
+            EXPECT_EQ(w.lblFunc(5)->font().pixelSize(), pixels) << name.toStdString();
+            EXPECT_EQ(w.function(5), name); // no padding, unlike the pages
+            EXPECT_TRUE(inside(w.lblFunc(5))) << design << name.toStdString();
+        }
     }
 }
 
@@ -219,7 +240,7 @@ TEST(RemoteWindows, ChoosingADeviceOpensItsRemoteAlone) {
     EXPECT_EQ(tv->deviceName(), u"TV");
     EXPECT_EQ(tv->function(0), u"電源");
     EXPECT_EQ(tv->function(15), u"入力切替え");
-    EXPECT_EQ(tv->lblFunc(15)->font().pointSize(), 5);
+    EXPECT_EQ(tv->lblFunc(15)->font().pixelSize(), 7);
     EXPECT_EQ(tv->function(1), QString());
     QTest::mouseClick(tv->imgB(0), Qt::LeftButton);
     EXPECT_EQ(d.sent(), 1);
