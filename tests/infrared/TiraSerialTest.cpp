@@ -52,7 +52,7 @@ TEST(TiraSerial, IdentifiesAndSendsTheExactIxBytesFromAWebPress) {
     f.t.settings.WriteIni(u"Remote-3", u"Device", u"TV");
     f.t.settings.WriteIni(u"Remote-3", u"Button-0", u"Power");
 
-    EXPECT_TRUE(TXSignalById(f.device, u"3", u"0"));
+    EXPECT_EQ(TXSignalById(f.device, u"3", u"0"), SendResult::Sent);
     EXPECT_TRUE(f.device.TiraActive);
     EXPECT_TRUE(f.tira.fromHost.startsWith("IPIR"));
     // A signal without a repeating part goes out once.
@@ -104,7 +104,7 @@ TEST(TiraSerial, SilentOrOldDevicesDoNotOpen) {
         }
         EXPECT_TRUE(tira.transmissions.isEmpty());
     }
-    EXPECT_EQ(TiraSerialDriver(u"/nonexistent/ttyUSB9"_s).tira_start(0), TiraSerialDriver::NotOpen);
+    EXPECT_EQ(TiraSerialDriver(u"/nonexistent/ttyUSB9"_s).tira_start(0), TiraSerialDriver::Missing);
 }
 
 TEST(TiraSerial, UnpluggedDuringCaptureFailsCleanly) {

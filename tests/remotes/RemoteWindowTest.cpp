@@ -95,7 +95,11 @@ TEST(RemoteWindow, DoubleClickIsTwoFullPresses) {
     w.setFunction(0, u"電源"_s);
     w.show();
     bool downDuringPause = false;
-    QTimer::singleShot(50, [&] { downDuringPause = w.imgB(0)->isDown(); });
+    int ended = 0;
+    QObject::connect(&d.device, &TiraDevice::sendEnded, &w, [&] {
+        if (++ended == 2) // the double click's own send; the pause follows
+            QTimer::singleShot(30, [&] { downDuringPause = w.imgB(0)->isDown(); });
+    });
     doubleClick(w.imgB(0));
     EXPECT_EQ(d.sent(), 2);
     EXPECT_TRUE(downDuringPause);
@@ -110,7 +114,7 @@ TEST(RemoteWindow, FailedSendTellsThePersonAndKeepsTheWindow) {
     w.setFunction(3, u"未学習"_s);
     w.show();
     QTest::mouseClick(w.imgB(3), Qt::LeftButton);
-    EXPECT_EQ(d.prompt.shown, QStringList{u"warning:送信できませんでした。"_s});
+    EXPECT_EQ(d.prompt.shown, QStringList{u"notify:送信できませんでした。"_s});
     EXPECT_TRUE(w.isVisible());
 }
 
@@ -245,7 +249,11 @@ TEST(RemoteWindows, ChoosingADeviceOpensItsRemoteAlone) {
     EXPECT_TRUE(remotes.window(4)->isVisible());
 
     // Closed during the pause of a double click: the press ends quietly.
-    QTimer::singleShot(30, &remotes, &RemoteWindows::UnloadAll);
+    int ended = 0;
+    QObject::connect(&d.device, &TiraDevice::sendEnded, &remotes, [&] {
+        if (++ended == 2) // the double click's own send
+            QTimer::singleShot(30, &remotes, &RemoteWindows::UnloadAll);
+    });
     doubleClick(remotes.window(4)->imgB(0));
     EXPECT_FALSE(remotes.window(4));
     EXPECT_EQ(d.sent(), 3);
