@@ -9,7 +9,10 @@
 #include "support/TempFolder.h"
 
 #include <QElapsedTimer>
+#include <QTimer>
+
 #include <gtest/gtest.h>
+#include <map>
 
 using namespace Qt::StringLiterals;
 
@@ -119,4 +122,48 @@ TEST(TiraSerial, UnpluggedDuringCaptureFailsCleanly) {
     EXPECT_FALSE(f.device.CaptureTira());
     EXPECT_LT(clock.elapsed(), 1000);
     EXPECT_NE(f.device.driver()->tira_transmit(3, -1, necBlob()), 0);
+}
+
+TEST(TiraSerial, PressesDuringASendQueueAndReachTheWireInOrder) {
+    Fixture f;
+    f.t.settings.WriteIni(u"Remote-3", u"Device", u"TV");
+    QList<QByteArray> expected;
+    for (int k = 0; k < 10; ++k) {
+        // Ten keys that differ in one space, so the wire shows their order.
+        IrTiming timing{{9000, 4500, 560, uint32_t(1000 + 300 * k), 560}, 38000, -1};
+        const QByteArray blob = BlobFromTiming(timing)->encode();
+        expected << TiraTransmitCommand(TimingFromBlob(*IrBlob::decode(blob)).frame(), 38000);
+        const QString name = u"K"_s + QString::number(k);
+        f.t.settings.WriteIni(u"Remote-3", u"Button-"_s + QString::number(k), name);
+        ASSERT_TRUE(WriteSignalFile(f.t.path(u"IRSignals/TV-"_s + name + u".bin"_s), blob));
+    }
+    // Each press comes while the ones before it are still opening the
+    // device or waiting for its reply.
+    std::vector<SendResult> results(10, SendResult::Failed);
+    int answered = 0;
+    for (int k = 0; k < 10; ++k)
+        QTimer::singleShot(k * 3, [&, k] {
+            results[size_t(k)] = TXSignalById(f.device, u"3", QString::number(k));
+            ++answered;
+        });
+    QElapsedTimer clock;
+    clock.start();
+    while (answered < 10 && clock.elapsed() < 10000)
+        WaitMs(20);
+    ASSERT_EQ(answered, 10);
+    EXPECT_EQ(results, std::vector<SendResult>(10, SendResult::Sent));
+    EXPECT_EQ(f.tira.transmissions, expected);
+    EXPECT_TRUE(f.prompt.shown.isEmpty());
+
+    // A flood is bounded: one on the wire, 32 waiting, the rest busy at once.
+    std::map<SendResult, int> flood;
+    const QString path = f.t.path(u"IRSignals/TV-K0.bin"_s);
+    for (int i = 0; i < TiraDevice::MaxQueued + 8; ++i)
+        f.device.Enqueue(path, TiraDevice::Origin::Background, [&](SendResult r) { ++flood[r]; });
+    EXPECT_EQ(flood[SendResult::Busy], 7);
+    clock.restart();
+    while (flood[SendResult::Sent] < TiraDevice::MaxQueued + 1 && clock.elapsed() < 10000)
+        WaitMs(20);
+    EXPECT_EQ(flood[SendResult::Sent], TiraDevice::MaxQueued + 1);
+    EXPECT_EQ(f.tira.transmissions.size(), 10 + TiraDevice::MaxQueued + 1);
 }
