@@ -9,6 +9,7 @@
 #include "support/TempFolder.h"
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QTimer>
 
 #include <gtest/gtest.h>
@@ -166,4 +167,49 @@ TEST(TiraSerial, PressesDuringASendQueueAndReachTheWireInOrder) {
         WaitMs(20);
     EXPECT_EQ(flood[SendResult::Sent], TiraDevice::MaxQueued + 1);
     EXPECT_EQ(f.tira.transmissions.size(), 10 + TiraDevice::MaxQueued + 1);
+}
+
+TEST(TiraSerial, UnpluggedTiraComesBackAtItsPath) {
+    auto tira = std::make_unique<FakeTira>();
+    TempFolder t;
+    t.folder.CreateDataFolders();
+    const QString link = t.path(u"ttyTira"_s);
+    ASSERT_TRUE(QFile::link(tira->path(), link));
+    t.settings.WriteIni(u"Tira", u"Device", link);
+    ScriptedPrompt prompt;
+    TiraDevice device{t.folder, t.settings, prompt};
+    device.timReturn.setInterval(100);
+    QByteArray img = necBlob();
+    ASSERT_TRUE(WriteSignalFile(t.path(u"IRSignals/TV-Power.bin"_s), img));
+    const QString signal = t.path(u"IRSignals/TV-Power.bin"_s);
+    ASSERT_TRUE(device.TransmitTira(signal, TiraDevice::Origin::Background));
+
+    // Pulled: the press fails, and the device is looked for until it is back.
+    tira.reset();
+    ASSERT_TRUE(QFile::remove(link));
+    EXPECT_FALSE(device.TransmitTira(signal, TiraDevice::Origin::Background));
+    EXPECT_FALSE(device.TiraActive);
+    EXPECT_TRUE(device.timReturn.isActive());
+    WaitMs(250); // still missing: nothing to open
+    EXPECT_FALSE(device.TiraActive);
+
+    tira = std::make_unique<FakeTira>();
+    ASSERT_TRUE(QFile::link(tira->path(), link));
+    QElapsedTimer clock;
+    clock.start();
+    while (!device.TiraActive && clock.elapsed() < 3000)
+        WaitMs(20);
+    EXPECT_TRUE(device.TiraActive); // opened afresh in the background
+    EXPECT_TRUE(tira->fromHost.startsWith("IPIR"));
+    EXPECT_TRUE(device.TransmitTira(signal, TiraDevice::Origin::Background));
+    EXPECT_EQ(tira->transmissions.size(), 1);
+
+    // A device that stops answering is opened again from the start at the next press.
+    tira->answer = false;
+    EXPECT_FALSE(device.TransmitTira(signal, TiraDevice::Origin::Background));
+    tira->answer = true;
+    tira->fromHost.clear();
+    EXPECT_TRUE(device.TransmitTira(signal, TiraDevice::Origin::Background));
+    EXPECT_TRUE(tira->fromHost.startsWith("IPIR"));
+    EXPECT_EQ(tira->transmissions.size(), 2);
 }
