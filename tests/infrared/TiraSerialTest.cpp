@@ -8,6 +8,7 @@
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 
+#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QTimer>
@@ -108,7 +109,6 @@ TEST(TiraSerial, SilentOrOldDevicesDoNotOpen) {
         }
         EXPECT_TRUE(tira.transmissions.isEmpty());
     }
-    EXPECT_EQ(TiraSerialDriver(u"/nonexistent/ttyUSB9"_s).tira_start(0), TiraSerialDriver::Missing);
 }
 
 TEST(TiraSerial, UnpluggedDuringCaptureFailsCleanly) {
@@ -212,4 +212,28 @@ TEST(TiraSerial, UnpluggedTiraComesBackAtItsPath) {
     EXPECT_TRUE(device.TransmitTira(signal, TiraDevice::Origin::Background));
     EXPECT_TRUE(tira->fromHost.startsWith("IPIR"));
     EXPECT_EQ(tira->transmissions.size(), 2);
+}
+
+TEST(TiraSerial, PortIsHeldExclusivelyAndRefusalsSayWhy) {
+    Fixture f;
+    TiraSerialDriver first(f.tira.path()); // say kestrava-ir, run by hand
+    ASSERT_EQ(first.tira_start(0), 0);
+    TiraSerialDriver second(f.tira.path());
+    EXPECT_EQ(second.tira_start(0), TiraSerialDriver::InUse);
+    // We hold it ourselves here, so the holder named is this very process.
+    const QString holder = QCoreApplication::applicationName().left(15) + u" (pid "_s +
+                           QString::number(QCoreApplication::applicationPid()) + u')';
+    EXPECT_EQ(TiraSerialDriver::HolderOf(f.tira.path()), holder);
+    ASSERT_TRUE(WriteSignalFile(f.t.path(u"IRSignals/TV-Power.bin"_s), necBlob()));
+    EXPECT_FALSE(f.device.TransmitTira(f.t.path(u"IRSignals/TV-Power.bin"_s)));
+    ASSERT_EQ(f.prompt.shown.size(), 1);
+    EXPECT_TRUE(f.prompt.shown[0].contains(holder + u"）が使用中"_s))
+        << f.prompt.shown[0].toStdString();
+    EXPECT_EQ(first.tira_transmit(0, -1, necBlob()), 0); // undisturbed
+    first.tira_stop();
+    EXPECT_EQ(second.tira_start(0), 0);
+
+    TiraSerialDriver missing(u"/nonexistent/ttyUSB9"_s);
+    EXPECT_EQ(missing.tira_start(0), TiraSerialDriver::Missing);
+    EXPECT_TRUE(missing.problem().contains(u"見つかりません"_s));
 }
