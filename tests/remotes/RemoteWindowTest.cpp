@@ -1,5 +1,6 @@
 #include "remotes/RemoteWindow.h"
 #include "core/Application.h"
+#include "core/MessageBoxPrompt.h"
 #include "core/Settings.h"
 #include "infrared/SignalStore.h"
 #include "infrared/SimDriver.h"
@@ -11,6 +12,7 @@
 
 #include <QGuiApplication>
 #include <QLabel>
+#include <QMessageBox>
 #include <QPointer>
 #include <QPushButton>
 #include <QScreen>
@@ -298,4 +300,30 @@ TEST(RemoteWindows, TestModeShowsTheFixedDevicesWithoutSending) {
     remotes.ShowRemoteWindow(u"照明"_s, 0);
     EXPECT_FALSE(remotes.window(5));
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+TEST(RemoteWindow, RepeatedFailuresShareOneBoxPerKind) {
+    QWidget desk;
+    MessageBoxPrompt prompt(&desk);
+    prompt.Notice(u"send"_s, u"送信できませんでした。"_s);
+    prompt.Notice(u"send"_s, u"送信できませんでした。"_s);
+    prompt.Notice(u"device"_s, u"Tiraを有効にできませんでした。"_s);
+    QList<QMessageBox*> boxes = desk.findChildren<QMessageBox*>();
+    ASSERT_EQ(boxes.size(), 2);
+    QStringList texts;
+    for (QMessageBox* box : boxes) {
+        EXPECT_FALSE(box->isModal());
+        texts << box->text();
+    }
+    EXPECT_TRUE(texts.contains(u"送信できませんでした。（2 回）"_s))
+        << texts.join(u'|').toStdString();
+    // Once closed, the next failure opens a box again.
+    for (QMessageBox* box : boxes)
+        box->close();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    prompt.Notice(u"send"_s, u"送信できませんでした。"_s);
+    boxes = desk.findChildren<QMessageBox*>();
+    ASSERT_EQ(boxes.size(), 1);
+    EXPECT_EQ(boxes[0]->text(), u"送信できませんでした。"_s);
+    boxes[0]->close();
 }
