@@ -277,8 +277,7 @@ void TiraDevice::tell(Origin origin, const QString& text, bool warning) {
         prompt.Information(text);
 }
 
-void TiraDevice::Enqueue(const QString& path, Origin origin, std::function<void(SendResult)> done) {
-    (void)origin;
+void TiraDevice::Enqueue(const QString& path, std::function<void(SendResult)> done) {
     QByteArray blob;
     QString why;
     switch (ReadCheckedSignal(path, &blob, &why)) {
@@ -359,15 +358,18 @@ SendResult TiraDevice::TransmitAndWait(const QString& path, Origin origin) {
         return SendResult::NotOpened;
     }
     std::optional<SendResult> result;
-    Enqueue(path, origin, [&result](SendResult r) { result = r; });
+    Enqueue(path, [&result](SendResult r) { result = r; });
     // Presses that come meanwhile wait nested inside this; each loop ends
     // when its own send has, and the outer ones return as these unwind.
     while (!result)
         WaitForSignal(this, &TiraDevice::sendEnded, 1000);
     if (*result == SendResult::NotOpened)
-        prompt.Notice(u"device"_s, problem_.isEmpty() ? CannotActivateText
-                                                      : CannotActivateText + u"\n"_s + problem_);
+        prompt.Notice(u"device"_s, CannotActivateMessage());
     return *result;
+}
+
+QString TiraDevice::CannotActivateMessage() const {
+    return problem_.isEmpty() ? CannotActivateText : CannotActivateText + u"\n"_s + problem_;
 }
 
 bool TiraDevice::PortIsSet() {

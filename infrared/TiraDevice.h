@@ -45,7 +45,7 @@ public:
     QString GetSignal() const;
     // Queues a send of a signal file; done hears how it ended. At most
     // MaxQueued sends wait behind the one going out; more are Busy at once.
-    void Enqueue(const QString& path, Origin origin, std::function<void(SendResult)> done);
+    void Enqueue(const QString& path, std::function<void(SendResult)> done);
     // Enqueue, waiting with events running until this send has ended. Tells
     // the person (or the log) when the device cannot be opened.
     SendResult TransmitAndWait(const QString& path, Origin origin = Origin::Desktop);
@@ -90,6 +90,8 @@ public:
 
     static const QString PortUnsetText;
     static const QString CannotActivateText;
+    // CannotActivateText with why the last open failed, when that is known.
+    QString CannotActivateMessage() const;
 
 signals:
     void captureEnded();

@@ -160,7 +160,7 @@ TEST(TiraSerial, PressesDuringASendQueueAndReachTheWireInOrder) {
     std::map<SendResult, int> flood;
     const QString path = f.t.path(u"IRSignals/TV-K0.bin"_s);
     for (int i = 0; i < TiraDevice::MaxQueued + 8; ++i)
-        f.device.Enqueue(path, TiraDevice::Origin::Background, [&](SendResult r) { ++flood[r]; });
+        f.device.Enqueue(path, [&](SendResult r) { ++flood[r]; });
     EXPECT_EQ(flood[SendResult::Busy], 7);
     clock.restart();
     while (flood[SendResult::Sent] < TiraDevice::MaxQueued + 1 && clock.elapsed() < 10000)
