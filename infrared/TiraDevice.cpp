@@ -193,16 +193,19 @@ void TiraDevice::DeActivateTira() {
 void TiraDevice::Unload() {
     Timer1.stop();
     timDeactivate.stop();
-    timReturn.stop();
-    for (std::deque<Job> waiting = std::exchange(queue_, {}); Job & job : waiting)
+    std::deque<Job> waiting = std::exchange(queue_, {});
+    for (Job& job : waiting)
         job.done(SendResult::Failed);
+    if (!waiting.empty())
+        emit sendEnded();
     if (CaptureWaiting == 1)
         emit captureEnded(); // a capture waiting now will not get its signal
     if (driver_) {
         LastReturnCode = qint16(driver_->tira_stop());
         LastReturnCode = qint16(driver_->tira_cleanup());
-        dropDriver();
+        dropDriver(); // a send under way has ended with this, as failed
     }
+    timReturn.stop();
     TiraActive = false;
 }
 
