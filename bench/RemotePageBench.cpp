@@ -24,7 +24,7 @@ void runPage(benchmark::State& state, const char* button, bool encode) {
     QTemporaryDir dir;
     SettingsStore store(WriteLargeSettings(dir));
     RemotePageServices services;
-    services.send = [](const QString&, const QString&) { return true; };
+    services.send = [](const QString&, const QString&) { return SendResult::Sent; };
     const PageRequest r = remote57(button);
     GraphicRemotePage(6, r, store, services); // parse once, as a running program has
     for (auto _ : state) {

@@ -44,7 +44,7 @@ void BM_TXSignalByIdToWire(benchmark::State& state) {
     for (auto _ : state) {
         tira.transmissions.clear();
         auto start = Clock::now();
-        if (!TXSignalById(device, u"1", u"0"))
+        if (TXSignalById(device, u"1", u"0") != SendResult::Sent)
             state.SkipWithError("send failed");
         state.SetIterationTime(std::chrono::duration<double>(lastByte - start).count());
         bytes = tira.transmissions.value(0).size();

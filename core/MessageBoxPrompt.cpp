@@ -67,10 +67,31 @@ UserPrompt::Answer MessageBoxPrompt::QuestionWithHelp(const QString& text,
     }
 }
 
-void MessageBoxPrompt::Notify(const QString& text) {
+namespace {
+QMessageBox* ShowNotice(const QString& text, QWidget* parent) {
     qCWarning(lcPrompt).noquote() << text;
-    QMessageBox* box = MakeBox(QMessageBox::Warning, text, QMessageBox::Ok, parent_);
+    QMessageBox* box = MakeBox(QMessageBox::Warning, text, QMessageBox::Ok, parent);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->setModal(false);
     box->show();
+    return box;
+}
+} // namespace
+
+void MessageBoxPrompt::Notify(const QString& text) {
+    ShowNotice(text, parent_);
+}
+
+void MessageBoxPrompt::Notice(const QString& kind, const QString& text) {
+    Shown& shown = notices_[kind];
+    if (!shown.box) {
+        shown = {ShowNotice(text, parent_), text, 1};
+        return;
+    }
+    qCWarning(lcPrompt).noquote() << text;
+    shown.count = shown.text == text ? shown.count + 1 : 1;
+    shown.text = text;
+    shown.box->setText(shown.count > 1 ? text + u"（"_s + QString::number(shown.count) + u" 回）"_s
+                                       : text);
+    shown.box->raise();
 }

@@ -24,6 +24,12 @@ public:
     // Non-blocking notice: for what a web request, a reservation or a timer
     // caused. Nothing waits for it, so the server and the scan go on.
     virtual void Notify(const QString& text) = 0;
+    // A notice that replaces the one of the same kind still on screen instead
+    // of adding another (a press repeated on a device that fails).
+    virtual void Notice(const QString& kind, const QString& text) {
+        (void)kind;
+        Notify(text);
+    }
 };
 
 class HeadlessPrompt final : public UserPrompt {

@@ -4,6 +4,7 @@
 #include <QByteArrayView>
 #include <QString>
 
+#include <functional>
 #include <memory>
 
 class ProgramFolder;
@@ -29,6 +30,19 @@ public:
 
     // The device this driver was made for ("sim", "/dev/ttyUSB0", ...).
     virtual QString target() const = 0;
+
+    // Opening and sending without waiting: done gets the return code once the
+    // device has answered. Drivers whose calls return at once use these as
+    // they are; a driver that waits for its device overrides them, so that
+    // nothing nests a wait for a later press on top of an earlier one.
+    using Done = std::function<void(int rc)>;
+    virtual void startAsync(int port, Done done) { done(tira_start(port)); }
+    virtual void transmitAsync(int repeat, int frequency, QByteArray data, Done done) {
+        done(tira_transmit(repeat, frequency, data));
+    }
+
+    // For people, in Japanese: why the last open failed ("" when nothing is known).
+    virtual QString problem() const { return {}; }
 };
 
 // "sim" gives the simulator, /dev/lircN (or a link to one) the kernel's LIRC

@@ -45,9 +45,11 @@ QByteArray IrBlob::encode() const {
 }
 
 std::optional<IrBlob> IrBlob::decode(QByteArrayView bytes) {
+    // Whole or nothing: a blob cut short is refused, never padded, since the
+    // zeros would go out as the first duration of the table.
     QByteArray in = bytes.toByteArray();
     if (in.size() < HeaderSize)
-        in.append(HeaderSize - in.size(), '\0');
+        return std::nullopt;
     IrBlob b;
     b.timeBase = getLe32(in, 4);
     int32_t used = getLe32(in, 72);
@@ -56,8 +58,8 @@ std::optional<IrBlob> IrBlob::decode(QByteArrayView bytes) {
     int32_t length = getLe32(in, 84);
     b.repeatBegin = getLe32(in, 88);
     if (getLe32(in, 0) != 0 || b.timeBase < 1 || b.timeBase > 1000 || used < 1 || used > MaxTable ||
-        length < 1 || length > 65536 || b.pulsePeriodNs < 0 || b.repeatBegin < -1 ||
-        b.repeatBegin >= length)
+        length < 1 || length > in.size() - HeaderSize || b.pulsePeriodNs < 0 ||
+        b.repeatBegin < -1 || b.repeatBegin >= length)
         return std::nullopt;
     for (int i = 0; i < used; ++i) {
         int32_t v = getLe32(in, 8 + 4 * i);
@@ -65,8 +67,6 @@ std::optional<IrBlob> IrBlob::decode(QByteArrayView bytes) {
             return std::nullopt;
         b.table.push_back(v);
     }
-    if (in.size() < HeaderSize + length)
-        in.append(HeaderSize + length - in.size(), '\0');
     b.sequence.reserve(length);
     for (int i = 0; i < length; ++i) {
         auto idx = uint8_t(in[HeaderSize + i]);
@@ -75,6 +75,20 @@ std::optional<IrBlob> IrBlob::decode(QByteArrayView bytes) {
         b.sequence.push_back(idx);
     }
     return b;
+}
+
+QString SignalProblem(const IrBlob& blob) {
+    if (blob.pulsePeriodNs > 0) {
+        const double hz = 1e9 / blob.pulsePeriodNs;
+        if (hz < MinCarrierHz || hz > MaxCarrierHz)
+            return u"carrier of %1 Hz"_s.arg(std::lround(hz));
+    }
+    uint64_t total = 0;
+    for (uint8_t i : blob.sequence)
+        total += uint64_t(blob.table[i]) * uint64_t(blob.timeBase);
+    if (total > MaxSignalUs)
+        return u"lasts %1 ms"_s.arg(total / 1000);
+    return {};
 }
 
 std::vector<uint32_t> IrTiming::frame() const {

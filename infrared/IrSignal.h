@@ -24,10 +24,18 @@ struct IrBlob {
     std::vector<uint8_t> sequence; // pulse, space, pulse, ... as table indexes
 
     QByteArray encode() const;
-    // Reads a blob; a short input reads as padded with zeros, since files in the
-    // older layout lose their trailing zero bytes. Nothing when it is not a blob.
+    // Reads a blob that the bytes hold whole (bytes beyond it are ignored).
+    // Nothing when it is not a blob or is cut short.
     static std::optional<IrBlob> decode(QByteArrayView bytes);
 };
+
+// What a transceiver can send: carriers outside this range are damage, and no
+// key's signal lasts seconds (the reply waits grow with the length).
+constexpr int MinCarrierHz = 10000;
+constexpr int MaxCarrierHz = 500000;
+constexpr uint64_t MaxSignalUs = 3000000;
+// Why a well-formed blob is still not to be sent; empty when it may be.
+QString SignalProblem(const IrBlob& blob);
 
 // A signal as the air sees it: pulse, space, ..., in µs, and the carrier.
 // An even count means the last entry is the pause after the frame.

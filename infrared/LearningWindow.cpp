@@ -313,7 +313,7 @@ void LearningWindow::studyPass(const QString& function) {
             return;
         }
         if (!device_.ActivateTira(device_.ConfiguredPort())) {
-            app_.prompt.Warning(TiraDevice::CannotActivateText);
+            app_.prompt.Warning(device_.CannotActivateMessage());
             if (self)
                 closeWindow();
             return;

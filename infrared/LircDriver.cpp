@@ -5,11 +5,13 @@
 
 #include <QLoggingCategory>
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <linux/lirc.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 Q_LOGGING_CATEGORY(lcLirc, "kestrava.lirc")
@@ -37,9 +39,13 @@ ssize_t LircIo::write(int fd, const void* buf, size_t size) {
 }
 
 LircDriver::LircDriver(QString path, std::shared_ptr<LircIo> io, QObject* parent)
-    : QObject(parent), path_(std::move(path)), io_(std::move(io)) {}
+    : QObject(parent), path_(std::move(path)), io_(std::move(io)) {
+    pause_.setSingleShot(true);
+    connect(&pause_, &QTimer::timeout, this, &LircDriver::sendPiece);
+}
 
 LircDriver::~LircDriver() {
+    sending_ = nullptr; // nobody is left to hear of it
     tira_stop();
 }
 
@@ -79,6 +85,10 @@ int LircDriver::tira_stop() {
     fd_ = -1;
     message_.clear();
     captured_.clear();
+    pause_.stop();
+    pieces_.clear();
+    if (Done done = std::exchange(sending_, nullptr)) // closed in the middle of a send
+        done(NotOpen);
     return 0;
 }
 
@@ -204,11 +214,11 @@ int LircDriver::tira_get_ir_data(QString* text) {
     return fd_ < 0 || broken_ ? int(NotOpen) : 0;
 }
 
-bool LircDriver::send(const std::vector<uint32_t>& durations) {
+bool LircDriver::cut(const std::vector<uint32_t>& durations, std::vector<Piece>* pieces) {
     if (durations.empty() || durations.size() % 2 == 0)
         return false;
     // One write holds at most 1024 values and 500 ms; a longer signal is cut at
-    // its pauses, which are then waited out here.
+    // its pauses, which are then waited out between the writes.
     const auto& d = durations;
     size_t begin = 0;
     while (begin < d.size()) {
@@ -225,30 +235,36 @@ bool LircDriver::send(const std::vector<uint32_t>& durations) {
         size_t stop = fits == d.size() ? fits : cut;
         if (stop <= begin)
             return false; // no pause to cut at
-        const size_t bytes = (stop - begin) * sizeof(uint32_t);
-        ssize_t n;
-        do {
-            n = io_->write(fd_, d.data() + begin, bytes); // returns once sent
-        } while (n < 0 && errno == EINTR);
-        if (n != ssize_t(bytes)) {
-            qCWarning(lcLirc).noquote() << path_ << "refused a transmission:" << errno;
-            return false;
-        }
-        if (stop == d.size())
-            break;
-        WaitMs(int(d[stop] / 1000));
-        if (fd_ < 0)
-            return false;
+        pieces->push_back({{d.begin() + long(begin), d.begin() + long(stop)},
+                           stop == d.size() ? 0 : int(d[stop] / 1000)});
         begin = stop + 1;
     }
     return true;
 }
 
-int LircDriver::tira_transmit(int repeat, int frequency, QByteArrayView data) {
+bool LircDriver::write(const Piece& piece) {
+    if (fd_ < 0)
+        return false;
+    const size_t bytes = piece.values.size() * sizeof(uint32_t);
+    ssize_t n;
+    do {
+        n = io_->write(fd_, piece.values.data(), bytes); // returns once sent
+    } while (n < 0 && errno == EINTR);
+    if (n != ssize_t(bytes)) {
+        qCWarning(lcLirc).noquote() << path_ << "refused a transmission:" << errno;
+        return false;
+    }
+    return true;
+}
+
+int LircDriver::prepare(int repeat, int frequency, QByteArrayView data,
+                        std::vector<Piece>* pieces) {
     if (fd_ < 0 || broken_)
         return NotOpen;
     if (!(features_ & LIRC_CAN_SEND_PULSE))
         return CannotSend;
+    if (sending_)
+        return Io;
     auto blob = IrBlob::decode(data);
     if (!blob)
         return BadSignal;
@@ -259,12 +275,46 @@ int LircDriver::tira_transmit(int repeat, int frequency, QByteArrayView data) {
     if ((features_ & LIRC_CAN_SET_SEND_CARRIER) &&
         io_->ioctl(fd_, LIRC_SET_SEND_CARRIER, &carrier) != 0)
         qCWarning(lcLirc).noquote() << path_ << "cannot send at" << carrier << "Hz";
-    if (!send(timing.frame()))
+    if (!cut(timing.frame(), pieces))
         return Io;
     for (int i = 0; timing.repeats() && i < repeat; ++i) {
-        WaitMs(int(timing.gapUs() / 1000));
-        if (fd_ < 0 || !send(timing.repeatFrame()))
+        pieces->back().pauseMs = int(std::min<uint32_t>(timing.gapUs() / 1000, 1000));
+        if (!cut(timing.repeatFrame(), pieces))
             return Io;
     }
     return 0;
+}
+
+int LircDriver::tira_transmit(int repeat, int frequency, QByteArrayView data) {
+    std::vector<Piece> pieces;
+    if (int rc = prepare(repeat, frequency, data, &pieces); rc != 0)
+        return rc;
+    for (const Piece& piece : pieces) {
+        if (!write(piece))
+            return Io;
+        if (piece.pauseMs > 0)
+            WaitMs(piece.pauseMs);
+    }
+    return 0;
+}
+
+void LircDriver::transmitAsync(int repeat, int frequency, QByteArray data, Done done) {
+    std::vector<Piece> pieces;
+    if (int rc = prepare(repeat, frequency, data, &pieces); rc != 0)
+        return done(rc);
+    pieces_ = std::move(pieces);
+    piece_ = 0;
+    sending_ = std::move(done);
+    sendPiece();
+}
+
+void LircDriver::sendPiece() {
+    if (!sending_)
+        return;
+    if (piece_ >= pieces_.size() || !write(pieces_[piece_])) {
+        const int rc = piece_ >= pieces_.size() ? 0 : int(Io);
+        pieces_.clear();
+        return std::exchange(sending_, nullptr)(rc);
+    }
+    pause_.start(pieces_[piece_++].pauseMs);
 }

@@ -4,6 +4,7 @@
 
 #include <QObject>
 #include <QSocketNotifier>
+#include <QTimer>
 
 #include <sys/types.h>
 
@@ -42,6 +43,9 @@ public:
     int tira_get_ir_data(QString* text) override;
     int tira_transmit(int repeat, int frequency, QByteArrayView data) override;
     QString target() const override { return path_; }
+    // Each write returns once its part has gone out; the pauses between the
+    // parts are timers, so nothing waits nested.
+    void transmitAsync(int repeat, int frequency, QByteArray data, Done done) override;
 
     enum Error { NotOpen = 1, CannotReceive, CannotSend, BadSignal, Io };
 
@@ -50,7 +54,15 @@ private:
     void take(uint32_t record);
     void finishMessage();
     void setLearning(bool on);
-    bool send(const std::vector<uint32_t>& durations);
+    // A part of a transmission: one write, then a pause.
+    struct Piece {
+        std::vector<uint32_t> values;
+        int pauseMs = 0;
+    };
+    bool cut(const std::vector<uint32_t>& durations, std::vector<Piece>* pieces);
+    int prepare(int repeat, int frequency, QByteArrayView data, std::vector<Piece>* pieces);
+    bool write(const Piece& piece);
+    void sendPiece();
 
     QString path_;
     std::shared_ptr<LircIo> io_;
@@ -62,4 +74,8 @@ private:
     std::vector<uint32_t> message_;
     int carrier_ = 0;
     QByteArray captured_;
+    std::vector<Piece> pieces_; // of the transmission under way
+    size_t piece_ = 0;
+    Done sending_;
+    QTimer pause_;
 };

@@ -3,6 +3,7 @@
 #include "core/AtomicFile.h"
 #include "core/ProgramFolder.h"
 #include "core/ShiftJis.h"
+#include "infrared/IrSignal.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -39,15 +40,57 @@ bool WriteSignalFile(const QString& path, QByteArrayView signal, QString* error)
         error);
 }
 
-SignalRead ReadSignalFile(const QString& path, QByteArray* bytes) {
-    bytes->clear();
+namespace {
+SignalRead readImage(const QString& path, QByteArray* image) {
+    image->clear();
     QFileInfo info(path);
     if (!info.exists() || info.isDir())
         return SignalRead::Missing;
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return SignalRead::Unreadable;
-    QByteArray image = file.read(SignalFileSize);
+    *image = file.read(SignalFileSize);
+    return SignalRead::Ok;
+}
+} // namespace
+
+ParsedSignal ParseSignalFile(QByteArrayView file) {
+    const QByteArrayView image = file.first(std::min<qsizetype>(file.size(), SignalFileSize));
+    // A short file is the older layout: no trailer, the blob says how long it is.
+    const int stated =
+        image.size() == SignalFileSize ? uint8_t(image[1998]) * 255 + uint8_t(image[1999]) : 0;
+    if (stated > SignalFileSize)
+        return {{}, u"length trailer says %1 bytes"_s.arg(stated)};
+    const qsizetype room = stated > 0 ? stated : image.size();
+    auto blob = IrBlob::decode(image.first(room));
+    if (!blob)
+        return {{}, u"no whole signal in its first %1 bytes"_s.arg(room)};
+    if (QString problem = SignalProblem(*blob); !problem.isEmpty())
+        return {{}, u"signal "_s + problem};
+    return {image.first(IrBlob::HeaderSize + qsizetype(blob->sequence.size())).toByteArray(), {}};
+}
+
+SignalRead ReadCheckedSignal(const QString& path, QByteArray* blob, QString* why) {
+    QByteArray image;
+    SignalRead r = readImage(path, &image);
+    blob->clear();
+    if (r != SignalRead::Ok)
+        return r;
+    ParsedSignal parsed = ParseSignalFile(image);
+    if (!parsed.error.isEmpty()) {
+        *why = parsed.error;
+        return SignalRead::Damaged;
+    }
+    *blob = parsed.blob;
+    return SignalRead::Ok;
+}
+
+SignalRead ReadSignalFile(const QString& path, QByteArray* bytes) {
+    QByteArray image;
+    if (SignalRead r = readImage(path, &image); r != SignalRead::Ok) {
+        bytes->clear();
+        return r;
+    }
     image.append(SignalFileSize - image.size(), '\0');
 
     int n = uint8_t(image[1998]) * 255 + uint8_t(image[1999]);

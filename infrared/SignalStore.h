@@ -33,6 +33,19 @@ void StampSignalLength(SignalImage& image, int length);
 // replacing any old one whole. False, with the reason in error, on failure.
 bool WriteSignalFile(const QString& path, QByteArrayView signal, QString* error = nullptr);
 
-enum class SignalRead { Ok, Missing, Unreadable, BadLength };
-// The bytes to send from a signal file. Reading never creates the file.
+enum class SignalRead { Ok, Missing, Unreadable, BadLength, Damaged };
+// The bytes of a signal file as its layout reads. Reading never creates the file.
 SignalRead ReadSignalFile(const QString& path, QByteArray* bytes);
+
+// The signal a signal file's bytes hold, checked whole before anything goes
+// out: length trailer, the blob's header, counts and indexes, carrier and
+// total length. Bytes in, the exact blob bytes or the reason out; it touches
+// nothing else, so it may be fed any bytes.
+struct ParsedSignal {
+    QByteArray blob;
+    QString error; // empty when blob may be sent
+};
+ParsedSignal ParseSignalFile(QByteArrayView file);
+
+// ReadSignalFile then ParseSignalFile: Ok with the blob, Damaged with why.
+SignalRead ReadCheckedSignal(const QString& path, QByteArray* blob, QString* why);

@@ -6,6 +6,8 @@
 #include <QFile>
 #include <QLoggingCategory>
 
+#include <utility>
+
 namespace {
 Q_LOGGING_CATEGORY(lcSim, "kestrava.sim")
 }
@@ -13,6 +15,11 @@ Q_LOGGING_CATEGORY(lcSim, "kestrava.sim")
 SimDriver::SimDriver(QString logPath) : logPath_(std::move(logPath)) {
     captureTimer_.setSingleShot(true);
     QObject::connect(&captureTimer_, &QTimer::timeout, [this] { captured_ = true; });
+    airTimer_.setSingleShot(true);
+    QObject::connect(&airTimer_, &QTimer::timeout, [this] {
+        if (Done done = std::exchange(sending_, nullptr))
+            done(0);
+    });
 }
 
 int SimDriver::tira_start(int) {
@@ -24,7 +31,22 @@ int SimDriver::tira_stop() {
     open_ = false;
     captureTimer_.stop();
     captured_ = false;
+    airTimer_.stop();
+    if (Done done = std::exchange(sending_, nullptr))
+        done(1);
     return 0;
+}
+
+void SimDriver::transmitAsync(int repeat, int frequency, QByteArray data, Done done) {
+    if (sending_)
+        return done(4);
+    if (int rc = tira_transmit(repeat, frequency, data); rc != 0)
+        return done(rc);
+    uint64_t us = 0;
+    for (uint32_t d : TimingFromBlob(*IrBlob::decode(data)).frame())
+        us += d;
+    sending_ = std::move(done);
+    airTimer_.start(int(std::min<uint64_t>(us / 1000, 200)));
 }
 
 int SimDriver::tira_start_capture() {

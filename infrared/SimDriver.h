@@ -10,7 +10,7 @@
 // second after it was armed (the first the sample key, each later one the next
 // command), and every transmission appends a line to a log
 // (time, byte count, the bytes in hex) so that people and tests see what went
-// out.
+// out. A transmission lasts as long as its first frame (at most 200 ms).
 class SimDriver final : public IrDriver {
 public:
     explicit SimDriver(QString logPath);
@@ -25,6 +25,9 @@ public:
     int tira_get_ir_data(QString* text) override;
     int tira_transmit(int repeat, int frequency, QByteArrayView data) override;
     QString target() const override { return QStringLiteral("sim"); }
+    // Ends when the first frame would have gone out on air, as a real
+    // transceiver's reply does.
+    void transmitAsync(int repeat, int frequency, QByteArray data, Done done) override;
 
     // The signal a capture yields: NEC, address 0x40, command 0x12 (a power
     // key), followed by the repeat code.
@@ -37,6 +40,8 @@ public:
 private:
     QString logPath_;
     QTimer captureTimer_;
+    QTimer airTimer_;
+    Done sending_;
     bool open_ = false;
     bool captured_ = false;
     int captures_ = 0;

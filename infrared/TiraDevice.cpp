@@ -7,7 +7,10 @@
 #include "core/Wait.h"
 #include "infrared/TiraFacts.h"
 
+#include <QFileInfo>
 #include <QLoggingCategory>
+
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -30,6 +33,8 @@ TiraDevice::TiraDevice(const ProgramFolder& folder_, SettingsStore& settings_, U
         timDeactivate.stop();
         DeActivateTira();
     });
+    timReturn.setInterval(2000);
+    connect(&timReturn, &QTimer::timeout, this, &TiraDevice::lookForReturn);
     factory = [this](const QString& target) { return MakeIrDriver(target, folder); };
 }
 
@@ -39,14 +44,25 @@ template <typename F> int TiraDevice::call(F f) {
     IrDriver* d = driver_.get();
     ++calls_;
     int rc = f(*d);
-    if (--calls_ == 0)
-        retired_.clear();
+    --calls_;
+    releaseRetired();
     return rc;
 }
 
-// Each use gives the device a fresh 30 s; once released nothing is left to close.
+// A retired driver may still be on the stack below us (its callback is what
+// runs now): it goes once everything has returned.
+void TiraDevice::releaseRetired() {
+    if (calls_ == 0 && !retired_.empty())
+        QTimer::singleShot(0, this, [this] {
+            if (calls_ == 0)
+                retired_.clear();
+        });
+}
+
+// Each use gives the device a fresh 30 s, counted once no send is left; a
+// device that failed is closed already.
 void TiraDevice::restartIdle() {
-    if (driver_)
+    if (driver_ && TiraActive && !current_ && queue_.empty())
         timDeactivate.start();
 }
 
@@ -70,10 +86,11 @@ QString TiraDevice::Target(qint16 port) const {
     return device.isEmpty() ? u"/dev/ttyUSB"_s + QString::number(port) : device;
 }
 
-bool TiraDevice::ActivateTira(qint16 port) {
+void TiraDevice::openAsync(qint16 port, std::function<void(bool)> done) {
     timDeactivate.stop();
     Timer1.stop();
-    QString target = Target(port);
+    TiraActive = false;
+    const QString target = Target(port);
     if (driver_ && driver_->target() != target) {
         driver_->tira_stop();
         driver_->tira_cleanup();
@@ -81,21 +98,89 @@ bool TiraDevice::ActivateTira(qint16 port) {
     }
     if (!driver_)
         driver_ = factory(target);
-    bool ok = false;
-    if (driver_) {
-        LastReturnCode = qint16(driver_->tira_init());
-        LastReturnCode =
-            qint16(LastReturnCode + call([&](IrDriver& d) { return d.tira_start(port); }));
-        ok = LastReturnCode == 0;
+    if (!driver_)
+        return done(false);
+    IrDriver* d = driver_.get();
+    if (int rc = d->tira_init(); rc != 0)
+        return done(opened(rc, d, target));
+    ++calls_;
+    d->startAsync(port, [this, d, target, done = std::move(done)](int rc) {
+        --calls_;
+        const bool ok = opened(rc, d, target);
+        releaseRetired();
+        done(ok);
+    });
+}
+
+bool TiraDevice::opened(int rc, IrDriver* d, const QString& target) {
+    LastReturnCode = qint16(rc);
+    if (rc != 0 || d != driver_.get()) {
+        problem_ = d->problem();
+        lost(target);
+        return false;
     }
-    if (ok) {
-        Timer1.start();
-        TiraActive = true;
-    } else {
-        qCWarning(lcDevice).noquote() << "cannot open" << target;
+    problem_.clear();
+    Timer1.start();
+    TiraActive = true;
+    timReturn.stop();
+    if (lost_) {
+        lost_ = false;
+        qCInfo(lcDevice).noquote() << "transceiver" << target << "is back";
     }
     restartIdle();
-    return ok;
+    return true;
+}
+
+// Closed, to be opened from the start at the next send; while the device's
+// path is missing we look for it every 2 s and open it as soon as it is back.
+void TiraDevice::lost(const QString& target) {
+    if (driver_ && TiraActive)
+        driver_->tira_stop();
+    Timer1.stop();
+    timDeactivate.stop();
+    TiraActive = false;
+    if (!lost_) {
+        lost_ = true;
+        qCWarning(lcDevice).noquote() << "transceiver" << target
+                                      << "lost or cannot be opened; trying again at the next press";
+    }
+    lostTarget_ = target;
+    if (target.startsWith(u'/') && !QFileInfo::exists(target))
+        timReturn.start();
+}
+
+void TiraDevice::lookForReturn() {
+    if (!lost_ || TiraActive) {
+        timReturn.stop();
+        return;
+    }
+    if (!QFileInfo::exists(lostTarget_) || current_ || opening_)
+        return;
+    timReturn.stop();
+    opening_ = true;
+    openAsync(ConfiguredPort(), [this](bool) {
+        opening_ = false;
+        sendNext();
+    });
+}
+
+bool TiraDevice::ActivateTira(qint16 port) {
+    // Sends queued before come first.
+    while (current_ || opening_)
+        WaitForSignal(this, &TiraDevice::sendEnded, 1000);
+    std::optional<bool> ok;
+    opening_ = true;
+    openAsync(port, [this, &ok](bool r) {
+        opening_ = false;
+        ok = r;
+        emit sendEnded();
+    });
+    while (!ok)
+        WaitForSignal(this, &TiraDevice::sendEnded, 1000);
+    if (!*ok)
+        qCWarning(lcDevice).noquote() << "cannot open" << Target(port);
+    sendNext();
+    return *ok;
 }
 
 void TiraDevice::DeActivateTira() {
@@ -108,13 +193,19 @@ void TiraDevice::DeActivateTira() {
 void TiraDevice::Unload() {
     Timer1.stop();
     timDeactivate.stop();
+    std::deque<Job> waiting = std::exchange(queue_, {});
+    for (Job& job : waiting)
+        job.done(SendResult::Failed);
+    if (!waiting.empty())
+        emit sendEnded();
     if (CaptureWaiting == 1)
         emit captureEnded(); // a capture waiting now will not get its signal
     if (driver_) {
         LastReturnCode = qint16(driver_->tira_stop());
         LastReturnCode = qint16(driver_->tira_cleanup());
-        dropDriver();
+        dropDriver(); // a send under way has ended with this, as failed
     }
+    timReturn.stop();
     TiraActive = false;
 }
 
@@ -189,42 +280,99 @@ void TiraDevice::tell(Origin origin, const QString& text, bool warning) {
         prompt.Information(text);
 }
 
-bool TiraDevice::TransmitTira(const QString& path, Origin origin) {
-    timDeactivate.stop();
-    QByteArray bytes;
-    switch (ReadSignalFile(path, &bytes)) {
+void TiraDevice::Enqueue(const QString& path, std::function<void(SendResult)> done) {
+    QByteArray blob;
+    QString why;
+    switch (ReadCheckedSignal(path, &blob, &why)) {
     case SignalRead::Ok:
         break;
     case SignalRead::Missing:
         qCWarning(lcDevice).noquote() << "no signal file" << path;
-        restartIdle();
-        return false;
+        return done(SendResult::Failed);
     case SignalRead::Unreadable:
+        qCWarning(lcDevice).noquote() << "cannot read signal file" << path;
+        return done(SendResult::Failed);
     case SignalRead::BadLength:
-        qCWarning(lcDevice).noquote() << "unusable signal file" << path;
-        restartIdle();
-        return false;
+    case SignalRead::Damaged:
+        qCWarning(lcDevice).noquote() << "damaged signal file" << path << "-" << why;
+        return done(SendResult::Failed);
     }
-
-    if (!TiraActive) {
-        if (!PortIsSet()) {
-            tell(origin, PortUnsetText, true);
-            if (origin == Origin::Desktop && SpecifyPort)
-                SpecifyPort();
-            else
-                qCWarning(lcDevice) << "no transceiver port set";
-        } else if (!ActivateTira(ConfiguredPort())) {
-            tell(origin, CannotActivateText, false);
-            return false;
-        }
+    if (int(queue_.size()) >= MaxQueued) {
+        qCWarning(lcDevice).noquote() << MaxQueued << "presses wait already; dropped" << path;
+        return done(SendResult::Busy);
     }
+    timDeactivate.stop();
+    queue_.push_back({path, std::move(blob), std::move(done)});
+    sendNext();
+}
 
-    int rc =
-        call([&](IrDriver& d) { return d.tira_transmit(TiraFacts::TransmitRepeat, -1, bytes); });
-    if (rc != 0)
-        qCWarning(lcDevice).noquote() << "transmission failed:" << rc << path;
+void TiraDevice::sendNext() {
+    if (current_ || opening_ || queue_.empty())
+        return;
+    current_ = std::move(queue_.front());
+    queue_.pop_front();
+    auto transmit = [this] {
+        IrDriver* d = driver_.get();
+        ++calls_;
+        d->transmitAsync(TiraFacts::TransmitRepeat, -1, current_->blob, [this, d](int rc) {
+            --calls_;
+            LastReturnCode = qint16(rc);
+            if (rc != 0) {
+                qCWarning(lcDevice).noquote()
+                    << "transmission failed:" << rc << (current_ ? current_->path : QString());
+                if (d == driver_.get())
+                    lost(d->target());
+            }
+            releaseRetired();
+            finishJob(rc == 0 ? SendResult::Sent : SendResult::Failed);
+        });
+    };
+    if (TiraActive && driver_)
+        return transmit();
+    if (!PortIsSet())
+        return finishJob(SendResult::NotOpened);
+    openAsync(ConfiguredPort(), [this, transmit](bool ok) {
+        if (ok)
+            transmit();
+        else
+            finishJob(SendResult::NotOpened);
+    });
+}
+
+void TiraDevice::finishJob(SendResult result) {
+    if (!current_)
+        return;
+    Job job = std::move(*current_);
+    current_.reset();
     restartIdle();
-    return rc == 0;
+    job.done(result);
+    emit sendEnded();
+    // The next one starts from the event loop, not inside this one's callback.
+    QTimer::singleShot(0, this, &TiraDevice::sendNext);
+}
+
+SendResult TiraDevice::TransmitAndWait(const QString& path, Origin origin) {
+    if (!TiraActive && !PortIsSet()) {
+        tell(origin, PortUnsetText, true);
+        if (origin == Origin::Desktop && SpecifyPort)
+            SpecifyPort();
+        else
+            qCWarning(lcDevice) << "no transceiver port set";
+        return SendResult::NotOpened;
+    }
+    std::optional<SendResult> result;
+    Enqueue(path, [&result](SendResult r) { result = r; });
+    // Presses that come meanwhile wait nested inside this; each loop ends
+    // when its own send has, and the outer ones return as these unwind.
+    while (!result)
+        WaitForSignal(this, &TiraDevice::sendEnded, 1000);
+    if (*result == SendResult::NotOpened)
+        prompt.Notice(u"device"_s, CannotActivateMessage());
+    return *result;
+}
+
+QString TiraDevice::CannotActivateMessage() const {
+    return problem_.isEmpty() ? CannotActivateText : CannotActivateText + u"\n"_s + problem_;
 }
 
 bool TiraDevice::PortIsSet() {

@@ -2,13 +2,16 @@
 
 #include "infrared/IrDriver.h"
 #include "infrared/SignalStore.h"
+#include "infrared/Transmission.h"
 
 #include <QObject>
 #include <QString>
 #include <QTimer>
 
+#include <deque>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 class ProgramFolder;
@@ -17,7 +20,10 @@ class UserPrompt;
 
 // The one owner of the infrared transceiver: opens it on demand, captures,
 // transmits, and closes it again after 30 s without use so that the port is
-// free for other programs. Nothing else calls a driver.
+// free for other programs. Nothing else calls a driver. Sends go out one after
+// another in the order they were asked for; a device that failed is closed and
+// opened afresh at the next send (and, while its path is missing, as soon as
+// it is back).
 class TiraDevice : public QObject {
     Q_OBJECT
 public:
@@ -37,7 +43,15 @@ public:
     bool CancelCaptureTira();
     void EraseSignal();
     QString GetSignal() const;
-    bool TransmitTira(const QString& path, Origin origin = Origin::Desktop);
+    // Queues a send of a signal file; done hears how it ended. At most
+    // MaxQueued sends wait behind the one going out; more are Busy at once.
+    void Enqueue(const QString& path, std::function<void(SendResult)> done);
+    // Enqueue, waiting with events running until this send has ended. Tells
+    // the person (or the log) when the device cannot be opened.
+    SendResult TransmitAndWait(const QString& path, Origin origin = Origin::Desktop);
+    bool TransmitTira(const QString& path, Origin origin = Origin::Desktop) {
+        return TransmitAndWait(path, origin) == SendResult::Sent;
+    }
     bool TestStudiedSignal();
     // Last act of the program: stop and release the library.
     void Unload();
@@ -63,6 +77,9 @@ public:
 
     QTimer Timer1;        // 40 ms, polls the driver while open
     QTimer timDeactivate; // 30 s idle, closes the device
+    QTimer timReturn;     // 2 s, looks for a lost device's path to come back
+
+    static constexpr int MaxQueued = 32;
 
     int captureTimeoutMs = 11000;
     DriverFactory factory;
@@ -73,11 +90,26 @@ public:
 
     static const QString PortUnsetText;
     static const QString CannotActivateText;
+    // CannotActivateText with why the last open failed, when that is known.
+    QString CannotActivateMessage() const;
 
 signals:
     void captureEnded();
+    void sendEnded();
 
 private:
+    struct Job {
+        QString path;
+        QByteArray blob;
+        std::function<void(SendResult)> done;
+    };
+    void sendNext();
+    void finishJob(SendResult result);
+    void openAsync(qint16 port, std::function<void(bool)> done);
+    bool opened(int rc, IrDriver* d, const QString& target);
+    void lost(const QString& target);
+    void lookForReturn();
+    void releaseRetired();
     void Timer1Tick();
     void tell(Origin origin, const QString& text, bool warning);
     template <typename F> int call(F f);
@@ -90,4 +122,11 @@ private:
     // the last call into it has returned.
     int calls_ = 0;
     std::vector<std::unique_ptr<IrDriver>> retired_;
+
+    std::optional<Job> current_; // going out now
+    std::deque<Job> queue_;      // waiting behind it
+    bool opening_ = false;       // an open of our own, outside any send
+    bool lost_ = false;          // logged as lost, not yet back
+    QString lostTarget_;
+    QString problem_; // why the last open failed, for people
 };

@@ -7,10 +7,20 @@
 #include <QElapsedTimer>
 #include <QLoggingCategory>
 
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 Q_LOGGING_CATEGORY(lcTira, "kestrava.tira")
@@ -19,21 +29,18 @@ Q_LOGGING_CATEGORY(lcTira, "kestrava.tira")
 constexpr qsizetype MaxPendingInput = 16384;
 constexpr size_t MaxBursts = 8;
 
-// Marks the end of a busy section however it is left.
-struct BusyGuard {
-    explicit BusyGuard(bool& b) : flag(b) { flag = true; }
-    ~BusyGuard() { flag = false; }
-    bool& flag;
-};
 } // namespace
 
 TiraSerialDriver::TiraSerialDriver(QString path, QObject* parent)
     : QObject(parent), path_(std::move(path)) {
     window_.setSingleShot(true);
     connect(&window_, &QTimer::timeout, this, &TiraSerialDriver::finishCapture);
+    stepTimer_.setSingleShot(true);
+    connect(&stepTimer_, &QTimer::timeout, this, &TiraSerialDriver::stepTimedOut);
 }
 
 TiraSerialDriver::~TiraSerialDriver() {
+    done_ = nullptr; // nobody is left to hear of it
     tira_stop();
 }
 
@@ -41,21 +48,74 @@ void TiraSerialDriver::fail(const char* why) {
     qCWarning(lcTira).noquote() << path_ << why;
 }
 
-int TiraSerialDriver::tira_start(int) {
-    if (busy_)
-        return Busy;
-    tira_stop();
-    fd_ = ::open(path_.toLocal8Bit().constData(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+QString TiraSerialDriver::HolderOf(const QString& path) {
+    const QString real = QFileInfo(path).canonicalFilePath();
+    if (real.isEmpty())
+        return {};
+    const QStringList pids = QDir(u"/proc"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString& pid : pids) {
+        if (pid.toLongLong() <= 0)
+            continue;
+        QDir fds(u"/proc/"_s + pid + u"/fd"_s);
+        for (const QFileInfo& fd : fds.entryInfoList(QDir::System | QDir::NoDotAndDotDot)) {
+            if (fd.symLinkTarget() != real)
+                continue;
+            QFile comm(u"/proc/"_s + pid + u"/comm"_s);
+            QString name = comm.open(QIODevice::ReadOnly)
+                               ? QString::fromLocal8Bit(comm.readAll()).trimmed()
+                               : QString();
+            return name + u" (pid "_s + pid + u')';
+        }
+    }
+    return {};
+}
+
+int TiraSerialDriver::openPort() {
+    const QByteArray name = QFile::encodeName(path_);
+    fd_ = ::open(name.constData(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    const int err = errno;
+    auto inUse = [this] {
+        const QString holder = HolderOf(path_);
+        qCWarning(lcTira).noquote()
+            << path_ << "is in use by" << (holder.isEmpty() ? u"another program"_s : holder);
+        problem_ = path_ + u" は他のプログラム"_s +
+                   (holder.isEmpty() ? QString() : u"（"_s + holder + u"）"_s) +
+                   u"が使用中です。"_s;
+        tira_stop();
+        return InUse;
+    };
     if (fd_ < 0) {
-        fail("cannot be opened");
+        if (err == ENOENT || err == ENODEV || err == ENXIO) {
+            qCWarning(lcTira).noquote() << path_ << "does not exist (not plugged in?)";
+            problem_ = path_ + u" が見つかりません。送信機が接続されているか確かめてください。"_s;
+            return Missing;
+        }
+        if (err == EACCES || err == EPERM) {
+            qCWarning(lcTira).noquote()
+                << path_ << "may not be opened by this user: join the group that owns it"
+                << "(usually dialout, then log in again) or add a udev rule for the device";
+            problem_ = path_ + u" を開く権限がありません。このユーザーを dialout グループに加える"
+                               u"（再ログインが必要）か、udev ルールで許可してください。"_s;
+            return Forbidden;
+        }
+        if (err == EBUSY)
+            return inUse();
+        qCWarning(lcTira).noquote() << path_ << "cannot be opened:" << strerror(err);
+        problem_ = path_ + u" を開けません: "_s + QString::fromLocal8Bit(strerror(err));
         return NotOpen;
     }
+    // Two programs talking to one Tira garble each other's exchanges: the
+    // lock keeps out ours and anything that honours it, TIOCEXCL the rest.
+    if (::flock(fd_, LOCK_EX | LOCK_NB) != 0)
+        return inUse();
     termios tio{};
     if (tcgetattr(fd_, &tio) != 0) {
         fail("is not a serial port");
+        problem_ = path_ + u" はシリアルポートではありません。"_s;
         tira_stop();
         return NotOpen;
     }
+    ::ioctl(fd_, TIOCEXCL);
     cfmakeraw(&tio);
     tio.c_cflag |= CLOCAL | CREAD | CRTSCTS;
     tio.c_cflag &= ~(CSTOPB | PARENB);
@@ -72,30 +132,149 @@ int TiraSerialDriver::tira_start(int) {
     notifier_ = std::make_unique<QSocketNotifier>(fd_, QSocketNotifier::Read);
     connect(notifier_.get(), &QSocketNotifier::activated, this, &TiraSerialDriver::onReadable);
     mode_ = Mode::SixByte;
-
-    BusyGuard guard(busy_);
-    WaitMs(TiraFacts::SettleMs);
-    QByteArray id;
-    if (!command("IP", "OIP", TiraFacts::ReplyTimeoutMs) ||
-        !expect({}, 2, TiraFacts::ReplyTimeoutMs, &id)) {
-        fail("does not answer as a Tira");
-        tira_stop();
-        return NoReply;
-    }
-    const auto version = uint8_t(id[1]);
-    if ((version >> 4) == 0) {
-        fail("is an Ira or Tira-1, which this program does not drive");
-        tira_stop();
-        return Unsupported;
-    }
-    canTransmit_ = version & 1;
-    if (!command("IR", "OK", TiraFacts::ReplyTimeoutMs)) {
-        fail("does not enter its normal mode");
-        tira_stop();
-        return NoReply;
-    }
-    qCInfo(lcTira).noquote() << path_ << "open, version" << Qt::hex << version;
     return 0;
+}
+
+std::vector<TiraSerialDriver::Step> TiraSerialDriver::startSteps() {
+    std::vector<Step> steps;
+    steps.push_back({.timeoutMs = TiraFacts::SettleMs});
+    steps.push_back({.send = "IP",
+                     .reply = "OIP",
+                     .extra = 2,
+                     .timeoutMs = TiraFacts::ReplyTimeoutMs,
+                     .why = "does not answer as a Tira",
+                     .then = [this](const QByteArray& id) {
+                         const auto version = uint8_t(id[1]);
+                         if ((version >> 4) == 0) {
+                             fail("is an Ira or Tira-1, which this program does not drive");
+                             return int(Unsupported);
+                         }
+                         canTransmit_ = version & 1;
+                         qCInfo(lcTira).noquote()
+                             << path_ << "answers, version" << Qt::hex << version;
+                         return 0;
+                     }});
+    steps.push_back({.send = "IR",
+                     .reply = "OK",
+                     .timeoutMs = TiraFacts::ReplyTimeoutMs,
+                     .why = "does not enter its normal mode"});
+    return steps;
+}
+
+void TiraSerialDriver::startAsync(int, Done done) {
+    if (busy_)
+        return done(Busy);
+    tira_stop();
+    problem_.clear();
+    if (int rc = openPort(); rc != 0)
+        return done(rc);
+    run(startSteps(), [this, done = std::move(done)](int rc) {
+        if (rc != 0) {
+            if (problem_.isEmpty())
+                problem_ = path_ + u" が Tira として応答しません。"_s;
+            tira_stop();
+        }
+        done(rc);
+    });
+}
+
+int TiraSerialDriver::tira_start(int port) {
+    if (busy_)
+        return Busy;
+    bool ended = false;
+    int result = 0;
+    startAsync(port, [&](int rc) {
+        ended = true;
+        result = rc;
+    });
+    while (!ended)
+        WaitForSignal(this, &TiraSerialDriver::exchangeEnded, 1000);
+    return result;
+}
+
+void TiraSerialDriver::run(std::vector<Step> steps, Done done) {
+    busy_ = true;
+    steps_ = std::move(steps);
+    step_ = 0;
+    done_ = std::move(done);
+    nextStep();
+}
+
+int TiraSerialDriver::runAndWait(std::vector<Step> steps) {
+    bool ended = false;
+    int result = 0;
+    run(std::move(steps), [&](int rc) {
+        ended = true;
+        result = rc;
+    });
+    while (!ended)
+        WaitForSignal(this, &TiraSerialDriver::exchangeEnded, 1000);
+    return result;
+}
+
+void TiraSerialDriver::nextStep() {
+    if (step_ >= steps_.size())
+        return finish(0);
+    const Step& s = steps_[step_];
+    if (!s.send.isEmpty()) {
+        in_.clear();
+        if (!writeAll(s.send))
+            return finish(Io);
+    }
+    // Every wait on the device ends, whatever the device does.
+    stepTimer_.start(std::clamp(s.timeoutMs, 0, 10000));
+    checkReply();
+}
+
+void TiraSerialDriver::checkReply() {
+    if (!busy_ || step_ >= steps_.size() || !stepTimer_.isActive())
+        return;
+    const Step& s = steps_[step_];
+    if (s.reply.isEmpty() && s.extra == 0)
+        return; // a pause
+    const qsizetype at = s.reply.isEmpty() ? 0 : in_.indexOf(s.reply);
+    if (at < 0 || in_.size() < at + s.reply.size() + s.extra) {
+        if (broken_ || fd_ < 0) {
+            fail(s.why);
+            finish(Io);
+        }
+        return;
+    }
+    const QByteArray extra = in_.mid(at + s.reply.size(), s.extra);
+    in_.remove(0, at + s.reply.size() + s.extra);
+    stepTimer_.stop();
+    const int rc = s.then ? s.then(extra) : 0;
+    if (rc != 0)
+        return finish(rc);
+    ++step_;
+    nextStep();
+}
+
+void TiraSerialDriver::stepTimedOut() {
+    if (!busy_ || step_ >= steps_.size())
+        return;
+    const Step& s = steps_[step_];
+    if (!s.reply.isEmpty() || s.extra > 0) {
+        fail(s.why);
+        return finish(s.optional ? 0 : int(NoReply));
+    }
+    const int rc = s.then ? s.then({}) : 0;
+    if (rc != 0)
+        return finish(rc);
+    ++step_;
+    nextStep();
+}
+
+void TiraSerialDriver::finish(int rc) {
+    stepTimer_.stop();
+    steps_.clear();
+    step_ = 0;
+    busy_ = false;
+    Done done = std::move(done_);
+    done_ = nullptr;
+    if (done)
+        done(rc);
+    emit exchangeEnded();
 }
 
 int TiraSerialDriver::tira_stop() {
@@ -109,6 +288,8 @@ int TiraSerialDriver::tira_stop() {
     captured_.clear();
     bursts_.clear();
     window_.stop();
+    if (busy_) // closed in the middle of an exchange: it ends now, as failed
+        finish(NotOpen);
     return 0;
 }
 
@@ -134,7 +315,7 @@ void TiraSerialDriver::onReadable() {
         parseStream();
     else if (!busy_ && in_.size() > MaxPendingInput)
         in_.clear(); // key codes nobody asked for
-    emit received();
+    checkReply();
 }
 
 void TiraSerialDriver::parseStream() {
@@ -218,58 +399,38 @@ bool TiraSerialDriver::writeAll(QByteArrayView bytes) {
     return done == bytes.size();
 }
 
-bool TiraSerialDriver::expect(QByteArrayView reply, int extra, int timeoutMs, QByteArray* tail) {
-    QElapsedTimer clock;
-    clock.start();
-    for (;;) {
-        qsizetype at = reply.isEmpty() ? 0 : in_.indexOf(reply);
-        if (at >= 0 && in_.size() >= at + reply.size() + extra) {
-            if (tail)
-                *tail = in_.mid(at + reply.size(), extra);
-            in_.remove(0, at + reply.size() + extra);
-            return true;
-        }
-        qint64 left = timeoutMs - clock.elapsed();
-        if (broken_ || fd_ < 0 || left <= 0)
-            return false;
-        WaitForSignal(this, &TiraSerialDriver::received, int(left));
-    }
-}
-
-bool TiraSerialDriver::command(QByteArrayView bytes, QByteArrayView reply, int timeoutMs) {
-    in_.clear();
-    return writeAll(bytes) && expect(reply, 0, timeoutMs);
-}
-
 int TiraSerialDriver::tira_start_capture() {
     if (mode_ == Mode::Closed || broken_)
         return NotOpen;
     if (busy_)
         return Busy;
-    BusyGuard guard(busy_);
     captured_.clear();
     bursts_.clear();
     window_.stop();
-    if (!command(QByteArrayView(TiraFacts::CaptureCommand, 4), "OIC", TiraFacts::ReplyTimeoutMs)) {
-        fail("does not enter timing mode");
-        return NoReply;
-    }
-    mode_ = Mode::Timing;
-    capturing_ = true;
-    parseStream(); // whatever came right behind the reply
-    return 0;
+    return runAndWait({{.send = QByteArray(TiraFacts::CaptureCommand, 4),
+                        .reply = "OIC",
+                        .timeoutMs = TiraFacts::ReplyTimeoutMs,
+                        .why = "does not enter timing mode",
+                        .then = [this](const QByteArray&) {
+                            mode_ = Mode::Timing;
+                            capturing_ = true;
+                            parseStream(); // whatever came right behind the reply
+                            return 0;
+                        }}});
 }
 
-int TiraSerialDriver::leaveTimingMode() {
+TiraSerialDriver::Step TiraSerialDriver::leaveTimingMode() {
     capturing_ = awaitingOic_ = false;
     bursts_.clear();
     window_.stop();
-    if (!command("IR", "OK", TiraFacts::ReplyTimeoutMs)) {
-        fail("does not leave timing mode");
-        return NoReply;
-    }
-    mode_ = Mode::SixByte;
-    return 0;
+    return {.send = "IR",
+            .reply = "OK",
+            .timeoutMs = TiraFacts::ReplyTimeoutMs,
+            .why = "does not leave timing mode",
+            .then = [this](const QByteArray&) {
+                mode_ = Mode::SixByte;
+                return 0;
+            }};
 }
 
 int TiraSerialDriver::tira_cancel_capture() {
@@ -277,9 +438,8 @@ int TiraSerialDriver::tira_cancel_capture() {
         return NotOpen;
     if (busy_)
         return Busy;
-    BusyGuard guard(busy_);
     captured_.clear();
-    return mode_ == Mode::Timing ? leaveTimingMode() : 0;
+    return mode_ == Mode::Timing ? runAndWait({leaveTimingMode()}) : 0;
 }
 
 int TiraSerialDriver::tira_get_captured_data(QByteArray* data, int maxSize) {
@@ -305,7 +465,8 @@ int TiraSerialDriver::tira_get_ir_data(QString* text) {
     return 0;
 }
 
-int TiraSerialDriver::tira_transmit(int repeat, int frequency, QByteArrayView data) {
+int TiraSerialDriver::transmitSteps(int repeat, int frequency, QByteArrayView data,
+                                    std::vector<Step>* steps) {
     if (mode_ == Mode::Closed || broken_)
         return NotOpen;
     if (busy_)
@@ -313,7 +474,7 @@ int TiraSerialDriver::tira_transmit(int repeat, int frequency, QByteArrayView da
     if (!canTransmit_)
         return NoTransmitter;
     auto blob = IrBlob::decode(data);
-    if (!blob)
+    if (!blob || !SignalProblem(*blob).isEmpty())
         return BadSignal;
     IrTiming timing = TimingFromBlob(*blob);
     const int carrier = frequency > 0 ? frequency : timing.carrierHz;
@@ -324,36 +485,51 @@ int TiraSerialDriver::tira_transmit(int repeat, int frequency, QByteArrayView da
     if (!timing.repeats())
         repeat = 0;
 
-    BusyGuard guard(busy_);
     // A capture under way is picked up again after the send; one that has
     // already got its signal keeps it.
     const bool wasCapturing = capturing_ && captured_.isEmpty();
-    if (mode_ == Mode::Timing && leaveTimingMode() != 0)
-        return NoReply;
+    if (mode_ == Mode::Timing)
+        steps->push_back(leaveTimingMode());
     auto lengthMs = [](const std::vector<uint32_t>& us) {
         uint64_t sum = 0;
         for (uint32_t d : us)
             sum += d;
-        return int(sum / 1000);
+        return int(std::min<uint64_t>(sum / 1000, MaxSignalUs / 1000));
     };
-    int rc = 0;
-    for (int i = 0; i <= std::max(0, repeat) && rc == 0; ++i) {
+    const int gapMs = int(std::min<uint32_t>(timing.gapUs() / 1000, 1000));
+    for (int i = 0; i <= std::clamp(repeat, 0, 10); ++i) {
         if (i > 0)
-            WaitMs(int(timing.gapUs() / 1000));
-        const QByteArray& cmd = i == 0 ? first : again;
-        int ms = lengthMs(i == 0 ? timing.frame() : timing.repeatFrame());
-        if (!command(cmd, "OIX", TiraFacts::TransmitReplySlackMs + ms)) {
-            fail("did not confirm a transmission");
-            rc = NoReply;
-        }
+            steps->push_back({.timeoutMs = gapMs});
+        steps->push_back({.send = i == 0 ? first : again,
+                          .reply = "OIX",
+                          .timeoutMs = TiraFacts::TransmitReplySlackMs +
+                                       lengthMs(i == 0 ? timing.frame() : timing.repeatFrame()),
+                          .why = "did not confirm a transmission"});
     }
-    if (wasCapturing && rc == 0 && !broken_) {
-        // Back to listening for the capture that was armed before.
-        if (command(QByteArrayView(TiraFacts::CaptureCommand, 4), "OIC",
-                    TiraFacts::ReplyTimeoutMs)) {
-            mode_ = Mode::Timing;
-            capturing_ = true;
-        }
-    }
-    return rc;
+    if (wasCapturing) // back to listening for the capture that was armed before
+        steps->push_back({.send = QByteArray(TiraFacts::CaptureCommand, 4),
+                          .reply = "OIC",
+                          .timeoutMs = TiraFacts::ReplyTimeoutMs,
+                          .why = "does not enter timing mode again",
+                          .optional = true,
+                          .then = [this](const QByteArray&) {
+                              mode_ = Mode::Timing;
+                              capturing_ = true;
+                              return 0;
+                          }});
+    return 0;
+}
+
+void TiraSerialDriver::transmitAsync(int repeat, int frequency, QByteArray data, Done done) {
+    std::vector<Step> steps;
+    if (int rc = transmitSteps(repeat, frequency, data, &steps); rc != 0)
+        return done(rc);
+    run(std::move(steps), std::move(done));
+}
+
+int TiraSerialDriver::tira_transmit(int repeat, int frequency, QByteArrayView data) {
+    std::vector<Step> steps;
+    if (int rc = transmitSteps(repeat, frequency, data, &steps); rc != 0)
+        return rc;
+    return runAndWait(std::move(steps));
 }

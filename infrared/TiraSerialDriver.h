@@ -9,12 +9,15 @@
 #include <QSocketNotifier>
 #include <QTimer>
 
+#include <functional>
 #include <memory>
 #include <vector>
 
-// A Tira-2 on a serial port (FTDI, /dev/ttyUSBn). Waits for replies with events
-// running; a capture uses the device's timing mode and keeps the first burst
-// and the one that repeats while the key is held.
+// A Tira-2 on a serial port (FTDI, /dev/ttyUSBn). Every exchange is a list of
+// steps run from the event loop (the synchronous calls wait for theirs with
+// events running); a capture uses the device's timing mode and keeps the first
+// burst and the one that repeats while the key is held. The port is held
+// exclusively (TIOCEXCL and flock) while open.
 class TiraSerialDriver final : public QObject, public IrDriver {
     Q_OBJECT
 public:
@@ -31,15 +34,54 @@ public:
     int tira_get_ir_data(QString* text) override;
     int tira_transmit(int repeat, int frequency, QByteArrayView data) override;
     QString target() const override { return path_; }
+    void startAsync(int port, Done done) override;
+    void transmitAsync(int repeat, int frequency, QByteArray data, Done done) override;
+    QString problem() const override { return problem_; }
 
     // Error codes beyond 0.
-    enum Error { NotOpen = 1, Busy, NoReply, BadSignal, NoTransmitter, Unsupported, Io };
+    enum Error {
+        NotOpen = 1,
+        Busy,
+        NoReply,
+        BadSignal,
+        NoTransmitter,
+        Unsupported,
+        Io,
+        Missing,   // no such device
+        Forbidden, // no permission to open it
+        InUse,     // another program holds it
+    };
+
+    // Who holds a device file open ("kestrava-ir (pid 123)"), "" when unknown.
+    static QString HolderOf(const QString& path);
 
 signals:
-    void received();
+    void exchangeEnded();
 
 private:
     enum class Mode { Closed, SixByte, Timing };
+
+    // Writes send (when any), then waits up to timeoutMs for reply followed by
+    // extra bytes; with neither it is a pause. then() sees the extra bytes and
+    // ends the exchange with its code when that is not 0.
+    struct Step {
+        QByteArray send = {};
+        QByteArray reply = {};
+        int extra = 0;
+        int timeoutMs = 0;
+        const char* why = "did not answer";
+        bool optional = false; // no answer ends the exchange, but as a success
+        std::function<int(const QByteArray& extra)> then = {};
+    };
+    void run(std::vector<Step> steps, Done done);
+    int runAndWait(std::vector<Step> steps);
+    void nextStep();
+    void checkReply();
+    void stepTimedOut();
+    void finish(int rc);
+    int openPort();
+    std::vector<Step> startSteps();
+    int transmitSteps(int repeat, int frequency, QByteArrayView data, std::vector<Step>* steps);
 
     void onReadable();
     void parseStream();
@@ -47,9 +89,7 @@ private:
     bool writeAll(QByteArrayView bytes);
     // Waits until the input holds reply followed by extra bytes; consumes
     // everything up to its end and puts the extra bytes in *tail.
-    bool expect(QByteArrayView reply, int extra, int timeoutMs, QByteArray* tail = nullptr);
-    bool command(QByteArrayView bytes, QByteArrayView reply, int timeoutMs);
-    int leaveTimingMode();
+    Step leaveTimingMode();
     void fail(const char* why);
 
     QString path_;
@@ -70,4 +110,9 @@ private:
     std::vector<Arrival> bursts_; // of the capture under way
     QElapsedTimer burstClock_;
     QTimer window_;
+    std::vector<Step> steps_; // of the exchange under way
+    size_t step_ = 0;
+    Done done_;
+    QTimer stepTimer_;
+    QString problem_;
 };

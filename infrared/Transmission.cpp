@@ -11,21 +11,34 @@
 using namespace Qt::StringLiterals;
 
 const QString SendFailedText = u"送信できませんでした。"_s;
+const QString SendBusyText =
+    u"送信を待っているボタンが多すぎます。少し待ってからもう一度押してください。"_s;
 
 void TXSignal(TiraDevice& device, QStringView deviceName, QStringView function) {
     if (function.isEmpty())
         return;
-    if (!device.TransmitTira(SignalFilePath(device.folder, deviceName, function)))
-        device.prompt.Warning(SendFailedText);
+    // One box per kind, updated by later presses: a dead device does not pile
+    // up boxes under a person who keeps pressing.
+    switch (device.TransmitAndWait(SignalFilePath(device.folder, deviceName, function))) {
+    case SendResult::Sent:
+    case SendResult::NotOpened: // the device has told why already
+        break;
+    case SendResult::Failed:
+        device.prompt.Notice(u"send"_s, SendFailedText);
+        break;
+    case SendResult::Busy:
+        device.prompt.Notice(u"send"_s, SendBusyText);
+        break;
+    }
 }
 
-bool TXSignalById(TiraDevice& device, QStringView remote, QStringView button) {
+SendResult TXSignalById(TiraDevice& device, QStringView remote, QStringView button) {
     if (IsTestMode(device.settings))
-        return true;
+        return SendResult::Sent;
     QString name = device.settings.ReadIni(u"Remote-"_s + remote.toString(), u"Device");
     QString function = GetButtonFunc(device.settings, remote, button);
     QString path = SignalFilePath(device.folder, name, function);
     if (!QFileInfo::exists(path))
-        return true;
-    return device.TransmitTira(path, TiraDevice::Origin::Background);
+        return SendResult::Sent;
+    return device.TransmitAndWait(path, TiraDevice::Origin::Background);
 }

@@ -24,8 +24,13 @@ constexpr int SnapshotSettleMs = 2000;
 // Phones ask 66 keys whatever the design: no design has more buttons.
 constexpr int CellButtonCount = 66;
 
-bool send(const RemotePageServices& services, const QString& devId, const QString& button) {
-    return services.send && services.send(devId, button);
+SendResult send(const RemotePageServices& services, const QString& devId, const QString& button) {
+    return services.send ? services.send(devId, button) : SendResult::Failed;
+}
+
+// What a page says when its press did not go out.
+QString sendFailure(SendResult result) {
+    return result == SendResult::Busy ? SendBusyText : u"リモコン信号を送信できませんでした。"_s;
 }
 
 QString num(int n) {
@@ -121,8 +126,11 @@ QString GraphicRemotePage(int design, const PageRequest& r, SettingsStore& setti
     const bool camera = settings.ReadIni(u"Options", u"TakePic") == u"1";
 
     QString out = PageHead({false, true, u"Remote"_s + num(design), BrowserBodyTag});
-    if (!r.Button.isEmpty() && !testLabels && !send(services, r.DevID, r.Button)) {
-        out += u"<B>リモコン信号を送信できませんでした。</B><BR>"_s + CRLF;
+    if (const SendResult sent = !r.Button.isEmpty() && !testLabels
+                                    ? send(services, r.DevID, r.Button)
+                                    : SendResult::Sent;
+        sent != SendResult::Sent) {
+        out += u"<B>"_s + sendFailure(sent) + u"</B><BR>"_s + CRLF;
         out += u"<p><font size=\"2\">"_s + MenuLink + u"</font></p>"_s + CRLF;
         out += u"</body></html>"_s;
         return out;
@@ -176,8 +184,10 @@ QString CellRemotePage(const PageRequest& r, SettingsStore& settings, const Cloc
                 for (int k : cellTestOrder(d.id))
                     out += cellLink(r, clock, k, d.function(k));
     } else {
-        if (!r.Button.isEmpty() && !send(services, r.DevID, r.Button)) {
-            out += u"リモコン信号を送信できませんでした。<BR>"_s + CRLF;
+        if (const SendResult sent =
+                r.Button.isEmpty() ? SendResult::Sent : send(services, r.DevID, r.Button);
+            sent != SendResult::Sent) {
+            out += sendFailure(sent) + u"<BR>"_s + CRLF;
             out += u"<p>"_s + MenuLink + u"</p>"_s + CRLF;
             out += u"</body></html>"_s;
             return out;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "infrared/Transmission.h"
+
 #include <QString>
 
 #include <functional>
@@ -11,9 +13,9 @@ struct PageRequest;
 
 // What the remote pages need from the infrared and camera parts.
 struct RemotePageServices {
-    // Sends button `button` of remote `devId`, both as the request gave them;
-    // false when the signal could not go out. Empty: every send fails.
-    std::function<bool(const QString& devId, const QString& button)> send;
+    // Sends button `button` of remote `devId`, both as the request gave them,
+    // and returns when it has gone out (or not). Empty: every send fails.
+    std::function<SendResult(const QString& devId, const QString& button)> send;
     // Shows or hides the camera preview. May be empty.
     std::function<void(bool visible)> showPreview;
     // Writes pic/pict.jpg; false on failure. Empty: there is no camera.

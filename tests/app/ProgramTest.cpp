@@ -1,5 +1,8 @@
 #include "core/Settings.h"
 #include "core/Wait.h"
+#include "infrared/SignalStore.h"
+#include "infrared/SimDriver.h"
+#include "support/HttpClient.h"
 #include "support/ProgramProcess.h"
 
 #include <QDir>
@@ -7,14 +10,17 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QTcpServer>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 #include <QTcpServer>
 
 #include <csignal>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 using namespace Qt::StringLiterals;
 
@@ -235,4 +241,55 @@ kill $!; wait
         GTEST_SKIP() << "no network namespace here: " << sh.readAllStandardError().constData();
     EXPECT_EQ(out, u"ready\nhome=200\npublic=000\nemptied=000\nunreadable=000\n"_s)
         << out.toStdString();
+}
+
+TEST(Program, PressesFromManyPhonesAtOnceAllGoOutInOrder) {
+    QTemporaryDir tmp;
+    const QString dir = tmp.path() + u"/home"_s;
+    quint16 port = 0;
+    {
+        QTcpServer probe;
+        ASSERT_TRUE(probe.listen(QHostAddress::LocalHost, 0));
+        port = probe.serverPort();
+    }
+    ASSERT_TRUE(QDir().mkpath(dir + u"/IRSignals"_s));
+    {
+        SettingsStore settings(dir + u"/setting.ini"_s);
+        settings.WriteIni(u"Tira", u"Device", u"sim");
+        settings.WriteIni(u"WebServer", u"Port", QString::number(port));
+        settings.WriteIni(u"Options", u"Internet", u"0");
+        settings.WriteIni(u"Remote-1", u"Device", u"TV");
+        settings.WriteIni(u"Remote-1", u"Design", u"4");
+        for (int k = 0; k < 10; ++k) {
+            const QString name = u"F"_s + QString::number(k);
+            settings.WriteIni(u"Remote-1", u"Button-"_s + QString::number(k), name);
+            ASSERT_TRUE(WriteSignalFile(dir + u"/IRSignals/TV-"_s + name + u".bin"_s,
+                                        SimDriver::NecSignal(0x40, uint8_t(k))));
+        }
+    }
+    Program p(home(dir));
+    const quint16 listening = p.webPort();
+    ASSERT_NE(listening, 0) << p.log().toStdString();
+
+    // Ten phones press within a few milliseconds; each send lasts longer.
+    std::vector<std::unique_ptr<RawConnection>> phones;
+    for (int k = 0; k < 10; ++k) {
+        phones.push_back(std::make_unique<RawConnection>(listening));
+        phones.back()->send("GET /cremote.asp?DevID=1&Button=" + QByteArray::number(k) +
+                            "&Device=TV HTTP/1.1\r\nHost: x\r\n\r\n");
+        WaitMs(5);
+    }
+    for (auto& phone : phones) {
+        const QByteArray page = phone->readAll(10000);
+        EXPECT_TRUE(page.startsWith("HTTP/1.1 200")) << page.left(200).toStdString();
+        EXPECT_TRUE(page.contains("cremote.asp?&Dummy=")) << "a failure page"; // the key list
+    }
+    QFile log(dir + u"/sim-transmit.log"_s);
+    ASSERT_TRUE(log.open(QIODevice::ReadOnly));
+    const QList<QByteArray> lines = log.readAll().trimmed().split('\n');
+    ASSERT_EQ(lines.size(), 10);
+    for (int k = 0; k < 10; ++k) // "<time> <count> <hex bytes>"
+        EXPECT_EQ(QByteArray::fromHex(lines[k].mid(lines[k].indexOf(' ', 24) + 1)),
+                  SimDriver::NecSignal(0x40, uint8_t(k)))
+            << k;
 }

@@ -1,4 +1,5 @@
 #include "infrared/SignalStore.h"
+#include "infrared/IrSignal.h"
 #include "support/TempFolder.h"
 
 #include <QFileInfo>
@@ -64,4 +65,45 @@ TEST(SignalStore, BadFilesFailWithoutCreatingAnything) {
     EXPECT_EQ(ReadSignalFile(missing, &out), SignalRead::Missing);
     EXPECT_FALSE(QFileInfo::exists(missing));
     EXPECT_EQ(ReadSignalFile(t.path(u"IRSignals"), &out), SignalRead::Missing);
+}
+
+TEST(SignalStore, ParseChecksTheWholeSignalBeforeItGoesOut) {
+    IrBlob b;
+    b.table = {1125, 563, 70};
+    b.sequence = {0, 1, 2, 1, 2, 0, 0};
+    b.pulsePeriodNs = 26316;
+    const QByteArray blob = b.encode();
+    auto file = [](const QByteArray& bytes, int stated) {
+        QByteArray img(SignalFileSize, '\0');
+        img.replace(0, bytes.size(), bytes);
+        img[1998] = char(stated / 255);
+        img[1999] = char(stated % 255);
+        return img;
+    };
+    EXPECT_EQ(ParseSignalFile(file(blob, int(blob.size()))).blob, blob);
+    // The older layout: no trailer, the blob's own count ends it (its last
+    // indexes are zeros, which the file holds).
+    EXPECT_EQ(ParseSignalFile(file(blob, 0)).blob, blob);
+    EXPECT_EQ(ParseSignalFile(blob).blob, blob);
+
+    auto withField = [&](int at, int32_t v) {
+        QByteArray out = blob;
+        for (int i = 0; i < 4; ++i)
+            out[at + i] = char(uint32_t(v) >> (8 * i));
+        return out;
+    };
+    const QByteArray bad[] = {
+        file(blob, int(blob.size()) - 2), // trailer cuts the signal short
+        blob.left(blob.size() - 1),       // short file without trailer
+        file(withField(84, 65536), 0),    // claims 65 536 durations
+        file(withField(72, 17), 0),       // more table entries than there are
+        file(withField(76, 1000), 0),     // 1 MHz carrier
+        file(withField(8, 0x100000), 0),  // an 8 s pulse: far too long
+        QByteArray(SignalFileSize, '\0'), QByteArray(),
+    };
+    for (const QByteArray& f : bad) {
+        ParsedSignal p = ParseSignalFile(f);
+        EXPECT_TRUE(p.blob.isEmpty());
+        EXPECT_FALSE(p.error.isEmpty()) << f.left(96).toHex().constData();
+    }
 }

@@ -88,7 +88,7 @@ TEST(TiraDevice, CaptureTimesOutStillArmedAndFailsAtOnceWhenClosed) {
     EXPECT_EQ(f.device.CaptureWaiting, 0);
 }
 
-TEST(Transmission, ByIdCountsTestModeAndMissingFilesAsSent) {
+TEST(Transmission, ByIdSendsOnlyWholeSignalsAndCountsTestModeAsSent) {
     Fixture f;
     f.t.settings.WriteIni(u"Remote-1", u"Device", u"TV");
     f.t.settings.WriteIni(u"Remote-1", u"Button-0", u"Power");
@@ -98,17 +98,16 @@ TEST(Transmission, ByIdCountsTestModeAndMissingFilesAsSent) {
     f.t.writeFile(u"IRSignals/TV-Junk.bin", QByteArray(SignalFileSize, '\x7F'));
     f.t.writeFile(u"IRSignals/TV-Empty.bin", QByteArray());
 
-    EXPECT_TRUE(TXSignalById(f.device, u"1", u"5")); // no file
-    EXPECT_TRUE(TXSignalById(f.device, u"1", u"0"));
-    EXPECT_FALSE(TXSignalById(f.device, u"1", u"1")); // a trailer claiming 32 512 bytes
-    EXPECT_FALSE(TXSignalById(f.device, u"1", u"2")); // one zero byte: not a signal
-    auto lines = f.sent();
-    ASSERT_EQ(lines.size(), 2);
-    EXPECT_EQ(loggedBytes(lines[1]), QByteArray(1, '\0'));
+    EXPECT_EQ(TXSignalById(f.device, u"1", u"5"), SendResult::Sent); // no file
+    EXPECT_EQ(TXSignalById(f.device, u"1", u"0"), SendResult::Sent);
+    EXPECT_EQ(TXSignalById(f.device, u"1", u"1"),
+              SendResult::Failed); // a trailer claiming 32 512 bytes
+    EXPECT_EQ(TXSignalById(f.device, u"1", u"2"), SendResult::Failed); // no signal in it
+    EXPECT_EQ(f.sent().size(), 1); // what is not a whole signal never goes out
 
     f.t.settings.WriteIni(u"Tira", u"Testmode", u"1");
-    EXPECT_TRUE(TXSignalById(f.device, u"1", u"0"));
-    EXPECT_TRUE(TXSignalById(f.device, u"1", u"1"));
-    EXPECT_EQ(f.sent().size(), 2);
+    EXPECT_EQ(TXSignalById(f.device, u"1", u"0"), SendResult::Sent);
+    EXPECT_EQ(TXSignalById(f.device, u"1", u"1"), SendResult::Sent);
+    EXPECT_EQ(f.sent().size(), 1);
     EXPECT_TRUE(f.prompt.shown.isEmpty());
 }

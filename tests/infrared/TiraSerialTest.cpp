@@ -8,8 +8,13 @@
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 
+#include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QFile>
+#include <QTimer>
+
 #include <gtest/gtest.h>
+#include <map>
 
 using namespace Qt::StringLiterals;
 
@@ -52,7 +57,7 @@ TEST(TiraSerial, IdentifiesAndSendsTheExactIxBytesFromAWebPress) {
     f.t.settings.WriteIni(u"Remote-3", u"Device", u"TV");
     f.t.settings.WriteIni(u"Remote-3", u"Button-0", u"Power");
 
-    EXPECT_TRUE(TXSignalById(f.device, u"3", u"0"));
+    EXPECT_EQ(TXSignalById(f.device, u"3", u"0"), SendResult::Sent);
     EXPECT_TRUE(f.device.TiraActive);
     EXPECT_TRUE(f.tira.fromHost.startsWith("IPIR"));
     // A signal without a repeating part goes out once.
@@ -104,7 +109,6 @@ TEST(TiraSerial, SilentOrOldDevicesDoNotOpen) {
         }
         EXPECT_TRUE(tira.transmissions.isEmpty());
     }
-    EXPECT_EQ(TiraSerialDriver(u"/nonexistent/ttyUSB9"_s).tira_start(0), TiraSerialDriver::NotOpen);
 }
 
 TEST(TiraSerial, UnpluggedDuringCaptureFailsCleanly) {
@@ -119,4 +123,117 @@ TEST(TiraSerial, UnpluggedDuringCaptureFailsCleanly) {
     EXPECT_FALSE(f.device.CaptureTira());
     EXPECT_LT(clock.elapsed(), 1000);
     EXPECT_NE(f.device.driver()->tira_transmit(3, -1, necBlob()), 0);
+}
+
+TEST(TiraSerial, PressesDuringASendQueueAndReachTheWireInOrder) {
+    Fixture f;
+    f.t.settings.WriteIni(u"Remote-3", u"Device", u"TV");
+    QList<QByteArray> expected;
+    for (int k = 0; k < 10; ++k) {
+        // Ten keys that differ in one space, so the wire shows their order.
+        IrTiming timing{{9000, 4500, 560, uint32_t(1000 + 300 * k), 560}, 38000, -1};
+        const QByteArray blob = BlobFromTiming(timing)->encode();
+        expected << TiraTransmitCommand(TimingFromBlob(*IrBlob::decode(blob)).frame(), 38000);
+        const QString name = u"K"_s + QString::number(k);
+        f.t.settings.WriteIni(u"Remote-3", u"Button-"_s + QString::number(k), name);
+        ASSERT_TRUE(WriteSignalFile(f.t.path(u"IRSignals/TV-"_s + name + u".bin"_s), blob));
+    }
+    // Each press comes while the ones before it are still opening the
+    // device or waiting for its reply.
+    std::vector<SendResult> results(10, SendResult::Failed);
+    int answered = 0;
+    for (int k = 0; k < 10; ++k)
+        QTimer::singleShot(k * 3, [&, k] {
+            results[size_t(k)] = TXSignalById(f.device, u"3", QString::number(k));
+            ++answered;
+        });
+    QElapsedTimer clock;
+    clock.start();
+    while (answered < 10 && clock.elapsed() < 10000)
+        WaitMs(20);
+    ASSERT_EQ(answered, 10);
+    EXPECT_EQ(results, std::vector<SendResult>(10, SendResult::Sent));
+    EXPECT_EQ(f.tira.transmissions, expected);
+    EXPECT_TRUE(f.prompt.shown.isEmpty());
+
+    // A flood is bounded: one on the wire, 32 waiting, the rest busy at once.
+    std::map<SendResult, int> flood;
+    const QString path = f.t.path(u"IRSignals/TV-K0.bin"_s);
+    for (int i = 0; i < TiraDevice::MaxQueued + 8; ++i)
+        f.device.Enqueue(path, [&](SendResult r) { ++flood[r]; });
+    EXPECT_EQ(flood[SendResult::Busy], 7);
+    clock.restart();
+    while (flood[SendResult::Sent] < TiraDevice::MaxQueued + 1 && clock.elapsed() < 10000)
+        WaitMs(20);
+    EXPECT_EQ(flood[SendResult::Sent], TiraDevice::MaxQueued + 1);
+    EXPECT_EQ(f.tira.transmissions.size(), 10 + TiraDevice::MaxQueued + 1);
+}
+
+TEST(TiraSerial, UnpluggedTiraComesBackAtItsPath) {
+    auto tira = std::make_unique<FakeTira>();
+    TempFolder t;
+    t.folder.CreateDataFolders();
+    const QString link = t.path(u"ttyTira"_s);
+    ASSERT_TRUE(QFile::link(tira->path(), link));
+    t.settings.WriteIni(u"Tira", u"Device", link);
+    ScriptedPrompt prompt;
+    TiraDevice device{t.folder, t.settings, prompt};
+    device.timReturn.setInterval(100);
+    QByteArray img = necBlob();
+    ASSERT_TRUE(WriteSignalFile(t.path(u"IRSignals/TV-Power.bin"_s), img));
+    const QString signal = t.path(u"IRSignals/TV-Power.bin"_s);
+    ASSERT_TRUE(device.TransmitTira(signal, TiraDevice::Origin::Background));
+
+    // Pulled: the press fails, and the device is looked for until it is back.
+    tira.reset();
+    ASSERT_TRUE(QFile::remove(link));
+    EXPECT_FALSE(device.TransmitTira(signal, TiraDevice::Origin::Background));
+    EXPECT_FALSE(device.TiraActive);
+    EXPECT_TRUE(device.timReturn.isActive());
+    WaitMs(250); // still missing: nothing to open
+    EXPECT_FALSE(device.TiraActive);
+
+    tira = std::make_unique<FakeTira>();
+    ASSERT_TRUE(QFile::link(tira->path(), link));
+    QElapsedTimer clock;
+    clock.start();
+    while (!device.TiraActive && clock.elapsed() < 3000)
+        WaitMs(20);
+    EXPECT_TRUE(device.TiraActive); // opened afresh in the background
+    EXPECT_TRUE(tira->fromHost.startsWith("IPIR"));
+    EXPECT_TRUE(device.TransmitTira(signal, TiraDevice::Origin::Background));
+    EXPECT_EQ(tira->transmissions.size(), 1);
+
+    // A device that stops answering is opened again from the start at the next press.
+    tira->answer = false;
+    EXPECT_FALSE(device.TransmitTira(signal, TiraDevice::Origin::Background));
+    tira->answer = true;
+    tira->fromHost.clear();
+    EXPECT_TRUE(device.TransmitTira(signal, TiraDevice::Origin::Background));
+    EXPECT_TRUE(tira->fromHost.startsWith("IPIR"));
+    EXPECT_EQ(tira->transmissions.size(), 2);
+}
+
+TEST(TiraSerial, PortIsHeldExclusivelyAndRefusalsSayWhy) {
+    Fixture f;
+    TiraSerialDriver first(f.tira.path()); // say kestrava-ir, run by hand
+    ASSERT_EQ(first.tira_start(0), 0);
+    TiraSerialDriver second(f.tira.path());
+    EXPECT_EQ(second.tira_start(0), TiraSerialDriver::InUse);
+    // We hold it ourselves here, so the holder named is this very process.
+    const QString holder = QCoreApplication::applicationName().left(15) + u" (pid "_s +
+                           QString::number(QCoreApplication::applicationPid()) + u')';
+    EXPECT_EQ(TiraSerialDriver::HolderOf(f.tira.path()), holder);
+    ASSERT_TRUE(WriteSignalFile(f.t.path(u"IRSignals/TV-Power.bin"_s), necBlob()));
+    EXPECT_FALSE(f.device.TransmitTira(f.t.path(u"IRSignals/TV-Power.bin"_s)));
+    ASSERT_EQ(f.prompt.shown.size(), 1);
+    EXPECT_TRUE(f.prompt.shown[0].contains(holder + u"）が使用中"_s))
+        << f.prompt.shown[0].toStdString();
+    EXPECT_EQ(first.tira_transmit(0, -1, necBlob()), 0); // undisturbed
+    first.tira_stop();
+    EXPECT_EQ(second.tira_start(0), 0);
+
+    TiraSerialDriver missing(u"/nonexistent/ttyUSB9"_s);
+    EXPECT_EQ(missing.tira_start(0), TiraSerialDriver::Missing);
+    EXPECT_TRUE(missing.problem().contains(u"見つかりません"_s));
 }

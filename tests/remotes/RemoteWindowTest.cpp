@@ -1,5 +1,6 @@
 #include "remotes/RemoteWindow.h"
 #include "core/Application.h"
+#include "core/MessageBoxPrompt.h"
 #include "core/Settings.h"
 #include "infrared/SignalStore.h"
 #include "infrared/SimDriver.h"
@@ -13,6 +14,7 @@
 #include <QFontInfo>
 #include <QGuiApplication>
 #include <QLabel>
+#include <QMessageBox>
 #include <QPointer>
 #include <QPushButton>
 #include <QScreen>
@@ -97,7 +99,11 @@ TEST(RemoteWindow, DoubleClickIsTwoFullPresses) {
     w.setFunction(0, u"電源"_s);
     w.show();
     bool downDuringPause = false;
-    QTimer::singleShot(50, [&] { downDuringPause = w.imgB(0)->isDown(); });
+    int ended = 0;
+    QObject::connect(&d.device, &TiraDevice::sendEnded, &w, [&] {
+        if (++ended == 2) // the double click's own send; the pause follows
+            QTimer::singleShot(30, [&] { downDuringPause = w.imgB(0)->isDown(); });
+    });
     doubleClick(w.imgB(0));
     EXPECT_EQ(d.sent(), 2);
     EXPECT_TRUE(downDuringPause);
@@ -112,7 +118,7 @@ TEST(RemoteWindow, FailedSendTellsThePersonAndKeepsTheWindow) {
     w.setFunction(3, u"未学習"_s);
     w.show();
     QTest::mouseClick(w.imgB(3), Qt::LeftButton);
-    EXPECT_EQ(d.prompt.shown, QStringList{u"warning:送信できませんでした。"_s});
+    EXPECT_EQ(d.prompt.shown, QStringList{u"notify:送信できませんでした。"_s});
     EXPECT_TRUE(w.isVisible());
 }
 
@@ -266,7 +272,11 @@ TEST(RemoteWindows, ChoosingADeviceOpensItsRemoteAlone) {
     EXPECT_TRUE(remotes.window(4)->isVisible());
 
     // Closed during the pause of a double click: the press ends quietly.
-    QTimer::singleShot(30, &remotes, &RemoteWindows::UnloadAll);
+    int ended = 0;
+    QObject::connect(&d.device, &TiraDevice::sendEnded, &remotes, [&] {
+        if (++ended == 2) // the double click's own send
+            QTimer::singleShot(30, &remotes, &RemoteWindows::UnloadAll);
+    });
     doubleClick(remotes.window(4)->imgB(0));
     EXPECT_FALSE(remotes.window(4));
     EXPECT_EQ(d.sent(), 3);
@@ -311,4 +321,30 @@ TEST(RemoteWindows, TestModeShowsTheFixedDevicesWithoutSending) {
     remotes.ShowRemoteWindow(u"照明"_s, 0);
     EXPECT_FALSE(remotes.window(5));
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+TEST(RemoteWindow, RepeatedFailuresShareOneBoxPerKind) {
+    QWidget desk;
+    MessageBoxPrompt prompt(&desk);
+    prompt.Notice(u"send"_s, u"送信できませんでした。"_s);
+    prompt.Notice(u"send"_s, u"送信できませんでした。"_s);
+    prompt.Notice(u"device"_s, u"Tiraを有効にできませんでした。"_s);
+    QList<QMessageBox*> boxes = desk.findChildren<QMessageBox*>();
+    ASSERT_EQ(boxes.size(), 2);
+    QStringList texts;
+    for (QMessageBox* box : boxes) {
+        EXPECT_FALSE(box->isModal());
+        texts << box->text();
+    }
+    EXPECT_TRUE(texts.contains(u"送信できませんでした。（2 回）"_s))
+        << texts.join(u'|').toStdString();
+    // Once closed, the next failure opens a box again.
+    for (QMessageBox* box : boxes)
+        box->close();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    prompt.Notice(u"send"_s, u"送信できませんでした。"_s);
+    boxes = desk.findChildren<QMessageBox*>();
+    ASSERT_EQ(boxes.size(), 1);
+    EXPECT_EQ(boxes[0]->text(), u"送信できませんでした。"_s);
+    boxes[0]->close();
 }

@@ -19,7 +19,7 @@ namespace {
 // Records every send and answers with `result`.
 struct Transmitter {
     std::vector<std::pair<QString, QString>> sent;
-    bool result = true;
+    SendResult result = SendResult::Sent;
     RemotePageServices services() {
         return {[this](const QString& devId, const QString& button) {
                     sent.emplace_back(devId, button);
@@ -288,7 +288,7 @@ TEST(GraphicRemotePage, SendsTheRequestedButtonAndEndsEarlyOnFailure) {
     TempFolder t;
     learnAircon(t.settings);
     Transmitter tx;
-    tx.result = false;
+    tx.result = SendResult::Failed;
     const QString failed =
         GraphicRemotePage(1, request(u"1"_s, u"2"_s, u"エアコン"_s), t.settings, tx.services());
     EXPECT_EQ(failed, remoteHead(1) +
@@ -309,7 +309,7 @@ TEST(GraphicRemotePage, CameraWaitsWithEventsRunningThenShowsTheSnapshot) {
     QStringList events;
     RemotePageServices services{[&](const QString&, const QString& button) {
                                     events << u"send "_s + button;
-                                    return true;
+                                    return SendResult::Sent;
                                 },
                                 [&](bool visible) { events << (visible ? u"show"_s : u"hide"_s); },
                                 [&] {
@@ -371,7 +371,7 @@ TEST(CellRemotePage, ListsLearnedFunctionsOfAllSixtySixKeys) {
     ASSERT_EQ(tx.sent.size(), 1u);
     EXPECT_EQ(tx.sent[0], std::make_pair(u"4"_s, u"12"_s));
 
-    tx.result = false;
+    tx.result = SendResult::Failed;
     EXPECT_TRUE(
         CellRemotePage(request(u"4"_s, u"0"_s, u"テレビ"_s), t.settings, clock, tx.services())
             .endsWith(u"<p>機器名：テレビ</p>\r\n"

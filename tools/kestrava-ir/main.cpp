@@ -120,18 +120,28 @@ std::unique_ptr<IrDriver> openDriver(const QString& device) {
     return driver;
 }
 
+// The signal of a file, checked as the program checks it before a send.
+bool readSignal(const QString& path, QByteArray* bytes) {
+    QString why;
+    switch (ReadCheckedSignal(path, bytes, &why)) {
+    case SignalRead::Ok:
+        return true;
+    case SignalRead::Damaged:
+        complain(path + u": not a usable signal: "_s + why);
+        return false;
+    default:
+        complain(path + u": not a readable signal file"_s);
+        return false;
+    }
+}
+
 int show(const QString& path, bool mode2) {
     QByteArray bytes;
-    if (ReadSignalFile(path, &bytes) != SignalRead::Ok) {
-        complain(path + u": not a readable signal file"_s);
+    if (!readSignal(path, &bytes))
         return 1;
-    }
     auto blob = IrBlob::decode(bytes);
-    if (!blob) {
-        complain(path + u": "_s + QString::number(bytes.size()) +
-                 u" bytes that are not a captured signal"_s);
+    if (!blob)
         return 1;
-    }
     IrTiming t = TimingFromBlob(*blob);
     int carrier = t.carrierHz > 0 ? t.carrierHz : DefaultCarrierHz;
     if (mode2) {
@@ -196,10 +206,8 @@ int capture(const QString& device, const QString& path, int seconds) {
 
 int send(const QString& device, const QString& path) {
     QByteArray bytes;
-    if (ReadSignalFile(path, &bytes) != SignalRead::Ok) {
-        complain(path + u": not a readable signal file"_s);
+    if (!readSignal(path, &bytes))
         return 1;
-    }
     auto driver = openDriver(device);
     if (!driver)
         return 1;
