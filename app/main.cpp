@@ -185,6 +185,10 @@ int main(int argc, char** argv) {
     // The transceiver: opened by the first send or capture, not at start.
     TiraDevice device(folder, settings, *prompt);
     QObject::connect(&app, &Application::releaseDevice, &device, &TiraDevice::Unload);
+    // Reserved signals go out like web presses: a failure is told without a box.
+    app.scheduler.send = [&device](const QString& path) {
+        return device.TransmitTira(path, TiraDevice::Origin::Background);
+    };
 
     Dispatcher dispatcher;
     InstallMenuPages(dispatcher, settings);

@@ -39,7 +39,7 @@ TEST(Application, FirstRunWaitsForSetupAndCloseRunsInOrder) {
     quiet.Start();
     EXPECT_TRUE(quietPrompt.shown.isEmpty());
     EXPECT_EQ(helped.size(), 1);
-    EXPECT_TRUE(app.timReserve.isActive());
+    EXPECT_TRUE(app.scheduler.timReserve.isActive());
     EXPECT_TRUE(app.timAddrCheckL.isActive()); // internet use is off by default
 
     QStringList order;
@@ -53,5 +53,5 @@ TEST(Application, FirstRunWaitsForSetupAndCloseRunsInOrder) {
     app.Close();
     app.Close();
     EXPECT_EQ(order, (QStringList{u"device"_s, u"remotes"_s, u"windows+"_s, u"closed+"_s}));
-    EXPECT_FALSE(app.timReserve.isActive());
+    EXPECT_FALSE(app.scheduler.timReserve.isActive());
 }
