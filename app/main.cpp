@@ -19,6 +19,7 @@
 #include "setup/PortChoice.h"
 #include "webpages/MenuPages.h"
 #include "webpages/RemotePages.h"
+#include "webpages/ReservePages.h"
 #include "webserver/Dispatcher.h"
 #include "webserver/WebServer.h"
 
@@ -197,6 +198,8 @@ int main(int argc, char** argv) {
         return TXSignalById(device, remote, button);
     };
     InstallRemotePages(dispatcher, settings, clock, remotePages);
+    InstallReservePages(dispatcher,
+                        {folder, settings, clock, [&app] { app.scheduler.FillGrid(); }});
     WebServer webServer(app, dispatcher);
     app.webServer = &webServer;
     // Until setup can be shown, a missing or unusable port is replaced by a free one.

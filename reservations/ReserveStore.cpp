@@ -162,6 +162,7 @@ bool AddLine(const QString& path, QStringView device, QStringView function) {
     if (!validPath(path))
         return false;
     // The old bytes stay as they are; only a missing line end is supplied.
+    QDir().mkpath(QFileInfo(path).path());
     QByteArray bytes = readAll(path);
     if (!bytes.isEmpty() && !bytes.endsWith('\n'))
         bytes += "\r\n";
