@@ -165,7 +165,15 @@ int main(int argc, char** argv) {
     QCoreApplication::setApplicationName(u"kestrava"_s);
     QCoreApplication::setApplicationVersion(QString::fromLatin1(KESTRAVA_VERSION));
 
-    SystemClock clock;
+    // Tests of the whole program may move its clock; nobody else sets this.
+    std::unique_ptr<Clock> clockStore;
+    if (const qint64 offset = qEnvironmentVariableIntValue("KESTRAVA_TEST_CLOCK_OFFSET_MS")) {
+        qCInfo(lcMain) << "clock moved by" << offset << "ms for a test";
+        clockStore = std::make_unique<OffsetClock>(offset);
+    } else {
+        clockStore = std::make_unique<SystemClock>();
+    }
+    const Clock& clock = *clockStore;
     std::unique_ptr<UserPrompt> prompt;
     if (headless)
         prompt = std::make_unique<HeadlessPrompt>();
