@@ -3,6 +3,7 @@
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 
+#include <QFileInfo>
 #include <QTimer>
 #include <gtest/gtest.h>
 
@@ -36,7 +37,9 @@ TEST(Application, FirstRunWaitsForSetupAndCloseRunsInOrder) {
     quiet.headless = true;
     quiet.openHelp = app.openHelp;
     QObject::connect(&quiet, &Application::setupRequested, [] { FAIL(); });
+    t.settings.WriteIni(u"Tira", u"Testmode", u"1");
     quiet.Start();
+    EXPECT_TRUE(QFileInfo(t.path(u"testmode/reserve")).isDir());
     EXPECT_TRUE(quietPrompt.shown.isEmpty());
     EXPECT_EQ(helped.size(), 1);
     EXPECT_TRUE(app.scheduler.timReserve.isActive());
