@@ -132,6 +132,12 @@ QString JoinLine(QStringView device, QStringView function) {
 }
 
 QStringList ReadLines(const QString& path) {
+    // Nothing we write comes near this; a larger file is someone else's and
+    // would only swell the grid and the pages.
+    if (QFileInfo(path).size() > MaxFileBytes) {
+        qCWarning(lcStore).noquote() << "ignoring" << path << "- too large for a reservation";
+        return {};
+    }
     const QByteArray bytes = readAll(path);
     QStringList lines;
     qsizetype start = 0;

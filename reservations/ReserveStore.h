@@ -45,8 +45,9 @@ Operation SplitLine(QStringView line);
 QString JoinLine(QStringView device, QStringView function);
 
 // The lines of a file (at CR LF, or a lone LF), empty ones kept so that line
-// numbers stay those of the file. Missing or unreadable: none.
+// numbers stay those of the file. Missing, unreadable or above MaxFileBytes: none.
 QStringList ReadLines(const QString& path);
+constexpr qint64 MaxFileBytes = 1 << 20;
 
 // The names of the reservations in a folder, in ordinal order.
 QStringList ListNames(const QString& folderPath);

@@ -72,7 +72,8 @@ TEST(ReserveStore, ChangesRewriteTheFileWhole) {
 }
 
 // The grid: files in ordinal name order (masks before dates), lines in file
-// order, empty lines and foreign names left out, broken bytes shown, not fatal.
+// order, empty lines, foreign names and a 10 MB file left out, broken bytes
+// shown, not fatal.
 TEST(ReserveStore, GridListsEveryLineInNameOrder) {
     TempFolder t;
     t.writeFile(u"reserve/2026_01_02 08_00", "Z|1\r\n\r\nY|2\r\n");
@@ -81,6 +82,7 @@ TEST(ReserveStore, GridListsEveryLineInNameOrder) {
     t.writeFile(u"reserve/notes.txt", "Q|1\r\n");
     t.writeFile(u"reserve/1111111 09_00.1.abcdef.tmp", "Q|1\r\n");
     t.writeFile(u"reserve/2026_01_01 08_00", "");
+    t.writeFile(u"reserve/1111111 10_00", QByteArray(10 << 20, 'x'));
     ReserveGrid grid;
     grid.FillGrid(t.path(u"reserve"));
     QStringList seen;
