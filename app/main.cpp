@@ -19,6 +19,7 @@
 #include "setup/PortChoice.h"
 #include "webpages/MenuPages.h"
 #include "webpages/RemotePages.h"
+#include "webpages/ReservePages.h"
 #include "webserver/Dispatcher.h"
 #include "webserver/WebServer.h"
 
@@ -164,7 +165,15 @@ int main(int argc, char** argv) {
     QCoreApplication::setApplicationName(u"kestrava"_s);
     QCoreApplication::setApplicationVersion(QString::fromLatin1(KESTRAVA_VERSION));
 
-    SystemClock clock;
+    // Tests of the whole program may move its clock; nobody else sets this.
+    std::unique_ptr<Clock> clockStore;
+    if (const qint64 offset = qEnvironmentVariableIntValue("KESTRAVA_TEST_CLOCK_OFFSET_MS")) {
+        qCInfo(lcMain) << "clock moved by" << offset << "ms for a test";
+        clockStore = std::make_unique<OffsetClock>(offset);
+    } else {
+        clockStore = std::make_unique<SystemClock>();
+    }
+    const Clock& clock = *clockStore;
     std::unique_ptr<UserPrompt> prompt;
     if (headless)
         prompt = std::make_unique<HeadlessPrompt>();
@@ -185,6 +194,10 @@ int main(int argc, char** argv) {
     // The transceiver: opened by the first send or capture, not at start.
     TiraDevice device(folder, settings, *prompt);
     QObject::connect(&app, &Application::releaseDevice, &device, &TiraDevice::Unload);
+    // Reserved signals go out like web presses: a failure is told without a box.
+    app.scheduler.send = [&device](const QString& path) {
+        return device.TransmitTira(path, TiraDevice::Origin::Background);
+    };
 
     Dispatcher dispatcher;
     InstallMenuPages(dispatcher, settings);
@@ -193,6 +206,8 @@ int main(int argc, char** argv) {
         return TXSignalById(device, remote, button);
     };
     InstallRemotePages(dispatcher, settings, clock, remotePages);
+    InstallReservePages(dispatcher,
+                        {folder, settings, clock, [&app] { app.scheduler.FillGrid(); }});
     WebServer webServer(app, dispatcher);
     app.webServer = &webServer;
     // Until setup can be shown, a missing or unusable port is replaced by a free one.

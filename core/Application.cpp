@@ -5,8 +5,10 @@
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
+#include "remotes/Registry.h"
 #include "webserver/WebServer.h"
 
+#include <QDir>
 #include <QEventLoop>
 #include <QLoggingCategory>
 
@@ -29,13 +31,12 @@ const QString Application::FirstRunText =
 
 Application::Application(const ProgramFolder& folder_, SettingsStore& settings_,
                          const Clock& clock_, UserPrompt& prompt_, QObject* parent)
-    : QObject(parent), folder(folder_), settings(settings_), clock(clock_), prompt(prompt_) {
+    : QObject(parent), folder(folder_), settings(settings_), clock(clock_), prompt(prompt_),
+      scheduler(folder_, settings_, clock_) {
     setUp(timAddrCheckL, 30000, true);
     setUp(timAddrCheck, 10000, false);
     setUp(timUPnPDelay, 10000, false);
     setUp(timUPnPReWrite, 30000, false);
-    setUp(timReserve, 1000, false);
-    setUp(timTimePast, 1000, true);
     setUp(timHibern, 10000, true);
     setUp(timObjMove, 5000, true);
     setUp(timComboVisible, 10000, true);
@@ -44,6 +45,8 @@ Application::Application(const ProgramFolder& folder_, SettingsStore& settings_,
 
 void Application::Start() {
     folder.CreateDataFolders();
+    if (IsTestMode(settings))
+        QDir().mkpath(folder.path(u"testmode/reserve"));
     int pictures = folder.WritePictures();
     if (pictures > 0)
         qCDebug(lcApp) << "wrote" << pictures << "pictures";
@@ -78,7 +81,8 @@ void Application::Start() {
             webServer->InitWebServer();
     }
 
-    timReserve.start();
+    scheduler.FillGrid();
+    scheduler.Start();
 
     if (settings.ReadIni(u"Options", u"Internet") == u"1") {
         timAddrCheck.start();
@@ -96,9 +100,10 @@ void Application::Close() {
     closing_ = true;
     qCInfo(lcApp) << "closing";
     emit releaseDevice();
-    for (QTimer* t : {&timAddrCheckL, &timAddrCheck, &timUPnPDelay, &timUPnPReWrite, &timReserve,
-                      &timTimePast, &timHibern, &timObjMove, &timComboVisible, &timHideRetry})
+    for (QTimer* t : {&timAddrCheckL, &timAddrCheck, &timUPnPDelay, &timUPnPReWrite, &timHibern,
+                      &timObjMove, &timComboVisible, &timHideRetry})
         t->stop();
+    scheduler.Stop();
     emit unloadRemoteWindows();
     state.AppClosing = true;
     emit unloadWindows();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "reservations/Scheduler.h"
+
 #include <QObject>
 #include <QString>
 #include <QTimer>
@@ -52,6 +54,8 @@ public:
     UserPrompt& prompt;
     AppState state;
     WebServer* webServer = nullptr; // listens from the start order on
+    // The reservation grid and its scan; they run with or without windows.
+    Scheduler scheduler;
     // Without a desktop nobody sees boxes: the first start logs where to go.
     bool headless = false;
     // Opens a help page for a person at the desktop.
@@ -63,8 +67,6 @@ public:
     QTimer timAddrCheck;    // 10 s: global address check
     QTimer timUPnPDelay;    // 10 s: port mapping attempt
     QTimer timUPnPReWrite;  // 30 s: port mapping keep-alive
-    QTimer timReserve;      // 1 s: reservation scan
-    QTimer timTimePast;     // pause after a sent signal
     QTimer timHibern;       // 10 s, one shot: power-off after the hibernate page
     QTimer timObjMove;      // 5 s, one shot: ends the redirect window
     QTimer timComboVisible; // 10 s, one shot: hides the device list

@@ -6,6 +6,7 @@
 #include "core/OpenHelp.h"
 #include "core/Settings.h"
 #include "remotes/Registry.h"
+#include "reservations/AddNewWindow.h"
 
 #include <QAction>
 #include <QApplication>
@@ -22,7 +23,7 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QScrollBar>
-#include <QTableWidget>
+#include <QTableView>
 #include <QToolButton>
 
 using namespace Qt::StringLiterals;
@@ -47,7 +48,7 @@ QToolButton:hover { background: qlineargradient(x1:0, y1:0, x2:0, y2:1,
     stop:0 #7a8693, stop:1 #3a434c); }
 QToolButton:pressed { background: #1d2227; }
 QToolButton:disabled { color: #808a94; }
-QTableWidget { font-size: 11px; background: #eef2ee; gridline-color: #b7c0b7;
+QTableView { font-size: 11px; background: #eef2ee; gridline-color: #b7c0b7;
     border: 1px solid #15191d; }
 QHeaderView::section { font-size: 11px; background: #d5dbd5; border: 0px;
     border-right: 1px solid #b7c0b7; padding: 0px; }
@@ -107,6 +108,8 @@ MainWindow::MainWindow(Application& app, QWidget* parent)
         for (QWidget* w : QApplication::topLevelWidgets())
             if (auto* dialog = qobject_cast<QDialog*>(w); dialog && dialog->isVisible())
                 dialog->reject();
+        if (addNew_)
+            addNew_->close();
         hide();
     });
     // Last in the close order: the position, then the tray icon goes.
@@ -117,7 +120,9 @@ MainWindow::MainWindow(Application& app, QWidget* parent)
     });
 }
 
-MainWindow::~MainWindow() = default;
+MainWindow::~MainWindow() {
+    delete addNew_; // it shows the application, which outlives no window
+}
 
 void MainWindow::buildMenus() {
     menuBar_ = new QMenuBar(this);
@@ -186,15 +191,14 @@ void MainWindow::buildPanel() {
         l->setFont(f);
     }
 
-    // The reservation list; its rows come with the reservation store.
-    grid_ = new QTableWidget(0, 5, this);
+    // The reservation list: a view of the scheduler's grid.
+    ReserveGrid& model = app_.scheduler.grid;
+    grid_ = new QTableView(this);
     grid_->setObjectName(u"MSFlexGrid1"_s);
-    grid_->setHorizontalHeaderLabels(
-        {QString(), u"日付/曜日"_s, u"時刻"_s, u"機器名"_s, u"機能名"_s});
-    grid_->setColumnHidden(0, true);
-    const int widths[] = {0, 88, 43, 112, 112};
-    for (int c = 1; c < 5; ++c)
-        grid_->setColumnWidth(c, widths[c]);
+    grid_->setModel(&model);
+    grid_->setColumnHidden(ReserveGrid::File, true);
+    for (int c = ReserveGrid::Day; c < ReserveGrid::ColumnCount; ++c)
+        grid_->setColumnWidth(c, ReserveGrid::ColumnTwips[c] / TwipsPerPixel);
     grid_->horizontalHeader()->setStretchLastSection(true);
     grid_->verticalHeader()->hide();
     grid_->verticalHeader()->setDefaultSectionSize(15);
@@ -206,6 +210,10 @@ void MainWindow::buildPanel() {
     grid_->setSelectionBehavior(QAbstractItemView::SelectRows);
     grid_->setSelectionMode(QAbstractItemView::SingleSelection);
     grid_->setFocusPolicy(Qt::NoFocus);
+    connect(&app_.scheduler, &Scheduler::timeShown, lblTime_, [this](const QString& text) {
+        lblTime_->setText(text);
+        lblTime_->repaint();
+    });
 
     command2_[0] = PanelButton(this, u"Command2_0"_s, u"▲"_s, u"予約一覧を上へ"_s);
     command2_[1] = PanelButton(this, u"Command2_1"_s, u"▼"_s, u"予約一覧を下へ"_s);
@@ -227,12 +235,19 @@ void MainWindow::buildPanel() {
     cmbDeviceName_->hide();
     connect(cmbDeviceName_, &QComboBox::activated, this, &MainWindow::deviceChosen);
 
-    // Reservations and hibernation arrive with their own windows.
     cmdTimer_ = PanelButton(this, u"cmdTimer"_s, u"予約追加"_s, u"予約を追加"_s);
     cmdDelRes_ = PanelButton(this, u"cmdDelRes"_s, u"予約編集"_s, u"選択行の予約を編集"_s);
+    connect(cmdTimer_, &QToolButton::clicked, this, [this] { ShowAddNew(); });
+    connect(cmdDelRes_, &QToolButton::clicked, this, [this] {
+        const QModelIndex current = grid_->currentIndex();
+        if (current.isValid())
+            ShowAddNew(grid_->model()->index(current.row(), ReserveGrid::File).data().toString());
+    });
+    auto rowsChanged = [this] { cmdDelRes_->setEnabled(!app_.scheduler.grid.rows().empty()); };
+    connect(&model, &QAbstractItemModel::modelReset, this, rowsChanged);
+    rowsChanged();
+    // Hibernation arrives with its own window.
     cmdSuspend_ = PanelButton(this, u"cmdSuspend"_s, u"休止"_s, u"休止状態にします"_s);
-    cmdTimer_->setEnabled(false);
-    cmdDelRes_->setEnabled(false);
     cmdSuspend_->setEnabled(false);
     cmdSuspend_->hide();
 }
@@ -308,6 +323,17 @@ void MainWindow::FillDevices() {
         cmbDeviceName_->addItem(item.name, item.id ? QVariant(*item.id) : QVariant());
     cmbDeviceName_->setPlaceholderText(list.shownText);
     cmbDeviceName_->setCurrentIndex(-1);
+}
+
+AddNewWindow* MainWindow::ShowAddNew(const QString& editFile) {
+    if (!addNew_)
+        addNew_ = new AddNewWindow(app_);
+    if (!editFile.isEmpty())
+        addNew_->EditFile(editFile);
+    addNew_->show();
+    addNew_->raise();
+    addNew_->activateWindow();
+    return addNew_;
 }
 
 void MainWindow::ShowLocalAddress() {

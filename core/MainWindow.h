@@ -6,12 +6,13 @@
 #include <QWidget>
 
 class AboutWindow;
+class AddNewWindow;
 class Application;
 class QAction;
 class QComboBox;
 class QLabel;
 class QMenuBar;
-class QTableWidget;
+class QTableView;
 class QToolButton;
 
 // The main window: a small frameless panel, dragged from anywhere, that lives in
@@ -32,6 +33,8 @@ public:
     // to the tray by Pos/Hide, the hibernate button, the local URL.
     void ShowAtStart();
     void FillDevices();
+    // The reservation dialog, for a new entry or on a file's moment.
+    AddNewWindow* ShowAddNew(const QString& editFile = {});
     void ShowLocalAddress();
     void ShowMenu(bool shown);
     bool menuShown() const { return menuShown_; }
@@ -91,7 +94,7 @@ private:
     QLabel* lblAddr_ = nullptr;
     QLabel* labelTime_ = nullptr;
     QLabel* lblTime_ = nullptr;
-    QTableWidget* grid_ = nullptr;
+    QTableView* grid_ = nullptr;
     QToolButton* cmdRemocon_ = nullptr;
     QComboBox* cmbDeviceName_ = nullptr;
     QToolButton* cmdTimer_ = nullptr;
@@ -99,4 +102,5 @@ private:
     QToolButton* cmdSuspend_ = nullptr;
     QSystemTrayIcon* tray_ = nullptr;
     QPointer<AboutWindow> about_;
+    QPointer<AddNewWindow> addNew_;
 };

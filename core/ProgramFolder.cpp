@@ -82,7 +82,7 @@ int ProgramFolder::WritePictures() const {
 int ProgramFolder::RemoveStaleTemporaries() const {
     static const QRegularExpression name(u"^.+\\.(\\d+)\\.[A-Za-z0-9]{6}\\.tmp$"_s);
     int removed = 0;
-    for (auto sub : {QString(), u"IRSignals"_s, u"reserve"_s}) {
+    for (auto sub : {QString(), u"IRSignals"_s, u"reserve"_s, u"testmode/reserve"_s}) {
         QDir dir(path(sub));
         for (const QString& file : dir.entryList({u"*.tmp"_s}, QDir::Files | QDir::Hidden)) {
             const auto m = name.match(file);

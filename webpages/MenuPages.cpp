@@ -99,20 +99,7 @@ QString CellPage(SettingsStore& settings) {
     return out;
 }
 
-static QString reservationsNotReadyPage() {
-    QString out = PageHead({true, false, u"予約"_s, BrowserBodyTag});
-    out += u"<p><font size=\"2\">予約の機能はまだ使えません。</font></p>"_s + CRLF;
-    out += u"<p><font size=\"2\"><a href=\"default.asp\">戻る</a></font></p>"_s + CRLF;
-    out += u"</body></html>"_s;
-    return out;
-}
-
 void InstallMenuPages(Dispatcher& dispatcher, SettingsStore& settings) {
-    // The menu links to the reservation pages; until they exist they say so
-    // rather than answer nothing.
-    for (const QString& page : {u"add1.asp"_s, u"add2.asp"_s, u"list.asp"_s})
-        dispatcher.SetGenerator(page,
-                                [](const PageRequest&) { return reservationsNotReadyPage(); });
     dispatcher.SetGenerator(u"default.asp"_s,
                             [&settings](const PageRequest&) { return DefaultPage(settings); });
     dispatcher.SetGenerator(u"remote.asp"_s,

@@ -23,6 +23,5 @@ QString DefaultPage(SettingsStore& settings);    // default.asp
 QString RemoteListPage(SettingsStore& settings); // remote.asp
 QString CellPage(SettingsStore& settings);       // cell.asp
 
-// Routes default.asp, remote.asp and cell.asp, and until reservations exist,
-// a page saying so for the reservation pages the menu links to.
+// Routes default.asp, remote.asp and cell.asp.
 void InstallMenuPages(Dispatcher& dispatcher, SettingsStore& settings);

@@ -293,3 +293,49 @@ TEST(Program, PressesFromManyPhonesAtOnceAllGoOutInOrder) {
                   SimDriver::NecSignal(0x40, uint8_t(k)))
             << k;
 }
+
+// The road of a reservation: made through the pages for the program's coming
+// minute, it goes out through the simulator within that minute, and the
+// one-shot file is gone afterwards. The program's clock is moved so that the
+// minute is seconds away.
+TEST(Program, ReservationMadeThroughThePagesFiresInItsMinute) {
+    QTemporaryDir tmp;
+    const QString dir = tmp.path() + u"/demo"_s;
+    {
+        Program demo({u"--headless"_s, u"--demo"_s, dir});
+        ASSERT_TRUE(demo.waitForLog(u"started on"_s)) << demo.log().toStdString();
+        ::kill(pid_t(demo.process.processId()), SIGTERM);
+        ASSERT_TRUE(demo.finish());
+        SettingsStore(dir + u"/setting.ini"_s).WriteIni(u"WebServer", u"Port", u"0");
+    }
+    const QDateTime real = QDateTime::currentDateTime();
+    const qint64 offset = 54000 - (real.time().second() * 1000 + real.time().msec());
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"KESTRAVA_TEST_CLOCK_OFFSET_MS"_s, QString::number(offset));
+    Program program(home(dir), env);
+    const quint16 port = program.webPort();
+    ASSERT_NE(port, 0) << program.log().toStdString();
+
+    const QDateTime due = real.addMSecs(offset + 60000);
+    const QByteArray body =
+        "R1=Single&Year=" + due.toString(u"yyyy").toLatin1() +
+        "&Month=" + due.toString(u"MM").toLatin1() + "&Date=" + due.toString(u"dd").toLatin1() +
+        "&R2=H24&Hour=" + due.toString(u"HH").toLatin1() +
+        "&Min=" + due.toString(u"mm").toLatin1() +
+        "&B1=%92%C7%89%C1&Dev=%83e%83%8C%83r&Func=%93d%8C%B9"; // 追加 テレビ 電源
+    const QByteArray page =
+        BodyOf(Fetch(port, "POST /add2.asp HTTP/1.1\r\nHost: x\r\nContent-Length: " +
+                               QByteArray::number(body.size()) + "\r\n\r\n" + body));
+    const QString file = dir + u"/reserve/"_s + due.toString(u"yyyy_MM_dd HH_mm");
+    ASSERT_TRUE(QFileInfo::exists(file)) << page.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(dir + u"/sim-transmit.log"_s));
+
+    QElapsedTimer waited;
+    waited.start();
+    while (QFileInfo::exists(file) && waited.elapsed() < 20000)
+        WaitMs(100);
+    EXPECT_FALSE(QFileInfo::exists(file));
+    QFile log(dir + u"/sim-transmit.log"_s);
+    ASSERT_TRUE(log.open(QIODevice::ReadOnly));
+    EXPECT_EQ(log.readAll().count('\n'), 1);
+}

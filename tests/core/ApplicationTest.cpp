@@ -3,6 +3,7 @@
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 
+#include <QFileInfo>
 #include <QTimer>
 #include <gtest/gtest.h>
 
@@ -36,10 +37,12 @@ TEST(Application, FirstRunWaitsForSetupAndCloseRunsInOrder) {
     quiet.headless = true;
     quiet.openHelp = app.openHelp;
     QObject::connect(&quiet, &Application::setupRequested, [] { FAIL(); });
+    t.settings.WriteIni(u"Tira", u"Testmode", u"1");
     quiet.Start();
+    EXPECT_TRUE(QFileInfo(t.path(u"testmode/reserve")).isDir());
     EXPECT_TRUE(quietPrompt.shown.isEmpty());
     EXPECT_EQ(helped.size(), 1);
-    EXPECT_TRUE(app.timReserve.isActive());
+    EXPECT_TRUE(app.scheduler.timReserve.isActive());
     EXPECT_TRUE(app.timAddrCheckL.isActive()); // internet use is off by default
 
     QStringList order;
@@ -53,5 +56,5 @@ TEST(Application, FirstRunWaitsForSetupAndCloseRunsInOrder) {
     app.Close();
     app.Close();
     EXPECT_EQ(order, (QStringList{u"device"_s, u"remotes"_s, u"windows+"_s, u"closed+"_s}));
-    EXPECT_FALSE(app.timReserve.isActive());
+    EXPECT_FALSE(app.scheduler.timReserve.isActive());
 }

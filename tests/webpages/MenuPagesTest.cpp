@@ -1,5 +1,8 @@
 #include "webpages/MenuPages.h"
 
+#include "core/Clock.h"
+#include "webpages/ReservePages.h"
+
 #include "support/TempFolder.h"
 #include "webserver/Dispatcher.h"
 
@@ -89,11 +92,11 @@ TEST(MenuPages, EveryMenuLinkAnswersAPage) {
     TempFolder t;
     Dispatcher dispatcher;
     InstallMenuPages(dispatcher, t.settings);
+    SystemClock clock;
+    InstallReservePages(dispatcher, {t.folder, t.settings, clock, {}});
     for (const char* page :
          {"/add1.asp", "/list.asp", "/add2.asp?R1=V1", "/remote.asp", "/cell.asp"})
         EXPECT_TRUE(dispatcher.DispatchPage(QString::fromLatin1(page), {}, u"127.0.0.1"_s)
                         .contains(u"</html>"_s))
             << page;
-    EXPECT_TRUE(
-        dispatcher.DispatchPage(u"/add1.asp"_s, {}, {}).contains(u"予約の機能はまだ使えません"_s));
 }

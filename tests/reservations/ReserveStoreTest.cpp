@@ -1,0 +1,97 @@
+#include "reservations/ReserveStore.h"
+#include "core/ShiftJis.h"
+#include "reservations/ReserveGrid.h"
+#include "support/TempFolder.h"
+
+#include <QFile>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+// Names both ways: what the dialog and the pages write and what the lists show.
+TEST(ReserveStore, NamesAndTheirTexts) {
+    EXPECT_EQ(Reserve::NameFor(u"2026/11/23", u"07:05"), u"2026_11_23 07_05"_s);
+    const QString weekly = Reserve::NameFor(Reserve::MaskFor({0, 1, 0, 0, 1, 0, 0}), u"21:30");
+    EXPECT_EQ(weekly, u"0100100 21_30"_s);
+    EXPECT_EQ(Reserve::DayText(weekly), u"月木"_s);
+    EXPECT_EQ(Reserve::TimeText(weekly), u"21:30"_s);
+    EXPECT_EQ(Reserve::DayText(u"1111111 07_00"), u"毎日"_s);
+    EXPECT_EQ(Reserve::DayText(u"2026_11_23 07_05"), u"2026/11/23"_s);
+    EXPECT_EQ(Reserve::NameFromTexts(u"月木", u"21:30"), weekly);
+    EXPECT_EQ(Reserve::NameFromTexts(u"毎日", u"07:00"), u"1111111 07_00"_s);
+    EXPECT_EQ(Reserve::NameFromTexts(u"2026/11/23", u"07:05"), u"2026_11_23 07_05"_s);
+    for (auto bad : {u"../setting.ini"_s, u"2026_11_23 7_05"_s, u"0100100 21_30.tmp"_s,
+                     u"0120100 21_30"_s, u" _"_s, u"2026/11/23 07_05"_s})
+        EXPECT_FALSE(Reserve::IsValidName(bad)) << bad.toStdString();
+}
+
+// Every change: CP932 with CR LF, lines in order, empty lines dropped on a
+// rewrite, numbers that name no line change nothing, and a file far above the
+// classic 1000 lines is moved in whole.
+TEST(ReserveStore, ChangesRewriteTheFileWhole) {
+    TempFolder t;
+    const QString path = t.path(u"reserve/2026_11_23 07_05");
+    t.writeFile(u"reserve/2026_11_23 07_05", "A|x\r\n\r\nB|y"); // no last line end
+    ASSERT_TRUE(Reserve::AddLine(path, u"テレビ", u"電源"));
+    EXPECT_EQ(t.readFile(u"reserve/2026_11_23 07_05"),
+              "A|x\r\n\r\nB|y\r\n" + ShiftJis::Encode(u"テレビ|電源") + "\r\n");
+    EXPECT_TRUE(Reserve::MoveLine(path, 4, true));
+    EXPECT_EQ(t.readFile(u"reserve/2026_11_23 07_05"),
+              "A|x\r\n" + ShiftJis::Encode(u"テレビ|電源") + "\r\nB|y\r\n");
+    for (int line : {0, 4, -1})
+        EXPECT_FALSE(Reserve::MoveLine(path, line, false));
+    EXPECT_FALSE(Reserve::MoveLine(path, 1, true));
+    EXPECT_FALSE(Reserve::DeleteLineIf(path, 1, u"B|y")); // stale row
+    EXPECT_TRUE(Reserve::DeleteLineIf(path, 3, u"B|y"));
+    EXPECT_TRUE(Reserve::DeleteLine(path, 2));
+    EXPECT_TRUE(Reserve::DeleteLine(path, 1));
+    EXPECT_TRUE(QFile::exists(path)); // the dialog leaves an empty file
+    EXPECT_EQ(t.readFile(u"reserve/2026_11_23 07_05"), QByteArray());
+
+    QByteArray many;
+    for (int i = 1; i <= 1500; ++i)
+        many += "D|f" + QByteArray::number(i) + "\r\n";
+    many += "D|f1\r\n";
+    t.writeFile(u"reserve/1111111 00_00", many);
+    const QString big = t.path(u"reserve/1111111 00_00");
+    EXPECT_TRUE(Reserve::MoveLine(big, 1400, false));
+    QStringList lines = Reserve::ReadLines(big);
+    ASSERT_EQ(lines.size(), 1501);
+    EXPECT_EQ(lines[1399], u"D|f1401"_s);
+    EXPECT_TRUE(Reserve::DeleteByContent(big, u"D|f1")); // both equal lines go
+    EXPECT_EQ(Reserve::ReadLines(big).size(), 1499);
+
+    // The web list's deletion removes a file that is left empty.
+    t.writeFile(u"reserve/0100100 21_30", "A|x\r\nA|x\r\n");
+    EXPECT_TRUE(Reserve::DeleteByContent(t.path(u"reserve/0100100 21_30"), u"A|x"));
+    EXPECT_FALSE(QFile::exists(t.path(u"reserve/0100100 21_30")));
+
+    // Nothing but a reservation name is ever written.
+    EXPECT_FALSE(Reserve::AddLine(t.path(u"reserve/../setting.ini"), u"A", u"x"));
+    EXPECT_FALSE(QFile::exists(t.path(u"setting.ini")));
+}
+
+// The grid: files in ordinal name order (masks before dates), lines in file
+// order, empty lines, foreign names and a 10 MB file left out, broken bytes
+// shown, not fatal.
+TEST(ReserveStore, GridListsEveryLineInNameOrder) {
+    TempFolder t;
+    t.writeFile(u"reserve/2026_01_02 08_00", "Z|1\r\n\r\nY|2\r\n");
+    t.writeFile(u"reserve/1111111 09_00", "A|1\r\n");
+    t.writeFile(u"reserve/0100100 21_30", "\x81\xff|\x82\r\nno bar\r\n");
+    t.writeFile(u"reserve/notes.txt", "Q|1\r\n");
+    t.writeFile(u"reserve/1111111 09_00.1.abcdef.tmp", "Q|1\r\n");
+    t.writeFile(u"reserve/2026_01_01 08_00", "");
+    t.writeFile(u"reserve/1111111 10_00", QByteArray(10 << 20, 'x'));
+    ReserveGrid grid;
+    grid.FillGrid(t.path(u"reserve"));
+    QStringList seen;
+    for (const ReserveRow& r : grid.rows())
+        seen << r.day + u' ' + r.time + u' ' + r.device + u'|' + r.function;
+    EXPECT_EQ(seen, (QStringList{u"月木 21:30 \uFFFD\uFFFD|\uFFFD"_s, u"月木 21:30 |no bar"_s,
+                                 u"毎日 09:00 A|1"_s, u"2026/01/02 08:00 Z|1"_s,
+                                 u"2026/01/02 08:00 Y|2"_s}));
+    EXPECT_EQ(grid.rowCount(), 6); // and the empty last row
+    EXPECT_EQ(grid.data(grid.index(5, 1), Qt::DisplayRole).toString(), QString());
+    EXPECT_EQ(grid.headerData(1, Qt::Horizontal, Qt::DisplayRole).toString(), u"日付/曜日"_s);
+}
