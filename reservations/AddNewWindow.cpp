@@ -13,6 +13,7 @@
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QDateEdit>
+#include <QEvent>
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
@@ -106,6 +107,7 @@ AddNewWindow::AddNewWindow(Application& app, QWidget* parent)
     cmbDeviceName_->setObjectName(u"cmbDeviceName"_s);
     cmbFunc_ = new QComboBox(this);
     cmbFunc_->setObjectName(u"cmbFunc"_s);
+    cmbFunc_->installEventFilter(this);
     QPushButton* command1 = button(this, u"Command1"_s, u"追加"_s);
     opGrid->addWidget(new QLabel(u"操作対象機器"_s, this), 0, 0);
     opGrid->addWidget(cmbDeviceName_, 0, 1);
@@ -336,6 +338,17 @@ void AddNewWindow::Delete() {
     Reserve::DeleteLine(Reserve::Folder(app_.folder, app_.settings) + u'/' + FileName(), line);
     RefreshList();
     app_.scheduler.FillGrid();
+}
+
+// A function can only be chosen for a device: say so instead of opening an
+// empty list.
+bool AddNewWindow::eventFilter(QObject* watched, QEvent* event) {
+    if (watched == cmbFunc_ && event->type() == QEvent::MouseButtonPress &&
+        cmbDeviceName_->currentText().isEmpty()) {
+        app_.prompt.Warning(u"先に機器番号、機器の名前を選択してください"_s);
+        return true;
+    }
+    return QWidget::eventFilter(watched, event);
 }
 
 void AddNewWindow::closeEvent(QCloseEvent* event) {

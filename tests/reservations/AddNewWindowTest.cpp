@@ -61,6 +61,11 @@ TEST(AddNewWindow, AddsMovesAndDeletesOnOneMoment) {
     ASSERT_TRUE(w->isVisible());
     EXPECT_EQ(w->windowTitle(), u"Kestrava　－　予約の追加、編集"_s);
 
+    auto* device = d.in<QComboBox>(w, u"cmbDeviceName"_s);
+    const int chosen = device->currentIndex();
+    device->setCurrentIndex(-1);
+    QTest::mouseClick(d.in<QComboBox>(w, u"cmbFunc"_s), Qt::LeftButton);
+    device->setCurrentIndex(chosen);
     d.click(w, u"Option3"_s);
     d.click(w, u"Command1"_s);
     d.in<QComboBox>(w, u"Combo1"_s)->setCurrentText(u"11"_s);
@@ -68,7 +73,8 @@ TEST(AddNewWindow, AddsMovesAndDeletesOnOneMoment) {
     d.in<QDateEdit>(w, u"DTPicker1"_s)->setDate(QDate(2026, 11, 23));
     d.click(w, u"Command1"_s); // 11:00 AM today is over
     EXPECT_EQ(d.prompt.shown,
-              (QStringList{u"warning:曜日が選択されていません"_s,
+              (QStringList{u"warning:先に機器番号、機器の名前を選択してください"_s,
+                           u"warning:曜日が選択されていません"_s,
                            u"warning:予約時刻はすでに過ぎています。修正してください。"_s}));
 
     d.in<QComboBox>(w, u"Combo3"_s)->setCurrentText(u"PM"_s);
