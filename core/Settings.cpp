@@ -113,6 +113,7 @@ void SettingsStore::parse(const QByteArray& bytes) {
             --end;
         Line line;
         line.raw = bytes.sliced(pos, end - pos);
+        line.eol = bytes.sliced(end, next - end);
         pos = next;
 
         QByteArray text = trimmed(line.raw);
@@ -233,8 +234,11 @@ bool SettingsStore::DeleteIniSection(QStringView section) {
 
 bool SettingsStore::save() {
     QByteArray out;
-    for (const Line& line : lines_)
-        out += line.raw + eol_;
+    for (const Line& line : lines_) {
+        out += line.raw + line.eol;
+        if (!line.eol.endsWith('\n')) // a new line, or the last one of the file
+            out += eol_;
+    }
     QString error;
     if (!WriteFileAtomically(path_, out, 0600, &error)) {
         qCWarning(lcSettings).noquote() << "cannot write" << error;

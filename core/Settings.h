@@ -34,6 +34,7 @@ private:
     enum class Kind { Other, Section, Key };
     struct Line {
         QByteArray raw;
+        QByteArray eol; // its own line end as read; "" for a new line
         Kind kind = Kind::Other;
         QString name;     // section or key name, folded to lower case
         QByteArray key;   // key name as written in the file

@@ -2,6 +2,7 @@
 // value it does not touch.
 #include "core/Settings.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 
@@ -10,7 +11,10 @@
 using namespace Qt::StringLiterals;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static QTemporaryDir dir;
+    // In memory where there is a tmpfs: every save syncs its file.
+    static QTemporaryDir dir(QDir(u"/dev/shm"_s).exists()
+                                 ? u"/dev/shm/kestrava-fuzz-XXXXXX"_s
+                                 : QDir::tempPath() + u"/kestrava-fuzz-XXXXXX"_s);
     const QString path = dir.filePath(u"setting.ini"_s);
     {
         QFile f(path);
