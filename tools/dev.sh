@@ -76,7 +76,7 @@ run_fuzzers() {
     if [ ${#failed[@]} -gt 0 ]; then
         mkdir -p build-fuzz/crashes
         for name in "${failed[@]}"; do
-            grep -E 'ERROR|SUMMARY|runtime error' "$scratch/$name/log" | head -n 5
+            grep -E 'ERROR|SUMMARY|runtime error' "$scratch/$name/log" | head -n 5 || true
             cp "$scratch/$name"/crashes/* build-fuzz/crashes/ 2>/dev/null || true
         done
         echo "crashing inputs: build-fuzz/crashes/ (add each to tests/fuzz/corpus/<harness>/)"
