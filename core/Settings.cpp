@@ -235,9 +235,9 @@ bool SettingsStore::DeleteIniSection(QStringView section) {
 bool SettingsStore::save() {
     QByteArray out;
     for (const Line& line : lines_) {
-        out += line.raw + line.eol;
-        if (!line.eol.endsWith('\n')) // a new line, or the last one of the file
-            out += eol_;
+        // A new line, or the file's last one (even with a lone CR), gets a
+        // whole line end: another line may follow it now.
+        out += line.raw + (line.eol.endsWith('\n') ? line.eol : eol_);
     }
     QString error;
     if (!WriteFileAtomically(path_, out, 0600, &error)) {
