@@ -235,9 +235,12 @@ bool SettingsStore::DeleteIniSection(QStringView section) {
 bool SettingsStore::save() {
     QByteArray out;
     for (const Line& line : lines_) {
-        // A new line, or the file's last one (even with a lone CR), gets a
-        // whole line end: another line may follow it now.
-        out += line.raw + (line.eol.endsWith('\n') ? line.eol : eol_);
+        // The file's last line may end in a lone CR, and another line may
+        // follow it now: that CR stays the one a line end strips when read.
+        const QByteArray eol = line.eol.endsWith('\n') ? line.eol
+                               : line.eol.isEmpty()    ? eol_
+                                                       : QByteArray("\r\n");
+        out += line.raw + eol;
     }
     QString error;
     if (!WriteFileAtomically(path_, out, 0600, &error)) {
