@@ -232,8 +232,12 @@ QByteArray IniText::bytes() const {
     QByteArray out;
     for (size_t i = 0; i < lines_.size(); ++i) {
         out += lines_[i].raw;
-        // A last line without an ending gets one once something follows it.
-        out += lines_[i].end.isEmpty() && i + 1 < lines_.size() ? eol_ : lines_[i].end;
+        // A last line without an ending gets one once something follows it; after
+        // a CR it must be CR LF, or the reader would take that CR for the ending.
+        if (lines_[i].end.isEmpty() && i + 1 < lines_.size())
+            out += lines_[i].raw.endsWith('\r') ? QByteArrayView("\r\n") : QByteArrayView(eol_);
+        else
+            out += lines_[i].end;
     }
     return out;
 }

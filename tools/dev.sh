@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # One entry for a fresh Debian 12 machine: installs what is missing, builds,
-# then runs the program, the tests, the sanitizer tests or the benchmarks.
+# then runs the program, the tests, the sanitizer tests, the fuzzers or the
+# benchmarks.
 #
 #   tools/dev.sh run [ARGS]   the program on the demo folder ./kestrava-demo
 #   tools/dev.sh test         the whole test suite
 #   tools/dev.sh asan         the test suite under AddressSanitizer + UBSan
+#   tools/dev.sh fuzz [SECS]  each fuzzing harness for SECS seconds (30)
 #   tools/dev.sh bench        the benchmarks
 #   tools/dev.sh shots [DIR]  screenshots of the desktop under Xvfb
 set -euo pipefail
@@ -16,6 +18,7 @@ PACKAGES=(
     libgtest-dev libgmock-dev libbenchmark-dev
     chromium w3m
     xvfb xdotool imagemagick fonts-noto-cjk
+    clang libclang-rt-14-dev
 )
 
 install_missing() {
@@ -47,6 +50,42 @@ build() {
     cmake --build "$dir"
 }
 
+# Runs every harness of tests/fuzz on a scratch copy of its corpus, so the
+# inputs it finds stay out of the tree. Fails when one of them crashes.
+run_fuzzers() {
+    local seconds=$1 scratch h name dir log last failed=()
+    scratch=$(mktemp -d)
+    for h in tests/fuzz/*_fuzz.cpp; do
+        name=$(basename "$h" .cpp)
+        dir=$scratch/$name
+        mkdir -p "$dir/corpus" "$dir/crashes"
+        cp tests/fuzz/corpus/"$name"/* "$dir/corpus/" 2>/dev/null || true
+        log=$dir/log
+        if ! build-fuzz/tests/fuzz/"$name" -max_total_time="$seconds" -timeout=10 \
+            -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$dir/crashes/" \
+            "$dir/corpus" >"$log" 2>&1; then
+            failed+=("$name")
+        fi
+        last=$(grep -E '^#[0-9]+.*cov:' "$log" | tail -n 1 || true)
+        printf '%-18s exec/s %-8s cov %-6s ft %-6s %s\n' "$name" \
+            "$(sed -n 's/^stat::average_exec_per_sec: *//p' "$log")" \
+            "$(grep -Eo 'cov: [0-9]+' <<<"$last" | cut -d' ' -f2)" \
+            "$(grep -Eo 'ft: [0-9]+' <<<"$last" | cut -d' ' -f2)" \
+            "$([[ " ${failed[*]-} " == *" $name "* ]] && echo CRASHED || echo ok)"
+    done
+    if [ ${#failed[@]} -gt 0 ]; then
+        mkdir -p build-fuzz/crashes
+        for name in "${failed[@]}"; do
+            grep -E 'ERROR|SUMMARY|runtime error' "$scratch/$name/log" | head -n 5 || true
+            cp "$scratch/$name"/crashes/* build-fuzz/crashes/ 2>/dev/null || true
+        done
+        echo "crashing inputs: build-fuzz/crashes/ (add each to tests/fuzz/corpus/<harness>/)"
+        rm -rf "$scratch"
+        return 1
+    fi
+    rm -rf "$scratch"
+}
+
 cmd=${1:-}
 [ $# -gt 0 ] && shift
 case "$cmd" in
@@ -68,6 +107,14 @@ asan)
     ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
         ctest --test-dir build-asan --output-on-failure -j "$(nproc)"
     ;;
+fuzz)
+    install_missing
+    CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -Wno-dev \
+        -DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DKESTRAVA_FUZZ=ON -DKESTRAVA_TESTS=OFF \
+        -DKESTRAVA_BENCH=OFF >/dev/null
+    cmake --build build-fuzz --target kestrava_fuzzers
+    run_fuzzers "${1:-30}"
+    ;;
 bench)
     install_missing
     build build
@@ -79,7 +126,7 @@ shots)
     exec tools/screenshots.sh "$@"
     ;;
 *)
-    sed -n '2,9p' "$0" | sed 's/^# \{0,1\}//'
+    sed -n '2,11p' "$0" | sed 's/^# \{0,1\}//'
     exit 2
     ;;
 esac

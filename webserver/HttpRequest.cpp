@@ -23,12 +23,45 @@ QString trimSpaces(const QString& s) {
     return s.mid(b, e - b);
 }
 
-// Text from `from` up to the next CRLF (or the end).
+// Text from `from` up to the end of its line (or of the text).
 QString toLineEnd(const QString& text, qsizetype from, qsizetype searchFrom) {
-    qsizetype end = text.indexOf(CRLF, searchFrom);
+    qsizetype end = text.indexOf(u'\n', searchFrom);
     if (end < 0)
         end = text.size();
+    else if (end > from && text[end - 1] == u'\r')
+        --end;
     return from < end ? text.mid(from, end - from) : QString();
+}
+
+// Offset just past the empty line that ends the header, -1 while none has
+// come, from where "\n\n" and "\n\r\n" first occur. Lines end in CRLF or, as
+// RFC 9112 allows, in a bare LF.
+qsizetype headerEnd(qsizetype lf, qsizetype crlf) {
+    if (crlf >= 0 && (lf < 0 || crlf < lf))
+        return crlf + 3;
+    return lf >= 0 ? lf + 2 : -1;
+}
+qsizetype headerEnd(const QByteArray& data) {
+    return headerEnd(data.indexOf("\n\n"), data.indexOf("\n\r\n"));
+}
+qsizetype headerEnd(const QString& text) {
+    return headerEnd(text.indexOf(u"\n\n"), text.indexOf(u"\n\r\n"));
+}
+
+// The value of the first header line named `name` (lower case), without
+// surrounding blanks; "" when there is none.
+QString headerValue(const QString& text, qsizetype end, QStringView name) {
+    qsizetype pos = text.indexOf(u'\n');
+    while (pos >= 0 && pos + 1 < end) {
+        const qsizetype from = pos + 1;
+        const QString line = toLineEnd(text, from, from);
+        const qsizetype colon = line.indexOf(u':');
+        if (colon == name.size() &&
+            QStringView(line).first(colon).compare(name, Qt::CaseInsensitive) == 0)
+            return QStringView(line).sliced(colon + 1).trimmed().toString();
+        pos = text.indexOf(u'\n', from);
+    }
+    return {};
 }
 
 QString right(const QString& s, qsizetype n) {
@@ -44,19 +77,20 @@ QByteArray respond(const QString& head, const QString& body) {
 } // namespace
 
 Frame CheckFrame(const QByteArray& data, qsizetype* length) {
-    qsizetype end = data.indexOf("\r\n\r\n");
-    if (end < 0)
+    const qsizetype headerBytes = headerEnd(data);
+    if (headerBytes < 0)
         return data.size() > MaxHeaderBytes ? Frame::TooLarge : Frame::Incomplete;
-    qsizetype headerBytes = end + 4;
     if (headerBytes > MaxHeaderBytes)
         return Frame::TooLarge;
 
     qint64 declared = 0;
     bool seen = false;
-    for (qsizetype pos = 0; pos < end;) {
-        qsizetype lineEnd = data.indexOf("\r\n", pos);
+    for (qsizetype pos = 0; pos < headerBytes;) {
+        const qsizetype lineEnd = data.indexOf('\n', pos);
         QByteArrayView line = QByteArrayView(data).sliced(pos, lineEnd - pos);
-        pos = lineEnd + 2;
+        if (line.endsWith('\r'))
+            line.chop(1);
+        pos = lineEnd + 1;
         qsizetype colon = line.indexOf(':');
         if (colon < 0 || line.first(colon).trimmed().compare("content-length", Qt::CaseInsensitive))
             continue;
@@ -86,13 +120,18 @@ Request ParseRequest(const QString& text) {
     r.text = text;
     const QString lower = text.toLower();
 
-    qsizetype h = lower.indexOf(u"host:"_s);
-    if (h >= 0)
-        r.host = trimSpaces(toLineEnd(text, h + 5, h + 6));
-    // The realm is looked up without asking whether there was a Host: without
-    // one it is what follows the method's first four characters.
-    qsizetype realmFrom = h >= 0 ? h + 5 : 4;
-    r.realm = trimSpaces(toLineEnd(text, realmFrom, realmFrom));
+    const qsizetype end = headerEnd(text);
+
+    // Only the Host line counts: a host named anywhere else (the path, another
+    // header) would send our redirect wherever a link's author likes. A value
+    // with control characters could split the response header; it is ignored.
+    r.host = headerValue(text, end < 0 ? text.size() : end, u"host");
+    for (QChar c : std::as_const(r.host))
+        if (c.unicode() < 0x20 || c.unicode() == 0x7f) {
+            r.host.clear();
+            break;
+        }
+    r.realm = r.host;
 
     qsizetype a = lower.indexOf(u"authorization:"_s);
     r.hasAuthorization = a >= 0;
@@ -122,9 +161,8 @@ Request ParseRequest(const QString& text) {
         r.path = pathBehind(u"get "_s);
     } else if (lower.startsWith(u"post"_s)) {
         r.path = pathBehind(u"post "_s);
-        qsizetype body = text.indexOf(u"\r\n\r\n"_s);
-        if (body >= 0)
-            r.postBody = trimSpaces(text.mid(body + 4));
+        if (end >= 0)
+            r.postBody = trimSpaces(text.mid(end));
     }
     return r;
 }

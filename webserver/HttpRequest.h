@@ -5,7 +5,8 @@
 
 // What the server reads from a request and the fixed texts it answers with.
 // The server does not parse headers into a table: it searches the request text
-// for the few words it needs, and clients rely on exactly those searches.
+// for the few words it needs, and clients rely on exactly those searches. The
+// host is the exception: it comes from the Host line alone.
 
 struct AppState;
 
@@ -22,8 +23,8 @@ Frame CheckFrame(const QByteArray& data, qsizetype* length);
 
 struct Request {
     QString text;  // the whole request, decoded from CP932
-    QString host;  // value of the first "host:", "" without one
-    QString realm; // what the 401 names as realm
+    QString host;  // value of the first Host line, "" without one
+    QString realm; // what the 401 names as realm: the host
     bool hasAuthorization = false;
     QString user, password; // from Basic credentials
     QString path;           // with its query; "" for methods other than GET and POST

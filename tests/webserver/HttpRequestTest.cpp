@@ -19,6 +19,10 @@ TEST(HttpFrame, CompleteAtHeaderEndPlusExactlyTheDeclaredBody) {
         {post + "1234567890EXTRA", Frame::Complete, post.size() + 10},
         {"POST /x HTTP/1.1\r\ncontent-LENGTH:  1\r\n\r\nZ", Frame::Complete, 41},
         {"POST /x HTTP/1.1\r\n\r\n", Frame::Complete, 20},
+        // Bare LF line ends, alone or mixed with CRLF.
+        {"GET / HTTP/1.1\nHost: a\n\nGET", Frame::Complete, 24},
+        {"GET / HTTP/1.1\r\nHost: a\n\r\n", Frame::Complete, 26},
+        {"POST /x HTTP/1.1\nContent-Length: 2\n\nZ", Frame::Incomplete, 0},
     };
     for (const auto& [input, frame, size] : cases) {
         qsizetype length = 0;
@@ -99,4 +103,19 @@ TEST(HttpDecide, AnyBytesGiveADecisionWithoutHarm) {
         ContentTypeLines(d.request.path);
     }
     EXPECT_GT(decided, 1000);
+}
+
+TEST(HttpParse, HostOnlyFromItsOwnLine) {
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        // request, host, POST body
+        {"POST /host:evil HTTP/1.1\nContent-Length: 10\n\nHost: evil", "", "Host: evil"},
+        {"GET / HTTP/1.1\r\nXHost: evil\r\nhost:\tgood \r\n\r\n", "good", ""},
+        {"GET / HTTP/1.1\r\nHost: evil\rLocation: x\r\n\r\n", "", ""},
+    };
+    for (const auto& [text, host, body] : cases) {
+        const Request r = ParseRequest(QString::fromLatin1(text));
+        EXPECT_EQ(r.host, QString::fromLatin1(host)) << text;
+        EXPECT_EQ(r.realm, r.host);
+        EXPECT_EQ(r.postBody, QString::fromLatin1(body)) << text;
+    }
 }

@@ -81,6 +81,15 @@ TEST(WebServer, ABarePathIsRedirectedOnceThenServedAsTheDefaultPage) {
     EXPECT_FALSE(s.server.RedirectArmed());
     EXPECT_TRUE(s.get("/").startsWith("HTTP/1.1 302"));
     EXPECT_EQ(s.server.HostHeader(), u"a:8080"_s);
+
+    // The host comes from the Host line alone, never from the path or another
+    // header: a link to this server must not send people elsewhere.
+    WaitForSignal(&s.app.timObjMove, &QTimer::timeout, 2000);
+    EXPECT_TRUE(s.get("/xhost:evil.example/", "").contains("Location: http://\r\n"));
+    WaitForSignal(&s.app.timObjMove, &QTimer::timeout, 2000);
+    EXPECT_TRUE(s.get("/xhost:evil.example/", "X-Forwarded-Host: evil.example\r\nHOST: b\r\n")
+                    .contains("Location: http://b\r\n"));
+    EXPECT_EQ(s.server.HostHeader(), u"b"_s);
 }
 
 TEST(WebServer, RequestsArriveInPiecesAndBodiesReachThePage) {
@@ -106,6 +115,12 @@ TEST(WebServer, RequestsArriveInPiecesAndBodiesReachThePage) {
     EXPECT_EQ(s.last.Device, u"テレビ"_s);
     EXPECT_EQ(s.last.remoteAddress, u"127.0.0.1"_s);
 
+    // Lines that end in a bare LF are answered at once, not at the time limit.
+    RawConnection lf(s.port());
+    lf.send("GET /remote3.asp?DevID=5 HTTP/1.1\nHost: h\n\n");
+    EXPECT_EQ(BodyOf(lf.readAll()), "page:remote3.asp");
+    EXPECT_EQ(s.last.DevID, u"5"_s);
+
     // Names in a query arrive raw or escaped.
     for (const QByteArray& name : {ShiftJis::Encode(u"テレビ"_s), "%83e%83%8C%83r"_ba}) {
         s.get("/remote4.asp?DevID=1&Button=0&Device=" + name);
@@ -127,7 +142,8 @@ TEST(WebServer, LoginGuardsPagesAndFilesAlike) {
                       "Content-Length: 38\r\nContent-Type: text/html\r\n\r\n<html>\r\n"
                       "401.2 Access Denied\r\n</html>\r\n")
             << path.constData();
-    EXPECT_TRUE(s.get("/x.asp", "").contains("Basic realm=\"/x.asp HTTP/1.1\""));
+    EXPECT_TRUE(s.get("/x.asp", "").contains("Basic realm=\"\""));
+    EXPECT_TRUE(s.get("/xhost:evil.example/x.asp", "").contains("Basic realm=\"\""));
     EXPECT_TRUE(
         s.get("/x.asp", "Authorization: Basic dXNlcjpwYQ==\r\n").startsWith("HTTP/1.1 401"));
     EXPECT_TRUE(s.calls.isEmpty());
