@@ -1,14 +1,17 @@
 #include "webpages/RemotePages.h"
 
+#include "remotes/DesignLayout.h"
 #include "support/FixedClock.h"
 #include "support/TempFolder.h"
 #include "webserver/Dispatcher.h"
 
+#include <QRect>
 #include <QRegularExpression>
 #include <QTimer>
 #include <gtest/gtest.h>
 
-#include <map>
+#include <set>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -96,129 +99,33 @@ void learnAircon(SettingsStore& s) {
     s.WriteIni(u"Remote-1", u"Button-5", u"ch");        // 2 bytes: two
 }
 
-// One button of a page as the test reads it back: "id picture left/top
-// labelLeft/labelTop", plus what else it carried.
-struct ParsedButton {
-    QString row;
-    bool breakAfterDiv;
-    QString device; // the Device part of its link
-    QString span;   // size and text of its label
-};
-
-// Reads the button blocks between the device name and "</font>", insisting
-// that they follow each other with nothing between.
-std::vector<ParsedButton> parseButtons(const QString& page, int design, const QString& devId) {
+// The button blocks between the device name and "</font>", which must follow
+// each other with nothing between: (DIV/IMG line break, ButtonDef as read back).
+std::vector<std::pair<bool, ButtonDef>> parseButtons(const QString& page, int design) {
     static const QRegularExpression block(
         uR"(<DIV STYLE="POSITION:absolute;LEFT:(\d+)px;TOP:(\d+)px">(\r\n)?)"
         uR"(<IMG SRC="pic/([^"]+)\.gif" onmousedown="this\.src='pic/\4-p\.gif'" )"
         uR"(onmouseup="this\.src='pic/\4\.gif'"\r\n)"
-        uR"(onclick="location\.href='remote(\d)\.asp\?DevID=([^&]*)&Button=(\d+)&Device=([^']*)'">)"
+        uR"(onclick="location\.href='remote(\d)\.asp\?DevID=7&Button=(\d+)&Device=([^']*)'">)"
         uR"(\r\n</DIV>\r\n<DIV STYLE="POSITION:absolute;LEFT:(\d+)px;TOP:(\d+)px">\r\n)"
-        uR"(<span style="font-size:(\d)pt">([^<]*)</span></DIV>\r\n)"_s);
-    std::vector<ParsedButton> out;
-    qsizetype pos = page.indexOf(u"</span></DIV>\r\n"_s);
-    if (pos < 0)
-        return out;
-    pos += 15;
-    for (;;) {
-        QRegularExpressionMatch m = block.match(page, pos, QRegularExpression::NormalMatch,
-                                                QRegularExpression::AnchorAtOffsetMatchOption);
-        if (!m.hasMatch())
-            break;
+        uR"(<span style="font-size:8pt">\x{3000}\x{3000}\x{3000}</span></DIV>\r\n)"_s);
+    std::vector<std::pair<bool, ButtonDef>> out;
+    qsizetype pos = page.indexOf(u"</span></DIV>\r\n"_s) + 15;
+    for (QRegularExpressionMatch m; (m = block.match(page, pos, QRegularExpression::NormalMatch,
+                                                     QRegularExpression::AnchorAtOffsetMatchOption))
+                                        .hasMatch();
+         pos = m.capturedEnd()) {
         EXPECT_EQ(m.captured(5).toInt(), design);
-        EXPECT_EQ(m.captured(6), devId);
-        out.push_back({m.captured(7) + u' ' + m.captured(4) + u' ' + m.captured(1) + u'/' +
-                           m.captured(2) + u' ' + m.captured(9) + u'/' + m.captured(10),
-                       m.capturedLength(3) > 0, m.captured(8),
-                       m.captured(11) + u' ' + m.captured(12)});
-        pos = m.capturedEnd();
+        const int id = m.captured(6).toInt();
+        // Design 2's power link names the device twice.
+        EXPECT_EQ(m.captured(7), design == 2 && id == 0 ? u"TV&Device=TV"_s : u"TV"_s);
+        out.push_back({m.capturedLength(3) > 0,
+                       {id, m.captured(4), m.captured(1).toInt(), m.captured(2).toInt(),
+                        m.captured(8).toInt(), m.captured(9).toInt()}});
     }
     EXPECT_EQ(page.mid(pos, 9), u"</font>\r\n"_s) << "stray text after the buttons";
     return out;
 }
-
-// Rows as the design tables give them: "id picture left/top"; the label lies
-// 20 below unless `labels` says otherwise.
-QStringList expectedRows(const QString& table, const std::map<int, QString>& labels = {}) {
-    QStringList rows;
-    for (const QString& entry : table.split(u", "_s)) {
-        const QStringList f = entry.split(u' ');
-        const QStringList at = f[2].split(u'/');
-        const int id = f[0].toInt();
-        const QString label =
-            labels.count(id) ? labels.at(id) : at[0] + u'/' + QString::number(at[1].toInt() + 20);
-        rows << entry + u' ' + label;
-    }
-    return rows;
-}
-
-QStringList gridRows(int firstId, int rows, int firstTop, std::initializer_list<int> lefts) {
-    QStringList out;
-    int id = firstId;
-    for (int r = 0; r < rows; ++r)
-        for (int left : lefts)
-            out << QString::number(id++) + u" muji "_s + QString::number(left) + u'/' +
-                       QString::number(firstTop + 32 * r);
-    return out;
-}
-
-const QString Digits =
-    u"0 power 16/24, 1 1 16/56, 2 2 64/56, 3 3 112/56, 4 4 16/88, 5 5 64/88, 6 6 112/88, "
-    u"7 7 16/120, 8 8 64/120, 9 9 112/120"_s;
-
-QStringList designRows(int design) {
-    switch (design) {
-    case 1:
-        return expectedRows(Digits +
-                            u", 10 muji 16/152, 11 0 64/152, 12 muji 112/152, 13 up 64/184, "
-                            u"15 left 16/216, 23 ok 64/216, 16 right 112/216, 14 down 64/248, "
-                            u"17 muji 16/280, 18 muji 64/280, 19 muji 112/280, 20 muji 16/312, "
-                            u"21 muji 64/312, 22 muji 112/312, 24 muji 16/344, 25 muji 64/344, "
-                            u"26 muji 112/344"_s);
-    case 2:
-        return expectedRows(
-            (QStringList{u"0 power 16/24"_s} + gridRows(1, 4, 56, {16, 64, 112})).join(u", "_s));
-    case 3:
-        return expectedRows(u"0 power 16/24, 1 up 16/56, 2 down 16/120, 3 muji 64/56, "
-                            u"4 muji 64/88, 5 muji 64/120"_s);
-    case 4:
-        return expectedRows(Digits + u", 10 10 16/152, 11 11 64/152, 12 12 112/152, "
-                                     u"13 up 16/184, 14 down 16/248, 15 muji 64/184, "
-                                     u"16 muji 64/216, 17 muji 64/248, 18 up 112/184, "
-                                     u"19 down 112/248"_s,
-                            {{14, u"16/266"_s}, {17, u"64/266"_s}, {19, u"112/266"_s}});
-    case 5:
-        return expectedRows(
-            Digits +
-                u", 10 10 16/152, 11 11 64/152, 12 12 112/152, 13 0 16/184, "
-                u"14 muji 160/56, 15 muji 160/88, 16 muji 160/120, 17 muji 160/152, "
-                u"18 muji 16/232, 19 up 64/214, 20 down 64/246, 21 up 112/214, "
-                u"22 down 112/246, 23 muji 160/214, 24 muji 160/246, "_s +
-                gridRows(25, 3, 278, {16, 64, 112, 160}).join(u", "_s) +
-                u", 37 up 64/374, 38 down 64/438, 39 left 16/406, 40 right 112/406, "
-                u"41 muji 64/406, 42 muji 160/374, 43 muji 160/406, 44 muji 160/438"_s,
-            {{2, u"66/74"_s}});
-    case 6:
-        return expectedRows(
-            (QStringList{u"0 power 16/24"_s} + gridRows(1, 13, 56, {16, 64, 112, 160, 208}))
-                .join(u", "_s));
-    }
-    return {};
-}
-
-struct Frame {
-    int design;
-    QString panelB, panelA; // height, width
-    int nameTop, menuTop;
-};
-const Frame Frames[] = {
-    {1, u"\"406\" width=\"166\""_s, u"\"369\" width=\"146\""_s, 385, 416},
-    {2, u"\"230\" width=\"166\""_s, u"\"192\" width=\"146\""_s, 209, 240},
-    {3, u"\"187\" width=\"133\""_s, u"\"150\" width=\"115\""_s, 166, 197},
-    {4, u"\"323\" width=\"166\""_s, u"\"280\" width=\"146\""_s, 300, 333},
-    {5, u"\"500\" width=\"215\""_s, u"\"458\" width=\"196\""_s, 478, 510},
-    {6, u"\"515\" width=\"266\""_s, u"\"465\" width=\"243\""_s, 494, 525},
-};
 
 QString menuBlock(int top) {
     return u"<DIV STYLE=\"POSITION:absolute;LEFT:0px;TOP:"_s + QString::number(top) +
@@ -253,33 +160,49 @@ TEST(GraphicRemotePage, DesignThreeIsByteExact) {
     EXPECT_TRUE(tx.sent.empty());
 }
 
-TEST(GraphicRemotePage, EveryDesignHasItsFrameAndButtonTable) {
+// Design 3 is checked byte for byte above; the others must be laid out the same
+// way from their own tables, every id once, no two buttons on top of each other.
+TEST(GraphicRemotePage, EveryDesignFollowsItsLayout) {
     TempFolder t;
     Transmitter tx;
-    for (const Frame& f : Frames) {
-        SCOPED_TRACE(f.design);
+    for (int design = 1; design <= 6; ++design) {
+        SCOPED_TRACE(design);
+        const DesignLayout& l = *LayoutOfDesign(design);
         const QString page =
-            GraphicRemotePage(f.design, request(u"7"_s, u""_s, u"TV"_s), t.settings, tx.services());
-        // Laid out as design 3's page; only the sizes differ.
-        EXPECT_TRUE(page.startsWith(remoteHead(f.design))) << f.design;
-        EXPECT_TRUE(page.contains(u"panelB.jpg\" height="_s + f.panelB + u"></DIV>\r\n"_s));
-        EXPECT_TRUE(page.contains(u"panelA.jpg\" height="_s + f.panelA + u"></DIV>\r\n"_s));
-        EXPECT_TRUE(page.contains(u"TOP:"_s + QString::number(f.nameTop) +
+            GraphicRemotePage(design, request(u"7"_s, u""_s, u"TV"_s), t.settings, tx.services());
+        auto size = [](PanelSize p) {
+            return u"height=\""_s + QString::number(p.height) + u"\" width=\""_s +
+                   QString::number(p.width) + u"\"></DIV>\r\n"_s;
+        };
+        EXPECT_TRUE(page.startsWith(remoteHead(design)));
+        EXPECT_TRUE(page.contains(u"panelB.jpg\" "_s + size(l.panelB)));
+        EXPECT_TRUE(page.contains(u"panelA.jpg\" "_s + size(l.panelA)));
+        EXPECT_TRUE(page.contains(u"TOP:"_s + QString::number(l.nameTop) +
                                   u"px\">\r\n<span style=\"font-size:10pt\">TV</span>"_s));
         EXPECT_TRUE(
-            page.endsWith(u"</font>\r\n"_s + menuBlock(f.menuTop) + u"</body>\r\n</html>\r\n"_s));
+            page.endsWith(u"</font>\r\n"_s + menuBlock(l.menuTop) + u"</body>\r\n</html>\r\n"_s));
         EXPECT_FALSE(page.contains(u"pict.jpg"_s));
 
-        QStringList rows;
-        for (const ParsedButton& b : parseButtons(page, f.design, u"7"_s)) {
-            rows << b.row;
+        const auto buttons = parseButtons(page, design);
+        ASSERT_EQ(buttons.size(), l.buttons.size());
+        std::set<int> ids;
+        for (size_t i = 0; i < buttons.size(); ++i) {
+            const auto& [lineBreak, b] = buttons[i];
+            const ButtonDef& want = l.buttons[i];
             // Only designs 1 and 3 keep DIV and IMG on one line.
-            EXPECT_EQ(b.breakAfterDiv, f.design != 1 && f.design != 3) << b.row.toStdString();
-            const bool twice = f.design == 2 && b.row.startsWith(u"0 "_s);
-            EXPECT_EQ(b.device, twice ? u"TV&Device=TV"_s : u"TV"_s) << b.row.toStdString();
-            EXPECT_EQ(b.span, u"8 \u3000\u3000\u3000"_s);
+            EXPECT_EQ(lineBreak, design != 1 && design != 3) << b.id;
+            EXPECT_EQ(std::tie(b.id, b.picture, b.left, b.top, b.labelLeft, b.labelTop),
+                      std::tie(want.id, want.picture, want.left, want.top, want.labelLeft,
+                               want.labelTop));
+            ids.insert(b.id);
+            for (size_t j = 0; j < i; ++j)
+                EXPECT_FALSE(
+                    QRect(b.left, b.top, 35, 20)
+                        .intersects(QRect(buttons[j].second.left, buttons[j].second.top, 35, 20)))
+                    << b.id << " " << buttons[j].second.id;
         }
-        EXPECT_EQ(rows, designRows(f.design));
+        EXPECT_EQ(ids.size(), buttons.size());
+        EXPECT_EQ(*ids.rbegin(), int(buttons.size()) - 1);
     }
     EXPECT_TRUE(tx.sent.empty());
 }
