@@ -174,11 +174,10 @@ TEST(RemoteWindow, CaptionSizeFollowsTheShiftJisLengthAndNothingIsCut) {
         RemoteWindow w(design, d.app.state, d.t.settings, d.device);
         w.setDeviceName(u"寝室の照明器具"_s);
         EXPECT_TRUE(inside(w.lblDev())) << design;
-        const std::pair<QString, int> cases[] = {{u"電源入"_s, 11},
-                                                 {u"電源入A"_s, 8},
-                                                 {u"123456789"_s, 8},
-                                                 {u"音量アップ"_s, 7},
-                                                 {u""_s, 11}};
+        const std::pair<QString, int> cases[] = {
+            {u"電源入"_s, 11},    {u"電源入A"_s, 8},
+            {u"123456789"_s, 8},  {u"ｶﾅｶﾅｶﾅｶ"_s, 8}, // half-width: 1 byte
+            {u"音量アップ"_s, 7}, {u""_s, 11}};
         for (const auto& [name, pixels] : cases) {
             w.setFunction(5, name);
             EXPECT_EQ(w.lblFunc(5)->font().pixelSize(), pixels) << name.toStdString();
