@@ -13,6 +13,7 @@
 #include <QFile>
 #include <QTimer>
 
+#include <functional>
 #include <gtest/gtest.h>
 #include <map>
 
@@ -44,16 +45,19 @@ QByteArray necBlob() {
     return BlobFromTiming(TimingFromTiraBurst(burst))->encode();
 }
 
+bool waitUntil(const std::function<bool()>& done) {
+    QElapsedTimer clock;
+    clock.start();
+    while (!done() && clock.elapsed() < 10000)
+        WaitMs(20);
+    return done();
+}
+
 } // namespace
 
 TEST(TiraSerial, IdentifiesAndSendsTheExactIxBytesFromAWebPress) {
     Fixture f;
-    ASSERT_FALSE(f.tira.path().isEmpty());
-    QByteArray img = necBlob();
-    const char length = char(img.size());
-    img.append(SignalFileSize - img.size(), '\0');
-    img[1999] = length;
-    f.t.writeFile(u"IRSignals/TV-Power.bin", img);
+    ASSERT_TRUE(WriteSignalFile(f.t.path(u"IRSignals/TV-Power.bin"_s), necBlob()));
     f.t.settings.WriteIni(u"Remote-3", u"Device", u"TV");
     f.t.settings.WriteIni(u"Remote-3", u"Button-0", u"Power");
 
@@ -66,9 +70,16 @@ TEST(TiraSerial, IdentifiesAndSendsTheExactIxBytesFromAWebPress) {
     EXPECT_TRUE(f.prompt.shown.isEmpty());
 }
 
-TEST(TiraSerial, CaptureArrivesInPiecesAndBecomesABlob) {
+TEST(TiraSerial, CaptureTimesOutThenArrivesInPiecesAndBecomesABlob) {
     Fixture f;
+    f.device.captureTimeoutMs = 200;
     ASSERT_TRUE(f.device.ActivateTira(0));
+    EXPECT_FALSE(f.device.CaptureTira());
+    EXPECT_EQ(f.device.CaptureWaiting, 1);
+    EXPECT_TRUE(f.device.CancelCaptureTira());
+    EXPECT_TRUE(f.tira.fromHost.endsWith("IR"));
+
+    f.device.captureTimeoutMs = 1500;
     f.tira.onCommand = [&](const QByteArray& cmd) {
         if (cmd.startsWith("IC")) // a remote pressed a moment after arming
             f.tira.writeInPieces(NecStream + NecStream.left(6), 3, 5);
@@ -79,16 +90,6 @@ TEST(TiraSerial, CaptureArrivesInPiecesAndBecomesABlob) {
         necBlob());
     EXPECT_TRUE(f.device.CancelCaptureTira());
     EXPECT_TRUE(f.tira.fromHost.endsWith(QByteArray("IC\0\0IR", 6)));
-}
-
-TEST(TiraSerial, CaptureTimesOutAndIsCancelled) {
-    Fixture f;
-    f.device.captureTimeoutMs = 200;
-    ASSERT_TRUE(f.device.ActivateTira(0));
-    EXPECT_FALSE(f.device.CaptureTira());
-    EXPECT_EQ(f.device.CaptureWaiting, 1);
-    EXPECT_TRUE(f.device.CancelCaptureTira());
-    EXPECT_TRUE(f.tira.fromHost.endsWith("IR"));
 }
 
 TEST(TiraSerial, SilentOrOldDevicesDoNotOpen) {
@@ -147,11 +148,7 @@ TEST(TiraSerial, PressesDuringASendQueueAndReachTheWireInOrder) {
             results[size_t(k)] = TXSignalById(f.device, u"3", QString::number(k));
             ++answered;
         });
-    QElapsedTimer clock;
-    clock.start();
-    while (answered < 10 && clock.elapsed() < 10000)
-        WaitMs(20);
-    ASSERT_EQ(answered, 10);
+    ASSERT_TRUE(waitUntil([&] { return answered == 10; }));
     EXPECT_EQ(results, std::vector<SendResult>(10, SendResult::Sent));
     EXPECT_EQ(f.tira.transmissions, expected);
     EXPECT_TRUE(f.prompt.shown.isEmpty());
@@ -162,10 +159,7 @@ TEST(TiraSerial, PressesDuringASendQueueAndReachTheWireInOrder) {
     for (int i = 0; i < TiraDevice::MaxQueued + 8; ++i)
         f.device.Enqueue(path, [&](SendResult r) { ++flood[r]; });
     EXPECT_EQ(flood[SendResult::Busy], 7);
-    clock.restart();
-    while (flood[SendResult::Sent] < TiraDevice::MaxQueued + 1 && clock.elapsed() < 10000)
-        WaitMs(20);
-    EXPECT_EQ(flood[SendResult::Sent], TiraDevice::MaxQueued + 1);
+    EXPECT_TRUE(waitUntil([&] { return flood[SendResult::Sent] == TiraDevice::MaxQueued + 1; }));
     EXPECT_EQ(f.tira.transmissions.size(), 10 + TiraDevice::MaxQueued + 1);
 }
 
@@ -179,9 +173,8 @@ TEST(TiraSerial, UnpluggedTiraComesBackAtItsPath) {
     ScriptedPrompt prompt;
     TiraDevice device{t.folder, t.settings, prompt};
     device.timReturn.setInterval(100);
-    QByteArray img = necBlob();
-    ASSERT_TRUE(WriteSignalFile(t.path(u"IRSignals/TV-Power.bin"_s), img));
     const QString signal = t.path(u"IRSignals/TV-Power.bin"_s);
+    ASSERT_TRUE(WriteSignalFile(signal, necBlob()));
     ASSERT_TRUE(device.TransmitTira(signal, TiraDevice::Origin::Background));
 
     // Pulled: the press fails, and the device is looked for until it is back.
@@ -195,11 +188,7 @@ TEST(TiraSerial, UnpluggedTiraComesBackAtItsPath) {
 
     tira = std::make_unique<FakeTira>();
     ASSERT_TRUE(QFile::link(tira->path(), link));
-    QElapsedTimer clock;
-    clock.start();
-    while (!device.TiraActive && clock.elapsed() < 3000)
-        WaitMs(20);
-    EXPECT_TRUE(device.TiraActive); // opened afresh in the background
+    EXPECT_TRUE(waitUntil([&] { return device.TiraActive; })); // opened afresh in the background
     EXPECT_TRUE(tira->fromHost.startsWith("IPIR"));
     EXPECT_TRUE(device.TransmitTira(signal, TiraDevice::Origin::Background));
     EXPECT_EQ(tira->transmissions.size(), 1);
