@@ -49,45 +49,6 @@ QString remoteHead(int design) {
            u"</title>\r\n</head>\r\n<body vlink=\"#0000FF\" bgcolor=\"#DDDDDD\">\r\n"_s;
 }
 
-// The whole design 3 page for remote 1 named エアコン, with the six label spans
-// as they must come out.
-QString design3Page(const QString (&labels)[6]) {
-    auto button = [](const QString& pos, const QString& pic, int id) {
-        return u"<DIV STYLE=\"POSITION:absolute;"_s + pos + u"\"><IMG SRC=\"pic/"_s + pic +
-               u".gif\" onmousedown=\"this.src='pic/"_s + pic +
-               u"-p.gif'\" onmouseup=\"this.src='pic/"_s + pic +
-               u".gif'\"\r\nonclick=\"location.href='remote3.asp?DevID=1&Button="_s +
-               QString::number(id) + u"&Device=エアコン'\">\r\n</DIV>\r\n"_s;
-    };
-    auto label = [](const QString& pos, const QString& span) {
-        return u"<DIV STYLE=\"POSITION:absolute;"_s + pos + u"\">\r\n"_s + span +
-               u"</span></DIV>\r\n"_s;
-    };
-    return remoteHead(3) +
-           u"<font size=\"1\" color=\"#FFFFFF\">\r\n"
-           u"<DIV STYLE=\"POSITION:absolute;LEFT:0px;TOP:0px\">"
-           u"<IMG SRC=\"pic/panelB.jpg\" height=\"187\" width=\"133\"></DIV>\r\n"
-           u"<DIV STYLE=\"POSITION:absolute;LEFT:9px;TOP:9px\">"
-           u"<IMG SRC=\"pic/panelA.jpg\" height=\"150\" width=\"115\"></DIV>\r\n"
-           u"<DIV STYLE=\"POSITION:absolute;LEFT:20px;TOP:166px\">\r\n"
-           u"<span style=\"font-size:10pt\">エアコン</span></DIV>\r\n"_s +
-           button(u"LEFT:16px;TOP:24px"_s, u"power"_s, 0) +
-           label(u"LEFT:16px;TOP:44px"_s, labels[0]) + button(u"LEFT:16px;TOP:56px"_s, u"up"_s, 1) +
-           label(u"LEFT:16px;TOP:76px"_s, labels[1]) +
-           button(u"LEFT:16px;TOP:120px"_s, u"down"_s, 2) +
-           label(u"LEFT:16px;TOP:140px"_s, labels[2]) +
-           button(u"LEFT:64px;TOP:56px"_s, u"muji"_s, 3) +
-           label(u"LEFT:64px;TOP:76px"_s, labels[3]) +
-           button(u"LEFT:64px;TOP:88px"_s, u"muji"_s, 4) +
-           label(u"LEFT:64px;TOP:108px"_s, labels[4]) +
-           button(u"LEFT:64px;TOP:120px"_s, u"muji"_s, 5) +
-           label(u"LEFT:64px;TOP:140px"_s, labels[5]) +
-           u"</font>\r\n"
-           u"<DIV STYLE=\"POSITION:absolute;LEFT:0px;TOP:197px\"><p><font size=\"2\">"
-           u"<a href=\"default.asp\">メニューへ戻る</a></font></p>\r\n</DIV>"
-           u"</body>\r\n</html>\r\n"_s;
-}
-
 void learnAircon(SettingsStore& s) {
     s.WriteIni(u"Remote-1", u"Device", u"エアコン");
     s.WriteIni(u"Remote-1", u"Design", u"3");
@@ -99,29 +60,38 @@ void learnAircon(SettingsStore& s) {
     s.WriteIni(u"Remote-1", u"Button-5", u"ch");        // 2 bytes: two
 }
 
+struct PageButton {
+    bool lineBreak; // between DIV and IMG
+    ButtonDef def;  // as the page places it
+    QString span;   // "<size> <label>"
+};
+
 // The button blocks between the device name and "</font>", which must follow
-// each other with nothing between: (DIV/IMG line break, ButtonDef as read back).
-std::vector<std::pair<bool, ButtonDef>> parseButtons(const QString& page, int design) {
+// each other with nothing between.
+std::vector<PageButton> parseButtons(const QString& page, int design, const QString& devId,
+                                     const QString& device) {
     static const QRegularExpression block(
         uR"(<DIV STYLE="POSITION:absolute;LEFT:(\d+)px;TOP:(\d+)px">(\r\n)?)"
         uR"(<IMG SRC="pic/([^"]+)\.gif" onmousedown="this\.src='pic/\4-p\.gif'" )"
         uR"(onmouseup="this\.src='pic/\4\.gif'"\r\n)"
-        uR"(onclick="location\.href='remote(\d)\.asp\?DevID=7&Button=(\d+)&Device=([^']*)'">)"
+        uR"(onclick="location\.href='remote(\d)\.asp\?DevID=([^&]*)&Button=(\d+)&Device=([^']*)'">)"
         uR"(\r\n</DIV>\r\n<DIV STYLE="POSITION:absolute;LEFT:(\d+)px;TOP:(\d+)px">\r\n)"
-        uR"(<span style="font-size:8pt">\x{3000}\x{3000}\x{3000}</span></DIV>\r\n)"_s);
-    std::vector<std::pair<bool, ButtonDef>> out;
+        uR"(<span style="font-size:(\d)pt">([^<]*)</span></DIV>\r\n)"_s);
+    std::vector<PageButton> out;
     qsizetype pos = page.indexOf(u"</span></DIV>\r\n"_s) + 15;
     for (QRegularExpressionMatch m; (m = block.match(page, pos, QRegularExpression::NormalMatch,
                                                      QRegularExpression::AnchorAtOffsetMatchOption))
                                         .hasMatch();
          pos = m.capturedEnd()) {
         EXPECT_EQ(m.captured(5).toInt(), design);
-        const int id = m.captured(6).toInt();
+        EXPECT_EQ(m.captured(6), devId);
+        const int id = m.captured(7).toInt();
         // Design 2's power link names the device twice.
-        EXPECT_EQ(m.captured(7), design == 2 && id == 0 ? u"TV&Device=TV"_s : u"TV"_s);
+        EXPECT_EQ(m.captured(8), design == 2 && id == 0 ? device + u"&Device="_s + device : device);
         out.push_back({m.capturedLength(3) > 0,
                        {id, m.captured(4), m.captured(1).toInt(), m.captured(2).toInt(),
-                        m.captured(8).toInt(), m.captured(9).toInt()}});
+                        m.captured(9).toInt(), m.captured(10).toInt()},
+                       m.captured(11) + u' ' + m.captured(12)});
     }
     EXPECT_EQ(page.mid(pos, 9), u"</font>\r\n"_s) << "stray text after the buttons";
     return out;
@@ -135,33 +105,33 @@ QString menuBlock(int top) {
 
 } // namespace
 
-// Normal mode reads setting.ini and sizes by length; test mode shows the
-// fixed air conditioner labels and sends nothing.
-TEST(GraphicRemotePage, DesignThreeIsByteExact) {
-    const QString labels[2][6] = {
-        {u"8pt\">\u3000電源"_s, u"8pt\">温度+"_s, u"5pt\">とても長い機能の名前"_s,
-         u"8pt\">\u3000風量"_s, u"6pt\">暖房/冷房"_s, u"8pt\">\u3000\u3000ch"_s},
-        {u"8pt\">\u3000電源"_s, u"8pt\">温度+"_s, u"8pt\">温度-"_s, u"8pt\">\u3000風量"_s,
-         u"8pt\">暖/冷"_s, u"8pt\">\u3000\u3000\u3000"_s},
+// Labels are sized by their CP932 length, padded with wide spaces and never
+// cut; test mode shows the fixed air conditioner labels and sends nothing.
+TEST(GraphicRemotePage, LabelsAreSizedPaddedAndNeverCut) {
+    const QStringList labels[2] = {
+        {u"8 \u3000電源"_s, u"8 温度+"_s, u"5 とても長い機能の名前"_s, u"8 \u3000風量"_s,
+         u"6 暖房/冷房"_s, u"8 \u3000\u3000ch"_s},
+        {u"8 \u3000電源"_s, u"8 温度+"_s, u"8 温度-"_s, u"8 \u3000風量"_s, u"8 暖/冷"_s,
+         u"8 \u3000\u3000\u3000"_s},
     };
     TempFolder t;
     learnAircon(t.settings);
     Transmitter tx;
     for (int testMode = 0; testMode < 2; ++testMode) {
         t.settings.WriteIni(u"Tira", u"TestMode", QString::number(testMode));
-        QString spans[6];
-        for (int i = 0; i < 6; ++i)
-            spans[i] = u"<span style=\"font-size:"_s + labels[testMode][i];
-        const QString button = testMode ? u"0"_s : u""_s;
-        EXPECT_EQ(
-            GraphicRemotePage(3, request(u"1"_s, button, u"エアコン"_s), t.settings, tx.services()),
-            design3Page(spans));
+        const QString page =
+            GraphicRemotePage(3, request(u"1"_s, testMode ? u"0"_s : u""_s, u"エアコン"_s),
+                              t.settings, tx.services());
+        QStringList spans;
+        for (const PageButton& b : parseButtons(page, 3, u"1"_s, u"エアコン"_s))
+            spans << b.span;
+        EXPECT_EQ(spans, labels[testMode]);
     }
     EXPECT_TRUE(tx.sent.empty());
 }
 
-// Design 3 is checked byte for byte above; the others must be laid out the same
-// way from their own tables, every id once, no two buttons on top of each other.
+// Every design is laid out from its own table, every id once, no two buttons
+// on top of each other; with the frame checked too, that is the whole page.
 TEST(GraphicRemotePage, EveryDesignFollowsItsLayout) {
     TempFolder t;
     Transmitter tx;
@@ -170,36 +140,40 @@ TEST(GraphicRemotePage, EveryDesignFollowsItsLayout) {
         const DesignLayout& l = *LayoutOfDesign(design);
         const QString page =
             GraphicRemotePage(design, request(u"7"_s, u""_s, u"TV"_s), t.settings, tx.services());
-        auto size = [](PanelSize p) {
-            return u"height=\""_s + QString::number(p.height) + u"\" width=\""_s +
-                   QString::number(p.width) + u"\"></DIV>\r\n"_s;
+        auto panel = [](int at, const QString& name, PanelSize p) {
+            const QString pos = QString::number(at) + u"px"_s;
+            return u"<DIV STYLE=\"POSITION:absolute;LEFT:"_s + pos + u";TOP:"_s + pos +
+                   u"\"><IMG SRC=\"pic/"_s + name + u".jpg\" height=\""_s +
+                   QString::number(p.height) + u"\" width=\""_s + QString::number(p.width) +
+                   u"\"></DIV>\r\n"_s;
         };
-        EXPECT_TRUE(page.startsWith(remoteHead(design)));
-        EXPECT_TRUE(page.contains(u"panelB.jpg\" "_s + size(l.panelB)));
-        EXPECT_TRUE(page.contains(u"panelA.jpg\" "_s + size(l.panelA)));
-        EXPECT_TRUE(page.contains(u"TOP:"_s + QString::number(l.nameTop) +
-                                  u"px\">\r\n<span style=\"font-size:10pt\">TV</span>"_s));
+        EXPECT_TRUE(page.startsWith(
+            remoteHead(design) + u"<font size=\"1\" color=\"#FFFFFF\">\r\n"_s +
+            panel(0, u"panelB"_s, l.panelB) + panel(9, u"panelA"_s, l.panelA) +
+            u"<DIV STYLE=\"POSITION:absolute;LEFT:20px;TOP:"_s + QString::number(l.nameTop) +
+            u"px\">\r\n<span style=\"font-size:10pt\">TV</span></DIV>\r\n"_s));
         EXPECT_TRUE(
             page.endsWith(u"</font>\r\n"_s + menuBlock(l.menuTop) + u"</body>\r\n</html>\r\n"_s));
         EXPECT_FALSE(page.contains(u"pict.jpg"_s));
 
-        const auto buttons = parseButtons(page, design);
+        const auto buttons = parseButtons(page, design, u"7"_s, u"TV"_s);
         ASSERT_EQ(buttons.size(), l.buttons.size());
         std::set<int> ids;
         for (size_t i = 0; i < buttons.size(); ++i) {
-            const auto& [lineBreak, b] = buttons[i];
+            const auto& [lineBreak, b, span] = buttons[i];
             const ButtonDef& want = l.buttons[i];
             // Only designs 1 and 3 keep DIV and IMG on one line.
             EXPECT_EQ(lineBreak, design != 1 && design != 3) << b.id;
             EXPECT_EQ(std::tie(b.id, b.picture, b.left, b.top, b.labelLeft, b.labelTop),
                       std::tie(want.id, want.picture, want.left, want.top, want.labelLeft,
                                want.labelTop));
+            EXPECT_EQ(span, u"8 \u3000\u3000\u3000"_s);
             ids.insert(b.id);
             for (size_t j = 0; j < i; ++j)
                 EXPECT_FALSE(
                     QRect(b.left, b.top, 35, 20)
-                        .intersects(QRect(buttons[j].second.left, buttons[j].second.top, 35, 20)))
-                    << b.id << " " << buttons[j].second.id;
+                        .intersects(QRect(buttons[j].def.left, buttons[j].def.top, 35, 20)))
+                    << b.id << " " << buttons[j].def.id;
         }
         EXPECT_EQ(ids.size(), buttons.size());
         EXPECT_EQ(*ids.rbegin(), int(buttons.size()) - 1);
