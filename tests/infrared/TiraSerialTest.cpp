@@ -70,16 +70,10 @@ TEST(TiraSerial, IdentifiesAndSendsTheExactIxBytesFromAWebPress) {
     EXPECT_TRUE(f.prompt.shown.isEmpty());
 }
 
-TEST(TiraSerial, CaptureTimesOutThenArrivesInPiecesAndBecomesABlob) {
+// Timing out and the late signal are TiraDevice's; here the bytes on the wire.
+TEST(TiraSerial, CaptureArrivesInPiecesAndBecomesABlob) {
     Fixture f;
-    f.device.captureTimeoutMs = 200;
     ASSERT_TRUE(f.device.ActivateTira(0));
-    EXPECT_FALSE(f.device.CaptureTira());
-    EXPECT_EQ(f.device.CaptureWaiting, 1);
-    EXPECT_TRUE(f.device.CancelCaptureTira());
-    EXPECT_TRUE(f.tira.fromHost.endsWith("IR"));
-
-    f.device.captureTimeoutMs = 1500;
     f.tira.onCommand = [&](const QByteArray& cmd) {
         if (cmd.startsWith("IC")) // a remote pressed a moment after arming
             f.tira.writeInPieces(NecStream + NecStream.left(6), 3, 5);
