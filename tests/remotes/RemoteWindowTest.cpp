@@ -196,14 +196,10 @@ TEST(RemoteWindow, FirstPlaceIsTheWorkAreaCornerThenEachDesignKeepsItsOwn) {
 
 TEST(RemoteWindows, ChoosingADeviceOpensItsRemoteAlone) {
     Desk d;
-    d.t.settings.WriteIni(u"Remote-1", u"Device", u"TV");
-    d.t.settings.WriteIni(u"Remote-1", u"Design", u"4");
-    d.t.settings.WriteIni(u"Remote-1", u"Button-0", u"電源");
+    d.remote(1, u"TV"_s, 4, {u"電源"_s});
     d.t.settings.WriteIni(u"Remote-1", u"Button-15", u"入力切替え");
-    d.t.settings.WriteIni(u"Remote-3", u"Device", u"照明");
-    d.t.settings.WriteIni(u"Remote-3", u"Design", u"2");
-    d.t.settings.WriteIni(u"Remote-4", u"Device", u"壊れた");
-    d.t.settings.WriteIni(u"Remote-4", u"Design", u"7");
+    d.remote(3, u"照明"_s, 2, {});
+    d.remote(4, u"壊れた"_s, 7, {});
     RemoteWindows remotes(d.app, d.device);
 
     remotes.ShowRemoteWindow(u"TV"_s, 1);
@@ -256,8 +252,7 @@ TEST(RemoteWindows, ChoosingADeviceOpensItsRemoteAlone) {
 TEST(RemoteWindows, TestModeShowsTheFixedDevicesWithoutSending) {
     Desk d;
     d.t.settings.WriteIni(u"Tira", u"Testmode", u"1");
-    d.t.settings.WriteIni(u"Remote-1", u"Device", u"テレビ");
-    d.t.settings.WriteIni(u"Remote-1", u"Design", u"2");
+    d.remote(1, u"テレビ"_s, 2, {});
     RemoteWindows remotes(d.app, d.device);
     d.app.state.RemoteLive = true;
 
