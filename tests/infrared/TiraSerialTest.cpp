@@ -30,10 +30,10 @@ const QByteArray NecIx = QByteArray::fromHex("49583400046502330046"
 struct Fixture {
     Fixture() {
         t.folder.CreateDataFolders();
-        t.settings.WriteIni(u"Tira", u"Device", tira.path());
+        t.settings.WriteIni(u"Tira", u"Device", tira->path());
         device.captureTimeoutMs = 1500;
     }
-    FakeTira tira;
+    std::unique_ptr<FakeTira> tira = std::make_unique<FakeTira>();
     TempFolder t;
     ScriptedPrompt prompt;
     TiraDevice device{t.folder, t.settings, prompt};
@@ -63,10 +63,10 @@ TEST(TiraSerial, IdentifiesAndSendsTheExactIxBytesFromAWebPress) {
 
     EXPECT_EQ(TXSignalById(f.device, u"3", u"0"), SendResult::Sent);
     EXPECT_TRUE(f.device.TiraActive);
-    EXPECT_TRUE(f.tira.fromHost.startsWith("IPIR"));
+    EXPECT_TRUE(f.tira->fromHost.startsWith("IPIR"));
     // A signal without a repeating part goes out once.
-    ASSERT_EQ(f.tira.transmissions.size(), 1);
-    EXPECT_EQ(f.tira.fromHost, "IPIR" + NecIx);
+    ASSERT_EQ(f.tira->transmissions.size(), 1);
+    EXPECT_EQ(f.tira->fromHost, "IPIR" + NecIx);
     EXPECT_TRUE(f.prompt.shown.isEmpty());
 }
 
@@ -74,16 +74,16 @@ TEST(TiraSerial, IdentifiesAndSendsTheExactIxBytesFromAWebPress) {
 TEST(TiraSerial, CaptureArrivesInPiecesAndBecomesABlob) {
     Fixture f;
     ASSERT_TRUE(f.device.ActivateTira(0));
-    f.tira.onCommand = [&](const QByteArray& cmd) {
+    f.tira->onCommand = [&](const QByteArray& cmd) {
         if (cmd.startsWith("IC")) // a remote pressed a moment after arming
-            f.tira.writeInPieces(NecStream + NecStream.left(6), 3, 5);
+            f.tira->writeInPieces(NecStream + NecStream.left(6), 3, 5);
     };
     ASSERT_TRUE(f.device.CaptureTira());
     EXPECT_EQ(
         QByteArray(reinterpret_cast<const char*>(f.device.SignalBuf.data()), f.device.SignalLen),
         necBlob());
     EXPECT_TRUE(f.device.CancelCaptureTira());
-    EXPECT_TRUE(f.tira.fromHost.endsWith(QByteArray("IC\0\0IR", 6)));
+    EXPECT_TRUE(f.tira->fromHost.endsWith(QByteArray("IC\0\0IR", 6)));
 }
 
 TEST(TiraSerial, SilentOrOldDevicesDoNotOpen) {
@@ -109,9 +109,9 @@ TEST(TiraSerial, SilentOrOldDevicesDoNotOpen) {
 TEST(TiraSerial, UnpluggedDuringCaptureFailsCleanly) {
     Fixture f;
     ASSERT_TRUE(f.device.ActivateTira(0));
-    f.tira.onCommand = [&](const QByteArray& cmd) {
+    f.tira->onCommand = [&](const QByteArray& cmd) {
         if (cmd.startsWith("IC"))
-            QTimer::singleShot(50, [&] { f.tira.hangUp(); });
+            QTimer::singleShot(50, [&] { f.tira->hangUp(); });
     };
     QElapsedTimer clock;
     clock.start();
@@ -144,7 +144,7 @@ TEST(TiraSerial, PressesDuringASendQueueAndReachTheWireInOrder) {
         });
     ASSERT_TRUE(waitUntil([&] { return answered == 10; }));
     EXPECT_EQ(results, std::vector<SendResult>(10, SendResult::Sent));
-    EXPECT_EQ(f.tira.transmissions, expected);
+    EXPECT_EQ(f.tira->transmissions, expected);
     EXPECT_TRUE(f.prompt.shown.isEmpty());
 
     // A flood is bounded: one on the wire, 32 waiting, the rest busy at once.
@@ -154,18 +154,15 @@ TEST(TiraSerial, PressesDuringASendQueueAndReachTheWireInOrder) {
         f.device.Enqueue(path, [&](SendResult r) { ++flood[r]; });
     EXPECT_EQ(flood[SendResult::Busy], 7);
     EXPECT_TRUE(waitUntil([&] { return flood[SendResult::Sent] == TiraDevice::MaxQueued + 1; }));
-    EXPECT_EQ(f.tira.transmissions.size(), 10 + TiraDevice::MaxQueued + 1);
+    EXPECT_EQ(f.tira->transmissions.size(), 10 + TiraDevice::MaxQueued + 1);
 }
 
 TEST(TiraSerial, UnpluggedTiraComesBackAtItsPath) {
-    auto tira = std::make_unique<FakeTira>();
-    TempFolder t;
-    t.folder.CreateDataFolders();
+    Fixture f;
+    auto& [tira, t, prompt, device] = f;
     const QString link = t.path(u"ttyTira"_s);
     ASSERT_TRUE(QFile::link(tira->path(), link));
     t.settings.WriteIni(u"Tira", u"Device", link);
-    ScriptedPrompt prompt;
-    TiraDevice device{t.folder, t.settings, prompt};
     device.timReturn.setInterval(100);
     const QString signal = t.path(u"IRSignals/TV-Power.bin"_s);
     ASSERT_TRUE(WriteSignalFile(signal, necBlob()));
@@ -199,14 +196,14 @@ TEST(TiraSerial, UnpluggedTiraComesBackAtItsPath) {
 
 TEST(TiraSerial, PortIsHeldExclusivelyAndRefusalsSayWhy) {
     Fixture f;
-    TiraSerialDriver first(f.tira.path()); // say kestrava-ir, run by hand
+    TiraSerialDriver first(f.tira->path()); // say kestrava-ir, run by hand
     ASSERT_EQ(first.tira_start(0), 0);
-    TiraSerialDriver second(f.tira.path());
+    TiraSerialDriver second(f.tira->path());
     EXPECT_EQ(second.tira_start(0), TiraSerialDriver::InUse);
     // We hold it ourselves here, so the holder named is this very process.
     const QString holder = QCoreApplication::applicationName().left(15) + u" (pid "_s +
                            QString::number(QCoreApplication::applicationPid()) + u')';
-    EXPECT_EQ(TiraSerialDriver::HolderOf(f.tira.path()), holder);
+    EXPECT_EQ(TiraSerialDriver::HolderOf(f.tira->path()), holder);
     ASSERT_TRUE(WriteSignalFile(f.t.path(u"IRSignals/TV-Power.bin"_s), necBlob()));
     EXPECT_FALSE(f.device.TransmitTira(f.t.path(u"IRSignals/TV-Power.bin"_s)));
     ASSERT_EQ(f.prompt.shown.size(), 1);
