@@ -1,7 +1,5 @@
 #include "infrared/Transmission.h"
 #include "support/LearningDesk.h"
-#include "webpages/RemotePages.h"
-#include "webserver/Dispatcher.h"
 
 #include <QApplication>
 #include <QComboBox>
@@ -264,7 +262,7 @@ TEST(EditWindow, EditsAndDeletesRemotes) {
 }
 
 // Names that CP932 changes (〜 − ‖ £ ¬ come back as ～ － ∥ ￡ ￢) are learned,
-// fired from the pages and the desktop, re-learned under the typed spelling
+// fired as the pages and the desktop do, re-learned under the typed spelling
 // and deleted, all on the same files; a name CP932 cannot hold is refused.
 TEST(StudyWindow, NamesAreTheOnesSettingIniGivesBack) {
     LearningDesk d;
@@ -288,17 +286,9 @@ TEST(StudyWindow, NamesAreTheOnesSettingIniGivesBack) {
     EXPECT_EQ(QDir(d.t.path(u"IRSignals")).entryList(QDir::Files),
               (QStringList{u"AV～1-∥.bin"_s, u"AV～1-音量－.bin"_s}));
 
-    Dispatcher pages;
-    InstallRemotePages(pages, d.t.settings, d.clock,
-                       {[&](const QString& id, const QString& button) {
-                            return TXSignalById(d.device, id, button);
-                        },
-                        {},
-                        {}});
     const int proofs = d.sent();
-    for (const char* button : {"0", "1"})
-        pages.DispatchPage(u"remote2.asp"_s, u"DevID=1&Button="_s + QLatin1StringView(button),
-                           u"127.0.0.1"_s);
+    for (const char16_t* button : {u"0", u"1"}) // as the pages send
+        EXPECT_EQ(TXSignalById(d.device, u"1", button), SendResult::Sent);
     d.remotes.ShowRemoteWindow(u"AV～1"_s, 1);
     QTest::mouseClick(d.remotes.window(2)->imgB(0), Qt::LeftButton);
     EXPECT_EQ(d.sent(), proofs + 3);
