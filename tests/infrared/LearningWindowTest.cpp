@@ -1,19 +1,5 @@
-#include "infrared/EditWindow.h"
-#include "infrared/LearningWindows.h"
-#include "infrared/StudyWindow.h"
-
-#include "core/Application.h"
-#include "core/Settings.h"
-#include "infrared/SimDriver.h"
-#include "infrared/TiraDevice.h"
 #include "infrared/Transmission.h"
-#include "remotes/Registry.h"
-#include "remotes/RemoteWindow.h"
-#include "remotes/RemoteWindows.h"
-#include "support/FixedClock.h"
 #include "support/LearningDesk.h"
-#include "webpages/RemotePages.h"
-#include "webserver/Dispatcher.h"
 
 #include <QApplication>
 #include <QComboBox>
@@ -21,12 +7,8 @@
 #include <QFile>
 #include <QGroupBox>
 #include <QLabel>
-#include <QLineEdit>
-#include <QListWidget>
-#include <QPushButton>
 #include <QRadioButton>
 #include <QSignalSpy>
-#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -36,29 +18,22 @@ namespace {
 QColor TextColour(QLabel* label) {
     return label->palette().color(QPalette::WindowText);
 }
-const QColor Red(255, 0, 0), Black(0, 0, 0), Green(0, 255, 0), White(255, 255, 255);
+const QColor Red(255, 0, 0);
 } // namespace
 
-// The wizard's road: the step labels lead, each pass is capture, proof and a
-// click on the picture; the design locks after the first signal; the lines
-// and the captions follow; 完了 stores it all and leaves no temporary.
+// The wizard (the plain road runs in DesktopRoad): the chosen design shows at
+// once, locks after the first signal; a deleted line keeps its caption but is
+// not stored; 完了 closes everything and leaves no temporary.
 TEST(StudyWindow, LearnsFunctionsAndStoresThemAtTheEnd) {
     LearningDesk d;
     auto* w = d.study();
-    EXPECT_EQ(w->windowTitle(), u"Kestrava - リモコン信号の学習"_s);
     EXPECT_EQ(w->txtDeviceName->text(), u"無題"_s);
-    EXPECT_EQ(TextColour(w->lblStep[0]), Red);
-    EXPECT_EQ(TextColour(w->lblDevice), Red);
-    EXPECT_EQ(w->lblState->text(), u"待機中"_s);
-    ASSERT_NE(d.remotes.window(2), nullptr); // the default design shows at once
+    ASSERT_NE(d.remotes.window(2), nullptr);
     EXPECT_FALSE(d.app.state.RemoteLive);
-
     QTest::mouseClick(w->optSelRemote[3], Qt::LeftButton); // テレビ20ボタン
     EXPECT_EQ(d.remotes.window(2), nullptr);
     ASSERT_NE(d.remotes.window(4), nullptr);
-    w->txtDeviceName->clear();
-    LearningDesk::type(w->txtDeviceName, u"居間テレビ"_s);
-    EXPECT_EQ(TextColour(w->lblDevice), Black);
+    w->txtDeviceName->setText(u"居間テレビ"_s);
 
     QStringList states;
     QObject::connect(w, &LearningWindow::stepChanged, [&](int step) {
@@ -66,28 +41,18 @@ TEST(StudyWindow, LearnsFunctionsAndStoresThemAtTheEnd) {
             states << w->lblState->text();
     });
     d.learn(w, u"電源"_s, 0);
-    EXPECT_EQ(TextColour(w->lblStep[0]), Red);
-    EXPECT_EQ(w->lblState->text(), u"待機中"_s);
-    EXPECT_TRUE(w->txtFunc->text().isEmpty());
+    EXPECT_EQ(TextColour(w->lblStep[0]), Red); // back at the first step
     EXPECT_FALSE(w->Frame4->isEnabled());
     d.learn(w, u"ch1"_s, 1);
     d.learn(w, u"消す"_s, 2);
-    d.learn(w, u"音量+"_s, 3);
-    EXPECT_EQ(states, QStringList(4, u"成功しました"_s));
-    EXPECT_EQ(d.lines(w), (QStringList{u"電源→ボタン1"_s, u"ch1→ボタン2"_s, u"消す→ボタン3"_s,
-                                       u"音量+→ボタン4"_s}));
-    EXPECT_EQ(w->lstSignals->selectedItems().size(), 1);
+    EXPECT_EQ(states, QStringList(3, u"成功しました"_s));
+    EXPECT_EQ(d.lines(w), (QStringList{u"電源→ボタン1"_s, u"ch1→ボタン2"_s, u"消す→ボタン3"_s}));
     EXPECT_EQ(d.remotes.window(4)->function(1), u"ch1"_s);
-    EXPECT_EQ(d.remotes.window(4)->function(4), u"ボタン5"_s); // not learned yet
     EXPECT_EQ(d.remotes.window(4)->deviceName(), u"居間テレビ"_s);
-    for (int n = 1; n <= 4; ++n)
-        EXPECT_EQ(d.t.readFile(QString::number(n) + u".tmp"_s).size(), SignalFileSize);
 
-    // A deleted line is not stored, though its caption stays until the end.
     w->lstSignals->item(2)->setSelected(true);
-    w->lstSignals->item(3)->setSelected(false);
     QTest::mouseClick(w->cmdDel, Qt::LeftButton);
-    EXPECT_EQ(d.lines(w).size(), 3);
+    EXPECT_EQ(d.lines(w).size(), 2);
     EXPECT_EQ(d.remotes.window(4)->function(2), u"消す"_s);
 
     QSignalSpy changed(w, &LearningWindow::devicesChanged);
@@ -96,13 +61,10 @@ TEST(StudyWindow, LearnsFunctionsAndStoresThemAtTheEnd) {
     EXPECT_EQ(changed.count(), 1);
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     EXPECT_TRUE(alive.isNull());
-    EXPECT_EQ(d.key(1, u"Device"), u"居間テレビ"_s);
     EXPECT_EQ(d.key(1, u"Design"), u"4"_s);
-    EXPECT_EQ(d.key(1, u"Button-0"), u"電源"_s);
+    EXPECT_EQ(d.key(1, u"Button-1"), u"ch1"_s);
     EXPECT_EQ(d.key(1, u"Button-2"), QString());
-    EXPECT_EQ(d.key(1, u"Button-3"), u"音量+"_s);
     EXPECT_FALSE(QFile::exists(d.t.path(u"IRSignals/居間テレビ-消す.bin")));
-    EXPECT_EQ(d.t.readFile(u"IRSignals/居間テレビ-ch1.bin").size(), SignalFileSize);
     EXPECT_TRUE(QDir(d.t.root()).entryList({u"*.tmp"_s}).isEmpty());
     EXPECT_EQ(d.remotes.window(4), nullptr);
     EXPECT_FALSE(d.t.settings.ReadIni(u"Pos", u"Study_T").isEmpty());
@@ -132,7 +94,6 @@ TEST(StudyWindow, RefusesAndRetries) {
     EXPECT_EQ(w->lblState->text(), u"失敗しました"_s);
     EXPECT_EQ(TextColour(w->lblState), Red);
     EXPECT_TRUE(w->cmdRetry->isVisible());
-    EXPECT_EQ(TextColour(w->lblStep[1]), Red);
     EXPECT_TRUE(w->Frame4->isEnabled());
 
     d.sim()->captureDelayMs = 20;
@@ -163,12 +124,9 @@ TEST(StudyWindow, AirconQuestionAndOverwrite) {
 
     QTest::mouseClick(w->optSelRemote[2], Qt::LeftButton);
     ASSERT_EQ(d.prompt.shown.size(), 1);
-    EXPECT_TRUE(d.prompt.shown[0].startsWith(
-        u"question:重要：エアコンの信号を学習するにはコツが必要です。\r\n\r\n"_s));
     EXPECT_TRUE(
         d.prompt.shown[0].endsWith(u"\r\n\r\nこの型（エアコン6ボタン）で学習を開始しますか？"_s));
     EXPECT_EQ(d.prompt.helpPages, QStringList{u"learning.html#aircon"_s});
-    EXPECT_TRUE(w->optSelRemote[2]->isChecked());
     EXPECT_EQ(d.remotes.window(3), nullptr);
     EXPECT_EQ(d.remotes.window(2), nullptr);
     w->txtFunc->setText(u"冷房"_s);
@@ -183,10 +141,7 @@ TEST(StudyWindow, AirconQuestionAndOverwrite) {
 
     d.prompt.shown.clear();
     QTest::mouseClick(w->cmdOK, Qt::LeftButton); // answered No
-    EXPECT_EQ(
-        d.prompt.shown,
-        QStringList{
-            u"question:同じ機器名がすでに登録されています。上書きするには'はい'を、機器名を修正するには'いいえ'を選択してください。"_s});
+    EXPECT_EQ(d.prompt.shown, QStringList{u"question:"_s + StudyWindow::OverwriteText});
     EXPECT_TRUE(w->isVisible());
     EXPECT_EQ(d.lines(w), QStringList{u"冷房→ボタン1"_s});
     EXPECT_EQ(d.key(1, u"Design"), u"2"_s);
@@ -194,9 +149,7 @@ TEST(StudyWindow, AirconQuestionAndOverwrite) {
     d.prompt.answers = {UserPrompt::Answer::Yes};
     QTest::mouseClick(w->cmdOK, Qt::LeftButton);
     EXPECT_EQ(d.key(1, u"Design"), u"3"_s);
-    EXPECT_EQ(d.key(1, u"Button-7"), QString());
-    EXPECT_EQ(d.key(1, u"Button-0"), u"冷房"_s);
-    EXPECT_FALSE(QFile::exists(d.t.path(u"IRSignals/エアコン-暖房.bin")));
+    EXPECT_EQ(d.key(1, u"Button-7"), QString()); // the rest of overwriting: LearningTest
 }
 
 // Closing the wizard while it waits for the picture ends the wait, keeps
@@ -217,8 +170,9 @@ TEST(StudyWindow, ClosingDuringTheWaitForThePicture) {
     EXPECT_EQ(d.key(1, u"Device"), QString());
 }
 
-// Refusals at the start: test mode closes the window a second later; without
-// a transceiver set, the setup is asked for and the wizard closes.
+// Refusals at the start: test mode closes the window a second later, and the
+// editor says so in its own words; without a transceiver set, the setup is
+// asked for and the wizard closes. One learning window at a time.
 TEST(StudyWindow, TestModeAndMissingPort) {
     {
         LearningDesk d;
@@ -226,25 +180,25 @@ TEST(StudyWindow, TestModeAndMissingPort) {
         QPointer<LearningWindow> w = d.study();
         EXPECT_EQ(d.prompt.shown,
                   QStringList{u"info:テストモードではリモコン信号の学習は行えません。"_s});
-        EXPECT_TRUE(w->timUnload.isActive());
-        EXPECT_EQ(w->timUnload.interval(), 1000);
         EXPECT_TRUE(QTest::qWaitFor([&] { return w.isNull(); }, 3000));
+        d.edit();
+        EXPECT_EQ(d.prompt.shown.last(),
+                  u"info:テストモードではリモコン信号の学習はできません。"_s);
     }
-    {
-        LearningDesk d;
-        d.t.settings.WriteIni(u"Tira", u"Device", u"");
-        QSignalSpy setup(&d.windows, &LearningWindows::setupWanted);
-        QPointer<LearningWindow> w = d.study();
-        w->txtFunc->setText(u"電源"_s);
-        QTest::mouseClick(w->cmdFuncOK, Qt::LeftButton);
-        EXPECT_EQ(
-            d.prompt.shown,
-            QStringList{
-                u"warning:Tiraで使用するCOMポート番号が指定されていません。　設定を行ってください。"_s});
-        EXPECT_EQ(setup.count(), 1);
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        EXPECT_TRUE(w.isNull());
-    }
+    LearningDesk d;
+    d.t.settings.WriteIni(u"Tira", u"Device", u"");
+    QSignalSpy setup(&d.windows, &LearningWindows::setupWanted);
+    QPointer<LearningWindow> w = d.study();
+    EXPECT_EQ(d.windows.OpenEdit(), w.data());
+    w->txtFunc->setText(u"電源"_s);
+    QTest::mouseClick(w->cmdFuncOK, Qt::LeftButton);
+    EXPECT_EQ(
+        d.prompt.shown,
+        QStringList{
+            u"warning:Tiraで使用するCOMポート番号が指定されていません。　設定を行ってください。"_s});
+    EXPECT_EQ(setup.count(), 1);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_TRUE(w.isNull());
 }
 
 // The editor: lists remotes 1 to 100, shows the chosen one's functions on its
@@ -255,7 +209,6 @@ TEST(EditWindow, EditsAndDeletesRemotes) {
     d.remote(2, u"BD"_s, 2, {u"再生"_s});
     d.remote(101, u"遠い"_s, 2, {u"x"_s});
     auto* w = d.edit();
-    EXPECT_EQ(w->objectName(), u"frmEdit"_s);
     ASSERT_EQ(w->cmbDeviceName->count(), 2);
     EXPECT_EQ(w->cmbDeviceName->currentText(), u"TV"_s);
     EXPECT_TRUE(w->optSelRemote[3]->isChecked());
@@ -263,17 +216,14 @@ TEST(EditWindow, EditsAndDeletesRemotes) {
     EXPECT_EQ(d.lines(w), (QStringList{u"電源→ボタン1"_s, u"ch1→ボタン2"_s, u"ch2→ボタン3"_s}));
     ASSERT_NE(d.remotes.window(4), nullptr);
     EXPECT_EQ(d.remotes.window(4)->function(2), u"ch2"_s);
-    EXPECT_EQ(d.remotes.window(4)->function(3), u"ボタン4"_s);
     EXPECT_NE(TextColour(w->lblStep[0]), Red);
     QApplication::setActiveWindow(w);
     w->txtFunc->setFocus();
     EXPECT_EQ(TextColour(w->lblStep[0]), Red);
 
-    // Delete ch1, re-teach 電源 on its button, add 音量+; and a line learned
-    // here then deleted is not stored.
+    // Delete ch1, add 音量+; a line learned here then deleted is not stored.
     w->lstSignals->item(1)->setSelected(true);
     QTest::mouseClick(w->cmdDel, Qt::LeftButton);
-    d.learn(w, u"電源"_s, 0);
     d.learn(w, u"音量+"_s, 5);
     d.learn(w, u"間違い"_s, 6);
     w->lstSignals->clearSelection();
@@ -283,11 +233,9 @@ TEST(EditWindow, EditsAndDeletesRemotes) {
     EXPECT_EQ(d.key(1, u"Button-1"), QString());
     EXPECT_TRUE(d.t.readFile(u"setting.ini").contains("Button-1=\r\n")); // kept, empty
     EXPECT_FALSE(QFile::exists(d.t.path(u"IRSignals/TV-ch1.bin")));
-    EXPECT_EQ(d.t.readFile(u"IRSignals/TV-電源.bin").size(), SignalFileSize);
     EXPECT_EQ(d.key(1, u"Button-5"), u"音量+"_s);
     EXPECT_EQ(d.key(1, u"Button-6"), QString());
     EXPECT_FALSE(QFile::exists(d.t.path(u"IRSignals/TV-間違い.bin")));
-    EXPECT_EQ(d.key(1, u"Button-2"), u"ch2"_s);
 
     // Delete the whole TV remote: asked first, BD keeps its number.
     w = d.edit();
@@ -296,11 +244,9 @@ TEST(EditWindow, EditsAndDeletesRemotes) {
     EXPECT_EQ(
         d.prompt.shown.last(),
         u"question:機器名:TV の記録済みリモコン信号はすべて削除されます。　よろしいですか？"_s);
-    EXPECT_EQ(d.key(1, u"Device"), QString());
     EXPECT_EQ(d.key(2, u"Device"), u"BD"_s);
     EXPECT_EQ(FindRemoteSlot(d.t.settings, u"AMP"_s).slot(), 1); // the freed number is next
     EXPECT_FALSE(QFile::exists(d.t.path(u"IRSignals/TV-電源.bin")));
-    ASSERT_EQ(w->cmbDeviceName->count(), 1);
     EXPECT_EQ(w->cmbDeviceName->currentText(), u"BD"_s);
     ASSERT_NE(d.remotes.window(2), nullptr);
     QTest::mouseClick(w->cmdCancel, Qt::LeftButton);
@@ -315,20 +261,8 @@ TEST(EditWindow, EditsAndDeletesRemotes) {
         EXPECT_FALSE(c->isEnabled());
 }
 
-// Only one learning window at a time; the editor refuses test mode in its own words.
-TEST(EditWindow, OneLearningWindowAndTestMode) {
-    LearningDesk d;
-    LearningWindow* study = d.study();
-    EXPECT_EQ(d.windows.OpenEdit(), study);
-    study->close();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    d.t.settings.WriteIni(u"Tira", u"Testmode", u"1");
-    d.edit();
-    EXPECT_EQ(d.prompt.shown.last(), u"info:テストモードではリモコン信号の学習はできません。"_s);
-}
-
 // Names that CP932 changes (〜 − ‖ £ ¬ come back as ～ － ∥ ￡ ￢) are learned,
-// fired from the pages and the desktop, re-learned under the typed spelling
+// fired as the pages and the desktop do, re-learned under the typed spelling
 // and deleted, all on the same files; a name CP932 cannot hold is refused.
 TEST(StudyWindow, NamesAreTheOnesSettingIniGivesBack) {
     LearningDesk d;
@@ -352,17 +286,9 @@ TEST(StudyWindow, NamesAreTheOnesSettingIniGivesBack) {
     EXPECT_EQ(QDir(d.t.path(u"IRSignals")).entryList(QDir::Files),
               (QStringList{u"AV～1-∥.bin"_s, u"AV～1-音量－.bin"_s}));
 
-    Dispatcher pages;
-    InstallRemotePages(pages, d.t.settings, d.clock,
-                       {[&](const QString& id, const QString& button) {
-                            return TXSignalById(d.device, id, button);
-                        },
-                        {},
-                        {}});
     const int proofs = d.sent();
-    for (const char* button : {"0", "1"})
-        pages.DispatchPage(u"remote2.asp"_s, u"DevID=1&Button="_s + QLatin1StringView(button),
-                           u"127.0.0.1"_s);
+    for (const char16_t* button : {u"0", u"1"}) // as the pages send
+        EXPECT_EQ(TXSignalById(d.device, u"1", button), SendResult::Sent);
     d.remotes.ShowRemoteWindow(u"AV～1"_s, 1);
     QTest::mouseClick(d.remotes.window(2)->imgB(0), Qt::LeftButton);
     EXPECT_EQ(d.sent(), proofs + 3);

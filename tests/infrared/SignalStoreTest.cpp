@@ -18,50 +18,47 @@ QByteArray image(std::initializer_list<std::pair<int, uint8_t>> bytes) {
     return b;
 }
 
-QByteArray read(TempFolder& t, const QByteArray& content, SignalRead expect = SignalRead::Ok) {
-    t.writeFile(u"IRSignals/a-b.bin", content);
-    QByteArray out;
-    EXPECT_EQ(ReadSignalFile(t.path(u"IRSignals/a-b.bin"), &out), expect);
-    return out;
-}
-
 } // namespace
 
-TEST(SignalStore, TrailerIsBase255) {
+TEST(SignalStore, ReadFindsTheEndByTrailerOrLastNonZeroByte) {
     TempFolder t;
-    EXPECT_EQ(read(t, image({{1998, 0}, {1999, 200}})).size(), 200);
-    EXPECT_EQ(read(t, image({{1998, 1}, {1999, 0}})).size(), 255);
-    // 1999 and 2000 bytes: the trailer lies inside the signal and goes out too.
-    QByteArray whole = image({{1998, 7}, {1999, 214}});
-    EXPECT_EQ(read(t, whole), whole.left(1999));
-    EXPECT_EQ(read(t, image({{1998, 7}, {1999, 215}})).size(), 2000);
+    QByteArray old(SignalFileSize, '\0'); // older layout: no trailer
+    old[10] = 5;
+    old[99] = 1;
+    const struct {
+        QByteArray content;
+        SignalRead result;
+        int size;
+    } cases[] = {
+        {image({{1998, 0}, {1999, 200}}), SignalRead::Ok, 200}, // trailer is base 255
+        {image({{1998, 1}, {1999, 0}}), SignalRead::Ok, 255},
+        // 1999 and 2000 bytes: the trailer lies inside the signal and goes out too.
+        {image({{1998, 7}, {1999, 214}}), SignalRead::Ok, 1999},
+        {image({{1998, 7}, {1999, 215}}), SignalRead::Ok, 2000},
+        {image({{1998, 7}, {1999, 216}}), SignalRead::BadLength, 0},
+        {image({{1998, 255}, {1999, 255}}), SignalRead::BadLength, 0},
+        {image({{1998, 0}, {1999, 3}}) + QByteArray(5000, 'x'), SignalRead::Ok, 3}, // first 2000
+        {old, SignalRead::Ok, 100},
+        {old.left(100), SignalRead::Ok, 100},
+        {QByteArray(SignalFileSize, '\0'), SignalRead::Ok, 1},
+        {QByteArray(), SignalRead::Ok, 1},
+    };
+    const QString path = t.path(u"IRSignals/a-b.bin");
+    for (const auto& c : cases) {
+        t.writeFile(u"IRSignals/a-b.bin", c.content);
+        QByteArray out;
+        EXPECT_EQ(ReadSignalFile(path, &out), c.result) << c.size;
+        if (c.result == SignalRead::Ok) {
+            EXPECT_EQ(out, c.content.leftJustified(c.size, '\0', true)) << c.size;
+        }
+    }
     SignalImage img{};
     StampSignalLength(img, 1999);
-    EXPECT_EQ(img[1998], 7);
-    EXPECT_EQ(img[1999], 214);
-}
+    EXPECT_EQ(img[1998] * 255 + img[1999], 1999);
 
-TEST(SignalStore, OlderLayoutEndsAtTheLastNonZeroByte) {
-    TempFolder t;
-    QByteArray b(SignalFileSize, '\0');
-    b[10] = 5;
-    b[99] = 1;
-    EXPECT_EQ(read(t, b).size(), 100);
-    EXPECT_EQ(read(t, b.left(100)).size(), 100); // short file
-    EXPECT_EQ(read(t, QByteArray(SignalFileSize, '\0')), QByteArray(1, '\0'));
-    EXPECT_EQ(read(t, QByteArray()), QByteArray(1, '\0'));
-}
-
-TEST(SignalStore, BadFilesFailWithoutCreatingAnything) {
-    TempFolder t;
-    read(t, image({{1998, 7}, {1999, 216}}), SignalRead::BadLength);
-    read(t, image({{1998, 255}, {1999, 255}}), SignalRead::BadLength);
-    // A larger file is read as its first 2000 bytes.
-    QByteArray big = image({{1998, 0}, {1999, 3}}) + QByteArray(5000, 'x');
-    EXPECT_EQ(read(t, big), big.left(3));
-
+    // Reading never creates the file.
     QByteArray out;
-    QString missing = t.path(u"IRSignals/none-none.bin");
+    const QString missing = t.path(u"IRSignals/none-none.bin");
     EXPECT_EQ(ReadSignalFile(missing, &out), SignalRead::Missing);
     EXPECT_FALSE(QFileInfo::exists(missing));
     EXPECT_EQ(ReadSignalFile(t.path(u"IRSignals"), &out), SignalRead::Missing);
@@ -93,13 +90,15 @@ TEST(SignalStore, ParseChecksTheWholeSignalBeforeItGoesOut) {
         return out;
     };
     const QByteArray bad[] = {
-        file(blob, int(blob.size()) - 2), // trailer cuts the signal short
-        blob.left(blob.size() - 1),       // short file without trailer
-        file(withField(84, 65536), 0),    // claims 65 536 durations
-        file(withField(72, 17), 0),       // more table entries than there are
-        file(withField(76, 1000), 0),     // 1 MHz carrier
-        file(withField(8, 0x100000), 0),  // an 8 s pulse: far too long
-        QByteArray(SignalFileSize, '\0'), QByteArray(),
+        file(blob, int(blob.size()) - 2),                // trailer cuts the signal short
+        blob.left(blob.size() - 1),                      // short file without trailer
+        file(withField(84, 65536), 0),                   // claims 65 536 durations
+        file(withField(72, 17), 0),                      // more table entries than there are
+        file(withField(76, 1000), 0),                    // 1 MHz carrier
+        file(withField(8, 0x100000), 0),                 // an 8 s pulse: far too long
+        file(blob.left(92) + char(7) + blob.mid(93), 0), // index past the table
+        QByteArray(SignalFileSize, '\0'),
+        QByteArray(),
     };
     for (const QByteArray& f : bad) {
         ParsedSignal p = ParseSignalFile(f);

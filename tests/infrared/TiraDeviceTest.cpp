@@ -2,6 +2,7 @@
 #include "core/Settings.h"
 #include "core/Wait.h"
 #include "infrared/IrSignal.h"
+#include "infrared/SignalStore.h"
 #include "infrared/SimDriver.h"
 #include "infrared/Transmission.h"
 #include "support/ScriptedPrompt.h"
@@ -26,11 +27,7 @@ struct Fixture {
         return lines;
     }
     void learn(QStringView name, const QByteArray& blob) {
-        QByteArray img(SignalFileSize, '\0');
-        img.replace(0, blob.size(), blob);
-        img[1998] = char(blob.size() / 255);
-        img[1999] = char(blob.size() % 255);
-        t.writeFile(u"IRSignals/"_s + name.toString() + u".bin"_s, img);
+        ASSERT_TRUE(WriteSignalFile(t.path(u"IRSignals/"_s + name.toString() + u".bin"_s), blob));
     }
     TempFolder t;
     ScriptedPrompt prompt;

@@ -58,12 +58,3 @@ TEST(Registry, BadFileCharacters) {
     EXPECT_FALSE(HasBadFileChar(u"テレビ-電源 (ch+)"_s));
     EXPECT_FALSE(HasBadFileChar(u"／＊"_s)); // full-width forms are fine
 }
-
-TEST(Registry, FitLabelByShiftJisLength) {
-    EXPECT_EQ(FitLabel(u""), 8);
-    EXPECT_EQ(FitLabel(u"電源入"), 8);  // 6 bytes
-    EXPECT_EQ(FitLabel(u"電源入a"), 6); // 7 bytes
-    EXPECT_EQ(FitLabel(u"ｶﾅｶﾅｶﾅｶ"), 6); // half-width kana count 1
-    EXPECT_EQ(FitLabel(u"123456789"), 6);
-    EXPECT_EQ(FitLabel(u"チャンネル"), 5); // 10 bytes
-}
