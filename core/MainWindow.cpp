@@ -4,6 +4,7 @@
 #include "core/Application.h"
 #include "core/NetAddress.h"
 #include "core/OpenHelp.h"
+#include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "remotes/Registry.h"
 
@@ -12,6 +13,7 @@
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QDialog>
+#include <QFileSystemWatcher>
 #include <QHeaderView>
 #include <QHostAddress>
 #include <QLabel>
@@ -100,6 +102,21 @@ MainWindow::MainWindow(Application& app, QWidget* parent)
     connect(tray_, &QSystemTrayIcon::activated, this, &MainWindow::trayActivated,
             Qt::QueuedConnection);
 
+    // Another process may change the registry (kestrava --import): setting.ini is
+    // replaced by a rename, which the folder's watch sees.
+    auto* watcher = new QFileSystemWatcher({app_.folder.root()}, this);
+    auto* settle = new QTimer(this);
+    settle->setSingleShot(true);
+    settle->setInterval(200);
+    connect(watcher, &QFileSystemWatcher::directoryChanged, settle, qOverload<>(&QTimer::start));
+    connect(settle, &QTimer::timeout, this, [this] {
+        const DeviceList list = ::FillDevices(app_.settings);
+        bool same = int(list.items.size()) == cmbDeviceName_->count();
+        for (int i = 0; same && i < cmbDeviceName_->count(); ++i)
+            same = cmbDeviceName_->itemText(i) == list.items[size_t(i)].name;
+        if (!same)
+            FillDevices();
+    });
     connect(&app_.timComboVisible, &QTimer::timeout, this, [this] { cmbDeviceName_->hide(); });
     connect(&app_.timAddrCheckL, &QTimer::timeout, this, &MainWindow::ShowLocalAddress);
     connect(&app_, &Application::unloadWindows, this, [this] {
