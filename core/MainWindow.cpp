@@ -6,6 +6,7 @@
 #include "core/OpenHelp.h"
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
+#include "exchange/ExchangeWindows.h"
 #include "remotes/Registry.h"
 
 #include <QAction>
@@ -147,8 +148,10 @@ void MainWindow::buildMenus() {
     };
     QMenu* file = menuBar_->addMenu(u"ファイル(&F)"_s);
     file->setObjectName(u"MFile"_s);
-    MFileX = item(file, u"MFileX"_s, u"学習済み信号のエクスポート(&X)"_s, false);
-    MFileI = item(file, u"MFileI"_s, u"学習済み信号のインポート(&I)"_s, false);
+    MFileX = item(file, u"MFileX"_s, u"学習済み信号のエクスポート(&X)"_s, true);
+    MFileI = item(file, u"MFileI"_s, u"学習済み信号のインポート(&I)"_s, true);
+    connect(MFileX, &QAction::triggered, this, &MainWindow::showExport);
+    connect(MFileI, &QAction::triggered, this, &MainWindow::showImport);
     file->addSeparator();
     MEnd = item(file, u"MEnd"_s, u"終了(&E)"_s, true);
     connect(MEnd, &QAction::triggered, this, &QWidget::close);
@@ -385,6 +388,24 @@ void MainWindow::StorePosition() {
         return;
     app_.settings.WriteIni(u"Pos", u"Main_T", QString::number(p.y() * TwipsPerPixel));
     app_.settings.WriteIni(u"Pos", u"Main_L", QString::number(p.x() * TwipsPerPixel));
+}
+
+void MainWindow::showExport() {
+    if (!export_)
+        export_ = new ExportWindow(app_, this);
+    export_->show();
+    export_->raise();
+    export_->activateWindow();
+}
+
+void MainWindow::showImport() {
+    if (!import_) {
+        import_ = new ImportWindow(app_, this);
+        connect(import_, &ImportWindow::devicesChanged, this, &MainWindow::FillDevices);
+    }
+    import_->show();
+    import_->raise();
+    import_->activateWindow();
 }
 
 void MainWindow::showAbout() {

@@ -6,6 +6,8 @@
 #include <QWidget>
 
 class AboutWindow;
+class ExportWindow;
+class ImportWindow;
 class Application;
 class QAction;
 class QComboBox;
@@ -76,6 +78,8 @@ private:
     void deviceChosen(int index);
     void StorePosition();
     void showAbout();
+    void showExport();
+    void showImport();
 
     Application& app_;
     bool menuShown_ = false;
@@ -99,4 +103,6 @@ private:
     QToolButton* cmdSuspend_ = nullptr;
     QSystemTrayIcon* tray_ = nullptr;
     QPointer<AboutWindow> about_;
+    QPointer<ExportWindow> export_;
+    QPointer<ImportWindow> import_;
 };
