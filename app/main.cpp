@@ -150,6 +150,10 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
 int RunExchange(const Options& o, const ProgramFolder& folder) {
     folder.CreateDataFolders();
     SettingsStore settings(folder.settingsPath());
+    if (settings.Unreadable()) {
+        std::printf("%s: cannot be read\n", qPrintable(settings.path()));
+        return 1;
+    }
     bool allWell = true;
     if (o.import) {
         for (const QString& archive : o.names) {
