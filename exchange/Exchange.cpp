@@ -141,8 +141,9 @@ QString Unpack(const QString& archivePath, const QString& work) {
         stated += qint64(st.size);
         if (stated > MaxArchiveBytes)
             return u"more than 64 MiB in all"_s;
-        // unzip/ lies on a file system that may ignore case, as Windows does.
-        if (Q_UNLIKELY(seen.contains(name.toCaseFolded())))
+        // Two entries of one name (in any case, as Windows sees names) would
+        // leave it to the order which one lands.
+        if (seen.contains(name.toCaseFolded()))
             return u"entry \"%1\" appears twice"_s.arg(name);
         seen.insert(name.toCaseFolded());
         names.push_back(name);
