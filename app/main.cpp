@@ -10,8 +10,10 @@
 #include "core/OpenHelp.h"
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
+#include "core/ShiftJis.h"
 #include "core/System.h"
 #include "core/UserPrompt.h"
+#include "exchange/Exchange.h"
 #include "infrared/LearningWindows.h"
 #include "infrared/TiraDevice.h"
 #include "infrared/Transmission.h"
@@ -29,6 +31,7 @@
 #include <QDir>
 #include <QLoggingCategory>
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 
@@ -44,6 +47,10 @@ struct Options {
     QString demoDir;
     bool headless = false;
     bool verbose = false;
+    std::optional<QString> exportDir; // --export DIR [DEVICE...]
+    bool import = false;              // --import [--overwrite] FILE...
+    bool overwrite = false;
+    QStringList names; // devices to export, archives to import
 };
 
 const char* const Usage =
@@ -56,6 +63,12 @@ const char* const Usage =
     "                  (default ./kestrava-demo), prepared when new\n"
     "  --headless      run without windows (also when no display can be opened)\n"
     "  --verbose       log more\n"
+    "  --export DIR [DEVICE]...\n"
+    "                  write the learned remotes named (all when none is) to\n"
+    "                  DIR/<device>.kxp, then exit\n"
+    "  --import [--overwrite] FILE.kxp...\n"
+    "                  import archives, replacing remotes of the same name only\n"
+    "                  with --overwrite, then exit\n"
     "  --help          show this help and exit\n"
     "  --version       show the version and exit\n";
 
@@ -82,13 +95,27 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
     QCommandLineOption verbose(u"verbose"_s);
     QCommandLineOption help(u"help"_s);
     QCommandLineOption version(u"version"_s);
-    parser.addOptions({home, headless, verbose, help, version});
+    QCommandLineOption exportTo(u"export"_s, {}, u"DIR"_s);
+    QCommandLineOption import(u"import"_s);
+    QCommandLineOption overwrite(u"overwrite"_s);
+    parser.addOptions({home, headless, verbose, help, version, exportTo, import, overwrite});
     if (!parser.parse(args)) {
         std::fprintf(stderr, "kestrava: %s\nTry 'kestrava --help' for more information.\n",
                      qPrintable(parser.errorText()));
         return 2;
     }
-    if (!parser.positionalArguments().isEmpty()) {
+    auto usageError = [](const char* text) {
+        std::fprintf(stderr, "kestrava: %s\nTry 'kestrava --help' for more information.\n", text);
+        return 2;
+    };
+    if (parser.isSet(exportTo) && parser.isSet(import))
+        return usageError("--export and --import cannot be used together");
+    if (parser.isSet(overwrite) && !parser.isSet(import))
+        return usageError("--overwrite goes with --import");
+    if (parser.isSet(import) && parser.positionalArguments().isEmpty())
+        return usageError("--import needs at least one archive");
+    if (!parser.positionalArguments().isEmpty() && !parser.isSet(exportTo) &&
+        !parser.isSet(import)) {
         std::fprintf(stderr,
                      "kestrava: unexpected argument '%s'\n"
                      "Try 'kestrava --help' for more information.\n",
@@ -110,7 +137,60 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
     o.home = parser.value(home);
     o.headless = parser.isSet(headless);
     o.verbose = parser.isSet(verbose);
+    if (parser.isSet(exportTo))
+        o.exportDir = parser.value(exportTo);
+    o.import = parser.isSet(import);
+    o.overwrite = parser.isSet(overwrite);
+    o.names = parser.positionalArguments();
     return std::nullopt;
+}
+
+// --export and --import work on the folder's files whether or not an instance
+// runs on it: both go through setting.ini, which a running instance rereads
+// when it changes. One line per remote or archive; status 1 if any failed.
+int RunExchange(const Options& o, const ProgramFolder& folder) {
+    folder.CreateDataFolders();
+    SettingsStore settings(folder.settingsPath());
+    if (settings.Unreadable()) {
+        std::printf("%s: cannot be read\n", qPrintable(settings.path()));
+        return 1;
+    }
+    bool allWell = true;
+    if (o.import) {
+        for (const QString& archive : o.names) {
+            const ImportResult r = ImportArchive(folder, settings, archive, o.overwrite);
+            std::printf("%s\n", qPrintable(DescribeImport(archive, r)));
+            allWell = allWell && r.outcome == ImportResult::Imported;
+        }
+        return allWell ? 0 : 1;
+    }
+    const std::vector<ExportableRemote> remotes = ExportableRemotes(settings);
+    std::vector<ExportableRemote> chosen;
+    for (const QString& name : o.names) {
+        auto it = std::find_if(remotes.begin(), remotes.end(), [&](const ExportableRemote& r) {
+            return r.name == ShiftJis::RoundTrip(name);
+        });
+        if (it == remotes.end()) {
+            std::printf("%s: no such remote\n", qPrintable(name));
+            allWell = false;
+        } else {
+            chosen.push_back(*it);
+        }
+    }
+    if (o.names.isEmpty())
+        chosen = remotes;
+    QDir().mkpath(*o.exportDir);
+    for (const ExportableRemote& r : chosen) {
+        const QString path = ArchivePath(*o.exportDir, r.name);
+        QString error;
+        if (ExportDevice(folder, settings, r.name, r.slot, path, &error)) {
+            std::printf("%s: written to %s\n", qPrintable(r.name), qPrintable(path));
+        } else {
+            std::printf("%s: not written: %s\n", qPrintable(r.name), qPrintable(error));
+            allWell = false;
+        }
+    }
+    return allWell ? 0 : 1;
 }
 
 } // namespace
@@ -132,6 +212,10 @@ int main(int argc, char** argv) {
     if (!folder.Create(&error)) {
         qCritical().noquote() << error;
         return 1;
+    }
+    if (options.exportDir || options.import) {
+        QCoreApplication qapp(argc, argv);
+        return RunExchange(options, folder);
     }
     InstanceLock lock;
     switch (lock.Acquire(folder, &error)) {

@@ -4,7 +4,9 @@
 #include "core/Application.h"
 #include "core/NetAddress.h"
 #include "core/OpenHelp.h"
+#include "core/ProgramFolder.h"
 #include "core/Settings.h"
+#include "exchange/ExchangeWindows.h"
 #include "remotes/Registry.h"
 #include "reservations/AddNewWindow.h"
 
@@ -13,6 +15,7 @@
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QDialog>
+#include <QFileSystemWatcher>
 #include <QHeaderView>
 #include <QHostAddress>
 #include <QLabel>
@@ -101,6 +104,21 @@ MainWindow::MainWindow(Application& app, QWidget* parent)
     connect(tray_, &QSystemTrayIcon::activated, this, &MainWindow::trayActivated,
             Qt::QueuedConnection);
 
+    // Another process may change the registry (kestrava --import): setting.ini is
+    // replaced by a rename, which the folder's watch sees.
+    auto* watcher = new QFileSystemWatcher({app_.folder.root()}, this);
+    auto* settle = new QTimer(this);
+    settle->setSingleShot(true);
+    settle->setInterval(200);
+    connect(watcher, &QFileSystemWatcher::directoryChanged, settle, qOverload<>(&QTimer::start));
+    connect(settle, &QTimer::timeout, this, [this] {
+        const DeviceList list = ::FillDevices(app_.settings);
+        bool same = int(list.items.size()) == cmbDeviceName_->count();
+        for (int i = 0; same && i < cmbDeviceName_->count(); ++i)
+            same = cmbDeviceName_->itemText(i) == list.items[size_t(i)].name;
+        if (!same)
+            FillDevices();
+    });
     connect(&app_.timComboVisible, &QTimer::timeout, this, [this] { cmbDeviceName_->hide(); });
     connect(&app_.timAddrCheckL, &QTimer::timeout, this, &MainWindow::ShowLocalAddress);
     connect(&app_, &Application::unloadWindows, this, [this] {
@@ -135,8 +153,10 @@ void MainWindow::buildMenus() {
     };
     QMenu* file = menuBar_->addMenu(u"ファイル(&F)"_s);
     file->setObjectName(u"MFile"_s);
-    MFileX = item(file, u"MFileX"_s, u"学習済み信号のエクスポート(&X)"_s, false);
-    MFileI = item(file, u"MFileI"_s, u"学習済み信号のインポート(&I)"_s, false);
+    MFileX = item(file, u"MFileX"_s, u"学習済み信号のエクスポート(&X)"_s, true);
+    MFileI = item(file, u"MFileI"_s, u"学習済み信号のインポート(&I)"_s, true);
+    connect(MFileX, &QAction::triggered, this, &MainWindow::showExport);
+    connect(MFileI, &QAction::triggered, this, &MainWindow::showImport);
     file->addSeparator();
     MEnd = item(file, u"MEnd"_s, u"終了(&E)"_s, true);
     connect(MEnd, &QAction::triggered, this, &QWidget::close);
@@ -394,6 +414,24 @@ void MainWindow::StorePosition() {
         return;
     app_.settings.WriteIni(u"Pos", u"Main_T", QString::number(p.y() * TwipsPerPixel));
     app_.settings.WriteIni(u"Pos", u"Main_L", QString::number(p.x() * TwipsPerPixel));
+}
+
+void MainWindow::showExport() {
+    if (!export_)
+        export_ = new ExportWindow(app_, this);
+    export_->show();
+    export_->raise();
+    export_->activateWindow();
+}
+
+void MainWindow::showImport() {
+    if (!import_) {
+        import_ = new ImportWindow(app_, this);
+        connect(import_, &ImportWindow::devicesChanged, this, &MainWindow::FillDevices);
+    }
+    import_->show();
+    import_->raise();
+    import_->activateWindow();
 }
 
 void MainWindow::showAbout() {

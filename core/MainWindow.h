@@ -7,6 +7,8 @@
 
 class AboutWindow;
 class AddNewWindow;
+class ExportWindow;
+class ImportWindow;
 class Application;
 class QAction;
 class QComboBox;
@@ -79,6 +81,8 @@ private:
     void deviceChosen(int index);
     void StorePosition();
     void showAbout();
+    void showExport();
+    void showImport();
 
     Application& app_;
     bool menuShown_ = false;
@@ -103,4 +107,6 @@ private:
     QSystemTrayIcon* tray_ = nullptr;
     QPointer<AboutWindow> about_;
     QPointer<AddNewWindow> addNew_;
+    QPointer<ExportWindow> export_;
+    QPointer<ImportWindow> import_;
 };

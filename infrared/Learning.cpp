@@ -92,31 +92,37 @@ RemoteSlot FindRemoteSlot(SettingsStore& settings, const QString& deviceName) {
     return slot;
 }
 
-QStringList DeviceSignalFiles(const ProgramFolder& folder, SettingsStore& settings,
-                              const QString& deviceName) {
-    const QString prefix = SignalFilePrefix(deviceName);
+OwnSignalFiles::OwnSignalFiles(SettingsStore& settings, const QString& deviceName)
+    : prefix_(SignalFilePrefix(deviceName)) {
     // Another device named "<device>-<more>" owns the files that start with
     // its own name; a wildcard on this name alone would take them too.
-    QStringList others;
     for (int i = 1; i <= MaxRemoteId; ++i) {
         const QString other = SignalFilePrefix(settings.ReadIni(RemoteSection(i), u"Device"));
-        if (other != prefix && other.startsWith(prefix))
-            others << other;
+        if (other != prefix_ && other.startsWith(prefix_))
+            others_ << other;
     }
+}
+
+bool OwnSignalFiles::Owns(const QString& fileName) const {
+    // Folded too, so that files an older version named from the typed
+    // text ("AV〜-…" for the remote "AV～") go with their remote.
+    const QString name = ShiftJis::RoundTrip(fileName);
+    if (!name.startsWith(prefix_) || !name.endsWith(u".bin"_s, Qt::CaseInsensitive))
+        return false;
+    for (const QString& o : others_)
+        if (name.startsWith(o))
+            return false;
+    return true;
+}
+
+QStringList DeviceSignalFiles(const ProgramFolder& folder, SettingsStore& settings,
+                              const QString& deviceName) {
+    const OwnSignalFiles own(settings, deviceName);
     QDir dir(folder.path(u"IRSignals"));
     QStringList files;
-    for (const QString& file : dir.entryList(QDir::Files | QDir::Hidden, QDir::Name)) {
-        // Folded too, so that files an older version named from the typed
-        // text ("AV〜-…" for the remote "AV～") go with their remote.
-        const QString name = ShiftJis::RoundTrip(file);
-        if (!name.startsWith(prefix) || !name.endsWith(u".bin"_s, Qt::CaseInsensitive))
-            continue;
-        bool theirs = false;
-        for (const QString& o : others)
-            theirs = theirs || name.startsWith(o);
-        if (!theirs)
+    for (const QString& file : dir.entryList(QDir::Files | QDir::Hidden, QDir::Name))
+        if (own.Owns(file))
             files << dir.filePath(file);
-    }
     return files;
 }
 

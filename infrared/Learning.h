@@ -77,8 +77,19 @@ void StoreRemoteEdit(const ProgramFolder& folder, SettingsStore& settings, int s
 void DeleteRemote(const ProgramFolder& folder, SettingsStore& settings, int slot,
                   const QString& deviceName);
 
-// The signal files of a device: IRSignals/<device>-*.bin, except those that
+// Tells the device's own signal file names: <device>-*.bin, except those that
 // belong to another registered device whose name starts with "<device>-".
+class OwnSignalFiles {
+public:
+    OwnSignalFiles(SettingsStore& settings, const QString& deviceName);
+    bool Owns(const QString& fileName) const;
+
+private:
+    QString prefix_;
+    QStringList others_;
+};
+
+// The device's own files in IRSignals/, by OwnSignalFiles.
 QStringList DeviceSignalFiles(const ProgramFolder& folder, SettingsStore& settings,
                               const QString& deviceName);
 

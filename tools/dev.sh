@@ -16,7 +16,7 @@ PACKAGES=(
     cmake ninja-build g++ pkg-config ccache
     qt6-base-dev libzip-dev libcurl4-openssl-dev libminiupnpc-dev libv4l-dev
     libgtest-dev libgmock-dev libbenchmark-dev
-    chromium w3m
+    chromium w3m zip unzip
     xvfb xdotool imagemagick fonts-noto-cjk
     clang libclang-rt-14-dev
 )

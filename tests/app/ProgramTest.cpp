@@ -1,4 +1,5 @@
 #include "core/Settings.h"
+#include "core/ShiftJis.h"
 #include "core/Wait.h"
 #include "infrared/SignalStore.h"
 #include "infrared/SimDriver.h"
@@ -338,4 +339,59 @@ TEST(Program, ReservationMadeThroughThePagesFiresInItsMinute) {
     QFile log(dir + u"/sim-transmit.log"_s);
     ASSERT_TRUE(log.open(QIODevice::ReadOnly));
     EXPECT_EQ(log.readAll().count('\n'), 1);
+}
+
+// Export and import on the command line: one line per remote or archive, status
+// 1 when one fails, and an instance running on the folder serves the imported
+// remote at once.
+TEST(Program, ExportsAndImportsFromTheCommandLine) {
+    QTemporaryDir tmp;
+    const QString from = tmp.filePath(u"from"_s), to = tmp.filePath(u"to"_s),
+                  out = tmp.filePath(u"out"_s);
+    QDir().mkpath(from + u"/IRSignals"_s);
+    SettingsStore settings(from + u"/setting.ini"_s);
+    for (auto [slot, name] : {std::pair{u"Remote-2"_s, u"TV"_s}, {u"Remote-5"_s, u"エアコン"_s}}) {
+        settings.WriteIni(slot, u"Device", name);
+        settings.WriteIni(slot, u"Design", u"1");
+        settings.WriteIni(slot, u"Button-0", u"電源"_s);
+        QFile f(from + u"/IRSignals/"_s + name + u"-電源.bin"_s);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write("signal");
+    }
+    auto run = [](const QStringList& args, QString* output) {
+        QProcess p;
+        p.start(QStringLiteral(KESTRAVA_BINARY), args);
+        p.waitForFinished(20000);
+        *output = QString::fromUtf8(p.readAllStandardOutput());
+        return p.exitCode();
+    };
+    QString output;
+    EXPECT_EQ(run({u"--home"_s, from, u"--export"_s, out}, &output), 0);
+    EXPECT_EQ(output,
+              u"TV: written to %1/TV.kxp\nエアコン: written to %1/エアコン.kxp\n"_s.arg(out));
+    EXPECT_EQ(run({u"--home"_s, from, u"--export"_s, out, u"TV"_s, u"DVD"_s}, &output), 1);
+    EXPECT_EQ(output, u"DVD: no such remote\nTV: written to %1/TV.kxp\n"_s.arg(out));
+
+    Program running(home(to));
+    const quint16 port = running.webPort();
+    ASSERT_NE(port, 0);
+    QFile junk(out + u"/junk.kxp"_s);
+    ASSERT_TRUE(junk.open(QIODevice::WriteOnly));
+    junk.write("not an archive");
+    junk.close();
+    EXPECT_EQ(
+        run({u"--home"_s, to, u"--import"_s, out + u"/エアコン.kxp"_s, junk.fileName()}, &output),
+        1);
+    EXPECT_EQ(output,
+              u"%1/エアコン.kxp: imported エアコン as remote 1\n"
+              "%1/junk.kxp: refused: not a readable archive (Not a zip archive)\n"_s.arg(out));
+    EXPECT_EQ(run({u"--home"_s, to, u"--import"_s, out + u"/エアコン.kxp"_s}, &output), 1);
+    EXPECT_TRUE(output.contains(u"skipped, エアコン is already remote 1"_s))
+        << output.toStdString();
+    EXPECT_EQ(
+        run({u"--home"_s, to, u"--import"_s, u"--overwrite"_s, out + u"/エアコン.kxp"_s}, &output),
+        0);
+    const QByteArray page = BodyOf(Fetch(port, "GET /remote.asp HTTP/1.1\r\nHost: x\r\n\r\n"));
+    EXPECT_TRUE(page.contains(ShiftJis::Encode(u"エアコン"_s))) << page.toStdString();
+    EXPECT_EQ(running.process.state(), QProcess::Running);
 }

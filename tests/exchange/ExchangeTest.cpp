@@ -1,0 +1,288 @@
+#include "exchange/Exchange.h"
+#include "core/Settings.h"
+#include "core/ShiftJis.h"
+#include "remotes/Registry.h"
+#include "support/TempFolder.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QStandardPaths>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Archives as other tools write them, and a reader that tells how names are stored.
+const char* const ZipTool = R"PY(
+import json, sys, zipfile, zlib
+class Cp932(zipfile.ZipInfo):
+    def _encodeFilenameFlags(self):
+        return self.filename.encode('cp932'), self.flag_bits
+mode, out = sys.argv[1], sys.argv[2]
+entries = json.loads(sys.argv[3]) if len(sys.argv) > 3 else {}
+def write(info_type, extra=None):
+    with zipfile.ZipFile(out, 'w', zipfile.ZIP_DEFLATED) as z:
+        for name, text in entries.items():
+            z.writestr(info_type(name), text.encode('cp932'))
+        for name, data in (extra or []):
+            z.writestr(zipfile.ZipInfo(name), data)
+if mode == 'cp932':
+    write(Cp932)
+elif mode == 'utf8':
+    write(zipfile.ZipInfo)
+elif mode == 'many':
+    write(zipfile.ZipInfo, [('TV-%d.bin' % i, b'x') for i in range(1001)])
+elif mode == 'big':
+    write(zipfile.ZipInfo, [('TV-big.bin', b'\0' * (2 << 20))])
+elif mode == 'bomb':
+    # 80 MiB of zeros whose local and central headers claim 1000 bytes.
+    write(zipfile.ZipInfo, [('TV-bomb.bin', b'\0' * (80 << 20))])
+    data = bytearray(open(out, 'rb').read())
+    for sig, at in ((b'PK\x03\x04', 22), (b'PK\x01\x02', 24)):
+        i = data.rfind(sig) + at
+        data[i:i + 4] = (1000).to_bytes(4, 'little')
+    open(out, 'wb').write(data)
+elif mode == 'list':
+    with zipfile.ZipFile(out, metadata_encoding='cp932') as z:
+        print(json.dumps([{'name': i.filename, 'utf8': bool(i.flag_bits & 0x800),
+                           'data': z.read(i).decode('cp932', 'replace')} for i in z.infolist()]))
+)PY";
+
+QString Python(const QStringList& args) {
+    QProcess p;
+    p.start(u"/usr/bin/python3"_s, QStringList{u"-c"_s, QString::fromUtf8(ZipTool)} + args);
+    p.waitForFinished(60000);
+    EXPECT_EQ(p.exitCode(), 0) << p.readAllStandardError().toStdString();
+    return QString::fromUtf8(p.readAllStandardOutput());
+}
+
+QString Json(const std::map<QString, QString>& entries) {
+    QJsonObject o;
+    for (const auto& [name, text] : entries)
+        o[name] = text;
+    return QString::fromUtf8(QJsonDocument(o).toJson(QJsonDocument::Compact));
+}
+
+// An archive by Info-ZIP's zip from files of the given CP932 texts; "" without zip.
+QString InfoZip(const QTemporaryDir& out, const QString& name,
+                const std::map<QString, QString>& entries, const QStringList& options = {}) {
+    if (QStandardPaths::findExecutable(u"zip"_s).isEmpty())
+        return {};
+    QDir src(out.filePath(name + u".src"_s));
+    src.mkpath(u"."_s);
+    for (const auto& [file, text] : entries) {
+        QFile f(src.filePath(file));
+        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(ShiftJis::Encode(text));
+    }
+    QProcess zip;
+    zip.setWorkingDirectory(src.path());
+    zip.start(u"zip"_s, QStringList{u"-q"_s} + options + QStringList{out.filePath(name)} +
+                            src.entryList(QDir::Files));
+    EXPECT_TRUE(zip.waitForFinished());
+    return out.filePath(name);
+}
+
+struct Install {
+    Install() { t.folder.CreateDataFolders(); }
+    void remote(int slot, const QString& name, const QStringList& functions) {
+        t.settings.WriteIni(RemoteSection(slot), u"Device", name);
+        t.settings.WriteIni(RemoteSection(slot), u"Design", u"2");
+        for (int k = 0; k < functions.size(); ++k) {
+            t.settings.WriteIni(RemoteSection(slot), ButtonKey(k), functions[k]);
+            t.writeFile(u"IRSignals/"_s + name + u'-' + functions[k] + u".bin"_s,
+                        ShiftJis::Encode(name + functions[k]));
+        }
+    }
+    QString key(int slot, const QString& key) {
+        return t.settings.ReadIni(RemoteSection(slot), key);
+    }
+    QStringList signalFiles() const {
+        return QDir(t.path(u"IRSignals")).entryList(QDir::Files, QDir::Name);
+    }
+    QStringList unzipLeft() const {
+        return QDir(t.path(u"unzip")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
+    }
+    ImportResult import(const QString& archive, bool overwrite = false) {
+        return ImportArchive(t.folder, t.settings, archive, overwrite);
+    }
+    TempFolder t;
+};
+
+} // namespace
+
+// Three remotes out and into a folder that has one of them: names stored in
+// CP932 without the UTF-8 flag, exp.txt in CP932 with CR LF, a remote's own
+// files only; the import takes the lowest free slots, skips a known remote
+// unless told to overwrite, and then replaces its keys and files.
+TEST(Exchange, RoundTripBetweenTwoFolders) {
+    Install from;
+    from.remote(1, u"TV"_s, {u"電源"_s, u"音量+"_s});
+    from.remote(2, u"TV-2"_s, {u"入力"_s});
+    from.remote(4, u"エアコン"_s, {u"冷房"_s});
+    from.t.settings.WriteIni(RemoteSection(1), ButtonKey(65), u"最後"_s);
+    from.t.settings.WriteIni(RemoteSection(1), ButtonKey(66), u"範囲外"_s);
+    from.remote(5, u"空"_s, {});
+
+    QTemporaryDir out;
+    const QString dir = out.filePath(u"a/b"_s);
+    QDir().mkpath(dir);
+    for (const ExportableRemote& r : ExportableRemotes(from.t.settings)) {
+        QString error;
+        ASSERT_TRUE(ExportDevice(from.t.folder, from.t.settings, r.name, r.slot,
+                                 ArchivePath(dir, r.name), &error))
+            << error.toStdString();
+    }
+    EXPECT_EQ(QDir(dir).entryList(QDir::Files, QDir::Name),
+              (QStringList{u"TV-2.kxp"_s, u"TV.kxp"_s, u"エアコン.kxp"_s, u"空.kxp"_s}));
+
+    const QJsonArray tv =
+        QJsonDocument::fromJson(Python({u"list"_s, ArchivePath(dir, u"TV"_s)}).toUtf8()).array();
+    QStringList names;
+    for (const auto& e : tv) {
+        names << e[u"name"_s].toString();
+        EXPECT_FALSE(e[u"utf8"_s].toBool());
+    }
+    EXPECT_EQ(names, (QStringList{u"exp.txt"_s, u"TV-電源.bin"_s, u"TV-音量+.bin"_s}));
+    EXPECT_EQ(tv[0][u"data"_s].toString(),
+              u"Device=TV\r\nDesign=2\r\nButton-0=電源\r\nButton-1=音量+\r\nButton-65=最後\r\n"_s);
+    EXPECT_EQ(tv[1][u"data"_s].toString(), u"TV電源"_s);
+    if (!QStandardPaths::findExecutable(u"unzip"_s).isEmpty()) {
+        EXPECT_EQ(QProcess::execute(u"unzip"_s, {u"-tqq"_s, ArchivePath(dir, u"エアコン"_s)}), 0);
+    }
+
+    Install to;
+    to.remote(1, u"BD"_s, {u"再生"_s});
+    to.remote(3, u"エアコン"_s, {u"暖房"_s, u"除湿"_s});
+    auto imported = [&](const QString& name, bool overwrite) {
+        return to.import(ArchivePath(dir, name), overwrite);
+    };
+    ImportResult r = imported(u"TV"_s, false);
+    EXPECT_EQ(r.outcome, ImportResult::Imported);
+    EXPECT_EQ(r.slot, 2);
+    EXPECT_EQ(to.key(2, u"Button-65"_s), u"最後"_s);
+    EXPECT_EQ(imported(u"TV-2"_s, false).slot, 4);
+    r = imported(u"エアコン"_s, false);
+    EXPECT_EQ(r.outcome, ImportResult::Skipped);
+    EXPECT_EQ(to.key(3, u"Button-0"_s), u"暖房"_s);
+    EXPECT_TRUE(to.signalFiles().contains(u"エアコン-除湿.bin"_s));
+
+    r = imported(u"エアコン"_s, true);
+    EXPECT_EQ(r.outcome, ImportResult::Imported);
+    EXPECT_EQ(r.slot, 3);
+    EXPECT_EQ(to.key(3, u"Button-0"_s), u"冷房"_s);
+    EXPECT_EQ(to.key(3, u"Button-1"_s), QString());
+    EXPECT_EQ(to.signalFiles(), (QStringList{u"BD-再生.bin"_s, u"TV-2-入力.bin"_s, u"TV-電源.bin"_s,
+                                             u"TV-音量+.bin"_s, u"エアコン-冷房.bin"_s}));
+    EXPECT_EQ(to.t.readFile(u"IRSignals/TV-電源.bin"), ShiftJis::Encode(u"TV電源"));
+    EXPECT_EQ(imported(u"空"_s, false).slot, 5);
+    EXPECT_TRUE(to.unzipLeft().isEmpty());
+}
+
+// Archives from elsewhere: CP932 names with and without the UTF-8 flag,
+// Info-ZIP's, and a stray file of another remote or device that must stay out.
+TEST(Exchange, ImportsArchivesOfOtherTools) {
+    QTemporaryDir out;
+    const std::map<QString, QString> entries = {
+        {u"exp.txt"_s, u"Device=テレビ\r\nDesign=3\r\nButton-2=電源\r\nDevice=乗っ取り\r\n"_s},
+        {u"テレビ-電源.bin"_s, u"sig"_s},
+        {u"テレビ-2-入力.bin"_s, u"other"_s},
+        {u"ラジオ-電源.bin"_s, u"stray"_s}};
+    QStringList archives;
+    for (const QString& mode : {u"cp932"_s, u"utf8"_s}) {
+        archives << out.filePath(mode + u".kxp"_s);
+        Python({mode, archives.last(), Json(entries)});
+    }
+    if (QString path = InfoZip(out, u"infozip.kxp"_s, entries); !path.isEmpty())
+        archives << path;
+    for (const QString& archive : archives) {
+        SCOPED_TRACE(archive.toStdString());
+        Install to;
+        to.remote(1, u"テレビ-2"_s, {u"入力"_s});
+        const ImportResult r = to.import(archive);
+        EXPECT_EQ(r.outcome, ImportResult::Imported) << r.reason.toStdString();
+        EXPECT_EQ(r.slot, 2);
+        EXPECT_EQ(to.key(2, u"Device"_s), u"テレビ"_s);
+        EXPECT_EQ(to.key(2, u"Design"_s), u"3"_s);
+        EXPECT_EQ(to.key(2, u"Button-2"_s), u"電源"_s);
+        EXPECT_EQ(to.signalFiles(), (QStringList{u"テレビ-2-入力.bin"_s, u"テレビ-電源.bin"_s}));
+        EXPECT_EQ(to.t.readFile(u"IRSignals/テレビ-2-入力.bin"), ShiftJis::Encode(u"テレビ-2入力"));
+        EXPECT_EQ(to.t.readFile(u"IRSignals/テレビ-電源.bin"), "sig");
+    }
+}
+
+// Each hostile archive is refused whole: nothing in IRSignals/ or setting.ini,
+// nothing beside the program folder, unzip/ empty.
+TEST(Exchange, RefusesHostileArchivesWhole) {
+    QTemporaryDir out;
+    const QString exp = u"Device=TV\r\nDesign=1\r\nButton-0=電源\r\n"_s;
+    auto archive = [&](const QString& name, const QString& mode,
+                       std::map<QString, QString> entries) {
+        const QString path = out.filePath(name);
+        Python({mode, path, Json(entries)});
+        return path;
+    };
+    std::vector<std::pair<QString, QString>> cases; // archive, expected reason
+    for (const QString& evil : {u"../TV-x.bin"_s, u"/tmp/TV-x.bin"_s, u"C:TV-x.bin"_s,
+                                u"sub\\TV-x.bin"_s, u"..TV-x.bin"_s})
+        cases.push_back({archive(u"slip%1.kxp"_s.arg(cases.size()), u"utf8"_s,
+                                 {{u"exp.txt"_s, exp}, {u"TV-ok.bin"_s, u"x"_s}, {evil, u"x"_s}}),
+                         {}});
+    cases.push_back({archive(u"many.kxp"_s, u"many"_s, {{u"exp.txt"_s, exp}}), u"entries"_s});
+    cases.push_back({archive(u"big.kxp"_s, u"big"_s, {{u"exp.txt"_s, exp}}), u"1 MiB"_s});
+    cases.push_back({archive(u"bomb.kxp"_s, u"bomb"_s, {{u"exp.txt"_s, exp}}), u"unpacks"_s});
+    cases.push_back({archive(u"noexp.kxp"_s, u"utf8"_s, {{u"TV-x.bin"_s, u"x"_s}}), u"exp.txt"_s});
+    cases.push_back(
+        {archive(u"nodevice.kxp"_s, u"utf8"_s, {{u"exp.txt"_s, u"Device=a/b"_s}}), u"device"_s});
+    const QString good =
+        archive(u"good.kxp"_s, u"utf8"_s, {{u"exp.txt"_s, exp}, {u"TV-電源.bin"_s, u"x"_s}});
+    QFile whole(good);
+    ASSERT_TRUE(whole.open(QIODevice::ReadOnly));
+    const QByteArray bytes = whole.readAll();
+    auto write = [&](const QString& name, const QByteArray& data) {
+        QFile f(out.filePath(name));
+        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(data);
+        return f.fileName();
+    };
+    cases.push_back({write(u"truncated.kxp"_s, bytes.first(bytes.size() - 30)), {}});
+    QByteArray flipped = bytes;
+    const qsizetype data = flipped.indexOf("TV-") + 13; // past the local name
+    flipped[data] = char(flipped[data] ^ 0x55);
+    cases.push_back({write(u"crc.kxp"_s, flipped), {}});
+    QByteArray noise(4096, 0);
+    for (int i = 0; i < noise.size(); ++i)
+        noise[i] = char((i * 7919 + 13) % 251);
+    cases.push_back({write(u"noise.kxp"_s, noise), {}});
+    if (QString path = InfoZip(out, u"locked.kxp"_s, {{u"exp.txt"_s, exp}}, {u"-P"_s, u"pw"_s});
+        !path.isEmpty())
+        cases.push_back({path, u"encrypted"_s});
+
+    Install to;
+    to.remote(1, u"BD"_s, {u"再生"_s});
+    const QByteArray ini = to.t.readFile(u"setting.ini");
+    for (const auto& [path, reason] : cases) {
+        SCOPED_TRACE(path.toStdString());
+        const ImportResult r = to.import(path, true);
+        EXPECT_EQ(r.outcome, ImportResult::Refused);
+        EXPECT_TRUE(r.reason.contains(reason)) << r.reason.toStdString();
+        EXPECT_EQ(to.t.readFile(u"setting.ini"), ini);
+        EXPECT_EQ(to.signalFiles(), QStringList{u"BD-再生.bin"_s});
+        EXPECT_TRUE(to.unzipLeft().isEmpty());
+    }
+    QStringList everything;
+    for (QDirIterator it(to.t.dir.path(), QDir::Files, QDirIterator::Subdirectories); it.hasNext();)
+        everything << QDir(to.t.dir.path()).relativeFilePath(it.next());
+    everything.sort();
+    EXPECT_EQ(everything, (QStringList{u"home/IRSignals/BD-再生.bin"_s, u"home/setting.ini"_s}));
+    EXPECT_FALSE(QFile::exists(u"/tmp/TV-x.bin"_s));
+    // The program goes on: the good archive still imports.
+    EXPECT_EQ(to.import(good).outcome, ImportResult::Imported);
+}

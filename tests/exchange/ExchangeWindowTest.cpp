@@ -1,0 +1,142 @@
+#include "core/Application.h"
+#include "core/Clock.h"
+#include "core/MainWindow.h"
+#include "exchange/Exchange.h"
+#include "exchange/ExchangeWindows.h"
+#include "remotes/Registry.h"
+#include "support/ScriptedPrompt.h"
+#include "support/TempFolder.h"
+
+#include <QAction>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDir>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTest>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct Desk {
+    Desk() {
+        t.folder.CreateDataFolders();
+        remote(1, u"TV"_s);
+        remote(3, u"エアコン"_s);
+    }
+    void remote(int slot, const QString& name) {
+        t.settings.WriteIni(RemoteSection(slot), u"Device", name);
+        t.settings.WriteIni(RemoteSection(slot), u"Design", u"1");
+        t.settings.WriteIni(RemoteSection(slot), ButtonKey(0), u"電源"_s);
+        t.writeFile(u"IRSignals/"_s + name + u"-電源.bin"_s, "x");
+    }
+    template <typename T> T* open(QAction* item, const QString& name) {
+        item->trigger();
+        T* w = window.findChild<T*>(name);
+        EXPECT_NE(w, nullptr);
+        EXPECT_TRUE(w && w->isVisible());
+        return w;
+    }
+    TempFolder t;
+    SystemClock clock;
+    ScriptedPrompt prompt;
+    Application app{t.folder, t.settings, clock, prompt};
+    MainWindow window{app};
+    QTemporaryDir out;
+};
+
+} // namespace
+
+// The export window: its texts, the list with slots, select-all, the folder
+// dialog, both refusals, a folder made level by level, one archive per remote,
+// and a failure that keeps the window and what was written.
+TEST(ExchangeWindows, ExportWritesChosenRemotes) {
+    Desk d;
+    d.remote(2, u"a/b"_s); // cannot name a file
+    auto* w = d.open<ExportWindow>(d.window.MFileX, u"frmExport"_s);
+    ASSERT_NE(w, nullptr);
+    EXPECT_EQ(w->windowTitle(), u"Kestrava - エクスポート"_s);
+    ASSERT_EQ(w->lstDevices->count(), 3);
+    EXPECT_EQ(w->lstDevices->item(2)->text(), u"エアコン"_s);
+    EXPECT_EQ(w->lstDevices->item(2)->data(Qt::UserRole).toInt(), 3);
+
+    QTest::mouseClick(w->cmdExport, Qt::LeftButton);
+    w->chkAll->click();
+    EXPECT_EQ(w->lstDevices->selectedItems().size(), 3);
+    w->chkAll->click();
+    EXPECT_TRUE(w->lstDevices->selectedItems().isEmpty());
+    w->lstDevices->item(0)->setSelected(true);
+    w->lstDevices->item(2)->setSelected(true);
+    QTest::mouseClick(w->cmdExport, Qt::LeftButton);
+    EXPECT_EQ(d.prompt.shown, (QStringList{u"warning:"_s + ExportWindow::NothingChosenText,
+                                           u"warning:"_s + ExportWindow::NoFolderText}));
+
+    const QString dir = d.out.filePath(u"x/y"_s);
+    w->chooseFolder = [&](const QString&) { return dir; };
+    QTest::mouseClick(w->cmdRefer, Qt::LeftButton);
+    EXPECT_EQ(w->txtLoc->text(), dir);
+    QTest::mouseClick(w->cmdExport, Qt::LeftButton);
+    EXPECT_FALSE(w->isVisible());
+    EXPECT_EQ(QDir(dir).entryList(QDir::Files, QDir::Name),
+              (QStringList{u"TV.kxp"_s, u"エアコン.kxp"_s}));
+
+    w = d.open<ExportWindow>(d.window.MFileX, u"frmExport"_s);
+    w->txtLoc->setText(d.out.filePath(u"z"_s));
+    w->chkAll->click();
+    QTest::mouseClick(w->cmdExport, Qt::LeftButton);
+    EXPECT_EQ(d.prompt.shown.last(), u"warning:"_s + ExportWindow::FailedText);
+    EXPECT_TRUE(w->isVisible());
+    EXPECT_EQ(QDir(d.out.filePath(u"z"_s)).entryList(QDir::Files), QStringList{u"TV.kxp"_s});
+}
+
+// The import window lists a folder's archives, imports the chosen ones (over
+// a known remote only with chkDuplicate), warns of a refused one, refills the
+// main window's list and closes.
+TEST(ExchangeWindows, ImportReadsChosenArchives) {
+    Desk d;
+    ASSERT_TRUE(ExportDevice(d.t.folder, d.t.settings, u"TV"_s, 1, d.out.filePath(u"TV.kxp"_s)));
+    ASSERT_TRUE(ExportDevice(d.t.folder, d.t.settings, u"エアコン"_s, 3,
+                             d.out.filePath(u"エアコン.kxp"_s)));
+    QFile junk(d.out.filePath(u"bad.kxp"_s));
+    ASSERT_TRUE(junk.open(QIODevice::WriteOnly));
+    junk.write("junk");
+    junk.close();
+    QFile(d.out.filePath(u"notes.txt"_s)).open(QIODevice::WriteOnly);
+    d.t.settings.DeleteIniSection(RemoteSection(1));
+    d.t.settings.WriteIni(RemoteSection(3), ButtonKey(0), u"変更"_s);
+    d.window.ShowAtStart();
+
+    auto* w = d.open<ImportWindow>(d.window.MFileI, u"frmImport"_s);
+    ASSERT_NE(w, nullptr);
+    EXPECT_EQ(w->windowTitle(), u"Kestrava - インポート"_s);
+    EXPECT_EQ(w->chkDuplicate->text(),
+              u"インポートする機器名がすでに登録されている場合は上書きする"_s);
+    w->txtLoc->setText(d.out.filePath(u"missing"_s));
+    EXPECT_EQ(w->lstFiles->count(), 0);
+    w->txtLoc->setText(d.out.path());
+    ASSERT_EQ(w->lstFiles->count(), 3);
+    EXPECT_EQ(w->lstFiles->item(0)->text(), u"TV.kxp"_s);
+    w->chkAll->click();
+    QTest::mouseClick(w->cmdImport, Qt::LeftButton);
+    EXPECT_FALSE(w->isVisible());
+    ASSERT_EQ(d.prompt.shown.size(), 1);
+    EXPECT_TRUE(d.prompt.shown[0].startsWith(u"warning:bad.kxp はインポートできませんでした。"_s));
+    EXPECT_EQ(d.t.settings.ReadIni(RemoteSection(1), u"Device"), u"TV"_s);
+    EXPECT_EQ(d.t.settings.ReadIni(RemoteSection(3), ButtonKey(0)), u"変更"_s);
+    EXPECT_EQ(d.window.findChild<QComboBox*>(u"cmbDeviceName"_s)->count(), 2);
+
+    w = d.open<ImportWindow>(d.window.MFileI, u"frmImport"_s);
+    w->txtLoc->setText(d.out.path());
+    w->lstFiles->item(2)->setSelected(true);
+    w->chkDuplicate->click();
+    QTest::mouseClick(w->cmdImport, Qt::LeftButton);
+    // Replaced into the lowest free slot.
+    EXPECT_EQ(d.t.settings.ReadIni(RemoteSection(2), ButtonKey(0)), u"電源"_s);
+    EXPECT_EQ(d.t.settings.ReadIni(RemoteSection(3), u"Device"), QString());
+    EXPECT_TRUE(QDir(d.t.path(u"unzip")).isEmpty());
+}
