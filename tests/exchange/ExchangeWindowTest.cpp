@@ -52,7 +52,7 @@ struct Desk {
 
 } // namespace
 
-// The export window: its texts, the list with slots, select-all, the folder
+// The export window: the list with slots, select-all, the folder
 // dialog, both refusals, a folder made level by level, one archive per remote,
 // and a failure that keeps the window and what was written.
 TEST(ExchangeWindows, ExportWritesChosenRemotes) {
@@ -60,9 +60,7 @@ TEST(ExchangeWindows, ExportWritesChosenRemotes) {
     d.remote(2, u"a/b"_s); // cannot name a file
     auto* w = d.open<ExportWindow>(d.window.MFileX, u"frmExport"_s);
     ASSERT_NE(w, nullptr);
-    EXPECT_EQ(w->windowTitle(), u"Kestrava - エクスポート"_s);
     ASSERT_EQ(w->lstDevices->count(), 3);
-    EXPECT_EQ(w->lstDevices->item(2)->text(), u"エアコン"_s);
     EXPECT_EQ(w->lstDevices->item(2)->data(Qt::UserRole).toInt(), 3);
 
     QTest::mouseClick(w->cmdExport, Qt::LeftButton);
@@ -102,20 +100,16 @@ TEST(ExchangeWindows, ImportReadsChosenArchives) {
     ASSERT_TRUE(ExportDevice(d.t.folder, d.t.settings, u"TV"_s, 1, d.out.filePath(u"TV.kxp"_s)));
     ASSERT_TRUE(ExportDevice(d.t.folder, d.t.settings, u"エアコン"_s, 3,
                              d.out.filePath(u"エアコン.kxp"_s)));
-    QFile junk(d.out.filePath(u"bad.kxp"_s));
-    ASSERT_TRUE(junk.open(QIODevice::WriteOnly));
-    junk.write("junk");
-    junk.close();
-    QFile(d.out.filePath(u"notes.txt"_s)).open(QIODevice::WriteOnly);
+    for (const auto* name : {u"bad.kxp", u"notes.txt"}) {
+        QFile junk(d.out.filePath(QString::fromUtf16(name)));
+        ASSERT_TRUE(junk.open(QIODevice::WriteOnly) && junk.write("junk") == 4);
+    }
     d.t.settings.DeleteIniSection(RemoteSection(1));
     d.t.settings.WriteIni(RemoteSection(3), ButtonKey(0), u"変更"_s);
     d.window.ShowAtStart();
 
     auto* w = d.open<ImportWindow>(d.window.MFileI, u"frmImport"_s);
     ASSERT_NE(w, nullptr);
-    EXPECT_EQ(w->windowTitle(), u"Kestrava - インポート"_s);
-    EXPECT_EQ(w->chkDuplicate->text(),
-              u"インポートする機器名がすでに登録されている場合は上書きする"_s);
     w->txtLoc->setText(d.out.filePath(u"missing"_s));
     EXPECT_EQ(w->lstFiles->count(), 0);
     w->txtLoc->setText(d.out.path());
@@ -135,7 +129,6 @@ TEST(ExchangeWindows, ImportReadsChosenArchives) {
     w->lstFiles->item(2)->setSelected(true);
     w->chkDuplicate->click();
     QTest::mouseClick(w->cmdImport, Qt::LeftButton);
-    // Replaced into the lowest free slot.
     EXPECT_EQ(d.t.settings.ReadIni(RemoteSection(2), ButtonKey(0)), u"電源"_s);
     EXPECT_EQ(d.t.settings.ReadIni(RemoteSection(3), u"Device"), QString());
     EXPECT_TRUE(QDir(d.t.path(u"unzip")).isEmpty());

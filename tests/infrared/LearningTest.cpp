@@ -35,6 +35,12 @@ struct Store {
     QString key(int slot, const QString& key) {
         return t.settings.ReadIni(RemoteSection(slot), key);
     }
+    QStringList keys(int slot, const QStringList& names) {
+        QStringList values;
+        for (const QString& name : names)
+            values << key(slot, name);
+        return values;
+    }
 
     TempFolder t;
     LearningSession session{t.folder};
@@ -61,14 +67,11 @@ TEST(Learning, NewRemoteTakesFreeSlotAndLaterSignalsWin) {
     EXPECT_EQ(slot.existingSlot, 0);
     StoreLearnedRemote(s.t.folder, s.t.settings, slot, u"エアコン"_s, 2, s.session);
 
-    EXPECT_EQ(s.key(2, u"Device"_s), u"エアコン"_s);
-    EXPECT_EQ(s.key(2, u"Design"_s), u"2"_s);
-    EXPECT_EQ(s.key(2, u"Button-0"_s), u"電源"_s);
-    EXPECT_EQ(s.key(2, u"Button-1"_s), u"電源"_s);
-    EXPECT_EQ(s.key(2, u"Button-2"_s), u"音量-"_s);
-    EXPECT_EQ(s.key(2, u"Button-3"_s), QString());
-    EXPECT_EQ(uint8_t(s.t.readFile(u"IRSignals/エアコン-電源.bin").at(0)), 2);
-    EXPECT_EQ(s.t.readFile(u"IRSignals/エアコン-電源.bin").size(), SignalFileSize);
+    EXPECT_EQ(s.keys(2, {u"Device"_s, u"Button-0"_s, u"Button-1"_s, u"Button-2"_s, u"Button-3"_s}),
+              (QStringList{u"エアコン"_s, u"電源"_s, u"電源"_s, u"音量-"_s, QString()}));
+    const QByteArray power = s.t.readFile(u"IRSignals/エアコン-電源.bin");
+    EXPECT_EQ(power.size(), SignalFileSize);
+    EXPECT_EQ(uint8_t(power.at(0)), 2);
     EXPECT_TRUE(s.signalFile(u"エアコン-音量+.bin"_s));
     EXPECT_FALSE(s.signalFile(u"エアコン-消す.bin"_s));
     EXPECT_TRUE(QFile::exists(s.t.path(u"5.tmp")));
@@ -92,14 +95,10 @@ TEST(Learning, OverwriteClearsOldRemoteButSparesOtherDevices) {
     EXPECT_EQ(slot.existingSlot, 1);
     StoreLearnedRemote(s.t.folder, s.t.settings, slot, u"TV"_s, 4, s.session);
 
-    EXPECT_EQ(s.key(1, u"Design"_s), u"4"_s);
-    EXPECT_EQ(s.key(1, u"Button-0"_s), QString());
-    EXPECT_EQ(s.key(1, u"Button-5"_s), u"ch1"_s);
-    EXPECT_FALSE(s.signalFile(u"TV-電源.bin"_s));
-    EXPECT_FALSE(s.signalFile(u"TV-入力.bin"_s));
-    EXPECT_FALSE(s.signalFile(u"TV-古い.bin"_s));
-    EXPECT_TRUE(s.signalFile(u"TV-ch1.bin"_s));
-    EXPECT_TRUE(s.signalFile(u"TV-2-電源.bin"_s));
+    EXPECT_EQ(s.keys(1, {u"Design"_s, u"Button-0"_s, u"Button-5"_s}),
+              (QStringList{u"4"_s, QString(), u"ch1"_s}));
+    EXPECT_EQ(QDir(s.t.path(u"IRSignals")).entryList(QDir::Files, QDir::Name),
+              (QStringList{u"TV-2-電源.bin"_s, u"TV-ch1.bin"_s}));
     EXPECT_EQ(s.key(2, u"Button-0"_s), u"電源"_s);
 }
 

@@ -121,17 +121,14 @@ TEST(Scheduler, GetNextReserveAcrossAWeek) {
     Desk d;
     d.clock.at = at(23, 12, 0, 10);
     EXPECT_EQ(d.scheduler.GetNextReserve(), QString());
-    d.file(u"0100000 12_00"_s, "A|a\r\n");
-    d.scheduler.FillGrid();
-    EXPECT_EQ(d.scheduler.GetNextReserve(), u"2026/11/30 12:00"_s);
+    auto adding = [&](const QString& name) {
+        d.file(name, "A|a\r\n");
+        d.scheduler.FillGrid();
+        return d.scheduler.GetNextReserve();
+    };
+    EXPECT_EQ(adding(u"0100000 12_00"_s), u"2026/11/30 12:00"_s);
     d.file(u"0000010 09_00"_s, "B|b\r\n"); // Fridays
-    d.file(u"1111111 11_59"_s, "C|c\r\n");
-    d.scheduler.FillGrid();
-    EXPECT_EQ(d.scheduler.GetNextReserve(), u"2026/11/24 11:59"_s);
-    d.file(u"1111111 12_01"_s, "C|c\r\n");
-    d.scheduler.FillGrid();
-    EXPECT_EQ(d.scheduler.GetNextReserve(), u"2026/11/23 12:01"_s);
-    d.file(u"2026_11_01 08_00"_s, "P|p\r\n");
-    d.scheduler.FillGrid();
-    EXPECT_EQ(d.scheduler.GetNextReserve(), u"2026/11/01 08:00"_s);
+    EXPECT_EQ(adding(u"1111111 11_59"_s), u"2026/11/24 11:59"_s);
+    EXPECT_EQ(adding(u"1111111 12_01"_s), u"2026/11/23 12:01"_s);
+    EXPECT_EQ(adding(u"2026_11_01 08_00"_s), u"2026/11/01 08:00"_s);
 }
