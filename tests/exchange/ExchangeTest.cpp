@@ -22,9 +22,11 @@ namespace {
 // Archives as other tools write them, and a reader that tells how names are stored.
 const char* const ZipTool = R"PY(
 import json, sys, zipfile, zlib
-class Cp932(zipfile.ZipInfo):
-    def _encodeFilenameFlags(self):
-        return self.filename.encode('cp932'), self.flag_bits
+def unflagged(encoding):
+    class Info(zipfile.ZipInfo):
+        def _encodeFilenameFlags(self):
+            return self.filename.encode(encoding), self.flag_bits
+    return Info
 mode, out = sys.argv[1], sys.argv[2]
 entries = json.loads(sys.argv[3]) if len(sys.argv) > 3 else {}
 def write(info_type, extra=None):
@@ -33,8 +35,14 @@ def write(info_type, extra=None):
             z.writestr(info_type(name), text.encode('cp932'))
         for name, data in (extra or []):
             z.writestr(zipfile.ZipInfo(name), data)
-if mode == 'cp932':
-    write(Cp932)
+def patch(local, central, change):
+    data = bytearray(open(out, 'rb').read())
+    for sig, at in ((b'PK\x03\x04', local), (b'PK\x01\x02', central)):
+        i = data.rfind(sig) + at
+        data[i:i + 4] = change(int.from_bytes(data[i:i + 4], 'little')).to_bytes(4, 'little')
+    open(out, 'wb').write(data)
+if mode in ('cp932', 'utf-8'):
+    write(unflagged(mode))
 elif mode == 'utf8':
     write(zipfile.ZipInfo)
 elif mode == 'many':
@@ -44,50 +52,28 @@ elif mode == 'big':
 elif mode == 'bomb':
     # 80 MiB of zeros whose local and central headers claim 1000 bytes.
     write(zipfile.ZipInfo, [('TV-bomb.bin', b'\0' * (80 << 20))])
-    data = bytearray(open(out, 'rb').read())
-    for sig, at in ((b'PK\x03\x04', 22), (b'PK\x01\x02', 24)):
-        i = data.rfind(sig) + at
-        data[i:i + 4] = (1000).to_bytes(4, 'little')
-    open(out, 'wb').write(data)
+    patch(22, 24, lambda size: 1000)
+elif mode == 'locked':
+    write(zipfile.ZipInfo)
+    patch(6, 8, lambda flags: flags | 1)
 elif mode == 'list':
     with zipfile.ZipFile(out, metadata_encoding='cp932') as z:
         print(json.dumps([{'name': i.filename, 'utf8': bool(i.flag_bits & 0x800),
                            'data': z.read(i).decode('cp932', 'replace')} for i in z.infolist()]))
 )PY";
 
-QString Python(const QStringList& args) {
-    QProcess p;
-    p.start(u"/usr/bin/python3"_s, QStringList{u"-c"_s, QString::fromUtf8(ZipTool)} + args);
-    p.waitForFinished(60000);
-    EXPECT_EQ(p.exitCode(), 0) << p.readAllStandardError().toStdString();
-    return QString::fromUtf8(p.readAllStandardOutput());
-}
-
-QString Json(const std::map<QString, QString>& entries) {
+QString Zip(const QString& mode, const QString& path,
+            const std::map<QString, QString>& entries = {}) {
     QJsonObject o;
     for (const auto& [name, text] : entries)
         o[name] = text;
-    return QString::fromUtf8(QJsonDocument(o).toJson(QJsonDocument::Compact));
-}
-
-// An archive by Info-ZIP's zip from files of the given CP932 texts; "" without zip.
-QString InfoZip(const QTemporaryDir& out, const QString& name,
-                const std::map<QString, QString>& entries, const QStringList& options = {}) {
-    if (QStandardPaths::findExecutable(u"zip"_s).isEmpty())
-        return {};
-    QDir src(out.filePath(name + u".src"_s));
-    src.mkpath(u"."_s);
-    for (const auto& [file, text] : entries) {
-        QFile f(src.filePath(file));
-        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(ShiftJis::Encode(text));
-    }
-    QProcess zip;
-    zip.setWorkingDirectory(src.path());
-    zip.start(u"zip"_s, QStringList{u"-q"_s} + options + QStringList{out.filePath(name)} +
-                            src.entryList(QDir::Files));
-    EXPECT_TRUE(zip.waitForFinished());
-    return out.filePath(name);
+    QProcess p;
+    p.start(u"/usr/bin/python3"_s,
+            {u"-c"_s, QString::fromUtf8(ZipTool), mode, path,
+             QString::fromUtf8(QJsonDocument(o).toJson(QJsonDocument::Compact))});
+    p.waitForFinished(60000);
+    EXPECT_EQ(p.exitCode(), 0) << p.readAllStandardError().toStdString();
+    return QString::fromUtf8(p.readAllStandardOutput());
 }
 
 struct Install {
@@ -144,7 +130,7 @@ TEST(Exchange, RoundTripBetweenTwoFolders) {
               (QStringList{u"TV-2.kxp"_s, u"TV.kxp"_s, u"エアコン.kxp"_s, u"空.kxp"_s}));
 
     const QJsonArray tv =
-        QJsonDocument::fromJson(Python({u"list"_s, ArchivePath(dir, u"TV"_s)}).toUtf8()).array();
+        QJsonDocument::fromJson(Zip(u"list"_s, ArchivePath(dir, u"TV"_s)).toUtf8()).array();
     QStringList names;
     for (const auto& e : tv) {
         names << e[u"name"_s].toString();
@@ -185,8 +171,8 @@ TEST(Exchange, RoundTripBetweenTwoFolders) {
     EXPECT_TRUE(to.unzipLeft().isEmpty());
 }
 
-// Archives from elsewhere: CP932 names with and without the UTF-8 flag,
-// Info-ZIP's, and a stray file of another remote or device that must stay out.
+// Archives from elsewhere: CP932 names, UTF-8 names with and without the
+// UTF-8 flag, and a stray file of another remote or device that must stay out.
 TEST(Exchange, ImportsArchivesOfOtherTools) {
     QTemporaryDir out;
     const std::map<QString, QString> entries = {
@@ -194,15 +180,10 @@ TEST(Exchange, ImportsArchivesOfOtherTools) {
         {u"テレビ-電源.bin"_s, u"sig"_s},
         {u"テレビ-2-入力.bin"_s, u"other"_s},
         {u"ラジオ-電源.bin"_s, u"stray"_s}};
-    QStringList archives;
-    for (const QString& mode : {u"cp932"_s, u"utf8"_s}) {
-        archives << out.filePath(mode + u".kxp"_s);
-        Python({mode, archives.last(), Json(entries)});
-    }
-    if (QString path = InfoZip(out, u"infozip.kxp"_s, entries); !path.isEmpty())
-        archives << path;
-    for (const QString& archive : archives) {
-        SCOPED_TRACE(archive.toStdString());
+    for (const QString& mode : {u"cp932"_s, u"utf-8"_s, u"utf8"_s}) {
+        SCOPED_TRACE(mode.toStdString());
+        const QString archive = out.filePath(mode + u".kxp"_s);
+        Zip(mode, archive, entries);
         Install to;
         to.remote(1, u"テレビ-2"_s, {u"入力"_s});
         const ImportResult r = to.import(archive);
@@ -226,7 +207,7 @@ TEST(Exchange, RefusesHostileArchivesWhole) {
     auto archive = [&](const QString& name, const QString& mode,
                        std::map<QString, QString> entries) {
         const QString path = out.filePath(name);
-        Python({mode, path, Json(entries)});
+        Zip(mode, path, entries);
         return path;
     };
     std::vector<std::pair<QString, QString>> cases; // archive, expected reason
@@ -257,9 +238,7 @@ TEST(Exchange, RefusesHostileArchivesWhole) {
     const qsizetype data = flipped.indexOf("TV-") + 13; // past the local name
     flipped[data] = char(flipped[data] ^ 0x55);
     cases.push_back({write(u"crc.kxp"_s, flipped), {}});
-    if (QString path = InfoZip(out, u"locked.kxp"_s, {{u"exp.txt"_s, exp}}, {u"-P"_s, u"pw"_s});
-        !path.isEmpty())
-        cases.push_back({path, u"encrypted"_s});
+    cases.push_back({archive(u"locked.kxp"_s, u"locked"_s, {{u"exp.txt"_s, exp}}), u"encrypted"_s});
 
     Install to;
     to.remote(1, u"BD"_s, {u"再生"_s});
