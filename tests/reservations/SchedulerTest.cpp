@@ -26,15 +26,13 @@ struct Desk {
         QObject::connect(&scheduler, &Scheduler::fired,
                          [this](const QString& d, const QString& f) { fired << d + u'|' + f; });
     }
-    void file(const QString& name, const QByteArray& lines, bool withSignals = true) {
+    void file(const QString& name, const QByteArray& lines) {
         t.writeFile(u"reserve/"_s + name, lines);
-        if (withSignals)
-            for (const QByteArray& line : lines.split('\n'))
-                if (line.contains('|'))
-                    t.writeFile(u"IRSignals/"_s +
-                                    QString::fromLatin1(line.trimmed()).replace(u'|', u'-') +
-                                    u".bin"_s,
-                                "x");
+        for (const QByteArray& line : lines.split('\n'))
+            if (line.contains('|'))
+                t.writeFile(u"IRSignals/"_s +
+                                QString::fromLatin1(line.trimmed()).replace(u'|', u'-') + u".bin"_s,
+                            "x");
     }
     bool exists(const QString& name) const { return QFile::exists(t.path(u"reserve/"_s + name)); }
 };
@@ -52,11 +50,11 @@ TEST(Scheduler, FiresTheMinuteWholeInGridOrder) {
     d.file(u"2026_11_23 12_00"_s, "E|e\r\nF|f\r\n");
     d.file(u"1111111 12_00"_s, "A|a\r\nB|b\r\n");
     d.file(u"0100000 12_00"_s, "C|c\r\n");
-    d.file(u"0010000 12_00"_s, "D|d\r\n");         // Tuesdays
-    d.file(u"2026_11_23 11_00"_s, "G|g\r\n");      // earlier today
-    d.file(u"2026_11_22 12_00"_s, "H|h\r\n");      // yesterday
-    d.file(u"1111111 12_01"_s, "N|n\r\n");         // the next minute
-    d.file(u"0100000 12_00 "_s, "X|x\r\n", false); // not a reservation name
+    d.file(u"0010000 12_00"_s, "D|d\r\n");    // Tuesdays
+    d.file(u"2026_11_23 11_00"_s, "G|g\r\n"); // earlier today
+    d.file(u"2026_11_22 12_00"_s, "H|h\r\n"); // yesterday
+    d.file(u"1111111 12_01"_s, "N|n\r\n");    // the next minute
+    d.file(u"0100000 12_00 "_s, "X|x\r\n");   // not a reservation name
     d.scheduler.send = [&](const QString& path) {
         d.sent << path.section(u'/', -1);
         d.clock.at = d.clock.at.addSecs(40);
