@@ -37,7 +37,10 @@ public:
     std::vector<std::vector<uint32_t>> writes;
     int feedFd = -1;
 
-    ~FakeKernel() override { unplug(); }
+    ~FakeKernel() override {
+        if (feedFd >= 0)
+            ::close(feedFd);
+    }
     int open(const char*, int) override {
         int fds[2];
         if (pipe2(fds, O_NONBLOCK | O_CLOEXEC) != 0)
@@ -63,11 +66,6 @@ public:
     void feed(const std::vector<uint32_t>& records) {
         if (::write(feedFd, records.data(), records.size() * 4) < 0)
             ADD_FAILURE() << "feed";
-    }
-    void unplug() {
-        if (feedFd >= 0)
-            ::close(feedFd);
-        feedFd = -1;
     }
     bool set(unsigned long request, uint32_t value) const {
         return std::find(ioctls.begin(), ioctls.end(), std::pair{request, value}) != ioctls.end();

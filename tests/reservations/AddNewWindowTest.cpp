@@ -11,7 +11,6 @@
 #include <QDateEdit>
 #include <QFile>
 #include <QLabel>
-#include <QPushButton>
 #include <QRadioButton>
 #include <QTableView>
 #include <QTableWidget>
@@ -49,9 +48,8 @@ struct Desk {
 
 } // namespace
 
-// The dialog, driven through its controls: the checks in their order, an
-// AM/PM add of 11 PM stored as 23, the list of the moment refreshed on each
-// change, moves and deletes, and the main grid refilled each time.
+// Through its controls: the checks in order, 11 PM stored as 23, moves and
+// deletes, the moment's list and the main grid refilled each time.
 TEST(AddNewWindow, AddsMovesAndDeletesOnOneMoment) {
     Desk d;
     auto* main = d.window.get();

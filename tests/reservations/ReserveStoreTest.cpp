@@ -69,9 +69,8 @@ TEST(ReserveStore, ChangesRewriteTheFileWhole) {
     EXPECT_FALSE(QFile::exists(t.path(u"setting.ini")));
 }
 
-// The grid: files in ordinal name order (masks before dates), lines in file
-// order, empty lines, foreign names and a 10 MB file left out, broken bytes
-// shown, not fatal.
+// Masks before dates, lines in file order; empty lines, foreign names and a
+// 10 MB file left out; broken bytes shown, not fatal.
 TEST(ReserveStore, GridListsEveryLineInNameOrder) {
     TempFolder t;
     t.writeFile(u"reserve/2026_01_02 08_00", "Z|1\r\n\r\nY|2\r\n");

@@ -39,11 +39,8 @@ struct Desk {
 
 } // namespace
 
-// Started at 12:00:30, the first tick still scans 12:00: the rows of that
-// minute fire in grid order, masks before dates, lines in file order, even
-// when the sends push the clock into the next minutes and one send fails; the
-// fired one-shot and yesterday's are deleted, today's earlier one stays. The
-// same minute is not scanned twice.
+// The first tick at 12:00:30 fires all of 12:00 in grid order even as the sends
+// push the clock on and one fails; fired and past one-shots go; no minute twice.
 TEST(Scheduler, FiresTheMinuteWholeInGridOrder) {
     Desk d;
     d.t.settings.WriteIni(u"Options", u"Interval", u"30");

@@ -12,10 +12,8 @@
 
 using namespace Qt::StringLiterals;
 
-// The whole desktop road with the simulated transceiver: a new TV remote is
-// learned in the wizard from the main window's menu, opened from the main
-// window's list and fired; the pages list it at once; the editor re-teaches
-// one function (deleting is the editor's own test).
+// With the simulated transceiver: learn a remote from the main window's menu,
+// see it on the pages, open and fire it from the list, re-teach in the editor.
 TEST(DesktopRoad, LearnOpenSendEditWithTheSimulator) {
     LearningDesk d;
     MainWindow window(d.app);

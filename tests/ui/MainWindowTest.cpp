@@ -142,9 +142,8 @@ TEST(MainWindow, NoTrayMinimisesToTheTaskBar) {
     EXPECT_EQ(d.ini(u"Hide"), u"0"_s);
 }
 
-// The device button fills the list from the registry (ids kept, gaps left
-// out), the list hides when its timer runs out, and a choice asks for the
-// remote window; a change to the registry made elsewhere refills it.
+// The device list follows the registry (also when changed elsewhere), asks for
+// the chosen remote's window and hides when its timer runs out.
 TEST(MainWindow, DeviceListOpensRemote) {
     Desktop d;
     d.t.settings.WriteIni(u"Remote-1", u"Device", u"テレビ");
