@@ -58,13 +58,10 @@ TEST(Scheduler, FiresTheMinuteWholeInGridOrder) {
         return d.sent.size() != 2;
     };
     d.scheduler.FillGrid();
-    QString shown;
-    QObject::connect(&d.scheduler, &Scheduler::timeShown, [&](const QString& s) { shown = s; });
     QElapsedTimer took;
     took.start();
     d.scheduler.Tick();
     EXPECT_GE(took.elapsed(), 5 * 30 - 5); // the pause behind each signal
-    EXPECT_EQ(shown, u"2026/11/23 12:00:30"_s);
     EXPECT_EQ(d.fired, (QStringList{u"C|c"_s, u"A|a"_s, u"B|b"_s, u"E|e"_s, u"F|f"_s}));
     EXPECT_EQ(d.sent.size(), 5);
     EXPECT_FALSE(d.exists(u"2026_11_23 12_00"_s));
