@@ -62,10 +62,8 @@ TEST(Learning, NewRemoteTakesFreeSlotAndLaterSignalsWin) {
     s.learn(u"消す"_s, 3, 5);
     s.session.Remove(5);
 
-    const RemoteSlot slot = FindRemoteSlot(s.t.settings, u"エアコン"_s);
-    EXPECT_EQ(slot.freeSlot, 2);
-    EXPECT_EQ(slot.existingSlot, 0);
-    StoreLearnedRemote(s.t.folder, s.t.settings, slot, u"エアコン"_s, 2, s.session);
+    StoreLearnedRemote(s.t.folder, s.t.settings, FindRemoteSlot(s.t.settings, u"エアコン"_s),
+                       u"エアコン"_s, 2, s.session);
 
     EXPECT_EQ(s.keys(2, {u"Device"_s, u"Button-0"_s, u"Button-1"_s, u"Button-2"_s, u"Button-3"_s}),
               (QStringList{u"エアコン"_s, u"電源"_s, u"電源"_s, u"音量-"_s, QString()}));
@@ -91,9 +89,8 @@ TEST(Learning, OverwriteClearsOldRemoteButSparesOtherDevices) {
     s.t.writeFile(u"IRSignals/TV-古い.bin", "x"); // left from an earlier rename
     s.learn(u"ch1"_s, 5);
 
-    const RemoteSlot slot = FindRemoteSlot(s.t.settings, u"TV"_s);
-    EXPECT_EQ(slot.existingSlot, 1);
-    StoreLearnedRemote(s.t.folder, s.t.settings, slot, u"TV"_s, 4, s.session);
+    StoreLearnedRemote(s.t.folder, s.t.settings, FindRemoteSlot(s.t.settings, u"TV"_s), u"TV"_s, 4,
+                       s.session);
 
     EXPECT_EQ(s.keys(1, {u"Design"_s, u"Button-0"_s, u"Button-5"_s}),
               (QStringList{u"4"_s, QString(), u"ch1"_s}));

@@ -9,7 +9,6 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDateEdit>
-#include <QFile>
 #include <QLabel>
 #include <QRadioButton>
 #include <QTableView>
@@ -95,7 +94,6 @@ TEST(AddNewWindow, AddsMovesAndDeletesOnOneMoment) {
     d.click(w, u"Command6"_s);
     list->selectRow(0);
     d.click(w, u"Command6"_s);
-    EXPECT_TRUE(QFile::exists(d.t.path(u"testmode/reserve/2026_11_23 23_05")));
     EXPECT_EQ(d.lines(u"2026_11_23 23_05"_s), QStringList{});
     EXPECT_FALSE(d.in<QToolButton>(main, u"cmdDelRes"_s)->isEnabled());
 
