@@ -121,7 +121,6 @@ TEST(Program, DemoFolderIsPreparedOnceWithTheSimulator) {
     makeDemo(dir);
     SettingsStore settings(dir + u"/setting.ini"_s);
     EXPECT_EQ(settings.ReadIni(u"Tira", u"Device"), u"sim"_s);
-    EXPECT_FALSE(settings.ReadIni(u"WebServer", u"Port").isEmpty());
     // The help's demo section names every remote the folder got.
     QFile help(QStringLiteral(KESTRAVA_HELP_SOURCE) + u"/first-run.html"_s);
     ASSERT_TRUE(help.open(QIODevice::ReadOnly));
