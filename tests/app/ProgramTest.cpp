@@ -352,5 +352,4 @@ TEST(Program, ExportsAndImportsFromTheCommandLine) {
         0);
     const QByteArray page = BodyOf(Fetch(port, "GET /remote.asp HTTP/1.1\r\nHost: x\r\n\r\n"));
     EXPECT_TRUE(page.contains(ShiftJis::Encode(u"エアコン"_s))) << page.toStdString();
-    EXPECT_EQ(running.process.state(), QProcess::Running);
 }

@@ -52,10 +52,6 @@ TEST(Settings, NamesMatchWithoutCaseAndEmptyEqualsMissing) {
     EXPECT_EQ(t.settings.ReadIni(u"Options", u"Internet"), u""_s);
     EXPECT_EQ(t.settings.ReadIni(u"Options", u"Missing"), u""_s);
     EXPECT_EQ(t.settings.ReadIni(u"Nowhere", u"Internet"), u""_s);
-
-    // Writing under another spelling replaces the one key, keeping its spelling.
-    t.settings.WriteIni(u"TIRA", u"Testmode", u"0");
-    EXPECT_EQ(t.readFile(u"setting.ini"), "[tira]\r\nTESTMODE=0\r\n[Options]\r\nInternet=\r\n");
 }
 
 TEST(Settings, ValuesReadAsAtMost1023BytesWithoutSplittingACharacter) {
