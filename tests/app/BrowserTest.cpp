@@ -47,8 +47,7 @@ TEST(Browser, MenuAndDeviceListKeepTheirJapaneseText) {
     const QString base = u"http://127.0.0.1:"_s + QString::number(port);
 
     const QString menu = dumpDom(base + u"/default.asp"_s);
-    EXPECT_TRUE(menu.contains(u"<title>Kestrava</title>"_s)) << menu.toStdString();
-    EXPECT_TRUE(menu.contains(u"<b>Kestravaの操作</b>"_s));
+    EXPECT_TRUE(menu.contains(u"<b>Kestravaの操作</b>"_s)) << menu.toStdString();
     EXPECT_TRUE(menu.contains(u"<a href=\"confirm.asp\">休止状態にする</a>"_s));
 
     const QString list = dumpDom(base + u"/remote.asp"_s);

@@ -53,10 +53,7 @@ TEST(HelpPages, WellFormedAndLinked) {
             EXPECT_FALSE(target.contains(u':') || target.startsWith(u"//"));
             const QString file = target.section(u'#', 0, 0);
             const QString page = file.isEmpty() ? name : file;
-            if (!QFileInfo(dir.filePath(page)).isFile()) {
-                ADD_FAILURE() << "no such page";
-                continue;
-            }
+            EXPECT_TRUE(QFileInfo(dir.filePath(page)).isFile()) << "no such page";
             if (target.contains(u'#')) {
                 const QStringList ids =
                     captures(readText(dir.filePath(page)), uR"re(\sid="([^"]*)")re"_s);
@@ -96,12 +93,11 @@ TEST(HelpPageUrl, TreeOrEnvironmentWithTheFragmentKept) {
     EXPECT_EQ(url.fragment(), u"aircon"_s);
     EXPECT_TRUE(HelpPageUrl(u"nothing.html"_s).isEmpty());
 
+    // Only the folder set in the environment counts: the tree's pages are not mixed in.
     QTemporaryDir tmp;
     touch(tmp.filePath(u"index.html"_s));
     qputenv("KESTRAVA_HELP_DIR", QFile::encodeName(tmp.path()));
     EXPECT_EQ(HelpPageUrl(u"index.html"_s), QUrl::fromLocalFile(tmp.filePath(u"index.html"_s)));
-    // Only that folder counts: the tree's pages are not mixed in.
     EXPECT_TRUE(HelpPageUrl(u"learning.html#aircon"_s).isEmpty());
-    EXPECT_TRUE(HelpPageUrl(QString()).isEmpty());
     qunsetenv("KESTRAVA_HELP_DIR");
 }

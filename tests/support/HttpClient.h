@@ -34,11 +34,6 @@ public:
         return received;
     }
 
-    bool closedByServer(int timeoutMs = 5000) {
-        readAll(timeoutMs);
-        return socket.state() == QAbstractSocket::UnconnectedState;
-    }
-
     QTcpSocket socket;
     QByteArray received;
 };

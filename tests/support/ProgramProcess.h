@@ -6,6 +6,7 @@
 #include <QProcess>
 #include <QRegularExpression>
 
+#include <csignal>
 #include <functional>
 
 // The real program, started headless on a folder of the test's own.
@@ -51,6 +52,10 @@ public:
         return QString::fromUtf8(err);
     }
     bool finish(int timeoutMs = 10000) { return process.waitForFinished(timeoutMs); }
+    bool stop(int signal = SIGTERM, int timeoutMs = 10000) {
+        ::kill(pid_t(process.processId()), signal);
+        return finish(timeoutMs);
+    }
 
     // The web port it reports once listening; 0 when it does not.
     quint16 webPort(int timeoutMs = 10000) {
