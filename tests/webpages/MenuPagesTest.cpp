@@ -10,23 +10,54 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+const QString DefaultHead =
+    u"<html>\r\n<head>\r\n<meta http-equiv=\"Content-Language\" content=\"ja\">\r\n"
+    u"<meta http-equiv=\"Content-Type\" content=\"text/html; charset=shift_jis\">\r\n"
+    u"<title>Kestrava</title>\r\n</head>\r\n"
+    u"<body vlink=\"#0000FF\" bgcolor=\"#DDDDDD\">\r\n"_s;
+
+const QString DefaultLinks =
+    u"<a href=\"cell.asp\">携帯用</a>\r\n<HR>\r\n"
+    u"<p><font size=\"2\"><B>Kestravaの操作</B></font></p>\r\n"
+    u"<p><font size=\"2\"><a href=\"remote.asp\">リモコン操作</a></font></p>\r\n"
+    u"<p><font size=\"2\"><a href=\"add1.asp\">予約の追加・編集</a></font></p>\r\n"
+    u"<p><font size=\"2\"><a href=\"list.asp\">予約の一覧・削除</a></font></p>\r\n"_s;
+
+const QString ListHead =
+    u"<html><head><meta http-equiv=\"Content-Language\" content=\"ja\">"
+    u"<meta http-equiv=\"Content-Type\" content=\"text/html; charset=shift_jis\">"
+    u"<title>操作したい機器を選択してください</title></head>"_s;
+
+const QString RemoteOpen =
+    u"<body vlink=\"#0000FF\" bgcolor=\"#DDDDDD\">\r\n"
+    u"<form><fieldset style=\"width:170; padding: 2; height:145\"><legend><p>"
+    u"<font size=\"2\">操作したい機器を選択</font></p></legend><font size=\"2\">"_s;
+const QString RemoteClose = u"</font></fieldset></form></body></html>"_s;
+
+const QString CellOpen = u"<body><p>操作したい機器を選択</p>"_s;
+const QString CellClose = u"</body></html>"_s;
+
+} // namespace
+
 TEST(MenuPages, DefaultPageHasTheHibernateLinkOnlyForPowerControlOne) {
     TempFolder t;
-    const QString links =
-        u"<p><font size=\"2\"><a href=\"list.asp\">予約の一覧・削除</a></font></p>\r\n"_s;
-    const QString end = u"</body>\r\n</html>\r\n"_s;
+    const QString fourLinks = DefaultHead + DefaultLinks + u"</body>\r\n</html>\r\n"_s;
     t.settings.WriteIni(u"Options", u"PowerControl", u"11");
-    EXPECT_TRUE(DefaultPage(t.settings).endsWith(links + end));
+    EXPECT_EQ(DefaultPage(t.settings), fourLinks);
     t.settings.WriteIni(u"Options", u"PowerControl", u"1");
-    EXPECT_TRUE(DefaultPage(t.settings)
-                    .endsWith(links +
-                              u"<p><font size=\"2\"><a href=\"confirm.asp\">休止状態にする</a>"
-                              u"</font></p>\r\n"_s +
-                              end));
+    EXPECT_EQ(DefaultPage(t.settings),
+              DefaultHead + DefaultLinks +
+                  u"<p><font size=\"2\"><a href=\"confirm.asp\">休止状態にする</a></font></p>\r\n"
+                  u"</body>\r\n</html>\r\n"_s);
 }
 
 TEST(MenuPages, ListsShowRemotesOneToHundredWithGapsAndDesigns) {
     TempFolder t;
+    EXPECT_EQ(RemoteListPage(t.settings), ListHead + RemoteOpen + RemoteClose);
+    EXPECT_EQ(CellPage(t.settings), ListHead + CellOpen + CellClose);
+
     // Remote-2 has no name and is not listed; Remote-50 has no design.
     const char16_t* const registry[][3] = {
         {u"Remote-7", u"エアコン", u"3"}, {u"Remote-1", u"TV & video 2", u"4"},
@@ -37,26 +68,26 @@ TEST(MenuPages, ListsShowRemotesOneToHundredWithGapsAndDesigns) {
         t.settings.WriteIni(section, u"Device", device);
         t.settings.WriteIni(section, u"Design", design);
     }
-    EXPECT_TRUE(
-        RemoteListPage(t.settings)
-            .endsWith(u"<font size=\"2\">"
-                      u"・<a href=\"remote4.asp?DevID=1&Button=&Device=TV & video 2\">"
-                      u"TV & video 2</a><BR>"
-                      u"・<a href=\"remote3.asp?DevID=7&Button=&Device=エアコン\">エアコン</a><BR>"
-                      u"・<a href=\"remote.asp?DevID=50&Button=&Device=x\">x</a><BR>"
-                      u"・<a href=\"remote9.asp?DevID=100&Button=&Device=y\">y</a><BR>"
-                      u"</font></fieldset></form></body></html>"_s));
-    EXPECT_TRUE(
-        CellPage(t.settings)
-            .endsWith(u"<p>操作したい機器を選択</p>"
-                      u"・<a href=\"cremote.asp?DevID=1&Button=&Device=TV & video 2\">"
-                      u"TV & video 2</a><BR>"
-                      u"・<a href=\"cremote.asp?DevID=7&Button=&Device=エアコン\">エアコン</a><BR>"
-                      u"・<a href=\"cremote.asp?DevID=50&Button=&Device=x\">x</a><BR>"
-                      u"・<a href=\"cremote.asp?DevID=100&Button=&Device=y\">y</a><BR>"
-                      u"</body></html>"_s));
+
+    EXPECT_EQ(
+        RemoteListPage(t.settings),
+        ListHead + RemoteOpen +
+            u"・<a href=\"remote4.asp?DevID=1&Button=&Device=TV & video 2\">TV & video 2</a><BR>"
+            u"・<a href=\"remote3.asp?DevID=7&Button=&Device=エアコン\">エアコン</a><BR>"
+            u"・<a href=\"remote.asp?DevID=50&Button=&Device=x\">x</a><BR>"
+            u"・<a href=\"remote9.asp?DevID=100&Button=&Device=y\">y</a><BR>"_s +
+            RemoteClose);
+    EXPECT_EQ(
+        CellPage(t.settings),
+        ListHead + CellOpen +
+            u"・<a href=\"cremote.asp?DevID=1&Button=&Device=TV & video 2\">TV & video 2</a><BR>"
+            u"・<a href=\"cremote.asp?DevID=7&Button=&Device=エアコン\">エアコン</a><BR>"
+            u"・<a href=\"cremote.asp?DevID=50&Button=&Device=x\">x</a><BR>"
+            u"・<a href=\"cremote.asp?DevID=100&Button=&Device=y\">y</a><BR>"_s +
+            CellClose);
 }
 
+// Every page the menu links to answers with content.
 TEST(MenuPages, EveryMenuLinkAnswersAPage) {
     TempFolder t;
     Dispatcher dispatcher;

@@ -33,22 +33,17 @@ struct Pages {
     QString post(const QString& page, const QString& body) {
         return dispatcher.DispatchPage(page, body, u"127.0.0.1"_s);
     }
-    // The hidden fields of a one-shot at "hh:mm AM" or "hh:mm PM" on the given day.
-    QString moment(const QString& date, std::initializer_list<std::pair<QString, QString>> more,
-                   const QString& time = u"07:05 PM"_s) {
+    // The hidden fields of a 7:05 PM one-shot on the given day.
+    QString moment(const QString& date, std::initializer_list<std::pair<QString, QString>> more) {
         QString body = form({{u"R1"_s, u"Single"_s},
                              {u"Year"_s, date.left(4)},
                              {u"Month"_s, date.mid(5, 2)},
                              {u"Date"_s, date.mid(8, 2)},
                              {u"R2"_s, u"AMPM"_s},
-                             {u"Hour"_s, time.left(2)},
-                             {u"Min"_s, time.mid(3, 2)},
-                             {u"AMPM"_s, time.right(2)}});
+                             {u"Hour"_s, u"07"_s},
+                             {u"Min"_s, u"05"_s},
+                             {u"AMPM"_s, u"PM"_s}});
         return body + u'&' + form(more);
-    }
-    QString adding(const QString& date, const QString& dev, const QString& func,
-                   const QString& time = u"07:05 PM"_s) {
-        return moment(date, {{u"B1"_s, u"追加"_s}, {u"Dev"_s, dev}, {u"Func"_s, func}}, time);
     }
     QStringList lines(const QString& name) {
         return Reserve::ReadLines(t.path(u"testmode/reserve/"_s + name));
@@ -78,6 +73,8 @@ TEST(ReservePages, MomentFormStartsAtThisYear) {
     EXPECT_FALSE(page.contains(u"2037"_s));
     EXPECT_TRUE(page.contains(u"<option selected>11</option><option>12</option></select>月"_s));
     EXPECT_TRUE(page.contains(u"<option selected>23</option>"_s));
+    EXPECT_TRUE(page.contains(u"function HAP(s){"_s) && page.contains(u"function H24(s){"_s));
+    EXPECT_TRUE(page.endsWith(u"</body>\r\n</html>\r\n"_s));
 }
 
 // add2.asp in test mode: adds, moves and deletes in testmode/reserve only,
@@ -85,12 +82,19 @@ TEST(ReservePages, MomentFormStartsAtThisYear) {
 // refusing, and refills the grid after each post.
 TEST(ReservePages, EditPageAddsMovesAndDeletes) {
     Pages p;
-    QString page = p.post(u"/add2.asp"_s, p.adding(u"2026/11/24"_s, u"テレビ"_s, u"電源"_s));
-    p.post(u"/add2.asp"_s, p.adding(u"2026/11/24"_s, u"テレビ"_s, u"ch1"_s));
+    QString page =
+        p.post(u"/add2.asp"_s,
+               p.moment(u"2026/11/24"_s,
+                        {{u"B1"_s, u"追加"_s}, {u"Dev"_s, u"テレビ"_s}, {u"Func"_s, u"電源"_s}}));
+    p.post(u"/add2.asp"_s,
+           p.moment(u"2026/11/24"_s,
+                    {{u"B1"_s, u"追加"_s}, {u"Dev"_s, u"テレビ"_s}, {u"Func"_s, u"ch1"_s}}));
     EXPECT_EQ(p.lines(u"2026_11_24 19_05"_s), (QStringList{u"テレビ|電源"_s, u"テレビ|ch1"_s}));
     EXPECT_FALSE(QDir(p.t.path(u"reserve")).exists() && !QDir(p.t.path(u"reserve")).isEmpty());
     EXPECT_TRUE(page.contains(u"<p><font size=\"2\">予約日時：　2026/11/24 07:05 PM</font></p>"_s));
     EXPECT_FALSE(page.contains(u"時刻が不正です"_s));
+    EXPECT_TRUE(page.contains(
+        u"Funcs[2] = new Array(\"電源\",\"温度+\",\"温度-\",\"風量\",\"暖/冷\");\r\n"_s));
     EXPECT_TRUE(page.contains(u"<input type=\"hidden\" name=\"AMPM\" value=\"PM\">\r\n"_s));
     const QString row2 = u"2\t2026/11/24\t19:05\tテレビ\tch1"_s;
     page = p.post(u"/add2.asp"_s,
@@ -106,9 +110,20 @@ TEST(ReservePages, EditPageAddsMovesAndDeletes) {
     EXPECT_EQ(p.fills, 5);
 
     // An earlier moment is warned of, and still added.
-    page = p.post(u"/add2.asp"_s, p.adding(u"2026/11/23"_s, u"ビデオ"_s, u"Rec"_s));
+    page = p.post(u"/add2.asp"_s,
+                  p.moment(u"2026/11/23"_s,
+                           {{u"B1"_s, u"追加"_s}, {u"Dev"_s, u"ビデオ"_s}, {u"Func"_s, u"Rec"_s}}));
     EXPECT_FALSE(page.contains(u"時刻が不正です"_s)); // 19:05 today is still to come
-    page = p.post(u"/add2.asp"_s, p.adding(u"2026/11/23"_s, u"ビデオ"_s, u"Rec"_s, u"11:59 AM"_s));
+    page = p.post(u"/add2.asp"_s, form({{u"R1"_s, u"Single"_s},
+                                        {u"Year"_s, u"2026"_s},
+                                        {u"Month"_s, u"11"_s},
+                                        {u"Date"_s, u"23"_s},
+                                        {u"R2"_s, u"H24"_s},
+                                        {u"Hour"_s, u"11"_s},
+                                        {u"Min"_s, u"59"_s},
+                                        {u"B1"_s, u"追加"_s},
+                                        {u"Dev"_s, u"ビデオ"_s},
+                                        {u"Func"_s, u"Rec"_s}}));
     EXPECT_TRUE(page.contains(
         u"<p><b><font size=\"2\" color=\"#FF0000\">時刻が不正です</font></b></p>\r\n"_s));
     EXPECT_EQ(p.lines(u"2026_11_23 11_59"_s), QStringList{u"ビデオ|Rec"_s});
@@ -118,11 +133,14 @@ TEST(ReservePages, EditPageAddsMovesAndDeletes) {
 // folder, and every post gets a page.
 TEST(ReservePages, BadFormsGetAPageAndWriteNothingElse) {
     Pages p;
+    const QString longText(5000, u'x');
     const QString bodies[] = {
         form({{u"B1"_s, u"追加"_s}, {u"Dev"_s, u"a"_s}, {u"Func"_s, u"b"_s}}), // no moment
-        p.adding(u"../../x"_s, u"a"_s, u"b"_s),
-        p.adding(u"2026/12/01"_s, u"a|b"_s, u"c"_s),
-        p.adding(u"2026/12/01"_s, QString(5000, u'x'), u"c"_s),
+        p.moment(u"../../x"_s, {{u"B1"_s, u"追加"_s}, {u"Dev"_s, u"a"_s}, {u"Func"_s, u"b"_s}}),
+        p.moment(u"2026/12/01"_s,
+                 {{u"B1"_s, u"追加"_s}, {u"Dev"_s, u"a|b"_s}, {u"Func"_s, u"c"_s}}),
+        p.moment(u"2026/12/01"_s,
+                 {{u"B1"_s, u"追加"_s}, {u"Dev"_s, longText}, {u"Func"_s, u"c"_s}}),
         p.moment(u"2026/12/01"_s, {{u"B1"_s, u"削除"_s}, {u"Reserve"_s, u"99\ta\tb\tc\td"_s}}),
         p.moment(u"2026/12/01"_s, {{u"B1"_s, u"下へ移動"_s}, {u"Reserve"_s, u"x"_s}}),
         u"R1=Single&Year=%82&Month=%FF%FF&B1=%92%C7%89%C1&Dev=%82&Func=%81"_s,
@@ -143,26 +161,34 @@ TEST(ReservePages, ListShowsAllAndDeletesSeveralAtOnce) {
     Pages p;
     p.t.writeFile(u"testmode/reserve/2026_11_24 19_05", "A|x\r\nB|y\r\nA|x\r\n");
     p.t.writeFile(u"testmode/reserve/0100100 21_30", "C|z\r\n");
+    const QString head =
+        u"<html><head><meta http-equiv=\"Content-Language\" content=\"ja\">"
+        u"<meta http-equiv=\"Content-Type\" content=\"text/html; charset=shift_jis\">"
+        u"<title>予約済みリスト</title></head><body vlink=\"#0000FF\" bgcolor=\"#DDDDDD\">"
+        u"<form method=\"POST\" action=\"list.asp\"><fieldset style=\"width: 588; padding: 2\">"
+        u"<legend><font size=\"2\">予約済みリスト</font></legend><SELECT size=\"6\" "
+        u"name=\"Reserve\" multiple><OPTION value=\"\">順序　　　日付/曜日　　　　　　　　時刻"
+        u"　　　　　　　　　機器名　　　　　　　機能名</OPTION>\r\n"_s;
     auto row = [](const QString& n, const QString& d, const QString& t, const QString& dev,
                   const QString& f) {
         return u"<OPTION value=\""_s + QStringList{n, d, t, dev, f}.join(u'\t') + u"\">"_s +
                ReserveRowText(n, d, t, dev, f) + u"</OPTION>\r\n"_s;
     };
-    // The rows between the heading row and the end of the list.
-    auto rows = [](const QString& page) {
-        return page.section(u"機能名</OPTION>\r\n"_s, 1).section(u"</SELECT>"_s, 0, 0);
-    };
-    EXPECT_EQ(rows(p.post(u"/list.asp"_s, {})),
-              row(u"1"_s, u"月木"_s, u"21:30"_s, u"C"_s, u"z"_s) +
+    const QString tail =
+        u"</SELECT><input type=\"submit\" value=\"削除\" name=\"B1\"></fieldset></p><p>　</p>"
+        u"</form><p><font size=\"2\"><a href=\"default.asp\">メニューへ戻る</a></font></p>"
+        u"</body></html>"_s;
+    EXPECT_EQ(p.post(u"/list.asp"_s, {}),
+              head + row(u"1"_s, u"月木"_s, u"21:30"_s, u"C"_s, u"z"_s) +
                   row(u"1"_s, u"2026/11/24"_s, u"19:05"_s, u"A"_s, u"x"_s) +
                   row(u"2"_s, u"2026/11/24"_s, u"19:05"_s, u"B"_s, u"y"_s) +
-                  row(u"3"_s, u"2026/11/24"_s, u"19:05"_s, u"A"_s, u"x"_s));
+                  row(u"3"_s, u"2026/11/24"_s, u"19:05"_s, u"A"_s, u"x"_s) + tail);
     EXPECT_EQ(p.fills, 0);
     const QString page =
         p.post(u"/list.asp"_s, form({{u"Reserve"_s, u"1\t月木\t21:30\tC\tz"_s},
                                      {u"Reserve"_s, u"3\t2026/11/24\t19:05\tA\tx"_s},
                                      {u"B1"_s, u"削除"_s}}));
-    EXPECT_EQ(rows(page), row(u"1"_s, u"2026/11/24"_s, u"19:05"_s, u"B"_s, u"y"_s));
+    EXPECT_EQ(page, head + row(u"1"_s, u"2026/11/24"_s, u"19:05"_s, u"B"_s, u"y"_s) + tail);
     EXPECT_FALSE(QFile::exists(p.t.path(u"testmode/reserve/0100100 21_30")));
     EXPECT_EQ(p.fills, 1);
 }
