@@ -5,9 +5,12 @@
 #include "reachability/DynDns.h"
 #include "support/FixedClock.h"
 #include "support/HttpStandIn.h"
+#include "support/ProgramProcess.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 
+#include <QTcpServer>
+#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
@@ -168,4 +171,42 @@ TEST(AddressWatch, SetupUpdateAcceptsGoodOrSuccessOnly) {
     w.lookup.answer = HttpStandIn::Response("200 OK", "no address");
     EXPECT_EQ(press("good", u"80"_s).outcome, DynDns::ManualResult::LookupFailed);
     EXPECT_EQ(w.dyndns.requests.size(), 2);
+}
+
+// The real program with internet use on: its first check, ten seconds after
+// start, asks the lookup page, updates the host name and logs the answer,
+// with the password never in its log.
+TEST(AddressWatch, ProgramUpdatesTheHostNameAtItsFirstCheck) {
+    QTemporaryDir home;
+    HttpStandIn lookup, dyndns;
+    lookup.answer = HttpStandIn::Response("200 OK", "Current IP Address: " + Address);
+    dyndns.answer = HttpStandIn::Response("200 OK", "good " + Address);
+    QTcpServer probe; // a port that was free a moment ago
+    ASSERT_TRUE(probe.listen(QHostAddress::LocalHost));
+    const QString port = QString::number(probe.serverPort());
+    probe.close();
+    {
+        SettingsStore s(home.path() + u"/setting.ini"_s);
+        s.WriteIni(u"WebServer", u"Port", port);
+        s.WriteIni(u"Options", u"Internet", u"1");
+        s.WriteIni(u"Options", u"IPCheckURL", lookup.url());
+        s.WriteIni(u"Options", u"DNS_Server", dyndns.url());
+        s.WriteIni(u"Options", u"DNS_Update", u"1");
+        s.WriteIni(u"Options", u"DNS_User", u"me");
+        s.WriteIni(u"Options", u"DNS_Pass", ScramblePassword(u"SET", u"Pa55word"));
+        s.WriteIni(u"Options", u"DNS_Host", u"home.example.org");
+    }
+    Program p({u"--headless"_s, u"--verbose"_s, u"--home"_s, home.path()});
+    ASSERT_TRUE(p.waitForLog(u"update: good"_s, 16000)) << p.log().toStdString();
+    ASSERT_EQ(dyndns.requests.size(), 1);
+    EXPECT_TRUE(dyndns.requests[0].contains(QByteArray("me:Pa55word").toBase64()));
+    QFile log(home.path() + u"/DynDns.log"_s);
+    for (int i = 0; i < 100 && !log.exists(); ++i) // written just after the answer came
+        WaitMs(20);
+    ASSERT_TRUE(log.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(log.readAll().endsWith("\tgood " + Address + "\r\n"));
+    EXPECT_FALSE(p.log().contains(u"Pa55word"_s));
+    EXPECT_TRUE(p.stop());
+    EXPECT_EQ(SettingsStore(home.path() + u"/setting.ini"_s).ReadIni(u"DynDns", u"LastIP"),
+              QString::fromLatin1(Address));
 }
