@@ -5,6 +5,9 @@
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
+#include "reachability/AddressMail.h"
+#include "reachability/AddressWatch.h"
+#include "reachability/DynDns.h"
 #include "remotes/Registry.h"
 #include "webserver/WebServer.h"
 
@@ -41,6 +44,12 @@ Application::Application(const ProgramFolder& folder_, SettingsStore& settings_,
     setUp(timObjMove, 5000, true);
     setUp(timComboVisible, 10000, true);
     setUp(timHideRetry, 5000, false);
+
+    dnsService = new DnsService(settings, this);
+    dynDns = new DynDns(settings, clock, folder.path(u"DynDns.log"), *dnsService, this);
+    addressMail = new AddressMail(settings, this);
+    addressWatch = new AddressWatch(*this, *dnsService, *addressMail, *dynDns, this);
+    connect(&timAddrCheck, &QTimer::timeout, addressWatch, &AddressWatch::Tick);
 }
 
 void Application::Start() {

@@ -8,7 +8,11 @@
 
 #include <functional>
 
+class AddressMail;
+class AddressWatch;
 class Clock;
+class DnsService;
+class DynDns;
 class ProgramFolder;
 class SettingsStore;
 class UserPrompt;
@@ -71,6 +75,12 @@ public:
     QTimer timObjMove;      // 5 s, one shot: ends the redirect window
     QTimer timComboVisible; // 10 s, one shot: hides the device list
     QTimer timHideRetry;    // 5 s while in the tray; does nothing
+
+    // The global address watch (timAddrCheck) and the services it asks.
+    DnsService* dnsService = nullptr;
+    DynDns* dynDns = nullptr;
+    AddressMail* addressMail = nullptr;
+    AddressWatch* addressWatch = nullptr;
 
     static const QString FirstRunText;
 

@@ -7,6 +7,7 @@
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "exchange/ExchangeWindows.h"
+#include "reachability/AddressWatch.h"
 #include "remotes/Registry.h"
 #include "reservations/AddNewWindow.h"
 
@@ -121,6 +122,8 @@ MainWindow::MainWindow(Application& app, QWidget* parent)
     });
     connect(&app_.timComboVisible, &QTimer::timeout, this, [this] { cmbDeviceName_->hide(); });
     connect(&app_.timAddrCheckL, &QTimer::timeout, this, &MainWindow::ShowLocalAddress);
+    connect(app_.addressWatch, &AddressWatch::urlShown, this,
+            [this](const QString& url) { lblAddr_->setText(url); });
     connect(&app_, &Application::unloadWindows, this, [this] {
         // A box left open would keep its own event loop, and the program, alive.
         for (QWidget* w : QApplication::topLevelWidgets())
@@ -357,11 +360,7 @@ AddNewWindow* MainWindow::ShowAddNew(const QString& editFile) {
 }
 
 void MainWindow::ShowLocalAddress() {
-    const QString port = app_.settings.ReadIni(u"WebServer", u"Port");
-    QString url = u"http://"_s + LocalAddress().toString();
-    if (port != u"80")
-        url += u':' + port;
-    lblAddr_->setText(url);
+    lblAddr_->setText(app_.addressWatch->LocalUrl());
 }
 
 void MainWindow::deviceChosen(int index) {

@@ -1,0 +1,207 @@
+#include "reachability/AddressWatch.h"
+#include "core/Application.h"
+#include "core/Password.h"
+#include "core/Wait.h"
+#include "reachability/DynDns.h"
+#include "support/FixedClock.h"
+#include "support/HttpStandIn.h"
+#include "support/ProgramProcess.h"
+#include "support/ScriptedPrompt.h"
+#include "support/TempFolder.h"
+
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+const QByteArray Address = "203.0.113.7";
+
+// An application whose lookup and dyndns2 service are local stand-ins and
+// whose mail cannot be delivered (nothing listens on port 1).
+struct Watched {
+    Watched() {
+        clock.at = QDateTime(QDate(2026, 11, 1), QTime(9, 0));
+        SettingsStore& s = t.settings;
+        s.WriteIni(u"Options", u"IPCheckURL", lookup.url());
+        s.WriteIni(u"Options", u"DNS_Server", dyndns.url());
+        s.WriteIni(u"Options", u"SMTPServer", u"127.0.0.1:1");
+        s.WriteIni(u"Options", u"POPServer", u"127.0.0.1:1");
+        s.WriteIni(u"Options", u"Internet", u"1");
+        s.WriteIni(u"Options", u"NotifyMail", u"1");
+        s.WriteIni(u"Options", u"DNS_Update", u"1");
+        s.WriteIni(u"Options", u"DNS_User", u"me");
+        s.WriteIni(u"Options", u"DNS_Pass", ScramblePassword(u"SET", u"secret"));
+        s.WriteIni(u"Options", u"DNS_Host", u"home.example.org");
+        s.WriteIni(u"WebServer", u"Port", u"8080");
+        lookup.answer = HttpStandIn::Response("200 OK", "Current IP Address: " + Address);
+        QObject::connect(app.addressWatch, &AddressWatch::urlShown,
+                         [this](const QString& url) { shown << url; });
+    }
+    // One tick of timAddrCheck, waiting for a check it starts to end.
+    void tick() {
+        app.addressWatch->Tick();
+        if (app.addressWatch->checking())
+            WaitForSignal(app.addressWatch, &AddressWatch::checked, 5000);
+        ASSERT_FALSE(app.addressWatch->checking());
+    }
+    QString ini(QStringView section, QStringView key) { return t.settings.ReadIni(section, key); }
+
+    TempFolder t;
+    FixedClock clock;
+    ScriptedPrompt prompt;
+    Application app{t.folder, t.settings, clock, prompt};
+    HttpStandIn lookup, dyndns;
+    QStringList shown;
+};
+} // namespace
+
+// Checks come at the first tick and 90 ticks apart; a failed mail leaves its
+// LastIP while the DNS step of the same check runs; an unchanged address is
+// sent again only after 28 days, and a refusal leaves the address on show.
+TEST(AddressWatch, ChecksAtTicks1And91WithMailThenDnsAndRefreshAfter28Days) {
+    Watched w;
+    w.dyndns.answer = HttpStandIn::Response("200 OK", "nochg " + Address);
+    w.tick();
+    EXPECT_EQ(w.lookup.requests.size(), 1);
+    ASSERT_EQ(w.dyndns.requests.size(), 1);
+    EXPECT_TRUE(w.dyndns.requests[0].contains(
+        "/nic/update?hostname=home.example.org&myip=" + Address + " "));
+    EXPECT_EQ(w.ini(u"NotifyMail", u"LastIP"), u""_s); // the mail was not sent
+    EXPECT_EQ(w.ini(u"DynDns", u"LastIP"), QString::fromLatin1(Address));
+    EXPECT_EQ(w.ini(u"DynDns", u"LastUpdated"), u"2026/11/01"_s);
+    EXPECT_EQ(w.app.state.GlobalAddr, u"home.example.org"_s);
+    EXPECT_EQ(w.shown, QStringList{u"http://home.example.org:8080"_s});
+    const QByteArray log = w.t.readFile(u"DynDns.log");
+    EXPECT_TRUE(log.endsWith("\tnochg " + Address + "\r\n")) << log.constData();
+    EXPECT_EQ(log.count('\n'), 1);
+    EXPECT_EQ(w.app.state.AddrCheckTicks, 1);
+    EXPECT_TRUE(w.app.timAddrCheck.isActive());
+
+    // Ticks 2 to 90 ask nobody; 91 checks again and starts the count over.
+    for (int i = 2; i <= 90; ++i)
+        w.tick();
+    EXPECT_EQ(w.lookup.requests.size(), 1);
+    w.clock.at = w.clock.at.addDays(27);
+    w.tick();
+    EXPECT_EQ(w.lookup.requests.size(), 2);
+    EXPECT_EQ(w.dyndns.requests.size(), 1); // same address, 27 days: nothing sent
+    EXPECT_EQ(w.app.state.AddrCheckTicks, 1);
+
+    w.clock.at = w.clock.at.addDays(1);
+    w.dyndns.answer = HttpStandIn::Response("401 Unauthorized", "badauth");
+    w.app.state.AddrCheckTicks = 0;
+    w.tick();
+    EXPECT_EQ(w.dyndns.requests.size(), 2);
+    EXPECT_EQ(w.ini(u"DynDns", u"LastUpdated"), u"2026/11/01"_s);
+    EXPECT_EQ(w.app.state.GlobalAddr, QString::fromLatin1(Address));
+    EXPECT_EQ(w.shown.last(), u"http://203.0.113.7:8080"_s);
+    EXPECT_TRUE(w.t.readFile(u"DynDns.log").endsWith("\tbadauth\r\n"));
+
+    // A failed lookup changes nothing but the counter.
+    w.lookup.answer = HttpStandIn::Response("500 Internal Server Error", "Error 500");
+    w.app.state.AddrCheckTicks = 0;
+    w.tick();
+    EXPECT_EQ(w.app.state.GlobalAddr, QString::fromLatin1(Address));
+    EXPECT_EQ(w.app.state.AddrCheckTicks, 1);
+
+    // Stopped while a check runs, the timer stays off when the check ends.
+    w.app.state.AddrCheckTicks = 0;
+    w.app.addressWatch->Tick();
+    ASSERT_TRUE(w.app.addressWatch->checking());
+    w.app.addressWatch->Stop();
+    WaitForSignal(w.app.addressWatch, &AddressWatch::checked, 5000);
+    EXPECT_FALSE(w.app.timAddrCheck.isActive());
+}
+
+// LastIP already equal with no date of the last update never sends; without
+// mail or DNS the URL line shows the address, the port left out at "80".
+TEST(AddressWatch, HeldAddressWithoutDateIsNeverSentAndPlainWatchShowsAddress) {
+    Watched w;
+    w.t.settings.WriteIni(u"DynDns", u"LastIP", QString::fromLatin1(Address));
+    w.t.settings.WriteIni(u"Options", u"NotifyMail", u"0");
+    w.clock.at = w.clock.at.addYears(3);
+    w.tick();
+    EXPECT_TRUE(w.dyndns.requests.isEmpty());
+    EXPECT_EQ(w.app.state.GlobalAddr, u"home.example.org"_s);
+
+    w.t.settings.WriteIni(u"Options", u"DNS_Update", u"0");
+    w.t.settings.WriteIni(u"WebServer", u"Port", u"80");
+    w.app.addressWatch->CheckSoon();
+    w.tick();
+    EXPECT_EQ(w.shown.last(), u"http://203.0.113.7"_s);
+    EXPECT_EQ(w.app.state.GlobalAddr, QString::fromLatin1(Address));
+}
+
+// The setup button accepts "good" or "success" but not "nochg", builds the URL
+// from the port text it is given, and does nothing when the lookup fails.
+TEST(AddressWatch, SetupUpdateAcceptsGoodOrSuccessOnly) {
+    Watched w;
+    auto press = [&](const QByteArray& answer, const QString& port) {
+        w.dyndns.answer = HttpStandIn::Response("200 OK", answer);
+        DynDns::ManualResult result{DynDns::ManualResult::Refused, u"(none)"_s, {}};
+        QEventLoop loop;
+        w.app.dynDns->UpdateFromSetup(u"me"_s, u"pw"_s, u"h.example.org"_s, port,
+                                      [&](const DynDns::ManualResult& r) {
+                                          result = r;
+                                          loop.quit();
+                                      });
+        QTimer::singleShot(5000, &loop, &QEventLoop::quit);
+        loop.exec();
+        return result;
+    };
+    auto r = press("nochg " + Address, u"80"_s);
+    EXPECT_EQ(r.outcome, DynDns::ManualResult::Refused);
+    EXPECT_EQ(r.answer, u"nochg 203.0.113.7"_s);
+    EXPECT_EQ(r.url, u"http://203.0.113.7"_s);
+    EXPECT_EQ(w.ini(u"DynDns", u"LastIP"), u""_s);
+
+    r = press("SUCCESS", u"080"_s);
+    EXPECT_EQ(r.outcome, DynDns::ManualResult::Accepted);
+    EXPECT_EQ(r.url, u"http://h.example.org:080"_s);
+    EXPECT_EQ(w.ini(u"DynDns", u"LastIP"), QString::fromLatin1(Address));
+    EXPECT_EQ(w.shown.last(), r.url);
+    EXPECT_EQ(w.t.readFile(u"DynDns.log").count("\r\n"), 2);
+    EXPECT_EQ(w.app.state.GlobalAddr, u""_s);
+
+    w.lookup.answer = HttpStandIn::Response("200 OK", "no address");
+    EXPECT_EQ(press("good", u"80"_s).outcome, DynDns::ManualResult::LookupFailed);
+    EXPECT_EQ(w.dyndns.requests.size(), 2);
+}
+
+// The real program with internet use on: its first check, ten seconds after
+// start, asks the lookup page, updates the host name and logs the answer,
+// with the password never in its log.
+TEST(AddressWatch, ProgramUpdatesTheHostNameAtItsFirstCheck) {
+    QTemporaryDir home;
+    HttpStandIn lookup, dyndns;
+    lookup.answer = HttpStandIn::Response("200 OK", "Current IP Address: " + Address);
+    dyndns.answer = HttpStandIn::Response("200 OK", "good " + Address);
+    QTcpServer probe; // a port that was free a moment ago
+    ASSERT_TRUE(probe.listen(QHostAddress::LocalHost));
+    const QString port = QString::number(probe.serverPort());
+    probe.close();
+    SettingsStore s(home.path() + u"/setting.ini"_s);
+    for (const auto& [key, value] : {std::pair{u"Internet"_s, u"1"_s},
+                                     {u"IPCheckURL"_s, lookup.url()},
+                                     {u"DNS_Server"_s, dyndns.url()},
+                                     {u"DNS_Update"_s, u"1"_s},
+                                     {u"DNS_User"_s, u"me"_s},
+                                     {u"DNS_Pass"_s, ScramblePassword(u"SET", u"Pa55word")},
+                                     {u"DNS_Host"_s, u"home.example.org"_s}})
+        s.WriteIni(u"Options", key, value);
+    s.WriteIni(u"WebServer", u"Port", port);
+    Program p({u"--headless"_s, u"--verbose"_s, u"--home"_s, home.path()});
+    ASSERT_TRUE(p.waitForLog(u"update: good"_s, 16000)) << p.log().toStdString();
+    ASSERT_EQ(dyndns.requests.size(), 1);
+    EXPECT_TRUE(dyndns.requests[0].contains(QByteArray("me:Pa55word").toBase64()));
+    QFile log(home.path() + u"/DynDns.log"_s);
+    for (int i = 0; i < 100 && !log.exists(); ++i) // written just after the answer came
+        WaitMs(20);
+    ASSERT_TRUE(log.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(log.readAll().endsWith("\tgood " + Address + "\r\n"));
+    EXPECT_FALSE(p.log().contains(u"Pa55word"_s));
+    EXPECT_TRUE(p.stop());
+    EXPECT_EQ(s.ReadIni(u"DynDns", u"LastIP"), QString::fromLatin1(Address));
+}

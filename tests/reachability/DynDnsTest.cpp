@@ -1,0 +1,80 @@
+#include "reachability/DynDns.h"
+#include "core/Application.h"
+#include "support/FixedClock.h"
+#include "support/HttpClient.h"
+#include "support/HttpStandIn.h"
+#include "support/ScriptedPrompt.h"
+#include "support/TempFolder.h"
+#include "webserver/Dispatcher.h"
+#include "webserver/WebServer.h"
+
+#include <QElapsedTimer>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+// The lookup takes the first real IPv4 address of the page; everything else,
+// an error status with an address in it included, is a text with "Error".
+TEST(DnsService, LookupFindsTheFirstAddressOrReportsError) {
+    TempFolder t;
+    HttpStandIn peer;
+    t.settings.WriteIni(u"Options", u"IPCheckURL", peer.url() + u"/ip"_s);
+    DnsService service(t.settings);
+    auto lookup = [&](const QByteArray& answer) {
+        peer.answer = answer;
+        QString result;
+        service.GetIPAddr([&](const QString& r) { result = r; });
+        while (result.isEmpty())
+            WaitMs(5);
+        return result;
+    };
+    using S = HttpStandIn;
+    EXPECT_EQ(lookup(S::Response("200 OK", "<body>Current IP Address: 203.0.113.7</body>")),
+              u"203.0.113.7"_s);
+    EXPECT_EQ(lookup(S::Response("200 OK", "v1.2.3.4.5 999.1.1.1 at 10.0.0.1.")), u"10.0.0.1"_s);
+    EXPECT_EQ(peer.requests.last().left(12), "GET /ip HTTP");
+    for (const QByteArray& bad :
+         {S::Response("200 OK", "<html>no address here</html>"),
+          S::Response("500 Internal Server Error", "seen from 203.0.113.7"),
+          S::Response("302 Found", "", "Location: /ip\r\n"),
+          S::Response("200 OK", QByteArray(10 * 1024 * 1024, '1') + " 203.0.113.7")})
+        EXPECT_TRUE(lookup(bad).contains(u"Error")) << bad.left(40).constData();
+
+    peer.server.close();
+    EXPECT_TRUE(lookup({}).contains(u"Error"));
+}
+
+// A service that accepts and never answers ends in an error after the time-out,
+// and the web server on the same thread answers meanwhile.
+TEST(DnsService, HangingServiceDoesNotHoldTheWebServer) {
+    TempFolder t;
+    HttpStandIn peer; // answer stays empty: it never answers
+    t.settings.WriteIni(u"Options", u"IPCheckURL", peer.url());
+    t.settings.WriteIni(u"WebServer", u"Port", u"0");
+    FixedClock clock;
+    ScriptedPrompt prompt;
+    Application app(t.folder, t.settings, clock, prompt);
+    Dispatcher dispatcher;
+    WebServer web(app, dispatcher);
+    web.portFallback = [](const QList<quint16>&) { return quint16(0); };
+    ASSERT_TRUE(web.InitWebServer());
+    DnsService service(t.settings);
+    service.timeoutMs = 1500;
+
+    QString result;
+    QElapsedTimer since;
+    since.start();
+    service.GetIPAddr([&](const QString& r) { result = r; });
+    WaitForSignal(&peer.server, &QTcpServer::newConnection, 1000);
+    WaitMs(50);
+    ASSERT_EQ(peer.requests.size(), 1);
+    QElapsedTimer page;
+    page.start();
+    EXPECT_TRUE(Fetch(web.WebPort(), "GET / HTTP/1.1\r\nHost: a\r\n\r\n").startsWith("HTTP/1.1"));
+    EXPECT_LT(page.elapsed(), 100);
+    EXPECT_TRUE(result.isEmpty());
+    while (result.isEmpty() && since.elapsed() < 5000)
+        WaitMs(20);
+    EXPECT_TRUE(result.contains(u"Error"));
+    EXPECT_GE(since.elapsed(), 1400);
+}

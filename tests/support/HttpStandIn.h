@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QList>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+// A tiny HTTP server on 127.0.0.1 that records each request's head and gives
+// the scripted answer, or none at all when `answer` is empty (a hanging
+// service). No Debian package serves the address lookup or dyndns2, so this
+// stands in for both.
+class HttpStandIn : public QObject {
+public:
+    HttpStandIn() {
+        server.listen(QHostAddress::LocalHost);
+        QObject::connect(&server, &QTcpServer::newConnection, this, [this] {
+            while (QTcpSocket* s = server.nextPendingConnection()) {
+                s->setParent(this);
+                QObject::connect(s, &QTcpSocket::readyRead, s, [this, s] {
+                    QByteArray& got = pending[s];
+                    got += s->readAll();
+                    if (!got.contains("\r\n\r\n"))
+                        return;
+                    requests << got;
+                    got.clear();
+                    if (answer.isEmpty())
+                        return;
+                    s->write(answer);
+                    s->disconnectFromHost();
+                });
+            }
+        });
+    }
+
+    // "200 OK" with body, as a complete response that closes the connection.
+    static QByteArray Response(const QByteArray& status, const QByteArray& body,
+                               const QByteArray& extra = {}) {
+        return "HTTP/1.1 " + status + "\r\nContent-Length: " + QByteArray::number(body.size()) +
+               "\r\nConnection: close\r\n" + extra + "\r\n" + body;
+    }
+    QString url() const {
+        return QStringLiteral("http://127.0.0.1:") + QString::number(server.serverPort());
+    }
+
+    QTcpServer server;
+    QByteArray answer;
+    QList<QByteArray> requests;
+    QHash<QTcpSocket*, QByteArray> pending;
+};
