@@ -79,14 +79,18 @@ int traceLine(CURL*, curl_infotype type, char* data, size_t size, void* user) {
         bool auth = line.startsWith("AUTH ") || line.startsWith("PASS ");
         if (auth) {
             qsizetype blank = line.indexOf(' ', 5);
-            line = (blank > 0 ? line.left(blank) : line.left(4)) + " ****";
+            if (line.startsWith("PASS "))
+                line = "PASS ****";
+            else if (blank > 0)
+                line = line.left(blank) + " ****";
         } else if (trace->secret) {
             line = "****";
         }
         trace->secret = auth || trace->secret;
         qCDebug(lcMail).noquote() << QString::fromUtf8("> " + line);
     } else if (type == CURLINFO_HEADER_IN) {
-        trace->secret = trace->secret && (line.startsWith("334") || line.startsWith("+ "));
+        trace->secret =
+            trace->secret && (line.startsWith("334") || line == "+" || line.startsWith("+ "));
         qCDebug(lcMail).noquote() << QString::fromUtf8("< " + line);
     }
     return 0;

@@ -1,5 +1,6 @@
 #include "reachability/AddressMail.h"
 
+#include "core/Log.h"
 #include "core/Password.h"
 #include "core/Wait.h"
 #include "support/FixedClock.h"
@@ -12,6 +13,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLoggingCategory>
 #include <QProcess>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -23,7 +25,8 @@
 namespace {
 
 // An SMTP server that writes what it received, as Python's mail parser reads
-// it, one JSON line per message. With "auth" it takes only kestrava / pa:ss.
+// it, one JSON line per message. With "auth" it takes only kestrava / pa:ss,
+// with "tls" it offers STARTTLS with the certificate and key given.
 const char* SmtpScript = R"(
 import base64, email, email.header, email.utils, json, sys, time
 from aiosmtpd.controller import Controller
@@ -50,8 +53,13 @@ class Handler:
         with open(out, "a") as f:
             f.write(json.dumps(record) + "\n")
         return "250 OK"
+tls = None
+if mode == "tls":
+    import ssl
+    tls = ssl.create_default_context(ssl.Purpose.CLIENT_AUTH)
+    tls.load_cert_chain(sys.argv[4], sys.argv[5])
 c = Controller(Handler(), hostname="127.0.0.1", port=port, authenticator=authenticator,
-               auth_required=(mode == "auth"), auth_require_tls=False)
+               auth_required=(mode == "auth"), auth_require_tls=False, tls_context=tls)
 c.start()
 print("ready", flush=True)
 sys.stdin.read()
@@ -65,7 +73,7 @@ quint16 freePort() {
 
 class SmtpPeer {
 public:
-    SmtpPeer(const TempFolder& temp, bool auth)
+    SmtpPeer(const TempFolder& temp, const QString& mode, const QStringList& tlsFiles = {})
         : script(temp.dir.filePath(QStringLiteral("smtp.py"))),
           out(temp.dir.filePath(QStringLiteral("received.jsonl"))) {
         QFile f(script);
@@ -74,8 +82,7 @@ public:
         f.close();
         port = freePort();
         process.start(QStringLiteral("/usr/bin/python3"),
-                      {script, QString::number(port), out,
-                       auth ? QStringLiteral("auth") : QStringLiteral("open")});
+                      QStringList{script, QString::number(port), out, mode} + tlsFiles);
         ready = process.waitForStarted() &&
                 WaitForSignal(&process, &QProcess::readyReadStandardOutput, 10000);
     }
@@ -126,7 +133,7 @@ void setMailSettings(SettingsStore& s, quint16 smtpPort, const QString& password
 
 TEST(AddressMail, SmtpAuthDeliversTheMessageAndRefusalsAreShown) {
     TempFolder temp;
-    SmtpPeer smtp(temp, true);
+    SmtpPeer smtp(temp, QStringLiteral("auth"));
     if (!smtp.ready)
         GTEST_SKIP() << "python3-aiosmtpd is not usable";
     ScriptedPrompt prompt;
@@ -176,7 +183,30 @@ TEST(AddressMail, SmtpAuthDeliversTheMessageAndRefusalsAreShown) {
         EXPECT_TRUE(prompt.shown[0].startsWith(QStringLiteral("notify:") + AddressMail::ErrorText));
         EXPECT_FALSE(prompt.shown[0].contains(c.password));
     }
-    EXPECT_EQ(smtp.received().size(), 1u);
+
+    // A server that offers STARTTLS gets it, and a certificate nobody vouches
+    // for ends the conversation before the password or the mail goes out.
+    QString cert = temp.dir.filePath(QStringLiteral("cert.pem")),
+            key = temp.dir.filePath(QStringLiteral("key.pem"));
+    QProcess openssl;
+    openssl.start(QStringLiteral("openssl"),
+                  {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+                   QStringLiteral("ec"), QStringLiteral("-pkeyopt"),
+                   QStringLiteral("ec_paramgen_curve:prime256v1"), QStringLiteral("-nodes"),
+                   QStringLiteral("-days"), QStringLiteral("1"), QStringLiteral("-subj"),
+                   QStringLiteral("/CN=127.0.0.1"), QStringLiteral("-keyout"), key,
+                   QStringLiteral("-out"), cert});
+    ASSERT_TRUE(openssl.waitForFinished(10000) && openssl.exitCode() == 0);
+    SmtpPeer tls(temp, QStringLiteral("tls"), {cert, key});
+    ASSERT_TRUE(tls.ready);
+    prompt.shown.clear();
+    temp.settings.WriteIni(u"Options", u"SMTPServer", QStringLiteral("127.0.0.1:%1").arg(tls.port));
+    temp.settings.WriteIni(u"Options", u"MailAuth", u"1");
+    temp.settings.WriteIni(u"Options", u"AuthMethod", u"SMTPAuth");
+    EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.8"), 10000), false);
+    ASSERT_EQ(prompt.shown.size(), 1);
+    EXPECT_TRUE(prompt.shown[0].contains(u"certificate")) << prompt.shown[0].toStdString();
+    EXPECT_EQ(smtp.received().size(), 1u); // both servers write here
 }
 
 TEST(AddressMail, PopBeforeSmtpLogsInFirstWhateverTheAnswer) {
@@ -184,7 +214,7 @@ TEST(AddressMail, PopBeforeSmtpLogsInFirstWhateverTheAnswer) {
     if (!QFile::exists(dovecot))
         GTEST_SKIP() << "dovecot-pop3d is not installed";
     TempFolder temp;
-    SmtpPeer smtp(temp, false);
+    SmtpPeer smtp(temp, QStringLiteral("open"));
     if (!smtp.ready)
         GTEST_SKIP() << "python3-aiosmtpd is not usable";
 
@@ -269,8 +299,14 @@ service anvil {
         }
         return false;
     };
+    // --verbose shows the exchange, with what carries the password masked.
+    static QStringList trace;
+    qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext&, const QString& text) { trace << text; });
+    QLoggingCategory::setFilterRules(QStringLiteral("kestrava.mail.debug=true"));
     EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.9"), 10000), true);
     EXPECT_TRUE(logHas("Login: user=<kestrava>"));
+    EXPECT_TRUE(trace.contains(QStringLiteral("> STAT")));
 
     // A refused POP3 login is not the mail's failure.
     temp.settings.WriteIni(u"Options", u"Password", ScramblePassword(u"SET", u"wrong"));
@@ -279,6 +315,13 @@ service anvil {
     EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.10"), 10000), true);
     EXPECT_LT(took.elapsed(), 3000);
     EXPECT_TRUE(logHas("auth failed"));
+    InstallLogHandler(false);
+    EXPECT_TRUE(trace.contains(QStringLiteral("> ****")));
+    for (const QByteArray& login :
+         {QByteArray("\0kestrava\0secret", 16), QByteArray("\0kestrava\0wrong", 15)})
+        for (const QString& line : trace)
+            EXPECT_FALSE(line.contains(QString::fromLatin1(login.toBase64())))
+                << line.toStdString();
     EXPECT_EQ(smtp.received().size(), 2u);
     pop.terminate();
     pop.waitForFinished(3000);
