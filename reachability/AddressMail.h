@@ -26,6 +26,7 @@ public:
 
     // Sends the address-change mail for `address`; `done(true)` when it was sent. Never blocks;
     // calls `done` exactly once, later, on the event-loop thread.
+    // Destroying the object cuts a conversation off without calling `done`.
     void Send(const QString& address, std::function<void(bool sent)> done);
 
     // Where a failure is shown (non-blocking); it is logged either way.
