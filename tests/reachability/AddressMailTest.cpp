@@ -327,7 +327,7 @@ service anvil {
     pop.waitForFinished(3000);
 }
 
-TEST(AddressMail, SilentServerTimesOutWhileEventsRun) {
+TEST(AddressMail, UnusableServersFailWhileEventsRun) {
     TempFolder temp;
     QTcpServer silent; // accepts and never says a word
     ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
@@ -357,12 +357,30 @@ TEST(AddressMail, SilentServerTimesOutWhileEventsRun) {
         ASSERT_EQ(prompt.shown.size(), 1);
         EXPECT_TRUE(prompt.shown[0].startsWith(QStringLiteral("notify:") + AddressMail::ErrorText));
 
+        // A server that hangs up, and server texts that name no port, fail at once.
+        QTcpServer rude;
+        ASSERT_TRUE(rude.listen(QHostAddress::LocalHost));
+        QObject::connect(&rude, &QTcpServer::newConnection, [&] {
+            while (QTcpSocket* s = rude.nextPendingConnection())
+                s->close();
+        });
+        for (const QString& server :
+             {QStringLiteral("127.0.0.1:%1").arg(rude.serverPort()),
+              QStringLiteral("127.0.0.1:abc"), QStringLiteral("127.0.0.1:99999")}) {
+            temp.settings.WriteIni(u"Options", u"SMTPServer", server);
+            EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.12"), 900), false)
+                << server.toStdString();
+        }
+        EXPECT_EQ(prompt.shown.size(), 4);
+
         // Closing the program in the middle of a conversation does not wait for its time-out.
+        temp.settings.WriteIni(u"Options", u"SMTPServer",
+                               QStringLiteral("127.0.0.1:%1").arg(silent.serverPort()));
         mail.setTimeoutMs(AddressMail::DefaultTimeoutMs);
         mail.Send(QStringLiteral("203.0.113.12"), [](bool) { ADD_FAILURE() << "answered"; });
         WaitMs(200);
         took.restart();
     }
     EXPECT_LT(took.elapsed(), 5000);
-    EXPECT_EQ(prompt.shown.size(), 1);
+    EXPECT_EQ(prompt.shown.size(), 4);
 }
