@@ -14,7 +14,9 @@
 
 #include <curl/curl.h>
 
+#include <atomic>
 #include <mutex>
+#include <set>
 
 namespace {
 
@@ -62,10 +64,6 @@ size_t discard(char*, size_t size, size_t count, void*) {
     return size * count;
 }
 
-int checkAbort(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
-    return static_cast<std::atomic<bool>*>(user)->load() ? 1 : 0;
-}
-
 // --verbose shows the exchange; whatever is sent while an AUTH or PASS is in
 // progress is masked, since it carries the password.
 struct Trace {
@@ -96,8 +94,7 @@ int traceLine(CURL*, curl_infotype type, char* data, size_t size, void* user) {
     return 0;
 }
 
-CURL* openHandle(const QByteArray& url, const std::atomic<bool>* abort, qint64 timeoutMs,
-                 char* errors, Trace* trace) {
+CURL* openHandle(const QByteArray& url, qint64 timeoutMs, char* errors, Trace* trace) {
     CURL* curl = curl_easy_init();
     if (!curl)
         return nullptr;
@@ -106,9 +103,6 @@ CURL* openHandle(const QByteArray& url, const std::atomic<bool>* abort, qint64 t
     curl_easy_setopt(curl, CURLOPT_USE_SSL, long(CURLUSESSL_TRY));
     curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, long(std::max<qint64>(timeoutMs, 1)));
     curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, errors);
-    curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
-    curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, checkAbort);
-    curl_easy_setopt(curl, CURLOPT_XFERINFODATA, const_cast<std::atomic<bool>*>(abort));
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, discard);
     if (lcMail().isDebugEnabled()) {
         curl_easy_setopt(curl, CURLOPT_VERBOSE, 1L);
@@ -127,6 +121,63 @@ QString failureText(CURLcode code, const char* errors) {
 const QString AddressMail::Subject = QStringLiteral("Kestrava - IPアドレス通知");
 const QString AddressMail::ErrorText = QStringLiteral("IPアドレス通知メール送信エラー");
 
+// Lets the owner end the workers' conversations at once: each waits in a
+// multi handle that the owner can wake.
+struct AddressMail::Cancel {
+    std::mutex mutex;
+    std::atomic<bool> cancelled = false;
+    std::set<CURLM*> waiting;
+
+    void cancel() {
+        std::lock_guard lock(mutex);
+        cancelled = true;
+        for (CURLM* multi : waiting)
+            curl_multi_wakeup(multi);
+    }
+
+    // Ends the transfer from inside libcurl, which then drops the connection
+    // instead of saying goodbye to a server that may never answer.
+    static int progress(void* self, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+        return static_cast<Cancel*>(self)->cancelled ? 1 : 0;
+    }
+
+    CURLcode perform(CURL* easy) {
+        curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
+        curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, progress);
+        curl_easy_setopt(easy, CURLOPT_XFERINFODATA, this);
+        CURLM* multi = curl_multi_init();
+        if (!multi)
+            return CURLE_OUT_OF_MEMORY;
+        curl_multi_add_handle(multi, easy);
+        {
+            std::lock_guard lock(mutex);
+            waiting.insert(multi);
+        }
+        CURLcode result = CURLE_FAILED_INIT;
+        for (int running = 1;;) {
+            if (curl_multi_perform(multi, &running) != CURLM_OK) {
+                result = CURLE_FAILED_INIT;
+                break;
+            }
+            if (!running) {
+                int left = 0;
+                CURLMsg* message = curl_multi_info_read(multi, &left);
+                result = message && message->msg == CURLMSG_DONE ? message->data.result
+                                                                 : CURLE_FAILED_INIT;
+                break;
+            }
+            curl_multi_poll(multi, nullptr, 0, 1000, nullptr);
+        }
+        {
+            std::lock_guard lock(mutex);
+            waiting.erase(multi);
+        }
+        curl_multi_remove_handle(multi, easy);
+        curl_multi_cleanup(multi);
+        return result;
+    }
+};
+
 // What the worker needs, read from the settings on the event loop beforehand.
 struct AddressMail::Job {
     QString smtpServer, to, sender; // sender: address, or address TAB user ":" password
@@ -137,13 +188,13 @@ struct AddressMail::Job {
 
     // The POP3 STAT that opens the server's window for this address. Its
     // result does not matter: a refused login shows up in the SMTP step.
-    void popStat(const std::atomic<bool>& abort, qint64 deadlineMs, QElapsedTimer& clock) {
+    void popStat(Cancel& cancel, qint64 deadlineMs, QElapsedTimer& clock) {
         QByteArray url = serverUrl("pop3", popServer, 110);
         if (url.isEmpty())
             return;
         char errors[CURL_ERROR_SIZE] = {};
         Trace trace;
-        CURL* curl = openHandle(url, &abort, deadlineMs - clock.elapsed(), errors, &trace);
+        CURL* curl = openHandle(url, deadlineMs - clock.elapsed(), errors, &trace);
         if (!curl)
             return;
         QByteArray name = user.toUtf8(), secret = password.toUtf8();
@@ -151,18 +202,18 @@ struct AddressMail::Job {
         curl_easy_setopt(curl, CURLOPT_PASSWORD, secret.constData());
         curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, "STAT");
         curl_easy_setopt(curl, CURLOPT_NOBODY, 1L);
-        CURLcode code = curl_easy_perform(curl);
+        CURLcode code = cancel.perform(curl);
         if (code != CURLE_OK)
             qCDebug(lcMail).noquote() << "POP3 STAT:" << failureText(code, errors);
         curl_easy_cleanup(curl);
     }
 
     // Empty on success, otherwise the reason.
-    QString run(const std::atomic<bool>& abort) {
+    QString run(Cancel& cancel) {
         QElapsedTimer clock;
         clock.start();
         if (popFirst)
-            popStat(abort, timeoutMs, clock);
+            popStat(cancel, timeoutMs, clock);
         QByteArray url = serverUrl("smtp", smtpServer, 25);
         if (url.isEmpty())
             return QStringLiteral("SMTP server not usable: ") + smtpServer;
@@ -181,7 +232,7 @@ struct AddressMail::Job {
 
         char errors[CURL_ERROR_SIZE] = {};
         Trace trace;
-        CURL* curl = openHandle(url, &abort, timeoutMs - clock.elapsed(), errors, &trace);
+        CURL* curl = openHandle(url, timeoutMs - clock.elapsed(), errors, &trace);
         if (!curl)
             return QStringLiteral("libcurl not usable");
         QByteArray from = envelopeAddress(address), rcpt = envelopeAddress(to);
@@ -197,7 +248,7 @@ struct AddressMail::Job {
             curl_easy_setopt(curl, CURLOPT_USERNAME, name.constData());
             curl_easy_setopt(curl, CURLOPT_PASSWORD, secret.constData());
         }
-        CURLcode code = curl_easy_perform(curl);
+        CURLcode code = cancel.perform(curl);
         QString error = code == CURLE_OK ? QString() : failureText(code, errors);
         curl_slist_free_all(recipients);
         curl_easy_cleanup(curl);
@@ -206,14 +257,14 @@ struct AddressMail::Job {
 };
 
 AddressMail::AddressMail(SettingsStore& settings, QObject* parent)
-    : QObject(parent), settings_(settings), abort_(std::make_shared<std::atomic<bool>>(false)) {
+    : QObject(parent), settings_(settings), cancel_(std::make_shared<Cancel>()) {
     static std::once_flag once;
     std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
 }
 
 AddressMail::~AddressMail() {
     // A conversation still running is cut off at its next progress check.
-    abort_->store(true);
+    cancel_->cancel();
     for (auto& [id, running] : running_)
         running.thread.join();
 }
@@ -274,8 +325,8 @@ void AddressMail::Send(const QString& address, std::function<void(bool sent)> do
     quint64 id = nextId_++;
     Running& running = running_[id];
     running.done = std::move(done);
-    running.thread = std::thread([this, id, job, abort = abort_] {
-        QString error = job->run(*abort);
+    running.thread = std::thread([this, id, job, cancel = cancel_] {
+        QString error = job->run(*cancel);
         // Posted to the event loop; dropped if this object is gone by then.
         QMetaObject::invokeMethod(
             this, [this, id, error] { finish(id, error); }, Qt::QueuedConnection);

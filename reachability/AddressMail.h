@@ -5,7 +5,6 @@
 #include <QObject>
 #include <QString>
 
-#include <atomic>
 #include <functional>
 #include <map>
 #include <memory>
@@ -47,6 +46,7 @@ public:
 
 private:
     struct Job;
+    struct Cancel;
     void finish(quint64 id, const QString& error);
 
     SettingsStore& settings_;
@@ -59,5 +59,5 @@ private:
         std::function<void(bool)> done;
     };
     std::map<quint64, Running> running_;
-    std::shared_ptr<std::atomic<bool>> abort_;
+    std::shared_ptr<Cancel> cancel_;
 };
