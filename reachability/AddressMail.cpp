@@ -263,7 +263,7 @@ AddressMail::AddressMail(SettingsStore& settings, QObject* parent)
 }
 
 AddressMail::~AddressMail() {
-    // A conversation still running is cut off at its next progress check.
+    // A conversation still running is woken and cut off at once.
     cancel_->cancel();
     for (auto& [id, running] : running_)
         running.thread.join();
