@@ -48,6 +48,8 @@ Application::Application(const ProgramFolder& folder_, SettingsStore& settings_,
     dnsService = new DnsService(settings, this);
     dynDns = new DynDns(settings, clock, folder.path(u"DynDns.log"), *dnsService, this);
     addressMail = new AddressMail(settings, this);
+    addressMail->setPrompt(&prompt);
+    addressMail->setClock(&clock);
     addressWatch = new AddressWatch(*this, *dnsService, *addressMail, *dynDns, this);
     connect(&timAddrCheck, &QTimer::timeout, addressWatch, &AddressWatch::Tick);
 }

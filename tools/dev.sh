@@ -19,6 +19,7 @@ PACKAGES=(
     chromium w3m zip unzip
     xvfb xdotool imagemagick fonts-noto-cjk
     clang libclang-rt-14-dev
+    python3-aiosmtpd dovecot-pop3d
 )
 
 install_missing() {

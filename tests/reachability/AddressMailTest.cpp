@@ -1,0 +1,386 @@
+#include "reachability/AddressMail.h"
+
+#include "core/Log.h"
+#include "core/Password.h"
+#include "core/Wait.h"
+#include "support/FixedClock.h"
+#include "support/ScriptedPrompt.h"
+#include "support/TempFolder.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLoggingCategory>
+#include <QProcess>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+namespace {
+
+// An SMTP server that writes what it received, as Python's mail parser reads
+// it, one JSON line per message. With "auth" it takes only kestrava / pa:ss,
+// with "tls" it offers STARTTLS with the certificate and key given.
+const char* SmtpScript = R"(
+import base64, email, email.header, email.utils, json, sys, time
+from aiosmtpd.controller import Controller
+from aiosmtpd.smtp import AuthResult, LoginPassword
+port, out, mode = int(sys.argv[1]), sys.argv[2], sys.argv[3]
+logins = []
+def authenticator(server, session, envelope, mechanism, data):
+    ok = isinstance(data, LoginPassword) and data.login == b"kestrava" and data.password == b"pa:ss"
+    if ok:
+        logins.append(data.login.decode())
+    return AuthResult(success=ok, handled=False)
+class Handler:
+    async def handle_DATA(self, server, session, envelope):
+        msg = email.message_from_bytes(envelope.content)
+        record = {
+            "from": envelope.mail_from, "to": envelope.rcpt_tos,
+            "login": logins[-1] if logins else "",
+            "subject": str(email.header.make_header(email.header.decode_header(msg["Subject"]))),
+            "charset": msg.get_content_charset(),
+            "body": base64.b64encode(msg.get_payload(decode=True)).decode(),
+            "date": email.utils.parsedate_to_datetime(msg["Date"]).strftime("%Y-%m-%d %H:%M %z"),
+            "messageId": msg["Message-ID"] or "",
+        }
+        with open(out, "a") as f:
+            f.write(json.dumps(record) + "\n")
+        return "250 OK"
+tls = None
+if mode == "tls":
+    import ssl
+    tls = ssl.create_default_context(ssl.Purpose.CLIENT_AUTH)
+    tls.load_cert_chain(sys.argv[4], sys.argv[5])
+c = Controller(Handler(), hostname="127.0.0.1", port=port, authenticator=authenticator,
+               auth_required=(mode == "auth"), auth_require_tls=False, tls_context=tls)
+c.start()
+print("ready", flush=True)
+sys.stdin.read()
+)";
+
+quint16 freePort() {
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost);
+    return probe.serverPort();
+}
+
+class SmtpPeer {
+public:
+    SmtpPeer(const TempFolder& temp, const QString& mode, const QStringList& tlsFiles = {})
+        : script(temp.dir.filePath(QStringLiteral("smtp.py"))),
+          out(temp.dir.filePath(QStringLiteral("received.jsonl"))) {
+        QFile f(script);
+        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(SmtpScript);
+        f.close();
+        port = freePort();
+        process.start(QStringLiteral("/usr/bin/python3"),
+                      QStringList{script, QString::number(port), out, mode} + tlsFiles);
+        ready = process.waitForStarted() &&
+                WaitForSignal(&process, &QProcess::readyReadStandardOutput, 10000);
+    }
+    ~SmtpPeer() {
+        process.closeWriteChannel();
+        if (!process.waitForFinished(3000))
+            process.kill();
+    }
+    std::vector<QJsonObject> received() const {
+        std::vector<QJsonObject> all;
+        QFile f(out);
+        if (f.open(QIODevice::ReadOnly))
+            for (const QByteArray& line : f.readAll().split('\n'))
+                if (!line.isEmpty())
+                    all.push_back(QJsonDocument::fromJson(line).object());
+        return all;
+    }
+
+    QString script, out;
+    QProcess process;
+    quint16 port = 0;
+    bool ready = false;
+};
+
+// Sends and lets events run until the answer; nullopt when none came in time.
+std::optional<bool> sendAndWait(AddressMail& mail, const QString& address, int timeoutMs) {
+    std::optional<bool> result;
+    QEventLoop loop;
+    mail.Send(address, [&](bool sent) {
+        result = sent;
+        loop.quit();
+    });
+    QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
+    loop.exec();
+    return result;
+}
+
+void setMailSettings(SettingsStore& s, quint16 smtpPort, const QString& password) {
+    s.WriteIni(u"Options", u"SMTPServer", QStringLiteral("127.0.0.1:%1").arg(smtpPort));
+    s.WriteIni(u"Options", u"NotifyTo", u"owner@example.net");
+    s.WriteIni(u"Options", u"MailFrom", u"kestrava@example.org");
+    s.WriteIni(u"Options", u"MailAuth", u"1");
+    s.WriteIni(u"Options", u"UserID", u"kestrava");
+    s.WriteIni(u"Options", u"Password", ScramblePassword(u"SET", password));
+}
+
+} // namespace
+
+TEST(AddressMail, SmtpAuthDeliversTheMessageAndRefusalsAreShown) {
+    TempFolder temp;
+    SmtpPeer smtp(temp, QStringLiteral("auth"));
+    if (!smtp.ready)
+        GTEST_SKIP() << "python3-aiosmtpd is not usable";
+    ScriptedPrompt prompt;
+    FixedClock clock(QDateTime(QDate(2026, 11, 21), QTime(8, 5, 59)));
+    AddressMail mail(temp.settings);
+    mail.setPrompt(&prompt);
+    mail.setClock(&clock);
+    setMailSettings(temp.settings, smtp.port, QStringLiteral("pa:ss"));
+    temp.settings.WriteIni(u"Options", u"AuthMethod", u"SMTPAuth");
+
+    EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.7"), 10000), true);
+    auto received = smtp.received();
+    ASSERT_EQ(received.size(), 1u);
+    const QJsonObject& m = received[0];
+    EXPECT_EQ(m[u"from"].toString(), u"kestrava@example.org");
+    EXPECT_EQ(m[u"to"].toArray(), QJsonArray{QStringLiteral("owner@example.net")});
+    EXPECT_EQ(m[u"login"].toString(), u"kestrava");
+    EXPECT_EQ(m[u"subject"].toString(), QStringLiteral("Kestrava - IPアドレス通知"));
+    EXPECT_EQ(m[u"charset"].toString(), u"utf-8");
+    EXPECT_EQ(
+        QByteArray::fromBase64(m[u"body"].toString().toLatin1()),
+        QStringLiteral("\r\n通知日時:2026/11/21 08:05\r\n\r\nIPアドレスが変化しました。\r\n\r\n"
+                       "現在のIPアドレス： 203.0.113.7")
+            .toUtf8());
+    EXPECT_TRUE(m[u"date"].toString().startsWith(u"2026-11-21 08:05"));
+    EXPECT_TRUE(m[u"messageId"].toString().endsWith(u"@example.org>"));
+    EXPECT_TRUE(prompt.shown.isEmpty());
+
+    // A wrong password, and authentication asked for with no usable method or
+    // not asked for at all: the server refuses, the failure is shown, never the password.
+    struct Case {
+        const char16_t* mailAuth;
+        const char16_t* method;
+        QString password;
+    };
+    for (const Case& c : {Case{u"1", u"SMTPAuth", QStringLiteral("wrong")},
+                          Case{u"1", u"", QStringLiteral("pa:ss")},
+                          Case{u"0", u"SMTPAuth", QStringLiteral("pa:ss")}}) {
+        SCOPED_TRACE(
+            (QString::fromUtf16(c.mailAuth) + u' ' + QString::fromUtf16(c.method)).toStdString());
+        prompt.shown.clear();
+        temp.settings.WriteIni(u"Options", u"MailAuth", QStringView(c.mailAuth));
+        temp.settings.WriteIni(u"Options", u"AuthMethod", QStringView(c.method));
+        temp.settings.WriteIni(u"Options", u"Password", ScramblePassword(u"SET", c.password));
+        EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.8"), 10000), false);
+        ASSERT_EQ(prompt.shown.size(), 1);
+        EXPECT_TRUE(prompt.shown[0].startsWith(QStringLiteral("notify:") + AddressMail::ErrorText));
+        EXPECT_FALSE(prompt.shown[0].contains(c.password));
+    }
+
+    // A server that offers STARTTLS gets it, and a certificate nobody vouches
+    // for ends the conversation before the password or the mail goes out.
+    QString cert = temp.dir.filePath(QStringLiteral("cert.pem")),
+            key = temp.dir.filePath(QStringLiteral("key.pem"));
+    QProcess openssl;
+    openssl.start(QStringLiteral("openssl"),
+                  {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+                   QStringLiteral("ec"), QStringLiteral("-pkeyopt"),
+                   QStringLiteral("ec_paramgen_curve:prime256v1"), QStringLiteral("-nodes"),
+                   QStringLiteral("-days"), QStringLiteral("1"), QStringLiteral("-subj"),
+                   QStringLiteral("/CN=127.0.0.1"), QStringLiteral("-keyout"), key,
+                   QStringLiteral("-out"), cert});
+    ASSERT_TRUE(openssl.waitForFinished(10000) && openssl.exitCode() == 0);
+    SmtpPeer tls(temp, QStringLiteral("tls"), {cert, key});
+    ASSERT_TRUE(tls.ready);
+    prompt.shown.clear();
+    temp.settings.WriteIni(u"Options", u"SMTPServer", QStringLiteral("127.0.0.1:%1").arg(tls.port));
+    temp.settings.WriteIni(u"Options", u"MailAuth", u"1");
+    temp.settings.WriteIni(u"Options", u"AuthMethod", u"SMTPAuth");
+    EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.8"), 10000), false);
+    ASSERT_EQ(prompt.shown.size(), 1);
+    EXPECT_TRUE(prompt.shown[0].contains(u"certificate")) << prompt.shown[0].toStdString();
+    EXPECT_EQ(smtp.received().size(), 1u); // both servers write here
+}
+
+TEST(AddressMail, PopBeforeSmtpLogsInFirstWhateverTheAnswer) {
+    const QString dovecot = QStringLiteral("/usr/sbin/dovecot");
+    if (!QFile::exists(dovecot))
+        GTEST_SKIP() << "dovecot-pop3d is not installed";
+    TempFolder temp;
+    SmtpPeer smtp(temp, QStringLiteral("open"));
+    if (!smtp.ready)
+        GTEST_SKIP() << "python3-aiosmtpd is not usable";
+
+    // Dovecot's own processes drop to its service users when started as root.
+    QString base = temp.dir.filePath(QStringLiteral("pop"));
+    QDir().mkpath(base + QStringLiteral("/home"));
+    QFile::setPermissions(temp.dir.path(),
+                          QFile::permissions(temp.dir.path()) | QFile::ExeOther | QFile::ReadOther);
+    QFile::setPermissions(base + QStringLiteral("/home"), QFile::Permissions(0x7777));
+    bool root = getuid() == 0;
+    QString user = root ? QString() : QString::fromLocal8Bit(qgetenv("USER"));
+    quint16 popPort = freePort();
+    QString conf =
+        QStringLiteral(R"(base_dir = %1/run
+state_dir = %1/state
+log_path = %1/dovecot.log
+protocols = pop3
+listen = 127.0.0.1
+ssl = no
+disable_plaintext_auth = no
+auth_mechanisms = plain login
+auth_failure_delay = 0
+default_internal_user = %2
+default_internal_group = %3
+default_login_user = %4
+mail_location = maildir:%1/home/%u/Maildir
+passdb {
+  driver = passwd-file
+  args = scheme=PLAIN username_format=%u %1/passwd
+}
+userdb {
+  driver = static
+  args = uid=%5 gid=%6 home=%1/home/%u
+}
+service pop3-login {
+  inet_listener pop3 {
+    port = %7
+  }
+}
+service anvil {
+  unix_listener anvil-auth-penalty {
+    mode = 0
+  }
+}
+)")
+            .arg(base, root ? QStringLiteral("dovecot") : user,
+                 root ? QStringLiteral("dovecot") : user, root ? QStringLiteral("dovenull") : user)
+            .arg(root ? 65534 : getuid())
+            .arg(root ? 65534 : getgid())
+            .arg(popPort);
+    for (auto [name, bytes] : {std::pair{u"/passwd", QByteArray("kestrava:{PLAIN}secret::::::\n")},
+                               std::pair{u"/dovecot.conf", conf.toUtf8()}}) {
+        QFile f(base + QString::fromUtf16(name));
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(bytes);
+    }
+    QProcess pop;
+    pop.start(dovecot,
+              {QStringLiteral("-F"), QStringLiteral("-c"), base + QStringLiteral("/dovecot.conf")});
+    ASSERT_TRUE(pop.waitForStarted());
+    QTcpSocket probe;
+    for (int i = 0; i < 50 && probe.state() != QAbstractSocket::ConnectedState; ++i) {
+        probe.connectToHost(QHostAddress::LocalHost, popPort);
+        if (!probe.waitForConnected(100))
+            WaitMs(50);
+    }
+    ASSERT_EQ(probe.state(), QAbstractSocket::ConnectedState) << "dovecot did not start";
+    probe.abort();
+
+    AddressMail mail(temp.settings);
+    setMailSettings(temp.settings, smtp.port, QStringLiteral("secret"));
+    temp.settings.WriteIni(u"Options", u"AuthMethod", u"POPBeforeSMTP");
+    temp.settings.WriteIni(u"Options", u"POPServer", QStringLiteral("127.0.0.1:%1").arg(popPort));
+
+    // The log line is written by dovecot's log process, a moment after the reply.
+    auto logHas = [&](const char* text) {
+        for (int i = 0; i < 40; ++i) {
+            QFile log(base + QStringLiteral("/dovecot.log"));
+            if (log.open(QIODevice::ReadOnly) && log.readAll().contains(text))
+                return true;
+            WaitMs(50);
+        }
+        return false;
+    };
+    // --verbose shows the exchange, with what carries the password masked.
+    static QStringList trace;
+    qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext&, const QString& text) { trace << text; });
+    QLoggingCategory::setFilterRules(QStringLiteral("kestrava.mail.debug=true"));
+    EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.9"), 10000), true);
+    EXPECT_TRUE(logHas("Login: user=<kestrava>"));
+    EXPECT_TRUE(trace.contains(QStringLiteral("> STAT")));
+
+    // A refused POP3 login is not the mail's failure.
+    temp.settings.WriteIni(u"Options", u"Password", ScramblePassword(u"SET", u"wrong"));
+    QElapsedTimer took;
+    took.start();
+    EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.10"), 10000), true);
+    EXPECT_LT(took.elapsed(), 3000);
+    EXPECT_TRUE(logHas("auth failed"));
+    InstallLogHandler(false);
+    EXPECT_TRUE(trace.contains(QStringLiteral("> ****")));
+    for (const QByteArray& login :
+         {QByteArray("\0kestrava\0secret", 16), QByteArray("\0kestrava\0wrong", 15)})
+        for (const QString& line : trace)
+            EXPECT_FALSE(line.contains(QString::fromLatin1(login.toBase64())))
+                << line.toStdString();
+    EXPECT_EQ(smtp.received().size(), 2u);
+    pop.terminate();
+    pop.waitForFinished(3000);
+}
+
+TEST(AddressMail, UnusableServersFailWhileEventsRun) {
+    TempFolder temp;
+    QTcpServer silent; // accepts and never says a word
+    ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
+    std::vector<QTcpSocket*> held;
+    QObject::connect(&silent, &QTcpServer::newConnection, [&] {
+        while (QTcpSocket* s = silent.nextPendingConnection())
+            held.push_back(s);
+    });
+    setMailSettings(temp.settings, silent.serverPort(), QStringLiteral("pa:ss"));
+    temp.settings.WriteIni(u"Options", u"AuthMethod", u"SMTPAuth");
+
+    ScriptedPrompt prompt;
+    int ticks = 0;
+    QTimer ticker;
+    QObject::connect(&ticker, &QTimer::timeout, [&] { ++ticks; });
+    ticker.start(20);
+    QElapsedTimer took;
+    took.start();
+    {
+        AddressMail mail(temp.settings);
+        mail.setPrompt(&prompt);
+        mail.setTimeoutMs(1000);
+        EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.11"), 5000), false);
+        EXPECT_GE(took.elapsed(), 900);
+        EXPECT_LT(took.elapsed(), 3000);
+        EXPECT_GE(ticks, 30);
+        ASSERT_EQ(prompt.shown.size(), 1);
+        EXPECT_TRUE(prompt.shown[0].startsWith(QStringLiteral("notify:") + AddressMail::ErrorText));
+
+        // A server that hangs up, and server texts that name no port, fail at once.
+        QTcpServer rude;
+        ASSERT_TRUE(rude.listen(QHostAddress::LocalHost));
+        QObject::connect(&rude, &QTcpServer::newConnection, [&] {
+            while (QTcpSocket* s = rude.nextPendingConnection())
+                s->close();
+        });
+        for (const QString& server :
+             {QStringLiteral("127.0.0.1:%1").arg(rude.serverPort()),
+              QStringLiteral("127.0.0.1:abc"), QStringLiteral("127.0.0.1:99999")}) {
+            temp.settings.WriteIni(u"Options", u"SMTPServer", server);
+            EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.12"), 900), false)
+                << server.toStdString();
+        }
+        EXPECT_EQ(prompt.shown.size(), 4);
+
+        // Closing the program in the middle of a conversation does not wait for its time-out.
+        temp.settings.WriteIni(u"Options", u"SMTPServer",
+                               QStringLiteral("127.0.0.1:%1").arg(silent.serverPort()));
+        mail.setTimeoutMs(AddressMail::DefaultTimeoutMs);
+        mail.Send(QStringLiteral("203.0.113.12"), [](bool) { ADD_FAILURE() << "answered"; });
+        WaitMs(200);
+        took.restart();
+    }
+    EXPECT_LT(took.elapsed(), 500);
+    EXPECT_EQ(prompt.shown.size(), 4);
+}
