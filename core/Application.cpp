@@ -5,6 +5,7 @@
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
+#include "reachability/PortMapping.h"
 #include "remotes/Registry.h"
 #include "webserver/WebServer.h"
 
@@ -41,6 +42,7 @@ Application::Application(const ProgramFolder& folder_, SettingsStore& settings_,
     setUp(timObjMove, 5000, true);
     setUp(timComboVisible, 10000, true);
     setUp(timHideRetry, 5000, false);
+    portMapping = new PortMapping(settings, clock, timUPnPDelay, timUPnPReWrite, this);
 }
 
 void Application::Start() {
@@ -103,6 +105,7 @@ void Application::Close() {
     for (QTimer* t : {&timAddrCheckL, &timAddrCheck, &timUPnPDelay, &timUPnPReWrite, &timHibern,
                       &timObjMove, &timComboVisible, &timHideRetry})
         t->stop();
+    portMapping->RemoveAtExit();
     scheduler.Stop();
     emit unloadRemoteWindows();
     state.AppClosing = true;

@@ -9,6 +9,7 @@
 #include <functional>
 
 class Clock;
+class PortMapping;
 class ProgramFolder;
 class SettingsStore;
 class UserPrompt;
@@ -71,6 +72,8 @@ public:
     QTimer timObjMove;      // 5 s, one shot: ends the redirect window
     QTimer timComboVisible; // 10 s, one shot: hides the device list
     QTimer timHideRetry;    // 5 s while in the tray; does nothing
+    // Forwards the web port at the router; drives timUPnPDelay and timUPnPReWrite.
+    PortMapping* portMapping = nullptr;
 
     static const QString FirstRunText;
 

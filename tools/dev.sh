@@ -19,6 +19,7 @@ PACKAGES=(
     chromium w3m zip unzip
     xvfb xdotool imagemagick fonts-noto-cjk
     clang libclang-rt-14-dev
+    miniupnpd miniupnpd-nftables nftables iproute2
 )
 
 install_missing() {
