@@ -2,6 +2,7 @@
 
 #include "core/Wait.h"
 #include "support/FixedClock.h"
+#include "support/ProgramProcess.h"
 #include "support/TempFolder.h"
 
 #include <QFile>
@@ -115,9 +116,11 @@ NFT
     // The text a WAN host reads from 11.0.0.2:port, or "" when nothing answers.
     QByteArray readFromWan(int port) {
         QProcess client;
-        client.start(u"ip"_s,
-                     {u"netns"_s, u"exec"_s, name + u"wan"_s, u"bash"_s, u"-c"_s,
-                      u"exec 3<>/dev/tcp/11.0.0.2/%1 && timeout 3 head -c 5 <&3"_s.arg(port)});
+        client.start(
+            u"ip"_s,
+            {u"netns"_s, u"exec"_s, name + u"wan"_s, u"bash"_s, u"-c"_s,
+             u"exec 3<>/dev/tcp/11.0.0.2/%1 && printf 'GET / HTTP/1.0\\r\\n\\r\\n' >&3 && timeout 3 head -c 5 <&3"_s
+                 .arg(port)});
         WaitForSignal(&client, &QProcess::finished, 8000);
         return client.readAllStandardOutput();
     }
@@ -172,8 +175,10 @@ TEST(PortMapping, MapsTheWebPortThroughTheRouterAndKeepsItThere) {
     ASSERT_TRUE(web.listen(QHostAddress::AnyIPv4, 18080));
     QObject::connect(&web, &QTcpServer::newConnection, [&] {
         QTcpSocket* s = web.nextPendingConnection();
-        s->write("hello");
-        s->disconnectFromHost();
+        QObject::connect(s, &QTcpSocket::readyRead, s, [s] {
+            s->write("hello");
+            s->disconnectFromHost();
+        });
     });
 
     m.delay.start();
@@ -263,4 +268,20 @@ TEST(PortMapping, FailuresLeaveTheMappingUndoneAndTheLoopRunning) {
     QTimer::singleShot(50, [&] { ticked = !answered; });
     EXPECT_TRUE(WaitUntil([&] { return answered; }, 15000));
     EXPECT_TRUE(ticked);
+}
+
+TEST(PortMapping, TheProgramMapsItsPortAfterTenSecondsAndRemovesItAtTheEnd) {
+    Router router(true);
+    if (!router.problem.isEmpty())
+        GTEST_SKIP() << router.problem.toStdString();
+    Mapper m(u"18081"_s);
+    m.t.settings.WriteIni(u"Options", u"Internet", u"1");
+    Program p({u"--headless"_s, u"--home"_s, m.t.root()});
+    ASSERT_EQ(p.webPort(), 18081) << p.log().toStdString();
+    auto list = [&] { return Ask([&](auto d) { m.mapping.UPnPListMappings(d); }); };
+    EXPECT_EQ(list(), u""_s);
+    ASSERT_TRUE(WaitUntil([&] { return list().contains(u"ExternalPort:18081"_s); }, 15000));
+    EXPECT_EQ(router.readFromWan(18081), "HTTP/");
+    ASSERT_TRUE(p.stop());
+    EXPECT_EQ(list(), u""_s);
 }
