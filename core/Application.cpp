@@ -105,10 +105,10 @@ void Application::Close() {
     for (QTimer* t : {&timAddrCheckL, &timAddrCheck, &timUPnPDelay, &timUPnPReWrite, &timHibern,
                       &timObjMove, &timComboVisible, &timHideRetry})
         t->stop();
-    portMapping->RemoveAtExit();
     scheduler.Stop();
     emit unloadRemoteWindows();
     state.AppClosing = true;
     emit unloadWindows();
+    portMapping->RemoveAtExit();
     emit closed();
 }
