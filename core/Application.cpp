@@ -8,6 +8,7 @@
 #include "reachability/AddressMail.h"
 #include "reachability/AddressWatch.h"
 #include "reachability/DynDns.h"
+#include "reachability/PortMapping.h"
 #include "remotes/Registry.h"
 #include "webserver/WebServer.h"
 
@@ -52,6 +53,7 @@ Application::Application(const ProgramFolder& folder_, SettingsStore& settings_,
     addressMail->setClock(&clock);
     addressWatch = new AddressWatch(*this, *dnsService, *addressMail, *dynDns, this);
     connect(&timAddrCheck, &QTimer::timeout, addressWatch, &AddressWatch::Tick);
+    portMapping = new PortMapping(settings, clock, timUPnPDelay, timUPnPReWrite, this);
 }
 
 void Application::Start() {
@@ -118,5 +120,6 @@ void Application::Close() {
     emit unloadRemoteWindows();
     state.AppClosing = true;
     emit unloadWindows();
+    portMapping->RemoveAtExit();
     emit closed();
 }

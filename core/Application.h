@@ -13,6 +13,7 @@ class AddressWatch;
 class Clock;
 class DnsService;
 class DynDns;
+class PortMapping;
 class ProgramFolder;
 class SettingsStore;
 class UserPrompt;
@@ -75,6 +76,8 @@ public:
     QTimer timObjMove;      // 5 s, one shot: ends the redirect window
     QTimer timComboVisible; // 10 s, one shot: hides the device list
     QTimer timHideRetry;    // 5 s while in the tray; does nothing
+    // Forwards the web port at the router; drives timUPnPDelay and timUPnPReWrite.
+    PortMapping* portMapping = nullptr;
 
     // The global address watch (timAddrCheck) and the services it asks.
     DnsService* dnsService = nullptr;

@@ -23,7 +23,8 @@ bool IsPrivateAddress(const QHostAddress& address) {
            || (a[0] == 0xFE && (a[1] & 0xC0) == 0x80); // fe80::/10
 }
 
-QHostAddress LocalAddress() {
+namespace {
+QHostAddress firstPrivateIPv4() {
     for (const QNetworkInterface& iface : QNetworkInterface::allInterfaces()) {
         const auto flags = iface.flags();
         if (!(flags & QNetworkInterface::IsUp) || (flags & QNetworkInterface::IsLoopBack))
@@ -34,7 +35,18 @@ QHostAddress LocalAddress() {
                 return a;
         }
     }
-    return QHostAddress(QHostAddress::LocalHost);
+    return {};
+}
+} // namespace
+
+QHostAddress LocalAddress() {
+    const QHostAddress a = firstPrivateIPv4();
+    return a.isNull() ? QHostAddress(QHostAddress::LocalHost) : a;
+}
+
+QString GetPrivateIP() {
+    const QHostAddress a = firstPrivateIPv4();
+    return a.isNull() ? QStringLiteral("Failed") : a.toString();
 }
 
 QString LocalUrl(quint16 port) {

@@ -13,5 +13,9 @@ bool IsPrivateAddress(const QHostAddress& address);
 // of an interface that is up, other than loopback; else 127.0.0.1.
 QHostAddress LocalAddress();
 
+// The same address as the text the port mapping names as its client, or
+// "Failed" when this machine has no private address besides loopback.
+QString GetPrivateIP();
+
 // "http://<local address>" with ":<port>" unless the port is 80.
 QString LocalUrl(quint16 port);

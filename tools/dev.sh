@@ -20,6 +20,7 @@ PACKAGES=(
     xvfb xdotool imagemagick fonts-noto-cjk
     clang libclang-rt-14-dev
     python3-aiosmtpd dovecot-pop3d
+    miniupnpd miniupnpd-nftables nftables iproute2
 )
 
 install_missing() {

@@ -18,6 +18,10 @@ using namespace Qt::StringLiterals;
 namespace {
 const QByteArray Address = "203.0.113.7";
 
+// The router's description address: nothing listens there, so no discovery
+// goes out onto the machine's network.
+const QString NoRouter = QStringLiteral("http://127.0.0.1:1/rootDesc.xml");
+
 // An application whose lookup and dyndns2 service are local stand-ins and
 // whose mail cannot be delivered (nothing listens on port 1).
 struct Watched {
@@ -29,6 +33,7 @@ struct Watched {
         s.WriteIni(u"Options", u"SMTPServer", u"127.0.0.1:1");
         s.WriteIni(u"Options", u"POPServer", u"127.0.0.1:1");
         s.WriteIni(u"Options", u"Internet", u"1");
+        s.WriteIni(u"Options", u"UPnPDescURL", NoRouter);
         s.WriteIni(u"Options", u"NotifyMail", u"1");
         s.WriteIni(u"Options", u"DNS_Update", u"1");
         s.WriteIni(u"Options", u"DNS_User", u"me");
@@ -184,6 +189,7 @@ TEST(AddressWatch, ProgramUpdatesTheHostNameAtItsFirstCheck) {
     probe.close();
     SettingsStore s(home.path() + u"/setting.ini"_s);
     for (const auto& [key, value] : {std::pair{u"Internet"_s, u"1"_s},
+                                     {u"UPnPDescURL"_s, NoRouter},
                                      {u"IPCheckURL"_s, lookup.url()},
                                      {u"DNS_Server"_s, dyndns.url()},
                                      {u"DNS_Update"_s, u"1"_s},

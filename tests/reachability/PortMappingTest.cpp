@@ -1,0 +1,276 @@
+#include "reachability/PortMapping.h"
+
+#include "core/Wait.h"
+#include "support/FixedClock.h"
+#include "support/ProgramProcess.h"
+#include "support/TempFolder.h"
+
+#include <QFile>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTimer>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sched.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// A home router in network namespaces: "gw" runs miniupnpd between "lan"
+// (192.168.77.2, where this test's thread goes) and "wan" (11.0.0.1; the
+// router's outside address 11.0.0.2 must not be a private one).
+class Router {
+public:
+    explicit Router(bool withChains) : name(u"kvt"_s + QString::number(getpid())) {
+        QString script = uR"(set -e
+S=%1
+for n in gw lan wan; do ip netns add $S$n; ip -n $S$n link set lo up; done
+ip link add lan0 netns ${S}gw type veth peer name eth0 netns ${S}lan
+ip link add wan0 netns ${S}gw type veth peer name eth0 netns ${S}wan
+up() { ip -n $S$1 addr add $3 dev $2; ip -n $S$1 link set $2 up; }
+up gw lan0 192.168.77.1/24; up gw wan0 11.0.0.2/24; up lan eth0 192.168.77.2/24; up wan eth0 11.0.0.1/24
+ip -n ${S}lan route add default via 192.168.77.1
+ip netns exec ${S}gw sysctl -qw net.ipv4.ip_forward=1
+)"_s.arg(name);
+        if (withChains)
+            script += uR"(ip netns exec ${S}gw nft -f - <<NFT
+table inet filter {
+  chain forward { type filter hook forward priority 0; policy accept; jump miniupnpd; }
+  chain miniupnpd { }
+  chain prerouting { type nat hook prerouting priority -100; policy accept; jump prerouting_miniupnpd; }
+  chain postrouting { type nat hook postrouting priority 100; policy accept; jump postrouting_miniupnpd; }
+  chain prerouting_miniupnpd { }
+  chain postrouting_miniupnpd { }
+}
+NFT
+)"_s;
+        if (QStandardPaths::findExecutable(u"miniupnpd"_s, {u"/usr/sbin"_s}).isEmpty()) {
+            problem = u"miniupnpd is not installed"_s;
+            return;
+        }
+        QProcess setup;
+        setup.start(u"bash"_s, {u"-c"_s, script});
+        setup.waitForFinished(20000);
+        made = true;
+        if (setup.exitCode() != 0) {
+            problem = u"network namespaces cannot be made here: "_s +
+                      QString::fromLocal8Bit(setup.readAllStandardError()).trimmed();
+            return;
+        }
+        QFile conf(dir.filePath(u"miniupnpd.conf"_s));
+        conf.open(QIODevice::WriteOnly);
+        conf.write("ext_ifname=wan0\nlistening_ip=lan0\nport=5000\nenable_natpmp=no\n"
+                   "secure_mode=yes\n"
+                   "uuid=3d3cec3a-8cf0-11e0-98ee-001a6bd2d07b\n"
+                   "allow 1024-65535 192.168.77.0/24 1024-65535\ndeny 0-65535 0.0.0.0/0 0-65535\n");
+        conf.close();
+        daemon.setProcessChannelMode(QProcess::MergedChannels);
+        daemon.start(u"ip"_s, {u"netns"_s, u"exec"_s, name + u"gw"_s, u"/usr/sbin/miniupnpd"_s,
+                               u"-d"_s, u"-f"_s, conf.fileName(), u"-P"_s, dir.filePath(u"pid"_s)});
+        QByteArray said;
+        QObject::connect(&daemon, &QProcess::readyRead, [&] { said += daemon.readAll(); });
+        for (int i = 0; i < 50 && !said.contains("HTTP listening"); ++i)
+            WaitForSignal(&daemon, &QProcess::readyRead, 100);
+        QObject::disconnect(&daemon, &QProcess::readyRead, nullptr, nullptr);
+        if (!said.contains("HTTP listening")) {
+            problem = u"miniupnpd did not start: "_s + QString::fromLocal8Bit(said);
+            return;
+        }
+        // From here on this thread, and every thread it starts, is on the LAN.
+        home = open("/proc/self/ns/net", O_RDONLY);
+        const int lan = open(("/run/netns/" + name.toUtf8() + "lan").constData(), O_RDONLY);
+        if (home < 0 || lan < 0 || setns(lan, CLONE_NEWNET) != 0)
+            problem = u"cannot enter the LAN namespace"_s;
+        if (lan >= 0)
+            close(lan);
+    }
+
+    ~Router() {
+        if (home >= 0) {
+            setns(home, CLONE_NEWNET);
+            close(home);
+        }
+        daemon.kill();
+        daemon.waitForFinished(3000);
+        if (made)
+            QProcess::execute(
+                u"bash"_s,
+                {u"-c"_s,
+                 u"for n in gw lan wan; do ip netns del %1$n; done 2>/dev/null"_s.arg(name)});
+    }
+
+    // The text a WAN host reads from 11.0.0.2:port, or "" when nothing answers.
+    QByteArray readFromWan(int port) {
+        QProcess client;
+        client.start(
+            u"ip"_s,
+            {u"netns"_s, u"exec"_s, name + u"wan"_s, u"bash"_s, u"-c"_s,
+             u"exec 3<>/dev/tcp/11.0.0.2/%1 && printf 'GET / HTTP/1.0\\r\\n\\r\\n' >&3 && timeout 3 head -c 5 <&3"_s
+                 .arg(port)});
+        WaitForSignal(&client, &QProcess::finished, 8000);
+        return client.readAllStandardOutput();
+    }
+
+    const QString name;
+    QString problem;
+    QTemporaryDir dir;
+    QProcess daemon;
+    int home = -1;
+    bool made = false;
+};
+
+// Lets events run until ready() holds or ms pass.
+template <typename F> bool WaitUntil(F ready, int ms) {
+    for (int i = 0; i < ms / 20 && !ready(); ++i)
+        WaitMs(20);
+    return ready();
+}
+
+QString Ask(std::function<void(PortMapping::Done)> call) {
+    QString answer;
+    bool answered = false;
+    call([&](const QString& r) {
+        answer = r;
+        answered = true;
+    });
+    WaitUntil([&] { return answered; }, 15000);
+    return answered ? answer : u"(no answer)"_s;
+}
+
+struct Mapper {
+    explicit Mapper(const QString& port) {
+        t.settings.WriteIni(u"Options", u"UPnPDescURL", u"http://192.168.77.1:5000/rootDesc.xml");
+        t.settings.WriteIni(u"WebServer", u"Port", port);
+        delay.setInterval(20);
+        reWrite.setInterval(20);
+    }
+    TempFolder t;
+    FixedClock clock{QDateTime(QDate(2026, 11, 23), QTime(10, 0, 30))};
+    QTimer delay, reWrite;
+    PortMapping mapping{t.settings, clock, delay, reWrite};
+};
+
+} // namespace
+
+TEST(PortMapping, MapsTheWebPortThroughTheRouterAndKeepsItThere) {
+    Router router(true);
+    if (!router.problem.isEmpty())
+        GTEST_SKIP() << router.problem.toStdString();
+    Mapper m(u"18080"_s);
+    QTcpServer web;
+    ASSERT_TRUE(web.listen(QHostAddress::AnyIPv4, 18080));
+    QObject::connect(&web, &QTcpServer::newConnection, [&] {
+        QTcpSocket* s = web.nextPendingConnection();
+        QObject::connect(s, &QTcpSocket::readyRead, s, [s] {
+            s->write("hello");
+            s->disconnectFromHost();
+        });
+    });
+
+    m.delay.start();
+    ASSERT_TRUE(WaitUntil([&] { return m.mapping.MappingDone; }, 10000));
+    EXPECT_FALSE(m.delay.isActive());
+    EXPECT_TRUE(m.reWrite.isActive());
+    EXPECT_EQ(m.mapping.MappingTime, m.clock.at);
+    const QString line = u"Description:Kestrava ExternalPort:18080 Protocol:TCP "
+                         u"InternalPort:18080 InternalClient:192.168.77.2\r\n"_s;
+    EXPECT_EQ(Ask([&](auto d) { m.mapping.ListMapping(d); }), line);
+    EXPECT_EQ(router.readFromWan(18080), "hello");
+
+    // A router that forgot the mapping gets it back once six minute
+    // boundaries have passed, even from an empty list.
+    EXPECT_EQ(Ask([&](auto d) { m.mapping.UPnPRemoveMapping(u"18080"_s, u"TCP"_s, d); }),
+              u"Success"_s);
+    EXPECT_EQ(Ask([&](auto d) { m.mapping.ListMapping(d); }), u""_s);
+    m.clock.at = m.clock.at.addSecs(5 * 60 - 1); // 10:05:29, five boundaries
+    WaitMs(200);
+    EXPECT_EQ(Ask([&](auto d) { m.mapping.ListMapping(d); }), u""_s);
+    m.clock.at = m.clock.at.addSecs(31); // 10:06:00
+    ASSERT_TRUE(WaitUntil([&] { return m.mapping.MappingTime == m.clock.at; }, 10000));
+    EXPECT_EQ(Ask([&](auto d) { m.mapping.ListMapping(d); }), line);
+
+    // Another mapping naming "VNC" holds the rewrite off.
+    EXPECT_EQ(Ask([&](auto d) {
+                  m.mapping.UPnPAddMapping(u"15900"_s, u"192.168.77.2"_s, u"TCP"_s, u"VNC"_s, d);
+              }),
+              u"Success"_s);
+    Ask([&](auto d) { m.mapping.UPnPRemoveMapping(u"18080"_s, u"TCP"_s, d); });
+    m.clock.at = m.clock.at.addSecs(6 * 60);
+    ASSERT_TRUE(WaitUntil([&] { return m.mapping.MappingTime == m.clock.at; }, 10000));
+    EXPECT_FALSE(Ask([&](auto d) { m.mapping.ListMapping(d); }).contains(u"Kestrava"_s));
+
+    EXPECT_EQ(Ask([&](auto d) { m.mapping.DeleteMappingPort(u"18080"_s, u"TCP"_s, d); }),
+              u"Success"_s);
+    EXPECT_FALSE(m.mapping.MappingDone);
+    EXPECT_FALSE(m.delay.isActive() || m.reWrite.isActive());
+    EXPECT_EQ(Ask([&](auto d) { m.mapping.ListMapping(d); }),
+              u"Description:VNC ExternalPort:15900 Protocol:TCP InternalPort:15900 "
+              u"InternalClient:192.168.77.2\r\n"_s);
+}
+
+TEST(PortMapping, FailuresLeaveTheMappingUndoneAndTheLoopRunning) {
+    Router router(false); // no nft chains: the router answers error 501
+    if (!router.problem.isEmpty())
+        GTEST_SKIP() << router.problem.toStdString();
+    Mapper m(u"18080"_s);
+    int ticks = 0;
+    bool offDuringAttempt = false;
+    QObject::connect(&m.delay, &QTimer::timeout, [&] {
+        ++ticks;
+        offDuringAttempt = !m.delay.isActive();
+        m.delay.setInterval(60000);
+    });
+    m.delay.start();
+    ASSERT_TRUE(WaitUntil([&] { return ticks == 1 && m.delay.isActive(); }, 10000));
+    EXPECT_TRUE(offDuringAttempt);
+    EXPECT_FALSE(m.mapping.MappingDone);
+    EXPECT_FALSE(m.reWrite.isActive());
+
+    for (const QString& port : {u"abc"_s, u"99999"_s})
+        EXPECT_EQ(Ask([&](auto d) {
+                      m.mapping.UPnPAddMapping(port, u"192.168.77.2"_s, u"TCP"_s, u"K"_s, d);
+                  }),
+                  u"Failed"_s);
+
+    // A removal that fails still forgets the mapping and stops both timers.
+    m.mapping.MappingDone = true;
+    m.reWrite.start();
+    EXPECT_EQ(Ask([&](auto d) { m.mapping.DeleteMappingPort(u"abc"_s, u"TCP"_s, d); }),
+              u"Failed"_s);
+    EXPECT_FALSE(m.mapping.MappingDone || m.delay.isActive() || m.reWrite.isActive());
+
+    // A router that accepts and never answers: the loop keeps running meanwhile.
+    QTcpServer silent;
+    ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
+    m.t.settings.WriteIni(u"Options", u"UPnPDescURL",
+                          u"http://127.0.0.1:%1/rootDesc.xml"_s.arg(silent.serverPort()));
+    bool answered = false, ticked = false;
+    m.mapping.UPnPListMappings([&](const QString& r) {
+        answered = true;
+        EXPECT_EQ(r, u"Failed"_s);
+    });
+    QTimer::singleShot(50, [&] { ticked = !answered; });
+    EXPECT_TRUE(WaitUntil([&] { return answered; }, 15000));
+    EXPECT_TRUE(ticked);
+}
+
+TEST(PortMapping, TheProgramMapsItsPortAfterTenSecondsAndRemovesItAtTheEnd) {
+    Router router(true);
+    if (!router.problem.isEmpty())
+        GTEST_SKIP() << router.problem.toStdString();
+    Mapper m(u"18081"_s);
+    m.t.settings.WriteIni(u"Options", u"Internet", u"1");
+    Program p({u"--headless"_s, u"--home"_s, m.t.root()});
+    ASSERT_EQ(p.webPort(), 18081) << p.log().toStdString();
+    auto list = [&] { return Ask([&](auto d) { m.mapping.UPnPListMappings(d); }); };
+    EXPECT_EQ(list(), u""_s);
+    ASSERT_TRUE(WaitUntil([&] { return list().contains(u"ExternalPort:18081"_s); }, 15000));
+    EXPECT_EQ(router.readFromWan(18081), "HTTP/");
+    ASSERT_TRUE(p.stop());
+    EXPECT_EQ(list(), u""_s);
+}
