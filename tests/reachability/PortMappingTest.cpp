@@ -1,11 +1,16 @@
 #include "reachability/PortMapping.h"
 
+#include "core/Password.h"
 #include "core/Wait.h"
 #include "support/FixedClock.h"
+#include "support/HttpStandIn.h"
 #include "support/ProgramProcess.h"
+#include "support/SmtpPeer.h"
 #include "support/TempFolder.h"
 
+#include <QElapsedTimer>
 #include <QFile>
+#include <QJsonArray>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTcpServer>
@@ -259,18 +264,62 @@ TEST(PortMapping, FailuresLeaveTheMappingUndoneAndTheLoopRunning) {
     EXPECT_TRUE(ticked);
 }
 
-TEST(PortMapping, TheProgramMapsItsPortAfterTenSecondsAndRemovesItAtTheEnd) {
+// The road test: the program on the LAN, with the address lookup, dyndns2
+// and mail peers beside it, does all four within 15 s of its start.
+TEST(PortMapping, TheProgramMapsMailsAndUpdatesAfterTenSecondsAndRemovesTheMappingAtTheEnd) {
     Router router(true);
     if (!router.problem.isEmpty())
         GTEST_SKIP() << router.problem.toStdString();
     Mapper m(u"18081"_s);
-    m.t.settings.WriteIni(u"Options", u"Internet", u"1");
+    // Made after the router, so they listen on the LAN side's own 127.0.0.1.
+    HttpStandIn lookup, dyndns;
+    lookup.answer = HttpStandIn::Response("200 OK", "Current IP Address: 11.0.0.2");
+    dyndns.answer = HttpStandIn::Response("200 OK", "good 11.0.0.2");
+    SmtpPeer smtp(m.t, u"open"_s);
+    if (!smtp.ready)
+        GTEST_SKIP() << "python3-aiosmtpd is not usable";
+    for (const auto& [key, value] : {std::pair{u"Internet"_s, u"1"_s},
+                                     {u"IPCheckURL"_s, lookup.url()},
+                                     {u"DNS_Server"_s, dyndns.url()},
+                                     {u"DNS_Update"_s, u"1"_s},
+                                     {u"DNS_User"_s, u"me"_s},
+                                     {u"DNS_Pass"_s, ScramblePassword(u"SET", u"Pa55word")},
+                                     {u"DNS_Host"_s, u"home.example.org"_s},
+                                     {u"NotifyMail"_s, u"1"_s},
+                                     {u"SMTPServer"_s, u"127.0.0.1:%1"_s.arg(smtp.port)},
+                                     {u"POPServer"_s, u"127.0.0.1:1"_s},
+                                     {u"MailAuth"_s, u"0"_s},
+                                     {u"NotifyTo"_s, u"owner@example.net"_s},
+                                     {u"MailFrom"_s, u"kestrava@example.org"_s}})
+        m.t.settings.WriteIni(u"Options", key, value);
+    QElapsedTimer sinceStart;
+    sinceStart.start();
     Program p({u"--headless"_s, u"--home"_s, m.t.root()});
     ASSERT_EQ(p.webPort(), 18081) << p.log().toStdString();
     auto list = [&] { return Ask([&](auto d) { m.mapping.UPnPListMappings(d); }); };
     EXPECT_EQ(list(), u""_s);
-    ASSERT_TRUE(WaitUntil([&] { return list().contains(u"ExternalPort:18081"_s); }, 15000));
+    auto dnsLog = [&] { return m.t.readFile(u"DynDns.log"); };
+    bool mapped = false;
+    EXPECT_TRUE(WaitUntil(
+        [&] {
+            mapped = mapped || list().contains(u"ExternalPort:18081"_s);
+            return mapped && !smtp.received().empty() && !dnsLog().isEmpty();
+        },
+        15000 - int(sinceStart.elapsed())))
+        << p.log().toStdString();
+    EXPECT_TRUE(mapped);
     EXPECT_EQ(router.readFromWan(18081), "HTTP/");
+    const auto mails = smtp.received();
+    ASSERT_EQ(mails.size(), 1u);
+    EXPECT_EQ(mails[0][u"from"].toString(), u"kestrava@example.org");
+    EXPECT_EQ(mails[0][u"to"].toArray(), QJsonArray{u"owner@example.net"_s});
+    EXPECT_EQ(mails[0][u"subject"].toString(), u"Kestrava - IPアドレス通知");
+    ASSERT_EQ(dyndns.requests.size(), 1);
+    EXPECT_TRUE(
+        dyndns.requests[0].startsWith("GET /nic/update?hostname=home.example.org&myip=11.0.0.2 "));
+    EXPECT_TRUE(dyndns.requests[0].contains("Authorization: Basic " +
+                                            QByteArray("me:Pa55word").toBase64() + "\r\n"));
+    EXPECT_TRUE(dnsLog().endsWith("\tgood 11.0.0.2\r\n"));
     ASSERT_TRUE(p.stop());
     EXPECT_EQ(list(), u""_s);
 }
