@@ -5,66 +5,16 @@
 //
 // Environment: KESTRAVA_BINARY (the program), KESTRAVA_SHOTS (a folder for
 // screenshots of the six designs). Exits 77 when a tool is missing.
-import { spawn, execFileSync } from 'node:child_process';
+import { execFileSync } from 'node:child_process';
 import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
+import { check, chromium, chromiumPath, finish, skip, startDemo, stop } from './road.mjs';
 
-const skip = (why) => { console.log(`skipped: ${why}`); process.exit(77); };
-const binary = process.env.KESTRAVA_BINARY;
 const shots = process.env.KESTRAVA_SHOTS || path.join(os.tmpdir(), 'kestrava-shots');
-const chromiumPath = '/usr/bin/chromium';
-if (!binary) skip('KESTRAVA_BINARY is not set');
-if (!fs.existsSync(chromiumPath)) skip('chromium is not installed');
-let chromium;
-try {
-    ({ chromium } = await import('playwright-core'));
-} catch {
-    skip('playwright-core is not installed (npm ci in tests/e2e)');
-}
 const haveW3m = (() => { try { execFileSync('w3m', ['-version']); return true; } catch { return false; } })();
 if (!haveW3m) skip('w3m is not installed');
-
-let passed = 0, failed = 0;
-const check = (ok, what) => {
-    if (ok) { passed++; console.log(`ok: ${what}`); }
-    else { failed++; console.log(`FAILED: ${what}`); }
-};
-
-const cp932 = (text) => execFileSync('iconv', ['-f', 'UTF-8', '-t', 'CP932'], { input: text });
-const fromCp932 = (bytes) => execFileSync('iconv', ['-f', 'CP932', '-t', 'UTF-8'], { input: bytes }).toString();
-
-// Starts the program; resolves with the process and its web port.
-function start(args) {
-    const proc = spawn(binary, ['--headless', ...args], {
-        env: { ...process.env, DISPLAY: '', WAYLAND_DISPLAY: '' },
-        stdio: ['ignore', 'ignore', 'pipe'],
-    });
-    let log = '';
-    return new Promise((resolve, reject) => {
-        const timer = setTimeout(() => reject(new Error(`no start:\n${log}`)), 15000);
-        proc.stderr.on('data', (d) => {
-            log += d;
-            const m = /listening on port (\d+)/.exec(log);
-            if (m && /started on/.test(log)) { clearTimeout(timer); resolve({ proc, port: Number(m[1]) }); }
-        });
-        proc.on('exit', () => reject(new Error(`ended:\n${log}`)));
-    });
-}
-const stop = (proc) => new Promise((resolve) => { proc.removeAllListeners('exit'); proc.on('exit', resolve); proc.kill('SIGTERM'); });
-
-// The demo folder brings a television (design 4) and an air conditioner
-// (design 3) with simulated signals; run it on a port of its own.
-const home = fs.mkdtempSync(path.join(os.tmpdir(), 'kestrava-e2e-'));
-{
-    const { proc } = await start(['--demo', home]);
-    await stop(proc);
-    const settings = path.join(home, 'setting.ini');
-    const text = fromCp932(fs.readFileSync(settings)).replace(/^Port=\d+/m, 'Port=0');
-    fs.writeFileSync(settings, cp932(text));
-}
-const { proc, port } = await start(['--home', home]);
-const base = `http://127.0.0.1:${port}`;
+const { home, proc, base } = await startDemo();
 const logFile = path.join(home, 'sim-transmit.log');
 const sent = () => (fs.existsSync(logFile) ? fs.readFileSync(logFile, 'utf8').trim().split('\n').filter(Boolean) : []);
 
@@ -121,6 +71,4 @@ try {
     await stop(proc);
 }
 console.log(`screenshots in ${shots}`);
-console.log(`${passed} passed, ${failed} failed`);
-fs.rmSync(home, { recursive: true, force: true });
-process.exit(failed ? 1 : 0);
+finish(home);
