@@ -1,0 +1,59 @@
+#pragma once
+
+#include "camera/V4l2Source.h"
+
+#include <QImage>
+#include <QObject>
+#include <QString>
+
+#include <memory>
+
+class ProgramFolder;
+class SettingsStore;
+class UserPrompt;
+
+// The camera of the remote pages. Streams while Options/TakePic is "1", so a
+// picture is written at once from the newest frame; closed otherwise.
+// [Camera] Device picks the camera: empty for the first one, a card name or a
+// device path, or "test" for a moving test pattern.
+class Camera : public QObject {
+    Q_OBJECT
+public:
+    Camera(const ProgramFolder& folder, SettingsStore& settings, UserPrompt& prompt,
+           QString devDir = QStringLiteral("/dev"));
+    ~Camera() override;
+
+    // The capture devices to choose from, "test" not among them.
+    QList<CaptureDevice> devices() const { return ListCaptureDevices(devDir_); }
+    // Opens the camera of the settings. With none at all: the warning, and
+    // TakePic is switched off for good.
+    bool start();
+    void stop();
+    bool running() const { return source_ != nullptr; }
+
+    // The newest frame, 320 x 240; the last good one when the camera is gone.
+    QImage frame();
+    // Writes the newest frame to pic/pict.jpg; false leaves the old picture.
+    bool takePic();
+    // The same picture written elsewhere (the preview's test button).
+    bool saveJpeg(const QString& path);
+
+signals:
+    void started();
+    void stopped();
+
+private:
+    bool open(bool quiet);
+
+    const ProgramFolder& folder_;
+    SettingsStore& settings_;
+    UserPrompt& prompt_;
+    QString devDir_;
+    std::unique_ptr<FrameSource> source_;
+    QString deviceName_; // card name of the open camera, to find it again
+    bool wanted_ = false;
+    QImage last_;
+};
+
+// The warning shown when there is no camera.
+extern const QString NoCameraText;

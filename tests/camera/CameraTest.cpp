@@ -1,0 +1,64 @@
+#include "camera/Camera.h"
+#include "support/ScriptedPrompt.h"
+#include "support/TempFolder.h"
+
+#include <QBuffer>
+#include <QDir>
+#include <QImage>
+#include <QImageReader>
+#include <QImageWriter>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+TEST(Camera, TestPatternWritesA320x240JpegAtQualityFifty) {
+    TempFolder t;
+    ScriptedPrompt prompt;
+    t.settings.WriteIni(u"Camera", u"Device", u"test");
+    Camera camera(t.folder, t.settings, prompt);
+    ASSERT_TRUE(camera.start());
+    ASSERT_TRUE(camera.takePic());
+
+    const QByteArray bytes = t.readFile(u"pic/pict.jpg");
+    QBuffer buffer;
+    buffer.setData(bytes);
+    QImageReader reader(&buffer);
+    EXPECT_EQ(reader.format(), "jpeg");
+    const QImage image = reader.read();
+    EXPECT_EQ(image.size(), QSize(320, 240));
+    // The same picture at quality 90 is clearly bigger than ours at 50.
+    QBuffer fine;
+    fine.open(QIODevice::WriteOnly);
+    QImageWriter writer(&fine, "jpeg");
+    writer.setQuality(90);
+    ASSERT_TRUE(writer.write(image));
+    EXPECT_GT(bytes.size(), 3000);
+    EXPECT_LT(bytes.size() * 3 / 2, fine.data().size());
+    EXPECT_EQ(QDir(t.path(u"pic")).entryList(QDir::Files), QStringList{u"pict.jpg"_s});
+    EXPECT_TRUE(prompt.shown.isEmpty());
+
+    // Stopped, the last picture stays and a new one is still written from it.
+    camera.stop();
+    EXPECT_FALSE(camera.running());
+    EXPECT_TRUE(camera.takePic());
+}
+
+TEST(Camera, WithoutACameraWarnsAndSwitchesTheOptionOff) {
+    TempFolder t;
+    ScriptedPrompt prompt;
+    t.settings.WriteIni(u"Options", u"TakePic", u"1");
+    // Names that look like devices but answer no capture query are not cameras.
+    QTemporaryDir dev;
+    QFile(dev.filePath(u"video0"_s)).open(QIODevice::WriteOnly);
+    QDir(dev.path()).mkdir(u"video1"_s);
+    EXPECT_TRUE(ListCaptureDevices(dev.path()).isEmpty());
+
+    Camera camera(t.folder, t.settings, prompt, dev.path());
+    EXPECT_FALSE(camera.start());
+    EXPECT_FALSE(camera.running());
+    EXPECT_EQ(prompt.shown, QStringList{u"warning:"_s + NoCameraText});
+    EXPECT_EQ(t.settings.ReadIni(u"Options", u"TakePic"), u"0");
+    EXPECT_FALSE(camera.takePic());
+    EXPECT_FALSE(QFile::exists(t.path(u"pic/pict.jpg")));
+}
