@@ -1,6 +1,7 @@
 #include "app/Demo.h"
 #include "app/Display.h"
 #include "app/SignalWatcher.h"
+#include "camera/Camera.h"
 #include "core/Application.h"
 #include "core/Clock.h"
 #include "core/Help.h"
@@ -288,6 +289,15 @@ int main(int argc, char** argv) {
     RemotePageServices remotePages;
     remotePages.send = [&device](const QString& remote, const QString& button) {
         return TXSignalById(device, remote, button);
+    };
+    // The camera streams while TakePic is on, from the start on.
+    Camera camera(folder, settings, *prompt);
+    if (settings.ReadIni(u"Options", u"TakePic") == u"1")
+        camera.start();
+    remotePages.takeSnapshot = [&camera] {
+        if (!camera.running() && !camera.start(true))
+            return false;
+        return camera.takePic();
     };
     InstallRemotePages(dispatcher, settings, clock, remotePages);
     InstallReservePages(dispatcher,

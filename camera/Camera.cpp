@@ -23,13 +23,16 @@ Camera::Camera(const ProgramFolder& folder, SettingsStore& settings, UserPrompt&
 
 Camera::~Camera() = default;
 
-bool Camera::start() {
+bool Camera::start(bool fromRequest) {
     wanted_ = true;
     if (running())
         return true;
     if (settings_.ReadIni(u"Camera", u"Device") != u"test" && devices().isEmpty()) {
         wanted_ = false;
-        prompt_.Warning(NoCameraText);
+        if (fromRequest)
+            prompt_.Notify(NoCameraText);
+        else
+            prompt_.Warning(NoCameraText);
         settings_.WriteIni(u"Options", u"TakePic", u"0");
         return false;
     }

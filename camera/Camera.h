@@ -25,9 +25,10 @@ public:
 
     // The capture devices to choose from, "test" not among them.
     QList<CaptureDevice> devices() const { return ListCaptureDevices(devDir_); }
-    // Opens the camera of the settings. With none at all: the warning, and
-    // TakePic is switched off for good.
-    bool start();
+    // Opens the camera of the settings. With none at all: the warning (a
+    // notice nothing waits for when a web request asked), and TakePic is
+    // switched off for good.
+    bool start(bool fromRequest = false);
     void stop();
     bool running() const { return source_ != nullptr; }
 

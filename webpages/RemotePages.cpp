@@ -3,7 +3,6 @@
 #include "core/Clock.h"
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
-#include "core/Wait.h"
 #include "remotes/DesignLayout.h"
 #include "remotes/Registry.h"
 #include "webpages/MenuPages.h"
@@ -17,9 +16,6 @@ namespace {
 
 const QString CRLF = u"\r\n"_s;
 const QString MenuLink = u"<a href=\"default.asp\">メニューへ戻る</a>"_s;
-
-// The camera's picture needs this long to settle after the signal.
-constexpr int SnapshotSettleMs = 2000;
 
 // Phones ask 66 keys whatever the design: no design has more buttons.
 constexpr int CellButtonCount = 66;
@@ -77,11 +73,11 @@ QString buttonBlock(int design, const ButtonDef& b, const PageRequest& r) {
     return out;
 }
 
-// The snapshot: let the camera settle with events running, then take it.
+// The snapshot: the camera streams while the option is on, so its newest frame
+// is written at once instead of after a settle wait.
 void takeSnapshot(SettingsStore& settings, const RemotePageServices& services) {
     if (services.showPreview)
         services.showPreview(true);
-    WaitMs(SnapshotSettleMs);
     if (services.takeSnapshot)
         services.takeSnapshot(); // a failure leaves the last picture, silently
     if (settings.ReadIni(u"Preview", u"AlwaysShow") != u"1" && services.showPreview)

@@ -18,13 +18,14 @@ struct RemotePageServices {
     std::function<SendResult(const QString& devId, const QString& button)> send;
     // Shows or hides the camera preview. May be empty.
     std::function<void(bool visible)> showPreview;
-    // Writes pic/pict.jpg; false on failure. Empty: there is no camera.
+    // Writes pic/pict.jpg from the newest frame, within 300 ms; false on
+    // failure. Empty: there is no camera.
     std::function<bool()> takeSnapshot;
 };
 
 // remote1.asp to remote6.asp: the remote of one design drawn with pictures; a
 // request with a Button sends it first. With Options/TakePic "1" the page
-// waits 2 seconds with events running and then takes a snapshot.
+// carries a snapshot taken before it is built.
 QString GraphicRemotePage(int design, const PageRequest& request, SettingsStore& settings,
                           const RemotePageServices& services);
 

@@ -1,10 +1,14 @@
 #include "webpages/RemotePages.h"
+#include "camera/Camera.h"
+#include "support/ScriptedPrompt.h"
 
 #include "remotes/DesignLayout.h"
 #include "support/FixedClock.h"
 #include "support/TempFolder.h"
 #include "webserver/Dispatcher.h"
 
+#include <QElapsedTimer>
+#include <QImage>
 #include <QRect>
 #include <QRegularExpression>
 #include <QTimer>
@@ -197,10 +201,14 @@ TEST(GraphicRemotePage, SendsTheRequestedButtonAndEndsEarlyOnFailure) {
     EXPECT_EQ(GraphicRemotePage(1, request(u"1"_s, u"2"_s, u"エアコン"_s), t.settings, {}), failed);
 }
 
-TEST(GraphicRemotePage, CameraWaitsWithEventsRunningThenShowsTheSnapshot) {
+TEST(GraphicRemotePage, CameraWritesAFreshSnapshotBeforeThePage) {
     TempFolder t;
     learnAircon(t.settings);
     t.settings.WriteIni(u"Options", u"TakePic", u"1");
+    t.settings.WriteIni(u"Camera", u"Device", u"test");
+    ScriptedPrompt prompt;
+    Camera camera(t.folder, t.settings, prompt);
+    ASSERT_TRUE(camera.start());
     Dispatcher dispatcher;
     FixedClock clock(QDateTime(QDate(2026, 11, 21), QTime(9, 5, 7)));
     QStringList events;
@@ -211,18 +219,17 @@ TEST(GraphicRemotePage, CameraWaitsWithEventsRunningThenShowsTheSnapshot) {
                                 [&](bool visible) { events << (visible ? u"show"_s : u"hide"_s); },
                                 [&] {
                                     events << u"snapshot"_s;
-                                    return false; // no camera: nothing to tell
+                                    return camera.takePic();
                                 }};
     InstallRemotePages(dispatcher, t.settings, clock, services);
 
-    // Another request is served while the page waits for the camera.
-    QTimer::singleShot(300, [&] {
-        events << u"nested"_s;
-        dispatcher.DispatchPage(u"/cremote.asp?DevID=1&Button=&Device=x"_s, {}, {});
-    });
+    QElapsedTimer elapsed;
+    elapsed.start();
     const QString page =
         dispatcher.DispatchPage(u"/remote3.asp?DevID=1&Button=4&Device=エアコン"_s, {}, {});
-    EXPECT_EQ(events, (QStringList{u"send 4"_s, u"show"_s, u"nested"_s, u"snapshot"_s, u"hide"_s}));
+    EXPECT_LT(elapsed.elapsed(), 300);
+    EXPECT_EQ(events, (QStringList{u"send 4"_s, u"show"_s, u"snapshot"_s, u"hide"_s}));
+    EXPECT_EQ(QImage(t.path(u"pic/pict.jpg")).size(), QSize(320, 240));
 
     // Design 3 closes the panel DIV; the reload link sends nothing.
     EXPECT_TRUE(page.contains(u"width=\"133\"></DIV>\r\n<DIV STYLE=\"POSITION:absolute;LEFT:134px;"
