@@ -2,6 +2,7 @@
 #include "app/Display.h"
 #include "app/SignalWatcher.h"
 #include "camera/Camera.h"
+#include "camera/PreviewWindow.h"
 #include "core/Application.h"
 #include "core/Clock.h"
 #include "core/Help.h"
@@ -318,6 +319,7 @@ int main(int argc, char** argv) {
     });
 
     std::unique_ptr<MainWindow> window;
+    std::unique_ptr<PreviewWindow> preview;
     std::unique_ptr<RemoteWindows> remoteWindows;
     std::unique_ptr<LearningWindows> learningWindows;
     if (!headless) {
@@ -335,6 +337,10 @@ int main(int argc, char** argv) {
                          &MainWindow::FillDevices);
         QObject::connect(learningWindows.get(), &LearningWindows::setupWanted, &app,
                          &Application::setupRequested);
+        preview = std::make_unique<PreviewWindow>(camera, folder, settings,
+                                                  [&app] { return app.isClosing(); });
+        // Unloaded at the end, when closing is no longer refused.
+        QObject::connect(&app, &Application::closed, preview.get(), &QWidget::close);
     } else {
         qCInfo(lcMain) << "running headless";
     }
@@ -344,6 +350,11 @@ int main(int argc, char** argv) {
         return 0;
     if (window)
         window->ShowAtStart();
+    // The picture comes from the stream, not the screen: the preview only
+    // shows when asked to stay.
+    if (preview && settings.ReadIni(u"Options", u"TakePic") == u"1" &&
+        settings.ReadIni(u"Preview", u"AlwaysShow") == u"1")
+        preview->show();
     int status = qapp->exec();
     qCInfo(lcMain) << "closed";
     return status;
