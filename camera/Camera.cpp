@@ -46,6 +46,7 @@ bool Camera::open(bool quiet) {
     const QString want = settings_.ReadIni(u"Camera", u"Device");
     if (want == u"test") {
         source_ = std::make_unique<TestPattern>();
+        devicePath_ = u"test"_s;
         return true;
     }
     const QList<CaptureDevice> list = devices();
@@ -65,6 +66,7 @@ bool Camera::open(bool quiet) {
         return false;
     }
     deviceName_ = pick->name;
+    devicePath_ = pick->path;
     source_ = std::move(v4l2);
     return true;
 }

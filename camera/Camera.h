@@ -31,6 +31,8 @@ public:
     bool start(bool fromRequest = false);
     void stop();
     bool running() const { return source_ != nullptr; }
+    // The device streaming now: a path, "test", or empty when none.
+    QString device() const { return devicePath_; }
 
     // The newest frame, 320 x 240; the last good one when the camera is gone.
     QImage frame();
@@ -51,6 +53,7 @@ private:
     UserPrompt& prompt_;
     QString devDir_;
     std::unique_ptr<FrameSource> source_;
+    QString devicePath_;
     QString deviceName_; // card name of the open camera, to find it again
     bool wanted_ = false;
     QImage last_;

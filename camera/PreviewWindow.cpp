@@ -9,6 +9,7 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QMenuBar>
+#include <QMessageBox>
 #include <QPixmap>
 #include <QPushButton>
 #include <QTimer>
@@ -46,8 +47,18 @@ PreviewWindow::PreviewWindow(Camera& camera, const ProgramFolder& folder, Settin
     setCentralWidget(central);
 
     QMenu* capture = menuBar()->addMenu(u"キャプチャ設定(&C)"_s);
-    capture->addAction(u"ビデオソース選択(&S)"_s);
-    capture->addAction(u"ビデオフォーマット選択(&F)"_s);
+    // The camera's own controls and its formats, as the device tells them.
+    auto showDevice = [this](const QString& title, QStringList (*ask)(const QString&)) {
+        const QString device = camera_.device();
+        QStringList lines = device == u"test"  ? QStringList{u"test: 320x240"_s}
+                            : device.isEmpty() ? QStringList{}
+                                               : ask(device);
+        QMessageBox::information(this, title, device + u"\n\n"_s + lines.join(u'\n'));
+    };
+    capture->addAction(u"ビデオソース選択(&S)"_s, this,
+                       [=] { showDevice(u"ビデオソース"_s, DeviceControls); });
+    capture->addAction(u"ビデオフォーマット選択(&F)"_s, this,
+                       [=] { showDevice(u"ビデオフォーマット"_s, DeviceFormats); });
     QMenu* option = menuBar()->addMenu(u"オプション(&O)"_s);
     alwaysShow_ = option->addAction(u"プレビュー画面を常に表示(&A)"_s);
     alwaysShow_->setCheckable(true);

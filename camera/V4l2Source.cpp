@@ -66,6 +66,66 @@ QList<CaptureDevice> ListCaptureDevices(const QString& devDir) {
     return devices;
 }
 
+namespace {
+
+// A second handle on a device beside the streaming one: asking does not
+// disturb the stream.
+int openToAsk(const QString& path) {
+    return v4l2_open(QFile::encodeName(path).constData(), O_RDWR | O_NONBLOCK);
+}
+
+} // namespace
+
+QStringList DeviceFormats(const QString& path) {
+    const int fd = openToAsk(path);
+    if (fd < 0)
+        return {};
+    QStringList lines;
+    v4l2_fmtdesc desc{};
+    desc.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    for (desc.index = 0; xioctl(fd, VIDIOC_ENUM_FMT, &desc) == 0; ++desc.index) {
+        QStringList sizes;
+        v4l2_frmsizeenum size{};
+        size.pixel_format = desc.pixelformat;
+        for (size.index = 0; xioctl(fd, VIDIOC_ENUM_FRAMESIZES, &size) == 0; ++size.index) {
+            if (size.type != V4L2_FRMSIZE_TYPE_DISCRETE) {
+                sizes << u"%1x%2 - %3x%4"_s.arg(size.stepwise.min_width)
+                             .arg(size.stepwise.min_height)
+                             .arg(size.stepwise.max_width)
+                             .arg(size.stepwise.max_height);
+                break;
+            }
+            sizes << u"%1x%2"_s.arg(size.discrete.width).arg(size.discrete.height);
+        }
+        lines << QString::fromUtf8(reinterpret_cast<const char*>(desc.description)) + u": "_s +
+                     sizes.join(u", "_s);
+    }
+    v4l2_close(fd);
+    return lines;
+}
+
+QStringList DeviceControls(const QString& path) {
+    const int fd = openToAsk(path);
+    if (fd < 0)
+        return {};
+    QStringList lines;
+    v4l2_queryctrl query{};
+    query.id = V4L2_CTRL_FLAG_NEXT_CTRL;
+    while (xioctl(fd, VIDIOC_QUERYCTRL, &query) == 0) {
+        if (!(query.flags & V4L2_CTRL_FLAG_DISABLED) && query.type != V4L2_CTRL_TYPE_CTRL_CLASS) {
+            v4l2_control control{};
+            control.id = query.id;
+            const QString value =
+                xioctl(fd, VIDIOC_G_CTRL, &control) == 0 ? QString::number(control.value) : u"?"_s;
+            lines << QString::fromUtf8(reinterpret_cast<const char*>(query.name)) + u": "_s +
+                         value + u" (%1 - %2)"_s.arg(query.minimum).arg(query.maximum);
+        }
+        query.id |= V4L2_CTRL_FLAG_NEXT_CTRL;
+    }
+    v4l2_close(fd);
+    return lines;
+}
+
 V4l2Source::~V4l2Source() {
     close();
 }

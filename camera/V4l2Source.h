@@ -17,6 +17,12 @@ struct CaptureDevice {
 // The video devices of devDir that can capture, in the order of their numbers.
 QList<CaptureDevice> ListCaptureDevices(const QString& devDir = QStringLiteral("/dev"));
 
+// What the device at path offers, one line each: its pixel formats with their
+// frame sizes, and its controls with their present values. Empty when it
+// cannot be asked.
+QStringList DeviceFormats(const QString& path);
+QStringList DeviceControls(const QString& path);
+
 // A camera streaming at a low rate through libv4l2, which hands every common
 // format over as RGB. Only the frame asked for is scaled.
 class V4l2Source final : public FrameSource {
