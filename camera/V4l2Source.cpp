@@ -231,12 +231,19 @@ QImage V4l2Source::frame() {
     if (fd_ < 0 || held_ < 0)
         return {};
     const Buffer& b = buffers_[held_];
-    if (size_t(stride_) * size_t(height_) > b.length)
+    return ScaledFrame(static_cast<const uchar*>(b.start), b.length, width_, height_, stride_);
+}
+
+QImage ScaledFrame(const uchar* rgb, size_t length, int width, int height, int stride) {
+    // A driver that hands over less than it announced gives no picture.
+    if (width <= 0 || height <= 0 || stride < width * 3 ||
+        size_t(stride) * size_t(height - 1) + size_t(width) * 3 > length)
         return {};
-    const QImage raw(static_cast<const uchar*>(b.start), width_, height_, stride_,
-                     QImage::Format_RGB888);
+    const QImage raw(rgb, width, height, stride, QImage::Format_RGB888);
     // The scaled copy owns its pixels, so the buffer can go back to the driver.
-    return raw.scaled(320, 240, Qt::IgnoreAspectRatio, Qt::SmoothTransformation).copy();
+    return raw.scaled(320, 240, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
+        .convertToFormat(QImage::Format_RGB888)
+        .copy();
 }
 
 void V4l2Source::close() {

@@ -17,6 +17,10 @@ struct CaptureDevice {
 // The video devices of devDir that can capture, in the order of their numbers.
 QList<CaptureDevice> ListCaptureDevices(const QString& devDir = QStringLiteral("/dev"));
 
+// One frame as libv4l2 hands it over (RGB24 rows of stride bytes), scaled to
+// 320 x 240 into pixels of its own; null when length is short.
+QImage ScaledFrame(const uchar* rgb, size_t length, int width, int height, int stride);
+
 // What the device at path offers, one line each: its pixel formats with their
 // frame sizes, and its controls with their present values. Empty when it
 // cannot be asked.

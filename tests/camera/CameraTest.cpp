@@ -44,6 +44,24 @@ TEST(Camera, TestPatternWritesA320x240JpegAtQualityFifty) {
     EXPECT_TRUE(camera.takePic());
 }
 
+TEST(Camera, FramesFromTheDeviceAreScaledIntoTheirOwnPixels) {
+    // A 640 x 480 frame with padded rows, left half red and right half blue.
+    const int stride = 640 * 3 + 64;
+    QByteArray frame(stride * 480, 0);
+    for (int y = 0; y < 480; ++y)
+        for (int x = 0; x < 640; ++x)
+            frame[y * stride + x * 3 + (x < 320 ? 0 : 2)] = char(255);
+    QImage image = ScaledFrame(reinterpret_cast<const uchar*>(frame.constData()), frame.size(), 640,
+                               480, stride);
+    frame.fill(0); // the buffer goes back to the driver
+    ASSERT_EQ(image.size(), QSize(320, 240));
+    EXPECT_EQ(image.pixelColor(10, 200), QColor(255, 0, 0));
+    EXPECT_EQ(image.pixelColor(310, 10), QColor(0, 0, 255));
+    EXPECT_TRUE(ScaledFrame(reinterpret_cast<const uchar*>(frame.constData()),
+                            stride * 479 + 640 * 3 - 1, 640, 480, stride)
+                    .isNull());
+}
+
 TEST(Camera, WithoutACameraWarnsAndSwitchesTheOptionOff) {
     TempFolder t;
     ScriptedPrompt prompt;
