@@ -300,6 +300,7 @@ int main(int argc, char** argv) {
             return false;
         return camera.takePic();
     };
+    remotePages.cameraOff = [&camera] { camera.stop(); };
     InstallRemotePages(dispatcher, settings, clock, remotePages);
     InstallReservePages(dispatcher,
                         {folder, settings, clock, [&app] { app.scheduler.FillGrid(); }});

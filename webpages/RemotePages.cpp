@@ -142,6 +142,8 @@ QString GraphicRemotePage(int design, const PageRequest& r, SettingsStore& setti
         out += divAt(layout->snapshotLeft, 0) + u"<img border=\"0\" src=\"pic/pict.jpg\"></DIV>"_s +
                CRLF;
     } else {
+        if (services.cameraOff)
+            services.cameraOff();
         out += u"</DIV>"_s + CRLF;
     }
     out += divAt(9, 9) + panelImage(u"panelA.jpg"_s, layout->panelA) + u"</DIV>"_s + CRLF;

@@ -21,6 +21,9 @@ struct RemotePageServices {
     // Writes pic/pict.jpg from the newest frame, within 300 ms; false on
     // failure. Empty: there is no camera.
     std::function<bool()> takeSnapshot;
+    // Told at each page built with the camera option off, so the camera
+    // closes. May be empty.
+    std::function<void()> cameraOff;
 };
 
 // remote1.asp to remote6.asp: the remote of one design drawn with pictures; a

@@ -33,6 +33,7 @@ struct Transmitter {
                     return result;
                 },
                 {},
+                {},
                 {}};
     }
 };
@@ -220,7 +221,8 @@ TEST(GraphicRemotePage, CameraWritesAFreshSnapshotBeforeThePage) {
                                 [&] {
                                     events << u"snapshot"_s;
                                     return camera.takePic();
-                                }};
+                                },
+                                [&] { camera.stop(); }};
     InstallRemotePages(dispatcher, t.settings, clock, services);
 
     QElapsedTimer elapsed;
@@ -246,6 +248,12 @@ TEST(GraphicRemotePage, CameraWritesAFreshSnapshotBeforeThePage) {
     services.takeSnapshot = {};
     GraphicRemotePage(5, request(u"2"_s, u""_s, u"v"_s), t.settings, services);
     EXPECT_EQ(events, QStringList{u"show"_s});
+
+    // With the option off the camera is closed.
+    EXPECT_TRUE(camera.running());
+    t.settings.WriteIni(u"Options", u"TakePic", u"0");
+    GraphicRemotePage(5, request(u"2"_s, u""_s, u"v"_s), t.settings, services);
+    EXPECT_FALSE(camera.running());
 }
 
 TEST(CellRemotePage, ListsLearnedFunctionsOfAllSixtySixKeys) {
