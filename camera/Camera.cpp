@@ -11,11 +11,48 @@
 #include <QImageWriter>
 #include <QLoggingCategory>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 Q_LOGGING_CATEGORY(lcCamera, "kestrava.camera")
 
 const QString NoCameraText = u"画像をキャプチャするためのドライバが見つかりませんでした。"_s;
+const QString ControlRefusedText = u"カメラがこの設定値を受け付けませんでした。"_s;
+const QString FormatRefusedText = u"カメラがこのビデオフォーマットを受け付けませんでした。"_s;
+
+QString FourccText(quint32 fourcc) {
+    QString text;
+    for (int i = 0; i < 4; ++i)
+        text += QChar(char16_t((fourcc >> (8 * i)) & 0xff));
+    return text;
+}
+
+quint32 FourccFromText(const QString& text) {
+    if (text.size() != 4)
+        return 0;
+    quint32 fourcc = 0;
+    for (int i = 0; i < 4; ++i) {
+        if (text[i].unicode() < 0x20 || text[i].unicode() > 0x7e)
+            return 0;
+        fourcc |= quint32(text[i].unicode()) << (8 * i);
+    }
+    return fourcc;
+}
+
+namespace {
+
+// The format kept in the settings; fourcc 0 when none is (or it is garbled).
+std::pair<quint32, QSize> SavedFormat(SettingsStore& settings) {
+    const quint32 fourcc = FourccFromText(settings.ReadIni(u"Camera", u"PixelFormat"));
+    const QStringList size = settings.ReadIni(u"Camera", u"FrameSize").split(u'x');
+    const QSize frame(size.value(0).toInt(), size.value(1).toInt());
+    if (size.size() != 2 || frame.isEmpty())
+        return {0, {}};
+    return {fourcc, frame};
+}
+
+} // namespace
 
 Camera::Camera(const ProgramFolder& folder, SettingsStore& settings, UserPrompt& prompt,
                QString devDir)
@@ -44,8 +81,11 @@ bool Camera::start(bool fromRequest) {
 
 bool Camera::open(bool quiet) {
     const QString want = settings_.ReadIni(u"Camera", u"Device");
+    const auto [fourcc, size] = SavedFormat(settings_);
     if (want == u"test") {
         source_ = std::make_unique<TestPattern>();
+        if (fourcc)
+            source_->setFormat(fourcc, size);
         devicePath_ = u"test"_s;
         return true;
     }
@@ -60,7 +100,8 @@ bool Camera::open(bool quiet) {
     if (!pick)
         return false;
     auto v4l2 = std::make_unique<V4l2Source>();
-    if (!v4l2->open(pick->path)) {
+    // A format kept for another camera may not suit this one: its own choice then.
+    if ((!fourcc || !v4l2->open(pick->path, fourcc, size)) && !v4l2->open(pick->path)) {
         if (!quiet)
             qCWarning(lcCamera).noquote() << pick->path << "does not stream";
         return false;
@@ -108,4 +149,47 @@ bool Camera::saveJpeg(const QString& path) {
 
 bool Camera::takePic() {
     return saveJpeg(folder_.path(u"pic/pict.jpg"));
+}
+
+QList<SourceControl> Camera::controls() const {
+    return source_ ? source_->controls() : QList<SourceControl>{};
+}
+
+bool Camera::setControls(const QList<std::pair<quint32, int>>& values) {
+    const QList<SourceControl> before = controls();
+    QList<std::pair<quint32, int>> done;
+    for (const auto& [id, value] : values) {
+        if (source_ && source_->setControl(id, value)) {
+            const auto old = std::find_if(before.begin(), before.end(),
+                                          [id](const SourceControl& c) { return c.id == id; });
+            if (old != before.end())
+                done.prepend({id, old->value});
+            continue;
+        }
+        for (const auto& [doneId, oldValue] : done)
+            source_->setControl(doneId, oldValue);
+        qCWarning(lcCamera) << "control" << id << "refused" << value;
+        prompt_.Warning(ControlRefusedText);
+        return false;
+    }
+    return true;
+}
+
+QList<SourceFormat> Camera::formats() const {
+    return source_ ? source_->formats() : QList<SourceFormat>{};
+}
+
+std::pair<quint32, QSize> Camera::format() const {
+    return source_ ? source_->format() : std::pair<quint32, QSize>{0, {}};
+}
+
+bool Camera::setFormat(quint32 fourcc, QSize size) {
+    if (!source_ || !source_->setFormat(fourcc, size)) {
+        qCWarning(lcCamera).noquote() << "format refused:" << FourccText(fourcc) << size;
+        prompt_.Warning(FormatRefusedText);
+        return false;
+    }
+    settings_.WriteIni(u"Camera", u"PixelFormat", FourccText(fourcc));
+    settings_.WriteIni(u"Camera", u"FrameSize", u"%1x%2"_s.arg(size.width()).arg(size.height()));
+    return true;
 }

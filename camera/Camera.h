@@ -15,7 +15,8 @@ class UserPrompt;
 // The camera of the remote pages. Streams while Options/TakePic is "1", so a
 // picture is written at once from the newest frame; closed otherwise.
 // [Camera] Device picks the camera: empty for the first one, a card name or a
-// device path, or "test" for a moving test pattern.
+// device path, or "test" for a moving test pattern. [Camera] PixelFormat (four
+// characters) and FrameSize ("640x480") keep the format chosen in the preview.
 class Camera : public QObject {
     Q_OBJECT
 public:
@@ -41,6 +42,17 @@ public:
     // The same picture written elsewhere (the preview's test button).
     bool saveJpeg(const QString& path);
 
+    // What the open camera offers; empty when none is open.
+    QList<SourceControl> controls() const;
+    // Sets the values in order, at once. When the device refuses one, those
+    // already set go back to what they were, the warning shows, and false.
+    bool setControls(const QList<std::pair<quint32, int>>& values);
+    QList<SourceFormat> formats() const;
+    std::pair<quint32, QSize> format() const;
+    // Restarts the stream in this format and keeps it for the next open. When
+    // the device refuses it, the warning shows and stream and settings stay.
+    bool setFormat(quint32 fourcc, QSize size);
+
 signals:
     void started();
     void stopped();
@@ -61,3 +73,6 @@ private:
 
 // The warning shown when there is no camera.
 extern const QString NoCameraText;
+// The warnings shown when the camera refuses a setting.
+extern const QString ControlRefusedText;
+extern const QString FormatRefusedText;

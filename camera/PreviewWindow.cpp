@@ -1,6 +1,7 @@
 #include "camera/PreviewWindow.h"
 
 #include "camera/Camera.h"
+#include "camera/CameraDialogs.h"
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
 
@@ -9,7 +10,6 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QMenuBar>
-#include <QMessageBox>
 #include <QPixmap>
 #include <QPushButton>
 #include <QTimer>
@@ -47,18 +47,17 @@ PreviewWindow::PreviewWindow(Camera& camera, const ProgramFolder& folder, Settin
     setCentralWidget(central);
 
     QMenu* capture = menuBar()->addMenu(u"キャプチャ設定(&C)"_s);
-    // The camera's own controls and its formats, as the device tells them.
-    auto showDevice = [this](const QString& title, QStringList (*ask)(const QString&)) {
-        const QString device = camera_.device();
-        QStringList lines = device == u"test"  ? QStringList{u"test: 320x240"_s}
-                            : device.isEmpty() ? QStringList{}
-                                               : ask(device);
-        QMessageBox::information(this, title, device + u"\n\n"_s + lines.join(u'\n'));
-    };
-    capture->addAction(u"ビデオソース選択(&S)"_s, this,
-                       [=] { showDevice(u"ビデオソース"_s, DeviceControls); });
-    capture->addAction(u"ビデオフォーマット選択(&F)"_s, this,
-                       [=] { showDevice(u"ビデオフォーマット"_s, DeviceFormats); });
+    // The open camera's own controls and formats, changed while it streams.
+    source_ = capture->addAction(u"ビデオソース選択(&S)"_s, this, [this] {
+        auto* dialog = new ControlsDialog(camera_, this);
+        dialog->setAttribute(Qt::WA_DeleteOnClose);
+        dialog->open();
+    });
+    format_ = capture->addAction(u"ビデオフォーマット選択(&F)"_s, this, [this] {
+        auto* dialog = new FormatDialog(camera_, this);
+        dialog->setAttribute(Qt::WA_DeleteOnClose);
+        dialog->open();
+    });
     QMenu* option = menuBar()->addMenu(u"オプション(&O)"_s);
     alwaysShow_ = option->addAction(u"プレビュー画面を常に表示(&A)"_s);
     alwaysShow_->setCheckable(true);
@@ -96,6 +95,10 @@ PreviewWindow::PreviewWindow(Camera& camera, const ProgramFolder& folder, Settin
     connect(save_, &QPushButton::clicked, this,
             [this] { camera_.saveJpeg(folder_.path(u"test.jpg")); });
 
+    // The pages and setup start and stop the camera too.
+    connect(&camera_, &Camera::started, this, &PreviewWindow::updateButtons);
+    connect(&camera_, &Camera::stopped, this, &PreviewWindow::updateButtons);
+
     auto* timer = new QTimer(this);
     timer->setInterval(RefreshMs);
     connect(timer, &QTimer::timeout, this, &PreviewWindow::refresh);
@@ -117,6 +120,8 @@ void PreviewWindow::updateButtons() {
     start_->setEnabled(!running && list_->count() > 0);
     stop_->setEnabled(running);
     cap_->setEnabled(running);
+    source_->setEnabled(running);
+    format_->setEnabled(running);
 }
 
 void PreviewWindow::closeEvent(QCloseEvent* event) {

@@ -29,6 +29,8 @@ public:
     QPushButton* closeButton() const { return close_; }
     QPushButton* saveButton() const { return save_; }
     QAction* alwaysShowAction() const { return alwaysShow_; }
+    QAction* sourceAction() const { return source_; }
+    QAction* formatAction() const { return format_; }
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -44,5 +46,5 @@ private:
     QLabel* picture_;
     QListWidget* list_;
     QPushButton *start_, *stop_, *cap_, *close_, *save_;
-    QAction* alwaysShow_;
+    QAction *alwaysShow_, *source_, *format_;
 };

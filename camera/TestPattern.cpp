@@ -22,7 +22,58 @@ void drawDigit(QPainter& p, int x, int y, int digit) {
             p.fillRect(rects[s], Qt::white);
 }
 
+constexpr quint32 Rgb3 = 0x33424752; // "RGB3"
+constexpr quint32 Yuyv = 0x56595559; // "YUYV"
+
 } // namespace
+
+TestPattern::TestPattern() : format_{Rgb3, QSize(320, 240)} {
+    SourceControl brightness;
+    brightness.id = 1;
+    brightness.name = QStringLiteral("Brightness");
+    brightness.maximum = 255;
+    brightness.defaultValue = brightness.value = 128;
+    SourceControl mirror;
+    mirror.id = 2;
+    mirror.name = QStringLiteral("Mirror");
+    mirror.kind = SourceControl::Kind::Boolean;
+    mirror.maximum = 1;
+    SourceControl frequency;
+    frequency.id = 3;
+    frequency.name = QStringLiteral("Power Line Frequency");
+    frequency.kind = SourceControl::Kind::Menu;
+    frequency.maximum = 2;
+    frequency.defaultValue = frequency.value = 1;
+    frequency.items = {{0, QStringLiteral("Disabled")},
+                       {1, QStringLiteral("50 Hz")},
+                       {2, QStringLiteral("60 Hz")}};
+    controls_ = {brightness, mirror, frequency};
+}
+
+bool TestPattern::setControl(quint32 id, int value) {
+    for (SourceControl& c : controls_)
+        if (c.id == id) {
+            if (value < c.minimum || value > c.maximum)
+                return false;
+            c.value = value;
+            return true;
+        }
+    return false;
+}
+
+QList<SourceFormat> TestPattern::formats() const {
+    return {{Rgb3, QStringLiteral("RGB3"), {{320, 240}, {640, 480}}},
+            {Yuyv, QStringLiteral("YUYV 4:2:2"), {{640, 480}, {1280, 720}}}};
+}
+
+bool TestPattern::setFormat(quint32 fourcc, QSize size) {
+    for (const SourceFormat& f : formats())
+        if (f.fourcc == fourcc && f.sizes.contains(size)) {
+            format_ = {fourcc, size};
+            return true;
+        }
+    return false;
+}
 
 QImage TestPattern::frame() {
     const QDateTime now = QDateTime::currentDateTime();

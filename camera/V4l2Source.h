@@ -5,9 +5,10 @@
 #include <QList>
 #include <QString>
 
-#include <memory>
-
 #include <QSocketNotifier>
+
+#include <linux/videodev2.h>
+#include <memory>
 
 struct CaptureDevice {
     QString path; // /dev/videoN
@@ -21,21 +22,25 @@ QList<CaptureDevice> ListCaptureDevices(const QString& devDir = QStringLiteral("
 // 320 x 240 into pixels of its own; null when length is short.
 QImage ScaledFrame(const uchar* rgb, size_t length, int width, int height, int stride);
 
-// What the device at path offers, one line each: its pixel formats with their
-// frame sizes, and its controls with their present values. Empty when it
-// cannot be asked.
-QStringList DeviceFormats(const QString& path);
-QStringList DeviceControls(const QString& path);
+struct v4lconvert_data;
 
 // A camera streaming at a low rate through libv4l2, which hands every common
-// format over as RGB. Only the frame asked for is scaled.
+// format over as RGB. A pixel format chosen by the user arrives as the device
+// sends it and only the frame asked for is converted and scaled.
 class V4l2Source final : public FrameSource {
 public:
     ~V4l2Source() override;
-    // False when the device cannot be opened or refuses to stream.
-    bool open(const QString& path);
+    // False when the device cannot be opened or refuses to stream. Without a
+    // fourcc, libv4l2 picks the format and hands it over as RGB at 320 x 240.
+    bool open(const QString& path, quint32 fourcc = 0, QSize size = {});
     QImage frame() override;
     bool alive() const override { return fd_ >= 0; }
+
+    QList<SourceControl> controls() const override;
+    bool setControl(quint32 id, int value) override;
+    QList<SourceFormat> formats() const override;
+    std::pair<quint32, QSize> format() const override { return {fourcc_, {width_, height_}}; }
+    bool setFormat(quint32 fourcc, QSize size) override;
 
 private:
     struct Buffer {
@@ -47,7 +52,14 @@ private:
     bool requeue(int index);
 
     int fd_ = -1;
+    QString path_;
+    quint32 wanted_ = 0; // the fourcc asked for, 0 for libv4l2's choice
+    QSize wantedSize_;
+    quint32 fourcc_ = 0;
     int width_ = 0, height_ = 0, stride_ = 0;
+    v4l2_format format_{};
+    size_t used_ = 0; // bytes of the held frame
+    v4lconvert_data* convert_ = nullptr;
     QList<Buffer> buffers_;
     int held_ = -1; // buffer with the newest frame, kept out of the queue
     std::unique_ptr<QSocketNotifier> notifier_;

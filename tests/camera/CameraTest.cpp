@@ -44,6 +44,28 @@ TEST(Camera, TestPatternWritesA320x240JpegAtQualityFifty) {
     EXPECT_TRUE(camera.takePic());
 }
 
+TEST(Camera, ARefusedSettingLeavesTheCameraAndTheSettingsAsTheyWere) {
+    TempFolder t;
+    ScriptedPrompt prompt;
+    t.settings.WriteIni(u"Camera", u"Device", u"test");
+    t.settings.WriteIni(u"Camera", u"FrameSize", u"640x"); // garbled: the camera's own
+    Camera camera(t.folder, t.settings, prompt);
+    ASSERT_TRUE(camera.start());
+    const std::pair<quint32, QSize> rgb{FourccFromText(u"RGB3"_s), QSize(320, 240)};
+    EXPECT_EQ(camera.format(), rgb);
+
+    // The second value is out of range: the first one set goes back too.
+    EXPECT_FALSE(camera.setControls({{1, 10}, {3, 7}}));
+    EXPECT_EQ(camera.controls().value(0).value, 128);
+    EXPECT_FALSE(camera.setFormat(FourccFromText(u"YUYV"_s), QSize(320, 240)));
+    EXPECT_EQ(camera.format(), rgb);
+    EXPECT_EQ(t.settings.ReadIni(u"Camera", u"FrameSize"), u"640x");
+    EXPECT_TRUE(t.settings.ReadIni(u"Camera", u"PixelFormat").isEmpty());
+    EXPECT_EQ(prompt.shown,
+              (QStringList{u"warning:"_s + ControlRefusedText, u"warning:"_s + FormatRefusedText}));
+    EXPECT_TRUE(camera.takePic());
+}
+
 TEST(Camera, FramesFromTheDeviceAreScaledIntoTheirOwnPixels) {
     // A 640 x 480 frame with padded rows, left half red and right half blue.
     const int stride = 640 * 3 + 64;

@@ -1,19 +1,23 @@
 #include "camera/PreviewWindow.h"
 #include "camera/Camera.h"
+#include "camera/CameraDialogs.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 
 #include <QAction>
+#include <QCheckBox>
+#include <QComboBox>
 #include <QImage>
 #include <QLabel>
 #include <QListWidget>
 #include <QPushButton>
+#include <QSpinBox>
 #include <QTest>
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
 
-TEST(PreviewWindow, ShowsTheLivePictureAndRefusesToCloseWhileInUse) {
+TEST(PreviewWindow, ShowsTheLivePictureChangesTheCameraAndRefusesToCloseWhileInUse) {
     TempFolder t;
     ScriptedPrompt prompt;
     t.settings.WriteIni(u"Options", u"TakePic", u"1");
@@ -38,6 +42,44 @@ TEST(PreviewWindow, ShowsTheLivePictureAndRefusesToCloseWhileInUse) {
     EXPECT_EQ(QImage(t.path(u"test.jpg")).size(), QSize(320, 240));
     w.alwaysShowAction()->trigger();
     EXPECT_EQ(t.settings.ReadIni(u"Preview", u"AlwaysShow"), u"1");
+
+    // Controls apply at once; the default button puts them all back.
+    w.sourceAction()->trigger();
+    auto* controls = w.findChild<ControlsDialog*>();
+    ASSERT_TRUE(controls);
+    auto* brightness = controls->findChild<QSpinBox*>(u"Brightness"_s);
+    brightness->setValue(200);
+    controls->findChild<QCheckBox*>(u"Mirror"_s)->click();
+    emit controls->findChild<QComboBox*>(u"Power Line Frequency"_s)->activated(2);
+    auto values = [&] {
+        QList<int> v;
+        for (const SourceControl& c : camera.controls())
+            v << c.value;
+        return v;
+    };
+    EXPECT_EQ(values(), (QList<int>{200, 1, 2}));
+    controls->defaultButton()->click();
+    EXPECT_EQ(values(), (QList<int>{128, 0, 1}));
+    EXPECT_EQ(brightness->value(), 128);
+    controls->close();
+
+    // A new format restarts the stream, is kept, and is used on the next open.
+    w.formatAction()->trigger();
+    auto* format = w.findChild<FormatDialog*>();
+    ASSERT_TRUE(format);
+    format->formatBox()->setCurrentIndex(1);
+    format->sizeBox()->setCurrentIndex(1);
+    format->accept();
+    const std::pair<quint32, QSize> yuyv{FourccFromText(u"YUYV"_s), QSize(1280, 720)};
+    EXPECT_EQ(camera.format(), yuyv);
+    EXPECT_EQ(t.settings.ReadIni(u"Camera", u"PixelFormat"), u"YUYV");
+    EXPECT_EQ(t.settings.ReadIni(u"Camera", u"FrameSize"), u"1280x720");
+    camera.stop();
+    EXPECT_FALSE(w.sourceAction()->isEnabled());
+    ASSERT_TRUE(camera.start());
+    EXPECT_EQ(camera.format(), yuyv);
+    EXPECT_EQ(camera.frame().size(), QSize(320, 240));
+    EXPECT_TRUE(prompt.shown.isEmpty());
 
     // The pages need the camera: closing is refused, and AlwaysShow keeps it up.
     EXPECT_FALSE(w.close());
