@@ -156,14 +156,16 @@ QList<SourceControl> Camera::controls() const {
 }
 
 bool Camera::setControls(const QList<std::pair<quint32, int>>& values) {
-    const QList<SourceControl> before = controls();
-    QList<std::pair<quint32, int>> done;
+    QList<std::pair<quint32, int>> done; // to undo, newest first
     for (const auto& [id, value] : values) {
-        if (source_ && source_->setControl(id, value)) {
-            const auto old = std::find_if(before.begin(), before.end(),
+        const QList<SourceControl> now = controls();
+        const auto control = std::find_if(now.begin(), now.end(),
                                           [id](const SourceControl& c) { return c.id == id; });
-            if (old != before.end())
-                done.prepend({id, old->value});
+        // One set before may have handed this control to its automatic mode.
+        if (control != now.end() && control->readOnly)
+            continue;
+        if (control != now.end() && source_->setControl(id, value)) {
+            done.prepend({id, control->value});
             continue;
         }
         for (const auto& [doneId, oldValue] : done)
