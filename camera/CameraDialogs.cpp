@@ -17,6 +17,7 @@ using namespace Qt::StringLiterals;
 
 ControlsDialog::ControlsDialog(Camera& camera, QWidget* parent) : QDialog(parent), camera_(camera) {
     setWindowTitle(u"ビデオソース"_s);
+    setMinimumWidth(360);
     auto* layout = new QVBoxLayout(this);
     auto* form = new QFormLayout;
     layout->addLayout(form);
@@ -118,7 +119,10 @@ FormatDialog::FormatDialog(Camera& camera, QWidget* parent) : QDialog(parent), c
     format_ = new QComboBox(this);
     size_ = new QComboBox(this);
     for (const SourceFormat& f : camera_.formats())
-        format_->addItem(u"%1 (%2)"_s.arg(f.name, FourccText(f.fourcc)), f.fourcc);
+        format_->addItem(f.name == FourccText(f.fourcc)
+                             ? f.name
+                             : u"%1 (%2)"_s.arg(f.name, FourccText(f.fourcc)),
+                         f.fourcc);
     form->addRow(u"ピクセル形式"_s, format_);
     form->addRow(u"サイズ"_s, size_);
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);

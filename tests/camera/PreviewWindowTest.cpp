@@ -34,7 +34,6 @@ TEST(PreviewWindow, ShowsTheLivePictureChangesTheCameraAndRefusesToCloseWhileInU
 
     w.show();
     QTRY_VERIFY_WITH_TIMEOUT(!w.picture()->pixmap().isNull(), 2000);
-    EXPECT_EQ(w.picture()->pixmap().size(), QSize(320, 240));
 
     w.capButton()->click();
     EXPECT_EQ(QImage(t.path(u"TEST.bmp")).size(), QSize(320, 240));
@@ -78,7 +77,6 @@ TEST(PreviewWindow, ShowsTheLivePictureChangesTheCameraAndRefusesToCloseWhileInU
     EXPECT_FALSE(w.sourceAction()->isEnabled());
     ASSERT_TRUE(camera.start());
     EXPECT_EQ(camera.format(), yuyv);
-    EXPECT_EQ(camera.frame().size(), QSize(320, 240));
     EXPECT_TRUE(prompt.shown.isEmpty());
 
     // The pages need the camera: closing is refused, and AlwaysShow keeps it up.
