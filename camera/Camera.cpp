@@ -101,7 +101,10 @@ bool Camera::open(bool quiet) {
         return false;
     auto v4l2 = std::make_unique<V4l2Source>();
     // A format kept for another camera may not suit this one: its own choice then.
-    if ((!fourcc || !v4l2->open(pick->path, fourcc, size)) && !v4l2->open(pick->path)) {
+    const bool kept = fourcc && v4l2->open(pick->path, fourcc, size);
+    if (fourcc && !kept && !quiet)
+        qCInfo(lcCamera).noquote() << pick->path << "refuses" << FourccText(fourcc) << size;
+    if (!kept && !v4l2->open(pick->path)) {
         if (!quiet)
             qCWarning(lcCamera).noquote() << pick->path << "does not stream";
         return false;

@@ -47,15 +47,18 @@ PreviewWindow::PreviewWindow(Camera& camera, const ProgramFolder& folder, Settin
     setCentralWidget(central);
 
     QMenu* capture = menuBar()->addMenu(u"キャプチャ設定(&C)"_s);
-    // The open camera's own controls and formats, changed while it streams.
+    // The open camera's own controls and formats, changed while it streams; a
+    // camera stopped meanwhile takes its dialog with it.
     source_ = capture->addAction(u"ビデオソース選択(&S)"_s, this, [this] {
         auto* dialog = new ControlsDialog(camera_, this);
         dialog->setAttribute(Qt::WA_DeleteOnClose);
+        connect(&camera_, &Camera::stopped, dialog, &QDialog::reject);
         dialog->open();
     });
     format_ = capture->addAction(u"ビデオフォーマット選択(&F)"_s, this, [this] {
         auto* dialog = new FormatDialog(camera_, this);
         dialog->setAttribute(Qt::WA_DeleteOnClose);
+        connect(&camera_, &Camera::stopped, dialog, &QDialog::reject);
         dialog->open();
     });
     QMenu* option = menuBar()->addMenu(u"オプション(&O)"_s);

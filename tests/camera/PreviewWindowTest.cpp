@@ -73,7 +73,11 @@ TEST(PreviewWindow, ShowsTheLivePictureChangesTheCameraAndRefusesToCloseWhileInU
     EXPECT_EQ(camera.format(), yuyv);
     EXPECT_EQ(t.settings.ReadIni(u"Camera", u"PixelFormat"), u"YUYV");
     EXPECT_EQ(t.settings.ReadIni(u"Camera", u"FrameSize"), u"1280x720");
-    camera.stop();
+    w.sourceAction()->trigger();
+    const QList<ControlsDialog*> open = w.findChildren<ControlsDialog*>();
+    ASSERT_TRUE(open.last()->isVisible());
+    camera.stop(); // as a page does with the option off: the dialog goes too
+    EXPECT_FALSE(open.last()->isVisible());
     EXPECT_FALSE(w.sourceAction()->isEnabled());
     ASSERT_TRUE(camera.start());
     EXPECT_EQ(camera.format(), yuyv);
