@@ -71,6 +71,7 @@ ControlsDialog::ControlsDialog(Camera& camera, QWidget* parent) : QDialog(parent
         editors_[id] = editor;
     }
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, this);
+    buttons->button(QDialogButtonBox::Close)->setText(u"閉じる"_s);
     default_ = buttons->addButton(u"既定値(&D)"_s, QDialogButtonBox::ResetRole);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     connect(default_, &QPushButton::clicked, this, [this] {
@@ -126,6 +127,7 @@ FormatDialog::FormatDialog(Camera& camera, QWidget* parent) : QDialog(parent), c
     form->addRow(u"ピクセル形式"_s, format_);
     form->addRow(u"サイズ"_s, size_);
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
+    buttons->button(QDialogButtonBox::Cancel)->setText(u"キャンセル"_s);
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     form->addRow(buttons);
