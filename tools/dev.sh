@@ -12,9 +12,14 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
+# What the program needs to build and run.
 PACKAGES=(
     cmake ninja-build g++ pkg-config ccache
-    qt6-base-dev libzip-dev libcurl4-openssl-dev libminiupnpc-dev libv4l-dev
+    qt6-base-dev qt6-qpa-plugins libzip-dev libcurl4-openssl-dev libminiupnpc-dev libv4l-dev
+)
+
+# What the tests, the sanitizer and fuzzing builds and the benchmarks add.
+TEST_PACKAGES=(
     libgtest-dev libgmock-dev libbenchmark-dev
     chromium w3m zip unzip
     xvfb xdotool imagemagick fonts-noto-cjk
@@ -23,13 +28,17 @@ PACKAGES=(
     miniupnpd miniupnpd-nftables nftables iproute2
 )
 
+# With "test", the test tools and node too.
 install_missing() {
-    local missing=() p
-    for p in "${PACKAGES[@]}"; do
+    local wanted=("${PACKAGES[@]}") missing=() p
+    [ "${1:-}" = test ] && wanted+=("${TEST_PACKAGES[@]}")
+    for p in "${wanted[@]}"; do
         dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" ||
             missing+=("$p")
     done
-    command -v node >/dev/null && command -v npm >/dev/null || missing+=(nodejs npm)
+    if [ "${1:-}" = test ]; then
+        command -v node >/dev/null && command -v npm >/dev/null || missing+=(nodejs npm)
+    fi
     [ ${#missing[@]} -eq 0 ] && return
     local sudo=()
     [ "$(id -u)" -ne 0 ] && sudo=(sudo)
@@ -48,7 +57,8 @@ e2e_modules() {
 build() {
     local dir=$1
     shift
-    cmake -S . -B "$dir" -G Ninja -Wno-dev -DCMAKE_CXX_COMPILER_LAUNCHER=ccache "$@" >/dev/null
+    cmake -S . -B "$dir" -G Ninja -Wno-dev -DCMAKE_CXX_COMPILER_LAUNCHER=ccache \
+        -DKESTRAVA_WERROR=ON "$@" >/dev/null
     cmake --build "$dir"
 }
 
@@ -93,17 +103,17 @@ cmd=${1:-}
 case "$cmd" in
 run)
     install_missing
-    build build
+    build build -DBUILD_TESTING=OFF -DKESTRAVA_BENCH=OFF
     exec build/app/kestrava --demo "$@"
     ;;
 test)
-    install_missing
+    install_missing test
     e2e_modules
-    build build
+    build build -DBUILD_TESTING=ON
     ctest --test-dir build --output-on-failure -j "$(nproc)"
     ;;
 asan)
-    install_missing
+    install_missing test
     e2e_modules
     build build-asan -DKESTRAVA_SANITIZE=ON -DKESTRAVA_BENCH=OFF -DCMAKE_BUILD_TYPE=Debug
     # LeakSanitizer's own tracer now and then dies at exit on a loaded machine
@@ -113,20 +123,20 @@ asan)
         ctest --test-dir build-asan --output-on-failure -j "$(nproc)" --repeat until-pass:2
     ;;
 fuzz)
-    install_missing
+    install_missing test
     CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -Wno-dev \
-        -DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DKESTRAVA_FUZZ=ON -DKESTRAVA_TESTS=OFF \
-        -DKESTRAVA_BENCH=OFF >/dev/null
+        -DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DKESTRAVA_FUZZ=ON -DBUILD_TESTING=OFF \
+        -DKESTRAVA_BENCH=OFF -DKESTRAVA_WERROR=ON >/dev/null
     cmake --build build-fuzz --target kestrava_fuzzers
     run_fuzzers "${1:-30}"
     ;;
 bench)
-    install_missing
-    build build
+    install_missing test
+    build build -DKESTRAVA_BENCH=ON
     build/bench/kestrava_bench "$@"
     ;;
 shots)
-    install_missing
+    install_missing test
     build build
     exec tools/screenshots.sh "$@"
     ;;
