@@ -9,6 +9,8 @@
 #   tools/dev.sh fuzz [SECS]  each fuzzing harness for SECS seconds (30)
 #   tools/dev.sh bench        the benchmarks
 #   tools/dev.sh shots [DIR]  screenshots of the desktop under Xvfb
+#   tools/dev.sh deb          the Debian package, in build-deb/
+#   tools/dev.sh package-check  the package checked, installed, run and removed
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -28,10 +30,16 @@ TEST_PACKAGES=(
     miniupnpd miniupnpd-nftables nftables iproute2
 )
 
+# What building and checking the Debian package adds.
+PACKAGE_TOOLS=(
+    dpkg-dev file lintian desktop-file-utils appstream man-db curl
+)
+
 # With "test", the test tools and node too.
 install_missing() {
     local wanted=("${PACKAGES[@]}") missing=() p
     [ "${1:-}" = test ] && wanted+=("${TEST_PACKAGES[@]}")
+    [ "${1:-}" = package ] && wanted+=("${PACKAGE_TOOLS[@]}")
     for p in "${wanted[@]}"; do
         dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" ||
             missing+=("$p")
@@ -140,8 +148,19 @@ shots)
     build build
     exec tools/screenshots.sh "$@"
     ;;
+deb)
+    install_missing package
+    build build-deb -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr \
+        -DBUILD_TESTING=OFF -DKESTRAVA_BENCH=OFF
+    (cd build-deb && cpack -G DEB >/dev/null)
+    ls build-deb/kestrava_*.deb
+    ;;
+package-check)
+    "$0" deb
+    exec tools/check-package.sh
+    ;;
 *)
-    sed -n '2,11p' "$0" | sed 's/^# \{0,1\}//'
+    sed -n '2,13p' "$0" | sed 's/^# \{0,1\}//'
     exit 2
     ;;
 esac
