@@ -14,25 +14,22 @@ bool holdsHelp(const QString& dir) {
 
 } // namespace
 
-QString FindHelpFolder(const QString& envDir, const QString& programDir, const QString& sourceDir) {
+QString FindHelpFolder(const QString& envDir, const QString& programDir) {
     // A folder named on purpose is never silently swapped for another one.
     if (!envDir.isEmpty())
         return holdsHelp(envDir) ? QDir(envDir).absolutePath() : QString();
     if (!programDir.isEmpty()) {
-        const QString installed = QDir::cleanPath(programDir + u"/../share/doc/kestrava/help"_s);
+        const QString installed = QDir::cleanPath(programDir + u"/../share/kestrava/help"_s);
         if (holdsHelp(installed))
             return installed;
     }
-    if (holdsHelp(sourceDir))
-        return QDir(sourceDir).absolutePath();
     return {};
 }
 
 QString HelpFolder() {
     const QString programDir =
         QCoreApplication::instance() ? QCoreApplication::applicationDirPath() : QString();
-    return FindHelpFolder(qEnvironmentVariable("KESTRAVA_HELP_DIR"), programDir,
-                          QStringLiteral(KESTRAVA_SOURCE_HELP_DIR));
+    return FindHelpFolder(qEnvironmentVariable("KESTRAVA_HELP_DIR"), programDir);
 }
 
 QUrl HelpPageUrl(const QString& page) {

@@ -9,12 +9,19 @@
 #   tools/dev.sh fuzz [SECS]  each fuzzing harness for SECS seconds (30)
 #   tools/dev.sh bench        the benchmarks
 #   tools/dev.sh shots [DIR]  screenshots of the desktop under Xvfb
+#   tools/dev.sh deb          the Debian package, in build-deb/
+#   tools/dev.sh package-check  the package checked, installed, run and removed
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
+# What the program needs to build and run.
 PACKAGES=(
     cmake ninja-build g++ pkg-config ccache
-    qt6-base-dev libzip-dev libcurl4-openssl-dev libminiupnpc-dev libv4l-dev
+    qt6-base-dev qt6-qpa-plugins libzip-dev libcurl4-openssl-dev libminiupnpc-dev libv4l-dev
+)
+
+# What the tests, the sanitizer and fuzzing builds and the benchmarks add.
+TEST_PACKAGES=(
     libgtest-dev libgmock-dev libbenchmark-dev
     chromium w3m zip unzip
     xvfb xdotool imagemagick fonts-noto-cjk
@@ -23,13 +30,23 @@ PACKAGES=(
     miniupnpd miniupnpd-nftables nftables iproute2
 )
 
+# What building and checking the Debian package adds.
+PACKAGE_TOOLS=(
+    dpkg-dev file lintian desktop-file-utils appstream man-db curl
+)
+
+# With "test", the test tools and node too.
 install_missing() {
-    local missing=() p
-    for p in "${PACKAGES[@]}"; do
+    local wanted=("${PACKAGES[@]}") missing=() p
+    [ "${1:-}" = test ] && wanted+=("${TEST_PACKAGES[@]}")
+    [ "${1:-}" = package ] && wanted+=("${PACKAGE_TOOLS[@]}")
+    for p in "${wanted[@]}"; do
         dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" ||
             missing+=("$p")
     done
-    command -v node >/dev/null && command -v npm >/dev/null || missing+=(nodejs npm)
+    if [ "${1:-}" = test ]; then
+        command -v node >/dev/null && command -v npm >/dev/null || missing+=(nodejs npm)
+    fi
     [ ${#missing[@]} -eq 0 ] && return
     local sudo=()
     [ "$(id -u)" -ne 0 ] && sudo=(sudo)
@@ -48,7 +65,8 @@ e2e_modules() {
 build() {
     local dir=$1
     shift
-    cmake -S . -B "$dir" -G Ninja -Wno-dev -DCMAKE_CXX_COMPILER_LAUNCHER=ccache "$@" >/dev/null
+    cmake -S . -B "$dir" -G Ninja -Wno-dev -DCMAKE_CXX_COMPILER_LAUNCHER=ccache \
+        -DKESTRAVA_WERROR=ON "$@" >/dev/null
     cmake --build "$dir"
 }
 
@@ -93,17 +111,17 @@ cmd=${1:-}
 case "$cmd" in
 run)
     install_missing
-    build build
+    build build -DBUILD_TESTING=OFF -DKESTRAVA_BENCH=OFF
     exec build/app/kestrava --demo "$@"
     ;;
 test)
-    install_missing
+    install_missing test
     e2e_modules
-    build build
+    build build -DBUILD_TESTING=ON
     ctest --test-dir build --output-on-failure -j "$(nproc)"
     ;;
 asan)
-    install_missing
+    install_missing test
     e2e_modules
     build build-asan -DKESTRAVA_SANITIZE=ON -DKESTRAVA_BENCH=OFF -DCMAKE_BUILD_TYPE=Debug
     # LeakSanitizer's own tracer now and then dies at exit on a loaded machine
@@ -113,25 +131,36 @@ asan)
         ctest --test-dir build-asan --output-on-failure -j "$(nproc)" --repeat until-pass:2
     ;;
 fuzz)
-    install_missing
+    install_missing test
     CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -Wno-dev \
-        -DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DKESTRAVA_FUZZ=ON -DKESTRAVA_TESTS=OFF \
-        -DKESTRAVA_BENCH=OFF >/dev/null
+        -DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DKESTRAVA_FUZZ=ON -DBUILD_TESTING=OFF \
+        -DKESTRAVA_BENCH=OFF -DKESTRAVA_WERROR=ON >/dev/null
     cmake --build build-fuzz --target kestrava_fuzzers
     run_fuzzers "${1:-30}"
     ;;
 bench)
-    install_missing
-    build build
+    install_missing test
+    build build -DKESTRAVA_BENCH=ON
     build/bench/kestrava_bench "$@"
     ;;
 shots)
-    install_missing
+    install_missing test
     build build
     exec tools/screenshots.sh "$@"
     ;;
+deb)
+    install_missing package
+    build build-deb -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr \
+        -DBUILD_TESTING=OFF -DKESTRAVA_BENCH=OFF
+    (cd build-deb && cpack -G DEB >/dev/null)
+    ls build-deb/kestrava_*.deb
+    ;;
+package-check)
+    "$0" deb
+    exec tools/check-package.sh
+    ;;
 *)
-    sed -n '2,11p' "$0" | sed 's/^# \{0,1\}//'
+    sed -n '2,13p' "$0" | sed 's/^# \{0,1\}//'
     exit 2
     ;;
 esac

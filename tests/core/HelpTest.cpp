@@ -67,22 +67,22 @@ TEST(HelpPages, WellFormedAndLinked) {
         EXPECT_TRUE(fromIndex.count(name)) << "not in the contents: " << name.toStdString();
 }
 
-// The environment decides alone when set; otherwise an installed copy beats
-// the tree, and a folder counts only with its index.
-TEST(HelpFolder, EnvironmentThenInstalledThenTree) {
+// The environment decides alone when set; otherwise the copy beside the
+// program, wherever the tree was installed, and a folder counts only with its
+// index.
+TEST(HelpFolder, EnvironmentThenBesideTheProgram) {
     QTemporaryDir tmp;
     const QString env = tmp.filePath(u"env"_s), bin = tmp.filePath(u"usr/bin"_s),
-                  installed = tmp.filePath(u"usr/share/doc/kestrava/help"_s),
-                  tree = tmp.filePath(u"src/docs/help"_s);
-    for (const QString& dir : {env, installed, tree})
+                  installed = tmp.filePath(u"usr/share/kestrava/help"_s);
+    for (const QString& dir : {env, installed})
         touch(dir + u"/index.html"_s);
 
-    EXPECT_EQ(FindHelpFolder(env, bin, tree), env);
-    EXPECT_EQ(FindHelpFolder({}, bin, tree), installed);
-    EXPECT_EQ(FindHelpFolder({}, tmp.filePath(u"opt/bin"_s), tree), tree);
-    EXPECT_EQ(FindHelpFolder(tmp.filePath(u"missing"_s), bin, tree), QString());
+    EXPECT_EQ(FindHelpFolder(env, bin), env);
+    EXPECT_EQ(FindHelpFolder({}, bin), installed);
+    EXPECT_EQ(FindHelpFolder({}, tmp.filePath(u"opt/bin"_s)), QString());
+    EXPECT_EQ(FindHelpFolder(tmp.filePath(u"missing"_s), bin), QString());
     QFile::remove(installed + u"/index.html"_s);
-    EXPECT_EQ(FindHelpFolder({}, bin, tree), tree);
+    EXPECT_EQ(FindHelpFolder({}, bin), QString());
 }
 
 TEST(HelpPageUrl, TreeOrEnvironmentWithTheFragmentKept) {

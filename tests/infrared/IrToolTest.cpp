@@ -41,4 +41,11 @@ TEST(IrTool, CapturesShowsAndSendsWithTheSimulator) {
     EXPECT_EQ(run(dir.path(), {u"show"_s, u"sim-transmit.log"_s}).status, 1); // not a signal
     EXPECT_EQ(run(dir.path(), {u"send"_s, u"/nonexistent/tty"_s, u"tv.bin"_s}).status, 1);
     EXPECT_EQ(run(dir.path(), {u"bogus"_s}).status, 2);
+
+    const ToolRun version = run(dir.path(), {u"--version"_s});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.out, u"kestrava-ir " KESTRAVA_VERSION "\n"_s);
+    const ToolRun help = run(dir.path(), {u"--help"_s});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_TRUE(help.out.startsWith(u"Usage: kestrava-ir"_s));
 }

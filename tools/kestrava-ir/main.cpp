@@ -36,6 +36,8 @@ const char* const Usage =
     "  send DEVICE FILE          send a signal file\n"
     "  show FILE [--mode2]       print a signal file as pulse/space durations in µs\n"
     "                            with its carrier (ir-ctl's text or mode2 form)\n"
+    "  --help                    show this help and exit\n"
+    "  --version                 show the version and exit\n"
     "\n"
     "DEVICE is a path (/dev/ttyUSB0, /dev/lirc0), a number n for /dev/ttyUSBn,\n"
     "or sim for the simulator (which logs to ./sim-transmit.log).\n";
@@ -236,6 +238,11 @@ int main(int argc, char** argv) {
         return capture(args[1], args[2], args.size() == 4 ? qMax(1, args[3].toInt()) : 11);
     if (cmd == u"send" && args.size() == 3)
         return send(args[1], args[2]);
-    std::fputs(Usage, cmd == u"--help" ? stdout : stderr);
-    return cmd == u"--help" ? 0 : 2;
+    if (args.size() == 1 && cmd == u"--version") {
+        std::printf("kestrava-ir %s\n", KESTRAVA_VERSION);
+        return 0;
+    }
+    const bool help = args.size() == 1 && (cmd == u"--help" || cmd == u"-h");
+    std::fputs(Usage, help ? stdout : stderr);
+    return help ? 0 : 2;
 }
