@@ -18,13 +18,14 @@ cd "$(dirname "$0")/.."
 PACKAGES=(
     cmake ninja-build g++ pkg-config ccache
     qt6-base-dev qt6-qpa-plugins libzip-dev libcurl4-openssl-dev libminiupnpc-dev libv4l-dev
+    fonts-noto-cjk
 )
 
 # What the tests, the sanitizer and fuzzing builds and the benchmarks add.
 TEST_PACKAGES=(
     libgtest-dev libgmock-dev libbenchmark-dev
     chromium w3m zip unzip
-    xvfb xdotool imagemagick fonts-noto-cjk
+    xvfb xdotool imagemagick
     clang libclang-rt-14-dev
     python3-aiosmtpd dovecot-pop3d
     miniupnpd miniupnpd-nftables nftables iproute2
