@@ -21,6 +21,7 @@ PACKAGES=(
     clang libclang-rt-14-dev
     python3-aiosmtpd dovecot-pop3d
     miniupnpd miniupnpd-nftables nftables iproute2
+    python3-dbusmock dbus
 )
 
 install_missing() {

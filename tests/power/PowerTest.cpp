@@ -1,0 +1,158 @@
+#include "power/Power.h"
+#include "core/Application.h"
+#include "support/FixedClock.h"
+#include "support/LogindMock.h"
+#include "support/ScriptedPrompt.h"
+#include "support/TempFolder.h"
+
+#include <QDir>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Monday 2026/11/23.
+QDateTime at(int day, int h, int m, int s = 0) {
+    return QDateTime(QDate(2026, 11, day), QTime(h, m, s));
+}
+
+struct Machine {
+    LogindMock logind;
+    TempFolder t;
+    FixedClock clock{at(23, 12, 0, 30)};
+    ScriptedPrompt prompt;
+    Application app{t.folder, t.settings, clock, prompt};
+    Power& power = *app.power;
+    QStringList events; // deactivate, countdown, steps
+
+    Machine() {
+        EXPECT_TRUE(logind.ready);
+        power.busAddress = logind.address;
+        power.stepMs = 1;
+        power.wakeAlarmPath = t.path(u"wakealarm");
+        t.writeFile(u"wakealarm", "");
+        power.deActivateTira = [this] { events << u"deactivate"_s; };
+        QObject::connect(&power, &Power::countdownStarted, [this] { events << u"start"_s; });
+        QObject::connect(&power, &Power::countdownEnded, [this] { events << u"end"_s; });
+        QObject::connect(&power, &Power::countdownStep, [this](int v) {
+            if (v == 1 || v == 100)
+                events << QString::number(v);
+        });
+    }
+    void reserve(const QString& name) {
+        t.writeFile(u"reserve/"_s + name, "A|a\r\n");
+        app.scheduler.FillGrid();
+    }
+    qint64 wakeAlarm() const { return t.readFile(u"wakealarm").trimmed().toLongLong(); }
+};
+
+} // namespace
+
+// Empty and "Hibern" hibernate, anything else suspends; each after the device
+// is released and the whole countdown, and after asking whether it can.
+TEST(Power, SleepsByTheSettingAfterTheCountdown) {
+    Machine m;
+    m.power.HibernateNow();
+    EXPECT_EQ(m.events, (QStringList{u"deactivate"_s, u"start"_s, u"1"_s, u"100"_s, u"end"_s}));
+    EXPECT_EQ(m.logind.calls(), (QStringList{u"CanHibernate"_s, u"Hibernate"_s}));
+    EXPECT_TRUE(m.t.readFile(u"wakealarm").isEmpty()); // no reservation, no wake-up
+
+    m.t.settings.WriteIni(u"Power", u"HibernOrSuspend", u"Hibern");
+    m.power.HibernateNow();
+    m.t.settings.WriteIni(u"Power", u"HibernOrSuspend", u"hibern");
+    m.power.HibernateNow();
+    EXPECT_EQ(m.logind.calls(), (QStringList{u"CanHibernate"_s, u"Hibernate"_s, u"CanHibernate"_s,
+                                             u"Hibernate"_s, u"CanSuspend"_s, u"Suspend"_s}));
+}
+
+// A cancel at the last step still cancels, the close order cancels, a second
+// start during a countdown is ignored, and a machine that cannot stays on.
+TEST(Power, CancelledOrUnableStaysOn) {
+    Machine m;
+    int starts = 0;
+    QObject::connect(&m.power, &Power::countdownStarted, [&] { ++starts; });
+    auto connection = QObject::connect(&m.power, &Power::countdownStep, [&](int v) {
+        if (v == 50)
+            m.power.HibernateNow();
+        if (v == 100)
+            m.power.Cancel();
+    });
+    m.power.HibernateNow();
+    EXPECT_EQ(starts, 1);
+    EXPECT_TRUE(m.events.contains(u"100"_s));
+    EXPECT_TRUE(m.app.state.HibernCancel);
+    QObject::disconnect(connection);
+
+    m.events.clear();
+    connection = QObject::connect(&m.power, &Power::countdownStep, [&](int v) {
+        if (v == 3)
+            m.app.Close();
+    });
+    m.power.HibernateNow();
+    EXPECT_EQ(m.events.last(), u"end"_s);
+    EXPECT_FALSE(m.events.contains(u"100"_s));
+    EXPECT_TRUE(m.logind.calls().isEmpty());
+    QObject::disconnect(connection);
+
+    Machine unable;
+    unable.logind.answer(u"CanHibernate"_s, u"na"_s);
+    unable.power.HibernateNow();
+    EXPECT_EQ(unable.logind.calls(), QStringList{u"CanHibernate"_s});
+}
+
+// The wake-up is the next due time less 2 minutes, in seconds since the epoch,
+// replacing the earlier one; without an alarm to write the sleep goes on.
+TEST(Power, WakeUpTwoMinutesBeforeTheNextReservation) {
+    Machine m;
+    QObject::connect(&m.power, &Power::countdownStarted, [&] { m.power.Cancel(); });
+    auto wakeFor = [&](const QString& name) {
+        m.reserve(name);
+        m.power.HibernateNow();
+        return QDateTime::fromSecsSinceEpoch(m.wakeAlarm());
+    };
+    EXPECT_EQ(wakeFor(u"0000010 09_00"_s), at(27, 8, 58));  // Fridays
+    EXPECT_EQ(wakeFor(u"1111111 12_00"_s), at(24, 11, 58)); // the present minute is over
+    EXPECT_EQ(wakeFor(u"2026_11_24 00_01"_s), at(23, 23, 59));
+    EXPECT_EQ(m.t.readFile(u"wakealarm"),
+              QByteArray::number(at(23, 23, 59).toSecsSinceEpoch()) + '\n');
+
+    m.power.wakeAlarmPath = m.t.path(u"no-rtc");
+    EXPECT_FALSE(m.power.SetResumeTask(at(24, 1, 0)));
+    m.power.wakeAlarmPath = m.t.root(); // cannot be written
+    EXPECT_FALSE(m.power.SetResumeTask(at(24, 1, 0)));
+    QObject::disconnect(&m.power, &Power::countdownStarted, nullptr, nullptr);
+    m.power.HibernateNow();
+    EXPECT_EQ(m.logind.calls(), (QStringList{u"CanHibernate"_s, u"Hibernate"_s}));
+}
+
+// The button says so within 5 minutes of a reservation, to the minute; the
+// scan hands over only with PowerControl "1" and nothing due within 5 minutes.
+TEST(Power, ButtonAndScanTriggers) {
+    Machine m;
+    m.reserve(u"2026_11_23 12_05"_s);
+    m.power.SuspendPressed();
+    EXPECT_EQ(m.prompt.shown, QStringList{u"info:"_s + Power::SoonText});
+    EXPECT_TRUE(m.events.isEmpty());
+    m.clock.at = at(23, 11, 59, 59);
+    m.power.SuspendPressed();
+    EXPECT_EQ(m.logind.calls(), (QStringList{u"CanHibernate"_s, u"Hibernate"_s}));
+
+    Machine s;
+    s.t.settings.WriteIni(u"Tira", u"Testmode", u"1");
+    QDir().mkpath(s.t.path(u"testmode/reserve"));
+    s.t.writeFile(u"testmode/reserve/1111111 12_00", "T|1\r\n");
+    s.t.writeFile(u"testmode/reserve/1111111 12_05", "T|1\r\n");
+    s.app.scheduler.FillGrid();
+    auto scanAt = [&](int h, int min) {
+        s.clock.at = at(23, h, min, 1);
+        s.app.scheduler.Tick();
+        return s.logind.calls().size();
+    };
+    EXPECT_EQ(scanAt(12, 0), 0); // PowerControl off
+    s.t.settings.WriteIni(u"Options", u"PowerControl", u"1");
+    s.app.scheduler.LastScanMinute.clear();
+    EXPECT_EQ(scanAt(12, 0), 0); // 12:05 is within 5 minutes
+    EXPECT_EQ(scanAt(12, 5), 2); // nothing near after it
+    s.app.scheduler.Stop();
+}
