@@ -19,6 +19,7 @@
 #include "infrared/LearningWindows.h"
 #include "infrared/TiraDevice.h"
 #include "infrared/Transmission.h"
+#include "power/Power.h"
 #include "remotes/RemoteWindows.h"
 #include "setup/PortChoice.h"
 #include "webpages/MenuPages.h"
@@ -280,6 +281,7 @@ int main(int argc, char** argv) {
     // The transceiver: opened by the first send or capture, not at start.
     TiraDevice device(folder, settings, *prompt);
     QObject::connect(&app, &Application::releaseDevice, &device, &TiraDevice::Unload);
+    app.power->deActivateTira = [&device] { device.DeActivateTira(); };
     // Reserved signals go out like web presses: a failure is told without a box.
     app.scheduler.send = [&device](const QString& path) {
         return device.TransmitTira(path, TiraDevice::Origin::Background);

@@ -1,6 +1,7 @@
 #include "core/MainWindow.h"
 #include "core/Application.h"
 #include "core/Clock.h"
+#include "power/Power.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 
@@ -175,7 +176,8 @@ TEST(MainWindow, DeviceListOpensRemote) {
     EXPECT_FALSE(d.app.timComboVisible.isActive());
 }
 
-// The hibernate button shows only with power control on.
+// The hibernate button shows only with power control on, follows the setting
+// when asked, and within 5 minutes of a reservation only says so.
 TEST(MainWindow, SuspendButtonFollowsPowerControl) {
     Desktop off;
     off.window.ShowAtStart();
@@ -184,4 +186,16 @@ TEST(MainWindow, SuspendButtonFollowsPowerControl) {
     on.t.settings.WriteIni(u"Options", u"PowerControl", u"1");
     on.window.ShowAtStart();
     EXPECT_TRUE(on.find(u"cmdSuspend"_s)->isVisible());
+    off.t.settings.WriteIni(u"Options", u"PowerControl", u"1");
+    off.window.UpdateSuspendButton();
+    EXPECT_TRUE(off.find(u"cmdSuspend"_s)->isVisible());
+    on.t.settings.WriteIni(u"Options", u"PowerControl", u"0");
+    on.window.UpdateSuspendButton();
+    EXPECT_FALSE(on.find(u"cmdSuspend"_s)->isVisible());
+
+    const QDateTime soon = QDateTime::currentDateTime().addSecs(3 * 60);
+    off.t.writeFile(u"reserve/"_s + soon.toString(u"yyyy_MM_dd HH_mm"), "A|a\r\n");
+    off.app.scheduler.FillGrid();
+    off.click(u"cmdSuspend"_s);
+    EXPECT_EQ(off.prompt.shown, QStringList{u"info:"_s + Power::SoonText});
 }
