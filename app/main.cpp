@@ -23,6 +23,7 @@
 #include "remotes/RemoteWindows.h"
 #include "setup/PortChoice.h"
 #include "webpages/MenuPages.h"
+#include "webpages/PowerPages.h"
 #include "webpages/RemotePages.h"
 #include "webpages/ReservePages.h"
 #include "webserver/Dispatcher.h"
@@ -304,6 +305,7 @@ int main(int argc, char** argv) {
     };
     remotePages.cameraOff = [&camera] { camera.stop(); };
     InstallRemotePages(dispatcher, settings, clock, remotePages);
+    InstallPowerPages(dispatcher, app);
     InstallReservePages(dispatcher,
                         {folder, settings, clock, [&app] { app.scheduler.FillGrid(); }});
     WebServer webServer(app, dispatcher);

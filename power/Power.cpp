@@ -10,9 +10,12 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QLoggingCategory>
+
+#include <map>
 
 using namespace Qt::StringLiterals;
 
@@ -151,4 +154,21 @@ bool Power::SetResumeTask(const QDateTime& when) {
     }
     qCInfo(lcPower).noquote() << "wake-up set for" << when.toString(u"yyyy/MM/dd HH:mm");
     return true;
+}
+
+QString MacAddress(const QString& netDir) {
+    auto read = [&](const QString& nic, const char16_t* file) {
+        QFile f(netDir + u'/' + nic + u'/' + QString::fromUtf16(file));
+        return f.open(QIODevice::ReadOnly) ? QString::fromLatin1(f.readAll().trimmed()) : QString();
+    };
+    std::map<int, QString> byIndex;
+    for (const QString& nic : QDir(netDir).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        constexpr int LoopbackType = 772;
+        const QString mac = read(nic, u"address");
+        if (read(nic, u"type").toInt() == LoopbackType || mac.isEmpty() ||
+            mac.count(u'0') + mac.count(u':') == mac.size())
+            continue;
+        byIndex.emplace(read(nic, u"ifindex").toInt(), mac.toUpper());
+    }
+    return byIndex.empty() ? QString() : byIndex.begin()->second;
 }

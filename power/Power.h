@@ -58,3 +58,7 @@ private:
     bool noRtcTold_ = false;
     bool notWritableTold_ = false;
 };
+
+// The hardware address of the first interface under netDir (/sys/class/net) by
+// index that is no loopback and has one, upper case; "" when none has.
+QString MacAddress(const QString& netDir);

@@ -1,11 +1,14 @@
 #include "power/Power.h"
 #include "core/Application.h"
 #include "support/FixedClock.h"
+#include "support/HttpClient.h"
 #include "support/LogindMock.h"
+#include "support/ProgramProcess.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
@@ -155,4 +158,33 @@ TEST(Power, ButtonAndScanTriggers) {
     EXPECT_EQ(scanAt(12, 0), 0); // 12:05 is within 5 minutes
     EXPECT_EQ(scanAt(12, 5), 2); // nothing near after it
     s.app.scheduler.Stop();
+}
+
+// The page goes out at once and the countdown starts 10 seconds later, also
+// with PowerControl off; SIGTERM during it cancels and ends the program.
+TEST(Power, WebPageSleepsLaterAndSigtermCancels) {
+    LogindMock logind;
+    ASSERT_TRUE(logind.ready);
+    QTemporaryDir home;
+    {
+        SettingsStore settings(home.path() + u"/setting.ini"_s);
+        settings.WriteIni(u"WebServer", u"Port", u"0");
+        settings.WriteIni(u"Options", u"PowerControl", u"0");
+    }
+    auto env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"DBUS_SYSTEM_BUS_ADDRESS"_s, logind.address);
+    Program p({u"--headless"_s, u"--home"_s, home.path()}, env);
+    const quint16 port = p.webPort();
+    ASSERT_NE(port, 0) << p.log().toStdString();
+    QElapsedTimer took;
+    took.start();
+    EXPECT_TRUE(
+        Fetch(port, "GET /hibern.asp HTTP/1.1\r\nHost: x\r\n\r\n").startsWith("HTTP/1.1 200"));
+    EXPECT_LT(took.elapsed(), 2000);
+    ASSERT_TRUE(p.waitForLog(u"goes to sleep in 10 seconds"_s, 15000)) << p.log().toStdString();
+    EXPECT_GE(took.elapsed(), 9500);
+    ASSERT_TRUE(p.stop(SIGTERM, 5000));
+    EXPECT_EQ(p.process.exitCode(), 0);
+    EXPECT_TRUE(p.log().contains(u"going to sleep cancelled"_s));
+    EXPECT_TRUE(logind.calls().isEmpty());
 }
