@@ -72,14 +72,14 @@ void Power::HibernateNow() {
         if (!cancelled())
             WaitMs(stepMs);
     }
-    countingDown_ = false;
     emit countdownEnded();
     if (cancelled()) {
         qCInfo(lcPower) << "going to sleep cancelled";
-        return;
+    } else {
+        QCoreApplication::processEvents();
+        sleepNow(); // events run while logind answers: still no second start
     }
-    QCoreApplication::processEvents();
-    sleepNow();
+    countingDown_ = false;
 }
 
 void Power::sleepNow() {

@@ -18,7 +18,7 @@ public:
     explicit Power(Application& app, QObject* parent = nullptr);
 
     // The whole sequence. Returns after the sleep has been asked for, or after
-    // a cancel; does nothing while a countdown already runs.
+    // a cancel; does nothing while one already runs.
     void HibernateNow();
     // The hibernate button: within 5 minutes of a reservation it only says the
     // scan will hibernate after it.
