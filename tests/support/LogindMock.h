@@ -10,27 +10,24 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
-// python3-dbusmock's logind on a bus of the test's own: a dbus-daemon on a
-// socket in a temporary folder, and the mock on it as the system bus.
+namespace logindmock {
+using namespace Qt::StringLiterals;
+
+// python3-dbusmock's logind as the system bus of a dbus-daemon of the test's own.
 class LogindMock {
 public:
     LogindMock() {
-        address = QStringLiteral("unix:path=") + dir.path() + QStringLiteral("/bus");
-        daemon.start(QStringLiteral("dbus-daemon"),
-                     {QStringLiteral("--session"), QStringLiteral("--nofork"),
-                      QStringLiteral("--print-address"), QStringLiteral("--address=") + address});
+        address = u"unix:path="_s + dir.path() + u"/bus"_s;
         // The address is printed once the bus listens.
-        if (!daemon.waitForStarted(5000) ||
-            !WaitForSignal(&daemon, &QProcess::readyReadStandardOutput, 5000))
-            return;
+        daemon.start(u"dbus-daemon"_s, {u"--session"_s, u"--nofork"_s, u"--print-address"_s,
+                                        u"--address="_s + address});
+        WaitForSignal(&daemon, &QProcess::readyReadStandardOutput, 5000);
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"), address);
+        env.insert(u"DBUS_SYSTEM_BUS_ADDRESS"_s, address);
         mock.setProcessEnvironment(env);
-        mock.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        mock.start(QStringLiteral("/usr/bin/python3"),
-                   {QStringLiteral("-m"), QStringLiteral("dbusmock"), QStringLiteral("--system"),
-                    QStringLiteral("--template"), QStringLiteral("logind")});
-        bus = QDBusConnection::connectToBus(address, connectionName());
+        mock.start(u"/usr/bin/python3"_s,
+                   {u"-m"_s, u"dbusmock"_s, u"--system"_s, u"--template"_s, u"logind"_s});
+        bus = QDBusConnection::connectToBus(address, address);
         QDBusServiceWatcher watcher(Service, bus, QDBusServiceWatcher::WatchForRegistration);
         if (!bus.interface()->isServiceRegistered(Service))
             WaitForSignal(&watcher, &QDBusServiceWatcher::serviceRegistered, 10000);
@@ -41,14 +38,14 @@ public:
             p->kill();
             p->waitForFinished(5000);
         }
-        QDBusConnection::disconnectFromBus(connectionName());
+        QDBusConnection::disconnectFromBus(address);
     }
 
-    // The names of the Manager's methods called so far, in order.
+    // The names of the methods called so far, in order.
     QStringList calls() {
-        QDBusMessage reply = bus.call(mockCall(QStringLiteral("GetCalls")));
-        QStringList names;
+        const QDBusMessage reply = bus.call(mockCall(u"GetCalls"_s));
         const QDBusArgument list = reply.arguments().value(0).value<QDBusArgument>();
+        QStringList names;
         list.beginArray();
         while (!list.atEnd()) {
             quint64 stamp = 0;
@@ -64,10 +61,8 @@ public:
     }
     // Makes a Can... method answer text instead of "yes".
     void answer(const QString& method, const QString& text) {
-        QDBusMessage m = mockCall(QStringLiteral("AddMethod"));
-        m << QStringLiteral("org.freedesktop.login1.Manager") << method << QString()
-          << QStringLiteral("s") << QStringLiteral("ret = '%1'").arg(text);
-        bus.call(m);
+        bus.call(mockCall(u"AddMethod"_s) << u"org.freedesktop.login1.Manager"_s << method
+                                          << QString() << u"s"_s << u"ret = '%1'"_s.arg(text));
     }
 
     QTemporaryDir dir;
@@ -77,10 +72,11 @@ public:
     bool ready = false;
 
 private:
-    static inline const QString Service = QStringLiteral("org.freedesktop.login1");
-    QString connectionName() const { return QStringLiteral("logind-mock ") + address; }
+    static inline const QString Service = u"org.freedesktop.login1"_s;
     static QDBusMessage mockCall(const QString& method) {
-        return QDBusMessage::createMethodCall(Service, QStringLiteral("/org/freedesktop/login1"),
-                                              QStringLiteral("org.freedesktop.DBus.Mock"), method);
+        return QDBusMessage::createMethodCall(Service, u"/org/freedesktop/login1"_s,
+                                              u"org.freedesktop.DBus.Mock"_s, method);
     }
 };
+} // namespace logindmock
+using logindmock::LogindMock;
