@@ -143,7 +143,13 @@ bool Power::SetResumeTask(const QDateTime& when) {
         }
         return true;
     };
-    if (!write("0\n") || !write(QByteArray::number(when.toSecsSinceEpoch()) + '\n')) {
+    // An RTC kept in local time (beside Windows) counts its alarm in local time too.
+    qint64 seconds = when.toSecsSinceEpoch();
+    QFile adjtime(adjtimePath);
+    if (adjtime.open(QIODevice::ReadOnly) &&
+        adjtime.readAll().split('\n').value(2).trimmed() == "LOCAL")
+        seconds += when.offsetFromUtc();
+    if (!write("0\n") || !write(QByteArray::number(seconds) + '\n')) {
         if (!std::exchange(notWritableTold_, true))
             qCWarning(lcPower).noquote()
                 << "no wake-up was set: cannot write" << wakeAlarmPath << u"("_s + error + u")"_s

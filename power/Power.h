@@ -25,7 +25,6 @@ public:
     void SuspendPressed();
     // The countdown's cancel button (and the close order).
     void Cancel();
-    bool countingDown() const { return countingDown_; }
 
     // One wake-up at "when" through the RTC alarm, replacing any earlier one.
     // False when it could not be set; the reason is logged once per process.
@@ -38,6 +37,8 @@ public:
     std::function<void()> deActivateTira;
     // Where the RTC alarm is written (seconds since the epoch).
     QString wakeAlarmPath = QStringLiteral("/sys/class/rtc/rtc0/wakealarm");
+    // Says whether the RTC keeps local time (third line "LOCAL").
+    QString adjtimePath = QStringLiteral("/etc/adjtime");
     // The bus logind is asked on; empty is the system bus.
     QString busAddress;
     // One countdown step; 100 steps make the countdown.

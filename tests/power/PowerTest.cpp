@@ -96,6 +96,12 @@ TEST(Power, WakeUpTwoMinutesBeforeTheNextReservation) {
     EXPECT_EQ(wakeFor(u"1111111 12_00"_s), at(24, 11, 58)); // the present minute is over
     EXPECT_EQ(wakeFor(u"2026_11_24 00_01"_s), at(23, 23, 59));
     EXPECT_TRUE(m.t.readFile(u"wakealarm").endsWith("\n"));
+    // An RTC in local time is set in local time.
+    m.t.writeFile(u"adjtime", "0.0 0 0.0\n0\nLOCAL\n");
+    m.power.adjtimePath = m.t.path(u"adjtime");
+    const QDateTime tokyo(QDate(2026, 11, 24), QTime(7, 0), Qt::OffsetFromUTC, 9 * 3600);
+    EXPECT_TRUE(m.power.SetResumeTask(tokyo));
+    EXPECT_EQ(m.t.readFile(u"wakealarm").toLongLong(), tokyo.toSecsSinceEpoch() + 9 * 3600);
 
     m.power.wakeAlarmPath = m.t.path(u"no-rtc");
     EXPECT_FALSE(m.power.SetResumeTask(at(24, 1, 0)));
