@@ -19,9 +19,11 @@
 #include "infrared/LearningWindows.h"
 #include "infrared/TiraDevice.h"
 #include "infrared/Transmission.h"
+#include "power/Power.h"
 #include "remotes/RemoteWindows.h"
 #include "setup/PortChoice.h"
 #include "webpages/MenuPages.h"
+#include "webpages/PowerPages.h"
 #include "webpages/RemotePages.h"
 #include "webpages/ReservePages.h"
 #include "webserver/Dispatcher.h"
@@ -280,6 +282,7 @@ int main(int argc, char** argv) {
     // The transceiver: opened by the first send or capture, not at start.
     TiraDevice device(folder, settings, *prompt);
     QObject::connect(&app, &Application::releaseDevice, &device, &TiraDevice::Unload);
+    app.power->deActivateTira = [&device] { device.DeActivateTira(); };
     // Reserved signals go out like web presses: a failure is told without a box.
     app.scheduler.send = [&device](const QString& path) {
         return device.TransmitTira(path, TiraDevice::Origin::Background);
@@ -302,6 +305,7 @@ int main(int argc, char** argv) {
     };
     remotePages.cameraOff = [&camera] { camera.stop(); };
     InstallRemotePages(dispatcher, settings, clock, remotePages);
+    InstallPowerPages(dispatcher, app);
     InstallReservePages(dispatcher,
                         {folder, settings, clock, [&app] { app.scheduler.FillGrid(); }});
     WebServer webServer(app, dispatcher);

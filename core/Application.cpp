@@ -5,6 +5,7 @@
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
+#include "power/Power.h"
 #include "reachability/AddressMail.h"
 #include "reachability/AddressWatch.h"
 #include "reachability/DynDns.h"
@@ -41,7 +42,6 @@ Application::Application(const ProgramFolder& folder_, SettingsStore& settings_,
     setUp(timAddrCheck, 10000, false);
     setUp(timUPnPDelay, 10000, false);
     setUp(timUPnPReWrite, 30000, false);
-    setUp(timHibern, 10000, true);
     setUp(timObjMove, 5000, true);
     setUp(timComboVisible, 10000, true);
     setUp(timHideRetry, 5000, false);
@@ -54,6 +54,8 @@ Application::Application(const ProgramFolder& folder_, SettingsStore& settings_,
     addressWatch = new AddressWatch(*this, *dnsService, *addressMail, *dynDns, this);
     connect(&timAddrCheck, &QTimer::timeout, addressWatch, &AddressWatch::Tick);
     portMapping = new PortMapping(settings, clock, timUPnPDelay, timUPnPReWrite, this);
+    power = new Power(*this, this);
+    scheduler.hibernate = [this] { power->HibernateNow(); };
 }
 
 void Application::Start() {
@@ -113,8 +115,9 @@ void Application::Close() {
     closing_ = true;
     qCInfo(lcApp) << "closing";
     emit releaseDevice();
-    for (QTimer* t : {&timAddrCheckL, &timAddrCheck, &timUPnPDelay, &timUPnPReWrite, &timHibern,
-                      &timObjMove, &timComboVisible, &timHideRetry})
+    power->Cancel();
+    for (QTimer* t : {&timAddrCheckL, &timAddrCheck, &timUPnPDelay, &timUPnPReWrite,
+                      &power->timHibern, &timObjMove, &timComboVisible, &timHideRetry})
         t->stop();
     scheduler.Stop();
     emit unloadRemoteWindows();

@@ -14,6 +14,7 @@ class Clock;
 class DnsService;
 class DynDns;
 class PortMapping;
+class Power;
 class ProgramFolder;
 class SettingsStore;
 class UserPrompt;
@@ -72,7 +73,6 @@ public:
     QTimer timAddrCheck;    // 10 s: global address check
     QTimer timUPnPDelay;    // 10 s: port mapping attempt
     QTimer timUPnPReWrite;  // 30 s: port mapping keep-alive
-    QTimer timHibern;       // 10 s, one shot: power-off after the hibernate page
     QTimer timObjMove;      // 5 s, one shot: ends the redirect window
     QTimer timComboVisible; // 10 s, one shot: hides the device list
     QTimer timHideRetry;    // 5 s while in the tray; does nothing
@@ -84,6 +84,8 @@ public:
     DynDns* dynDns = nullptr;
     AddressMail* addressMail = nullptr;
     AddressWatch* addressWatch = nullptr;
+    // Sleep and wake-up; owns timHibern. The scan hands over to it.
+    Power* power = nullptr;
 
     static const QString FirstRunText;
 

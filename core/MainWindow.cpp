@@ -7,6 +7,8 @@
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "exchange/ExchangeWindows.h"
+#include "power/Power.h"
+#include "power/SuspendWindow.h"
 #include "reachability/AddressWatch.h"
 #include "remotes/Registry.h"
 #include "reservations/AddNewWindow.h"
@@ -269,10 +271,10 @@ void MainWindow::buildPanel() {
     auto rowsChanged = [this] { cmdDelRes_->setEnabled(!app_.scheduler.grid.rows().empty()); };
     connect(&model, &QAbstractItemModel::modelReset, this, rowsChanged);
     rowsChanged();
-    // Hibernation arrives with its own window.
     cmdSuspend_ = PanelButton(this, u"cmdSuspend"_s, u"休止"_s, u"休止状態にします"_s);
-    cmdSuspend_->setEnabled(false);
     cmdSuspend_->hide();
+    connect(cmdSuspend_, &QToolButton::clicked, app_.power, &Power::SuspendPressed);
+    new SuspendWindow(*app_.power, this);
 }
 
 void MainWindow::layOut() {
@@ -316,6 +318,10 @@ void MainWindow::ShowMenu(bool shown) {
     update();
 }
 
+void MainWindow::UpdateSuspendButton() {
+    cmdSuspend_->setVisible(app_.settings.ReadIni(u"Options", u"PowerControl") == u"1");
+}
+
 void MainWindow::ShowAtStart() {
     SettingsStore& s = app_.settings;
     // Main_L counts only when Main_T is there; a negative value keeps the default.
@@ -331,8 +337,7 @@ void MainWindow::ShowAtStart() {
     const bool hide = s.ReadIni(u"Pos", u"Hide") == u"1" && trayAvailable;
     if (!hide)
         show();
-    if (s.ReadIni(u"Options", u"PowerControl") == u"1")
-        cmdSuspend_->show();
+    UpdateSuspendButton();
     FillDevices();
     ShowLocalAddress();
     if (hide)

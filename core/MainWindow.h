@@ -39,6 +39,8 @@ public:
     AddNewWindow* ShowAddNew(const QString& editFile = {});
     void ShowLocalAddress();
     void ShowMenu(bool shown);
+    // cmdSuspend shows only with Options/PowerControl "1".
+    void UpdateSuspendButton();
     bool menuShown() const { return menuShown_; }
 
     // Without a system tray the window minimises to the task bar instead.

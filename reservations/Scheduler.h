@@ -41,7 +41,7 @@ public:
     // Sends a signal file; false when it did not go out. Without it nothing is sent.
     std::function<bool(const QString& signalPath)> send;
     // Called after a scan that fired when PowerControl is on and nothing is due
-    // within 5 minutes. Empty until hibernation exists.
+    // within 5 minutes.
     std::function<void()> hibernate;
 
 signals:

@@ -6,6 +6,8 @@
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
+    // No test may put the machine running it to sleep through its own logind.
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/kestrava-test-bus");
     QCoreApplication app(argc, argv);
     InstallLogHandler(false);
     RaiseFileLimit();

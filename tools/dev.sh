@@ -29,6 +29,7 @@ TEST_PACKAGES=(
     clang libclang-rt-14-dev
     python3-aiosmtpd dovecot-pop3d
     miniupnpd miniupnpd-nftables nftables iproute2
+    python3-dbusmock dbus
 )
 
 # What building and checking the Debian package adds.

@@ -20,6 +20,10 @@ public:
                      Platform platform = NoDisplay, std::function<void()> inChild = {}) {
         if (inChild)
             process.setChildProcessModifier(inChild);
+        // Never the machine's own logind: a test must not put it to sleep.
+        if (!env.contains(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS")))
+            env.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
+                       QStringLiteral("unix:path=/nonexistent/kestrava-test-bus"));
         env.remove(QStringLiteral("DISPLAY"));
         env.remove(QStringLiteral("WAYLAND_DISPLAY"));
         if (platform == NoDisplay)

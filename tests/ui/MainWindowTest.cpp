@@ -1,6 +1,7 @@
 #include "core/MainWindow.h"
 #include "core/Application.h"
 #include "core/Clock.h"
+#include "power/Power.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 
@@ -9,6 +10,8 @@
 #include <QDialog>
 #include <QLabel>
 #include <QMenuBar>
+#include <QProgressBar>
+#include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
 #include <QToolButton>
@@ -175,13 +178,42 @@ TEST(MainWindow, DeviceListOpensRemote) {
     EXPECT_FALSE(d.app.timComboVisible.isActive());
 }
 
-// The hibernate button shows only with power control on.
-TEST(MainWindow, SuspendButtonFollowsPowerControl) {
+// The hibernate button follows PowerControl; a reservation in 5 minutes, to
+// the minute, only gives the message; otherwise the countdown window shows
+// and its cancel ends the countdown there and then.
+TEST(MainWindow, SuspendButtonAndCountdownWindow) {
     Desktop off;
     off.window.ShowAtStart();
     EXPECT_FALSE(off.find(u"cmdSuspend"_s)->isVisible());
+    off.t.settings.WriteIni(u"Options", u"PowerControl", u"1");
+    off.window.UpdateSuspendButton();
+    EXPECT_TRUE(off.find(u"cmdSuspend"_s)->isVisible());
     Desktop on;
     on.t.settings.WriteIni(u"Options", u"PowerControl", u"1");
     on.window.ShowAtStart();
     EXPECT_TRUE(on.find(u"cmdSuspend"_s)->isVisible());
+
+    const QDateTime soon = QDateTime::currentDateTime().addSecs(5 * 60);
+    off.t.writeFile(u"reserve/"_s + soon.toString(u"yyyy_MM_dd HH_mm"), "A|a\r\n");
+    off.app.scheduler.FillGrid();
+    off.click(u"cmdSuspend"_s);
+    EXPECT_EQ(off.prompt.shown, QStringList{u"info:"_s + Power::SoonText});
+
+    on.app.power->stepMs = 5;
+    on.app.power->busAddress = u"unix:path="_s + on.t.path(u"no-bus");
+    auto* frm = on.find(u"frmSuspend"_s);
+    int last = 0;
+    QObject::connect(on.app.power, &Power::countdownStep, [&](int value) {
+        if ((last = value) != 50)
+            return;
+        EXPECT_TRUE(frm->isVisible());
+        EXPECT_EQ(frm->windowTitle(), u"Kestrava"_s);
+        EXPECT_EQ(on.find<QLabel>(u"Label1"_s)->text(), u"休止状態にします．．．"_s);
+        EXPECT_EQ(on.find<QProgressBar>(u"ProgressBar1"_s)->value(), 50);
+        EXPECT_EQ(on.find<QPushButton>(u"Command1"_s)->text(), u"キャンセル"_s);
+        QTest::mouseClick(on.find<QPushButton>(u"Command1"_s), Qt::LeftButton);
+    });
+    on.click(u"cmdSuspend"_s);
+    EXPECT_EQ(last, 50);
+    EXPECT_FALSE(frm->isVisible());
 }

@@ -1,0 +1,180 @@
+#include "power/Power.h"
+
+#include "core/Application.h"
+#include "core/Clock.h"
+#include "core/Settings.h"
+#include "core/UserPrompt.h"
+#include "core/Wait.h"
+
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QLoggingCategory>
+
+#include <map>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+Q_LOGGING_CATEGORY(lcPower, "kestrava.power")
+
+// Waits with events running, so the web server is not held up by logind.
+QDBusMessage callLogind(const QDBusConnection& bus, const QString& method,
+                        const QVariantList& args = {}) {
+    QDBusMessage m =
+        QDBusMessage::createMethodCall(u"org.freedesktop.login1"_s, u"/org/freedesktop/login1"_s,
+                                       u"org.freedesktop.login1.Manager"_s, method);
+    m.setArguments(args);
+    QDBusPendingCallWatcher watcher(bus.asyncCall(m, 25000));
+    if (!watcher.isFinished())
+        WaitForSignal(&watcher, &QDBusPendingCallWatcher::finished, -1);
+    return watcher.reply();
+}
+} // namespace
+
+const QString Power::SoonText = u"次の操作予約が5分以内にスケジュールされています。\r\n"
+                                u"タスクが終了次第休止状態にします。"_s;
+
+Power::Power(Application& app, QObject* parent) : QObject(parent), app_(app) {
+    timHibern.setInterval(10000);
+    timHibern.setSingleShot(true);
+    connect(&timHibern, &QTimer::timeout, this, &Power::HibernateNow);
+}
+
+void Power::HibernateNow() {
+    if (countingDown_) {
+        qCInfo(lcPower) << "a countdown to sleep already runs";
+        return;
+    }
+    const QString next = app_.scheduler.GetNextReserve();
+    if (!next.isEmpty()) {
+        // A failed wake-up does not keep the machine on.
+        const QDateTime due = QDateTime::fromString(next, u"yyyy/MM/dd HH:mm"_s);
+        if (due.isValid())
+            SetResumeTask(due.addSecs(-2 * 60));
+    }
+    app_.state.HibernCancel = false;
+    if (deActivateTira)
+        deActivateTira();
+
+    countingDown_ = true;
+    emit countdownStarted();
+    if (app_.headless)
+        qCInfo(lcPower) << "the machine goes to sleep in 10 seconds";
+    auto cancelled = [this] { return app_.state.HibernCancel || app_.isClosing(); };
+    for (int value = 1; value <= 100 && !cancelled(); ++value) {
+        emit countdownStep(value);
+        QCoreApplication::processEvents();
+        if (!cancelled())
+            WaitMs(stepMs);
+    }
+    emit countdownEnded();
+    if (cancelled()) {
+        qCInfo(lcPower) << "going to sleep cancelled";
+    } else {
+        QCoreApplication::processEvents();
+        sleepNow(); // events run while logind answers: still no second start
+    }
+    countingDown_ = false;
+}
+
+void Power::sleepNow() {
+    const QString mode = app_.settings.ReadIni(u"Power", u"HibernOrSuspend");
+    const QString what = mode.isEmpty() || mode == u"Hibern" ? u"Hibernate"_s : u"Suspend"_s;
+    const QDBusConnection bus =
+        busAddress.isEmpty()
+            ? QDBusConnection::systemBus()
+            : QDBusConnection::connectToBus(busAddress, u"kestrava-power "_s + busAddress);
+    if (!bus.isConnected()) {
+        qCWarning(lcPower).noquote() << "the machine stays on: the system bus cannot be reached";
+        return;
+    }
+    const QDBusMessage can = callLogind(bus, u"Can"_s + what);
+    const QString answer = can.type() == QDBusMessage::ReplyMessage && !can.arguments().isEmpty()
+                               ? can.arguments().first().toString()
+                               : can.errorMessage();
+    // "challenge" asks the person at the desktop for a password.
+    if (answer != u"yes" && answer != u"challenge") {
+        qCWarning(lcPower).noquote()
+            << "the machine stays on: logind answers" << answer << "to" << u"Can"_s + what;
+        return;
+    }
+    const QDBusMessage done = callLogind(bus, what, {answer == u"challenge"});
+    if (done.type() == QDBusMessage::ErrorMessage)
+        qCWarning(lcPower).noquote()
+            << "the machine stays on: logind refused" << what << "-" << done.errorMessage();
+    else
+        qCInfo(lcPower).noquote() << "asked logind to" << what.toLower();
+}
+
+void Power::SuspendPressed() {
+    const QString next = app_.scheduler.GetNextReserve();
+    const QString soon = app_.clock.now().addSecs(5 * 60).toString(u"yyyy/MM/dd HH:mm");
+    if (!next.isEmpty() && soon >= next) {
+        app_.prompt.Information(SoonText);
+        return;
+    }
+    HibernateNow();
+}
+
+void Power::Cancel() {
+    app_.state.HibernCancel = true;
+}
+
+bool Power::SetResumeTask(const QDateTime& when) {
+    if (!QFileInfo::exists(wakeAlarmPath)) {
+        if (!std::exchange(noRtcTold_, true))
+            qCInfo(lcPower).noquote() << "no wake-up was set:" << wakeAlarmPath
+                                      << "is missing (no real-time clock alarm on this machine)";
+        return false;
+    }
+    // The kernel refuses to move an alarm that is set: 0 clears it first.
+    QString error;
+    auto write = [&](const QByteArray& text) {
+        QFile f(wakeAlarmPath);
+        if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered) ||
+            f.write(text) != text.size()) {
+            error = f.errorString();
+            return false;
+        }
+        return true;
+    };
+    // An RTC kept in local time (beside Windows) counts its alarm in local time too.
+    qint64 seconds = when.toSecsSinceEpoch();
+    QFile adjtime(adjtimePath);
+    if (adjtime.open(QIODevice::ReadOnly) &&
+        adjtime.readAll().split('\n').value(2).trimmed() == "LOCAL")
+        seconds += when.offsetFromUtc();
+    if (!write("0\n") || !write(QByteArray::number(seconds) + '\n')) {
+        if (!std::exchange(notWritableTold_, true))
+            qCWarning(lcPower).noquote()
+                << "no wake-up was set: cannot write" << wakeAlarmPath << u"("_s + error + u")"_s
+                << "- to allow it, install the udev rule 70-kestrava.rules, which gives the group"
+                   " kestrava write access to the wake alarm, and add this user to that group"
+                   " (sudo usermod -aG kestrava $USER, then log in again)";
+        return false;
+    }
+    qCInfo(lcPower).noquote() << "wake-up set for" << when.toString(u"yyyy/MM/dd HH:mm");
+    return true;
+}
+
+QString MacAddress(const QString& netDir) {
+    auto read = [&](const QString& nic, const char16_t* file) {
+        QFile f(netDir + u'/' + nic + u'/' + QString::fromUtf16(file));
+        return f.open(QIODevice::ReadOnly) ? QString::fromLatin1(f.readAll().trimmed()) : QString();
+    };
+    std::map<int, QString> byIndex;
+    for (const QString& nic : QDir(netDir).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        constexpr int LoopbackType = 772;
+        const QString mac = read(nic, u"address");
+        if (read(nic, u"type").toInt() == LoopbackType || mac.isEmpty() ||
+            mac.count(u'0') + mac.count(u':') == mac.size())
+            continue;
+        byIndex.emplace(read(nic, u"ifindex").toInt(), mac.toUpper());
+    }
+    return byIndex.empty() ? QString() : byIndex.begin()->second;
+}

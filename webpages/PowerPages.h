@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QString>
+
+class Application;
+class Dispatcher;
+
+QString ConfirmPage(); // confirm.asp
+// hibern.asp: how to wake the machine from outside. An empty address is
+// shown as unknown, with a warning.
+QString HibernPage(const QString& globalAddr, const QString& mac, const QString& wakeLink);
+
+// Routes confirm.asp, and hibern.asp, which also arms the delayed sleep. The
+// MAC address comes from the interfaces under netDir.
+void InstallPowerPages(Dispatcher& dispatcher, Application& app,
+                       const QString& netDir = QStringLiteral("/sys/class/net"));
