@@ -16,11 +16,13 @@
 #include "core/System.h"
 #include "core/UserPrompt.h"
 #include "exchange/Exchange.h"
+#include "infrared/DeviceList.h"
 #include "infrared/LearningWindows.h"
 #include "infrared/TiraDevice.h"
 #include "infrared/Transmission.h"
 #include "remotes/RemoteWindows.h"
 #include "setup/PortChoice.h"
+#include "setup/SetupWindows.h"
 #include "webpages/MenuPages.h"
 #include "webpages/RemotePages.h"
 #include "webpages/ReservePages.h"
@@ -323,6 +325,7 @@ int main(int argc, char** argv) {
     std::unique_ptr<PreviewWindow> preview;
     std::unique_ptr<RemoteWindows> remoteWindows;
     std::unique_ptr<LearningWindows> learningWindows;
+    std::unique_ptr<SetupWindows> setupWindows;
     if (!headless) {
         qCDebug(lcMain) << "running on the desktop";
         remoteWindows = std::make_unique<RemoteWindows>(app, device);
@@ -340,6 +343,30 @@ int main(int argc, char** argv) {
                          &Application::setupRequested);
         preview = std::make_unique<PreviewWindow>(camera, folder, settings,
                                                   [&app] { return app.isClosing(); });
+        SetupServices services;
+        services.testTransceiver = [&device](const QString& target, qint16 port) {
+            return device.TestTarget(target, port);
+        };
+        services.camera = [&camera](bool on) { on ? void(camera.start()) : camera.stop(); };
+        services.cameraSettings = [&preview] {
+            preview->show();
+            preview->raise();
+        };
+        services.openUrl = [](const QUrl& url) { return QDesktopServices::openUrl(url); };
+        services.devices = [] {
+            QList<QPair<QString, QString>> found;
+            for (const IrDeviceEntry& d : ListIrDevices())
+                found.append({d.path, d.note});
+            return found;
+        };
+        setupWindows = std::make_unique<SetupWindows>(app, services);
+        // The port question of a send without a transceiver.
+        device.SpecifyPort = [&setupWindows] { setupWindows->SpecifyPort(); };
+        // A port that was refused: the person chooses another, for as long as
+        // it takes. A stored text that is no port number still gets a free one.
+        webServer.portFallback = [&setupWindows, &settings](const QList<quint16>& tried) {
+            return tried.isEmpty() ? FirstFreeWebPort(settings, tried) : setupWindows->AskForPort();
+        };
         // Unloaded at the end, when closing is no longer refused.
         QObject::connect(&app, &Application::closed, preview.get(), &QWidget::close);
     } else {
