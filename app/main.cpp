@@ -308,7 +308,7 @@ int main(int argc, char** argv) {
                         {folder, settings, clock, [&app] { app.scheduler.FillGrid(); }});
     WebServer webServer(app, dispatcher);
     app.webServer = &webServer;
-    // Until setup can be shown, a missing or unusable port is replaced by a free one.
+    // Headless, a missing or unusable port is replaced by a free one.
     webServer.portFallback = [&settings](const QList<quint16>& tried) {
         return FirstFreeWebPort(settings, tried);
     };
@@ -363,9 +363,9 @@ int main(int argc, char** argv) {
         // The port question of a send without a transceiver.
         device.SpecifyPort = [&setupWindows] { setupWindows->SpecifyPort(); };
         // A port that was refused: the person chooses another, for as long as
-        // it takes. A stored text that is no port number still gets a free one.
-        webServer.portFallback = [&setupWindows, &settings](const QList<quint16>& tried) {
-            return tried.isEmpty() ? FirstFreeWebPort(settings, tried) : setupWindows->AskForPort();
+        // it takes.
+        webServer.portFallback = [&setupWindows](const QList<quint16>& tried) {
+            return setupWindows->PortFallback(tried);
         };
         // Unloaded at the end, when closing is no longer refused.
         QObject::connect(&app, &Application::closed, preview.get(), &QWidget::close);

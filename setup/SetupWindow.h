@@ -41,6 +41,8 @@ public:
     ~SetupWindow() override;
 
     void showTab(Tab tab);
+    // Closed, its values handed back; deleted later.
+    bool unloaded() const { return unloaded_; }
 
     static const QString SimulatorCaption;
 

@@ -2,6 +2,7 @@
 
 #include "core/Application.h"
 #include "core/Settings.h"
+#include "setup/PortChoice.h"
 #include "setup/SpecifyPortWindow.h"
 
 SetupWindows::SetupWindows(Application& app, SetupServices services, QObject* parent)
@@ -20,6 +21,9 @@ SetupWindows::~SetupWindows() {
 SetupWindow* SetupWindows::Open(SetupWindow::Tab tab) {
     if (app_.isClosing())
         return nullptr;
+    // One that has just closed waits for its deletion: never show it again.
+    if (current_ && current_->unloaded())
+        current_.clear();
     if (!current_) {
         current_ = new SetupWindow(app_, services_);
         current_->setAttribute(Qt::WA_DeleteOnClose);
@@ -42,6 +46,10 @@ std::optional<quint16> SetupWindows::AskForPort() {
     if (port < 1 || port > 65535)
         return std::nullopt;
     return quint16(port);
+}
+
+std::optional<quint16> SetupWindows::PortFallback(const QList<quint16>& tried) {
+    return tried.isEmpty() ? FirstFreeWebPort(app_.settings, tried) : AskForPort();
 }
 
 void SetupWindows::SpecifyPort() {

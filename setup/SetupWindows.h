@@ -21,6 +21,9 @@ public:
     // The web server's port was refused: the dialog on its web page until it
     // closes; the port then stored, to be tried again.
     std::optional<quint16> AskForPort();
+    // For the web server: a port that was refused is asked for; a stored text
+    // that is no port number (nothing tried yet) gets a free port.
+    std::optional<quint16> PortFallback(const QList<quint16>& tried);
     // The port question of a transmission without a transceiver.
     void SpecifyPort();
     SetupWindow* current() const { return current_; }

@@ -1,4 +1,4 @@
-#include "setup/SetupWindow.h"
+#include "setup/SetupWindows.h"
 
 #include "core/Application.h"
 #include "core/Clock.h"
@@ -7,6 +7,8 @@
 #include "support/HttpStandIn.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
+#include "webserver/Dispatcher.h"
+#include "webserver/WebServer.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -14,6 +16,8 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QTabWidget>
+#include <QTcpServer>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -151,4 +155,48 @@ TEST(SetupWindow, OkChecksInOrderAndTheChoicesAreTried) {
     EXPECT_EQ(d.ini(u"Options", u"MailFrom"), u"nobody"_s); // mail off: not checked
     EXPECT_EQ(ScramblePassword(u"RESET", d.ini(u"Options", u"Password")), u"pw"_s);
     EXPECT_EQ(d.ini(u"Tira", u"Device"), u"sim"_s);
+}
+
+// The first run greets, then waits for the dialog, and listens on the port it
+// leaves. A taken port is warned about and the dialog comes back on its web
+// page until a port is chosen that can be opened.
+TEST(SetupWindow, FirstRunAndATakenPortWaitForTheDialog) {
+    Desk d;
+    Dispatcher dispatcher;
+    WebServer server(d.app, dispatcher);
+    d.app.webServer = &server;
+    SetupWindows windows(d.app, {});
+    server.portFallback = [&](const QList<quint16>& tried) { return windows.PortFallback(tried); };
+
+    QTimer::singleShot(0, [&] {
+        ASSERT_TRUE(windows.current() && windows.current()->isVisible());
+        Desk::click(windows.current(), u"cmdOK"_s);
+    });
+    d.app.Start();
+    EXPECT_EQ(d.prompt.shown, QStringList{u"info:"_s + Application::FirstRunText});
+    const QString first = d.ini(u"WebServer", u"Port");
+    EXPECT_EQ(server.WebPort(), Val(first));
+
+    QTcpServer holder;
+    ASSERT_TRUE(holder.listen(QHostAddress::Any));
+    d.t.settings.WriteIni(u"WebServer", u"Port", QString::number(holder.serverPort()));
+    d.prompt.shown.clear();
+    int asked = 0;
+    QTimer answer;
+    answer.callOnTimeout([&] {
+        SetupWindow* w = windows.current();
+        if (!w || !w->isVisible())
+            return;
+        EXPECT_EQ(w->findChild<QTabWidget*>(u"SSTab2"_s)->currentIndex(), 1);
+        if (++asked == 1)
+            return Desk::click(w, u"cmdCancel"_s); // still the taken port
+        Desk::find<QComboBox>(w, u"cboPortNo"_s)->setCurrentText(first);
+        Desk::click(w, u"cmdOK"_s);
+    });
+    answer.start(10);
+    EXPECT_TRUE(server.InitWebServer());
+    EXPECT_EQ(asked, 2);
+    EXPECT_EQ(d.prompt.shown, QStringList(2, u"warning:"_s + WebServer::PortInUseText));
+    EXPECT_EQ(server.WebPort(), Val(first));
+    EXPECT_EQ(d.ini(u"WebServer", u"Port"), first);
 }

@@ -1,9 +1,11 @@
 #include "setup/AutoStart.h"
+#include "setup/PortChoice.h"
 
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 
 #include <QFile>
+#include <QTcpServer>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -63,4 +65,29 @@ TEST(AutoStart, ThreeChoicesAndRefusal) {
     EXPECT_TRUE(prompt.shown[0].startsWith(u"warning:"_s + t.path(u"not-a-folder")));
     EXPECT_TRUE(prompt.shown[0].contains(u"Not a directory"_s));
     EXPECT_EQ(t.settings.ReadIni(u"Startup", u"WithWindows"), u"2"_s);
+}
+
+// Both lists leave out a port that is taken and Streaming/Port; the port
+// question offers 80 first and ends at 8178.
+TEST(PortChoice, TakenAndStreamingPortsAreLeftOut) {
+    TempFolder t;
+    const QList<quint16> before = FreeWebPorts(t.settings);
+    ASSERT_GE(before.size(), 3);
+    QTcpServer holder;
+    ASSERT_TRUE(holder.listen(QHostAddress::Any, before[0]));
+    t.settings.WriteIni(u"Streaming", u"Port", QString::number(before[1]));
+
+    for (const QList<quint16>& ports :
+         {FreeWebPorts(t.settings), SpecifyPortCandidates(t.settings)}) {
+        EXPECT_FALSE(ports.contains(before[0]));
+        EXPECT_FALSE(ports.contains(before[1]));
+        EXPECT_TRUE(ports.contains(before[2]));
+    }
+    const QList<quint16> question = SpecifyPortCandidates(t.settings);
+    EXPECT_LE(question.last(), 8178);
+    QTcpServer eighty;
+    if (eighty.listen(QHostAddress::Any, 80)) { // allowed here: it must come first
+        eighty.close();
+        EXPECT_EQ(SpecifyPortCandidates(t.settings).value(0), 80);
+    }
 }
