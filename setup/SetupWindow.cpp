@@ -68,6 +68,7 @@ SetupWindow::SetupWindow(Application& app, SetupServices services, QWidget* pare
     app_.state.SetupOpen = true;
 
     tabs_ = named(new QTabWidget, u"SSTab2"_s);
+    tabs_->setUsesScrollButtons(false); // every page's caption in sight
     tabs_->addTab(buildTiraTab(), u"Tiraの設定"_s);
     tabs_->addTab(buildWebTab(), u"ｳｪﾌﾞｱｸｾｽ設定"_s);
     tabs_->addTab(buildNotifyTab(), u"ｲﾝﾀｰﾈｯﾄｱﾄﾞﾚｽ通知"_s);
@@ -103,7 +104,6 @@ QWidget* SetupWindow::buildTiraTab() {
     combo1_ = named(new QComboBox, u"Combo1"_s);
     cmdTest_ = named(new QPushButton(u"テスト"_s), u"cmdTest"_s);
     lblStatus_ = named(new QLabel, u"lblStatus"_s);
-    lblStatus_->setAutoFillBackground(true);
     lblStatus_->setAlignment(Qt::AlignCenter);
     lblStatus_->setMinimumWidth(80);
     chkTest_ = named(new QCheckBox(u"Tiraは接続されていません。　テストモードで動作させます。"_s),
@@ -302,8 +302,13 @@ QWidget* SetupWindow::buildPowerTab() {
     p->addWidget(txtPowerID_, 1, 1);
     p->addWidget(new QLabel(u"パスワード"_s), 2, 0);
     p->addWidget(txtPowerPass_, 2, 1);
-    p->addWidget(option1_, 3, 0, 1, 2);
-    p->addWidget(option2_, 4, 0, 1, 2);
+    auto* noAccount =
+        named(new QLabel(u"このシステムではユーザー名とパスワードは必要ありません。"_s),
+              u"lblNoAccount"_s);
+    noAccount->setWordWrap(true);
+    p->addWidget(noAccount, 3, 0, 1, 2);
+    p->addWidget(option1_, 4, 0, 1, 2);
+    p->addWidget(option2_, 5, 0, 1, 2);
     p->setColumnStretch(1, 1);
 
     auto* start = new QGroupBox(u"自動起動"_s);
@@ -424,6 +429,8 @@ void SetupWindow::load() {
     (s.ReadIni(u"Power", u"HibernOrSuspend") == u"Suspend" ? option1_ : option2_)->setChecked(true);
     if (QAbstractButton* b = optAutoStart_->button(int(Val(s.ReadIni(u"Startup", u"WithWindows")))))
         b->setChecked(true);
+    // No entry matches an unset or odd pause: none is shown rather than a wrong one.
+    cmbInterval_->setCurrentIndex(-1);
     const qint64 interval = Val(s.ReadIni(u"Options", u"Interval"));
     for (int i = 0; i < IntervalSeconds.size(); ++i)
         if (qRound(IntervalSeconds[i].toDouble() * 1000) == interval)
@@ -526,6 +533,7 @@ void SetupWindow::testTransceiver() {
         p.setColor(QPalette::Window, colour);
         p.setColor(QPalette::WindowText, Qt::black);
         lblStatus_->setPalette(p);
+        lblStatus_->setAutoFillBackground(true);
         lblStatus_->setText(text);
         lblStatus_->repaint();
     };
