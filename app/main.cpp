@@ -360,6 +360,14 @@ int main(int argc, char** argv) {
             return found;
         };
         setupWindows = std::make_unique<SetupWindows>(app, services);
+        // The preview opened from the dialog stays only when asked to; without
+        // the camera option it closes, and the camera with it.
+        QObject::connect(&app, &Application::setupClosed, preview.get(), [&] {
+            if (settings.ReadIni(u"Options", u"TakePic") != u"1")
+                preview->close();
+            else if (settings.ReadIni(u"Preview", u"AlwaysShow") != u"1")
+                preview->hide();
+        });
         // The port question of a send without a transceiver.
         device.SpecifyPort = [&setupWindows] { setupWindows->SpecifyPort(); };
         // A port that was refused: the person chooses another, for as long as

@@ -351,6 +351,7 @@ QWidget* SetupWindow::buildReserveTab() {
         if (loading_)
             return;
         app_.settings.WriteIni(u"Options", u"TakePic", bit(on));
+        updateGroups();
         if (services_.camera)
             services_.camera(on);
     });
@@ -472,6 +473,7 @@ void SetupWindow::updateGroups() {
     txtPOPServer_->setEnabled(auth && optPBS_->isChecked());
     for (QWidget* w : dnsGroup_)
         w->setEnabled(internet && chkDNSUpdate_->isChecked());
+    cmdTakePicSetup_->setEnabled(chkTakePic_->isChecked());
     txtWebUser_->setEnabled(chkWebAuth_->isChecked());
     txtWebPass_->setEnabled(chkWebAuth_->isChecked());
 }
