@@ -22,7 +22,6 @@
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
-#include <QHostAddress>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPointer>
@@ -405,7 +404,9 @@ void SetupWindow::load() {
     combo1_->setCurrentIndex(chosen);
     chkTest_->setChecked(IsTestMode(s));
 
-    lblLanAddr_->setText(withPort(u"http://"_s + LocalAddress().toString()));
+    // Without an address on the home network there is nothing to show or open.
+    const QString local = GetPrivateIP();
+    lblLanAddr_->setText(local == u"Failed" ? QString() : withPort(u"http://"_s + local));
 
     chkWebAuth_->setChecked(s.ReadIni(u"Options", u"WebAuth") == u"1");
     txtWebUser_->setText(s.ReadIni(u"Options", u"Web_User"));
@@ -516,7 +517,8 @@ void SetupWindow::portChanged() {
     if (app_.state.WebServerUp)
         app_.prompt.Information(u"ポート番号の変更は次回起動時に有効になります。\r\n"
                                 u"Kestravaを一度終了してから起動しなおしてください。"_s);
-    lblLanAddr_->setText(withPort(lblLanAddr_->text()));
+    if (!lblLanAddr_->text().isEmpty())
+        lblLanAddr_->setText(withPort(lblLanAddr_->text()));
     if (lblINetAddr_->text() != u"取得できませんでした" && lblINetAddr_->text().contains(u"://"))
         lblINetAddr_->setText(withPort(lblINetAddr_->text()));
 }
