@@ -2,6 +2,7 @@
 
 #include "core/Application.h"
 #include "core/NetAddress.h"
+#include "core/OpenHelp.h"
 #include "core/Password.h"
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
@@ -42,6 +43,16 @@ const QStringList IntervalSeconds = {u"0.1"_s, u"0.2"_s, u"0.5"_s, u"1"_s,
 template <typename T> T* named(T* w, const QString& name) {
     w->setObjectName(name);
     return w;
+}
+
+// A link to a page of the help, opened in the browser.
+QLabel* helpLink(const QString& name, const QString& caption, const QString& page,
+                 QWidget* parent) {
+    auto* l =
+        named(new QLabel(u"<a href=\"%1\">%2</a>"_s.arg(page, caption.toHtmlEscaped())), name);
+    QObject::connect(l, &QLabel::linkActivated, parent,
+                     [parent](const QString& target) { OpenHelp(target, parent); });
+    return l;
 }
 
 QLineEdit* field(const QString& name, bool secret = false) {
@@ -121,8 +132,11 @@ QWidget* SetupWindow::buildTiraTab() {
     grid->addWidget(cmdTest_, 1, 2);
     grid->addWidget(lblStatus_, 2, 2);
     grid->addWidget(chkTest_, 3, 0, 1, 3);
+    grid->addWidget(
+        helpLink(u"lblHE"_s, u"送受信機について（ヘルプ）"_s, u"first-run.html#device"_s, this), 4,
+        0, 1, 3);
     grid->setColumnStretch(1, 1);
-    grid->setRowStretch(4, 1);
+    grid->setRowStretch(5, 1);
     return page;
 }
 
@@ -243,8 +257,11 @@ QWidget* SetupWindow::buildNotifyTab() {
     d->addWidget(lDnsHost, 3, 0);
     d->addWidget(txtDNSHost_, 3, 1);
     d->addWidget(cmdDNSUpdateNow_, 4, 1, Qt::AlignRight);
+    d->addWidget(
+        helpLink(u"lblDynDns"_s, u"外出先から使うには（ヘルプ）"_s, u"web.html#outside"_s, this), 5,
+        0, 1, 2);
     d->setColumnStretch(1, 1);
-    d->setRowStretch(5, 1);
+    d->setRowStretch(6, 1);
     dnsGroup_ = {lDnsUser, txtDNSUser_, lDnsPass,        txtDNSPass_,
                  lDnsHost, txtDNSHost_, cmdDNSUpdateNow_};
 
