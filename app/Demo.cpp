@@ -5,10 +5,12 @@
 #include "infrared/SignalStore.h"
 #include "infrared/SimDriver.h"
 #include "remotes/Registry.h"
+#include "setup/PortChoice.h"
 
 #include <QDir>
 #include <QFileInfo>
 #include <QLoggingCategory>
+#include <QTcpServer>
 
 using namespace Qt::StringLiterals;
 
@@ -60,7 +62,11 @@ const std::vector<DemoRemote>& demoRemotes() {
          u"ケーブルTV"_s,
          6,
          0x84,
-         {{0, u"電源"_s}, {1, u"番組表"_s}, {2, u"決定"_s}, {3, u"戻る"_s}, {4, u"録画予約一覧"_s}}},
+         {{0, u"電源"_s},
+          {1, u"番組表"_s},
+          {2, u"決定"_s},
+          {3, u"戻る"_s},
+          {4, u"録画予約一覧"_s}}},
     };
     return remotes;
 }
@@ -71,7 +77,13 @@ bool PrepareDemoFolder(const ProgramFolder& folder, SettingsStore& settings) {
     if (QFileInfo::exists(folder.settingsPath()))
         return false;
     settings.WriteIni(u"Tira", u"Device", u"sim");
-    settings.WriteIni(u"WebServer", u"Port", QString::number(DemoWebPort));
+    // Beside another instance the usual port may be taken: the folder gets a
+    // free one for good.
+    QTcpServer probe;
+    const bool usual = probe.listen(QHostAddress::Any, DemoWebPort);
+    probe.close();
+    const quint16 port = usual ? DemoWebPort : FirstFreeWebPort(settings, {}).value_or(DemoWebPort);
+    settings.WriteIni(u"WebServer", u"Port", QString::number(port));
     settings.WriteIni(u"Options", u"Internet", u"0");
 
     QDir().mkpath(folder.path(u"IRSignals"));

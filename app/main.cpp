@@ -16,12 +16,14 @@
 #include "core/System.h"
 #include "core/UserPrompt.h"
 #include "exchange/Exchange.h"
+#include "infrared/DeviceList.h"
 #include "infrared/LearningWindows.h"
 #include "infrared/TiraDevice.h"
 #include "infrared/Transmission.h"
 #include "power/Power.h"
 #include "remotes/RemoteWindows.h"
 #include "setup/PortChoice.h"
+#include "setup/SetupWindows.h"
 #include "webpages/MenuPages.h"
 #include "webpages/PowerPages.h"
 #include "webpages/RemotePages.h"
@@ -310,7 +312,7 @@ int main(int argc, char** argv) {
                         {folder, settings, clock, [&app] { app.scheduler.FillGrid(); }});
     WebServer webServer(app, dispatcher);
     app.webServer = &webServer;
-    // Until setup can be shown, a missing or unusable port is replaced by a free one.
+    // Headless, a missing or unusable port is replaced by a free one.
     webServer.portFallback = [&settings](const QList<quint16>& tried) {
         return FirstFreeWebPort(settings, tried);
     };
@@ -327,6 +329,7 @@ int main(int argc, char** argv) {
     std::unique_ptr<PreviewWindow> preview;
     std::unique_ptr<RemoteWindows> remoteWindows;
     std::unique_ptr<LearningWindows> learningWindows;
+    std::unique_ptr<SetupWindows> setupWindows;
     if (!headless) {
         qCDebug(lcMain) << "running on the desktop";
         remoteWindows = std::make_unique<RemoteWindows>(app, device);
@@ -344,6 +347,40 @@ int main(int argc, char** argv) {
                          &Application::setupRequested);
         preview = std::make_unique<PreviewWindow>(camera, folder, settings,
                                                   [&app] { return app.isClosing(); });
+        SetupServices services;
+        services.testTransceiver = [&device](const QString& target, qint16 port) {
+            return device.TestTarget(target, port);
+        };
+        services.camera = [&camera](bool on) { on ? void(camera.start()) : camera.stop(); };
+        services.cameraSettings = [&preview] {
+            preview->show();
+            preview->raise();
+        };
+        services.openUrl = [](const QUrl& url) { return QDesktopServices::openUrl(url); };
+        services.devices = [] {
+            QList<QPair<QString, QString>> found;
+            for (const IrDeviceEntry& d : ListIrDevices())
+                found.append({d.path, d.note});
+            return found;
+        };
+        setupWindows = std::make_unique<SetupWindows>(app, services);
+        QObject::connect(setupWindows.get(), &SetupWindows::powerControlChanged, window.get(),
+                         &MainWindow::UpdateSuspendButton);
+        // The preview opened from the dialog stays only when asked to; without
+        // the camera option it closes, and the camera with it.
+        QObject::connect(&app, &Application::setupClosed, preview.get(), [&] {
+            if (settings.ReadIni(u"Options", u"TakePic") != u"1")
+                preview->close();
+            else if (settings.ReadIni(u"Preview", u"AlwaysShow") != u"1")
+                preview->hide();
+        });
+        // The port question of a send without a transceiver.
+        device.SpecifyPort = [&setupWindows] { setupWindows->SpecifyPort(); };
+        // A port that was refused: the person chooses another, for as long as
+        // it takes.
+        webServer.portFallback = [&setupWindows](const QList<quint16>& tried) {
+            return setupWindows->PortFallback(tried);
+        };
         // Unloaded at the end, when closing is no longer refused.
         QObject::connect(&app, &Application::closed, preview.get(), &QWidget::close);
     } else {

@@ -168,7 +168,8 @@ void MainWindow::buildMenus() {
 
     QMenu* settei = menuBar_->addMenu(u"設定(&O)"_s);
     settei->setObjectName(u"MSettei"_s);
-    MTira = item(settei, u"MTira"_s, u"全般設定(&T)"_s, false);
+    MTira = item(settei, u"MTira"_s, u"全般設定(&T)"_s, true);
+    connect(MTira, &QAction::triggered, &app_, &Application::setupRequested);
     QMenu* study = settei->addMenu(u"リモコン信号の学習(&S)"_s);
     study->setObjectName(u"MStudy"_s);
     MStudyNew = item(study, u"MStudyNew"_s, u"新しいリモコンの学習(&N)"_s, true);

@@ -82,6 +82,8 @@ void TiraDevice::ClearAll() {
 }
 
 QString TiraDevice::Target(qint16 port) const {
+    if (!testTarget_.isEmpty())
+        return testTarget_;
     QString device = settings.ReadIni(u"Tira", u"Device").trimmed();
     return device.isEmpty() ? u"/dev/ttyUSB"_s + QString::number(port) : device;
 }
@@ -181,6 +183,15 @@ bool TiraDevice::ActivateTira(qint16 port) {
         qCWarning(lcDevice).noquote() << "cannot open" << Target(port);
     sendNext();
     return *ok;
+}
+
+bool TiraDevice::TestTarget(const QString& target, qint16 port) {
+    testTarget_ = target;
+    const bool ok = ActivateTira(port);
+    if (ok)
+        DeActivateTira();
+    testTarget_.clear();
+    return ok;
 }
 
 void TiraDevice::DeActivateTira() {

@@ -38,6 +38,9 @@ public:
 
     void ClearAll();
     bool ActivateTira(qint16 port);
+    // Opens and closes the device named, whatever the settings name (the
+    // settings dialog's test of a choice not yet saved).
+    bool TestTarget(const QString& target, qint16 port);
     void DeActivateTira();
     bool CaptureTira();
     bool CancelCaptureTira();
@@ -128,5 +131,6 @@ private:
     bool opening_ = false;       // an open of our own, outside any send
     bool lost_ = false;          // logged as lost, not yet back
     QString lostTarget_;
-    QString problem_; // why the last open failed, for people
+    QString problem_;    // why the last open failed, for people
+    QString testTarget_; // set only while TestTarget runs
 };

@@ -12,18 +12,33 @@ bool canListen(quint16 port) {
     QTcpServer probe;
     return probe.listen(QHostAddress::Any, port) || probe.listen(QHostAddress::AnyIPv4, port);
 }
-} // namespace
 
-QList<quint16> FreeWebPorts(SettingsStore& settings) {
+QList<quint16> freeOf(SettingsStore& settings, const QList<quint16>& candidates) {
     const QString streaming = settings.ReadIni(u"Streaming", u"Port");
     QList<quint16> ports;
-    for (quint16 port = 8080; port <= 8179; ++port) {
+    for (quint16 port : candidates) {
         if (!streaming.isEmpty() && Val(streaming) == port)
             continue;
         if (canListen(port))
             ports << port;
     }
     return ports;
+}
+
+QList<quint16> range(quint16 first, quint16 last) {
+    QList<quint16> ports;
+    for (quint16 port = first; port <= last; ++port)
+        ports << port;
+    return ports;
+}
+} // namespace
+
+QList<quint16> FreeWebPorts(SettingsStore& settings) {
+    return freeOf(settings, range(8080, 8179));
+}
+
+QList<quint16> SpecifyPortCandidates(SettingsStore& settings) {
+    return freeOf(settings, QList<quint16>{80} + range(8080, 8178));
 }
 
 std::optional<quint16> FirstFreeWebPort(SettingsStore& settings, const QList<quint16>& skip) {

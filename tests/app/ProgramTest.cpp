@@ -1,3 +1,4 @@
+#include "app/Demo.h"
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
 #include "core/Wait.h"
@@ -109,9 +110,13 @@ TEST(Program, FolderThatCannotBeCreatedIsOneErrorLineAndStatus1) {
 TEST(Program, DemoFolderIsPreparedOnceWithTheSimulator) {
     QTemporaryDir tmp;
     const QString dir = tmp.path() + u"/demo"_s;
+    QTcpServer other; // another demo running: its port is taken
+    other.listen(QHostAddress::Any, DemoWebPort);
     makeDemo(dir);
     SettingsStore settings(dir + u"/setting.ini"_s);
     EXPECT_EQ(settings.ReadIni(u"Tira", u"Device"), u"sim"_s);
+    const qint64 port = Val(settings.ReadIni(u"WebServer", u"Port"));
+    EXPECT_TRUE(port != DemoWebPort && port >= 8080 && port <= 8179) << port;
     // The help's demo section names every remote the folder got.
     QFile help(QStringLiteral(KESTRAVA_HELP_SOURCE) + u"/first-run.html"_s);
     ASSERT_TRUE(help.open(QIODevice::ReadOnly));

@@ -6,6 +6,7 @@
 #include "core/Log.h"
 #include "core/ProgramFolder.h"
 #include "core/Wait.h"
+#include "infrared/DeviceList.h"
 #include "infrared/IrDriver.h"
 #include "infrared/IrSignal.h"
 #include "infrared/SignalStore.h"
@@ -17,10 +18,6 @@
 #include <QTimer>
 
 #include <cstdio>
-#include <fcntl.h>
-#include <linux/lirc.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -56,56 +53,11 @@ QString targetOf(const QString& device) {
     return number ? u"/dev/ttyUSB"_s + QString::number(n) : device;
 }
 
-QString readText(const QString& path) {
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()).trimmed() : QString();
-}
-
 int list() {
-    int found = 0;
-    QDir dev(u"/dev"_s);
-    for (const QString& name :
-         dev.entryList({u"ttyUSB*"_s, u"ttyACM*"_s, u"lirc*"_s}, QDir::System, QDir::Name)) {
-        QString path = dev.filePath(name);
-        QString note;
-        if (name.startsWith(u"lirc")) {
-            int fd = ::open(path.toLocal8Bit().constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-            uint32_t features = 0;
-            if (fd < 0) {
-                note = u"cannot open (permissions?)"_s;
-            } else if (::ioctl(fd, LIRC_GET_FEATURES, &features) == 0) {
-                note = u"LIRC:"_s;
-                if (features & LIRC_CAN_REC_MODE2)
-                    note += u" receive"_s;
-                if (features & LIRC_CAN_USE_WIDEBAND_RECEIVER)
-                    note += u" wideband"_s;
-                if (features & LIRC_CAN_MEASURE_CARRIER)
-                    note += u" carrier-measure"_s;
-                if (features & LIRC_CAN_SEND_PULSE)
-                    note += u" send"_s;
-            }
-            if (fd >= 0)
-                ::close(fd);
-        } else {
-            // The USB ids of the serial adapter: the Tira is 0403:fa78.
-            // ttyUSB sits below its USB interface, ttyACM is the interface.
-            QString usb;
-            for (auto up : {u"/device/../.."_s, u"/device/.."_s}) {
-                usb = QDir(u"/sys/class/tty/"_s + name + up).canonicalPath();
-                if (QFile::exists(usb + u"/idVendor"_s))
-                    break;
-            }
-            QString vendor = readText(usb + u"/idVendor"_s);
-            QString product = readText(usb + u"/idProduct"_s);
-            if (!vendor.isEmpty())
-                note = u"USB "_s + vendor + u':' + product + u' ' + readText(usb + u"/product"_s);
-            if (vendor == u"0403" && product.compare(u"fa78", Qt::CaseInsensitive) == 0)
-                note += u" (Tira)"_s;
-        }
-        print(path + u"  "_s + note + u'\n');
-        ++found;
-    }
-    if (found == 0)
+    const QList<IrDeviceEntry> devices = ListIrDevices();
+    for (const IrDeviceEntry& d : devices)
+        print(d.path + u"  "_s + d.note + u'\n');
+    if (devices.isEmpty())
         print(u"no serial or LIRC devices found\n"_s);
     return 0;
 }

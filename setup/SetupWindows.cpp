@@ -1,0 +1,58 @@
+#include "setup/SetupWindows.h"
+
+#include "core/Application.h"
+#include "core/Settings.h"
+#include "setup/PortChoice.h"
+#include "setup/SpecifyPortWindow.h"
+
+SetupWindows::SetupWindows(Application& app, SetupServices services, QObject* parent)
+    : QObject(parent), app_(app), services_(std::move(services)) {
+    connect(&app_, &Application::setupRequested, this, [this] { Open(); });
+    connect(&app_, &Application::unloadWindows, this, [this] {
+        if (current_)
+            current_->reject();
+    });
+}
+
+SetupWindows::~SetupWindows() {
+    delete current_;
+}
+
+SetupWindow* SetupWindows::Open(SetupWindow::Tab tab) {
+    if (app_.isClosing())
+        return nullptr;
+    // One that has just closed waits for its deletion: never show it again.
+    if (current_ && current_->unloaded())
+        current_.clear();
+    if (!current_) {
+        current_ = new SetupWindow(app_, services_);
+        current_->setAttribute(Qt::WA_DeleteOnClose);
+        connect(current_, &SetupWindow::powerControlChanged, this,
+                &SetupWindows::powerControlChanged);
+    }
+    current_->showTab(tab);
+    current_->show();
+    current_->raise();
+    current_->activateWindow();
+    return current_;
+}
+
+std::optional<quint16> SetupWindows::AskForPort() {
+    if (SetupWindow* dialog = Open(SetupWindow::WebTab))
+        dialog->exec();
+    if (app_.isClosing())
+        return std::nullopt;
+    const qint64 port = Val(app_.settings.ReadIni(u"WebServer", u"Port"));
+    if (port < 1 || port > 65535)
+        return std::nullopt;
+    return quint16(port);
+}
+
+std::optional<quint16> SetupWindows::PortFallback(const QList<quint16>& tried) {
+    return tried.isEmpty() ? FirstFreeWebPort(app_.settings, tried) : AskForPort();
+}
+
+void SetupWindows::SpecifyPort() {
+    SpecifyPortWindow dialog(app_.settings);
+    dialog.exec();
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "setup/SetupWindow.h"
+
+#include <QObject>
+#include <QPointer>
+
+#include <optional>
+
+// Opens the settings dialog (one at a time) for the menu, the first run and
+// the learning wizard, and asks again for a port while the web server's is
+// taken.
+class SetupWindows : public QObject {
+    Q_OBJECT
+public:
+    SetupWindows(Application& app, SetupServices services, QObject* parent = nullptr);
+    ~SetupWindows() override;
+
+    // Shows the dialog modally without waiting for it.
+    SetupWindow* Open(SetupWindow::Tab tab = SetupWindow::TiraTab);
+    // The web server's port was refused: the dialog on its web page until it
+    // closes; the port then stored, to be tried again.
+    std::optional<quint16> AskForPort();
+    // For the web server: a port that was refused is asked for; a stored text
+    // that is no port number (nothing tried yet) gets a free port.
+    std::optional<quint16> PortFallback(const QList<quint16>& tried);
+    // The port question of a transmission without a transceiver.
+    void SpecifyPort();
+    SetupWindow* current() const { return current_; }
+
+signals:
+    void powerControlChanged();
+
+private:
+    Application& app_;
+    SetupServices services_;
+    QPointer<SetupWindow> current_;
+};

@@ -1,0 +1,202 @@
+#include "setup/SetupWindows.h"
+
+#include "core/Application.h"
+#include "core/Clock.h"
+#include "core/Password.h"
+#include "infrared/TiraDevice.h"
+#include "support/HttpStandIn.h"
+#include "support/ScriptedPrompt.h"
+#include "support/TempFolder.h"
+#include "webserver/Dispatcher.h"
+#include "webserver/WebServer.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTabWidget>
+#include <QTcpServer>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct Desk {
+    TempFolder t;
+    SystemClock clock;
+    ScriptedPrompt prompt;
+    Application app{t.folder, t.settings, clock, prompt};
+    TiraDevice device{t.folder, t.settings, prompt};
+
+    std::unique_ptr<SetupWindow> open() {
+        SetupServices services;
+        services.testTransceiver = [this](const QString& target, qint16 port) {
+            return device.TestTarget(target, port);
+        };
+        auto dialog = std::make_unique<SetupWindow>(app, services);
+        dialog->show();
+        return dialog;
+    }
+    template <typename T> static T* find(QWidget* dialog, const QString& name) {
+        T* w = dialog->findChild<T*>(name);
+        EXPECT_NE(w, nullptr) << name.toStdString();
+        return w;
+    }
+    static void click(QWidget* dialog, const QString& name) {
+        QTest::mouseClick(find<QAbstractButton>(dialog, name), Qt::LeftButton, {}, QPoint(4, 4));
+    }
+    QString ini(const char16_t* section, const char16_t* key) {
+        return t.settings.ReadIni(section, key);
+    }
+};
+
+} // namespace
+
+// Clicks take effect at once and stay after キャンセル; typed texts reach the
+// server's memory at once but the file only by OK.
+TEST(SetupWindow, ClicksStayAfterCancelAndTextsWaitForOK) {
+    Desk d;
+    HttpStandIn lookup;
+    lookup.answer = HttpStandIn::Response("200 OK", "Current IP Address: 203.0.113.7");
+    d.t.settings.WriteIni(u"Options", u"IPCheckURL", lookup.url());
+    d.t.settings.WriteIni(u"Options", u"UPnPDescURL", u"http://127.0.0.1:1/rootDesc.xml");
+    d.t.settings.WriteIni(u"WebServer", u"Port", u"8123");
+    auto w = d.open();
+    EXPECT_TRUE(d.app.state.SetupOpen);
+    EXPECT_EQ(w->windowTitle(), u"Kestrava - 設定"_s);
+    w->showTab(SetupWindow::WebTab);
+
+    Desk::click(w.get(), u"chkINetAccess"_s);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return d.ini(u"Options", u"Internet") == u"1"; }))
+        << Desk::find<QLabel>(w.get(), u"lblINetAddr"_s)->text().toStdString();
+    EXPECT_EQ(Desk::find<QLabel>(w.get(), u"lblINetAddr"_s)->text(), u"http://203.0.113.7:8123"_s);
+    EXPECT_TRUE(Desk::find<QCheckBox>(w.get(), u"chkNotifyMail"_s)->isEnabled());
+    EXPECT_EQ(d.app.timUPnPDelay.interval(), 100);
+
+    Desk::click(w.get(), u"chkWebAuth"_s);
+    EXPECT_TRUE(d.app.state.WebAuthOn);
+    QTest::keyClicks(Desk::find<QLineEdit>(w.get(), u"txtWebPass"_s), u"secret"_s);
+    EXPECT_EQ(d.app.state.WebPass, u"secret"_s);
+
+    QSignalSpy closed(&d.app, &Application::setupClosed);
+    Desk::click(w.get(), u"cmdCancel"_s);
+    EXPECT_EQ(closed.size(), 1);
+    EXPECT_FALSE(d.app.state.SetupOpen);
+    EXPECT_EQ(d.ini(u"Options", u"Internet"), u"1"_s);
+    EXPECT_EQ(d.ini(u"Options", u"WebAuth"), u"1"_s);
+    EXPECT_TRUE(d.ini(u"Options", u"Web_Pass").isEmpty());
+    EXPECT_EQ(d.app.state.WebPass, u"secret"_s);
+    EXPECT_EQ(d.ini(u"WebServer", u"Port"), u"8123"_s);
+
+    // A failed lookup turns internet use off again.
+    lookup.answer = HttpStandIn::Response("500 Oops", "");
+    auto again = d.open();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return d.ini(u"Options", u"Internet") == u"0"; }));
+    EXPECT_EQ(Desk::find<QLabel>(again.get(), u"lblINetAddr"_s)->text(), u"取得できませんでした"_s);
+    EXPECT_FALSE(Desk::find<QCheckBox>(again.get(), u"chkINetAccess"_s)->isChecked());
+}
+
+// OK writes the port and test mode before its checks, refuses with the first
+// failing check's message, and checks the mail login even with mail off. The
+// transceiver test tries the device chosen, not the saved one; test mode moves
+// the grid to its own folder.
+TEST(SetupWindow, OkChecksInOrderAndTheChoicesAreTried) {
+    Desk d;
+    d.t.settings.WriteIni(u"Options", u"NotifyMail", u"1");
+    d.t.settings.WriteIni(u"Options", u"NotifyTo", u"owner@example.org");
+    d.t.settings.WriteIni(u"Options", u"MailAuth", u"1");
+    d.t.writeFile(u"testmode/reserve/2026_11_23 12_00", "T|1\r\n");
+    auto w = d.open();
+    auto* combo = Desk::find<QComboBox>(w.get(), u"Combo1"_s);
+    auto* status = Desk::find<QLabel>(w.get(), u"lblStatus"_s);
+
+    combo->setCurrentIndex(combo->findText(SetupWindow::SimulatorCaption));
+    Desk::click(w.get(), u"cmdTest"_s);
+    EXPECT_EQ(status->text(), u"成功"_s);
+    EXPECT_EQ(status->palette().color(QPalette::Window), QColor(Qt::green));
+    combo->setCurrentIndex(15); // COM16: /dev/ttyUSB15, not there
+    Desk::click(w.get(), u"cmdTest"_s);
+    EXPECT_EQ(status->text(), u"失敗"_s);
+    EXPECT_EQ(status->palette().color(QPalette::Window), QColor(Qt::red));
+    EXPECT_EQ(d.prompt.shown.value(0), u"info:COMポート番号を変更して再テストしてください。"_s);
+    EXPECT_TRUE(d.ini(u"Tira", u"Device").isEmpty());
+
+    EXPECT_TRUE(d.app.scheduler.grid.rows().empty());
+    Desk::click(w.get(), u"chkTest"_s);
+    EXPECT_EQ(d.ini(u"Tira", u"Testmode"), u"1"_s);
+    ASSERT_EQ(d.app.scheduler.grid.rows().size(), 1u);
+
+    Desk::find<QLineEdit>(w.get(), u"txtFrom"_s)->setText(u"nobody"_s);
+    d.prompt.shown.clear();
+    Desk::click(w.get(), u"cmdOK"_s);
+    EXPECT_EQ(d.prompt.shown, QStringList{u"warning:送信者アドレスが正しくありません。"_s});
+    EXPECT_EQ(d.ini(u"Tira", u"ComPort"), u"15"_s);
+    EXPECT_EQ(d.ini(u"Tira", u"TestMode"), u"1"_s);
+    EXPECT_TRUE(w->isVisible());
+
+    Desk::find<QCheckBox>(w.get(), u"chkNotifyMail"_s)->setChecked(false);
+    d.prompt.shown.clear();
+    Desk::click(w.get(), u"cmdOK"_s);
+    EXPECT_EQ(d.prompt.shown, QStringList{u"warning:ユーザーIDが正しくありません。"_s});
+    EXPECT_EQ(d.ini(u"Options", u"NotifyMail"), u"0"_s);
+    EXPECT_TRUE(w->isVisible());
+
+    combo->setCurrentIndex(combo->findText(SetupWindow::SimulatorCaption));
+    // Disabled with mail off, so the owner must turn mail on to fill them.
+    Desk::find<QLineEdit>(w.get(), u"txtUserID"_s)->setText(u"me"_s);
+    Desk::find<QLineEdit>(w.get(), u"txtPassword"_s)->setText(u"pw"_s);
+    Desk::click(w.get(), u"cmdOK"_s);
+    EXPECT_FALSE(w->isVisible());
+    EXPECT_EQ(d.ini(u"Options", u"MailFrom"), u"nobody"_s); // mail off: not checked
+    EXPECT_EQ(ScramblePassword(u"RESET", d.ini(u"Options", u"Password")), u"pw"_s);
+    EXPECT_EQ(d.ini(u"Tira", u"Device"), u"sim"_s);
+}
+
+// The first run greets, then waits for the dialog, and listens on the port it
+// leaves. A taken port is warned about and the dialog comes back on its web
+// page until a port is chosen that can be opened.
+TEST(SetupWindow, FirstRunAndATakenPortWaitForTheDialog) {
+    Desk d;
+    Dispatcher dispatcher;
+    WebServer server(d.app, dispatcher);
+    d.app.webServer = &server;
+    SetupWindows windows(d.app, {});
+    server.portFallback = [&](const QList<quint16>& tried) { return windows.PortFallback(tried); };
+
+    QTimer::singleShot(0, [&] {
+        ASSERT_TRUE(windows.current() && windows.current()->isVisible());
+        Desk::click(windows.current(), u"cmdOK"_s);
+    });
+    d.app.Start();
+    EXPECT_EQ(d.prompt.shown, QStringList{u"info:"_s + Application::FirstRunText});
+    const QString first = d.ini(u"WebServer", u"Port");
+    EXPECT_EQ(server.WebPort(), Val(first));
+
+    QTcpServer holder;
+    ASSERT_TRUE(holder.listen(QHostAddress::Any));
+    d.t.settings.WriteIni(u"WebServer", u"Port", QString::number(holder.serverPort()));
+    d.prompt.shown.clear();
+    int asked = 0;
+    QTimer answer;
+    answer.callOnTimeout([&] {
+        SetupWindow* w = windows.current();
+        if (!w || !w->isVisible())
+            return;
+        EXPECT_EQ(w->findChild<QTabWidget*>(u"SSTab2"_s)->currentIndex(), 1);
+        if (++asked == 1)
+            return Desk::click(w, u"cmdCancel"_s); // still the taken port
+        Desk::find<QComboBox>(w, u"cboPortNo"_s)->setCurrentText(first);
+        Desk::click(w, u"cmdOK"_s);
+    });
+    answer.start(10);
+    EXPECT_TRUE(server.InitWebServer());
+    EXPECT_EQ(asked, 2);
+    EXPECT_EQ(d.prompt.shown, QStringList(2, u"warning:"_s + WebServer::PortInUseText));
+    EXPECT_EQ(server.WebPort(), Val(first));
+    EXPECT_EQ(d.ini(u"WebServer", u"Port"), first);
+}
