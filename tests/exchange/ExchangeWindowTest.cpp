@@ -28,12 +28,7 @@ struct Desk {
         remote(1, u"TV"_s);
         remote(3, u"エアコン"_s);
     }
-    void remote(int slot, const QString& name) {
-        t.settings.WriteIni(RemoteSection(slot), u"Device", name);
-        t.settings.WriteIni(RemoteSection(slot), u"Design", u"1");
-        t.settings.WriteIni(RemoteSection(slot), ButtonKey(0), u"電源"_s);
-        t.writeFile(u"IRSignals/"_s + name + u"-電源.bin"_s, "x");
-    }
+    void remote(int slot, const QString& name) { t.writeRemote(slot, name, 1, {u"電源"_s}); }
     template <typename T> T* open(QAction* item, const QString& name) {
         item->trigger();
         T* w = window.findChild<T*>(name);
