@@ -97,7 +97,7 @@ TEST(StudyWindow, RefusesAndRetries) {
 // The air-conditioner design asks first, with help; No shows no picture and
 // learning waits for a design. Same device name: No returns with everything
 // intact (Yes: NamesAreTheOnesSettingIniGivesBack).
-TEST(StudyWindow, AirconQuestionAndOverwrite) {
+TEST(StudyWindow, AirconQuestionOverwriteAndClosing) {
     LearningDesk d;
     d.remote(1, u"エアコン"_s, 2, {u"暖房"_s});
     auto* w = d.study();
@@ -123,14 +123,10 @@ TEST(StudyWindow, AirconQuestionAndOverwrite) {
     EXPECT_EQ(d.prompt.shown, QStringList{u"question:"_s + StudyWindow::OverwriteText});
     EXPECT_TRUE(w->isVisible());
     EXPECT_EQ(d.lines(w), QStringList{u"冷房→ボタン1"_s});
-    EXPECT_EQ(d.key(1, u"Design"), u"2"_s);
-}
 
-// Closing the wizard while it waits for the picture ends the wait, keeps
-// nothing and leaves no window or temporary behind.
-TEST(StudyWindow, ClosingDuringTheWaitForThePicture) {
-    LearningDesk d;
-    QPointer<LearningWindow> w = d.study();
+    // Closed while it waits for the next picture: the wait ends, nothing is
+    // kept, and no window or temporary is left behind.
+    QPointer<LearningWindow> alive(w);
     QObject::connect(w, &LearningWindow::stepChanged, w, [&](int step) {
         if (step == 2)
             QTimer::singleShot(0, w, [&] { w->close(); });
@@ -138,10 +134,11 @@ TEST(StudyWindow, ClosingDuringTheWaitForThePicture) {
     w->txtFunc->setText(u"電源"_s);
     QTest::mouseClick(w->cmdFuncOK, Qt::LeftButton);
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    EXPECT_TRUE(w.isNull());
-    EXPECT_EQ(d.remotes.window(2), nullptr);
+    EXPECT_TRUE(alive.isNull());
+    EXPECT_EQ(d.remotes.window(3), nullptr);
     EXPECT_TRUE(QDir(d.t.root()).entryList({u"*.tmp"_s}).isEmpty());
-    EXPECT_EQ(d.key(1, u"Device"), QString());
+    EXPECT_EQ(d.key(1, u"Design"), u"2"_s);
+    EXPECT_EQ(d.key(1, u"Button-0"), u"暖房"_s);
 }
 
 // Refusals at the start: test mode closes the window a second later, and the
