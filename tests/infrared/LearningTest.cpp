@@ -91,9 +91,10 @@ TEST(Learning, OverwriteClearsOldRemoteButSparesOtherDevices) {
     EXPECT_EQ(s.key(2, u"Button-0"_s), u"電源"_s);
 }
 
-// With all 1000 slots taken a new name finds none; the same name still finds
-// its own.
-TEST(Learning, FullRegistryHasNoFreeSlot) {
+// With all 1000 slots taken a new name finds none, the same name still finds
+// its own; one window holds at most 100 new signals, the 101st refused, not
+// lost silently in an overrun.
+TEST(Learning, FullRegistryAndFullSession) {
     Store s;
     QByteArray ini;
     for (int i = 1; i <= 1000; ++i)
@@ -103,12 +104,7 @@ TEST(Learning, FullRegistryHasNoFreeSlot) {
     EXPECT_EQ(FindRemoteSlot(s.t.settings, u"new"_s).slot(), 0);
     EXPECT_EQ(FindRemoteSlot(s.t.settings, u"D1000"_s).slot(), 1000);
     EXPECT_EQ(EditableRemotes(s.t.settings).size(), 100u);
-}
 
-// One window holds at most 100 new signals; the 101st is refused, not lost
-// silently in an overrun.
-TEST(Learning, SessionHoldsAHundredSignals) {
-    Store s;
     for (int n = 1; n <= MaxSessionSignals; ++n)
         s.learn(u"f"_s + QString::number(n), 0);
     EXPECT_TRUE(s.session.full());
