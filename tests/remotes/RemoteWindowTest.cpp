@@ -34,11 +34,6 @@ void doubleClick(QWidget* widget) {
         QTest::mouseRelease(w, Qt::LeftButton);
 }
 
-QPoint workAreaCorner() {
-    QRect a = QGuiApplication::primaryScreen()->availableGeometry();
-    return {a.x() + a.width(), a.y() + a.height()};
-}
-
 } // namespace
 
 TEST(RemoteWindow, LiveClicksSendTheCaptionLearningClicksOnlyReport) {
@@ -130,7 +125,8 @@ TEST(RemoteWindow, EveryDesignMatchesThePagesFitsItsShapeAndCutsNoCaption) {
 
 TEST(RemoteWindow, FirstPlaceIsTheWorkAreaCornerThenEachDesignKeepsItsOwn) {
     Desk d;
-    const QPoint corner = workAreaCorner();
+    const QPoint corner =
+        QGuiApplication::primaryScreen()->availableGeometry().bottomRight() + QPoint(1, 1);
     {
         RemoteWindow w(5, d.app.state, d.t.settings, d.device);
         // 5 twips in from the corner, which rounds to the pixel at the corner.
