@@ -14,9 +14,9 @@
 #include <QJsonArray>
 #include <QLoggingCategory>
 #include <QTcpSocket>
-
 #include <gtest/gtest.h>
 
+#include <array>
 #include <unistd.h>
 
 namespace {
@@ -78,24 +78,19 @@ TEST(AddressMail, SmtpAuthDeliversTheMessageAndRefusalsAreShown) {
 
     // A wrong password, and authentication asked for with no usable method or
     // not asked for at all: the server refuses, the failure is shown, never the password.
-    struct Case {
-        const char16_t* mailAuth;
-        const char16_t* method;
-        QString password;
-    };
-    for (const Case& c : {Case{u"1", u"SMTPAuth", QStringLiteral("wrong")},
-                          Case{u"1", u"", QStringLiteral("pa:ss")},
-                          Case{u"0", u"SMTPAuth", QStringLiteral("pa:ss")}}) {
-        SCOPED_TRACE(
-            (QString::fromUtf16(c.mailAuth) + u' ' + QString::fromUtf16(c.method)).toStdString());
+    for (const auto& [mailAuth, method, password] :
+         {std::array<QStringView, 3>{u"1", u"SMTPAuth", u"wrong"},
+          {u"1", u"", u"pa:ss"},
+          {u"0", u"SMTPAuth", u"pa:ss"}}) {
+        SCOPED_TRACE(mailAuth.toString().toStdString() + ' ' + method.toString().toStdString());
         prompt.shown.clear();
-        temp.settings.WriteIni(u"Options", u"MailAuth", QStringView(c.mailAuth));
-        temp.settings.WriteIni(u"Options", u"AuthMethod", QStringView(c.method));
-        temp.settings.WriteIni(u"Options", u"Password", ScramblePassword(u"SET", c.password));
+        temp.settings.WriteIni(u"Options", u"MailAuth", mailAuth);
+        temp.settings.WriteIni(u"Options", u"AuthMethod", method);
+        temp.settings.WriteIni(u"Options", u"Password", ScramblePassword(u"SET", password));
         EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.8"), 10000), false);
         ASSERT_EQ(prompt.shown.size(), 1);
         EXPECT_TRUE(prompt.shown[0].startsWith(QStringLiteral("notify:") + AddressMail::ErrorText));
-        EXPECT_FALSE(prompt.shown[0].contains(c.password));
+        EXPECT_FALSE(prompt.shown[0].contains(password));
     }
 
     // A server that offers STARTTLS gets it, and a certificate nobody vouches
