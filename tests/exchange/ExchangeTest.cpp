@@ -86,15 +86,6 @@ QString Zip(const QString& mode, const QString& path,
 
 struct Install {
     Install() { t.folder.CreateDataFolders(); }
-    void remote(int slot, const QString& name, const QStringList& functions) {
-        t.settings.WriteIni(RemoteSection(slot), u"Device", name);
-        t.settings.WriteIni(RemoteSection(slot), u"Design", u"2");
-        for (int k = 0; k < functions.size(); ++k) {
-            t.settings.WriteIni(RemoteSection(slot), ButtonKey(k), functions[k]);
-            t.writeFile(u"IRSignals/"_s + name + u'-' + functions[k] + u".bin"_s,
-                        ShiftJis::Encode(name + functions[k]));
-        }
-    }
     QString key(int slot, const QString& key) {
         return t.settings.ReadIni(RemoteSection(slot), key);
     }
@@ -113,12 +104,12 @@ struct Install {
 // import takes the lowest free slots and skips a known remote unless overwriting.
 TEST(Exchange, RoundTripBetweenTwoFolders) {
     Install from;
-    from.remote(1, u"TV"_s, {u"電源"_s, u"音量+"_s});
-    from.remote(2, u"TV-2"_s, {u"入力"_s});
-    from.remote(4, u"エアコン"_s, {u"冷房"_s});
+    from.t.writeRemote(1, u"TV"_s, 2, {u"電源"_s, u"音量+"_s});
+    from.t.writeRemote(2, u"TV-2"_s, 2, {u"入力"_s});
+    from.t.writeRemote(4, u"エアコン"_s, 2, {u"冷房"_s});
     from.t.settings.WriteIni(RemoteSection(1), ButtonKey(65), u"最後"_s);
     from.t.settings.WriteIni(RemoteSection(1), ButtonKey(66), u"範囲外"_s);
-    from.remote(5, u"空"_s, {});
+    from.t.writeRemote(5, u"空"_s, 2, {});
 
     QTemporaryDir out;
     const QString dir = out.filePath(u"a/b"_s);
@@ -148,8 +139,8 @@ TEST(Exchange, RoundTripBetweenTwoFolders) {
     }
 
     Install to;
-    to.remote(1, u"BD"_s, {u"再生"_s});
-    to.remote(3, u"エアコン"_s, {u"暖房"_s, u"除湿"_s});
+    to.t.writeRemote(1, u"BD"_s, 2, {u"再生"_s});
+    to.t.writeRemote(3, u"エアコン"_s, 2, {u"暖房"_s, u"除湿"_s});
     auto imported = [&](const QString& name, bool overwrite = false) {
         return to.import(ArchivePath(dir, name), overwrite);
     };
@@ -188,7 +179,7 @@ TEST(Exchange, ImportsArchivesOfOtherTools) {
         const QString archive = out.filePath(mode + u".kxp"_s);
         Zip(mode, archive, entries);
         Install to;
-        to.remote(1, u"テレビ-2"_s, {u"入力"_s});
+        to.t.writeRemote(1, u"テレビ-2"_s, 2, {u"入力"_s});
         const ImportResult r = to.import(archive);
         EXPECT_EQ(r.outcome, ImportResult::Imported) << r.reason.toStdString();
         EXPECT_EQ(r.slot, 2);
@@ -231,7 +222,7 @@ TEST(Exchange, RefusesHostileArchivesWhole) {
     cases.push_back({archive(u"locked.kxp"_s, u"locked"_s, {{u"exp.txt"_s, exp}}), u"encrypted"_s});
 
     Install to;
-    to.remote(1, u"BD"_s, {u"再生"_s});
+    to.t.writeRemote(1, u"BD"_s, 2, {u"再生"_s});
     const QByteArray ini = to.t.readFile(u"setting.ini");
     for (const auto& [path, reason] : cases) {
         SCOPED_TRACE(path.toStdString());

@@ -23,14 +23,6 @@ struct Store {
         QString error;
         ASSERT_GT(session.Add(image(first), function, button, &error), 0) << error.toStdString();
     }
-    void remote(int slot, const QString& name, const QStringList& functions) {
-        t.settings.WriteIni(RemoteSection(slot), u"Device", name);
-        t.settings.WriteIni(RemoteSection(slot), u"Design", u"2");
-        for (int k = 0; k < functions.size(); ++k) {
-            t.settings.WriteIni(RemoteSection(slot), ButtonKey(k), functions[k]);
-            t.writeFile(u"IRSignals/"_s + name + u'-' + functions[k] + u".bin"_s, "x");
-        }
-    }
     bool signalFile(const QString& name) { return QFile::exists(t.path(u"IRSignals/"_s + name)); }
     QString key(int slot, const QString& key) {
         return t.settings.ReadIni(RemoteSection(slot), key);
@@ -53,8 +45,8 @@ struct Store {
 // their files left out, and temporaries gone only when asked.
 TEST(Learning, NewRemoteTakesFreeSlotAndLaterSignalsWin) {
     Store s;
-    s.remote(1, u"TV"_s, {u"電源"_s});
-    s.remote(3, u"BD"_s, {u"再生"_s});
+    s.t.writeRemote(1, u"TV"_s, 2, {u"電源"_s});
+    s.t.writeRemote(3, u"BD"_s, 2, {u"再生"_s});
     s.learn(u"電源"_s, 0, 1);
     s.learn(u"電源"_s, 1, 2); // same name on another button
     s.learn(u"音量+"_s, 2, 3);
@@ -84,8 +76,8 @@ TEST(Learning, NewRemoteTakesFreeSlotAndLaterSignalsWin) {
 // "<name>-" keeps its files.
 TEST(Learning, OverwriteClearsOldRemoteButSparesOtherDevices) {
     Store s;
-    s.remote(1, u"TV"_s, {u"電源"_s, u"入力"_s, u"音量+"_s});
-    s.remote(2, u"TV-2"_s, {u"電源"_s});
+    s.t.writeRemote(1, u"TV"_s, 2, {u"電源"_s, u"入力"_s, u"音量+"_s});
+    s.t.writeRemote(2, u"TV-2"_s, 2, {u"電源"_s});
     s.t.writeFile(u"IRSignals/TV-古い.bin", "x"); // left from an earlier rename
     s.learn(u"ch1"_s, 5);
 
@@ -99,9 +91,10 @@ TEST(Learning, OverwriteClearsOldRemoteButSparesOtherDevices) {
     EXPECT_EQ(s.key(2, u"Button-0"_s), u"電源"_s);
 }
 
-// With all 1000 slots taken a new name finds none; the same name still finds
-// its own.
-TEST(Learning, FullRegistryHasNoFreeSlot) {
+// With all 1000 slots taken a new name finds none, the same name still finds
+// its own; one window holds at most 100 new signals, the 101st refused, not
+// lost silently in an overrun.
+TEST(Learning, FullRegistryAndFullSession) {
     Store s;
     QByteArray ini;
     for (int i = 1; i <= 1000; ++i)
@@ -111,12 +104,7 @@ TEST(Learning, FullRegistryHasNoFreeSlot) {
     EXPECT_EQ(FindRemoteSlot(s.t.settings, u"new"_s).slot(), 0);
     EXPECT_EQ(FindRemoteSlot(s.t.settings, u"D1000"_s).slot(), 1000);
     EXPECT_EQ(EditableRemotes(s.t.settings).size(), 100u);
-}
 
-// One window holds at most 100 new signals; the 101st is refused, not lost
-// silently in an overrun.
-TEST(Learning, SessionHoldsAHundredSignals) {
-    Store s;
     for (int n = 1; n <= MaxSessionSignals; ++n)
         s.learn(u"f"_s + QString::number(n), 0);
     EXPECT_TRUE(s.session.full());

@@ -108,13 +108,11 @@ struct Fixture {
 };
 
 // Marks and short spaces of a receiver scatter around 560 µs and are stored as
-// one table entry, so a value may move by this much.
-constexpr int Jitter = 80;
-
+// one table entry, so a value may move by up to 80 µs.
 void expectNear(const std::vector<uint32_t>& got, const std::vector<uint32_t>& want) {
     ASSERT_EQ(got.size(), want.size());
     for (size_t i = 0; i < got.size(); ++i)
-        EXPECT_NEAR(int(got[i]), int(want[i]), Jitter) << "at " << i;
+        EXPECT_NEAR(int(got[i]), int(want[i]), 80) << "at " << i;
 }
 
 } // namespace

@@ -7,20 +7,16 @@
 #include "support/ScriptedPrompt.h"
 #include "support/SmtpPeer.h"
 #include "support/TempFolder.h"
+#include "support/WaitUntil.h"
 
 #include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QLoggingCategory>
-#include <QProcess>
-#include <QTcpServer>
 #include <QTcpSocket>
-
 #include <gtest/gtest.h>
 
+#include <array>
 #include <unistd.h>
 
 namespace {
@@ -82,39 +78,32 @@ TEST(AddressMail, SmtpAuthDeliversTheMessageAndRefusalsAreShown) {
 
     // A wrong password, and authentication asked for with no usable method or
     // not asked for at all: the server refuses, the failure is shown, never the password.
-    struct Case {
-        const char16_t* mailAuth;
-        const char16_t* method;
-        QString password;
-    };
-    for (const Case& c : {Case{u"1", u"SMTPAuth", QStringLiteral("wrong")},
-                          Case{u"1", u"", QStringLiteral("pa:ss")},
-                          Case{u"0", u"SMTPAuth", QStringLiteral("pa:ss")}}) {
-        SCOPED_TRACE(
-            (QString::fromUtf16(c.mailAuth) + u' ' + QString::fromUtf16(c.method)).toStdString());
+    for (const auto& [mailAuth, method, password] :
+         {std::array<QStringView, 3>{u"1", u"SMTPAuth", u"wrong"},
+          {u"1", u"", u"pa:ss"},
+          {u"0", u"SMTPAuth", u"pa:ss"}}) {
+        SCOPED_TRACE(mailAuth.toString().toStdString() + ' ' + method.toString().toStdString());
         prompt.shown.clear();
-        temp.settings.WriteIni(u"Options", u"MailAuth", QStringView(c.mailAuth));
-        temp.settings.WriteIni(u"Options", u"AuthMethod", QStringView(c.method));
-        temp.settings.WriteIni(u"Options", u"Password", ScramblePassword(u"SET", c.password));
+        temp.settings.WriteIni(u"Options", u"MailAuth", mailAuth);
+        temp.settings.WriteIni(u"Options", u"AuthMethod", method);
+        temp.settings.WriteIni(u"Options", u"Password", ScramblePassword(u"SET", password));
         EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.8"), 10000), false);
         ASSERT_EQ(prompt.shown.size(), 1);
         EXPECT_TRUE(prompt.shown[0].startsWith(QStringLiteral("notify:") + AddressMail::ErrorText));
-        EXPECT_FALSE(prompt.shown[0].contains(c.password));
+        EXPECT_FALSE(prompt.shown[0].contains(password));
     }
 
     // A server that offers STARTTLS gets it, and a certificate nobody vouches
     // for ends the conversation before the password or the mail goes out.
     QString cert = temp.dir.filePath(QStringLiteral("cert.pem")),
             key = temp.dir.filePath(QStringLiteral("key.pem"));
-    QProcess openssl;
-    openssl.start(QStringLiteral("openssl"),
-                  {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
-                   QStringLiteral("ec"), QStringLiteral("-pkeyopt"),
-                   QStringLiteral("ec_paramgen_curve:prime256v1"), QStringLiteral("-nodes"),
-                   QStringLiteral("-days"), QStringLiteral("1"), QStringLiteral("-subj"),
-                   QStringLiteral("/CN=127.0.0.1"), QStringLiteral("-keyout"), key,
-                   QStringLiteral("-out"), cert});
-    ASSERT_TRUE(openssl.waitForFinished(10000) && openssl.exitCode() == 0);
+    ASSERT_EQ(QProcess::execute(QStringLiteral("openssl"),
+                                QStringLiteral("req -x509 -newkey ec -pkeyopt "
+                                               "ec_paramgen_curve:prime256v1 -nodes -days 1 "
+                                               "-subj /CN=127.0.0.1 -keyout %1 -out %2")
+                                    .arg(key, cert)
+                                    .split(u' ')),
+              0);
     SmtpPeer tls(temp, QStringLiteral("tls"), {cert, key});
     ASSERT_TRUE(tls.ready);
     prompt.shown.clear();
@@ -193,14 +182,11 @@ service anvil {
     pop.start(dovecot,
               {QStringLiteral("-F"), QStringLiteral("-c"), base + QStringLiteral("/dovecot.conf")});
     ASSERT_TRUE(pop.waitForStarted());
-    QTcpSocket probe;
-    for (int i = 0; i < 50 && probe.state() != QAbstractSocket::ConnectedState; ++i) {
+    ASSERT_TRUE(WaitUntil([&] {
+        QTcpSocket probe;
         probe.connectToHost(QHostAddress::LocalHost, popPort);
-        if (!probe.waitForConnected(100))
-            WaitMs(50);
-    }
-    ASSERT_EQ(probe.state(), QAbstractSocket::ConnectedState) << "dovecot did not start";
-    probe.abort();
+        return probe.waitForConnected(100);
+    })) << "dovecot did not start";
 
     AddressMail mail(temp.settings);
     setMailSettings(temp.settings, smtp.port, QStringLiteral("secret"));
@@ -209,13 +195,7 @@ service anvil {
 
     // The log line is written by dovecot's log process, a moment after the reply.
     auto logHas = [&](const char* text) {
-        for (int i = 0; i < 40; ++i) {
-            QFile log(base + QStringLiteral("/dovecot.log"));
-            if (log.open(QIODevice::ReadOnly) && log.readAll().contains(text))
-                return true;
-            WaitMs(50);
-        }
-        return false;
+        return WaitUntil([&] { return temp.readFile(u"../pop/dovecot.log").contains(text); }, 2000);
     };
     // --verbose shows the exchange, with what carries the password masked.
     static QStringList trace;

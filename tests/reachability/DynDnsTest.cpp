@@ -5,6 +5,7 @@
 #include "support/HttpStandIn.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
+#include "support/WaitUntil.h"
 #include "webserver/Dispatcher.h"
 #include "webserver/WebServer.h"
 
@@ -24,8 +25,7 @@ TEST(DnsService, LookupFindsTheFirstAddressOrReportsError) {
         peer.answer = answer;
         QString result;
         service.GetIPAddr([&](const QString& r) { result = r; });
-        while (result.isEmpty())
-            WaitMs(5);
+        WaitUntil([&] { return !result.isEmpty(); });
         return result;
     };
     using S = HttpStandIn;
@@ -73,8 +73,7 @@ TEST(DnsService, HangingServiceDoesNotHoldTheWebServer) {
     EXPECT_TRUE(Fetch(web.WebPort(), "GET / HTTP/1.1\r\nHost: a\r\n\r\n").startsWith("HTTP/1.1"));
     EXPECT_LT(page.elapsed(), 100);
     EXPECT_TRUE(result.isEmpty());
-    while (result.isEmpty() && since.elapsed() < 5000)
-        WaitMs(20);
+    WaitUntil([&] { return !result.isEmpty(); }, 5000);
     EXPECT_TRUE(result.contains(u"Error"));
     EXPECT_GE(since.elapsed(), 1400);
 }

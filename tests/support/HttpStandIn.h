@@ -1,5 +1,8 @@
 #pragma once
 
+#include "core/Password.h"
+#include "core/Settings.h"
+
 #include <QByteArray>
 #include <QHash>
 #include <QList>
@@ -48,3 +51,17 @@ public:
     QList<QByteArray> requests;
     QHash<QTcpSocket*, QByteArray> pending;
 };
+
+// Internet use on, with the address looked up at `lookup` and the host name
+// home.example.org kept up to date at `dyndns` as me / Pa55word.
+inline void WriteInternetOptions(SettingsStore& s, const HttpStandIn& lookup,
+                                 const HttpStandIn& dyndns) {
+    for (const auto& [key, value] : {std::pair{u"Internet", QStringLiteral("1")},
+                                     {u"IPCheckURL", lookup.url()},
+                                     {u"DNS_Server", dyndns.url()},
+                                     {u"DNS_Update", QStringLiteral("1")},
+                                     {u"DNS_User", QStringLiteral("me")},
+                                     {u"DNS_Pass", ScramblePassword(u"SET", u"Pa55word")},
+                                     {u"DNS_Host", QStringLiteral("home.example.org")}})
+        s.WriteIni(u"Options", QStringView(key), value);
+}

@@ -93,13 +93,10 @@ struct LearningDesk {
     QString key(int slot, QStringView key) { return t.settings.ReadIni(RemoteSection(slot), key); }
     // A learned remote with a real signal file per function.
     void remote(int slot, const QString& name, int design, const QStringList& functions) {
-        t.settings.WriteIni(RemoteSection(slot), u"Device", name);
-        t.settings.WriteIni(RemoteSection(slot), u"Design", QString::number(design));
-        for (int k = 0; k < functions.size(); ++k) {
-            t.settings.WriteIni(RemoteSection(slot), ButtonKey(k), functions[k]);
+        t.writeRemote(slot, name, design, functions);
+        for (int k = 0; k < functions.size(); ++k)
             WriteSignalFile(SignalFilePath(t.folder, name, functions[k]),
                             SimDriver::NecSignal(0x10, uint8_t(k)));
-        }
     }
     // Lines of the simulator's transmission log.
     int sent() const {

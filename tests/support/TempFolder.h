@@ -2,6 +2,8 @@
 
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
+#include "core/ShiftJis.h"
+#include "remotes/Registry.h"
 
 #include <QByteArray>
 #include <QTemporaryDir>
@@ -16,6 +18,18 @@ public:
 
     QByteArray readFile(QStringView relative) const;
     void writeFile(QStringView relative, const QByteArray& bytes) const;
+
+    // A learned remote with a file per function holding the name and function in Shift-JIS.
+    void writeRemote(int slot, const QString& name, int design, const QStringList& functions) {
+        settings.WriteIni(RemoteSection(slot), u"Device", name);
+        settings.WriteIni(RemoteSection(slot), u"Design", QString::number(design));
+        for (int k = 0; k < functions.size(); ++k) {
+            settings.WriteIni(RemoteSection(slot), ButtonKey(k), functions[k]);
+            writeFile(QStringLiteral("IRSignals/") + name + u'-' + functions[k] +
+                          QStringLiteral(".bin"),
+                      ShiftJis::Encode(name + functions[k]));
+        }
+    }
 
     QTemporaryDir dir;
     ProgramFolder folder;
