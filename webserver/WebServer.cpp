@@ -301,7 +301,7 @@ void WebServer::sendFile(int index, const QString& path, const QString& requestT
                              u"\r\nContent-Length: "_s + QString::number(size - start) +
                              u"\r\nContent-Range: bytes "_s + QString::number(start) + u"-"_s +
                              QString::number(size - 1) + u"/"_s + QString::number(size) + u"\r\n"_s;
-    head += ContentTypeLines(path) + u"\r\n"_s;
+    head += ContentTypeLines(path) + u"Connection: close\r\n\r\n"_s;
 
     // A small file goes out with its header in one write, as a page does.
     if (size - start <= FileSender::PieceBytes) {

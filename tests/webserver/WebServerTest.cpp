@@ -71,17 +71,20 @@ TEST(WebServer, ABarePathIsRedirectedOnceThenServedAsTheDefaultPage) {
     Served s;
     ASSERT_TRUE(s.server.isListening());
     // No Date, and the link in the body is the bare scheme.
-    EXPECT_EQ(s.get("/"), "HTTP/1.1 302 Object Moved\r\nLocation: http://a:8080\r\n"
-                          "Server: Kestrava1.0\r\nContent-Length: 129\r\nContent-Type: "
-                          "text/html\r\n\r\n<head><title>Document Moved</title></head><body>"
-                          "<h1>Object Moved</h1>This document may be found <a HREF=\"http://\">"
-                          "here</a></body>");
+    EXPECT_EQ(
+        s.get("/"),
+        "HTTP/1.1 302 Object Moved\r\nLocation: http://a:8080\r\n"
+        "Server: Kestrava1.0\r\nContent-Length: 129\r\nContent-Type: "
+        "text/html\r\nConnection: close\r\n\r\n<head><title>Document Moved</title></head><body>"
+        "<h1>Object Moved</h1>This document may be found <a HREF=\"http://\">"
+        "here</a></body>");
     EXPECT_TRUE(s.server.RedirectArmed());
 
     s.dispatcher.SetGenerator(u"default.asp"_s, [](const PageRequest&) { return u"テスト"_s; });
-    EXPECT_EQ(s.get("/"), "HTTP/1.1 200 OK\r\nServer: Kestrava1.0\r\n" + DateLine +
-                              "Content-Length: 6\r\nContent-Type: text/html\r\n\r\n"
-                              "\x83\x65\x83\x58\x83\x67");
+    EXPECT_EQ(s.get("/"),
+              "HTTP/1.1 200 OK\r\nServer: Kestrava1.0\r\n" + DateLine +
+                  "Content-Length: 6\r\nContent-Type: text/html\r\nConnection: close\r\n\r\n"
+                  "\x83\x65\x83\x58\x83\x67");
 
     // Disarmed again after a while. The host comes from the Host line alone,
     // never from the path or another header.
@@ -161,14 +164,15 @@ TEST(WebServer, FilesWithTypesAndRanges) {
     s.t.writeFile(u"pic/up.gif", data);
 
     QByteArray whole = s.get("/pic/up.gif");
-    EXPECT_EQ(HeadOf(whole), "HTTP/1.1 200 OK\r\nServer: Kestrava1.0\r\n" + DateLine +
-                                 "Content-Length: 1000\r\nContent-Type: image/gif\r\n\r\n");
+    EXPECT_EQ(HeadOf(whole),
+              "HTTP/1.1 200 OK\r\nServer: Kestrava1.0\r\n" + DateLine +
+                  "Content-Length: 1000\r\nContent-Type: image/gif\r\nConnection: close\r\n\r\n");
     EXPECT_EQ(BodyOf(whole), data);
 
     QByteArray part = s.get("/pic/up.gif", "Host: h\r\nRange: bytes=100-199\r\n");
     EXPECT_EQ(HeadOf(part), "HTTP/1.1 206 Partial content\r\nServer: Kestrava1.0\r\n" + DateLine +
                                 "Content-Length: 900\r\nContent-Range: bytes 100-999/1000\r\n"
-                                "Content-Type: image/gif\r\n\r\n");
+                                "Content-Type: image/gif\r\nConnection: close\r\n\r\n");
     EXPECT_EQ(BodyOf(part), data.mid(100));
 
     EXPECT_TRUE(s.get("/pic/up.gif", "Range: bytes=0-\r\n").startsWith("HTTP/1.1 200 OK"));
