@@ -7,6 +7,14 @@
 #include <QFileInfo>
 #include <QTcpSocket>
 
+#include <cerrno>
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -28,9 +36,9 @@ bool isPrivate(const QStringList& parts) {
     return false;
 }
 
-} // namespace
-
-QString ResolveFilePath(const ProgramFolder& folder, const QString& requestPath) {
+// The parts of a request path beneath the folder; none when it is refused
+// before looking at the disk.
+QStringList servedParts(const QString& requestPath) {
     QString path = requestPath.contains(u'%') ? DecodeValue(requestPath) : requestPath;
     path.replace(u'\\', u'/');
     if (path.contains(QChar(0)))
@@ -43,6 +51,81 @@ QString ResolveFilePath(const ProgramFolder& folder, const QString& requestPath)
             parts << part;
     }
     if (parts.isEmpty() || isPrivate(parts))
+        return {};
+    return parts;
+}
+
+// The folder, opened once per folder for lookups beneath it.
+int rootDescriptor(const QString& root) {
+    static QString openRoot;
+    static int fd = -1;
+    if (fd < 0 || openRoot != root) {
+        if (fd >= 0)
+            ::close(fd);
+        fd = ::open(QFile::encodeName(root).constData(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+        openRoot = root;
+    }
+    return fd;
+}
+
+ServedFile openRegular(int dirFd, const QByteArray& path, int resolve) {
+    open_how how{};
+    // Non-blocking, so that a pipe someone left in the folder cannot stall the server.
+    how.flags = O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    how.resolve = quint64(resolve);
+    errno = 0;
+    const int fd = resolve ? int(::syscall(SYS_openat2, dirFd, path.constData(), &how, sizeof how))
+                           : ::openat(dirFd, path.constData(), int(how.flags));
+    if (fd < 0)
+        return {};
+    struct stat st {};
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        ::close(fd);
+        return {};
+    }
+    return ServedFile(fd, st.st_size);
+}
+
+} // namespace
+
+ServedFile::ServedFile(ServedFile&& other) noexcept
+    : fd_(std::exchange(other.fd_, -1)), size_(other.size_) {}
+
+ServedFile& ServedFile::operator=(ServedFile&& other) noexcept {
+    if (this != &other) {
+        if (fd_ >= 0)
+            ::close(fd_);
+        fd_ = std::exchange(other.fd_, -1);
+        size_ = other.size_;
+    }
+    return *this;
+}
+
+ServedFile::~ServedFile() {
+    if (fd_ >= 0)
+        ::close(fd_);
+}
+
+ServedFile OpenServedFile(const ProgramFolder& folder, const QString& requestPath) {
+    const QStringList parts = servedParts(requestPath);
+    if (parts.isEmpty())
+        return {};
+    const int root = rootDescriptor(folder.root());
+    if (root >= 0) {
+        // No link anywhere on the way and never above the folder: one call.
+        const QByteArray relative = QFile::encodeName(parts.join(u'/'));
+        ServedFile f = openRegular(root, relative, RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS);
+        if (f.isOpen() || (errno != ELOOP && errno != ENOSYS && errno != EXDEV))
+            return f;
+    }
+    // A link on the way (or an old kernel): resolved and checked in full.
+    const QString real = ResolveFilePath(folder, requestPath);
+    return real.isEmpty() ? ServedFile() : openRegular(AT_FDCWD, QFile::encodeName(real), 0);
+}
+
+QString ResolveFilePath(const ProgramFolder& folder, const QString& requestPath) {
+    const QStringList parts = servedParts(requestPath);
+    if (parts.isEmpty())
         return {};
 
     const QString candidate = folder.path(parts.join(u'/'));
@@ -100,15 +183,17 @@ std::optional<qint64> RangeStart(const QString& requestText) {
     return ok ? std::optional<qint64>(start) : std::nullopt;
 }
 
-FileSender::FileSender(QTcpSocket* socket, const QString& filePath, qint64 start, QObject* parent)
-    : QObject(parent), socket_(socket), file_(filePath), start_(start) {
+FileSender::FileSender(QTcpSocket* socket, ServedFile file, qint64 start, QObject* parent)
+    : QObject(parent), socket_(socket), start_(start) {
+    if (file.isOpen())
+        file_.open(file.release(), QIODevice::ReadOnly, QFileDevice::AutoCloseHandle);
     stall_.setSingleShot(true);
     stall_.setInterval(StallMs);
     connect(&stall_, &QTimer::timeout, this, &FileSender::abort);
 }
 
 bool FileSender::Start(const QByteArray& header) {
-    if (!socket_ || !file_.open(QIODevice::ReadOnly) || !file_.seek(start_)) {
+    if (!socket_ || !file_.isOpen() || !file_.seek(start_)) {
         abort();
         return false;
     }

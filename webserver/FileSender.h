@@ -8,6 +8,7 @@
 #include <QTimer>
 
 #include <optional>
+#include <utility>
 
 class ProgramFolder;
 class QTcpSocket;
@@ -16,6 +17,29 @@ class QTcpSocket;
 // to answer as missing: outside the folder, one of the program's private files,
 // not a regular file. Never creates anything.
 QString ResolveFilePath(const ProgramFolder& folder, const QString& requestPath);
+
+// A file opened for a request: the descriptor is closed with the object.
+class ServedFile {
+public:
+    ServedFile() = default;
+    ServedFile(int fd, qint64 size) : fd_(fd), size_(size) {}
+    ServedFile(ServedFile&& other) noexcept;
+    ServedFile& operator=(ServedFile&& other) noexcept;
+    ~ServedFile();
+
+    bool isOpen() const { return fd_ >= 0; }
+    int fd() const { return fd_; }
+    qint64 size() const { return size_; }
+    int release() { return std::exchange(fd_, -1); }
+
+private:
+    int fd_ = -1;
+    qint64 size_ = 0;
+};
+
+// Opens what ResolveFilePath would resolve, with one lookup beneath the folder
+// where the path holds no link. Not open when the request answers as missing.
+ServedFile OpenServedFile(const ProgramFolder& folder, const QString& requestPath);
 
 // The Content-Type line (and Accept-Ranges where announced), chosen by the
 // path's last three characters.
@@ -35,8 +59,7 @@ public:
     static constexpr int StallMs = 30000;
 
     // Takes over the socket's output from here on; closes it when all is sent.
-    FileSender(QTcpSocket* socket, const QString& filePath, qint64 start,
-               QObject* parent = nullptr);
+    FileSender(QTcpSocket* socket, ServedFile file, qint64 start, QObject* parent = nullptr);
 
     bool Start(const QByteArray& header);
 

@@ -15,6 +15,9 @@
 #include <QLoggingCategory>
 #include <QTcpSocket>
 
+#include <sys/socket.h>
+#include <unistd.h>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -38,6 +41,8 @@ WebServer::WebServer(Application& app, Dispatcher& dispatcher, QObject* parent)
     connect(&server_, &QTcpServer::newConnection, this, &WebServer::onNewConnection);
     connect(&app_.timObjMove, &QTimer::timeout, this, [this] { redirectArmed_ = false; });
     server_.setMaxPendingConnections(64);
+    // A burst of connections waits in the kernel rather than being refused.
+    server_.setListenBacklogSize(SOMAXCONN);
 }
 
 WebServer::~WebServer() {
@@ -251,7 +256,12 @@ void WebServer::onReadyRead(int index) {
         const QString peer = isV4 ? QHostAddress(v4).toString() : socket->peerAddress().toString();
         QPointer<QTcpSocket> guard(socket);
         // A generator may wait with events running; this slot may be gone after.
-        QString html = dispatcher_.DispatchPage(d.request.path, d.request.postBody, peer);
+        QString html;
+        {
+            // A page reads many settings; the file is looked at once a turn.
+            SettingsStore::Batch batch(app_.settings);
+            html = dispatcher_.DispatchPage(d.request.path, d.request.postBody, peer);
+        }
         if (guard && slotFor(index, guard))
             sendAndClose(index, Http::PageResponse(html, HttpDate(app_.clock)));
         return;
@@ -283,8 +293,8 @@ void WebServer::sendAndClose(int index, const QByteArray& response) {
 
 void WebServer::sendFile(int index, const QString& path, const QString& requestText) {
     const QString date = HttpDate(app_.clock);
-    const QString file = ResolveFilePath(app_.folder, path);
-    const qint64 size = file.isEmpty() ? 0 : QFileInfo(file).size();
+    ServedFile file = OpenServedFile(app_.folder, path);
+    const qint64 size = file.size();
     if (size == 0) {
         sendAndClose(index, Http::FileNotFoundResponse(date));
         return;
@@ -305,15 +315,18 @@ void WebServer::sendFile(int index, const QString& path, const QString& requestT
 
     // A small file goes out with its header in one write, as a page does.
     if (size - start <= FileSender::PieceBytes) {
-        QFile f(file);
-        if (f.open(QIODevice::ReadOnly) && f.seek(start)) {
-            sendAndClose(index, head.toLatin1() + f.read(size - start));
+        QByteArray response = head.toLatin1();
+        const qsizetype headBytes = response.size();
+        response.resize(headBytes + (size - start));
+        if (::pread(file.fd(), response.data() + headBytes, size_t(size - start), start) ==
+            size - start) {
+            sendAndClose(index, response);
             return;
         }
     }
     Slot& slot = *slots_[size_t(index - 1)];
     QTcpSocket* socket = slot.socket;
-    auto* sender = new FileSender(socket, file, start, socket);
+    auto* sender = new FileSender(socket, std::move(file), start, socket);
     sender->setStallMs(stallMs_);
     connect(sender, &FileSender::finished, this, [this, index, socket] {
         if (slotFor(index, socket))
