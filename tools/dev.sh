@@ -124,6 +124,7 @@ bench)
     install_missing
     build build
     build/bench/kestrava_bench "$@"
+    bench/http/run.sh build
     ;;
 shots)
     install_missing
