@@ -5,7 +5,6 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QTcpSocket>
 
 #include <cerrno>
 #include <fcntl.h>
@@ -181,63 +180,4 @@ std::optional<qint64> RangeStart(const QString& requestText) {
         ok = ok && c.isDigit() && c.unicode() < 128;
     qint64 start = ok ? number.toLongLong(&ok) : 0;
     return ok ? std::optional<qint64>(start) : std::nullopt;
-}
-
-FileSender::FileSender(QTcpSocket* socket, ServedFile file, qint64 start, QObject* parent)
-    : QObject(parent), socket_(socket), start_(start) {
-    if (file.isOpen())
-        file_.open(file.release(), QIODevice::ReadOnly, QFileDevice::AutoCloseHandle);
-    stall_.setSingleShot(true);
-    stall_.setInterval(StallMs);
-    connect(&stall_, &QTimer::timeout, this, &FileSender::abort);
-}
-
-bool FileSender::Start(const QByteArray& header) {
-    if (!socket_ || !file_.isOpen() || !file_.seek(start_)) {
-        abort();
-        return false;
-    }
-    connect(socket_, &QTcpSocket::bytesWritten, this, [this] {
-        stall_.start();
-        fill();
-    });
-    connect(socket_, &QTcpSocket::disconnected, this, [this] {
-        stall_.stop();
-        if (!done_) {
-            done_ = true;
-            emit finished();
-        }
-    });
-    socket_->write(header);
-    stall_.start();
-    fill();
-    return true;
-}
-
-void FileSender::fill() {
-    if (done_ || !socket_)
-        return;
-    while (!file_.atEnd() && socket_->bytesToWrite() < MaxQueuedBytes - PieceBytes) {
-        QByteArray piece = file_.read(PieceBytes);
-        if (piece.isEmpty())
-            break;
-        socket_->write(piece);
-    }
-    if (file_.atEnd() && file_.isOpen()) {
-        file_.close();
-        // Closes once everything queued has gone out; the stall timer still
-        // watches a client that stops reading now.
-        socket_->disconnectFromHost();
-    }
-}
-
-void FileSender::abort() {
-    stall_.stop();
-    file_.close();
-    if (socket_)
-        socket_->abort();
-    if (!done_) {
-        done_ = true;
-        emit finished();
-    }
 }

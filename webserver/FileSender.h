@@ -1,17 +1,12 @@
 #pragma once
 
 #include <QByteArray>
-#include <QFile>
-#include <QObject>
-#include <QPointer>
 #include <QString>
-#include <QTimer>
 
 #include <optional>
 #include <utility>
 
 class ProgramFolder;
-class QTcpSocket;
 
 // The file a request path names inside the program folder, or "" when it has
 // to answer as missing: outside the folder, one of the program's private files,
@@ -30,7 +25,6 @@ public:
     bool isOpen() const { return fd_ >= 0; }
     int fd() const { return fd_; }
     qint64 size() const { return size_; }
-    int release() { return std::exchange(fd_, -1); }
 
 private:
     int fd_ = -1;
@@ -48,33 +42,6 @@ QString ContentTypeLines(const QString& requestPath);
 // The first byte asked for by "Range:"; none when there is no usable number.
 std::optional<qint64> RangeStart(const QString& requestText);
 
-// Streams one file to a socket, never holding more than a few pieces of it in
-// memory: the next piece is read when the socket has sent the earlier ones. A
-// client that takes nothing for 30 seconds loses its connection.
-class FileSender : public QObject {
-    Q_OBJECT
-public:
-    static constexpr qint64 PieceBytes = 64 * 1024;
-    static constexpr qint64 MaxQueuedBytes = 2 * PieceBytes; // the most ever held per connection
-    static constexpr int StallMs = 30000;
-
-    // Takes over the socket's output from here on; closes it when all is sent.
-    FileSender(QTcpSocket* socket, ServedFile file, qint64 start, QObject* parent = nullptr);
-
-    bool Start(const QByteArray& header);
-
-    void setStallMs(int ms) { stall_.setInterval(ms); }
-
-signals:
-    void finished();
-
-private:
-    void fill();
-    void abort();
-
-    QPointer<QTcpSocket> socket_;
-    QFile file_;
-    qint64 start_;
-    QTimer stall_;
-    bool done_ = false;
-};
+// The largest file (or part of one) that goes out with its header in one
+// write; anything larger is sent from the file by the kernel.
+constexpr qint64 FilePieceBytes = 64 * 1024;

@@ -38,7 +38,7 @@ public:
                 return u"page:"_s + name;
             });
         app.timObjMove.setInterval(150);
-        server.setTimeouts(300, 300);
+        server.setTimeouts(300, 300, 200);
         server.InitWebServer();
     }
 
@@ -176,6 +176,13 @@ TEST(WebServer, FilesWithTypesAndRanges) {
     EXPECT_EQ(BodyOf(part), data.mid(100));
 
     EXPECT_TRUE(s.get("/pic/up.gif", "Range: bytes=0-\r\n").startsWith("HTTP/1.1 200 OK"));
+    // Larger than one write: the file goes out from the disk, from its start or a range.
+    QByteArray large(3 * 1024 * 1024 + 7, 0);
+    for (int i = 0; i < large.size(); ++i)
+        large[i] = char(i % 253);
+    s.t.writeFile(u"pic/large.mpg", large);
+    EXPECT_EQ(BodyOf(s.get("/pic/large.mpg")), large);
+    EXPECT_EQ(BodyOf(s.get("/pic/large.mpg", "Range: bytes=70000-\r\n")), large.mid(70000));
     QByteArray beyond = s.get("/pic/up.gif", "Range: bytes=1000-\r\n");
     EXPECT_TRUE(beyond.startsWith("HTTP/1.1 416 Requested Range Not Satisfiable\r\n"));
     EXPECT_TRUE(beyond.contains("Content-Range: bytes */1000\r\n"));
@@ -324,4 +331,11 @@ TEST(WebServer, TwoThousandIdleConnectionsDoNotLockOthersOut) {
     WaitMs(200);
     EXPECT_TRUE(s.get("/x.asp").startsWith("HTTP/1.1 200 OK"));
     EXPECT_LE(s.server.SlotCount(), WebServer::MaxSlots);
+    EXPECT_GT(s.server.SlotCount(), WebServer::PoolSlots);
+
+    // Once they are gone, the slots beyond the pool give their memory back.
+    idle.clear();
+    WaitMs(600);
+    EXPECT_LE(s.server.SlotCount(), WebServer::PoolSlots);
+    EXPECT_TRUE(s.get("/x.asp").startsWith("HTTP/1.1 200 OK"));
 }
