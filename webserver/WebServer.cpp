@@ -238,8 +238,6 @@ void WebServer::accepted(int fd, const sockaddr_storage& peer) {
     }
     emit connectionAccepted(index);
     slot.deadline.start(requestTimeoutMs_);
-    slot.readable.setSocket(fd);
-    slot.readable.setEnabled(true);
     onReadable(index); // the request is often there already
 }
 
@@ -257,8 +255,10 @@ int WebServer::oldestReading() const {
 void WebServer::freeSlot(int index) {
     Slot& slot = slotAt(index);
     slot.deadline.stop();
-    slot.readable.setEnabled(false);
-    slot.writable.setEnabled(false);
+    if (slot.readable.isEnabled())
+        slot.readable.setEnabled(false);
+    if (slot.writable.isEnabled())
+        slot.writable.setEnabled(false);
     if (slot.fd >= 0)
         ::close(slot.fd);
     slot.fd = -1;
@@ -289,30 +289,43 @@ void WebServer::releaseIdleSlots() {
 
 void WebServer::onReadable(int index) {
     Slot& slot = slotAt(index);
+    // A request that comes in one piece is looked at where it was read.
+    static char buffer[ReadBytes];
+    ssize_t fresh = 0;
     for (;;) {
-        const qsizetype had = slot.received.size();
-        slot.received.resize(had + ReadBytes);
-        const ssize_t n = ::read(slot.fd, slot.received.data() + had, size_t(ReadBytes));
-        slot.received.resize(had + std::max<ssize_t>(n, 0));
-        if (n > 0 && n == ReadBytes &&
-            slot.received.size() <= Http::MaxHeaderBytes + Http::MaxBodyBytes)
-            continue; // more may be waiting
-        if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR)) {
+        const ssize_t n = ::read(slot.fd, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n == 0 || (n < 0 && errno != EAGAIN)) {
             freeSlot(index); // gone before its request was complete
             return;
         }
-        if (n < 0 && errno == EINTR)
-            continue;
-        break;
+        if (n < 0)
+            break;
+        if (n < ReadBytes && slot.received.isEmpty()) {
+            fresh = n;
+            break;
+        }
+        slot.received.append(buffer, n);
+        if (n < ReadBytes || slot.received.size() > Http::MaxHeaderBytes + Http::MaxBodyBytes)
+            break;
     }
-    answer(index);
+    const QByteArray data = fresh ? QByteArray::fromRawData(buffer, fresh) : slot.received;
+    const Http::Decision d = Http::Decide(data, redirectArmed_, app_.state);
+    if (d.action == Http::Action::Wait) {
+        if (fresh)
+            slot.received = QByteArray(buffer, fresh);
+        if (!slot.readable.isEnabled()) {
+            slot.readable.setSocket(slot.fd);
+            slot.readable.setEnabled(true);
+        }
+        return;
+    }
+    answer(index, d);
 }
 
-void WebServer::answer(int index) {
+void WebServer::answer(int index, const Http::Decision& d) {
     Slot& slot = slotAt(index);
-    const Http::Decision d = Http::Decide(slot.received, redirectArmed_, app_.state);
-    if (d.action == Http::Action::Wait)
-        return;
     if (d.action == Http::Action::Drop) {
         qCDebug(lcWeb) << "slot" << index << "request refused";
         freeSlot(index);
@@ -320,7 +333,8 @@ void WebServer::answer(int index) {
     }
     slot.received.clear();
     slot.deadline.stop();
-    slot.readable.setEnabled(false); // one request per connection
+    if (slot.readable.isEnabled())
+        slot.readable.setEnabled(false); // one request per connection
     slot.answering = true;
     if (!d.request.host.isEmpty())
         hostHeader_ = d.request.host;

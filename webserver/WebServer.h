@@ -11,6 +11,9 @@
 #include <optional>
 #include <vector>
 
+namespace Http {
+struct Decision;
+}
 class Application;
 class Dispatcher;
 class QHostAddress;
@@ -67,7 +70,7 @@ private:
     void onAcceptable();
     void accepted(int fd, const sockaddr_storage& peer);
     void onReadable(int index);
-    void answer(int index);
+    void answer(int index, const Http::Decision& d);
     void sendAndClose(int index, const QByteArray& response);
     void sendFile(int index, const QString& path, const QString& requestText);
     void flush(int index);
