@@ -36,6 +36,7 @@ truncate -s 1G "$home/big.mpg"
     done
 } >"$home/setting.ini"
 
+chmod -R a+rX "$work" # nginx's worker runs as another user
 "${server_cpu[@]}" "$build/app/kestrava" --headless --home "$home" 2>"$work/kestrava.log" &
 kpid=$!
 for _ in $(seq 50); do curl -s -o /dev/null "http://127.0.0.1:$kport/default.asp" && break; sleep 0.1; done
@@ -67,6 +68,7 @@ measure() {
     local conns=$1 url=$2
     "${client_cpu[@]}" wrk -t1 -c"$conns" -d"${secs}s" --latency -H 'Connection: close' "$url" |
         awk '/Requests\/sec/ {r = $2} $1 == "50%" {p50 = $2} $1 == "99%" {p99 = $2}
+             /Non-2xx|Socket errors/ {print "wrk: " $0 > "/dev/stderr"}
              END {printf "%.0f %s %s\n", r, p50, p99}'
 }
 ratio() { awk "BEGIN {printf \"%.0f %%\", 100 * $1 / $2}"; }
@@ -88,6 +90,7 @@ burst_kb=$(rss)
 read -r p500_n _ p99_n < <(measure 500 "http://127.0.0.1:$nport$pic")
 read -r page_k _ _ < <(measure 50 "http://127.0.0.1:$kport/default.asp")
 read -r page_n _ _ < <(measure 50 "http://127.0.0.1:$nport/default.asp")
+read -r phone_k phone_p50 _ < <(measure 10 "http://127.0.0.1:$kport/cremote.asp?DevID=1&Device=TV")
 read -r press_k press_p50 _ < <(measure 10 "http://127.0.0.1:$kport/cremote.asp?DevID=1&Button=0&Device=TV")
 log_kb=$(($(stat -c %s "$home/sim-transmit.log") / 1024))
 
@@ -104,7 +107,8 @@ echo "| 1.4 KB picture, 1 connection | $p1_k req/s | $p1_n | $(ratio "$p1_k" "$p
 echo "| 1.4 KB picture, 50 connections | $p50_k req/s | $p50_n | $(ratio "$p50_k" "$p50_n") |"
 echo "| 1.4 KB picture, 500 connections | $p500_k req/s, p99 $p99_k | $p500_n, p99 $p99_n | $(ratio "$p500_k" "$p500_n") |"
 echo "| \`default.asp\`, 50 connections | $page_k req/s | $page_n (static copy) | $(ratio "$page_k" "$page_n") |"
-echo "| phone press \`cremote.asp\` (simulator), 10 connections | $press_k req/s, p50 $press_p50 | - | - |"
+echo "| phone page \`cremote.asp\` (66 keys, no press), 10 connections | $phone_k req/s, p50 $phone_p50 | - | - |"
+echo "| phone press \`cremote.asp\` (simulator, presses queue), 10 connections | $press_k req/s, p50 $press_p50 | - | - |"
 echo "| 1 GiB file | $stream_k, peak RSS $((peak_kb / 1024)) MiB | $stream_n | - |"
 echo
 echo "RSS: idle $((idle_kb / 1024)) MiB, after 500 connections $((burst_kb / 1024)) MiB," \

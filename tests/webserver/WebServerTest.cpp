@@ -15,6 +15,10 @@
 #include <QTcpServer>
 #include <gtest/gtest.h>
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -186,6 +190,34 @@ TEST(WebServer, FilesWithTypesAndRanges) {
     QByteArray beyond = s.get("/pic/up.gif", "Range: bytes=1000-\r\n");
     EXPECT_TRUE(beyond.startsWith("HTTP/1.1 416 Requested Range Not Satisfiable\r\n"));
     EXPECT_TRUE(beyond.contains("Content-Range: bytes */1000\r\n"));
+}
+
+// The client's receive window is kept tiny and it reads nothing for a while:
+// the server gives up after the stall limit and closes.
+TEST(WebServer, AClientThatStopsReadingAFileLosesItsConnection) {
+    Served s;
+    s.t.writeFile(u"big.mpg", QByteArray(32 * 1024 * 1024, 'x'));
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    const int small = 4096;
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+    const timeval wait{5, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(s.port());
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to), 0);
+    const QByteArray request = "GET /big.mpg HTTP/1.1\r\n\r\n";
+    ASSERT_EQ(::send(fd, request.constData(), size_t(request.size()), 0), request.size());
+    WaitMs(1000);
+    qint64 total = 0;
+    char buffer[65536];
+    ssize_t n = 0;
+    while ((n = ::read(fd, buffer, sizeof buffer)) > 0)
+        total += n;
+    ::close(fd);
+    EXPECT_EQ(n, 0); // closed by the server, not a time-out here
+    EXPECT_LT(total, 32 * 1024 * 1024);
 }
 
 TEST(WebServer, PrivateAndOutsideFilesAnswerAsMissingAndNothingIsCreated) {
