@@ -126,6 +126,7 @@ bool WebServer::InitWebServer() {
             if (!storeChoice)
                 qCInfo(lcWeb).noquote() << "using port" << port << "for this run";
         }
+        acceptNotifier_.reset(); // never left on a closed socket
         if (server_.isListening())
             server_.close();
         bool ok = server_.listen(QHostAddress::Any, quint16(port));
@@ -182,6 +183,8 @@ void WebServer::onAcceptable() {
         socklen_t length = sizeof peer;
         const int fd = ::accept4(listener, reinterpret_cast<sockaddr*>(&peer), &length,
                                  SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (fd < 0 && (errno == ECONNABORTED || errno == EINTR || errno == EPROTO))
+            continue; // that one is gone; others may wait
         if (fd < 0) {
             if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
                 qCWarning(lcWeb) << "cannot accept:" << strerror(errno);
