@@ -341,11 +341,10 @@ void WebServer::answer(int index, const Http::Decision& d) {
     slot.answering = true;
     if (!d.request.host.isEmpty())
         hostHeader_ = d.request.host;
-    const QString date = HttpDate(app_.clock);
-
     switch (d.action) {
     case Http::Action::Refuse:
-        sendAndClose(index, Http::AccessDeniedResponse(d.request.realm, AccessDeniedPage(), date));
+        sendAndClose(index, Http::AccessDeniedResponse(d.request.realm, AccessDeniedPage(),
+                                                       HttpDate(app_.clock)));
         return;
     case Http::Action::Redirect:
         redirectArmed_ = true;
