@@ -207,6 +207,7 @@ int main(int argc, char** argv) {
         return *status;
     InstallLogHandler(options.verbose);
     RaiseFileLimit();
+    PinTimeZone();
 
     QString root = options.demo ? QDir::cleanPath(QDir(options.demoDir.isEmpty()
                                                            ? QString::fromLatin1(DefaultDemoFolder)

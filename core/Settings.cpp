@@ -3,8 +3,10 @@
 #include "core/AtomicFile.h"
 #include "core/ShiftJis.h"
 
+#include <QAbstractEventDispatcher>
 #include <QFile>
 #include <QLoggingCategory>
+#include <QPointer>
 
 #include <cerrno>
 #include <cstring>
@@ -92,6 +94,20 @@ bool readAll(const QString& path, QByteArray& out, int& err) {
     }
     ::close(fd);
     return true;
+}
+
+// Counts turns of the event loop: it moves whenever the loop wakes or is about
+// to sleep, so anything another program did is looked at again.
+quint64 loopTurn = 1;
+
+void countTurns() {
+    static QPointer<QAbstractEventDispatcher> watched;
+    QAbstractEventDispatcher* d = QAbstractEventDispatcher::instance();
+    if (!d || d == watched)
+        return;
+    watched = d;
+    QObject::connect(d, &QAbstractEventDispatcher::awake, [] { ++loopTurn; });
+    QObject::connect(d, &QAbstractEventDispatcher::aboutToBlock, [] { ++loopTurn; });
 }
 
 } // namespace
@@ -244,6 +260,17 @@ QByteArray IniText::bytes() const {
 
 SettingsStore::SettingsStore(QString path) : path_(std::move(path)) {}
 
+SettingsStore::Batch::Batch(SettingsStore& store) : store_(store) {
+    if (store_.batches_++ == 0) {
+        countTurns();
+        store_.checkedTurn_ = 0;
+    }
+}
+
+SettingsStore::Batch::~Batch() {
+    --store_.batches_;
+}
+
 SettingsStore::Signature SettingsStore::stat() const {
     struct stat st {};
     Signature s;
@@ -259,7 +286,10 @@ SettingsStore::Signature SettingsStore::stat() const {
     return s;
 }
 
-void SettingsStore::refresh() {
+void SettingsStore::refresh(bool always) {
+    if (!always && batches_ > 0 && checkedTurn_ == loopTurn && loaded_ && state_ == State::Good)
+        return;
+    checkedTurn_ = loopTurn;
     Signature now = stat();
     // Until the file reads well again, every access tries again.
     if (loaded_ && now == signature_ && state_ == State::Good)
@@ -306,7 +336,7 @@ QString SettingsStore::ReadIni(QStringView section, QStringView key) {
 }
 
 bool SettingsStore::writable() {
-    refresh();
+    refresh(true);
     if (state_ == State::Good)
         return true;
     if (!refusalLogged_)

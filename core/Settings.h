@@ -50,7 +50,9 @@ private:
 //
 // The file is parsed once and kept, and every read first checks the file's
 // size, times, mode and identity, so a change made by hand or by another
-// instance is seen at the next read. Writes replace the file atomically with
+// instance is seen at the next read. Within a Batch (one web request reading
+// many keys) the check is made once per turn of the event loop; a write
+// always checks. Writes replace the file atomically with
 // mode 0600. A new file starts with Options/Internet=0.
 //
 // A read that fails never counts as contents: while the file cannot be read,
@@ -60,6 +62,18 @@ private:
 class SettingsStore {
 public:
     explicit SettingsStore(QString path);
+
+    // While one is alive, reads check the file once per event-loop turn.
+    class Batch {
+    public:
+        explicit Batch(SettingsStore& store);
+        ~Batch();
+        Batch(const Batch&) = delete;
+        Batch& operator=(const Batch&) = delete;
+
+    private:
+        SettingsStore& store_;
+    };
 
     QString ReadIni(QStringView section, QStringView key);
     // Creates file, section and key as needed. A failure is logged, not reported.
@@ -88,7 +102,7 @@ private:
     };
 
     Signature stat() const;
-    void refresh();
+    void refresh(bool always = false);
     bool writable();
     bool save(const IniText& next);
 
@@ -97,6 +111,8 @@ private:
     bool loaded_ = false;
     State state_ = State::Good;
     bool refusalLogged_ = false;
+    int batches_ = 0;
+    quint64 checkedTurn_ = 0; // the event-loop turn of the last check in a batch
     QElapsedTimer unsettledSince_;
     IniText text_; // the last good contents
 };

@@ -1,6 +1,8 @@
 #include "core/System.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <ctime>
 #include <sys/resource.h>
 
 void RaiseFileLimit() {
@@ -9,4 +11,10 @@ void RaiseFileLimit() {
         limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 8192);
         setrlimit(RLIMIT_NOFILE, &limit);
     }
+}
+
+void PinTimeZone() {
+    if (!std::getenv("TZ"))
+        setenv("TZ", ":/etc/localtime", 0);
+    tzset();
 }

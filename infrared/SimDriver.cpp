@@ -1,5 +1,6 @@
 #include "infrared/SimDriver.h"
 
+#include "core/AtomicFile.h"
 #include "infrared/IrSignal.h"
 
 #include <QDateTime>
@@ -92,9 +93,24 @@ int SimDriver::tira_transmit(int repeat, int frequency, QByteArrayView data) {
         qCWarning(lcSim).noquote() << "cannot write" << logPath_;
         return 2;
     }
+    if (log.size() > LogBytes + LogSlackBytes)
+        trimLog(log.size());
     qCDebug(lcSim) << "sent" << data.size() << "bytes, repeat" << repeat << "frequency"
                    << frequency;
     return IrBlob::decode(data) ? 0 : 3;
+}
+
+void SimDriver::trimLog(qint64 size) {
+    QFile log(logPath_);
+    if (!log.open(QIODevice::ReadOnly) || !log.seek(size - LogBytes))
+        return;
+    QByteArray tail = log.readAll();
+    log.close();
+    // Start at a whole line.
+    tail.remove(0, tail.indexOf('\n') + 1);
+    QString error;
+    if (!WriteFileAtomically(logPath_, tail, 0644, &error))
+        qCWarning(lcSim).noquote() << "cannot shorten" << logPath_ << ":" << error;
 }
 
 QByteArray SimDriver::SampleCapture() {

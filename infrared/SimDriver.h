@@ -37,7 +37,14 @@ public:
 
     int captureDelayMs = 1000;
 
+    // The log keeps its newest lines: past the limit and a little slack (so it
+    // is not rewritten on every send) it is cut back to the last LogBytes.
+    static constexpr qint64 LogBytes = 1024 * 1024;
+    static constexpr qint64 LogSlackBytes = 64 * 1024;
+
 private:
+    void trimLog(qint64 size);
+
     QString logPath_;
     QTimer captureTimer_;
     QTimer airTimer_;

@@ -144,6 +144,7 @@ bench)
     install_missing test
     build build -DKESTRAVA_BENCH=ON
     build/bench/kestrava_bench "$@"
+    bench/http/run.sh build
     ;;
 shots)
     install_missing test

@@ -5,7 +5,14 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QTcpSocket>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -28,9 +35,9 @@ bool isPrivate(const QStringList& parts) {
     return false;
 }
 
-} // namespace
-
-QString ResolveFilePath(const ProgramFolder& folder, const QString& requestPath) {
+// The parts of a request path beneath the folder; none when it is refused
+// before looking at the disk.
+QStringList servedParts(const QString& requestPath) {
     QString path = requestPath.contains(u'%') ? DecodeValue(requestPath) : requestPath;
     path.replace(u'\\', u'/');
     if (path.contains(QChar(0)))
@@ -43,6 +50,81 @@ QString ResolveFilePath(const ProgramFolder& folder, const QString& requestPath)
             parts << part;
     }
     if (parts.isEmpty() || isPrivate(parts))
+        return {};
+    return parts;
+}
+
+// The folder, opened once per folder for lookups beneath it.
+int rootDescriptor(const QString& root) {
+    static QString openRoot;
+    static int fd = -1;
+    if (fd < 0 || openRoot != root) {
+        if (fd >= 0)
+            ::close(fd);
+        fd = ::open(QFile::encodeName(root).constData(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+        openRoot = root;
+    }
+    return fd;
+}
+
+ServedFile openRegular(int dirFd, const QByteArray& path, int resolve) {
+    open_how how{};
+    // Non-blocking, so that a pipe someone left in the folder cannot stall the server.
+    how.flags = O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    how.resolve = quint64(resolve);
+    errno = 0;
+    const int fd = resolve ? int(::syscall(SYS_openat2, dirFd, path.constData(), &how, sizeof how))
+                           : ::openat(dirFd, path.constData(), int(how.flags));
+    if (fd < 0)
+        return {};
+    struct stat st {};
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        ::close(fd);
+        return {};
+    }
+    return ServedFile(fd, st.st_size);
+}
+
+} // namespace
+
+ServedFile::ServedFile(ServedFile&& other) noexcept
+    : fd_(std::exchange(other.fd_, -1)), size_(other.size_) {}
+
+ServedFile& ServedFile::operator=(ServedFile&& other) noexcept {
+    if (this != &other) {
+        if (fd_ >= 0)
+            ::close(fd_);
+        fd_ = std::exchange(other.fd_, -1);
+        size_ = other.size_;
+    }
+    return *this;
+}
+
+ServedFile::~ServedFile() {
+    if (fd_ >= 0)
+        ::close(fd_);
+}
+
+ServedFile OpenServedFile(const ProgramFolder& folder, const QString& requestPath) {
+    const QStringList parts = servedParts(requestPath);
+    if (parts.isEmpty())
+        return {};
+    const int root = rootDescriptor(folder.root());
+    if (root >= 0) {
+        // No link anywhere on the way and never above the folder: one call.
+        const QByteArray relative = QFile::encodeName(parts.join(u'/'));
+        ServedFile f = openRegular(root, relative, RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS);
+        if (f.isOpen() || (errno != ELOOP && errno != ENOSYS && errno != EXDEV))
+            return f;
+    }
+    // A link on the way (or an old kernel): resolved and checked in full.
+    const QString real = ResolveFilePath(folder, requestPath);
+    return real.isEmpty() ? ServedFile() : openRegular(AT_FDCWD, QFile::encodeName(real), 0);
+}
+
+QString ResolveFilePath(const ProgramFolder& folder, const QString& requestPath) {
+    const QStringList parts = servedParts(requestPath);
+    if (parts.isEmpty())
         return {};
 
     const QString candidate = folder.path(parts.join(u'/'));
@@ -98,61 +180,4 @@ std::optional<qint64> RangeStart(const QString& requestText) {
         ok = ok && c.isDigit() && c.unicode() < 128;
     qint64 start = ok ? number.toLongLong(&ok) : 0;
     return ok ? std::optional<qint64>(start) : std::nullopt;
-}
-
-FileSender::FileSender(QTcpSocket* socket, const QString& filePath, qint64 start, QObject* parent)
-    : QObject(parent), socket_(socket), file_(filePath), start_(start) {
-    stall_.setSingleShot(true);
-    stall_.setInterval(StallMs);
-    connect(&stall_, &QTimer::timeout, this, &FileSender::abort);
-}
-
-bool FileSender::Start(const QByteArray& header) {
-    if (!socket_ || !file_.open(QIODevice::ReadOnly) || !file_.seek(start_)) {
-        abort();
-        return false;
-    }
-    connect(socket_, &QTcpSocket::bytesWritten, this, [this] {
-        stall_.start();
-        fill();
-    });
-    connect(socket_, &QTcpSocket::disconnected, this, [this] {
-        stall_.stop();
-        if (!done_) {
-            done_ = true;
-            emit finished();
-        }
-    });
-    socket_->write(header);
-    stall_.start();
-    fill();
-    return true;
-}
-
-void FileSender::fill() {
-    if (done_ || !socket_)
-        return;
-    while (!file_.atEnd() && socket_->bytesToWrite() < MaxQueuedBytes - PieceBytes) {
-        QByteArray piece = file_.read(PieceBytes);
-        if (piece.isEmpty())
-            break;
-        socket_->write(piece);
-    }
-    if (file_.atEnd() && file_.isOpen()) {
-        file_.close();
-        // Closes once everything queued has gone out; the stall timer still
-        // watches a client that stops reading now.
-        socket_->disconnectFromHost();
-    }
-}
-
-void FileSender::abort() {
-    stall_.stop();
-    file_.close();
-    if (socket_)
-        socket_->abort();
-    if (!done_) {
-        done_ = true;
-        emit finished();
-    }
 }

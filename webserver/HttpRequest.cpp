@@ -68,10 +68,13 @@ QString right(const QString& s, qsizetype n) {
     return s.size() <= n ? s : s.right(n);
 }
 
-QByteArray respond(const QString& head, const QString& body) {
+// Responses whose head has no Connection line of its own end it with one.
+QByteArray respond(const QString& head, const QString& body, bool closeLine = true) {
     QByteArray bytes = ShiftJis::Encode(body);
     return ShiftJis::Encode(head) + "Content-Length: " + QByteArray::number(bytes.size()) +
-           "\r\nContent-Type: text/html\r\n\r\n" + bytes;
+           (closeLine ? "\r\nContent-Type: text/html\r\nConnection: close\r\n\r\n"
+                      : "\r\nContent-Type: text/html\r\n\r\n") +
+           bytes;
 }
 
 } // namespace
@@ -230,19 +233,20 @@ QByteArray AccessDeniedResponse(const QString& realm, const QString& body, const
                        u"WWW-Authenticate: Basic realm=\""_s + realm +
                        u"\"\r\n"
                        u"Connection: Close\r\n"_s,
-                   body);
+                   body, false);
 }
 
 QByteArray FileNotFoundResponse(const QString& date) {
     return respond(u"HTTP/1.1 404 Object Not Found\r\n"_s + ServerLine + u"Date: "_s + date +
                        u"\r\nConnection: Close\r\n"_s,
-                   u"<html>\r\n404 Not Found\r\n</html>\r\n"_s);
+                   u"<html>\r\n404 Not Found\r\n</html>\r\n"_s, false);
 }
 
 QByteArray RangeNotSatisfiableResponse(qint64 size, const QString& date) {
     return ShiftJis::Encode(u"HTTP/1.1 416 Requested Range Not Satisfiable\r\n"_s + ServerLine +
                             u"Date: "_s + date + u"\r\nContent-Range: bytes */"_s +
-                            QString::number(size) + u"\r\nContent-Length: 0\r\n\r\n"_s);
+                            QString::number(size) +
+                            u"\r\nContent-Length: 0\r\nConnection: close\r\n\r\n"_s);
 }
 
 } // namespace Http

@@ -2,7 +2,6 @@
 
 #include <QByteArray>
 #include <QObject>
-#include <QPointer>
 #include <QString>
 #include <QTcpServer>
 #include <QTimer>
@@ -12,13 +11,19 @@
 #include <optional>
 #include <vector>
 
+namespace Http {
+struct Decision;
+}
 class Application;
 class Dispatcher;
 class QHostAddress;
-class QTcpSocket;
+class QSocketNotifier;
+struct sockaddr_storage;
 
 // The listener and its connection slots. Each accepted connection takes the
 // lowest free slot; one request is read, answered, and the connection closed.
+// A slot keeps its objects for the next connection; slots beyond a small pool
+// are given back a while after a burst.
 class WebServer : public QObject {
     Q_OBJECT
 public:
@@ -26,6 +31,8 @@ public:
     // connection that has spent longest sending its request.
     static constexpr int MaxSlots = 1000;
     static constexpr int RequestTimeoutMs = 30000;
+    static constexpr int PoolSlots = 16;
+    static constexpr int ReleaseMs = 10000;
 
     WebServer(Application& app, Dispatcher& dispatcher, QObject* parent = nullptr);
     ~WebServer() override;
@@ -44,12 +51,12 @@ public:
 
     bool isListening() const { return server_.isListening(); }
     quint16 WebPort() const { return server_.serverPort(); }
-    int SlotCount() const { return int(slots_.size()); }
+    int SlotCount() const; // slots that hold their objects
     bool RedirectArmed() const { return redirectArmed_; }
     const QString& HostHeader() const { return hostHeader_; }
 
     // For tests: shorter limits.
-    void setTimeouts(int requestMs, int stallMs);
+    void setTimeouts(int requestMs, int stallMs, int releaseMs = ReleaseMs);
 
     static const QString PortInUseText;
 
@@ -59,21 +66,30 @@ signals:
 private:
     struct Slot;
 
-    void onNewConnection();
-    void onReadyRead(int index);
+    void takeConnections();
+    void onAcceptable();
+    void accepted(int fd, const sockaddr_storage& peer);
+    void onReadable(int index);
+    void answer(int index, const Http::Decision& d);
     void sendAndClose(int index, const QByteArray& response);
     void sendFile(int index, const QString& path, const QString& requestText);
-    void freeSlot(int index, bool abort);
-    Slot* slotFor(int index, QTcpSocket* socket);
+    void flush(int index);
+    void freeSlot(int index);
+    void releaseIdleSlots();
+    Slot& slotAt(int index) { return *slots_[size_t(index - 1)]; }
     int oldestReading() const;
 
     Application& app_;
     Dispatcher& dispatcher_;
-    QTcpServer server_;
-    std::vector<std::unique_ptr<Slot>> slots_; // slot n at index n - 1
+    QTcpServer server_; // listens; connections are taken from its socket here
+    std::unique_ptr<QSocketNotifier> acceptNotifier_;
+    QTimer acceptRetry_; // out of descriptors: try again shortly
+    QTimer release_;
+    std::vector<std::unique_ptr<Slot>> slots_; // slot n at index n - 1; null: given back
     quint64 acceptCount_ = 0;
     bool redirectArmed_ = false;
     QString hostHeader_;
     int requestTimeoutMs_ = RequestTimeoutMs;
     int stallMs_ = 30000;
+    int releaseMs_ = ReleaseMs;
 };

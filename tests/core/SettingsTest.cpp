@@ -2,6 +2,7 @@
 #include "core/ShiftJis.h"
 #include "support/TempFolder.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -93,6 +94,22 @@ TEST(Settings, ChangesByHandOrByAnotherInstanceAreSeenAtTheNextRead) {
     t.settings.WriteIni(u"Remote-3", u"Device", u"Y");
     EXPECT_EQ(other.ReadIni(u"Remote-2", u"Device"), u"X"_s);
     EXPECT_EQ(other.ReadIni(u"Remote-3", u"Device"), u"Y"_s);
+
+    // In a batch the file is looked at once a turn of the event loop, but a
+    // write still starts from the file as it is.
+    {
+        SettingsStore::Batch batch(other);
+        EXPECT_EQ(other.ReadIni(u"Remote-2", u"Device"), u"X"_s);
+        t.writeFile(u"setting.ini", "[Remote-2]\r\nDevice=Z\r\n");
+        touchBack(t.folder.settingsPath(), 7);
+        EXPECT_EQ(other.ReadIni(u"Remote-2", u"Device"), u"X"_s);
+        QCoreApplication::processEvents();
+        EXPECT_EQ(other.ReadIni(u"Remote-2", u"Device"), u"Z"_s);
+        t.writeFile(u"setting.ini", "[Remote-2]\r\nDevice=W\r\n");
+        touchBack(t.folder.settingsPath(), 9);
+        other.WriteIni(u"Remote-4", u"Device", u"V");
+        EXPECT_EQ(t.settings.ReadIni(u"Remote-2", u"Device"), u"W"_s);
+    }
 }
 
 // Untouched lines keep their bytes, line endings included; added lines take

@@ -64,6 +64,22 @@ TEST(TiraDevice, OpensOnFirstSendAndClosesWhenIdle) {
     EXPECT_TRUE(f.prompt.shown.isEmpty());
 }
 
+TEST(TiraDevice, SimulatorLogKeepsItsNewestMegabyte) {
+    Fixture f;
+    QByteArray old;
+    for (int i = 0; old.size() <= SimDriver::LogBytes + SimDriver::LogSlackBytes; ++i)
+        old += "old line " + QByteArray::number(i) + '\n';
+    f.t.writeFile(u"sim-transmit.log", old);
+    f.learn(u"TV-Power", SimDriver::SampleCapture());
+    EXPECT_TRUE(f.device.TransmitTira(f.t.path(u"IRSignals/TV-Power.bin")));
+
+    const QByteArray log = f.t.readFile(u"sim-transmit.log");
+    EXPECT_LE(log.size(), SimDriver::LogBytes);
+    EXPECT_GT(log.size(), SimDriver::LogBytes - 100);
+    EXPECT_TRUE(old.contains("\n" + log.left(log.indexOf('\n') + 1))); // whole lines only
+    EXPECT_EQ(loggedBytes(f.sent().last()), SimDriver::SampleCapture());
+}
+
 TEST(TiraDevice, CaptureTimesOutStillArmedAndFailsAtOnceWhenClosed) {
     Fixture f;
     f.device.captureTimeoutMs = 150;

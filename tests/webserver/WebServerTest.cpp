@@ -15,6 +15,10 @@
 #include <QTcpServer>
 #include <gtest/gtest.h>
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -38,7 +42,7 @@ public:
                 return u"page:"_s + name;
             });
         app.timObjMove.setInterval(150);
-        server.setTimeouts(300, 300);
+        server.setTimeouts(300, 300, 200);
         server.InitWebServer();
     }
 
@@ -71,17 +75,20 @@ TEST(WebServer, ABarePathIsRedirectedOnceThenServedAsTheDefaultPage) {
     Served s;
     ASSERT_TRUE(s.server.isListening());
     // No Date, and the link in the body is the bare scheme.
-    EXPECT_EQ(s.get("/"), "HTTP/1.1 302 Object Moved\r\nLocation: http://a:8080\r\n"
-                          "Server: Kestrava1.0\r\nContent-Length: 129\r\nContent-Type: "
-                          "text/html\r\n\r\n<head><title>Document Moved</title></head><body>"
-                          "<h1>Object Moved</h1>This document may be found <a HREF=\"http://\">"
-                          "here</a></body>");
+    EXPECT_EQ(
+        s.get("/"),
+        "HTTP/1.1 302 Object Moved\r\nLocation: http://a:8080\r\n"
+        "Server: Kestrava1.0\r\nContent-Length: 129\r\nContent-Type: "
+        "text/html\r\nConnection: close\r\n\r\n<head><title>Document Moved</title></head><body>"
+        "<h1>Object Moved</h1>This document may be found <a HREF=\"http://\">"
+        "here</a></body>");
     EXPECT_TRUE(s.server.RedirectArmed());
 
     s.dispatcher.SetGenerator(u"default.asp"_s, [](const PageRequest&) { return u"テスト"_s; });
-    EXPECT_EQ(s.get("/"), "HTTP/1.1 200 OK\r\nServer: Kestrava1.0\r\n" + DateLine +
-                              "Content-Length: 6\r\nContent-Type: text/html\r\n\r\n"
-                              "\x83\x65\x83\x58\x83\x67");
+    EXPECT_EQ(s.get("/"),
+              "HTTP/1.1 200 OK\r\nServer: Kestrava1.0\r\n" + DateLine +
+                  "Content-Length: 6\r\nContent-Type: text/html\r\nConnection: close\r\n\r\n"
+                  "\x83\x65\x83\x58\x83\x67");
 
     // Disarmed again after a while. The host comes from the Host line alone,
     // never from the path or another header.
@@ -161,20 +168,56 @@ TEST(WebServer, FilesWithTypesAndRanges) {
     s.t.writeFile(u"pic/up.gif", data);
 
     QByteArray whole = s.get("/pic/up.gif");
-    EXPECT_EQ(HeadOf(whole), "HTTP/1.1 200 OK\r\nServer: Kestrava1.0\r\n" + DateLine +
-                                 "Content-Length: 1000\r\nContent-Type: image/gif\r\n\r\n");
+    EXPECT_EQ(HeadOf(whole),
+              "HTTP/1.1 200 OK\r\nServer: Kestrava1.0\r\n" + DateLine +
+                  "Content-Length: 1000\r\nContent-Type: image/gif\r\nConnection: close\r\n\r\n");
     EXPECT_EQ(BodyOf(whole), data);
 
     QByteArray part = s.get("/pic/up.gif", "Host: h\r\nRange: bytes=100-199\r\n");
     EXPECT_EQ(HeadOf(part), "HTTP/1.1 206 Partial content\r\nServer: Kestrava1.0\r\n" + DateLine +
                                 "Content-Length: 900\r\nContent-Range: bytes 100-999/1000\r\n"
-                                "Content-Type: image/gif\r\n\r\n");
+                                "Content-Type: image/gif\r\nConnection: close\r\n\r\n");
     EXPECT_EQ(BodyOf(part), data.mid(100));
 
     EXPECT_TRUE(s.get("/pic/up.gif", "Range: bytes=0-\r\n").startsWith("HTTP/1.1 200 OK"));
+    // Larger than one write: the file goes out from the disk, from its start or a range.
+    QByteArray large(3 * 1024 * 1024 + 7, 0);
+    for (int i = 0; i < large.size(); ++i)
+        large[i] = char(i % 253);
+    s.t.writeFile(u"pic/large.mpg", large);
+    EXPECT_EQ(BodyOf(s.get("/pic/large.mpg")), large);
+    EXPECT_EQ(BodyOf(s.get("/pic/large.mpg", "Range: bytes=70000-\r\n")), large.mid(70000));
     QByteArray beyond = s.get("/pic/up.gif", "Range: bytes=1000-\r\n");
     EXPECT_TRUE(beyond.startsWith("HTTP/1.1 416 Requested Range Not Satisfiable\r\n"));
     EXPECT_TRUE(beyond.contains("Content-Range: bytes */1000\r\n"));
+}
+
+// The client's receive window is kept tiny and it reads nothing for a while:
+// the server gives up after the stall limit and closes.
+TEST(WebServer, AClientThatStopsReadingAFileLosesItsConnection) {
+    Served s;
+    s.t.writeFile(u"big.mpg", QByteArray(32 * 1024 * 1024, 'x'));
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    const int small = 4096;
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+    const timeval wait{5, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(s.port());
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to), 0);
+    const QByteArray request = "GET /big.mpg HTTP/1.1\r\n\r\n";
+    ASSERT_EQ(::send(fd, request.constData(), size_t(request.size()), 0), request.size());
+    WaitMs(1000);
+    qint64 total = 0;
+    char buffer[65536];
+    ssize_t n = 0;
+    while ((n = ::read(fd, buffer, sizeof buffer)) > 0)
+        total += n;
+    ::close(fd);
+    EXPECT_EQ(n, 0); // closed by the server, not a time-out here
+    EXPECT_LT(total, 32 * 1024 * 1024);
 }
 
 TEST(WebServer, PrivateAndOutsideFilesAnswerAsMissingAndNothingIsCreated) {
@@ -320,4 +363,11 @@ TEST(WebServer, TwoThousandIdleConnectionsDoNotLockOthersOut) {
     WaitMs(200);
     EXPECT_TRUE(s.get("/x.asp").startsWith("HTTP/1.1 200 OK"));
     EXPECT_LE(s.server.SlotCount(), WebServer::MaxSlots);
+    EXPECT_GT(s.server.SlotCount(), WebServer::PoolSlots);
+
+    // Once they are gone, the slots beyond the pool give their memory back.
+    idle.clear();
+    WaitMs(600);
+    EXPECT_LE(s.server.SlotCount(), WebServer::PoolSlots);
+    EXPECT_TRUE(s.get("/x.asp").startsWith("HTTP/1.1 200 OK"));
 }
