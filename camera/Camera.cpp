@@ -163,7 +163,7 @@ bool Camera::setControls(const QList<std::pair<quint32, int>>& values) {
     for (const auto& [id, value] : values) {
         const QList<SourceControl> now = controls();
         const auto control = std::find_if(now.begin(), now.end(),
-                                          [id](const SourceControl& c) { return c.id == id; });
+                                          [id = id](const SourceControl& c) { return c.id == id; });
         // One set before may have handed this control to its automatic mode.
         if (control != now.end() && control->readOnly)
             continue;
