@@ -186,11 +186,16 @@ bool TiraDevice::ActivateTira(qint16 port) {
 }
 
 bool TiraDevice::TestTarget(const QString& target, qint16 port) {
+    // Presses that come in while the candidate is tried wait for the device
+    // that is set, rather than go out on the candidate and be cut off.
     testTarget_ = target;
+    testing_ = true;
     const bool ok = ActivateTira(port);
     if (ok)
         DeActivateTira();
     testTarget_.clear();
+    testing_ = false;
+    sendNext();
     return ok;
 }
 
@@ -318,7 +323,7 @@ void TiraDevice::Enqueue(const QString& path, std::function<void(SendResult)> do
 }
 
 void TiraDevice::sendNext() {
-    if (current_ || opening_ || queue_.empty())
+    if (current_ || opening_ || testing_ || queue_.empty())
         return;
     current_ = std::move(queue_.front());
     queue_.pop_front();

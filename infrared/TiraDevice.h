@@ -133,4 +133,5 @@ private:
     QString lostTarget_;
     QString problem_;    // why the last open failed, for people
     QString testTarget_; // set only while TestTarget runs
+    bool testing_ = false;
 };

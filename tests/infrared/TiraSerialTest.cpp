@@ -128,6 +128,20 @@ TEST(TiraSerial, PressesDuringASendQueueAndReachTheWireInOrder) {
     EXPECT_EQ(flood[SendResult::Busy], 7);
     EXPECT_TRUE(WaitUntil([&] { return flood[SendResult::Sent] == TiraDevice::MaxQueued + 1; }));
     EXPECT_EQ(f.tira->transmissions.size(), 10 + TiraDevice::MaxQueued + 1);
+
+    // A press that comes while another device is tried goes out on the one
+    // that is set, after the test.
+    FakeTira candidate;
+    int sent = 0;
+    candidate.onCommand = [&](const QByteArray& cmd) {
+        if (cmd == "IP")
+            f.device.Enqueue(path, [&](SendResult r) { sent += r == SendResult::Sent; });
+    };
+    const qsizetype before = f.tira->transmissions.size();
+    EXPECT_TRUE(f.device.TestTarget(candidate.path(), 0));
+    EXPECT_TRUE(WaitUntil([&] { return sent == 1; }));
+    EXPECT_TRUE(candidate.transmissions.isEmpty());
+    EXPECT_EQ(f.tira->transmissions.size(), before + 1);
 }
 
 TEST(TiraSerial, UnpluggedTiraComesBackAtItsPath) {
