@@ -183,7 +183,11 @@ qsizetype IniText::findSection(const QString& folded) const {
 }
 
 QString IniText::value(QStringView section, QStringView key) const {
-    return values_.value(indexKey(fold(section), fold(key)));
+    // Folded in one piece: pages look up dozens of keys per request.
+    QString k;
+    k.reserve(section.size() + 1 + key.size());
+    k.append(section).append(u'\n').append(key);
+    return values_.value(std::move(k).toLower());
 }
 
 void IniText::setValue(QStringView section, QStringView key, QStringView value) {
