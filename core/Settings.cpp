@@ -183,7 +183,22 @@ qsizetype IniText::findSection(const QString& folded) const {
 }
 
 QString IniText::value(QStringView section, QStringView key) const {
-    return values_.value(indexKey(fold(section), fold(key)));
+    // Folded in one piece, ASCII by hand: pages look up hundreds of keys per
+    // request, and a full Unicode lower-casing is slow for plain names.
+    QString k;
+    k.reserve(section.size() + 1 + key.size());
+    k.append(section).append(u'\n').append(key);
+    bool ascii = true;
+    for (QChar& c : k) {
+        const char16_t u = c.unicode();
+        if (u >= 0x80) {
+            ascii = false;
+            break;
+        }
+        if (u >= u'A' && u <= u'Z')
+            c = QChar(u + (u'a' - u'A'));
+    }
+    return values_.value(ascii ? k : std::move(k).toLower());
 }
 
 void IniText::setValue(QStringView section, QStringView key, QStringView value) {

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <iconv.h>
+#include <vector>
 
 namespace {
 
@@ -55,15 +56,26 @@ bool isAscii(const char* p, qsizetype n) {
     return true;
 }
 
-// Length of the UTF-8 sequence that starts with lead byte c (1 for stray bytes).
-size_t utf8SequenceLength(unsigned char c) {
-    if (c >= 0xF0)
-        return 4;
-    if (c >= 0xE0)
-        return 3;
-    if (c >= 0xC0)
-        return 2;
-    return 1;
+// The CP932 code of one BMP character ("?" when it has none), looked up once
+// and kept: a page is mostly the same few hundred characters, and iconv per
+// character costs far more than the table.
+quint32 cp932Code(char16_t u) {
+    static std::vector<quint32> known(0x10000, 0); // code + 1, 0 while unknown
+    quint32& slot = known[u];
+    if (slot == 0) {
+        quint32 code = '?';
+        Converter& c = toCp932();
+        const QByteArray utf8 = QStringView(&u, 1).toUtf8();
+        QByteArray bytes;
+        const char* in = utf8.constData();
+        size_t left = size_t(utf8.size());
+        if (!c.valid())
+            code = u <= 0xFF ? u : '?';
+        else if (c.run(in, left, bytes) == 0 && (bytes.size() == 1 || bytes.size() == 2))
+            code = bytes.size() == 1 ? quint8(bytes[0]) : quint8(bytes[0]) << 8 | quint8(bytes[1]);
+        slot = code + 1;
+    }
+    return slot - 1;
 }
 
 } // namespace
@@ -71,23 +83,25 @@ size_t utf8SequenceLength(unsigned char c) {
 namespace ShiftJis {
 
 QByteArray Encode(QStringView text) {
-    QByteArray utf8 = text.toUtf8();
-    if (isAscii(utf8.constData(), utf8.size()))
-        return utf8;
-    QByteArray out;
-    out.reserve(utf8.size());
-    Converter& c = toCp932();
-    if (!c.valid())
-        return text.toLatin1();
-    const char* in = utf8.constData();
-    size_t left = static_cast<size_t>(utf8.size());
-    while (c.run(in, left, out) != 0) {
-        // An unmappable (or, after toUtf8, impossible) character: one "?" for it.
-        size_t skip = std::min(left, utf8SequenceLength(static_cast<unsigned char>(*in)));
-        out.append('?');
-        in += skip;
-        left -= skip;
+    QByteArray out(text.size() * 2, Qt::Uninitialized);
+    char* o = out.data();
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const char16_t u = text[i].unicode();
+        if (u < 0x80) {
+            *o++ = char(u);
+        } else if (QChar::isSurrogate(u)) {
+            // CP932 holds nothing beyond the BMP: one "?" for a pair or a stray half.
+            *o++ = '?';
+            if (QChar::isHighSurrogate(u) && i + 1 < text.size() && text[i + 1].isLowSurrogate())
+                ++i;
+        } else {
+            const quint32 code = cp932Code(u);
+            if (code > 0xFF)
+                *o++ = char(code >> 8);
+            *o++ = char(code & 0xFF);
+        }
     }
+    out.truncate(o - out.constData());
     return out;
 }
 

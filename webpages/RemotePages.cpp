@@ -84,9 +84,12 @@ void takeSnapshot(SettingsStore& settings, const RemotePageServices& services) {
         services.showPreview(false);
 }
 
-QString cellLink(const PageRequest& r, const Clock& clock, int buttonId, const QString& name) {
-    // A new stamp per link keeps phones from answering from their cache.
-    const QString stamp = clock.now().toString(u"yyyyMMddHHmmss"_s);
+// A new stamp per page keeps phones from answering from their cache.
+QString cellStamp(const Clock& clock) {
+    return clock.now().toString(u"yyyyMMddHHmmss"_s);
+}
+
+QString cellLink(const PageRequest& r, const QString& stamp, int buttonId, const QString& name) {
     return u"・<a href=\"cremote.asp?&Dummy="_s + stamp + u"&DevID="_s + r.DevID + u"&Button="_s +
            num(buttonId) + u"&Device="_s + r.Device + u"\">"_s + name + u"</a><BR>"_s + CRLF;
 }
@@ -171,16 +174,18 @@ QString GraphicRemotePage(int design, const PageRequest& r, SettingsStore& setti
 QString CellRemotePage(const PageRequest& r, SettingsStore& settings, const Clock& clock,
                        const RemotePageServices& services) {
     QString out = PageHead({false, true, u"携帯用"_s, u"<body>"_s});
+    out.reserve(16384);
     out += u"<p>機器名："_s + r.Device + u"</p>"_s + CRLF;
     out += u"機能名をクリックするとリモコン送信されます<BR>"_s + CRLF;
 
     if (IsTestMode(settings)) {
         // Nothing is sent; the fixed list stands for the remote.
         const qint64 id = Val(r.DevID);
+        const QString stamp = cellStamp(clock);
         for (const TestModeDevice& d : TestModeDevices())
             if (d.id == id)
                 for (int k : cellTestOrder(d.id))
-                    out += cellLink(r, clock, k, d.function(k));
+                    out += cellLink(r, stamp, k, d.function(k));
     } else {
         if (const SendResult sent =
                 r.Button.isEmpty() ? SendResult::Sent : send(services, r.DevID, r.Button);
@@ -190,10 +195,11 @@ QString CellRemotePage(const PageRequest& r, SettingsStore& settings, const Cloc
             out += u"</body></html>"_s;
             return out;
         }
+        const QString stamp = cellStamp(clock);
         for (int k = 0; k < CellButtonCount; ++k) {
             const QString name = GetButtonFunc(settings, r.DevID, QString::number(k));
             if (!name.isEmpty())
-                out += cellLink(r, clock, k, name);
+                out += cellLink(r, stamp, k, name);
         }
     }
     out += u"<p>"_s + MenuLink + u"</p>"_s + CRLF + u"</body>"_s + CRLF + u"</html>"_s + CRLF;

@@ -50,6 +50,9 @@ TEST(Settings, NamesMatchWithoutCaseAndEmptyEqualsMissing) {
     TempFolder t;
     t.writeFile(u"setting.ini", "[tira]\r\nTESTMODE=1\r\n[Options]\r\nInternet=\r\n");
     EXPECT_EQ(t.settings.ReadIni(u"TIRA", u"TestMode"), u"1"_s);
+    // Names beyond ASCII fold too, full-width letters included.
+    t.settings.WriteIni(u"Remote-テレビＡ", u"Key", u"2");
+    EXPECT_EQ(t.settings.ReadIni(u"REMOTE-テレビａ", u"kEY"), u"2"_s);
     EXPECT_EQ(t.settings.ReadIni(u"Options", u"Internet"), u""_s);
     EXPECT_EQ(t.settings.ReadIni(u"Options", u"Missing"), u""_s);
     EXPECT_EQ(t.settings.ReadIni(u"Nowhere", u"Internet"), u""_s);

@@ -26,7 +26,10 @@ TEST(ShiftJis, WindowsCharactersRoundTrip) {
 
 TEST(ShiftJis, UnmappableCharactersBecomeOneQuestionMarkEach) {
     EXPECT_EQ(ShiftJis::Encode(u"aé😀b"_s), QByteArray("a??b"));
-    EXPECT_EQ(ShiftJis::Encode(u"テ한レ"_s), QByteArray("\x83\x65?\x83\x8C"));
+    EXPECT_EQ(ShiftJis::Encode(u"テ한レ한テ"_s), QByteArray("\x83\x65?\x83\x8C?\x83\x65"));
+    // Stray halves of a surrogate pair, and a pair at the very end.
+    const char16_t strays[] = {u'x', 0xD800, u'y', 0xDC00, 0xD83D, 0xDE00};
+    EXPECT_EQ(ShiftJis::Encode(QStringView(strays, 6)), QByteArray("x?y??"));
     EXPECT_EQ(ShiftJis::ByteLength(u"é"_s), 1);
     // A literal "?" is no loss; each lost character is named once.
     EXPECT_EQ(ShiftJis::Unmappable(u"?Café 😀é〜−"_s), u"é😀"_s);
