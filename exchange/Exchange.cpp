@@ -221,14 +221,6 @@ bool UsableDeviceName(const QString& device) {
 
 } // namespace
 
-std::vector<ExportableRemote> ExportableRemotes(SettingsStore& settings) {
-    std::vector<ExportableRemote> remotes;
-    for (int i = 1; i <= MaxListedRemoteId; ++i)
-        if (QString name = settings.ReadIni(RemoteSection(i), u"Device"); !name.isEmpty())
-            remotes.push_back({name, i});
-    return remotes;
-}
-
 QString ArchivePath(const QString& folder, const QString& device) {
     return QDir(folder).filePath(device + u".kxp"_s);
 }

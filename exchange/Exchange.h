@@ -1,5 +1,7 @@
 #pragma once
 
+#include "infrared/Learning.h"
+
 #include <QString>
 
 #include <vector>
@@ -12,14 +14,14 @@ class SettingsStore;
 // remote's signal files, flat, with names in CP932 and no UTF-8 flag, as a
 // Windows installation writes them.
 
-// The remotes an export offers: slots 1 to 100 with a device name.
-struct ExportableRemote {
-    QString name;
-    int slot = 0;
-};
-std::vector<ExportableRemote> ExportableRemotes(SettingsStore& settings);
+// The remotes an export offers are those the editor lists: slots 1 to 100
+// with a device name.
+using ExportableRemote = EditableRemote;
+inline std::vector<ExportableRemote> ExportableRemotes(SettingsStore& settings) {
+    return EditableRemotes(settings);
+}
 
-// <folder>/<device>.kxp; the folder is created when missing.
+// <folder>/<device>.kxp; the caller creates the folder.
 QString ArchivePath(const QString& folder, const QString& device);
 
 // Writes the archive of the remote in Remote-<slot>, replacing one that
