@@ -17,6 +17,7 @@
 
 #include <zip.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -79,6 +80,11 @@ QString EntryName(zip_t* archive, zip_uint64_t index) {
     return utf8.hasError() ? ShiftJis::Decode(bytes) : name;
 }
 
+bool HasControlChar(const QString& text) {
+    return std::any_of(text.begin(), text.end(),
+                       [](QChar c) { return c.unicode() < 0x20 || c.unicode() == 0x7f; });
+}
+
 // Why an entry name may not be unpacked; empty when it may. Entries are flat:
 // anything that could name another folder is refused.
 QString BadEntryName(const QString& name) {
@@ -90,9 +96,8 @@ QString BadEntryName(const QString& name) {
         return u"entry \"%1\" holds \"..\""_s.arg(name);
     if (name.contains(u':'))
         return u"entry \"%1\" names a drive"_s.arg(name);
-    for (QChar c : name)
-        if (c.unicode() < 0x20 || c.unicode() == 0x7f)
-            return u"entry \"%1\" holds a control character"_s.arg(name);
+    if (HasControlChar(name))
+        return u"entry \"%1\" holds a control character"_s.arg(name);
     return {};
 }
 
@@ -211,12 +216,7 @@ ExpFile ReadExp(const QString& path) {
 }
 
 bool UsableDeviceName(const QString& device) {
-    if (device.trimmed().isEmpty() || HasBadFileChar(device))
-        return false;
-    for (QChar c : device)
-        if (c.unicode() < 0x20 || c.unicode() == 0x7f)
-            return false;
-    return true;
+    return !device.trimmed().isEmpty() && !HasBadFileChar(device) && !HasControlChar(device);
 }
 
 } // namespace
@@ -248,12 +248,7 @@ bool ExportDevice(const ProgramFolder& folder, SettingsStore& settings, const QS
         added = added &&
                 AddEntry(archive, ShiftJis::Encode(QFileInfo(path).fileName()), file.readAll());
     }
-    if (!added) {
-        const QString why = QString::fromLocal8Bit(zip_strerror(archive));
-        zip_discard(archive);
-        return fail(archivePath + u": "_s + why);
-    }
-    if (zip_close(archive) != 0) {
+    if (!added || zip_close(archive) != 0) {
         const QString why = QString::fromLocal8Bit(zip_strerror(archive));
         zip_discard(archive);
         return fail(archivePath + u": "_s + why);
