@@ -20,6 +20,14 @@ using namespace Qt::StringLiterals;
 namespace {
 // The live picture is redrawn this often while the window shows.
 constexpr int RefreshMs = 200;
+
+// A camera stopped meanwhile takes its dialog with it.
+template <typename Dialog> void OpenCameraDialog(Camera& camera, QWidget* parent) {
+    auto* dialog = new Dialog(camera, parent);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    QObject::connect(&camera, &Camera::stopped, dialog, &QDialog::reject);
+    dialog->open();
+}
 } // namespace
 
 PreviewWindow::PreviewWindow(Camera& camera, const ProgramFolder& folder, SettingsStore& settings,
@@ -47,20 +55,11 @@ PreviewWindow::PreviewWindow(Camera& camera, const ProgramFolder& folder, Settin
     setCentralWidget(central);
 
     QMenu* capture = menuBar()->addMenu(u"キャプチャ設定(&C)"_s);
-    // The open camera's own controls and formats, changed while it streams; a
-    // camera stopped meanwhile takes its dialog with it.
-    source_ = capture->addAction(u"ビデオソース選択(&S)"_s, this, [this] {
-        auto* dialog = new ControlsDialog(camera_, this);
-        dialog->setAttribute(Qt::WA_DeleteOnClose);
-        connect(&camera_, &Camera::stopped, dialog, &QDialog::reject);
-        dialog->open();
-    });
-    format_ = capture->addAction(u"ビデオフォーマット選択(&F)"_s, this, [this] {
-        auto* dialog = new FormatDialog(camera_, this);
-        dialog->setAttribute(Qt::WA_DeleteOnClose);
-        connect(&camera_, &Camera::stopped, dialog, &QDialog::reject);
-        dialog->open();
-    });
+    // The open camera's own controls and formats, changed while it streams.
+    source_ = capture->addAction(u"ビデオソース選択(&S)"_s, this,
+                                 [this] { OpenCameraDialog<ControlsDialog>(camera_, this); });
+    format_ = capture->addAction(u"ビデオフォーマット選択(&F)"_s, this,
+                                 [this] { OpenCameraDialog<FormatDialog>(camera_, this); });
     QMenu* option = menuBar()->addMenu(u"オプション(&O)"_s);
     alwaysShow_ = option->addAction(u"プレビュー画面を常に表示(&A)"_s);
     alwaysShow_->setCheckable(true);
@@ -76,18 +75,10 @@ PreviewWindow::PreviewWindow(Camera& camera, const ProgramFolder& folder, Settin
     if (list_->count() > 0)
         list_->setCurrentRow(0);
 
-    connect(start_, &QPushButton::clicked, this, [this] {
-        camera_.start();
-        updateButtons();
-    });
-    connect(stop_, &QPushButton::clicked, this, [this] {
-        camera_.stop();
-        updateButtons();
-    });
-    connect(close_, &QPushButton::clicked, this, [this] {
-        camera_.stop();
-        updateButtons();
-    });
+    // The buttons follow the camera's started and stopped below.
+    connect(start_, &QPushButton::clicked, this, [this] { camera_.start(); });
+    for (QPushButton* b : {stop_, close_})
+        connect(b, &QPushButton::clicked, this, [this] { camera_.stop(); });
     connect(cap_, &QPushButton::clicked, this, [this] {
         const QImage image = camera_.frame();
         if (image.isNull())
