@@ -181,15 +181,7 @@ void TiraSerialDriver::startAsync(int, Done done) {
 int TiraSerialDriver::tira_start(int port) {
     if (busy_)
         return Busy;
-    bool ended = false;
-    int result = 0;
-    startAsync(port, [&](int rc) {
-        ended = true;
-        result = rc;
-    });
-    while (!ended)
-        WaitForSignal(this, &TiraSerialDriver::exchangeEnded, 1000);
-    return result;
+    return waitFor([&](Done done) { startAsync(port, std::move(done)); });
 }
 
 void TiraSerialDriver::run(std::vector<Step> steps, Done done) {
@@ -200,16 +192,20 @@ void TiraSerialDriver::run(std::vector<Step> steps, Done done) {
     nextStep();
 }
 
-int TiraSerialDriver::runAndWait(std::vector<Step> steps) {
+int TiraSerialDriver::waitFor(const std::function<void(Done)>& begin) {
     bool ended = false;
     int result = 0;
-    run(std::move(steps), [&](int rc) {
+    begin([&](int rc) {
         ended = true;
         result = rc;
     });
     while (!ended)
         WaitForSignal(this, &TiraSerialDriver::exchangeEnded, 1000);
     return result;
+}
+
+int TiraSerialDriver::runAndWait(std::vector<Step> steps) {
+    return waitFor([&](Done done) { run(std::move(steps), std::move(done)); });
 }
 
 void TiraSerialDriver::nextStep() {

@@ -74,6 +74,8 @@ private:
         std::function<int(const QByteArray& extra)> then = {};
     };
     void run(std::vector<Step> steps, Done done);
+    // Begins an exchange and waits in a nested loop until it reports.
+    int waitFor(const std::function<void(Done)>& begin);
     int runAndWait(std::vector<Step> steps);
     void nextStep();
     void checkReply();
@@ -87,8 +89,7 @@ private:
     void parseStream();
     void finishCapture();
     bool writeAll(QByteArrayView bytes);
-    // Waits until the input holds reply followed by extra bytes; consumes
-    // everything up to its end and puts the extra bytes in *tail.
+    // Drops any capture and gives the step that returns the device to its normal mode.
     Step leaveTimingMode();
     void fail(const char* why);
 
