@@ -127,7 +127,7 @@ QString Unpack(const QString& archivePath, const QString& work) {
     if (count > MaxArchiveEntries)
         return u"more than %1 entries"_s.arg(MaxArchiveEntries);
 
-    std::vector<QString> names;
+    std::vector<std::pair<QString, zip_uint64_t>> entries; // name, size in its header
     QSet<QString> seen;
     qint64 stated = 0;
     for (zip_int64_t i = 0; i < count; ++i) {
@@ -151,14 +151,14 @@ QString Unpack(const QString& archivePath, const QString& work) {
         if (seen.contains(name.toCaseFolded()))
             return u"entry \"%1\" appears twice"_s.arg(name);
         seen.insert(name.toCaseFolded());
-        names.push_back(name);
+        entries.push_back({name, st.size});
     }
     if (!seen.contains(ExpName))
         return u"no exp.txt"_s;
 
     qint64 total = 0;
     for (zip_int64_t i = 0; i < count; ++i) {
-        const QString& name = names[size_t(i)];
+        const auto& [name, headerSize] = entries[size_t(i)];
         zip_file_t* entry = zip_fopen_index(opened, zip_uint64_t(i), 0);
         if (!entry)
             return u"damaged entry \"%1\" (%2)"_s.arg(name,
@@ -185,8 +185,7 @@ QString Unpack(const QString& archivePath, const QString& work) {
             if (out.write(buffer, got) != got)
                 return u"cannot unpack \"%1\": %2"_s.arg(name, out.errorString());
         }
-        zip_stat_t st;
-        if (zip_stat_index(opened, zip_uint64_t(i), 0, &st) == 0 && zip_uint64_t(size) != st.size)
+        if (zip_uint64_t(size) != headerSize)
             return u"damaged entry \"%1\" (size differs from its header)"_s.arg(name);
     }
     return {};
