@@ -14,7 +14,6 @@ void RaiseFileLimit() {
 }
 
 void PinTimeZone() {
-    if (!std::getenv("TZ"))
-        setenv("TZ", ":/etc/localtime", 0);
+    setenv("TZ", ":/etc/localtime", 0); // a TZ of the user's stays
     tzset();
 }

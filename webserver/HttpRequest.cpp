@@ -242,6 +242,18 @@ QByteArray FileNotFoundResponse(const QString& date) {
                    u"<html>\r\n404 Not Found\r\n</html>\r\n"_s, false);
 }
 
+QByteArray FileResponseHead(qint64 size, qint64 start, const QString& typeLines,
+                            const QString& date) {
+    QString head = start == 0
+                       ? u"HTTP/1.1 200 OK\r\n"_s + ServerLine + u"Date: "_s + date +
+                             u"\r\nContent-Length: "_s + QString::number(size) + CRLF
+                       : u"HTTP/1.1 206 Partial content\r\n"_s + ServerLine + u"Date: "_s + date +
+                             u"\r\nContent-Length: "_s + QString::number(size - start) +
+                             u"\r\nContent-Range: bytes "_s + QString::number(start) + u"-"_s +
+                             QString::number(size - 1) + u"/"_s + QString::number(size) + CRLF;
+    return (head + typeLines + u"Connection: close\r\n\r\n"_s).toLatin1();
+}
+
 QByteArray RangeNotSatisfiableResponse(qint64 size, const QString& date) {
     return ShiftJis::Encode(u"HTTP/1.1 416 Requested Range Not Satisfiable\r\n"_s + ServerLine +
                             u"Date: "_s + date + u"\r\nContent-Range: bytes */"_s +

@@ -55,6 +55,10 @@ QByteArray PageResponse(const QString& html, const QString& date);
 QByteArray RedirectResponse(const QString& host);
 QByteArray AccessDeniedResponse(const QString& realm, const QString& body, const QString& date);
 QByteArray FileNotFoundResponse(const QString& date);
+// The head of a file's answer from byte start on (200 from the first byte,
+// 206 from any other); typeLines end in CRLF.
+QByteArray FileResponseHead(qint64 size, qint64 start, const QString& typeLines,
+                            const QString& date);
 QByteArray RangeNotSatisfiableResponse(qint64 size, const QString& date);
 
 } // namespace Http

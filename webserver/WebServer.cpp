@@ -398,17 +398,8 @@ void WebServer::sendFile(int index, const QString& path, const QString& requestT
         sendAndClose(index, Http::RangeNotSatisfiableResponse(size, date));
         return;
     }
-    QString head = start == 0
-                       ? u"HTTP/1.1 200 OK\r\nServer: Kestrava1.0\r\nDate: "_s + date +
-                             u"\r\nContent-Length: "_s + QString::number(size) + u"\r\n"_s
-                       : u"HTTP/1.1 206 Partial content\r\nServer: Kestrava1.0\r\nDate: "_s + date +
-                             u"\r\nContent-Length: "_s + QString::number(size - start) +
-                             u"\r\nContent-Range: bytes "_s + QString::number(start) + u"-"_s +
-                             QString::number(size - 1) + u"/"_s + QString::number(size) + u"\r\n"_s;
-    head += ContentTypeLines(path) + u"Connection: close\r\n\r\n"_s;
-
     Slot& slot = slotAt(index);
-    slot.out = head.toLatin1();
+    slot.out = Http::FileResponseHead(size, start, ContentTypeLines(path), date);
     slot.sent = 0;
     // A small file goes out with its header in one write, as a page does; a
     // larger one goes from the file to the socket without passing through here.
