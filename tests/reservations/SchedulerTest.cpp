@@ -81,17 +81,13 @@ TEST(Scheduler, FiresTheMinuteWholeInGridOrder) {
     EXPECT_EQ(d.fired.size(), 5);
 }
 
-// Test mode works in its own folder, sends nothing and does not pause, and
-// still counts as fired for the hand-over to hibernation.
+// Test mode works in its own folder, sends nothing and does not pause.
 TEST(Scheduler, TestModeFiresWithoutPausesInItsOwnFolder) {
     Desk d;
     d.t.settings.WriteIni(u"Tira", u"Testmode", u"1");
     d.t.settings.WriteIni(u"Options", u"Interval", u"5000");
-    d.t.settings.WriteIni(u"Options", u"PowerControl", u"1");
     d.file(u"2026_11_23 12_00"_s, "A|a\r\n");
     d.t.writeFile(u"testmode/reserve/2026_11_23 12_00", "T|1\r\nT|2\r\n");
-    int hibernations = 0;
-    d.scheduler.hibernate = [&] { ++hibernations; };
     d.scheduler.send = [&](const QString&) { return ADD_FAILURE(), false; };
     d.scheduler.FillGrid();
     QElapsedTimer took;
@@ -102,7 +98,6 @@ TEST(Scheduler, TestModeFiresWithoutPausesInItsOwnFolder) {
     EXPECT_EQ(d.fired, (QStringList{u"T|1"_s, u"T|2"_s}));
     EXPECT_FALSE(QFile::exists(d.t.path(u"testmode/reserve/2026_11_23 12_00")));
     EXPECT_TRUE(d.exists(u"2026_11_23 12_00"_s));
-    EXPECT_EQ(hibernations, 1);
     EXPECT_TRUE(d.scheduler.timReserve.isActive());
     d.scheduler.Stop();
 }

@@ -160,10 +160,8 @@ TEST(MainWindow, DeviceListOpensRemote) {
     d.t.settings.WriteIni(u"Remote-4", u"Device", u"ビデオ");
     d.click(u"cmdRemocon"_s);
     EXPECT_TRUE(combo->isVisible());
-    EXPECT_TRUE(d.app.timComboVisible.isActive());
     ASSERT_EQ(combo->count(), 3);
     EXPECT_EQ(combo->itemText(2), u"ビデオ"_s);
-    EXPECT_EQ(combo->currentIndex(), -1);
     QSignalSpy requested(&d.window, &MainWindow::remoteWindowRequested);
     emit combo->activated(1);
     EXPECT_EQ(requested.value(0), (QVariantList{u"エアコン"_s, 3}));
@@ -177,7 +175,6 @@ TEST(MainWindow, DeviceListOpensRemote) {
     d.app.timComboVisible.setInterval(1);
     d.app.timComboVisible.start();
     QTRY_VERIFY_WITH_TIMEOUT(!combo->isVisible(), 2000);
-    EXPECT_FALSE(d.app.timComboVisible.isActive());
 }
 
 // The hibernate button follows PowerControl; a reservation in 5 minutes, to

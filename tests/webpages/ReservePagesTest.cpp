@@ -109,24 +109,15 @@ TEST(ReservePages, EditPageAddsMovesAndDeletes) {
     EXPECT_EQ(p.lines(u"2026_11_24 19_05"_s), QStringList{u"テレビ|電源"_s});
     EXPECT_EQ(p.fills, 5);
 
-    // An earlier moment is warned of, and still added.
-    page = p.post(u"/add2.asp"_s,
-                  p.moment(u"2026/11/23"_s,
-                           {{u"B1"_s, u"追加"_s}, {u"Dev"_s, u"ビデオ"_s}, {u"Func"_s, u"Rec"_s}}));
-    EXPECT_FALSE(page.contains(u"時刻が不正です"_s)); // 19:05 today is still to come
-    page = p.post(u"/add2.asp"_s, form({{u"R1"_s, u"Single"_s},
-                                        {u"Year"_s, u"2026"_s},
-                                        {u"Month"_s, u"11"_s},
-                                        {u"Date"_s, u"23"_s},
-                                        {u"R2"_s, u"H24"_s},
-                                        {u"Hour"_s, u"11"_s},
-                                        {u"Min"_s, u"59"_s},
-                                        {u"B1"_s, u"追加"_s},
-                                        {u"Dev"_s, u"ビデオ"_s},
-                                        {u"Func"_s, u"Rec"_s}}));
+    // An earlier moment is warned of, and still added; 7:05 PM today is still to come.
+    const std::initializer_list<std::pair<QString, QString>> rec = {
+        {u"B1"_s, u"追加"_s}, {u"Dev"_s, u"ビデオ"_s}, {u"Func"_s, u"Rec"_s}};
+    EXPECT_FALSE(
+        p.post(u"/add2.asp"_s, p.moment(u"2026/11/23"_s, rec)).contains(u"時刻が不正です"_s));
+    page = p.post(u"/add2.asp"_s, p.moment(u"2026/11/22"_s, rec));
     EXPECT_TRUE(page.contains(
         u"<p><b><font size=\"2\" color=\"#FF0000\">時刻が不正です</font></b></p>\r\n"_s));
-    EXPECT_EQ(p.lines(u"2026_11_23 11_59"_s), QStringList{u"ビデオ|Rec"_s});
+    EXPECT_EQ(p.lines(u"2026_11_22 19_05"_s), QStringList{u"ビデオ|Rec"_s});
 }
 
 // Whatever the fields say, nothing is written but reservations in their
