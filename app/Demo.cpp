@@ -10,7 +10,6 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QLoggingCategory>
-#include <QTcpServer>
 
 using namespace Qt::StringLiterals;
 
@@ -79,10 +78,8 @@ bool PrepareDemoFolder(const ProgramFolder& folder, SettingsStore& settings) {
     settings.WriteIni(u"Tira", u"Device", u"sim");
     // Beside another instance the usual port may be taken: the folder gets a
     // free one for good.
-    QTcpServer probe;
-    const bool usual = probe.listen(QHostAddress::Any, DemoWebPort);
-    probe.close();
-    const quint16 port = usual ? DemoWebPort : FirstFreeWebPort(settings, {}).value_or(DemoWebPort);
+    const quint16 port =
+        CanListen(DemoWebPort) ? DemoWebPort : FirstFreeWebPort(settings, {}).value_or(DemoWebPort);
     settings.WriteIni(u"WebServer", u"Port", QString::number(port));
     settings.WriteIni(u"Options", u"Internet", u"0");
 

@@ -90,6 +90,13 @@ QToolButton* PanelButton(QWidget* parent, const QString& name, const QString& te
     b->setFocusPolicy(Qt::NoFocus);
     return b;
 }
+// Shows a window that may already be open in front of the others.
+void bringUp(QWidget* w) {
+    w->show();
+    w->raise();
+    w->activateWindow();
+}
+
 } // namespace
 
 MainWindow::MainWindow(Application& app, QWidget* parent)
@@ -359,9 +366,7 @@ AddNewWindow* MainWindow::ShowAddNew(const QString& editFile) {
         addNew_ = new AddNewWindow(app_);
     if (!editFile.isEmpty())
         addNew_->EditFile(editFile);
-    addNew_->show();
-    addNew_->raise();
-    addNew_->activateWindow();
+    bringUp(addNew_);
     return addNew_;
 }
 
@@ -424,9 +429,7 @@ void MainWindow::StorePosition() {
 void MainWindow::showExport() {
     if (!export_)
         export_ = new ExportWindow(app_, this);
-    export_->show();
-    export_->raise();
-    export_->activateWindow();
+    bringUp(export_);
 }
 
 void MainWindow::showImport() {
@@ -434,17 +437,13 @@ void MainWindow::showImport() {
         import_ = new ImportWindow(app_, this);
         connect(import_, &ImportWindow::devicesChanged, this, &MainWindow::FillDevices);
     }
-    import_->show();
-    import_->raise();
-    import_->activateWindow();
+    bringUp(import_);
 }
 
 void MainWindow::showAbout() {
     if (!about_)
         about_ = new AboutWindow(lblAddr_->text() + u"/"_s, this);
-    about_->show();
-    about_->raise();
-    about_->activateWindow();
+    bringUp(about_);
 }
 
 void MainWindow::paintEvent(QPaintEvent*) {

@@ -1,7 +1,6 @@
 #include "power/Power.h"
 
 #include "core/Application.h"
-#include "core/Clock.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
 #include "core/Wait.h"
@@ -112,9 +111,7 @@ void Power::sleepNow() {
 }
 
 void Power::SuspendPressed() {
-    const QString next = app_.scheduler.GetNextReserve();
-    const QString soon = app_.clock.now().addSecs(5 * 60).toString(u"yyyy/MM/dd HH:mm");
-    if (!next.isEmpty() && soon >= next) {
+    if (app_.scheduler.ReserveSoon()) {
         app_.prompt.Information(SoonText);
         return;
     }

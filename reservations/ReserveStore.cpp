@@ -22,12 +22,9 @@ bool isDigits(QStringView s) {
     return std::all_of(s.begin(), s.end(), [](QChar c) { return c >= u'0' && c <= u'9'; });
 }
 
-QByteArray readAll(const QString& path, bool* ok = nullptr) {
+QByteArray readAll(const QString& path) {
     QFile f(path);
-    const bool opened = f.open(QIODevice::ReadOnly);
-    if (ok)
-        *ok = opened;
-    return opened ? f.readAll() : QByteArray();
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
 // Writes the lines that are not empty, in order.

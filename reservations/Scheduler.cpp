@@ -65,12 +65,9 @@ void Scheduler::Tick() {
     if (stopped_)
         return;
     timReserve.start();
-    if (anyFired && settings_.ReadIni(u"Options", u"PowerControl") == u"1") {
-        const QString next = GetNextReserve();
-        const QString soon = clock_.now().addSecs(5 * 60).toString(u"yyyy/MM/dd HH:mm:ss");
-        if ((next.isEmpty() || soon < next) && hibernate)
-            hibernate();
-    }
+    if (anyFired && settings_.ReadIni(u"Options", u"PowerControl") == u"1" && !ReserveSoon() &&
+        hibernate)
+        hibernate();
 }
 
 void Scheduler::scan(const QDateTime& now, bool* anyFired) {
@@ -165,4 +162,10 @@ QString Scheduler::GetNextReserve() const {
             best = at;
     }
     return best;
+}
+
+bool Scheduler::ReserveSoon() const {
+    const QString next = GetNextReserve();
+    const QString soon = clock_.now().addSecs(5 * 60).toString(u"yyyy/MM/dd HH:mm");
+    return !next.isEmpty() && soon >= next;
 }

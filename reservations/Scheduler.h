@@ -32,6 +32,8 @@ public:
     void Tick();
     // The next moment a row is due, "yyyy/mm/dd hh:mm", or "" without rows.
     QString GetNextReserve() const;
+    // Whether a row is due within five minutes; its whole minute counts.
+    bool ReserveSoon() const;
 
     ReserveGrid grid;
     QTimer timReserve;  // 1 s

@@ -8,18 +8,13 @@
 namespace {
 Q_LOGGING_CATEGORY(lcSetup, "kestrava.setup")
 
-bool canListen(quint16 port) {
-    QTcpServer probe;
-    return probe.listen(QHostAddress::Any, port) || probe.listen(QHostAddress::AnyIPv4, port);
-}
-
 QList<quint16> freeOf(SettingsStore& settings, const QList<quint16>& candidates) {
     const QString streaming = settings.ReadIni(u"Streaming", u"Port");
     QList<quint16> ports;
     for (quint16 port : candidates) {
         if (!streaming.isEmpty() && Val(streaming) == port)
             continue;
-        if (canListen(port))
+        if (CanListen(port))
             ports << port;
     }
     return ports;
@@ -32,6 +27,11 @@ QList<quint16> range(quint16 first, quint16 last) {
     return ports;
 }
 } // namespace
+
+bool CanListen(quint16 port) {
+    QTcpServer probe;
+    return probe.listen(QHostAddress::Any, port) || probe.listen(QHostAddress::AnyIPv4, port);
+}
 
 QList<quint16> FreeWebPorts(SettingsStore& settings) {
     return freeOf(settings, range(8080, 8179));

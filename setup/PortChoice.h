@@ -6,6 +6,9 @@
 
 class SettingsStore;
 
+// Whether the web server could listen on port now, on all addresses.
+bool CanListen(quint16 port);
+
 // Ports offered for the web server: 8080 to 8179 that can be listened on now,
 // leaving out Streaming/Port, which belongs to another service of the owner.
 QList<quint16> FreeWebPorts(SettingsStore& settings);

@@ -89,7 +89,7 @@ SetupWindow::SetupWindow(Application& app, SetupServices services, QWidget* pare
     auto* cmdCancel = named(new QPushButton(u"キャンセル"_s), u"cmdCancel"_s);
     cmdOK->setDefault(true);
     connect(cmdOK, &QPushButton::clicked, this, &SetupWindow::ok);
-    connect(cmdCancel, &QPushButton::clicked, this, &SetupWindow::cancel);
+    connect(cmdCancel, &QPushButton::clicked, this, &QDialog::reject); // unload() stores the port
     auto* buttons = new QHBoxLayout;
     buttons->addStretch();
     buttons->addWidget(cmdOK);
@@ -679,12 +679,6 @@ void SetupWindow::ok() {
         app_.addressWatch->Stop();
     s.WriteIni(u"Power", u"HibernOrSuspend", option1_->isChecked() ? u"Suspend" : u"Hibern");
     accept();
-}
-
-void SetupWindow::cancel() {
-    if (app_.settings.ReadIni(u"WebServer", u"Port").isEmpty())
-        app_.settings.WriteIni(u"WebServer", u"Port", cboPortNo_->currentText());
-    reject();
 }
 
 void SetupWindow::closeEvent(QCloseEvent* event) {

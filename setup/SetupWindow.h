@@ -71,7 +71,6 @@ private:
     void testLan();
     void updateDnsNow();
     void ok();
-    void cancel();
     void unload();
     QString withPort(const QString& url) const;
 
