@@ -140,7 +140,8 @@ TEST(Program, SigtermClosesTheDesktopEvenWithABoxOpen) {
     QElapsedTimer timer;
     timer.start();
     ASSERT_TRUE(p.stop(SIGTERM, 5000));
-    EXPECT_LT(timer.elapsed(), 1000);
+    // A box would hold it for good; a loaded machine only takes its time.
+    EXPECT_LT(timer.elapsed(), 3000);
     EXPECT_EQ(p.process.exitCode(), 0);
 }
 
