@@ -107,6 +107,33 @@ QString DecBase64(QStringView text) {
     return ShiftJis::Decode(decoded.decoded);
 }
 
+QString HtmlEscape(QStringView text) {
+    QString out;
+    out.reserve(text.size());
+    for (const QChar c : text) {
+        switch (c.unicode()) {
+        case u'&':
+            out += u"&amp;";
+            break;
+        case u'<':
+            out += u"&lt;";
+            break;
+        case u'>':
+            out += u"&gt;";
+            break;
+        case u'"':
+            out += u"&quot;";
+            break;
+        case u'\'':
+            out += u"&#39;";
+            break;
+        default:
+            out += c;
+        }
+    }
+    return out;
+}
+
 bool CheckLogon(const AppState& state, QStringView user, QStringView password) {
     return user == state.WebUser && password == state.WebPass;
 }

@@ -25,6 +25,10 @@ QString DecodeQuery(QStringView text);
 // Standard Base64, the bytes read as CP932; "" on bad input.
 QString DecBase64(QStringView text);
 
+// Text for a page: & < > " ' become entities, everything else stays, so an
+// ordinary name comes out as it went in.
+QString HtmlEscape(QStringView text);
+
 // The web server's user and password, compared exactly.
 bool CheckLogon(const AppState& state, QStringView user, QStringView password);
 
