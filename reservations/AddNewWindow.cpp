@@ -19,6 +19,7 @@
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
+#include <QLoggingCategory>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QTableWidget>
@@ -27,6 +28,7 @@
 using namespace Qt::StringLiterals;
 
 namespace {
+Q_LOGGING_CATEGORY(lcAddNew, "kestrava.reserve")
 constexpr int TwipsPerPixel = 15;
 
 QStringList twoDigits(int from, int to) {
@@ -305,8 +307,13 @@ void AddNewWindow::Add() {
         if (at <= app_.clock.now().toString(u"yyyy/MM/dd HH:mm:ss"))
             return prompt.Warning(u"予約時刻はすでに過ぎています。修正してください。"_s);
     }
-    Reserve::AddLine(Reserve::Folder(app_.folder, app_.settings) + u'/' + name,
-                     cmbDeviceName_->currentText(), cmbFunc_->currentText());
+    const Reserve::AddResult added =
+        Reserve::AddLine(Reserve::Folder(app_.folder, app_.settings) + u'/' + name,
+                         cmbDeviceName_->currentText(), cmbFunc_->currentText());
+    if (added != Reserve::AddResult::Added) {
+        qCWarning(lcAddNew) << "the dialog's add was refused:" << Reserve::AddRefusalReason(added);
+        return prompt.Warning(Reserve::AddRefusalText(added));
+    }
     RefreshList();
     app_.scheduler.FillGrid();
 }

@@ -11,6 +11,11 @@
 #include <QLoggingCategory>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -22,9 +27,62 @@ bool isDigits(QStringView s) {
     return std::all_of(s.begin(), s.end(), [](QChar c) { return c >= u'0' && c <= u'9'; });
 }
 
-QByteArray readAll(const QString& path) {
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+struct FileBytes {
+    enum State { Read, Missing, TooLarge, Refused } state;
+    QByteArray data;
+};
+
+// A reservation is a plain file: a link is neither followed nor replaced (it
+// may point anywhere), and a pipe would stall the whole program.
+FileBytes readFile(const QString& path) {
+    const int fd =
+        ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        const int err = errno;
+        if (err == ENOENT)
+            return {FileBytes::Missing, {}};
+        if (err == ELOOP)
+            qCWarning(lcStore).noquote() << "skipping" << path << "- a link";
+        else
+            qCWarning(lcStore).noquote()
+                << "cannot read" << path << "-" << QString::fromLocal8Bit(std::strerror(err));
+        return {FileBytes::Refused, {}};
+    }
+    QFile f;
+    f.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle);
+    struct stat st {};
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        qCWarning(lcStore).noquote() << "skipping" << path << "- not a plain file";
+        return {FileBytes::Refused, {}};
+    }
+    // Nothing we write comes near this; a larger file is someone else's and
+    // would only swell the grid and the pages.
+    using Reserve::MaxFileBytes;
+    QByteArray data = st.st_size > MaxFileBytes ? QByteArray() : f.read(MaxFileBytes + 1);
+    if (st.st_size > MaxFileBytes || data.size() > MaxFileBytes) {
+        qCWarning(lcStore).noquote() << "ignoring" << path << "- too large for a reservation";
+        return {FileBytes::TooLarge, {}};
+    }
+    return {FileBytes::Read, std::move(data)};
+}
+
+bool isPlainFile(const QString& path) {
+    struct stat st {};
+    if (lstat(QFile::encodeName(path).constData(), &st) != 0)
+        return false;
+    if (!S_ISREG(st.st_mode))
+        qCWarning(lcStore).noquote()
+            << "skipping" << path << (S_ISLNK(st.st_mode) ? "- a link" : "- not a plain file");
+    return S_ISREG(st.st_mode);
+}
+
+// Every entry with a reservation's name, plain or not.
+qsizetype countNames(const QString& folderPath) {
+    const QStringList all =
+        QDir(folderPath)
+            .entryList(QDir::Files | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    return std::count_if(all.begin(), all.end(),
+                         [](const QString& n) { return Reserve::IsValidName(n); });
 }
 
 // Writes the lines that are not empty, in order.
@@ -129,13 +187,7 @@ QString JoinLine(QStringView device, QStringView function) {
 }
 
 QStringList ReadLines(const QString& path) {
-    // Nothing we write comes near this; a larger file is someone else's and
-    // would only swell the grid and the pages.
-    if (QFileInfo(path).size() > MaxFileBytes) {
-        qCWarning(lcStore).noquote() << "ignoring" << path << "- too large for a reservation";
-        return {};
-    }
-    const QByteArray bytes = readAll(path);
+    const QByteArray bytes = readFile(path).data;
     QStringList lines;
     qsizetype start = 0;
     while (start < bytes.size()) {
@@ -153,29 +205,89 @@ QStringList ReadLines(const QString& path) {
 
 QStringList ListNames(const QString& folderPath) {
     QStringList names;
-    for (const QString& name : QDir(folderPath).entryList(QDir::Files | QDir::Hidden))
-        if (IsValidName(name))
-            names << name;
+    const QFileInfoList entries =
+        QDir(folderPath).entryInfoList(QDir::Files | QDir::Hidden | QDir::System);
+    for (const QFileInfo& entry : entries) {
+        if (!IsValidName(entry.fileName()))
+            continue;
+        if (entry.isSymLink() || !entry.isFile())
+            qCWarning(lcStore).noquote() << "skipping" << entry.filePath()
+                                         << (entry.isSymLink() ? "- a link" : "- not a plain file");
+        else
+            names << entry.fileName();
+    }
     std::sort(names.begin(), names.end(),
               [](const QString& a, const QString& b) { return a.compare(b) < 0; });
     return names;
 }
 
-bool AddLine(const QString& path, QStringView device, QStringView function) {
+bool IsWritableName(QStringView name) {
+    return !name.isEmpty() && name.size() <= MaxNameLength && !name.contains(u'|') &&
+           std::none_of(name.begin(), name.end(),
+                        [](QChar c) { return c.category() == QChar::Other_Control; });
+}
+
+AddResult AddLine(const QString& path, QStringView device, QStringView function) {
     if (!validPath(path))
-        return false;
+        return AddResult::NotWritten;
+    if (!IsWritableName(device) || !IsWritableName(function))
+        return AddResult::BadName;
     // The old bytes stay as they are; only a missing line end is supplied.
-    QDir().mkpath(QFileInfo(path).path());
-    QByteArray bytes = readAll(path);
+    FileBytes old = readFile(path);
+    if (old.state == FileBytes::TooLarge)
+        return AddResult::FileFull;
+    if (old.state == FileBytes::Refused)
+        return AddResult::NotWritten;
+    const QString folderPath = QFileInfo(path).path();
+    if (old.state == FileBytes::Missing && countNames(folderPath) >= MaxFiles)
+        return AddResult::TooManyFiles;
+    QByteArray bytes = std::move(old.data);
     if (!bytes.isEmpty() && !bytes.endsWith('\n'))
         bytes += "\r\n";
     bytes += ShiftJis::Encode(JoinLine(device, function)) + "\r\n";
+    // Past the limit the reader would refuse the file whole, the lines that
+    // were there first included.
+    if (bytes.size() > MaxFileBytes)
+        return AddResult::FileFull;
+    QDir().mkpath(folderPath);
     QString error;
     if (!WriteFileAtomically(path, bytes, 0644, &error)) {
         qCWarning(lcStore).noquote() << "cannot add:" << error;
-        return false;
+        return AddResult::NotWritten;
     }
-    return true;
+    return AddResult::Added;
+}
+
+QString AddRefusalText(AddResult result) {
+    switch (result) {
+    case AddResult::Added:
+        return {};
+    case AddResult::BadName:
+        return u"機器名または機能名が不正です"_s;
+    case AddResult::FileFull:
+        return u"この日付・時刻にはこれ以上予約できません"_s;
+    case AddResult::TooManyFiles:
+        return u"予約の数が上限に達しています"_s;
+    case AddResult::NotWritten:
+        break;
+    }
+    return u"予約を保存できませんでした"_s;
+}
+
+const char* AddRefusalReason(AddResult result) {
+    switch (result) {
+    case AddResult::Added:
+        return "added";
+    case AddResult::BadName:
+        return "a device or function name that cannot be stored";
+    case AddResult::FileFull:
+        return "the moment's file is full";
+    case AddResult::TooManyFiles:
+        return "too many moments";
+    case AddResult::NotWritten:
+        break;
+    }
+    return "the file could not be written";
 }
 
 bool MoveLine(const QString& path, int line, bool up) {
@@ -208,8 +320,12 @@ bool DeleteByContent(const QString& path, QStringView line) {
         return false;
     lines.removeAll(QString());
     if (lines.isEmpty())
-        return QFile::remove(path);
+        return RemoveFile(path);
     return writeLines(path, lines);
+}
+
+bool RemoveFile(const QString& path) {
+    return validPath(path) && isPlainFile(path) && QFile::remove(path);
 }
 
 } // namespace Reserve

@@ -45,15 +45,35 @@ Operation SplitLine(QStringView line);
 QString JoinLine(QStringView device, QStringView function);
 
 // The lines of a file (at CR LF, or a lone LF), empty ones kept so that line
-// numbers stay those of the file. Missing, unreadable or above MaxFileBytes: none.
+// numbers stay those of the file. Missing, unreadable, above MaxFileBytes, or
+// not a plain file (a link is never followed): none.
 QStringList ReadLines(const QString& path);
 constexpr qint64 MaxFileBytes = 1 << 20;
 
-// The names of the reservations in a folder, in ordinal order.
+// The moments a folder may hold. Every change re-reads the whole store for the
+// grid and list.asp shows every row, so the count bounds that work; it is far
+// beyond a household's schedule (a one-shot for every day of ten years).
+constexpr int MaxFiles = 4000;
+// Longer is no device's or key's name.
+constexpr qsizetype MaxNameLength = 200;
+
+// The names of the reservations in a folder, in ordinal order; links and other
+// files that are not plain are left out.
 QStringList ListNames(const QString& folderPath);
 
-// Each returns whether the file was changed. Line numbers count from 1.
-bool AddLine(const QString& path, QStringView device, QStringView function);
+// A device or function name a line may hold: not empty, not too long, no "|"
+// and no control character (a TAB or line end would break the rows).
+bool IsWritableName(QStringView name);
+
+enum class AddResult { Added, BadName, FileFull, TooManyFiles, NotWritten };
+// Appends a line unless it would take the file past MaxFileBytes or make one
+// moment too many; the file is then left as it was.
+AddResult AddLine(const QString& path, QStringView device, QStringView function);
+// What the user reads of a refusal, and what the log says.
+QString AddRefusalText(AddResult result);
+const char* AddRefusalReason(AddResult result);
+
+// The others return whether the file was changed. Line numbers count from 1.
 // Swaps a line with the one before (up) or after; rewrites without empty lines.
 bool MoveLine(const QString& path, int line, bool up);
 // Removes one line; a file left without lines stays, empty.
@@ -62,5 +82,7 @@ bool DeleteLine(const QString& path, int line);
 bool DeleteLineIf(const QString& path, int line, QStringView expected);
 // Removes every line equal to `line`; the file goes when nothing is left.
 bool DeleteByContent(const QString& path, QStringView line);
+// Deletes a reservation file; a link stays.
+bool RemoveFile(const QString& path);
 
 } // namespace Reserve

@@ -7,7 +7,6 @@
 #include "reservations/ReserveStore.h"
 
 #include <QEventLoop>
-#include <QFile>
 #include <QFileInfo>
 #include <QLoggingCategory>
 
@@ -106,7 +105,7 @@ void Scheduler::scan(const QDateTime& now, bool* anyFired) {
     gone.removeDuplicates();
     const QString dir = Reserve::Folder(folder_, settings_);
     for (const QString& name : gone)
-        QFile::remove(dir + u'/' + name); // a failure is met again at a later minute
+        Reserve::RemoveFile(dir + u'/' + name); // a failure is met again at a later minute
     FillGrid();
 }
 

@@ -6,9 +6,12 @@
 #include "remotes/Registry.h"
 #include "reservations/ReserveStore.h"
 #include "webpages/MenuPages.h"
+#include "webserver/Codecs.h"
 #include "webserver/Dispatcher.h"
 
 #include <QDir>
+#include <QLoggingCategory>
+#include <QSet>
 
 #include <memory>
 #include <vector>
@@ -17,14 +20,33 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+Q_LOGGING_CATEGORY(lcPages, "kestrava.pages")
+
 const QString CRLF = u"\r\n"_s;
 const QString Title = u"予約の追加・編集"_s;
 const QString MenuLink =
     u"<p><font size=\"2\"><a href=\"default.asp\">メニューへ戻る</a></font></p>"_s;
 const QString HeadRow = u"順序"_s + WideSpaces(3) + u"日付/曜日"_s + WideSpaces(8) + u"時刻"_s +
                         WideSpaces(9) + u"機器名"_s + WideSpaces(7) + u"機能名"_s;
-// A name that long is no device's; it is not written.
-constexpr qsizetype MaxNameLength = 200;
+
+// A warning in red, as the page gives for a bad moment.
+QString warning(const QString& text) {
+    return u"<p><b><font size=\"2\" color=\"#FF0000\">"_s + text + u"</font></b></p>"_s + CRLF;
+}
+
+// A name as a string of the page's script: quotes, backslashes, tags and line
+// ends cannot end the string or the script.
+QString scriptString(const QString& text) {
+    QString out = u"\""_s;
+    for (QChar c : text) {
+        if (c == u'"' || c == u'\\' || c == u'<' || c == u'>' || c.unicode() < 0x20 ||
+            c.unicode() == 0x2028 || c.unicode() == 0x2029)
+            out += u"\\u"_s + QString::number(c.unicode(), 16).rightJustified(4, u'0');
+        else
+            out += c;
+    }
+    return out + u'"';
+}
 
 QString fullWidth(const QString& text) {
     QString out = text;
@@ -38,7 +60,8 @@ QString fullWidth(const QString& text) {
 }
 
 QString option(const QString& value, const QString& text) {
-    return u"<OPTION value=\""_s + value + u"\">"_s + text + u"</OPTION>"_s + CRLF;
+    return u"<OPTION value=\""_s + HtmlEscape(value) + u"\">"_s + HtmlEscape(text) +
+           u"</OPTION>"_s + CRLF;
 }
 
 // The rows of one file: numbers are the lines of the file, empty ones unshown.
@@ -90,13 +113,9 @@ std::vector<Device> devices(SettingsStore& settings) {
     return out;
 }
 
-bool writableName(const QString& text) {
-    return !text.isEmpty() && text.size() <= MaxNameLength && !text.contains(u'|') &&
-           !text.contains(u'\r') && !text.contains(u'\n');
-}
-
 QString hidden(const QString& name, const QString& value) {
-    return u"<input type=\"hidden\" name=\""_s + name + u"\" value=\""_s + value + u"\">"_s + CRLF;
+    return u"<input type=\"hidden\" name=\""_s + name + u"\" value=\""_s + HtmlEscape(value) +
+           u"\">"_s + CRLF;
 }
 
 } // namespace
@@ -193,7 +212,7 @@ QString EditMomentPage(const ReservePageContext& c, const PageRequest& r) {
     for (size_t n = 0; n < list.size(); ++n) {
         QStringList quoted;
         for (const QString& f : list[n].functions)
-            quoted << u'"' + f + u'"';
+            quoted << scriptString(f);
         script += u"Funcs["_s + QString::number(n) + u"] = new Array("_s + quoted.join(u',') +
                   u");"_s + CRLF;
     }
@@ -230,28 +249,54 @@ QString EditMomentPage(const ReservePageContext& c, const PageRequest& r) {
     const QString folderPath = Reserve::Folder(c.folder, c.settings);
     const QString name = Reserve::NameFor(datePart, hour + u':' + r.Min);
     const QString path = folderPath + u'/' + name;
-    // A name of neither form (a form that was not ours) is never written.
-    const bool valid = Reserve::IsValidName(name);
+    // A name of neither form (a form that was not ours) is never written, nor
+    // a moment no clock shows ("12" PM comes to 24).
+    const bool named = Reserve::IsValidName(name);
+    const bool impossible = named && (hour.toInt() > 23 || r.Min.toInt() > 59);
+    const bool valid = named && !impossible;
 
+    // What was asked and not done is logged, with the asker.
+    auto refused = [&](const char* reason) {
+        qCWarning(lcPages).noquote() << "add2.asp from" << r.remoteAddress << "refused"
+                                     << (r.B1 == u"追加" ? "an add" : "a change") << "to"
+                                     << (named ? name : u"no moment"_s) << "-" << reason;
+    };
     const QStringList row = r.Reserve.split(u'\t');
     const int order = row.size() >= 5 ? int(Val(row[0])) : 0;
-    if (valid && r.B1 == u"追加") {
-        if (writableName(r.Dev) && writableName(r.Func))
-            Reserve::AddLine(path, r.Dev, r.Func);
-    } else if (valid && order > 0 && r.B1 == u"削除") {
-        Reserve::DeleteLineIf(path, order, Reserve::JoinLine(row[3], row[4]));
-    } else if (valid && order > 0 && (r.B1 == u"上へ移動" || r.B1 == u"下へ移動")) {
-        Reserve::MoveLine(path, order, r.B1 == u"上へ移動");
+    QString refusal;
+    if (r.B1 == u"追加") {
+        if (!valid) {
+            refused(impossible ? "no such time" : "no such moment");
+        } else if (r.Dev.isEmpty() || r.Func.isEmpty()) {
+            refused("no device or function");
+        } else {
+            const Reserve::AddResult added = Reserve::AddLine(path, r.Dev, r.Func);
+            if (added != Reserve::AddResult::Added) {
+                refused(Reserve::AddRefusalReason(added));
+                refusal = Reserve::AddRefusalText(added);
+            }
+        }
+    } else if (!r.Reserve.isEmpty() &&
+               (r.B1 == u"削除" || r.B1 == u"上へ移動" || r.B1 == u"下へ移動")) {
+        if (!valid || order <= 0)
+            refused("no such row");
+        else if (!(r.B1 == u"削除"
+                       ? Reserve::DeleteLineIf(path, order, Reserve::JoinLine(row[3], row[4]))
+                       : Reserve::MoveLine(path, order, r.B1 == u"上へ移動")))
+            refused("the row is not there or cannot move");
     }
 
+    bool past = false;
     if (r.R1 == u"Single") {
         const QString now = c.clock.now().toString(u"yyyy/MM/dd HH:mm:ss");
-        if (now >= shownDate + u' ' + hour + u':' + r.Min)
-            out +=
-                u"<p><b><font size=\"2\" color=\"#FF0000\">時刻が不正です</font></b></p>"_s + CRLF;
+        past = now >= shownDate + u' ' + hour + u':' + r.Min;
     }
-    out += u"<p><font size=\"2\">予約日時："_s + QChar(0x3000) + shownDate + u' ' + shownTime +
-           u"</font></p>"_s + CRLF;
+    if (past || impossible)
+        out += warning(u"時刻が不正です"_s);
+    if (!refusal.isEmpty())
+        out += warning(refusal);
+    out += u"<p><font size=\"2\">予約日時："_s + QChar(0x3000) + HtmlEscape(shownDate) + u' ' +
+           HtmlEscape(shownTime) + u"</font></p>"_s + CRLF;
     out += u"<a href=\"add1.asp\"><font size=\"2\">日時の変更</font></a></p>"_s + CRLF;
 
     out += u"<form name=\"Resv\" method=\"POST\" action=\"add2.asp\">"_s + CRLF;
@@ -262,14 +307,16 @@ QString EditMomentPage(const ReservePageContext& c, const PageRequest& r) {
            u"onChange=\"DD(true)\">"_s +
            CRLF;
     for (const Device& d : list)
-        out += u"<option value=\""_s + d.name + u"\">"_s + d.name + u"</option>"_s + CRLF;
+        out += u"<option value=\""_s + HtmlEscape(d.name) + u"\">"_s + HtmlEscape(d.name) +
+               u"</option>"_s + CRLF;
     out += u"</select></td></tr>"_s + CRLF;
     out += u"<tr><td><font size=\"2\">操作する機能</font></td><td><select size=\"1\" "
            u"name=\"Func\">"_s +
            CRLF;
     if (!list.empty())
         for (const QString& f : list.front().functions)
-            out += u"<option value=\""_s + f + u"\">"_s + f + u"</option>"_s + CRLF;
+            out += u"<option value=\""_s + HtmlEscape(f) + u"\">"_s + HtmlEscape(f) +
+                   u"</option>"_s + CRLF;
     out += u"</select></td></tr>"_s + CRLF + u"</table>"_s + CRLF;
     out += u"<input type=\"submit\" value=\"追加\" name=\"B1\">"_s + CRLF + u"</fieldset>"_s + CRLF;
 
@@ -304,14 +351,29 @@ QString EditMomentPage(const ReservePageContext& c, const PageRequest& r) {
 QString ReserveListPage(const ReservePageContext& c, const PageRequest& r) {
     const QString folderPath = Reserve::Folder(c.folder, c.settings);
     if (r.B1 == u"削除" && !r.ReserveList.isEmpty()) {
-        for (const QString& value : r.ReserveList.split(u'|', Qt::SkipEmptyParts)) {
+        const QStringList values = r.ReserveList.split(u'|', Qt::SkipEmptyParts);
+        // Equal lines of a file go together, so a second row of one is no miss.
+        QSet<QString> done;
+        qsizetype missed = 0;
+        for (const QString& value : values) {
             const QStringList f = value.split(u'\t');
-            if (f.size() < 5)
+            const QString name = f.size() < 5 ? QString() : Reserve::NameFromTexts(f[1], f[2]);
+            const QString line = f.size() < 5 ? QString() : Reserve::JoinLine(f[3], f[4]);
+            if (!Reserve::IsValidName(name)) {
+                ++missed;
                 continue;
-            const QString name = Reserve::NameFromTexts(f[1], f[2]);
-            if (Reserve::IsValidName(name))
-                Reserve::DeleteByContent(folderPath + u'/' + name, Reserve::JoinLine(f[3], f[4]));
+            }
+            if (done.contains(name + u'/' + line))
+                continue;
+            done.insert(name + u'/' + line);
+            if (!Reserve::DeleteByContent(folderPath + u'/' + name, line))
+                ++missed;
         }
+        // One line for the post, however many rows it named.
+        if (missed > 0)
+            qCWarning(lcPages).noquote()
+                << "list.asp from" << r.remoteAddress << "refused" << missed << "of"
+                << values.size() << "deletions - no such row";
         if (c.fillGrid)
             c.fillGrid();
     }

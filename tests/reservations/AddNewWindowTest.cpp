@@ -125,4 +125,11 @@ TEST(AddNewWindow, EditOpensOnTheSelectedRowsMoment) {
                   i == 1 || i == 4);
     EXPECT_EQ(d.in<QComboBox>(w, u"Combo1"_s)->currentText(), u"09"_s);
     EXPECT_EQ(d.in<QComboBox>(w, u"Combo3"_s)->currentText(), u"PM"_s);
+
+    // A moment whose file is full says so and stays as it was.
+    const QByteArray full = "A|x\r\n" + QByteArray(Reserve::MaxFileBytes - 8, 'x');
+    d.t.writeFile(u"testmode/reserve/0100100 21_30", full);
+    d.click(w, u"Command1"_s);
+    EXPECT_EQ(d.prompt.shown, QStringList{u"warning:この日付・時刻にはこれ以上予約できません"_s});
+    EXPECT_EQ(d.t.readFile(u"testmode/reserve/0100100 21_30"), full);
 }

@@ -3,8 +3,12 @@
 #include "reservations/ReserveGrid.h"
 #include "support/TempFolder.h"
 
+#include <QDate>
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
 
@@ -30,7 +34,7 @@ TEST(ReserveStore, ChangesRewriteTheFileWhole) {
     TempFolder t;
     const QString path = t.path(u"reserve/2026_11_23 07_05");
     t.writeFile(u"reserve/2026_11_23 07_05", "A|x\r\n\r\nB|y"); // no last line end
-    ASSERT_TRUE(Reserve::AddLine(path, u"テレビ", u"電源"));
+    ASSERT_EQ(Reserve::AddLine(path, u"テレビ", u"電源"), Reserve::AddResult::Added);
     EXPECT_EQ(t.readFile(u"reserve/2026_11_23 07_05"),
               "A|x\r\n\r\nB|y\r\n" + ShiftJis::Encode(u"テレビ|電源") + "\r\n");
     EXPECT_TRUE(Reserve::MoveLine(path, 4, true));
@@ -65,8 +69,74 @@ TEST(ReserveStore, ChangesRewriteTheFileWhole) {
     EXPECT_FALSE(QFile::exists(t.path(u"reserve/0100100 21_30")));
 
     // Nothing but a reservation name is ever written.
-    EXPECT_FALSE(Reserve::AddLine(t.path(u"reserve/../setting.ini"), u"A", u"x"));
+    EXPECT_EQ(Reserve::AddLine(t.path(u"reserve/../setting.ini"), u"A", u"x"),
+              Reserve::AddResult::NotWritten);
     EXPECT_FALSE(QFile::exists(t.path(u"setting.ini")));
+}
+
+// A flood of adds fills one file up to what the reader still takes, then is
+// refused, so the owner's first line stays readable; a flood of moments stops
+// at MaxFiles; a name that would break a row never goes in.
+TEST(ReserveStore, AddsStopBeforeTheyBuryTheStore) {
+    TempFolder t;
+    const QString path = t.path(u"reserve/2026_11_23 07_05");
+    const QString longName(Reserve::MaxNameLength, u'x');
+    const QByteArray owner = ShiftJis::Encode(u"テレビ|電源") + "\r\n";
+    const QByteArray flood = QByteArray(2 * Reserve::MaxNameLength, 'x').insert(200, '|') + "\r\n";
+    QByteArray bytes = owner;
+    while (bytes.size() + 2 * flood.size() <= Reserve::MaxFileBytes)
+        bytes += flood;
+    t.writeFile(u"reserve/2026_11_23 07_05", bytes);
+    EXPECT_EQ(Reserve::AddLine(path, longName, longName), Reserve::AddResult::Added);
+    EXPECT_EQ(Reserve::AddLine(path, longName, longName), Reserve::AddResult::FileFull);
+    EXPECT_EQ(t.readFile(u"reserve/2026_11_23 07_05"), bytes + flood);
+    EXPECT_EQ(Reserve::ReadLines(path).front(), u"テレビ|電源"_s);
+    EXPECT_EQ(Reserve::AddLine(path, u"A", u"x"), Reserve::AddResult::Added); // a short one fits
+
+    for (const QString& bad : {u"TV\tx"_s, u"TV\0x"_s, u"TV\x1b"_s, u"TV\x7f"_s, u"TV\u0085"_s,
+                               u"a|b"_s, QString(), longName + u'x'}) {
+        EXPECT_EQ(Reserve::AddLine(t.path(u"reserve/1111111 00_00"), bad, u"x"),
+                  Reserve::AddResult::BadName);
+        EXPECT_EQ(Reserve::AddLine(t.path(u"reserve/1111111 00_00"), u"TV", bad),
+                  Reserve::AddResult::BadName);
+    }
+    EXPECT_FALSE(QFile::exists(t.path(u"reserve/1111111 00_00")));
+
+    for (int i = 2; i < Reserve::MaxFiles; ++i) // links and other files count too
+        t.writeFile(
+            u"reserve/"_s + QDate(2030, 1, 1).addDays(i).toString(u"yyyy_MM_dd") + u" 00_00"_s, "");
+    ASSERT_TRUE(QFile::link(path, t.path(u"reserve/2020_01_01 00_00")));
+    EXPECT_EQ(Reserve::AddLine(t.path(u"reserve/1111111 00_00"), u"A", u"x"),
+              Reserve::AddResult::TooManyFiles);
+    EXPECT_FALSE(QFile::exists(t.path(u"reserve/1111111 00_00")));
+    EXPECT_EQ(Reserve::AddLine(path, u"A", u"y"), Reserve::AddResult::Added); // a known moment
+}
+
+// A link in the folder is never read through, written through, replaced or
+// deleted, whoever asks; nor does a pipe stall a reader.
+TEST(ReserveStore, LinksAreLeftAlone) {
+    TempFolder t;
+    t.writeFile(u"outside", "Secret|1\r\n");
+    const QString link = t.path(u"reserve/2026_11_23 07_05");
+    QDir().mkpath(t.path(u"reserve"));
+    ASSERT_TRUE(QFile::link(t.path(u"outside"), link));
+    ASSERT_TRUE(QFile::link(t.path(u"nowhere"), t.path(u"reserve/2026_11_23 08_05")));
+    ASSERT_EQ(mkfifo(QFile::encodeName(t.path(u"reserve/2026_11_23 09_05")).constData(), 0600), 0);
+    t.writeFile(u"reserve/1111111 00_00", "A|x\r\n");
+
+    EXPECT_EQ(Reserve::ListNames(t.path(u"reserve")), QStringList{u"1111111 00_00"_s});
+    for (const QString& name : {u"07_05"_s, u"08_05"_s, u"09_05"_s}) {
+        const QString path = t.path(u"reserve/2026_11_23 "_s + name);
+        EXPECT_EQ(Reserve::ReadLines(path), QStringList{});
+        EXPECT_EQ(Reserve::AddLine(path, u"A", u"x"), Reserve::AddResult::NotWritten);
+        EXPECT_FALSE(Reserve::MoveLine(path, 1, false));
+        EXPECT_FALSE(Reserve::DeleteLine(path, 1));
+        EXPECT_FALSE(Reserve::DeleteByContent(path, u"Secret|1"));
+        EXPECT_FALSE(Reserve::RemoveFile(path));
+    }
+    EXPECT_TRUE(QFileInfo(link).isSymLink());
+    EXPECT_EQ(t.readFile(u"outside"), "Secret|1\r\n");
+    EXPECT_FALSE(QFile::exists(t.path(u"nowhere")));
 }
 
 // Masks before dates, lines in file order; empty lines, foreign names and a

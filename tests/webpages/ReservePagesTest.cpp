@@ -5,6 +5,7 @@
 #include "support/TempFolder.h"
 #include "webserver/Dispatcher.h"
 
+#include <QDebug>
 #include <QDir>
 #include <QUrl>
 #include <gtest/gtest.h>
@@ -48,6 +49,19 @@ struct Pages {
     QStringList lines(const QString& name) {
         return Reserve::ReadLines(t.path(u"testmode/reserve/"_s + name));
     }
+};
+
+// The log lines written while it lives.
+struct LogLines {
+    static inline QStringList lines;
+    QtMessageHandler previous;
+    LogLines() {
+        lines.clear();
+        previous = qInstallMessageHandler(
+            [](QtMsgType, const QMessageLogContext&, const QString& text) { lines << text; });
+    }
+    ~LogLines() { qInstallMessageHandler(previous); }
+    QStringList take() { return std::exchange(lines, {}); }
 };
 
 } // namespace
@@ -182,4 +196,74 @@ TEST(ReservePages, ListShowsAllAndDeletesSeveralAtOnce) {
     EXPECT_EQ(page, head + row(u"1"_s, u"2026/11/24"_s, u"19:05"_s, u"B"_s, u"y"_s) + tail);
     EXPECT_FALSE(QFile::exists(p.t.path(u"testmode/reserve/0100100 21_30")));
     EXPECT_EQ(p.fills, 1);
+}
+
+// What a request or a file brings is escaped wherever it lands in a page;
+// ordinary names stay as they are (the tests above).
+TEST(ReservePages, ValuesAreEscapedInEveryPlace) {
+    Pages p;
+    const std::initializer_list<std::pair<QString, QString>> add = {
+        {u"B1"_s, u"追加"_s}, {u"Dev"_s, u"<script>x</script>"_s}, {u"Func"_s, u"a\"b'"_s}};
+    QString page = p.post(u"/add2.asp"_s, p.moment(u"2026/11/24"_s, add));
+    EXPECT_EQ(p.lines(u"2026_11_24 19_05"_s), QStringList{u"<script>x</script>|a\"b'"_s});
+    for (const QString& pg : {page, p.post(u"/list.asp"_s, {})}) {
+        EXPECT_FALSE(pg.contains(u"<script>x"_s));
+        EXPECT_TRUE(pg.contains(u"\t&lt;script&gt;x&lt;/script&gt;\ta&quot;b&#39;\">"_s));
+    }
+    page = p.post(u"/add2.asp"_s, form({{u"R1"_s, u"\"><b>"_s}, {u"Year"_s, u"<i>"_s}}));
+    EXPECT_FALSE(page.contains(u"<b>"_s) || page.contains(u"<i>"_s));
+    EXPECT_TRUE(page.contains(u"name=\"R1\" value=\"&quot;&gt;&lt;b&gt;\">"_s));
+
+    // Names from the settings, in the options and in the script's strings.
+    p.t.settings.WriteIni(u"Tira", u"Testmode", u"0");
+    p.t.settings.WriteIni(u"Remote-1", u"Device", u"TV&<i>");
+    p.t.settings.WriteIni(u"Remote-1", u"Design", u"1");
+    p.t.settings.WriteIni(u"Remote-1", u"Button-0", u"a\"</script>\\");
+    page = p.post(u"/add2.asp"_s, form({{u"B1"_s, u"決定"_s}}));
+    EXPECT_TRUE(page.contains(u"<option value=\"TV&amp;&lt;i&gt;\">TV&amp;&lt;i&gt;</option>"_s));
+    EXPECT_TRUE(page.contains(u"<option value=\"a&quot;&lt;/script&gt;\\\">"_s));
+    EXPECT_TRUE(
+        page.contains(u"Funcs[0] = new Array(\"a\\u0022\\u003c/script\\u003e\\u005c\");"_s));
+}
+
+// Adds the store would regret are refused with a red line and a log line
+// naming the client: a name that breaks a row, a full moment, an hour past
+// 23; so are deletions of rows that are not there. Nothing is written.
+TEST(ReservePages, RefusalsAreShownAndLogged) {
+    Pages p;
+    LogLines log;
+    auto red = [](const QString& text) {
+        return u"<p><b><font size=\"2\" color=\"#FF0000\">"_s + text + u"</font></b></p>\r\n"_s;
+    };
+    QString page = p.post(u"/add2.asp"_s, p.moment(u"2026/11/24"_s, {{u"B1"_s, u"追加"_s},
+                                                                     {u"Dev"_s, u"テレビ\tx"_s},
+                                                                     {u"Func"_s, u"電源"_s}}));
+    EXPECT_TRUE(page.contains(red(u"機器名または機能名が不正です"_s) + u"<p><font size"_s));
+    EXPECT_FALSE(QFile::exists(p.t.path(u"testmode/reserve/2026_11_24 19_05")));
+
+    const QByteArray full(Reserve::MaxFileBytes - 4, 'x');
+    p.t.writeFile(u"testmode/reserve/2026_11_24 19_05", full);
+    page =
+        p.post(u"/add2.asp"_s,
+               p.moment(u"2026/11/24"_s,
+                        {{u"B1"_s, u"追加"_s}, {u"Dev"_s, u"テレビ"_s}, {u"Func"_s, u"電源"_s}}));
+    EXPECT_TRUE(page.contains(red(u"この日付・時刻にはこれ以上予約できません"_s)));
+    EXPECT_EQ(p.t.readFile(u"testmode/reserve/2026_11_24 19_05"), full);
+
+    // "12" PM, as add1.asp offers it before the radio is touched.
+    QString body = p.moment(
+        u"2026/11/24"_s, {{u"B1"_s, u"追加"_s}, {u"Dev"_s, u"テレビ"_s}, {u"Func"_s, u"電源"_s}});
+    page = p.post(u"/add2.asp"_s, body.replace(u"Hour=07"_s, u"Hour=12"_s));
+    EXPECT_EQ(page.count(u"時刻が不正です"_s), 1);
+    EXPECT_EQ(QDir(p.t.path(u"testmode/reserve")).entryList(QDir::Files),
+              QStringList{u"2026_11_24 19_05"_s});
+
+    p.post(u"/list.asp"_s, form({{u"Reserve"_s, u"1\t月木\t21:30\tC\tz"_s},
+                                 {u"Reserve"_s, u"1\t..\tx"_s},
+                                 {u"B1"_s, u"削除"_s}}));
+    const QStringList lines = log.take();
+    ASSERT_EQ(lines.filter(u"refused"_s).size(), 4) << lines.join(u'\n').toStdString();
+    for (const QString& line : lines.filter(u"refused"_s))
+        EXPECT_TRUE(line.contains(u"from 127.0.0.1 refused"_s)) << line.toStdString();
+    EXPECT_TRUE(lines.filter(u"refused"_s).last().contains(u"2 of 2"_s));
 }
