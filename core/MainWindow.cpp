@@ -243,10 +243,17 @@ void MainWindow::buildPanel() {
     grid_->setSelectionBehavior(QAbstractItemView::SelectRows);
     grid_->setSelectionMode(QAbstractItemView::SingleSelection);
     grid_->setFocusPolicy(Qt::NoFocus);
-    connect(&app_.scheduler, &Scheduler::timeShown, lblTime_, [this](const QString& text) {
-        lblTime_->setText(text);
-        lblTime_->repaint();
+    // 次の予約: when the next reservation is due. It changes with the grid, and
+    // when a minute passes (a repeating row that came due moves on).
+    connect(&model, &QAbstractItemModel::modelReset, this, &MainWindow::ShowNextReserve);
+    connect(&app_.scheduler, &Scheduler::timeShown, this, [this](const QString& now) {
+        const QString minute = now.left(16); // "yyyy/mm/dd hh:mm"
+        if (minute != shownMinute_) {
+            shownMinute_ = minute;
+            ShowNextReserve();
+        }
     });
+    ShowNextReserve();
 
     command2_[0] = PanelButton(this, u"Command2_0"_s, u"▲"_s, u"予約一覧を上へ"_s);
     command2_[1] = PanelButton(this, u"Command2_1"_s, u"▼"_s, u"予約一覧を下へ"_s);
@@ -368,6 +375,10 @@ AddNewWindow* MainWindow::ShowAddNew(const QString& editFile) {
         addNew_->EditFile(editFile);
     bringUp(addNew_);
     return addNew_;
+}
+
+void MainWindow::ShowNextReserve() {
+    lblTime_->setText(app_.scheduler.GetNextReserve());
 }
 
 void MainWindow::ShowLocalAddress() {

@@ -38,6 +38,9 @@ public:
     // The reservation dialog, for a new entry or on a file's moment.
     AddNewWindow* ShowAddNew(const QString& editFile = {});
     void ShowLocalAddress();
+    // 次の予約: the next moment a reservation is due, "yyyy/mm/dd hh:mm", or
+    // nothing without one.
+    void ShowNextReserve();
     void ShowMenu(bool shown);
     // cmdSuspend shows only with Options/PowerControl "1".
     void UpdateSuspendButton();
@@ -100,6 +103,7 @@ private:
     QLabel* lblAddr_ = nullptr;
     QLabel* labelTime_ = nullptr;
     QLabel* lblTime_ = nullptr;
+    QString shownMinute_; // the minute lblTime was last worked out in
     QTableView* grid_ = nullptr;
     QToolButton* cmdRemocon_ = nullptr;
     QComboBox* cmbDeviceName_ = nullptr;

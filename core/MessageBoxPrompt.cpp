@@ -1,9 +1,13 @@
 #include "core/MessageBoxPrompt.h"
 
+#include <QGuiApplication>
+#include <QLabel>
 #include <QLoggingCategory>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QScreen>
 
+#include <algorithm>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -11,6 +15,23 @@ using namespace Qt::StringLiterals;
 namespace {
 Q_LOGGING_CATEGORY(lcPrompt, "kestrava.prompt")
 const QString Title = u"Kestrava"_s;
+
+// A box breaks a line wider than about 500 pixels anywhere, in a Japanese
+// sentence between any two characters: give each line of the text its room,
+// as far as the box's own limit on this screen allows.
+void KeepLinesWhole(QMessageBox* box, const QString& text) {
+    auto* label = box->findChild<QLabel*>(u"qt_msgbox_label"_s);
+    const QScreen* screen = QGuiApplication::primaryScreen();
+    if (!label || !screen)
+        return;
+    const int screenWidth = screen->availableGeometry().width();
+    const int boxLimit = screenWidth <= 1024 ? screenWidth : std::min(screenWidth - 480, 1000);
+    int widest = 0;
+    for (const QString& line : text.split(u'\n'))
+        widest = std::max(widest, label->fontMetrics().horizontalAdvance(line.trimmed()));
+    // The icon and the margins take the rest of the box.
+    label->setMinimumWidth(std::min(widest + 4, boxLimit - 120));
+}
 
 // The boxes speak Japanese whatever the desktop's language: the texts name
 // the buttons ('はい', 'いいえ').
@@ -26,6 +47,7 @@ QMessageBox* MakeBox(QMessageBox::Icon icon, const QString& text,
     for (const auto& [which, name] : names)
         if (QAbstractButton* b = box->button(which))
             b->setText(name);
+    KeepLinesWhole(box, text);
     return box;
 }
 

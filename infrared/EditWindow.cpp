@@ -48,7 +48,7 @@ EditWindow::EditWindow(Application& app, TiraDevice& device, RemoteWindows& remo
     connect(cmbDeviceName, &QComboBox::activated, this, [this] {
         if (busy())
             return;
-        remotes_.UnloadAll();
+        unloadDesigns();
         selectDevice();
     });
     connect(cmdDelRem, &QPushButton::clicked, this, &EditWindow::deleteRemote);
@@ -152,7 +152,7 @@ void EditWindow::deleteRemote() {
     if (app_.prompt.Question(DeleteRemoteText(deviceName())) != UserPrompt::Answer::Yes)
         return;
     DeleteRemote(app_.folder, app_.settings, slot(), deviceName());
-    remotes_.UnloadAll();
+    unloadDesigns();
     fillDevices();
     selectDevice();
     emit devicesChanged();

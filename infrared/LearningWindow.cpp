@@ -23,6 +23,8 @@
 #include <QScreen>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 const QString LearningWindow::Title = u"Kestrava - リモコン信号の学習"_s;
@@ -211,18 +213,53 @@ RemoteWindow* LearningWindow::designWindow() const {
 }
 
 RemoteWindow* LearningWindow::showDesign(int design) {
-    remotes_.UnloadAll();
+    unloadDesigns();
     app_.state.RemoteLive = false;
     RemoteWindow* w = remotes_.Open(design);
     shownDesign_ = w ? design : 0;
     if (!w)
         return nullptr;
+    const QString key = u"Remote"_s + QString::number(design);
+    keptPlace_ = {design, app_.settings.ReadIni(u"Pos", key + u"_T"_s),
+                  app_.settings.ReadIni(u"Pos", key + u"_L"_s)};
+    placeBeside(w);
     w->setDeviceName(deviceName());
     // Keys not learned yet show their number, to be told apart when clicked.
     for (int k = 0; k < w->buttonCount(); ++k)
         w->setFunction(k, captions_[size_t(k)].isEmpty() ? RemoteWindow::Placeholder(k)
                                                          : captions_[size_t(k)]);
     return w;
+}
+
+void LearningWindow::unloadDesigns() {
+    remotes_.UnloadAll();
+    // The picture stood beside this window only while learning: the remote
+    // keeps the place its owner gave it.
+    if (keptPlace_.design) {
+        const QString key = u"Remote"_s + QString::number(keptPlace_.design);
+        app_.settings.WriteIni(u"Pos", key + u"_T"_s, keptPlace_.top);
+        app_.settings.WriteIni(u"Pos", key + u"_L"_s, keptPlace_.left);
+        keptPlace_ = {};
+    }
+}
+
+void LearningWindow::placeBeside(QWidget* picture) const {
+    // Right of this window where the screen has room, else left of it; the
+    // tops level, and all of it on the screen.
+    QScreen* screen = this->screen() ? this->screen() : QGuiApplication::primaryScreen();
+    if (!screen)
+        return;
+    constexpr int Gap = 8;
+    const QRect area = screen->availableGeometry();
+    const QRect me = frameGeometry();
+    const QSize size = picture->frameGeometry().size();
+    int x = me.right() + 1 + Gap;
+    if (x + size.width() > area.right() + 1)
+        x = me.left() - Gap - size.width();
+    x = std::clamp(x, area.left(), std::max(area.left(), area.right() + 1 - size.width()));
+    const int y =
+        std::clamp(me.top(), area.top(), std::max(area.top(), area.bottom() + 1 - size.height()));
+    picture->move(x, y);
 }
 
 QString LearningWindow::NameProblem(const QString& name) {
@@ -451,7 +488,7 @@ void LearningWindow::closeEvent(QCloseEvent* event) {
     }
     event->accept();
     // Unload: the pictures go, the place is kept, the temporaries are removed.
-    remotes_.UnloadAll();
+    unloadDesigns();
     storePosition();
     LearningSession::RemoveTempFiles(app_.folder);
 }
@@ -459,7 +496,7 @@ void LearningWindow::closeEvent(QCloseEvent* event) {
 void LearningWindow::restorePosition() {
     const QString top = app_.settings.ReadIni(u"Pos", positionKey_ + u"_T"_s);
     if (top.isEmpty()) {
-        // First use: the middle of the screen, clear of the remote in its corner.
+        // First use: the middle of the screen, with room for the picture beside.
         if (QScreen* screen = QGuiApplication::primaryScreen()) {
             QRect frame(QPoint(), sizeHint());
             frame.moveCenter(screen->availableGeometry().center());

@@ -98,6 +98,8 @@ protected:
     // Opens the chosen design's window (closing the others) and puts the
     // captions on it; nullptr when no design is chosen.
     RemoteWindow* showDesign(int design);
+    // Closes the pictures; a remote moved beside this window gets its own place back.
+    void unloadDesigns();
     RemoteWindow* designWindow() const;
     void addLine(const QString& function, int button, int data, bool learnedHere);
     // Why a device or function name cannot be used, "" when it can: it names
@@ -128,6 +130,7 @@ private:
     void deleteSelected();
     void restorePosition();
     void storePosition();
+    void placeBeside(QWidget* picture) const;
 
     QString positionKey_;
     QString lastFunction_;
@@ -135,4 +138,8 @@ private:
     int busy_ = 0;
     bool closePending_ = false;
     QPointer<QObject> pictureLoop_;
+    struct KeptPlace {
+        int design = 0;
+        QString top, left; // Pos/Remote<design>_T and _L before it came beside
+    } keptPlace_;
 };

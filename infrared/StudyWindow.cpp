@@ -78,7 +78,7 @@ QString StudyWindow::deviceName() const {
 }
 
 void StudyWindow::optionClicked(int optionIndex) {
-    remotes_.UnloadAll();
+    unloadDesigns();
     app_.state.RemoteLive = false;
     shownDesign_ = 0;
     if (optionIndex == AirconOption &&

@@ -16,12 +16,14 @@
 #include <QEvent>
 #include <QGridLayout>
 #include <QGroupBox>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLoggingCategory>
 #include <QPushButton>
 #include <QRadioButton>
+#include <QScreen>
 #include <QTableWidget>
 #include <QVBoxLayout>
 
@@ -126,6 +128,9 @@ AddNewWindow::AddNewWindow(Application& app, QWidget* parent)
     grid_->setColumnWidth(0, 600 / TwipsPerPixel);
     for (int c = 1; c < ReserveGrid::ColumnCount; ++c)
         grid_->setColumnWidth(c, ReserveGrid::ColumnTwips[c] / TwipsPerPixel);
+    // The names share what the box has beyond the fixed columns.
+    for (int c : {int(ReserveGrid::Device), int(ReserveGrid::Function)})
+        grid_->horizontalHeader()->setSectionResizeMode(c, QHeaderView::Stretch);
     grid_->verticalHeader()->hide();
     grid_->setEditTriggers(QAbstractItemView::NoEditTriggers);
     grid_->setSelectionBehavior(QAbstractItemView::SelectRows);
@@ -152,8 +157,14 @@ AddNewWindow::AddNewWindow(Application& app, QWidget* parent)
     // The place of the last time.
     const QString top = s.ReadIni(u"Pos", u"AddNew_T");
     const QString left = s.ReadIni(u"Pos", u"AddNew_L");
-    if (!top.isEmpty() && !left.isEmpty())
+    if (!top.isEmpty() && !left.isEmpty()) {
         move(int(Val(left) / TwipsPerPixel), int(Val(top) / TwipsPerPixel));
+    } else if (QScreen* screen = QGuiApplication::primaryScreen()) {
+        // First use: the middle of the screen, not over the main window.
+        QRect frame(QPoint(), size());
+        frame.moveCenter(screen->availableGeometry().center());
+        move(frame.topLeft());
+    }
 
     const bool h24 = s.ReadIni(u"DataFormat", u"Time") == u"24hours";
     option_[h24 ? 5 : 4]->setChecked(true);

@@ -47,7 +47,7 @@ public:
     std::function<void()> hibernate;
 
 signals:
-    void timeShown(const QString& text); // "yyyy/mm/dd hh:mm:ss", for lblTime
+    void timeShown(const QString& text); // each tick: the present "yyyy/mm/dd hh:mm:ss"
     void fired(const QString& device, const QString& function);
     void stopped();
 

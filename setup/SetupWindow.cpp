@@ -360,7 +360,7 @@ QWidget* SetupWindow::buildReserveTab() {
     connect(cmbInterval_, &QComboBox::currentIndexChanged, this, [this](int i) {
         if (loading_ || i < 0)
             return;
-        const int ms = qRound(IntervalSeconds[i].toDouble() * 1000);
+        const qint64 ms = qRound64(cmbInterval_->itemText(i).toDouble() * 1000);
         app_.settings.WriteIni(u"Options", u"Interval", QString::number(ms));
     });
     connect(chkTakePic_, &QCheckBox::clicked, this, [this](bool on) {
@@ -448,12 +448,14 @@ void SetupWindow::load() {
     (s.ReadIni(u"Power", u"HibernOrSuspend") == u"Suspend" ? option1_ : option2_)->setChecked(true);
     if (QAbstractButton* b = optAutoStart_->button(int(Val(s.ReadIni(u"Startup", u"WithWindows")))))
         b->setChecked(true);
-    // No entry matches an unset or odd pause: none is shown rather than a wrong one.
-    cmbInterval_->setCurrentIndex(-1);
-    const qint64 interval = Val(s.ReadIni(u"Options", u"Interval"));
-    for (int i = 0; i < IntervalSeconds.size(); ++i)
-        if (qRound(IntervalSeconds[i].toDouble() * 1000) == interval)
-            cmbInterval_->setCurrentIndex(i);
+    // The pause in force: 2 s while the key is empty, and one not on the list
+    // (written by hand) as it stands.
+    const QString interval = s.ReadIni(u"Options", u"Interval");
+    const QString seconds =
+        QString::number(double(interval.isEmpty() ? 2000 : Val(interval)) / 1000);
+    if (cmbInterval_->findText(seconds) < 0)
+        cmbInterval_->addItem(seconds);
+    cmbInterval_->setCurrentText(seconds);
     chkTakePic_->setChecked(s.ReadIni(u"Options", u"TakePic") == u"1");
 
     const QString top = s.ReadIni(u"Pos", u"Setup_T"), left = s.ReadIni(u"Pos", u"Setup_L");

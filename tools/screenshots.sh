@@ -2,8 +2,9 @@
 # Runs Kestrava on a fresh demo folder under Xvfb, drives it with xdotool as a
 # person would, and saves screenshots for looking at (they are not committed):
 # the main window with and without its menu, the six on-screen remotes, each
-# step of the learning wizard, the editor and its boxes, and every page of the
-# settings dialog. It waits for each window and each change of the screen, so
+# step of the learning wizard, the editor and its boxes, every page of the
+# settings dialog, and the reservation dialog adding a daily reservation that
+# the main window then shows as the next one. It waits for each window and each change of the screen, so
 # it runs beside another instance and on a loaded machine.
 #
 #   tools/screenshots.sh [OUTDIR]     (default build/screenshots)
@@ -171,7 +172,8 @@ place "$editor"
 at "$editor" $((WIDTH - 70)) 40 # 選択した機器を削除: asks first
 screen 18-editor-delete-question
 key Escape
-act xdotool windowclose "$editor"
+place "$editor"
+at "$editor" $((WIDTH - 50)) $((HEIGHT - 24)) # キャンセル
 
 # The settings dialog, page by page; キャンセル keeps what was clicked, and
 # nothing is clicked here.
@@ -189,4 +191,20 @@ for page in tira web notify-mail notify-dns power reserve; do
     [ "$page" = notify-mail ] || key ctrl+Tab
 done
 key Escape
+
+# The reservation dialog, from the main window's 予約追加: every day at 07:30
+# AM, then the main window with it as the next reservation.
+click 119 167
+reserve=$(window '予約の追加')
+screen 25-reserve-open
+at "$reserve" 30 82 # 毎日
+at "$reserve" 60 183 # the hour
+key $(printf 'Down %.0s' $(seq 7)) Return
+at "$reserve" 224 183 # the minute
+key $(printf 'Down %.0s' $(seq 30)) Return
+at "$reserve" 519 283 # 追加
+shot 26-reserve-added "$reserve"
+at "$reserve" 588 495 # 閉じる
+import -window root -crop 400x180+0+0 +repage "$out/27-main-next-reservation.png"
+echo "  27-main-next-reservation.png"
 echo "sim-transmit.log: $(wc -l <"$work/home/sim-transmit.log") transmissions"

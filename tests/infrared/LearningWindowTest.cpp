@@ -8,6 +8,7 @@
 #include <QGroupBox>
 #include <QLabel>
 #include <QRadioButton>
+#include <QScreen>
 #include <QSignalSpy>
 
 #include <gtest/gtest.h>
@@ -22,9 +23,12 @@ const QColor Red(255, 0, 0);
 } // namespace
 
 // The wizard (the plain road runs in DesktopRoad): the chosen design shows at
-// once, locks after the first signal; 完了 closes everything and leaves no temporary.
+// once beside it, locks after the first signal; 完了 closes everything, leaves
+// no temporary, and the remote its own place.
 TEST(StudyWindow, LearnsFunctionsAndStoresThemAtTheEnd) {
     LearningDesk d;
+    d.t.settings.WriteIni(u"Pos", u"Remote4_T", u"1500");
+    d.t.settings.WriteIni(u"Pos", u"Remote4_L", u"3000");
     auto* w = d.study();
     EXPECT_EQ(w->txtDeviceName->text(), u"無題"_s);
     ASSERT_NE(d.remotes.window(2), nullptr);
@@ -32,6 +36,11 @@ TEST(StudyWindow, LearnsFunctionsAndStoresThemAtTheEnd) {
     QTest::mouseClick(w->optSelRemote[3], Qt::LeftButton); // テレビ20ボタン
     EXPECT_EQ(d.remotes.window(2), nullptr);
     ASSERT_NE(d.remotes.window(4), nullptr);
+    const QRect picture = d.remotes.window(4)->frameGeometry();
+    const QRect area = w->screen()->availableGeometry();
+    EXPECT_FALSE(picture.intersects(w->frameGeometry()));
+    EXPECT_TRUE(area.contains(picture));
+    EXPECT_EQ(picture.top(), std::max(w->frameGeometry().top(), area.top()));
     w->txtDeviceName->setText(u"居間テレビ"_s);
     d.learn(w, u"電源"_s, 0);
     EXPECT_EQ(TextColour(w->lblStep[0]), Red); // back at the first step
@@ -48,6 +57,7 @@ TEST(StudyWindow, LearnsFunctionsAndStoresThemAtTheEnd) {
     EXPECT_TRUE(QDir(d.t.root()).entryList({u"*.tmp"_s}).isEmpty());
     EXPECT_EQ(d.remotes.window(4), nullptr);
     EXPECT_FALSE(d.t.settings.ReadIni(u"Pos", u"Study_T").isEmpty());
+    EXPECT_EQ(d.t.settings.ReadIni(u"Pos", u"Remote4_L"), u"3000"_s);
     EXPECT_FALSE(d.device.TiraActive);
     EXPECT_TRUE(d.prompt.shown.isEmpty()) << d.prompt.shown.join(u'\n').toStdString();
 }

@@ -1,5 +1,6 @@
 #include "remotes/RemoteWindow.h"
 #include "core/MessageBoxPrompt.h"
+#include "infrared/EditWindow.h"
 #include "remotes/DesignLayout.h"
 #include "support/LearningDesk.h"
 
@@ -272,4 +273,19 @@ TEST(RemoteWindow, RepeatedFailuresShareOneBoxPerKind) {
     ASSERT_EQ(boxes.size(), 1);
     EXPECT_EQ(boxes[0]->text(), u"送信できませんでした。"_s);
     boxes[0]->close();
+}
+
+// A sentence is not broken inside: the editor's delete question stays one line.
+TEST(RemoteWindow, BoxesKeepASentenceOnOneLine) {
+    QWidget desk;
+    MessageBoxPrompt prompt(&desk);
+    const QString text = EditWindow::DeleteRemoteText(u"寝室テレビ"_s);
+    prompt.Notify(text);
+    auto* box = desk.findChild<QMessageBox*>();
+    ASSERT_NE(box, nullptr);
+    QCoreApplication::processEvents();
+    auto* label = box->findChild<QLabel*>(u"qt_msgbox_label"_s);
+    ASSERT_NE(label, nullptr);
+    EXPECT_GE(label->width(), label->fontMetrics().horizontalAdvance(text));
+    box->close();
 }

@@ -106,14 +106,14 @@ TEST(AddNewWindow, AddsMovesAndDeletesOnOneMoment) {
     EXPECT_FALSE(d.t.settings.ReadIni(u"Pos", u"AddNew_T").isEmpty());
 }
 
-// The main window shows the grid and the clock, and cmdDelRes opens the
+// The main window shows the grid and the next reservation, and cmdDelRes opens the
 // dialog on the selected row's moment.
 TEST(AddNewWindow, EditOpensOnTheSelectedRowsMoment) {
     Desk d;
     d.t.writeFile(u"testmode/reserve/0100100 21_30", "A|x\r\nB|y\r\n");
     d.app.scheduler.FillGrid();
     d.app.scheduler.Tick();
-    EXPECT_EQ(d.in<QLabel>(d.window.get(), u"lblTime"_s)->text(), u"2026/11/23 12:00:30"_s);
+    EXPECT_EQ(d.in<QLabel>(d.window.get(), u"lblTime"_s)->text(), u"2026/11/23 21:30"_s);
     auto* grid = d.in<QTableView>(d.window.get(), u"MSFlexGrid1"_s);
     EXPECT_EQ(grid->model()->rowCount(), 3);
     grid->setCurrentIndex(grid->model()->index(1, 1));

@@ -83,6 +83,14 @@ TEST(SetupWindow, ClicksStayAfterCancelAndTextsWaitForOK) {
     QTest::keyClicks(Desk::find<QLineEdit>(w.get(), u"txtWebPass"_s), u"secret"_s);
     EXPECT_EQ(d.app.state.WebPass, u"secret"_s);
 
+    // The pause between reservations shows the 2 s of an empty key; a pick is
+    // written at once.
+    auto* interval = Desk::find<QComboBox>(w.get(), u"cmbInterval"_s);
+    EXPECT_EQ(interval->currentText(), u"2"_s);
+    EXPECT_TRUE(d.ini(u"Options", u"Interval").isEmpty());
+    interval->setCurrentText(u"0.5"_s);
+    EXPECT_EQ(d.ini(u"Options", u"Interval"), u"500"_s);
+
     QSignalSpy closed(&d.app, &Application::setupClosed);
     Desk::click(w.get(), u"cmdCancel"_s);
     EXPECT_EQ(closed.size(), 1);
@@ -95,7 +103,9 @@ TEST(SetupWindow, ClicksStayAfterCancelAndTextsWaitForOK) {
 
     // A failed lookup turns internet use off again.
     lookup.answer = HttpStandIn::Response("500 Oops", "");
+    d.t.settings.WriteIni(u"Options", u"Interval", u"1500"); // by hand, not on the list
     auto again = d.open();
+    EXPECT_EQ(Desk::find<QComboBox>(again.get(), u"cmbInterval"_s)->currentText(), u"1.5"_s);
     ASSERT_TRUE(QTest::qWaitFor([&] { return d.ini(u"Options", u"Internet") == u"0"; }));
     EXPECT_EQ(Desk::find<QLabel>(again.get(), u"lblINetAddr"_s)->text(), u"取得できませんでした"_s);
     EXPECT_FALSE(Desk::find<QCheckBox>(again.get(), u"chkINetAccess"_s)->isChecked());

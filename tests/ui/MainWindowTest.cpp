@@ -1,7 +1,7 @@
 #include "core/MainWindow.h"
 #include "core/Application.h"
-#include "core/Clock.h"
 #include "power/Power.h"
+#include "support/FixedClock.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 
@@ -23,7 +23,7 @@ namespace {
 
 struct Desktop {
     TempFolder t;
-    SystemClock clock;
+    FixedClock clock{QDateTime(QDate(2026, 11, 23), QTime(12, 0, 30))};
     ScriptedPrompt prompt;
     Application app{t.folder, t.settings, clock, prompt};
     MainWindow window{app};
@@ -177,6 +177,24 @@ TEST(MainWindow, DeviceListOpensRemote) {
     QTRY_VERIFY_WITH_TIMEOUT(!combo->isVisible(), 2000);
 }
 
+// 次の予約 shows when the next reservation is due, never the clock: it follows
+// the grid, and a new minute moves a daily row that came due on to tomorrow.
+TEST(MainWindow, NextReservation) {
+    Desktop d;
+    d.window.ShowAtStart();
+    auto* next = d.find<QLabel>(u"lblTime"_s);
+    d.app.scheduler.Tick();
+    EXPECT_EQ(next->text(), QString());
+
+    d.t.writeFile(u"reserve/1111111 12_01"_s, "A|a\r\n");
+    d.t.writeFile(u"reserve/2026_11_24 08_00"_s, "B|b\r\n");
+    d.app.scheduler.FillGrid();
+    EXPECT_EQ(next->text(), u"2026/11/23 12:01"_s);
+    d.clock.at = d.clock.at.addSecs(30);
+    d.app.scheduler.Tick();
+    EXPECT_EQ(next->text(), u"2026/11/24 08:00"_s);
+}
+
 // The hibernate button follows PowerControl; a reservation in 5 minutes, to
 // the minute, only gives the message; otherwise the countdown window shows
 // and its cancel ends the countdown there and then.
@@ -192,7 +210,7 @@ TEST(MainWindow, SuspendButtonAndCountdownWindow) {
     on.window.ShowAtStart();
     EXPECT_TRUE(on.find(u"cmdSuspend"_s)->isVisible());
 
-    const QDateTime soon = QDateTime::currentDateTime().addSecs(5 * 60);
+    const QDateTime soon = off.clock.at.addSecs(5 * 60);
     off.t.writeFile(u"reserve/"_s + soon.toString(u"yyyy_MM_dd HH_mm"), "A|a\r\n");
     off.app.scheduler.FillGrid();
     off.click(u"cmdSuspend"_s);
