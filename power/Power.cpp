@@ -13,6 +13,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QLoggingCategory>
+#include <QSet>
 
 #include <map>
 
@@ -159,19 +160,52 @@ bool Power::SetResumeTask(const QDateTime& when) {
     return true;
 }
 
-QString MacAddress(const QString& netDir) {
+QString MacAddress(const QString& netDir, const QString& routeFile) {
     auto read = [&](const QString& nic, const char16_t* file) {
         QFile f(netDir + u'/' + nic + u'/' + QString::fromUtf16(file));
         return f.open(QIODevice::ReadOnly) ? QString::fromLatin1(f.readAll().trimmed()) : QString();
     };
-    std::map<int, QString> byIndex;
-    for (const QString& nic : QDir(netDir).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+    // The IPv4 routes: which interfaces have an address, and which carry the
+    // default route at what metric.
+    QSet<QString> routed;
+    std::multimap<qint64, QString> defaults;
+    QFile routes(routeFile);
+    if (routes.open(QIODevice::ReadOnly)) {
+        routes.readLine(); // the column names
+        while (!routes.atEnd()) {
+            const QList<QByteArray> f = routes.readLine(4096).simplified().split(' ');
+            if (f.size() < 8)
+                continue;
+            const QString nic = QString::fromLatin1(f[0]);
+            constexpr uint RouteUp = 0x1;
+            bool ok = false;
+            const uint flags = f[3].toUInt(&ok, 16);
+            if (!ok || !(flags & RouteUp))
+                continue;
+            routed.insert(nic);
+            if (f[1].toUInt(&ok, 16) == 0 && ok && f[7].toUInt(&ok, 16) == 0 && ok)
+                defaults.emplace(f[6].toLongLong(), nic);
+        }
+    }
+    auto usable = [&](const QString& nic) {
         constexpr int LoopbackType = 772;
         const QString mac = read(nic, u"address");
         if (read(nic, u"type").toInt() == LoopbackType || mac.isEmpty() ||
             mac.count(u'0') + mac.count(u':') == mac.size())
+            return QString();
+        return mac.toUpper();
+    };
+    for (const auto& [metric, nic] : defaults)
+        if (const QString mac = usable(nic); !mac.isEmpty())
+            return mac;
+    // No default route with a hardware address (offline, or a tunnel): a
+    // network card, one with an address before one without.
+    std::map<std::pair<bool, int>, QString> cards;
+    for (const QString& nic : QDir(netDir).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        if (!QFileInfo::exists(netDir + u'/' + nic + u"/device"_s))
             continue;
-        byIndex.emplace(read(nic, u"ifindex").toInt(), mac.toUpper());
+        if (const QString mac = usable(nic); !mac.isEmpty())
+            cards.emplace(std::pair(!routed.contains(nic), read(nic, u"ifindex").toInt()), mac);
     }
-    return byIndex.empty() ? QString() : byIndex.begin()->second;
+    return cards.empty() ? QString() : cards.begin()->second;
 }

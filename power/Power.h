@@ -60,6 +60,9 @@ private:
     bool notWritableTold_ = false;
 };
 
-// The hardware address of the first interface under netDir (/sys/class/net) by
-// index that is no loopback and has one, upper case; "" when none has.
-QString MacAddress(const QString& netDir);
+// The hardware address for waking the machine, upper case: that of the
+// interface carrying the default route in routeFile (/proc/net/route), else of
+// the first network card under netDir (/sys/class/net) by index, one with an
+// IPv4 route before one without; "" when there is none.
+QString MacAddress(const QString& netDir,
+                   const QString& routeFile = QStringLiteral("/proc/net/route"));

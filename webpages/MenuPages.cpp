@@ -2,6 +2,7 @@
 
 #include "core/Settings.h"
 #include "remotes/Registry.h"
+#include "webserver/Codecs.h"
 #include "webserver/Dispatcher.h"
 
 #include <vector>
@@ -40,10 +41,12 @@ std::vector<ListedDevice> listedDevices(SettingsStore& settings, bool withDesign
     return out;
 }
 
-// Names go out as they stand, in the link too.
+// Names go out as they stand, in the link too, but for the characters that
+// would make them markup.
 QString deviceLink(const QString& page, const ListedDevice& d) {
-    return u"・<a href=\""_s + page + u"?DevID="_s + QString::number(d.id) + u"&Button=&Device="_s +
-           d.name + u"\">"_s + d.name + u"</a><BR>"_s;
+    const QString name = HtmlEscape(d.name);
+    return u"・<a href=\""_s + HtmlEscape(page) + u"?DevID="_s + QString::number(d.id) +
+           u"&Button=&Device="_s + name + u"\">"_s + name + u"</a><BR>"_s;
 }
 
 QString menuEntry(const QString& target, const QString& text) {

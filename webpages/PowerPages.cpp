@@ -1,15 +1,19 @@
 #include "webpages/PowerPages.h"
 
 #include "core/Application.h"
-#include "core/Help.h"
 #include "core/Settings.h"
 #include "power/Power.h"
 #include "webpages/MenuPages.h"
+#include "webserver/Codecs.h"
 #include "webserver/Dispatcher.h"
+
+#include <QLoggingCategory>
 
 using namespace Qt::StringLiterals;
 
 namespace {
+Q_LOGGING_CATEGORY(lcPages, "kestrava.pages")
+
 const QString CRLF = u"\r\n"_s;
 
 QString head(const QString& title) {
@@ -32,12 +36,12 @@ QString HibernPage(const QString& globalAddr, const QString& mac, const QString&
     QString out = head(u"休止状態"_s);
     out += u"<p><font size=\"2\">休止状態にしました。</font></p>"_s + CRLF;
     out +=
-        u"<p><font size=\"2\">電源を再投入するには、<a href=\""_s + wakeLink +
+        u"<p><font size=\"2\">電源を再投入するには、<a href=\""_s + HtmlEscape(wakeLink) +
         u"\">こちらのリンク</a>に現在のIPアドレス、MACアドレスを入力してください。</font></p>"_s +
         CRLF;
-    const QString shown = globalAddr.isEmpty() ? u"不明"_s : globalAddr;
+    const QString shown = globalAddr.isEmpty() ? u"不明"_s : HtmlEscape(globalAddr);
     out += u"<p><font size=\"2\">IPアドレス："_s + shown + u"</font><BR>"_s + CRLF;
-    out += u"<font size=\"2\">MACアドレス："_s + mac + u"</font></p>"_s + CRLF;
+    out += u"<font size=\"2\">MACアドレス："_s + HtmlEscape(mac) + u"</font></p>"_s + CRLF;
     if (globalAddr.isEmpty())
         out += u"<p><font size=\"2\">※グローバルIPアドレスが取得できませんでした。<BR>"
                u"Kestravaの設定でインターネット側からのアクセスを受け付ける設定になっているか"
@@ -47,17 +51,20 @@ QString HibernPage(const QString& globalAddr, const QString& mac, const QString&
     return out;
 }
 
-void InstallPowerPages(Dispatcher& dispatcher, Application& app, const QString& netDir) {
+void InstallPowerPages(Dispatcher& dispatcher, Application& app, const QString& netDir,
+                       const QString& routeFile) {
     dispatcher.SetGenerator(u"confirm.asp"_s, [](const PageRequest&) { return ConfirmPage(); });
-    dispatcher.SetGenerator(u"hibern.asp"_s, [&app, netDir](const PageRequest&) {
-        // Without a portal of the owner's, the help page on waking from outside.
+    dispatcher.SetGenerator(u"hibern.asp"_s, [&app, netDir, routeFile](const PageRequest& r) {
+        // Without a portal of the owner's, the help on waking from outside,
+        // served by this server so that a browser elsewhere can open it.
         const QString portal = app.settings.ReadIni(u"Power", u"WakePortal");
-        QString link = portal + u"mp/default.asp"_s;
-        if (portal.isEmpty()) {
-            const QUrl help = HelpPageUrl(u"wake.html"_s);
-            link = help.isEmpty() ? u"wake.html"_s : help.toString(QUrl::FullyEncoded);
+        const QString link = portal.isEmpty() ? u"/help/wake.html"_s : portal + u"mp/default.asp"_s;
+        const QString page = HibernPage(app.state.GlobalAddr, MacAddress(netDir, routeFile), link);
+        if (app.settings.ReadIni(u"Options", u"PowerControl") != u"1") {
+            qCInfo(lcPages).noquote() << "hibern.asp from" << r.remoteAddress
+                                      << "puts nothing to sleep: Options/PowerControl is not 1";
+            return page;
         }
-        const QString page = HibernPage(app.state.GlobalAddr, MacAddress(netDir), link);
         // The delay lets the page reach the browser before the machine goes down.
         app.power->timHibern.start();
         return page;

@@ -10,7 +10,9 @@ QString ConfirmPage(); // confirm.asp
 // shown as unknown, with a warning.
 QString HibernPage(const QString& globalAddr, const QString& mac, const QString& wakeLink);
 
-// Routes confirm.asp, and hibern.asp, which also arms the delayed sleep. The
-// MAC address comes from the interfaces under netDir.
+// Routes confirm.asp, and hibern.asp, which also arms the delayed sleep when
+// Options/PowerControl is "1". The MAC address comes from the interfaces under
+// netDir and the routes in routeFile.
 void InstallPowerPages(Dispatcher& dispatcher, Application& app,
-                       const QString& netDir = QStringLiteral("/sys/class/net"));
+                       const QString& netDir = QStringLiteral("/sys/class/net"),
+                       const QString& routeFile = QStringLiteral("/proc/net/route"));

@@ -6,6 +6,7 @@
 #include "remotes/DesignLayout.h"
 #include "remotes/Registry.h"
 #include "webpages/MenuPages.h"
+#include "webserver/Codecs.h"
 #include "webserver/Dispatcher.h"
 
 #include <utility>
@@ -53,21 +54,30 @@ QString label(const QString& text) {
     QString padding;
     if (size == 8)
         padding = WideSpaces(int((6 - ShiftJis::ByteLength(text)) / 2));
-    return u"<span style=\"font-size:"_s + num(size) + u"pt\">"_s + padding + text +
+    return u"<span style=\"font-size:"_s + num(size) + u"pt\">"_s + padding + HtmlEscape(text) +
            u"</span></DIV>"_s + CRLF;
 }
 
+// A request's value inside the quoted script of an onclick attribute: escaped
+// for the script, then for the attribute.
+QString scriptText(const QString& value) {
+    QString s = value;
+    s.replace(u'\\', u"\\\\"_s).replace(u'\'', u"\\'"_s);
+    s.replace(u'\r', u"\\r"_s).replace(u'\n', u"\\n"_s);
+    return HtmlEscape(s);
+}
+
 QString buttonBlock(int design, const ButtonDef& b, const PageRequest& r) {
-    QString device = r.Device;
+    QString device = scriptText(r.Device);
     if (design == 2 && b.id == 0)
-        device += u"&Device="_s + r.Device; // this one link names the device twice
+        device += u"&Device="_s + device; // this one link names the device twice
     const QString pic = u"pic/"_s + b.picture;
     QString out = divAt(b.left, b.top);
     if (design != 1 && design != 3)
         out += CRLF;
     out += u"<IMG SRC=\""_s + pic + u".gif\" onmousedown=\"this.src='"_s + pic +
            u"-p.gif'\" onmouseup=\"this.src='"_s + pic + u".gif'\""_s + CRLF;
-    out += u"onclick=\"location.href='"_s + pageName(design) + u"?DevID="_s + r.DevID +
+    out += u"onclick=\"location.href='"_s + pageName(design) + u"?DevID="_s + scriptText(r.DevID) +
            u"&Button="_s + num(b.id) + u"&Device="_s + device + u"'\">"_s + CRLF;
     out += u"</DIV>"_s + CRLF;
     return out;
@@ -90,8 +100,9 @@ QString cellStamp(const Clock& clock) {
 }
 
 QString cellLink(const PageRequest& r, const QString& stamp, int buttonId, const QString& name) {
-    return u"・<a href=\"cremote.asp?&Dummy="_s + stamp + u"&DevID="_s + r.DevID + u"&Button="_s +
-           num(buttonId) + u"&Device="_s + r.Device + u"\">"_s + name + u"</a><BR>"_s + CRLF;
+    return u"・<a href=\"cremote.asp?&Dummy="_s + stamp + u"&DevID="_s + HtmlEscape(r.DevID) +
+           u"&Button="_s + num(buttonId) + u"&Device="_s + HtmlEscape(r.Device) + u"\">"_s +
+           HtmlEscape(name) + u"</a><BR>"_s + CRLF;
 }
 
 // The phone lists of the test devices keep their own order: 41, 40, 39.
@@ -150,8 +161,8 @@ QString GraphicRemotePage(int design, const PageRequest& r, SettingsStore& setti
         out += u"</DIV>"_s + CRLF;
     }
     out += divAt(9, 9) + panelImage(u"panelA.jpg"_s, layout->panelA) + u"</DIV>"_s + CRLF;
-    out += divAt(20, layout->nameTop) + CRLF + u"<span style=\"font-size:10pt\">"_s + r.Device +
-           u"</span></DIV>"_s + CRLF;
+    out += divAt(20, layout->nameTop) + CRLF + u"<span style=\"font-size:10pt\">"_s +
+           HtmlEscape(r.Device) + u"</span></DIV>"_s + CRLF;
 
     for (const ButtonDef& b : layout->buttons) {
         out += buttonBlock(design, b, r);
@@ -165,8 +176,8 @@ QString GraphicRemotePage(int design, const PageRequest& r, SettingsStore& setti
            CRLF + u"</DIV>"_s;
     if (camera)
         out += divAt(0, layout->reloadTop) + u"<p><font size=\"2\"><a href=\""_s +
-               pageName(design) + u"?DevID="_s + r.DevID + u"&Button=&Device="_s + r.Device +
-               u"\">画像の再読み込み</a></font></p>"_s + CRLF + u"</DIV>"_s;
+               pageName(design) + u"?DevID="_s + HtmlEscape(r.DevID) + u"&Button=&Device="_s +
+               HtmlEscape(r.Device) + u"\">画像の再読み込み</a></font></p>"_s + CRLF + u"</DIV>"_s;
     out += u"</body>"_s + CRLF + u"</html>"_s + CRLF;
     return out;
 }
@@ -175,7 +186,7 @@ QString CellRemotePage(const PageRequest& r, SettingsStore& settings, const Cloc
                        const RemotePageServices& services) {
     QString out = PageHead({false, true, u"携帯用"_s, u"<body>"_s});
     out.reserve(16384);
-    out += u"<p>機器名："_s + r.Device + u"</p>"_s + CRLF;
+    out += u"<p>機器名："_s + HtmlEscape(r.Device) + u"</p>"_s + CRLF;
     out += u"機能名をクリックするとリモコン送信されます<BR>"_s + CRLF;
 
     if (IsTestMode(settings)) {

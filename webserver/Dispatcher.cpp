@@ -70,22 +70,29 @@ void Dispatcher::SetGenerator(const QString& name, PageGenerator generator) {
     generators_[name] = std::move(generator);
 }
 
-QString Dispatcher::DispatchPage(const QString& requestPath, const QString& postBody,
-                                 const QString& remoteAddress) {
+namespace {
+
+// The lower-case page path and the parameter text of one request.
+struct Parsed {
+    QString lower;
+    QString params;
+};
+
+Parsed parse(const QString& requestPath, const QString& postBody) {
     QString path = requestPath;
     if (path.contains(u'%'))
         path = DecodeQuery(path);
 
     // The parameter text: a body wins over a query string.
     const qsizetype question = path.indexOf(u'?');
-    QString params;
+    Parsed p;
     if (question < 0 || !postBody.isEmpty()) {
         if (!postBody.isEmpty())
-            params = decodeParams(postBody);
+            p.params = decodeParams(postBody);
     } else {
-        params = path.mid(question + 1);
-        if (params.contains(u'%'))
-            params = decodeParams(params);
+        p.params = path.mid(question + 1);
+        if (p.params.contains(u'%'))
+            p.params = decodeParams(p.params);
     }
 
     if (question >= 0)
@@ -93,53 +100,63 @@ QString Dispatcher::DispatchPage(const QString& requestPath, const QString& post
     // A path without an extension in its last four characters is a folder.
     if (path.right(4).left(1) != u".")
         path += u"/default.asp";
-    const QString lower = path.toLower();
+    p.lower = path.toLower();
+    return p;
+}
+
+PageRequest extract(const QString& name, const QString& params, const QString& remoteAddress) {
+    PageRequest r;
+    r.remoteAddress = remoteAddress;
+    if (params.isEmpty())
+        return r;
+    if (name == u"add2.asp") {
+        r.R1 = ExtractParam(params, u"R1"_s);
+        r.Year = ExtractParam(params, u"Year"_s);
+        r.Month = ExtractParam(params, u"Month"_s);
+        r.Date = ExtractParam(params, u"Date"_s);
+        r.R2 = ExtractParam(params, u"R2"_s);
+        r.Hour = ExtractParam(params, u"Hour"_s);
+        r.Min = ExtractParam(params, u"Min"_s);
+        r.AMPM = ExtractParam(params, u"AMPM"_s);
+        r.B1 = ExtractParam(params, u"B1"_s);
+        r.Dev = ExtractParam(params, u"Dev"_s);
+        r.Func = ExtractParam(params, u"Func"_s);
+        r.Reserve = ExtractParam(params, u"Reserve"_s);
+        r.D0 = ExtractParam(params, u"D0"_s);
+        r.D1 = ExtractParam(params, u"D1"_s);
+        r.D2 = ExtractParam(params, u"D2"_s);
+        r.D3 = ExtractParam(params, u"D3"_s);
+        r.D4 = ExtractParam(params, u"D4"_s);
+        r.D5 = ExtractParam(params, u"D5"_s);
+        r.D6 = ExtractParam(params, u"D6"_s);
+    } else if (name == u"list.asp") {
+        r.B1 = ExtractParam(params, u"B1"_s);
+        r.ReserveList = gatherReserves(params);
+    } else if (isRemotePage(name) || name == u"cremote.asp") {
+        r.DevID = ExtractParam(params, u"DevID"_s);
+        r.Device = ExtractParam(params, u"Device"_s);
+        r.Button = ExtractParam(params, u"Button"_s);
+    }
+    return r;
+}
+
+} // namespace
+
+QString Dispatcher::DispatchPage(const QString& requestPath, const QString& postBody,
+                                 const QString& remoteAddress) {
+    const Parsed p = parse(requestPath, postBody);
 
     // Cut every parameter out before the first generator runs: a generator may
     // wait with events running, and another request may be dispatched then.
     std::vector<std::pair<QString, PageRequest>> matches;
-    for (const QString& name : PageNames()) {
-        if (!lower.contains(name))
-            continue;
-        PageRequest r;
-        r.remoteAddress = remoteAddress;
-        if (!params.isEmpty()) {
-            if (name == u"add2.asp") {
-                r.R1 = ExtractParam(params, u"R1"_s);
-                r.Year = ExtractParam(params, u"Year"_s);
-                r.Month = ExtractParam(params, u"Month"_s);
-                r.Date = ExtractParam(params, u"Date"_s);
-                r.R2 = ExtractParam(params, u"R2"_s);
-                r.Hour = ExtractParam(params, u"Hour"_s);
-                r.Min = ExtractParam(params, u"Min"_s);
-                r.AMPM = ExtractParam(params, u"AMPM"_s);
-                r.B1 = ExtractParam(params, u"B1"_s);
-                r.Dev = ExtractParam(params, u"Dev"_s);
-                r.Func = ExtractParam(params, u"Func"_s);
-                r.Reserve = ExtractParam(params, u"Reserve"_s);
-                r.D0 = ExtractParam(params, u"D0"_s);
-                r.D1 = ExtractParam(params, u"D1"_s);
-                r.D2 = ExtractParam(params, u"D2"_s);
-                r.D3 = ExtractParam(params, u"D3"_s);
-                r.D4 = ExtractParam(params, u"D4"_s);
-                r.D5 = ExtractParam(params, u"D5"_s);
-                r.D6 = ExtractParam(params, u"D6"_s);
-            } else if (name == u"list.asp") {
-                r.B1 = ExtractParam(params, u"B1"_s);
-                r.ReserveList = gatherReserves(params);
-            } else if (isRemotePage(name) || name == u"cremote.asp") {
-                r.DevID = ExtractParam(params, u"DevID"_s);
-                r.Device = ExtractParam(params, u"Device"_s);
-                r.Button = ExtractParam(params, u"Button"_s);
-            }
-        }
-        matches.emplace_back(name, std::move(r));
-    }
+    for (const QString& name : PageNames())
+        if (p.lower.contains(name))
+            matches.emplace_back(name, extract(name, p.params, remoteAddress));
 
     QString page;
     for (const auto& [name, request] : matches) {
         // add2.asp acts on a form; without one it is an empty page.
-        if (name == u"add2.asp" && params.isEmpty()) {
+        if (name == u"add2.asp" && p.params.isEmpty()) {
             page.clear();
             continue;
         }
@@ -149,4 +166,18 @@ QString Dispatcher::DispatchPage(const QString& requestPath, const QString& post
         page = generator ? generator(request) : QString();
     }
     return page;
+}
+
+bool Dispatcher::Acts(const QString& requestPath, const QString& postBody) {
+    const Parsed p = parse(requestPath, postBody);
+    for (const QString& name : PageNames()) {
+        if (!p.lower.contains(name))
+            continue;
+        const PageRequest r = extract(name, p.params, {});
+        if (name == u"hibern.asp" || (name == u"add2.asp" && !p.params.isEmpty()) ||
+            (name == u"list.asp" && (!r.B1.isEmpty() || !r.ReserveList.isEmpty())) ||
+            !r.Button.isEmpty())
+            return true;
+    }
+    return false;
 }

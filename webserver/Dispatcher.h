@@ -38,6 +38,11 @@ public:
     QString DispatchPage(const QString& path, const QString& postBody,
                          const QString& remoteAddress);
 
+    // Whether the request would do something beyond showing a page: press a
+    // key, change reservations, put the machine to sleep. Read as DispatchPage
+    // reads it.
+    static bool Acts(const QString& path, const QString& postBody);
+
 private:
     std::map<QString, PageGenerator> generators_;
 };

@@ -4,6 +4,8 @@
 #include "core/ShiftJis.h"
 #include "webserver/Codecs.h"
 
+#include <QUrl>
+
 using namespace Qt::StringLiterals;
 
 namespace Http {
@@ -170,17 +172,37 @@ Request ParseRequest(const QString& text) {
     return r;
 }
 
+bool FromAnotherSite(const Request& r) {
+    const qsizetype end = headerEnd(r.text);
+    const qsizetype headerBytes = end < 0 ? r.text.size() : end;
+    if (headerValue(r.text, headerBytes, u"sec-fetch-site")
+            .compare(u"cross-site", Qt::CaseInsensitive) == 0)
+        return true;
+    const QString host = QUrl(u"http://"_s + r.host).host();
+    for (const QStringView name : {u"origin", u"referer"}) {
+        const QString value = headerValue(r.text, headerBytes, name);
+        if (value.isEmpty())
+            continue;
+        const QString from = QUrl(value).host();
+        if (from.isEmpty() || from != host)
+            return true;
+    }
+    return false;
+}
+
 Route ClassifyPath(const QString& path, bool redirectArmed) {
     const QString lower = path.toLower();
     const QString last3 = right(lower, 3);
     const bool dotless = !right(path, 4).contains(u'.');
     const qsizetype asp = lower.indexOf(u".asp"_s);
     const qsizetype query = path.indexOf(u'?');
-    if (last3 == u"asp" || last3 == u"htm" || (redirectArmed && dotless) ||
-        (asp >= 0 && query == asp + 4))
+    if (last3 == u"asp" || last3 == u"htm" || (asp >= 0 && query == asp + 4))
         return Route::Page;
+    // The help pages are files by their own names, ".html" too.
+    if (path.startsWith(u"/help/") && path.section(u'/', -1).contains(u'.'))
+        return Route::File;
     if (dotless)
-        return Route::Redirect;
+        return redirectArmed ? Route::Page : Route::Redirect;
     return Route::File;
 }
 
@@ -240,6 +262,11 @@ QByteArray FileNotFoundResponse(const QString& date) {
     return respond(u"HTTP/1.1 404 Object Not Found\r\n"_s + ServerLine + u"Date: "_s + date +
                        u"\r\nConnection: Close\r\n"_s,
                    u"<html>\r\n404 Not Found\r\n</html>\r\n"_s, false);
+}
+
+QByteArray ForbiddenResponse(const QString& date) {
+    return respond(u"HTTP/1.1 403 Forbidden\r\n"_s + ServerLine + u"Date: "_s + date + CRLF,
+                   u"<html>\r\n403 Forbidden\r\n</html>\r\n"_s);
 }
 
 QByteArray FileResponseHead(qint64 size, qint64 start, const QString& typeLines,

@@ -33,10 +33,17 @@ struct Request {
 
 Request ParseRequest(const QString& text);
 
+// Whether the browser says the request comes from a page of another site:
+// Sec-Fetch-Site: cross-site, or an Origin or Referer whose host is not the
+// Host's. Ports are not compared (a proxy in front may change them); an Origin
+// or Referer without a host ("null") counts as another site. A request without
+// these headers comes from nowhere in particular.
+bool FromAnotherSite(const Request& r);
+
 enum class Route { Page, Redirect, File };
 
 // redirectArmed: a redirect went out less than 5 seconds ago; dotless paths
-// are then pages.
+// are then pages. A name with a dot under /help/ is a file.
 Route ClassifyPath(const QString& path, bool redirectArmed);
 
 // Everything the server decides from the bytes received so far: wait for
@@ -55,6 +62,7 @@ QByteArray PageResponse(const QString& html, const QString& date);
 QByteArray RedirectResponse(const QString& host);
 QByteArray AccessDeniedResponse(const QString& realm, const QString& body, const QString& date);
 QByteArray FileNotFoundResponse(const QString& date);
+QByteArray ForbiddenResponse(const QString& date);
 // The head of a file's answer from byte start on (200 from the first byte,
 // 206 from any other); typeLines end in CRLF.
 QByteArray FileResponseHead(qint64 size, qint64 start, const QString& typeLines,

@@ -1,6 +1,7 @@
 #include "webserver/WebServer.h"
 
 #include "core/Application.h"
+#include "core/Help.h"
 #include "core/NetAddress.h"
 #include "core/Password.h"
 #include "core/ProgramFolder.h"
@@ -61,7 +62,7 @@ struct WebServer::Slot {
 };
 
 WebServer::WebServer(Application& app, Dispatcher& dispatcher, QObject* parent)
-    : QObject(parent), app_(app), dispatcher_(dispatcher) {
+    : QObject(parent), helpFolder(HelpFolder()), app_(app), dispatcher_(dispatcher) {
     connect(&app_.timObjMove, &QTimer::timeout, this, [this] { redirectArmed_ = false; });
     // A burst of connections waits in the kernel rather than being refused.
     server_.setListenBacklogSize(SOMAXCONN);
@@ -98,11 +99,10 @@ int WebServer::SlotCount() const {
 bool WebServer::InitWebServer() {
     AppState& state = app_.state;
     SettingsStore& settings = app_.settings;
-    state.WebAuthOn = settings.ReadIni(u"Options", u"WebAuth") == u"1";
-    if (state.WebAuthOn) {
-        state.WebUser = settings.ReadIni(u"Options", u"Web_User");
-        state.WebPass = ScramblePassword(u"RESET", settings.ReadIni(u"Options", u"Web_Pass"));
-    }
+    loginRead_ = false;
+    if (!LoginKnown())
+        qCWarning(lcWeb).noquote() << "setting.ini cannot be read: every request is asked for a"
+                                      " login until it can";
     // A folder without a port gets one stored; a stored port that cannot be
     // used is replaced for this run only, so the owner's choice stays.
     const QString portText = settings.ReadIni(u"WebServer", u"Port");
@@ -154,6 +154,25 @@ bool WebServer::InitWebServer() {
         port = -1;
     }
     return false;
+}
+
+// The login is read from setting.ini until one read succeeds; from then on the
+// memory holds it, and the setup dialog changes it there (a typed password
+// counts before it is saved). While the file cannot be read, nobody can log in.
+bool WebServer::LoginKnown() {
+    SettingsStore& settings = app_.settings;
+    if (settings.Unreadable())
+        return false;
+    if (!loginRead_) {
+        AppState& state = app_.state;
+        state.WebAuthOn = settings.ReadIni(u"Options", u"WebAuth") == u"1";
+        if (state.WebAuthOn) {
+            state.WebUser = settings.ReadIni(u"Options", u"Web_User");
+            state.WebPass = ScramblePassword(u"RESET", settings.ReadIni(u"Options", u"Web_Pass"));
+        }
+        loginRead_ = true;
+    }
+    return true;
 }
 
 // With internet use off, and while the settings cannot be read or are not
@@ -314,7 +333,10 @@ void WebServer::onReadable(int index) {
             break;
     }
     const QByteArray data = fresh ? QByteArray::fromRawData(buffer, fresh) : slot.received;
-    const Http::Decision d = Http::Decide(data, redirectArmed_, app_.state);
+    const bool loginKnown = LoginKnown();
+    Http::Decision d = Http::Decide(data, redirectArmed_, app_.state);
+    if (!loginKnown && d.action != Http::Action::Wait && d.action != Http::Action::Drop)
+        d.action = Http::Action::Refuse;
     if (d.action == Http::Action::Wait) {
         if (fresh)
             slot.received = QByteArray(buffer, fresh);
@@ -359,6 +381,15 @@ void WebServer::answer(int index, const Http::Decision& d) {
         bool isV4 = false;
         const quint32 v4 = address.toIPv4Address(&isV4);
         const QString peer = isV4 ? QHostAddress(v4).toString() : address.toString();
+        // A page of another site must not press keys or change anything here
+        // through the owner's browser (an <img> or a form is enough).
+        if (Dispatcher::Acts(d.request.path, d.request.postBody) &&
+            Http::FromAnotherSite(d.request)) {
+            qCWarning(lcWeb).noquote() << "refused" << d.request.path.left(200) << "from" << peer
+                                       << "- the browser says it comes from another site";
+            sendAndClose(index, Http::ForbiddenResponse(HttpDate(app_.clock)));
+            return;
+        }
         const quint64 connection = slot.since;
         QString html;
         {
@@ -387,7 +418,12 @@ void WebServer::sendAndClose(int index, const QByteArray& response) {
 
 void WebServer::sendFile(int index, const QString& path, const QString& requestText) {
     const QString date = HttpDate(app_.clock);
-    ServedFile file = OpenServedFile(app_.folder, path);
+    // The help pages are read from their own folder, under the same rules.
+    const bool help = path.startsWith(u"/help/");
+    ServedFile file = !help ? OpenServedFile(app_.folder, path)
+                      : helpFolder.isEmpty()
+                          ? ServedFile()
+                          : OpenServedFile(ProgramFolder(helpFolder), path.mid(5));
     const qint64 size = file.size();
     if (size == 0) {
         sendAndClose(index, Http::FileNotFoundResponse(date));
@@ -399,7 +435,10 @@ void WebServer::sendFile(int index, const QString& path, const QString& requestT
         return;
     }
     Slot& slot = slotAt(index);
-    slot.out = Http::FileResponseHead(size, start, ContentTypeLines(path), date);
+    // A style sheet of another type is ignored by browsers.
+    const QString type =
+        help && path.endsWith(u".css") ? u"Content-Type: text/css\r\n"_s : ContentTypeLines(path);
+    slot.out = Http::FileResponseHead(size, start, type, date);
     slot.sent = 0;
     // A small file goes out with its header in one write, as a page does; a
     // larger one goes from the file to the socket without passing through here.

@@ -46,6 +46,15 @@ public:
     // A port to use instead, not one of those tried; nothing when none is free.
     std::function<std::optional<quint16>(const QList<quint16>& tried)> portFallback;
 
+    // Where the help pages are served from under /help/ (read-only, no
+    // listing); "" when there are none.
+    QString helpFolder;
+
+    // Whether the login in memory holds: false while setting.ini cannot be
+    // read, and then every request is refused as not logged in. Reads the
+    // login from the file until it could be read once.
+    bool LoginKnown();
+
     // Whether a client at this address is served (the LAN filter).
     bool Admits(const QHostAddress& peer);
 
@@ -88,6 +97,7 @@ private:
     std::vector<std::unique_ptr<Slot>> slots_; // slot n at index n - 1; null: given back
     quint64 acceptCount_ = 0;
     bool redirectArmed_ = false;
+    bool loginRead_ = false;
     QString hostHeader_;
     int requestTimeoutMs_ = RequestTimeoutMs;
     int stallMs_ = 30000;

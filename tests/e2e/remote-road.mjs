@@ -1,12 +1,14 @@
 // The whole road of a press: a browser (Debian's chromium, driven by
 // Playwright) and a plain-text phone browser (w3m) use the pages of a running
 // program whose transceiver is the simulator, and each press must put exactly
-// one signal, the button's own bytes, into sim-transmit.log.
+// one signal, the button's own bytes, into sim-transmit.log; a press from a
+// page of another site must put none.
 //
 // Environment: KESTRAVA_BINARY (the program), KESTRAVA_SHOTS (a folder for
 // screenshots of the six designs). Exits 77 when a tool is missing.
 import { execFileSync } from 'node:child_process';
 import fs from 'node:fs';
+import http from 'node:http';
 import os from 'node:os';
 import path from 'node:path';
 import { check, chromium, chromiumPath, finish, skip, startDemo, stop } from './road.mjs';
@@ -42,6 +44,25 @@ try {
     const lines = sent();
     check(lines.length === 1, `one click, one transmission (${lines.length})`);
     check(lines.length === 1 && lines[0].endsWith(signalHex('テレビ', '電源')), 'the power button sent its own bytes');
+
+    // A page of another site (another host name for this machine) that tries
+    // a press through the owner's browser.
+    const press = `${base}/remote4.asp?DevID=1&Button=0&Device=x`;
+    const other = http.createServer((req, res) => {
+        res.writeHead(200, { 'Content-Type': 'text/html' });
+        res.end(`<img src="${press}">`);
+    });
+    await new Promise((done) => other.listen(0, '127.0.0.1', done));
+    // The browser drops the answer (not a picture); the request has gone all the same.
+    const done = new Promise((resolve) => {
+        const seen = (r) => { if (r.url() === press) resolve(); };
+        page.on('requestfinished', seen);
+        page.on('requestfailed', seen);
+    });
+    await page.goto(`http://localhost:${other.address().port}/`);
+    await done;
+    other.close();
+    check(sent().length === 1, 'a press from another site sends nothing');
 
     fs.mkdirSync(shots, { recursive: true });
     for (let d = 1; d <= 6; d++) {

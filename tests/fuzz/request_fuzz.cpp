@@ -1,5 +1,6 @@
 // The server's decision on the bytes of a request: framing, request line,
-// headers, login, routing, then the file path and the byte range it names.
+// headers, login, routing, the site it says it comes from, then the file path
+// and the byte range it names.
 #include "core/Application.h"
 #include "core/ProgramFolder.h"
 #include "webserver/FileSender.h"
@@ -57,6 +58,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Http::RedirectResponse(d.request.host);
     Http::AccessDeniedResponse(d.request.realm, {}, {});
     Http::ClassifyPath(d.request.path, armed);
+    Http::FromAnotherSite(d.request);
     ContentTypeLines(d.request.path);
     if (std::optional<qint64> start = RangeStart(d.request.text); start && *start < 0)
         abort();

@@ -133,12 +133,14 @@ TEST(Power, ScanSleepsWhenNothingIsNear) {
     m.app.scheduler.Stop();
 }
 
-// The page goes out at once and the countdown starts 10 seconds later, also
-// with PowerControl off; SIGTERM during it cancels and ends the program.
+// The page goes out at once and the countdown starts 10 seconds later;
+// SIGTERM during it cancels and ends the program.
 TEST(Power, WebPageSleepsLaterAndSigtermCancels) {
     LogindMock logind;
     QTemporaryDir home;
-    SettingsStore(home.path() + u"/setting.ini"_s).WriteIni(u"WebServer", u"Port", u"0");
+    SettingsStore settings(home.path() + u"/setting.ini"_s);
+    settings.WriteIni(u"WebServer", u"Port", u"0");
+    settings.WriteIni(u"Options", u"PowerControl", u"1");
     auto env = QProcessEnvironment::systemEnvironment();
     env.insert(u"DBUS_SYSTEM_BUS_ADDRESS"_s, logind.address);
     Program p({u"--headless"_s, u"--home"_s, home.path()}, env);

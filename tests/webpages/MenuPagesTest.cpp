@@ -58,33 +58,34 @@ TEST(MenuPages, ListsShowRemotesOneToHundredWithGapsAndDesigns) {
     EXPECT_EQ(RemoteListPage(t.settings), ListHead + RemoteOpen + RemoteClose);
     EXPECT_EQ(CellPage(t.settings), ListHead + CellOpen + CellClose);
 
-    // Remote-2 has no name and is not listed; Remote-50 has no design.
+    // Remote-2 has no name and is not listed; Remote-50 has no design. Names
+    // and designs are text, never markup.
     const char16_t* const registry[][3] = {
         {u"Remote-7", u"エアコン", u"3"}, {u"Remote-1", u"TV & video 2", u"4"},
         {u"Remote-2", u"", u"1"},         {u"Remote-50", u"x", u""},
-        {u"Remote-100", u"y", u"9"},      {u"Remote-101", u"hidden", u"1"},
+        {u"Remote-100", u"y", u"9\""},    {u"Remote-101", u"hidden", u"1"},
     };
     for (const auto& [section, device, design] : registry) {
         t.settings.WriteIni(section, u"Device", device);
         t.settings.WriteIni(section, u"Design", design);
     }
 
-    EXPECT_EQ(
-        RemoteListPage(t.settings),
-        ListHead + RemoteOpen +
-            u"・<a href=\"remote4.asp?DevID=1&Button=&Device=TV & video 2\">TV & video 2</a><BR>"
-            u"・<a href=\"remote3.asp?DevID=7&Button=&Device=エアコン\">エアコン</a><BR>"
-            u"・<a href=\"remote.asp?DevID=50&Button=&Device=x\">x</a><BR>"
-            u"・<a href=\"remote9.asp?DevID=100&Button=&Device=y\">y</a><BR>"_s +
-            RemoteClose);
-    EXPECT_EQ(
-        CellPage(t.settings),
-        ListHead + CellOpen +
-            u"・<a href=\"cremote.asp?DevID=1&Button=&Device=TV & video 2\">TV & video 2</a><BR>"
-            u"・<a href=\"cremote.asp?DevID=7&Button=&Device=エアコン\">エアコン</a><BR>"
-            u"・<a href=\"cremote.asp?DevID=50&Button=&Device=x\">x</a><BR>"
-            u"・<a href=\"cremote.asp?DevID=100&Button=&Device=y\">y</a><BR>"_s +
-            CellClose);
+    EXPECT_EQ(RemoteListPage(t.settings),
+              ListHead + RemoteOpen +
+                  u"・<a href=\"remote4.asp?DevID=1&Button=&Device=TV &amp; video 2\">TV &amp; "
+                  u"video 2</a><BR>"
+                  u"・<a href=\"remote3.asp?DevID=7&Button=&Device=エアコン\">エアコン</a><BR>"
+                  u"・<a href=\"remote.asp?DevID=50&Button=&Device=x\">x</a><BR>"
+                  u"・<a href=\"remote9&quot;.asp?DevID=100&Button=&Device=y\">y</a><BR>"_s +
+                  RemoteClose);
+    EXPECT_EQ(CellPage(t.settings),
+              ListHead + CellOpen +
+                  u"・<a href=\"cremote.asp?DevID=1&Button=&Device=TV &amp; video 2\">TV &amp; "
+                  u"video 2</a><BR>"
+                  u"・<a href=\"cremote.asp?DevID=7&Button=&Device=エアコン\">エアコン</a><BR>"
+                  u"・<a href=\"cremote.asp?DevID=50&Button=&Device=x\">x</a><BR>"
+                  u"・<a href=\"cremote.asp?DevID=100&Button=&Device=y\">y</a><BR>"_s +
+                  CellClose);
 }
 
 // Every page the menu links to answers with content.

@@ -357,9 +357,19 @@ TEST(RemotePages, RouteTheListPageAndSurviveBadInput) {
                     << page.toStdString();
     }
     t.settings.WriteIni(u"Tira", u"Testmode", u"0");
-    // Device goes out unescaped, in the link and the text.
+    // Names from the request and from setting.ini are text, never markup, and
+    // never end the script of a button.
+    t.settings.WriteIni(u"Remote-1", u"Button-1", u"<i>&'");
     const QString page =
-        dispatcher.DispatchPage(u"/remote3.asp?DevID=1&Button=&Device=<b>\"x\"</b>"_s, {}, {});
-    EXPECT_TRUE(page.contains(u"<span style=\"font-size:10pt\"><b>\"x\"</b></span>"_s));
-    EXPECT_TRUE(page.contains(u"&Button=5&Device=<b>\"x\"</b>'\">"_s));
+        dispatcher.DispatchPage(u"/remote3.asp?DevID=1&Button=&Device=<b>\"x'\\</b>"_s, {}, {});
+    EXPECT_TRUE(page.contains(
+        u"<span style=\"font-size:10pt\">&lt;b&gt;&quot;x&#39;\\&lt;/b&gt;</span>"_s));
+    EXPECT_TRUE(page.contains(u"&Button=5&Device=&lt;b&gt;&quot;x\\&#39;\\\\&lt;/b&gt;'\">"_s));
+    EXPECT_TRUE(page.contains(u"&lt;i&gt;&amp;&#39;</span>"_s));
+    const QString cell =
+        dispatcher.DispatchPage(u"/cremote.asp?DevID=1&Button=&Device=<b>"_s, {}, {});
+    EXPECT_TRUE(cell.contains(u"<p>機器名：&lt;b&gt;</p>"_s));
+    EXPECT_TRUE(cell.contains(u"&Button=1&Device=&lt;b&gt;\">&lt;i&gt;&amp;&#39;</a>"_s));
+    for (const QString& p : {page, cell})
+        EXPECT_FALSE(p.contains(u"<b>"_s) || p.contains(u"<i>"_s));
 }

@@ -55,6 +55,10 @@ TEST(HttpRoute, PagesRedirectsAndFiles) {
         {u"/pic/up.gif", true, Route::File},
         {u"/pic/pict.jpg?1", false, Route::Redirect},
         {u"/a.b/folder", false, Route::Redirect},
+        {u"/help/wake.html", true, Route::File},
+        {u"/help/", false, Route::Redirect},
+        {u"/help/x.asp", false, Route::Page},
+        {u"/pic/wake.html", false, Route::Redirect},
     };
     for (const auto& [path, armed, route] : cases)
         EXPECT_EQ(ClassifyPath(QString::fromUtf16(path), armed), route)
