@@ -249,6 +249,9 @@ TEST(Exchange, RefusesHostileArchivesWhole) {
         const ImportResult r = to.import(path, true);
         EXPECT_EQ(r.outcome, ImportResult::Refused);
         EXPECT_TRUE(r.reason.contains(reason)) << r.reason.toStdString();
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        EXPECT_EQ(CheckArchive(file.readAll()), r.reason); // the same checks in memory
         EXPECT_EQ(to.t.readFile(u"setting.ini"), ini);
     }
     QStringList everything;
@@ -259,11 +262,16 @@ TEST(Exchange, RefusesHostileArchivesWhole) {
     EXPECT_FALSE(QFile::exists(u"/tmp/TV-x.bin"_s));
     // The program goes on: a good archive still imports, a value of 1023 bytes whole.
     const QString long1023 = QString(511, u'電') + u'a';
-    EXPECT_EQ(to.import(archive(u"good.kxp"_s, u"utf8"_s,
-                                {{u"exp.txt"_s, exp + u"Button-7="_s + long1023},
-                                 {u"TV-電源.bin"_s, u"x"_s}}))
-                  .outcome,
-              ImportResult::Imported);
+    const QString goodPath =
+        archive(u"good.kxp"_s, u"utf8"_s,
+                {{u"exp.txt"_s, exp + u"Button-7="_s + long1023}, {u"TV-電源.bin"_s, u"x"_s}});
+    QFile goodFile(goodPath);
+    ASSERT_TRUE(goodFile.open(QIODevice::ReadOnly));
+    ArchiveDescription description;
+    EXPECT_EQ(CheckArchive(goodFile.readAll(), &description), QString());
+    EXPECT_EQ(description.design, u"1"_s);
+    EXPECT_EQ(description.buttons.size(), 2u);
+    EXPECT_EQ(to.import(goodPath).outcome, ImportResult::Imported);
     EXPECT_EQ(to.key(2, u"Button-7"_s), long1023);
 }
 
