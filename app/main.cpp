@@ -154,8 +154,8 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
 // --export and --import work on the folder's files whether or not an instance
 // runs on it: both go through setting.ini, which a running instance rereads
 // when it changes. One line per remote or archive; status 1 if any failed.
+// Neither makes the program folder: an import that is accepted makes what it needs.
 int RunExchange(const Options& o, const ProgramFolder& folder) {
-    folder.CreateDataFolders();
     SettingsStore settings(folder.settingsPath());
     if (settings.Unreadable()) {
         std::printf("%s: cannot be read\n", qPrintable(settings.path()));
@@ -215,14 +215,14 @@ int main(int argc, char** argv) {
                                                       .absolutePath())
                                 : ProgramFolder::Resolve(options.home);
     ProgramFolder folder(root);
+    if (options.exportDir || options.import) {
+        QCoreApplication qapp(argc, argv);
+        return RunExchange(options, folder);
+    }
     QString error;
     if (!folder.Create(&error)) {
         qCritical().noquote() << error;
         return 1;
-    }
-    if (options.exportDir || options.import) {
-        QCoreApplication qapp(argc, argv);
-        return RunExchange(options, folder);
     }
     InstanceLock lock;
     switch (lock.Acquire(folder, &error)) {

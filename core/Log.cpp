@@ -8,6 +8,8 @@
 
 namespace {
 
+const char* programName = "kestrava";
+
 void writeLine(QtMsgType type, const QMessageLogContext&, const QString& message) {
     const char* level = "";
     switch (type) {
@@ -25,13 +27,14 @@ void writeLine(QtMsgType type, const QMessageLogContext&, const QString& message
         break;
     }
     QByteArray line = message.toUtf8();
-    std::fprintf(stderr, "kestrava: %s%s\n", level, line.constData());
+    std::fprintf(stderr, "%s: %s%s\n", programName, level, line.constData());
     std::fflush(stderr);
 }
 
 } // namespace
 
-void InstallLogHandler(bool verbose) {
+void InstallLogHandler(bool verbose, const char* program) {
+    programName = program;
     qInstallMessageHandler(writeLine);
     QLoggingCategory::setFilterRules(verbose
                                          ? QStringLiteral("*.debug=false\nkestrava.*.debug=true")

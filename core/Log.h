@@ -1,5 +1,5 @@
 #pragma once
 
-// Plain lines on stderr: "kestrava: text", with "warning:" or "error:" before
+// Plain lines on stderr: "<program>: text", with "warning:" or "error:" before
 // the text where it is one. Debug lines only when verbose.
-void InstallLogHandler(bool verbose);
+void InstallLogHandler(bool verbose, const char* program = "kestrava");

@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <limits>
 #include <sys/file.h>
 #include <unistd.h>
@@ -45,10 +46,17 @@ QString ProgramFolder::path(QStringView relative) const {
 }
 
 bool ProgramFolder::Create(QString* error) const {
-    if (QDir().mkpath(root_) && QFileInfo(root_).isDir())
+    std::error_code ec;
+    const std::filesystem::path path(QFile::encodeName(root_).toStdString());
+    std::filesystem::create_directories(path, ec);
+    // A file of that name is no folder, whatever create_directories says.
+    if (!ec && !std::filesystem::is_directory(path, ec) && !ec)
+        ec = std::make_error_code(std::errc::not_a_directory);
+    if (!ec)
         return true;
     if (error)
-        *error = u"cannot create program folder "_s + root_;
+        *error = u"cannot create program folder "_s + root_ + u": "_s +
+                 QString::fromLocal8Bit(ec.message());
     return false;
 }
 

@@ -18,9 +18,14 @@
 #include <zip.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -113,16 +118,65 @@ void EmptyFolder(const QString& path) {
     }
 }
 
-// Checks the whole archive, then unpacks it into work. Sizes are counted as
-// the data comes out, since a header may claim less than the data holds.
-// Returns why the archive is refused, or nothing.
-QString Unpack(const QString& archivePath, const QString& work) {
-    int code = 0;
-    zip_t* opened =
-        zip_open(QFile::encodeName(archivePath).constData(), ZIP_RDONLY | ZIP_CHECKCONS, &code);
-    if (!opened)
-        return u"not a readable archive (%1)"_s.arg(ZipErrorText(code));
-    std::unique_ptr<zip_t, decltype(&zip_discard)> archive(opened, zip_discard);
+// Where the entries of an archive go once its directory has been checked.
+class EntrySink {
+public:
+    virtual ~EntrySink() = default;
+    // Each returns why the entry cannot be kept, or nothing.
+    virtual QString begin(const QString& name) = 0;
+    virtual QString write(QByteArrayView piece) = 0;
+    virtual QString end() = 0;
+};
+
+// Into the work folder, one file per entry. Plain system calls: a full disk
+// shows as a short write, which QFile reports without a reason.
+class FolderSink final : public EntrySink {
+public:
+    explicit FolderSink(QString folder) : folder_(std::move(folder)) {}
+    ~FolderSink() override { close(); }
+    QString begin(const QString& name) override {
+        name_ = name;
+        fd_ = ::open(QFile::encodeName(QDir(folder_).filePath(name)).constData(),
+                     O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
+        return fd_ < 0 ? failed(errno) : QString();
+    }
+    QString write(QByteArrayView piece) override {
+        for (const char* p = piece.data(); p < piece.data() + piece.size();) {
+            const ssize_t n = ::write(fd_, p, size_t(piece.data() + piece.size() - p));
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0)
+                return failed(n < 0 ? errno : ENOSPC);
+            p += n;
+        }
+        return {};
+    }
+    QString end() override { return close() ? QString() : failed(errno); }
+
+private:
+    bool close() { return fd_ < 0 || ::close(std::exchange(fd_, -1)) == 0; }
+    QString failed(int err) {
+        close();
+        return u"cannot unpack \"%1\": %2"_s.arg(name_, QString::fromLocal8Bit(std::strerror(err)));
+    }
+    QString folder_, name_;
+    int fd_ = -1;
+};
+
+// Reads every entry through, for the checks alone.
+class NullSink final : public EntrySink {
+public:
+    QString begin(const QString&) override { return {}; }
+    QString write(QByteArrayView) override { return {}; }
+    QString end() override { return {}; }
+};
+
+using ArchivePtr = std::unique_ptr<zip_t, decltype(&zip_discard)>;
+
+// Checks the whole archive, then hands its entries to sink and keeps exp.txt
+// in exp. Sizes are counted as the data comes out, since a header may claim
+// less than the data holds. Returns why the archive is refused, or nothing.
+QString Unpack(zip_t* opened, EntrySink& sink, QByteArray* exp) {
     const zip_int64_t count = zip_get_num_entries(opened, 0);
     if (count > MaxArchiveEntries)
         return u"more than %1 entries"_s.arg(MaxArchiveEntries);
@@ -159,14 +213,14 @@ QString Unpack(const QString& archivePath, const QString& work) {
     qint64 total = 0;
     for (zip_int64_t i = 0; i < count; ++i) {
         const auto& [name, headerSize] = entries[size_t(i)];
+        const bool isExp = name.compare(ExpName, Qt::CaseInsensitive) == 0;
         zip_file_t* entry = zip_fopen_index(opened, zip_uint64_t(i), 0);
         if (!entry)
             return u"damaged entry \"%1\" (%2)"_s.arg(name,
                                                       QString::fromLocal8Bit(zip_strerror(opened)));
         std::unique_ptr<zip_file_t, decltype(&zip_fclose)> closer(entry, zip_fclose);
-        QFile out(QDir(work).filePath(name));
-        if (!out.open(QIODevice::WriteOnly | QIODevice::Truncate))
-            return u"cannot unpack \"%1\": %2"_s.arg(name, out.errorString());
+        if (QString why = sink.begin(name); !why.isEmpty())
+            return why;
         qint64 size = 0;
         char buffer[64 * 1024];
         for (;;) {
@@ -182,40 +236,86 @@ QString Unpack(const QString& archivePath, const QString& work) {
                 return u"entry \"%1\" unpacks to more than 1 MiB"_s.arg(name);
             if (total > MaxArchiveBytes)
                 return u"more than 64 MiB in all once unpacked"_s;
-            if (out.write(buffer, got) != got)
-                return u"cannot unpack \"%1\": %2"_s.arg(name, out.errorString());
+            if (QString why = sink.write(QByteArrayView(buffer, got)); !why.isEmpty())
+                return why;
+            if (isExp)
+                exp->append(buffer, got);
         }
         if (zip_uint64_t(size) != headerSize)
             return u"damaged entry \"%1\" (size differs from its header)"_s.arg(name);
+        if (QString why = sink.end(); !why.isEmpty())
+            return why;
     }
     return {};
 }
 
-struct ExpFile {
-    QString device;
-    QString design;
-    QStringList lines; // the Button-<k> lines
-};
+bool UsableDeviceName(const QString& device) {
+    return !device.trimmed().isEmpty() && !HasBadFileChar(device) && !HasControlChar(device);
+}
 
-ExpFile ReadExp(const QString& path) {
-    QFile file(path);
-    ExpFile exp;
-    if (!file.open(QIODevice::ReadOnly))
-        return exp;
-    QStringList lines = ShiftJis::Decode(file.readAll()).split(u'\n');
+// What setting.ini can hold of a value, and what a name may be.
+QString BadValue(const QString& what, const QString& value) {
+    if (ShiftJis::Encode(value).size() > SettingsStore::MaxValueBytes)
+        return u"%1 is longer than %2 bytes"_s.arg(what).arg(SettingsStore::MaxValueBytes);
+    if (HasControlChar(value))
+        return u"%1 holds a control character"_s.arg(what);
+    return {};
+}
+
+// exp.txt as the classic import reads it: the device after "Device=" on line
+// 1, the design after "Design=" on line 2, then up to 66 Button-<k>= lines.
+// Lines that are not a button's are passed over; a value that setting.ini
+// could not hold, or a design that does not exist, refuses the archive.
+QString ReadExp(const QByteArray& bytes, ArchiveDescription* exp) {
+    QStringList lines = ShiftJis::Decode(bytes).split(u'\n');
     for (QString& line : lines)
         if (line.endsWith(u'\r'))
             line.chop(1);
-    if (!lines.isEmpty())
-        exp.device = lines[0].mid(7); // after "Device="
-    if (lines.size() > 1 && !lines[1].isEmpty())
-        exp.design = lines[1].right(1);
-    exp.lines = lines.mid(2, ExportedButtons);
-    return exp;
+    exp->device = ShiftJis::RoundTrip(lines[0].mid(7)); // after "Device="
+    if (QString why = BadValue(u"the device name"_s, exp->device); !why.isEmpty())
+        return why;
+    if (!UsableDeviceName(exp->device))
+        return u"exp.txt names no usable device"_s;
+    exp->design = lines.value(1).mid(7); // after "Design="
+    if (exp->design.size() != 1 || exp->design[0] < u'1' || exp->design[0] > u'6')
+        return u"design \"%1\" is not 1 to 6"_s.arg(exp->design.left(20));
+    for (const QString& line : lines.mid(2, ExportedButtons)) {
+        const qsizetype eq = line.indexOf(u'=');
+        if (eq < 0 || !line.startsWith(u"Button-"_s, Qt::CaseInsensitive))
+            continue;
+        // Only button keys: an archive does not get to rename the remote.
+        bool number = false;
+        const int k = line.mid(7, eq - 7).toInt(&number);
+        if (!number || k < 0 || k >= ExportedButtons || ButtonKey(k).size() != eq)
+            continue;
+        const QString function = line.mid(eq + 1);
+        if (QString why = BadValue(ButtonKey(k), function); !why.isEmpty())
+            return why;
+        exp->buttons.push_back({k, function});
+    }
+    return {};
 }
 
-bool UsableDeviceName(const QString& device) {
-    return !device.trimmed().isEmpty() && !HasBadFileChar(device) && !HasControlChar(device);
+// The checks every import makes, the archive read into sink.
+QString Inspect(zip_t* archive, EntrySink& sink, ArchiveDescription* exp) {
+    QByteArray expBytes;
+    if (QString why = Unpack(archive, sink, &expBytes); !why.isEmpty())
+        return why;
+    return ReadExp(expBytes, exp);
+}
+
+// Makes path with its missing parents, noting each folder made, parents first.
+bool MakePath(const QString& path, QStringList* made) {
+    QStringList missing;
+    for (QFileInfo info(path); !info.exists() && !info.isRoot();
+         info = QFileInfo(info.absolutePath()))
+        missing.prepend(info.absoluteFilePath());
+    for (const QString& dir : missing) {
+        if (!QDir().mkdir(dir))
+            return false;
+        *made << dir;
+    }
+    return QFileInfo(path).isDir();
 }
 
 } // namespace
@@ -255,32 +355,66 @@ bool ExportDevice(const ProgramFolder& folder, SettingsStore& settings, const QS
     return true;
 }
 
+QString CheckArchive(QByteArrayView bytes, ArchiveDescription* description) {
+    zip_error_t error;
+    zip_error_init(&error);
+    zip_source_t* source =
+        zip_source_buffer_create(bytes.data(), zip_uint64_t(bytes.size()), 0, &error);
+    zip_t* opened =
+        source ? zip_open_from_source(source, ZIP_RDONLY | ZIP_CHECKCONS, &error) : nullptr;
+    if (!opened) {
+        zip_source_free(source);
+        const QString why = u"not a readable archive (%1)"_s.arg(
+            QString::fromLocal8Bit(zip_error_strerror(&error)));
+        zip_error_fini(&error);
+        return why;
+    }
+    zip_error_fini(&error);
+    ArchivePtr archive(opened, zip_discard);
+    NullSink sink;
+    ArchiveDescription ignored;
+    return Inspect(opened, sink, description ? description : &ignored);
+}
+
 ImportResult ImportArchive(const ProgramFolder& folder, SettingsStore& settings,
                            const QString& archivePath, bool overwrite) {
-    const QString work = folder.path(u"unzip");
-    QDir().mkpath(work);
-    EmptyFolder(work);
     ImportResult result;
+    // Nothing is merged into a registry that cannot be read.
+    if (settings.Unreadable()) {
+        result.reason = u"setting.ini cannot be read"_s;
+        return result;
+    }
+    int code = 0;
+    zip_t* opened =
+        zip_open(QFile::encodeName(archivePath).constData(), ZIP_RDONLY | ZIP_CHECKCONS, &code);
+    if (!opened) {
+        result.reason = u"not a readable archive (%1)"_s.arg(ZipErrorText(code));
+        return result;
+    }
+    ArchivePtr archive(opened, zip_discard);
+
+    // The work folder, and the program folder itself when it is new, are made
+    // for the archive: a refused one takes away what was made for it.
+    const QString work = folder.path(u"unzip");
+    QStringList made;
     auto finish = [&](ImportResult::Outcome outcome, const QString& reason = {}) {
         EmptyFolder(work);
+        if (outcome == ImportResult::Refused)
+            for (auto dir = made.crbegin(); dir != made.crend(); ++dir)
+                QDir().rmdir(*dir);
         result.outcome = outcome;
         result.reason = reason;
         return result;
     };
-    // Nothing is merged into a registry that cannot be read.
-    if (settings.Unreadable())
-        return finish(ImportResult::Refused, u"setting.ini cannot be read"_s);
-    if (QString why = Unpack(archivePath, work); !why.isEmpty())
+    if (!MakePath(work, &made))
+        return finish(ImportResult::Refused, u"cannot create %1"_s.arg(work));
+    EmptyFolder(work);
+    FolderSink sink(work);
+    ArchiveDescription exp;
+    if (QString why = Inspect(opened, sink, &exp); !why.isEmpty())
         return finish(ImportResult::Refused, why);
-
-    QString expPath;
-    for (const QString& name : QDir(work).entryList(QDir::Files | QDir::Hidden))
-        if (name.compare(ExpName, Qt::CaseInsensitive) == 0)
-            expPath = QDir(work).filePath(name);
-    const ExpFile exp = ReadExp(expPath);
-    result.device = ShiftJis::RoundTrip(exp.device);
-    if (!UsableDeviceName(result.device))
-        return finish(ImportResult::Refused, u"exp.txt names no usable device"_s);
+    archive.reset();
+    result.device = exp.device;
 
     int found = 0, vacant = 0;
     for (int i = 1; i <= MaxListedRemoteId; ++i) {
@@ -299,10 +433,37 @@ ImportResult ImportArchive(const ProgramFolder& folder, SettingsStore& settings,
         return finish(ImportResult::Refused,
                       u"all remote numbers 1 to %1 are taken"_s.arg(MaxListedRemoteId));
 
-    QDir().mkpath(folder.path(u"IRSignals"));
+    // The signal files first: should the disk be full, the registry still
+    // holds the remote as it was, and no new one without its signals.
+    if (!MakePath(folder.path(u"IRSignals"), &made))
+        return finish(ImportResult::Refused, u"cannot create %1"_s.arg(folder.path(u"IRSignals")));
+    const QString prefix = SignalFilePrefix(result.device);
+    const OwnSignalFiles own(settings, result.device);
+    const QStringList before = DeviceSignalFiles(folder, settings, result.device);
+    QStringList written;
+    QDir dir(work);
+    for (const QString& name : dir.entryList(QDir::Files | QDir::Hidden, QDir::Name)) {
+        if (!own.Owns(name))
+            continue;
+        QFile in(dir.filePath(name));
+        const QString function = ShiftJis::RoundTrip(name).mid(prefix.size()).chopped(4);
+        const QString target = SignalFilePath(folder, result.device, function);
+        QString error;
+        if (!in.open(QIODevice::ReadOnly))
+            error = in.fileName() + u": "_s + in.errorString();
+        else if (WriteFileAtomically(target, in.readAll(), 0644, &error)) {
+            written << target;
+            continue;
+        }
+        for (const QString& path : written)
+            if (!before.contains(path))
+                QFile::remove(path);
+        return finish(ImportResult::Refused, u"cannot copy a signal file: "_s + error);
+    }
     if (found) {
-        for (const QString& path : DeviceSignalFiles(folder, settings, result.device))
-            if (!QFile::remove(path))
+        // Old signals the archive does not have go with the old remote.
+        for (const QString& path : before)
+            if (!written.contains(path) && !QFile::remove(path))
                 qCWarning(lcExchange).noquote() << "cannot delete" << path;
         if (!settings.DeleteIniSection(RemoteSection(found)))
             return finish(ImportResult::Refused, u"setting.ini cannot be written"_s);
@@ -310,27 +471,10 @@ ImportResult ImportArchive(const ProgramFolder& folder, SettingsStore& settings,
     const QString section = RemoteSection(slot);
     settings.WriteIni(section, u"Device", result.device);
     settings.WriteIni(section, u"Design", exp.design);
-    for (const QString& line : exp.lines) {
-        const qsizetype eq = line.indexOf(u'=');
-        // Only button keys: an archive does not get to rename the remote.
-        if (eq > 0 && line.startsWith(u"Button-"_s, Qt::CaseInsensitive))
-            settings.WriteIni(section, line.left(eq), line.mid(eq + 1));
-    }
-
-    const QString prefix = SignalFilePrefix(result.device);
-    const OwnSignalFiles own(settings, result.device);
-    QDir dir(work);
-    for (const QString& name : dir.entryList(QDir::Files | QDir::Hidden, QDir::Name)) {
-        if (!own.Owns(name))
-            continue;
-        QFile in(dir.filePath(name));
-        const QString function = ShiftJis::RoundTrip(name).mid(prefix.size()).chopped(4);
-        QString error;
-        if (!in.open(QIODevice::ReadOnly) ||
-            !WriteFileAtomically(SignalFilePath(folder, result.device, function), in.readAll(),
-                                 0644, &error))
-            qCWarning(lcExchange).noquote() << "cannot copy" << name << error;
-    }
+    for (const auto& [k, function] : exp.buttons)
+        settings.WriteIni(section, ButtonKey(k), function);
+    if (settings.ReadIni(section, u"Device") != result.device)
+        return finish(ImportResult::Refused, u"setting.ini cannot be written"_s);
     result.slot = slot;
     return finish(ImportResult::Imported);
 }

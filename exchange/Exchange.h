@@ -2,8 +2,10 @@
 
 #include "infrared/Learning.h"
 
+#include <QByteArrayView>
 #include <QString>
 
+#include <utility>
 #include <vector>
 
 class ProgramFolder;
@@ -43,11 +45,23 @@ struct ImportResult {
     QString reason; // why it was refused
 };
 
+// What exp.txt says, checked: a usable device name, a design of 1 to 6, and
+// button functions that setting.ini can hold.
+struct ArchiveDescription {
+    QString device;
+    QString design;
+    std::vector<std::pair<int, QString>> buttons; // button number, function
+};
+
+// The checks of an import on an archive held in memory, writing nothing: why
+// it would be refused, or nothing.
+QString CheckArchive(QByteArrayView bytes, ArchiveDescription* description = nullptr);
+
 // Imports one archive through the work folder unzip/, which is emptied before
-// and after. A remote of the same name is left alone unless overwrite is set,
-// in which case it is replaced with its own signal files. The remote takes the
+// and after; the checks are those of CheckArchive. A remote of the same name is left alone unless
+// overwrite is set, in which case it is replaced with its own signal files. The remote takes the
 // lowest free slot of 1 to 100. Only the archive's <device>-*.bin files land in
-// IRSignals/; a refused archive changes nothing.
+// IRSignals/; a refused archive changes nothing and leaves no folder behind.
 ImportResult ImportArchive(const ProgramFolder& folder, SettingsStore& settings,
                            const QString& archivePath, bool overwrite);
 

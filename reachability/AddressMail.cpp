@@ -341,10 +341,12 @@ void AddressMail::finish(quint64 id, const QString& error) {
     std::function<void(bool)> done = std::move(it->second.done);
     running_.erase(it);
     if (!error.isEmpty()) {
+        // A notice is logged where it is shown; without one, the log is all.
         QString text = ErrorText + error;
-        qCWarning(lcMail).noquote() << text;
         if (prompt_)
             prompt_->Notice(QStringLiteral("mail"), text);
+        else
+            qCWarning(lcMail).noquote() << text;
     }
     if (done)
         done(error.isEmpty());

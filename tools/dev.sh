@@ -6,7 +6,8 @@
 #   tools/dev.sh run [ARGS]   the program on the demo folder ./kestrava-demo
 #   tools/dev.sh test         the whole test suite
 #   tools/dev.sh asan         the test suite under AddressSanitizer + UBSan
-#   tools/dev.sh fuzz [SECS]  each fuzzing harness for SECS seconds (30)
+#   tools/dev.sh fuzz [SECS]  each fuzzing harness for SECS seconds (30), longer
+#                             when that is fewer than 100 000 inputs
 #   tools/dev.sh bench        the benchmarks
 #   tools/dev.sh shots [DIR]  screenshots of the desktop under Xvfb
 #   tools/dev.sh deb          the Debian package, in build-deb/
@@ -73,24 +74,48 @@ build() {
 }
 
 # Runs every harness of tests/fuzz on a scratch copy of its corpus, so the
-# inputs it finds stay out of the tree. Fails when one of them crashes.
+# inputs it finds stay out of the tree. Each runs for the seconds given and,
+# when that gave fewer than FUZZ_MIN_RUNS inputs, on until it has them, for at
+# most FUZZ_EXTRA_SECS more. Fails when one of them crashes.
+FUZZ_MIN_RUNS=100000
+FUZZ_EXTRA_SECS=60
+# One run of harness $1 on scratch folder $2 with the options that follow;
+# the log collects every run.
+fuzz_once() {
+    local name=$1 dir=$2
+    shift 2
+    build-fuzz/tests/fuzz/"$name" "$@" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
+        -artifact_prefix="$dir/crashes/" "$dir/corpus" >>"$dir/log" 2>&1
+}
+# Inputs run so far, over every run in log $1.
+fuzz_runs() {
+    local n total=0
+    for n in $(sed -n 's/^stat::number_of_executed_units: *//p' "$1"); do
+        total=$((total + n))
+    done
+    echo "$total"
+}
 run_fuzzers() {
-    local seconds=$1 scratch h name dir log last failed=()
+    local seconds=$1 scratch h name dir last runs took start failed=()
     scratch=$(mktemp -d)
     for h in tests/fuzz/*_fuzz.cpp; do
         name=$(basename "$h" .cpp)
         dir=$scratch/$name
         mkdir -p "$dir/corpus" "$dir/crashes"
         cp tests/fuzz/corpus/"$name"/* "$dir/corpus/" 2>/dev/null || true
-        log=$dir/log
-        if ! build-fuzz/tests/fuzz/"$name" -max_total_time="$seconds" -timeout=10 \
-            -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$dir/crashes/" \
-            "$dir/corpus" >"$log" 2>&1; then
+        start=$SECONDS
+        if ! fuzz_once "$name" "$dir" -max_total_time="$seconds"; then
+            failed+=("$name")
+        elif [ "$(fuzz_runs "$dir/log")" -lt "$FUZZ_MIN_RUNS" ] &&
+            ! fuzz_once "$name" "$dir" -runs=$((FUZZ_MIN_RUNS - $(fuzz_runs "$dir/log"))) \
+                -max_total_time="$FUZZ_EXTRA_SECS"; then
             failed+=("$name")
         fi
-        last=$(grep -E '^#[0-9]+.*cov:' "$log" | tail -n 1 || true)
-        printf '%-18s exec/s %-8s cov %-6s ft %-6s %s\n' "$name" \
-            "$(sed -n 's/^stat::average_exec_per_sec: *//p' "$log")" \
+        runs=$(fuzz_runs "$dir/log")
+        took=$((SECONDS > start ? SECONDS - start : 1))
+        last=$(grep -E '^#[0-9]+.*cov:' "$dir/log" | tail -n 1 || true)
+        printf '%-20s exec/s %-7s runs %-9s cov %-6s ft %-6s %s\n' "$name" \
+            "$((runs / took))" "$runs" \
             "$(grep -Eo 'cov: [0-9]+' <<<"$last" | cut -d' ' -f2)" \
             "$(grep -Eo 'ft: [0-9]+' <<<"$last" | cut -d' ' -f2)" \
             "$([[ " ${failed[*]-} " == *" $name "* ]] && echo CRASHED || echo ok)"
@@ -163,7 +188,7 @@ package-check)
     exec tools/check-package.sh
     ;;
 *)
-    sed -n '2,13p' "$0" | sed 's/^# \{0,1\}//'
+    sed -n '2,14p' "$0" | sed 's/^# \{0,1\}//'
     exit 2
     ;;
 esac

@@ -148,7 +148,9 @@ bool WebServer::InitWebServer() {
                                    ? u"permission denied (ports below 1024 need privileges)"_s
                                    : server_.errorString();
         qCWarning(lcWeb).noquote() << u"cannot listen on port %1: %2"_s.arg(port).arg(reason);
-        if (inUse)
+        // The box speaks of the port list the desktop shows next; headless,
+        // the line above says all there is.
+        if (inUse && !app_.headless)
             app_.prompt.Warning(PortInUseText);
         tried << quint16(port);
         port = -1;

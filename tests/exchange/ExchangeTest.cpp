@@ -15,13 +15,18 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <cstring>
+#include <sys/mount.h>
+#include <unistd.h>
+
 using namespace Qt::StringLiterals;
 
 namespace {
 
 // Archives as other tools write them, and a reader that tells how names are stored.
 const char* const ZipTool = R"PY(
-import json, sys, zipfile, zlib
+import json, os, sys, zipfile, zlib
 def unflagged(encoding):
     class Info(zipfile.ZipInfo):
         def _encodeFilenameFlags(self):
@@ -47,6 +52,8 @@ elif mode == 'utf8':
     write(zipfile.ZipInfo)
 elif mode == 'many':
     write(zipfile.ZipInfo, [('TV-%d.bin' % i, b'x') for i in range(1001)])
+elif mode.startswith('noise'):
+    write(zipfile.ZipInfo, [('TV-%d.bin' % i, os.urandom(600000)) for i in range(int(mode[5:]))])
 elif mode == 'big':
     write(zipfile.ZipInfo, [('TV-big.bin', b'\0' * (2 << 20))])
 elif mode == 'bomb':
@@ -220,6 +227,19 @@ TEST(Exchange, RefusesHostileArchivesWhole) {
     for (const QString& mode : {u"truncated"_s, u"crc"_s})
         cases.push_back({archive(mode + u".kxp"_s, mode, good), {}});
     cases.push_back({archive(u"locked.kxp"_s, u"locked"_s, {{u"exp.txt"_s, exp}}), u"encrypted"_s});
+    // What setting.ini cannot hold, or what no remote is, goes nowhere: values
+    // past 1023 CP932 bytes, a design other than 1 to 6, a TAB in a name.
+    const QString long1024 = QString(512, u'電');
+    for (const auto& [text, reason] :
+         {std::pair{u"Device="_s + long1024 + u"\r\nDesign=1\r\n"_s, u"longer than 1023"_s},
+          {u"Device=TV\r\nDesign=1\r\nButton-3="_s + long1024, u"longer than 1023"_s},
+          {u"Device=TV\r\nDesign=]\r\n"_s, u"design"_s},
+          {u"Device=TV\r\nDesign=7\r\n"_s, u"design"_s},
+          {u"Device=TV\r\n"_s, u"design"_s},
+          {u"Device=TV\r\nDesign=1\r\nButton-0=a\tb\r\n"_s, u"control"_s}})
+        cases.push_back({archive(u"exp%1.kxp"_s.arg(cases.size()), u"utf8"_s,
+                                 {{u"exp.txt"_s, text}, {u"TV-電源.bin"_s, u"x"_s}}),
+                         reason});
 
     Install to;
     to.t.writeRemote(1, u"BD"_s, 2, {u"再生"_s});
@@ -229,6 +249,9 @@ TEST(Exchange, RefusesHostileArchivesWhole) {
         const ImportResult r = to.import(path, true);
         EXPECT_EQ(r.outcome, ImportResult::Refused);
         EXPECT_TRUE(r.reason.contains(reason)) << r.reason.toStdString();
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        EXPECT_EQ(CheckArchive(file.readAll()), r.reason); // the same checks in memory
         EXPECT_EQ(to.t.readFile(u"setting.ini"), ini);
     }
     QStringList everything;
@@ -237,6 +260,47 @@ TEST(Exchange, RefusesHostileArchivesWhole) {
     everything.sort();
     EXPECT_EQ(everything, (QStringList{u"home/IRSignals/BD-再生.bin"_s, u"home/setting.ini"_s}));
     EXPECT_FALSE(QFile::exists(u"/tmp/TV-x.bin"_s));
-    // The program goes on: a good archive still imports.
-    EXPECT_EQ(to.import(archive(u"good.kxp"_s, u"utf8"_s, good)).outcome, ImportResult::Imported);
+    // The program goes on: a good archive still imports, a value of 1023 bytes whole.
+    const QString long1023 = QString(511, u'電') + u'a';
+    const QString goodPath =
+        archive(u"good.kxp"_s, u"utf8"_s,
+                {{u"exp.txt"_s, exp + u"Button-7="_s + long1023}, {u"TV-電源.bin"_s, u"x"_s}});
+    QFile goodFile(goodPath);
+    ASSERT_TRUE(goodFile.open(QIODevice::ReadOnly));
+    ArchiveDescription description;
+    EXPECT_EQ(CheckArchive(goodFile.readAll(), &description), QString());
+    EXPECT_EQ(description.design, u"1"_s);
+    EXPECT_EQ(description.buttons.size(), 2u);
+    EXPECT_EQ(to.import(goodPath).outcome, ImportResult::Imported);
+    EXPECT_EQ(to.key(2, u"Button-7"_s), long1023);
+}
+
+// On a full disk the import says so in the system's words, whether the disk
+// fills while unpacking or while copying, and keeps nothing of the archive.
+TEST(Exchange, FullDiskIsToldAndLeavesNothing) {
+    QTemporaryDir mnt;
+    if (geteuid() != 0 ||
+        ::mount("tmpfs", QFile::encodeName(mnt.path()).constData(), "tmpfs", 0, "size=1m") != 0)
+        GTEST_SKIP() << "needs root to mount a small tmpfs";
+    struct Unmount {
+        QByteArray path;
+        ~Unmount() { ::umount2(path.constData(), MNT_DETACH); }
+    } unmount{QFile::encodeName(mnt.path())};
+    QTemporaryDir out;
+    const std::map<QString, QString> exp = {{u"exp.txt"_s, u"Device=TV\r\nDesign=1\r\n"_s}};
+    ProgramFolder folder(mnt.filePath(u"home"_s));
+    SettingsStore settings(folder.settingsPath());
+    settings.WriteIni(u"Remote-1", u"Device", u"BD");
+    for (const QString& mode : {u"noise2"_s, u"noise1"_s}) { // 1.2 MB to unpack; 0.6 MB twice
+        SCOPED_TRACE(mode.toStdString());
+        const QString path = out.filePath(mode + u".kxp"_s);
+        Zip(mode, path, exp);
+        const ImportResult r = ImportArchive(folder, settings, path, false);
+        EXPECT_EQ(r.outcome, ImportResult::Refused);
+        EXPECT_TRUE(r.reason.contains(QString::fromLocal8Bit(strerror(ENOSPC))))
+            << r.reason.toStdString();
+        EXPECT_TRUE(QDir(folder.path(u"IRSignals")).isEmpty());
+        EXPECT_TRUE(QDir(folder.path(u"unzip")).isEmpty());
+        EXPECT_EQ(settings.ReadIni(u"Remote-2", u"Device"), QString());
+    }
 }

@@ -1,5 +1,6 @@
 #include "infrared/SignalStore.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -11,7 +12,7 @@ namespace {
 
 struct ToolRun {
     int status;
-    QString out;
+    QString out, err;
 };
 
 ToolRun run(const QString& dir, const QStringList& args) {
@@ -20,7 +21,8 @@ ToolRun run(const QString& dir, const QStringList& args) {
     p.start(QStringLiteral(KESTRAVA_IR_BINARY), args);
     p.waitForFinished(20000);
     return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
-            QString::fromUtf8(p.readAllStandardOutput())};
+            QString::fromUtf8(p.readAllStandardOutput()),
+            QString::fromUtf8(p.readAllStandardError())};
 }
 
 } // namespace
@@ -39,8 +41,23 @@ TEST(IrTool, CapturesShowsAndSendsWithTheSimulator) {
     EXPECT_TRUE(QFileInfo::exists(dir.filePath(u"sim-transmit.log"_s)));
 
     EXPECT_EQ(run(dir.path(), {u"show"_s, u"sim-transmit.log"_s}).status, 1); // not a signal
-    EXPECT_EQ(run(dir.path(), {u"send"_s, u"/nonexistent/tty"_s, u"tv.bin"_s}).status, 1);
-    EXPECT_EQ(run(dir.path(), {u"bogus"_s}).status, 2);
+    // Failures say what failed in words, under the tool's own name.
+    const ToolRun missing = run(dir.path(), {u"send"_s, u"/nonexistent/tty"_s, u"tv.bin"_s});
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_TRUE(missing.err.contains(
+        u"kestrava-ir: /nonexistent/tty: cannot open the transceiver: no such device"_s))
+        << missing.err.toStdString();
+    EXPECT_FALSE(missing.err.contains(u"kestrava:"_s));
+    const ToolRun bogus = run(dir.path(), {u"bogus"_s});
+    EXPECT_EQ(bogus.status, 2);
+    EXPECT_TRUE(bogus.err.startsWith(u"kestrava-ir: unknown command 'bogus'\nUsage:"_s));
+    // A file that cannot be stored is told before anybody is asked for a key.
+    const ToolRun nowhere = run(dir.path(), {u"capture"_s, u"sim"_s, u"no/tv.bin"_s, u"3"_s});
+    EXPECT_EQ(nowhere.status, 1);
+    EXPECT_TRUE(nowhere.out.isEmpty()) << nowhere.out.toStdString();
+    EXPECT_TRUE(nowhere.err.contains(u"no/tv.bin: cannot be written"_s));
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+              (QStringList{u"sim-transmit.log"_s, u"tv.bin"_s}));
 
     const ToolRun version = run(dir.path(), {u"--version"_s});
     EXPECT_EQ(version.status, 0);

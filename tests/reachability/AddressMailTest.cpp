@@ -2,6 +2,7 @@
 
 #include "core/Log.h"
 #include "core/Password.h"
+#include "core/UserPrompt.h"
 #include "core/Wait.h"
 #include "support/FixedClock.h"
 #include "support/ScriptedPrompt.h"
@@ -270,6 +271,18 @@ TEST(AddressMail, UnusableServersFailWhileEventsRun) {
                 << server.toStdString();
         }
         EXPECT_EQ(prompt.shown.size(), 4);
+
+        // Headless, a failure is one line of the log.
+        static QStringList logged;
+        qInstallMessageHandler(
+            [](QtMsgType, const QMessageLogContext&, const QString& text) { logged << text; });
+        HeadlessPrompt headless;
+        mail.setPrompt(&headless);
+        EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.13"), 900), false);
+        InstallLogHandler(false);
+        EXPECT_EQ(logged.filter(AddressMail::ErrorText).size(), 1)
+            << logged.join(u'\n').toStdString();
+        mail.setPrompt(&prompt);
 
         // Closing the program in the middle of a conversation does not wait for its time-out.
         temp.settings.WriteIni(u"Options", u"SMTPServer",

@@ -9,15 +9,23 @@
 #include "infrared/DeviceList.h"
 #include "infrared/IrDriver.h"
 #include "infrared/IrSignal.h"
+#include "infrared/LircDriver.h"
 #include "infrared/SignalStore.h"
 #include "infrared/TiraFacts.h"
+#include "infrared/TiraSerialDriver.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTimer>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -62,13 +70,57 @@ int list() {
     return 0;
 }
 
+// The driver's return code in words; each kind of device numbers its own.
+QString describe(const IrDriver& driver, int rc) {
+    if (dynamic_cast<const TiraSerialDriver*>(&driver)) {
+        switch (rc) {
+        case TiraSerialDriver::NotOpen:
+            return u"cannot be opened as a serial port"_s;
+        case TiraSerialDriver::Busy:
+            return u"busy with another exchange"_s;
+        case TiraSerialDriver::NoReply:
+            return u"does not answer as a Tira"_s;
+        case TiraSerialDriver::BadSignal:
+            return u"the signal is not one the device can send"_s;
+        case TiraSerialDriver::NoTransmitter:
+            return u"the device has no transmitter"_s;
+        case TiraSerialDriver::Unsupported:
+            return u"the device does not support this"_s;
+        case TiraSerialDriver::Io:
+            return u"input/output error"_s;
+        case TiraSerialDriver::Missing:
+            return u"no such device (not plugged in?)"_s;
+        case TiraSerialDriver::Forbidden:
+            return u"permission denied (join the group that owns it, usually dialout)"_s;
+        case TiraSerialDriver::InUse:
+            return u"in use by another program"_s;
+        }
+    } else if (dynamic_cast<const LircDriver*>(&driver)) {
+        switch (rc) {
+        case LircDriver::NotOpen:
+            return u"cannot be opened as an infrared device"_s;
+        case LircDriver::CannotReceive:
+            return u"the device cannot receive"_s;
+        case LircDriver::CannotSend:
+            return u"the device cannot send"_s;
+        case LircDriver::BadSignal:
+            return u"the signal is not one the device can send"_s;
+        case LircDriver::Io:
+            return u"input/output error"_s;
+        }
+    }
+    return u"error code "_s + QString::number(rc);
+}
+
 std::unique_ptr<IrDriver> openDriver(const QString& device) {
     ProgramFolder here(QDir::currentPath());
     QString target = targetOf(device);
     auto driver = MakeIrDriver(target, here);
-    int rc = driver->tira_init() + driver->tira_start(0);
+    int rc = driver->tira_init();
+    if (rc == 0)
+        rc = driver->tira_start(0);
     if (rc != 0) {
-        complain(target + u": cannot open the transceiver (code "_s + QString::number(rc) + u")"_s);
+        complain(target + u": cannot open the transceiver: "_s + describe(*driver, rc));
         return nullptr;
     }
     return driver;
@@ -116,7 +168,32 @@ int show(const QString& path, bool mode2) {
     return 0;
 }
 
+// Whether the signal file can be stored (written beside, then renamed over
+// path), found out before anybody is asked to press a key. A probe file in
+// its folder tells, and goes again.
+bool writable(const QString& path) {
+    const QFileInfo info(path);
+    int err = 0;
+    if (info.isDir()) {
+        err = EISDIR;
+    } else {
+        QByteArray probe = QFile::encodeName(info.absolutePath() + u"/.kestrava-ir.XXXXXX"_s);
+        const int fd = ::mkostemp(probe.data(), O_CLOEXEC);
+        if (fd < 0) {
+            err = errno;
+        } else {
+            ::close(fd);
+            ::unlink(probe.constData());
+        }
+    }
+    if (err)
+        complain(path + u": cannot be written: "_s + QString::fromLocal8Bit(std::strerror(err)));
+    return err == 0;
+}
+
 int capture(const QString& device, const QString& path, int seconds) {
+    if (!writable(path))
+        return 1;
     auto driver = openDriver(device);
     if (!driver)
         return 1;
@@ -168,7 +245,7 @@ int send(const QString& device, const QString& path) {
     int rc = driver->tira_transmit(TiraFacts::TransmitRepeat, -1, bytes);
     driver->tira_stop();
     if (rc != 0) {
-        complain(u"the transmission failed (code "_s + QString::number(rc) + u")"_s);
+        complain(u"the transmission failed: "_s + describe(*driver, rc));
         return 1;
     }
     print(u"sent\n"_s);
@@ -179,7 +256,7 @@ int send(const QString& device, const QString& path) {
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
-    InstallLogHandler(false);
+    InstallLogHandler(false, "kestrava-ir");
     QStringList args = app.arguments().mid(1);
     const QString cmd = args.value(0);
     if (cmd == u"list" && args.size() == 1)
@@ -195,6 +272,14 @@ int main(int argc, char** argv) {
         return 0;
     }
     const bool help = args.size() == 1 && (cmd == u"--help" || cmd == u"-h");
-    std::fputs(Usage, help ? stdout : stderr);
-    return help ? 0 : 2;
+    if (help) {
+        std::fputs(Usage, stdout);
+        return 0;
+    }
+    if (cmd == u"list" || cmd == u"show" || cmd == u"capture" || cmd == u"send")
+        complain(u"wrong arguments for '"_s + cmd + u"'"_s);
+    else if (!cmd.isEmpty())
+        complain(u"unknown command '"_s + cmd + u"'"_s);
+    std::fputs(Usage, stderr);
+    return 2;
 }
