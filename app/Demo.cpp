@@ -1,6 +1,7 @@
 #include "app/Demo.h"
 
 #include "core/ProgramFolder.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "infrared/SignalStore.h"
 #include "infrared/SimDriver.h"
@@ -75,21 +76,20 @@ const std::vector<DemoRemote>& demoRemotes() {
 bool PrepareDemoFolder(const ProgramFolder& folder, SettingsStore& settings) {
     if (QFileInfo::exists(folder.settingsPath()))
         return false;
-    settings.WriteIni(u"Tira", u"Device", u"sim");
+    settings.Write(Key::TiraDevice, u"sim");
     // Beside another instance the usual port may be taken: the folder gets a
     // free one for good.
     const quint16 port =
         CanListen(DemoWebPort) ? DemoWebPort : FirstFreeWebPort(settings, {}).value_or(DemoWebPort);
-    settings.WriteIni(u"WebServer", u"Port", QString::number(port));
-    settings.WriteIni(u"Options", u"Internet", u"0");
+    settings.Write(Key::WebPort, QString::number(port));
+    settings.Write(Key::Internet, u"0");
 
     QDir().mkpath(folder.path(u"IRSignals"));
     for (const DemoRemote& r : demoRemotes()) {
-        const QString section = RemoteSection(r.id);
-        settings.WriteIni(section, u"Device", r.device);
-        settings.WriteIni(section, u"Design", QString::number(r.design));
+        settings.Write(Key::RemoteName(r.id), r.device);
+        settings.Write(Key::RemoteDesign(r.id), QString::number(r.design));
         for (const auto& [button, function] : r.functions) {
-            settings.WriteIni(section, ButtonKey(button), function);
+            settings.Write(Key::RemoteButton(r.id, button), function);
             QString error;
             if (!WriteSignalFile(SignalFilePath(folder, r.device, function),
                                  SimDriver::NecSignal(r.address, uint8_t(button)), &error))

@@ -11,6 +11,7 @@
 #include "core/MessageBoxPrompt.h"
 #include "core/OpenHelp.h"
 #include "core/ProgramFolder.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
 #include "core/System.h"
@@ -299,7 +300,7 @@ int main(int argc, char** argv) {
     };
     // The camera streams while TakePic is on, from the start on.
     Camera camera(folder, settings, *prompt);
-    if (settings.ReadIni(u"Options", u"TakePic") == u"1")
+    if (settings.IsOn(Key::TakePic))
         camera.start();
     remotePages.takeSnapshot = [&camera] {
         if (!camera.running() && !camera.start(true))
@@ -370,9 +371,9 @@ int main(int argc, char** argv) {
         // The preview opened from the dialog stays only when asked to; without
         // the camera option it closes, and the camera with it.
         QObject::connect(&app, &Application::setupClosed, preview.get(), [&] {
-            if (settings.ReadIni(u"Options", u"TakePic") != u"1")
+            if (!settings.IsOn(Key::TakePic))
                 preview->close();
-            else if (settings.ReadIni(u"Preview", u"AlwaysShow") != u"1")
+            else if (!settings.IsOn(Key::PreviewAlwaysShow))
                 preview->hide();
         });
         // The port question of a send without a transceiver.
@@ -395,8 +396,7 @@ int main(int argc, char** argv) {
         window->ShowAtStart();
     // The picture comes from the stream, not the screen: the preview only
     // shows when asked to stay.
-    if (preview && settings.ReadIni(u"Options", u"TakePic") == u"1" &&
-        settings.ReadIni(u"Preview", u"AlwaysShow") == u"1")
+    if (preview && settings.IsOn(Key::TakePic) && settings.IsOn(Key::PreviewAlwaysShow))
         preview->show();
     int status = qapp->exec();
     qCInfo(lcMain) << "closed";

@@ -2,6 +2,7 @@
 
 #include "core/AtomicFile.h"
 #include "core/ProgramFolder.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
 
@@ -44,8 +45,8 @@ namespace {
 
 // The format kept in the settings; fourcc 0 when none is (or it is garbled).
 std::pair<quint32, QSize> SavedFormat(SettingsStore& settings) {
-    const quint32 fourcc = FourccFromText(settings.ReadIni(u"Camera", u"PixelFormat"));
-    const QStringList size = settings.ReadIni(u"Camera", u"FrameSize").split(u'x');
+    const quint32 fourcc = FourccFromText(settings.Read(Key::CameraPixelFormat));
+    const QStringList size = settings.Read(Key::CameraFrameSize).split(u'x');
     const QSize frame(size.value(0).toInt(), size.value(1).toInt());
     if (size.size() != 2 || frame.isEmpty())
         return {0, {}};
@@ -64,13 +65,13 @@ bool Camera::start(bool fromRequest) {
     wanted_ = true;
     if (running())
         return true;
-    if (settings_.ReadIni(u"Camera", u"Device") != u"test" && devices().isEmpty()) {
+    if (settings_.Read(Key::CameraDevice) != u"test" && devices().isEmpty()) {
         wanted_ = false;
         if (fromRequest)
             prompt_.Notify(NoCameraText);
         else
             prompt_.Warning(NoCameraText);
-        settings_.WriteIni(u"Options", u"TakePic", u"0");
+        settings_.Write(Key::TakePic, u"0");
         return false;
     }
     const bool ok = open(false);
@@ -80,7 +81,7 @@ bool Camera::start(bool fromRequest) {
 }
 
 bool Camera::open(bool quiet) {
-    const QString want = settings_.ReadIni(u"Camera", u"Device");
+    const QString want = settings_.Read(Key::CameraDevice);
     const auto [fourcc, size] = SavedFormat(settings_);
     if (want == u"test") {
         source_ = std::make_unique<TestPattern>();
@@ -194,7 +195,7 @@ bool Camera::setFormat(quint32 fourcc, QSize size) {
         prompt_.Warning(FormatRefusedText);
         return false;
     }
-    settings_.WriteIni(u"Camera", u"PixelFormat", FourccText(fourcc));
-    settings_.WriteIni(u"Camera", u"FrameSize", u"%1x%2"_s.arg(size.width()).arg(size.height()));
+    settings_.Write(Key::CameraPixelFormat, FourccText(fourcc));
+    settings_.Write(Key::CameraFrameSize, u"%1x%2"_s.arg(size.width()).arg(size.height()));
     return true;
 }

@@ -3,6 +3,7 @@
 #include "camera/Camera.h"
 #include "camera/CameraDialogs.h"
 #include "core/ProgramFolder.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 
 #include <QCloseEvent>
@@ -63,14 +64,14 @@ PreviewWindow::PreviewWindow(Camera& camera, const ProgramFolder& folder, Settin
     QMenu* option = menuBar()->addMenu(u"オプション(&O)"_s);
     alwaysShow_ = option->addAction(u"プレビュー画面を常に表示(&A)"_s);
     alwaysShow_->setCheckable(true);
-    alwaysShow_->setChecked(settings_.ReadIni(u"Preview", u"AlwaysShow") == u"1");
+    alwaysShow_->setChecked(settings_.IsOn(Key::PreviewAlwaysShow));
     // toggled by the user only: the start-up check above came before the connect
     connect(alwaysShow_, &QAction::toggled, this,
-            [this](bool on) { settings_.WriteIni(u"Preview", u"AlwaysShow", on ? u"1" : u"0"); });
+            [this](bool on) { settings_.Write(Key::PreviewAlwaysShow, on ? u"1" : u"0"); });
 
     for (const CaptureDevice& d : camera_.devices())
         list_->addItem(d.name);
-    if (settings_.ReadIni(u"Camera", u"Device") == u"test")
+    if (settings_.Read(Key::CameraDevice) == u"test")
         list_->addItem(u"test"_s);
     if (list_->count() > 0)
         list_->setCurrentRow(0);
@@ -120,9 +121,9 @@ void PreviewWindow::updateButtons() {
 
 void PreviewWindow::closeEvent(QCloseEvent* event) {
     // The camera stays connected while the pages use it.
-    if (settings_.ReadIni(u"Options", u"TakePic") == u"1" && !(ending_ && ending_())) {
+    if (settings_.IsOn(Key::TakePic) && !(ending_ && ending_())) {
         event->ignore();
-        if (settings_.ReadIni(u"Preview", u"AlwaysShow") != u"1")
+        if (!settings_.IsOn(Key::PreviewAlwaysShow))
             hide();
         return;
     }

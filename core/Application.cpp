@@ -1,4 +1,5 @@
 #include "core/Application.h"
+#include "core/SettingKeys.h"
 
 #include "core/Clock.h"
 #include "core/NetAddress.h"
@@ -66,7 +67,7 @@ void Application::Start() {
     if (pictures > 0)
         qCDebug(lcApp) << "wrote" << pictures << "pictures";
 
-    if (!settings.ReadIni(u"WebServer", u"Port").isEmpty()) {
+    if (!settings.Read(Key::WebPort).isEmpty()) {
         if (webServer)
             webServer->InitWebServer();
     } else if (headless) {
@@ -99,7 +100,7 @@ void Application::Start() {
     scheduler.FillGrid();
     scheduler.Start();
 
-    if (settings.ReadIni(u"Options", u"Internet") == u"1") {
+    if (settings.IsOn(Key::Internet)) {
         timAddrCheck.start();
         timUPnPDelay.start();
     } else {

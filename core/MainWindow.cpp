@@ -1,4 +1,5 @@
 #include "core/MainWindow.h"
+#include "core/SettingKeys.h"
 
 #include "core/AboutWindow.h"
 #include "core/Application.h"
@@ -334,22 +335,22 @@ void MainWindow::ShowMenu(bool shown) {
 }
 
 void MainWindow::UpdateSuspendButton() {
-    cmdSuspend_->setVisible(app_.settings.ReadIni(u"Options", u"PowerControl") == u"1");
+    cmdSuspend_->setVisible(app_.settings.IsOn(Key::PowerControl));
 }
 
 void MainWindow::ShowAtStart() {
     SettingsStore& s = app_.settings;
     // Main_L counts only when Main_T is there; a negative value keeps the default.
-    const QString mainT = s.ReadIni(u"Pos", u"Main_T");
+    const QString mainT = s.Read(Key::PositionTop(u"Main"));
     if (!mainT.isEmpty()) {
         QPoint p = pos();
         if (qint64 t = Val(mainT); t >= 0)
             p.setY(int(t / TwipsPerPixel));
-        if (qint64 l = Val(s.ReadIni(u"Pos", u"Main_L")); l >= 0)
+        if (qint64 l = Val(s.Read(Key::PositionLeft(u"Main"))); l >= 0)
             p.setX(int(l / TwipsPerPixel));
         move(p);
     }
-    const bool hide = s.ReadIni(u"Pos", u"Hide") == u"1" && trayAvailable;
+    const bool hide = s.IsOn(Key::Hide) && trayAvailable;
     if (!hide)
         show();
     UpdateSuspendButton();
@@ -406,7 +407,7 @@ void MainWindow::AddTrayIcon() {
     }
     tray_->show();
     hide();
-    app_.settings.WriteIni(u"Pos", u"Hide", u"1");
+    app_.settings.Write(Key::Hide, u"1");
     app_.timHideRetry.start();
 }
 
@@ -422,7 +423,7 @@ void MainWindow::RemoveTrayIcon() {
 void MainWindow::trayActivated(QSystemTrayIcon::ActivationReason reason) {
     if (reason == QSystemTrayIcon::Trigger) {
         RemoveTrayIcon();
-        app_.settings.WriteIni(u"Pos", u"Hide", u"0");
+        app_.settings.Write(Key::Hide, u"0");
     } else if (reason == QSystemTrayIcon::Context) {
         // Back on the screen, but the next start is in the tray again.
         RemoveTrayIcon();
@@ -433,8 +434,8 @@ void MainWindow::StorePosition() {
     const QPoint p = pos();
     if (p.x() < 0 || p.y() < 0)
         return;
-    app_.settings.WriteIni(u"Pos", u"Main_T", QString::number(p.y() * TwipsPerPixel));
-    app_.settings.WriteIni(u"Pos", u"Main_L", QString::number(p.x() * TwipsPerPixel));
+    app_.settings.Write(Key::PositionTop(u"Main"), QString::number(p.y() * TwipsPerPixel));
+    app_.settings.Write(Key::PositionLeft(u"Main"), QString::number(p.x() * TwipsPerPixel));
 }
 
 void MainWindow::showExport() {

@@ -368,7 +368,7 @@ void SettingsStore::WriteIni(QStringView section, QStringView key, QStringView v
     IniText next = text_;
     // A fresh installation serves the home network only until its owner opens it.
     if (!signature_.exists && !next.hasKeys())
-        next.setValue(u"Options", u"Internet", u"0");
+        next.setValue(Key::Internet.section, Key::Internet.key, u"0");
     next.setValue(section, key, value);
     save(next);
 }

@@ -7,6 +7,8 @@
 #include <QString>
 #include <QStringView>
 
+#include "core/SettingKeys.h"
+
 #include <vector>
 
 // The text of an INI file, read from bytes as Windows reads it: sections and
@@ -76,8 +78,12 @@ public:
     };
 
     QString ReadIni(QStringView section, QStringView key);
+    QString Read(const SettingKey& k) { return ReadIni(k.section, k.key); }
+    // A flag is on only when its value is exactly "1".
+    bool IsOn(const SettingKey& k) { return Read(k) == u"1"; }
     // Creates file, section and key as needed. A failure is logged, not reported.
     void WriteIni(QStringView section, QStringView key, QStringView value);
+    void Write(const SettingKey& k, QStringView value) { WriteIni(k.section, k.key, value); }
     // Removes every section of that name with its keys; false when the file
     // could not be written.
     bool DeleteIniSection(QStringView section);

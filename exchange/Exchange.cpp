@@ -2,6 +2,7 @@
 
 #include "core/AtomicFile.h"
 #include "core/ProgramFolder.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
 #include "infrared/Learning.h"
@@ -44,11 +45,10 @@ QString ZipErrorText(int code) {
 }
 
 QByteArray ExpText(SettingsStore& settings, const QString& device, int slot) {
-    const QString section = RemoteSection(slot);
     QString text = u"Device="_s + device + u"\r\n"_s;
-    text += u"Design="_s + settings.ReadIni(section, u"Design") + u"\r\n"_s;
+    text += u"Design="_s + settings.Read(Key::RemoteDesign(slot)) + u"\r\n"_s;
     for (int k = 0; k < ExportedButtons; ++k) {
-        const QString function = settings.ReadIni(section, ButtonKey(k));
+        const QString function = settings.Read(Key::RemoteButton(slot, k));
         if (!function.isEmpty())
             text += ButtonKey(k) + u'=' + function + u"\r\n"_s;
     }
@@ -418,7 +418,7 @@ ImportResult ImportArchive(const ProgramFolder& folder, SettingsStore& settings,
 
     int found = 0, vacant = 0;
     for (int i = 1; i <= MaxListedRemoteId; ++i) {
-        const QString name = settings.ReadIni(RemoteSection(i), u"Device");
+        const QString name = settings.Read(Key::RemoteName(i));
         if (name.isEmpty() && !vacant)
             vacant = i;
         else if (name == result.device && !found)
@@ -468,12 +468,11 @@ ImportResult ImportArchive(const ProgramFolder& folder, SettingsStore& settings,
         if (!settings.DeleteIniSection(RemoteSection(found)))
             return finish(ImportResult::Refused, u"setting.ini cannot be written"_s);
     }
-    const QString section = RemoteSection(slot);
-    settings.WriteIni(section, u"Device", result.device);
-    settings.WriteIni(section, u"Design", exp.design);
+    settings.Write(Key::RemoteName(slot), result.device);
+    settings.Write(Key::RemoteDesign(slot), exp.design);
     for (const auto& [k, function] : exp.buttons)
-        settings.WriteIni(section, ButtonKey(k), function);
-    if (settings.ReadIni(section, u"Device") != result.device)
+        settings.Write(Key::RemoteButton(slot, k), function);
+    if (settings.Read(Key::RemoteName(slot)) != result.device)
         return finish(ImportResult::Refused, u"setting.ini cannot be written"_s);
     result.slot = slot;
     return finish(ImportResult::Imported);

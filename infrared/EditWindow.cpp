@@ -1,6 +1,7 @@
 #include "infrared/EditWindow.h"
 
 #include "core/Application.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
 #include "infrared/TiraDevice.h"
@@ -102,7 +103,7 @@ void EditWindow::selectDevice() {
 
     const Design* design = nullptr;
     if (!deviceName().isEmpty())
-        design = DesignByText(app_.settings.ReadIni(RemoteSection(slot()), u"Design"));
+        design = DesignByText(app_.settings.Read(Key::RemoteDesign(slot())));
     const bool usable = design != nullptr;
     for (QLabel* step : lblStep)
         step->setEnabled(usable);
@@ -119,7 +120,7 @@ void EditWindow::selectDevice() {
 
     optSelRemote[size_t(design->optionIndex)]->setChecked(true);
     for (int k = 0; k <= design->lastButtonId(); ++k) {
-        const QString function = app_.settings.ReadIni(RemoteSection(slot()), ButtonKey(k));
+        const QString function = app_.settings.Read(Key::RemoteButton(slot(), k));
         if (function.isEmpty())
             continue;
         captions_[size_t(k)] = function;

@@ -2,6 +2,7 @@
 
 #include "core/AtomicFile.h"
 #include "core/ProgramFolder.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
 #include "remotes/Registry.h"
@@ -16,7 +17,7 @@ namespace {
 Q_LOGGING_CATEGORY(lcLearning, "kestrava.learning")
 
 void CopyTempToStore(const ProgramFolder& folder, const LearningSession& session,
-                     const QString& deviceName, SettingsStore& settings, const QString& section) {
+                     const QString& deviceName, SettingsStore& settings, int slot) {
     const auto& list = session.signalList();
     for (int n = 1; n <= int(list.size()); ++n) {
         const LearningSession::Signal& s = list[size_t(n - 1)];
@@ -32,7 +33,7 @@ void CopyTempToStore(const ProgramFolder& folder, const LearningSession& session
         if (!WriteFileAtomically(SignalFilePath(folder, deviceName, s.function), bytes, 0644,
                                  &error))
             qCWarning(lcLearning).noquote() << error;
-        settings.WriteIni(section, ButtonKey(s.button), s.function);
+        settings.Write(Key::RemoteButton(slot, s.button), s.function);
     }
 }
 
@@ -80,7 +81,7 @@ RemoteSlot FindRemoteSlot(SettingsStore& settings, const QString& deviceName) {
     const QString stored = ShiftJis::RoundTrip(deviceName);
     RemoteSlot slot;
     for (int i = 1; i <= MaxRemoteId; ++i) {
-        const QString device = settings.ReadIni(RemoteSection(i), u"Device");
+        const QString device = settings.Read(Key::RemoteName(i));
         if (device.isEmpty()) {
             if (!slot.freeSlot)
                 slot.freeSlot = i;
@@ -97,7 +98,7 @@ OwnSignalFiles::OwnSignalFiles(SettingsStore& settings, const QString& deviceNam
     // Another device named "<device>-<more>" owns the files that start with
     // its own name; a wildcard on this name alone would take them too.
     for (int i = 1; i <= MaxRemoteId; ++i) {
-        const QString other = SignalFilePrefix(settings.ReadIni(RemoteSection(i), u"Device"));
+        const QString other = SignalFilePrefix(settings.Read(Key::RemoteName(i)));
         if (other != prefix_ && other.startsWith(prefix_))
             others_ << other;
     }
@@ -135,22 +136,20 @@ void StoreLearnedRemote(const ProgramFolder& folder, SettingsStore& settings,
     RemoveFiles(DeviceSignalFiles(folder, settings, deviceName));
     if (slot.existingSlot)
         settings.DeleteIniSection(RemoteSection(slot.existingSlot));
-    const QString section = RemoteSection(slot.slot());
-    settings.WriteIni(section, u"Device", deviceName);
-    settings.WriteIni(section, u"Design", QString::number(design));
-    CopyTempToStore(folder, session, deviceName, settings, section);
+    settings.Write(Key::RemoteName(slot.slot()), deviceName);
+    settings.Write(Key::RemoteDesign(slot.slot()), QString::number(design));
+    CopyTempToStore(folder, session, deviceName, settings, slot.slot());
 }
 
 void StoreRemoteEdit(const ProgramFolder& folder, SettingsStore& settings, int slot,
                      const QString& deviceName, const std::vector<DeletedFunction>& deleted,
                      const LearningSession& session) {
     QDir().mkpath(folder.path(u"IRSignals"));
-    const QString section = RemoteSection(slot);
     for (const DeletedFunction& d : deleted) {
         QFile::remove(SignalFilePath(folder, deviceName, d.function));
-        settings.WriteIni(section, ButtonKey(d.button), u""_s);
+        settings.Write(Key::RemoteButton(slot, d.button), u""_s);
     }
-    CopyTempToStore(folder, session, deviceName, settings, section);
+    CopyTempToStore(folder, session, deviceName, settings, slot);
 }
 
 void DeleteRemote(const ProgramFolder& folder, SettingsStore& settings, int slot,
@@ -163,7 +162,7 @@ void DeleteRemote(const ProgramFolder& folder, SettingsStore& settings, int slot
 std::vector<EditableRemote> EditableRemotes(SettingsStore& settings) {
     std::vector<EditableRemote> remotes;
     for (int i = 1; i <= MaxListedRemoteId; ++i) {
-        QString name = settings.ReadIni(RemoteSection(i), u"Device");
+        QString name = settings.Read(Key::RemoteName(i));
         if (!name.isEmpty())
             remotes.push_back({i, name});
     }

@@ -1,6 +1,7 @@
 #include "infrared/LearningWindow.h"
 
 #include "core/Application.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
 #include "core/UserPrompt.h"
@@ -220,8 +221,8 @@ RemoteWindow* LearningWindow::showDesign(int design) {
     if (!w)
         return nullptr;
     const QString key = u"Remote"_s + QString::number(design);
-    keptPlace_ = {design, app_.settings.ReadIni(u"Pos", key + u"_T"_s),
-                  app_.settings.ReadIni(u"Pos", key + u"_L"_s)};
+    keptPlace_ = {design, app_.settings.Read(Key::PositionTop(key)),
+                  app_.settings.Read(Key::PositionLeft(key))};
     placeBeside(w);
     w->setDeviceName(deviceName());
     // Keys not learned yet show their number, to be told apart when clicked.
@@ -237,8 +238,8 @@ void LearningWindow::unloadDesigns() {
     // keeps the place its owner gave it.
     if (keptPlace_.design) {
         const QString key = u"Remote"_s + QString::number(keptPlace_.design);
-        app_.settings.WriteIni(u"Pos", key + u"_T"_s, keptPlace_.top);
-        app_.settings.WriteIni(u"Pos", key + u"_L"_s, keptPlace_.left);
+        app_.settings.Write(Key::PositionTop(key), keptPlace_.top);
+        app_.settings.Write(Key::PositionLeft(key), keptPlace_.left);
         keptPlace_ = {};
     }
 }
@@ -494,7 +495,7 @@ void LearningWindow::closeEvent(QCloseEvent* event) {
 }
 
 void LearningWindow::restorePosition() {
-    const QString top = app_.settings.ReadIni(u"Pos", positionKey_ + u"_T"_s);
+    const QString top = app_.settings.Read(Key::PositionTop(positionKey_));
     if (top.isEmpty()) {
         // First use: the middle of the screen, with room for the picture beside.
         if (QScreen* screen = QGuiApplication::primaryScreen()) {
@@ -504,13 +505,13 @@ void LearningWindow::restorePosition() {
         }
         return;
     }
-    const QString left = app_.settings.ReadIni(u"Pos", positionKey_ + u"_L"_s);
+    const QString left = app_.settings.Read(Key::PositionLeft(positionKey_));
     move(int(Val(left) / RemoteWindow::TwipsPerPixel), int(Val(top) / RemoteWindow::TwipsPerPixel));
 }
 
 void LearningWindow::storePosition() {
-    app_.settings.WriteIni(u"Pos", positionKey_ + u"_T"_s,
-                           QString::number(y() * RemoteWindow::TwipsPerPixel));
-    app_.settings.WriteIni(u"Pos", positionKey_ + u"_L"_s,
-                           QString::number(x() * RemoteWindow::TwipsPerPixel));
+    app_.settings.Write(Key::PositionTop(positionKey_),
+                        QString::number(y() * RemoteWindow::TwipsPerPixel));
+    app_.settings.Write(Key::PositionLeft(positionKey_),
+                        QString::number(x() * RemoteWindow::TwipsPerPixel));
 }

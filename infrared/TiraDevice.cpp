@@ -2,6 +2,7 @@
 
 #include "core/AtomicFile.h"
 #include "core/ProgramFolder.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
 #include "core/Wait.h"
@@ -84,7 +85,7 @@ void TiraDevice::ClearAll() {
 QString TiraDevice::Target(qint16 port) const {
     if (!testTarget_.isEmpty())
         return testTarget_;
-    QString device = settings.ReadIni(u"Tira", u"Device").trimmed();
+    QString device = settings.Read(Key::TiraDevice).trimmed();
     return device.isEmpty() ? u"/dev/ttyUSB"_s + QString::number(port) : device;
 }
 
@@ -392,12 +393,12 @@ QString TiraDevice::CannotActivateMessage() const {
 }
 
 bool TiraDevice::PortIsSet() {
-    return !settings.ReadIni(u"Tira", u"Device").trimmed().isEmpty() ||
-           !settings.ReadIni(u"Tira", u"ComPort").isEmpty();
+    return !settings.Read(Key::TiraDevice).trimmed().isEmpty() ||
+           !settings.Read(Key::ComPort).isEmpty();
 }
 
 qint16 TiraDevice::ConfiguredPort() {
-    return qint16(Val(settings.ReadIni(u"Tira", u"ComPort")));
+    return qint16(Val(settings.Read(Key::ComPort)));
 }
 
 bool TiraDevice::TestStudiedSignal() {

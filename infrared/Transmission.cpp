@@ -1,5 +1,6 @@
 #include "infrared/Transmission.h"
 
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
 #include "infrared/SignalStore.h"
@@ -35,7 +36,7 @@ void TXSignal(TiraDevice& device, QStringView deviceName, QStringView function) 
 SendResult TXSignalById(TiraDevice& device, QStringView remote, QStringView button) {
     if (IsTestMode(device.settings))
         return SendResult::Sent;
-    QString name = device.settings.ReadIni(u"Remote-"_s + remote.toString(), u"Device");
+    QString name = device.settings.Read(Key::RemoteName(remote));
     QString function = GetButtonFunc(device.settings, remote, button);
     QString path = SignalFilePath(device.folder, name, function);
     if (!QFileInfo::exists(path))

@@ -1,6 +1,7 @@
 #include "power/Power.h"
 
 #include "core/Application.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
 #include "core/Wait.h"
@@ -83,7 +84,7 @@ void Power::HibernateNow() {
 }
 
 void Power::sleepNow() {
-    const QString mode = app_.settings.ReadIni(u"Power", u"HibernOrSuspend");
+    const QString mode = app_.settings.Read(Key::HibernOrSuspend);
     const QString what = mode.isEmpty() || mode == u"Hibern" ? u"Hibernate"_s : u"Suspend"_s;
     const QDBusConnection bus =
         busAddress.isEmpty()

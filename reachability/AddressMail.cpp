@@ -2,6 +2,7 @@
 
 #include "core/Clock.h"
 #include "core/Password.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
 
@@ -303,20 +304,20 @@ void AddressMail::Send(const QString& address, std::function<void(bool sent)> do
     SystemClock system;
     QDateTime now = clock_ ? clock_->now() : system.now();
     auto job = std::make_shared<Job>();
-    job->smtpServer = settings_.ReadIni(u"Options", u"SMTPServer");
-    job->to = settings_.ReadIni(u"Options", u"NotifyTo");
-    QString from = settings_.ReadIni(u"Options", u"MailFrom");
+    job->smtpServer = settings_.Read(Key::SMTPServer);
+    job->to = settings_.Read(Key::NotifyTo);
+    QString from = settings_.Read(Key::MailFrom);
     job->sender = from;
-    if (settings_.ReadIni(u"Options", u"MailAuth") == u"1") {
-        QString method = settings_.ReadIni(u"Options", u"AuthMethod");
+    if (settings_.IsOn(Key::MailAuth)) {
+        QString method = settings_.Read(Key::AuthMethod);
         if (method == u"SMTPAuth") {
-            job->sender = from + u'\t' + settings_.ReadIni(u"Options", u"UserID") + u':' +
-                          ScramblePassword(u"RESET", settings_.ReadIni(u"Options", u"Password"));
+            job->sender = from + u'\t' + settings_.Read(Key::MailUser) + u':' +
+                          ScramblePassword(u"RESET", settings_.Read(Key::MailPass));
         } else if (method == u"POPBeforeSMTP") {
             job->popFirst = true;
-            job->popServer = settings_.ReadIni(u"Options", u"POPServer");
-            job->user = settings_.ReadIni(u"Options", u"UserID");
-            job->password = ScramblePassword(u"RESET", settings_.ReadIni(u"Options", u"Password"));
+            job->popServer = settings_.Read(Key::POPServer);
+            job->user = settings_.Read(Key::MailUser);
+            job->password = ScramblePassword(u"RESET", settings_.Read(Key::MailPass));
         }
     }
     job->message = Message(from, job->to, Subject, Body(address, now), now);

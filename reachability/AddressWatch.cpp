@@ -2,6 +2,7 @@
 
 #include "core/Application.h"
 #include "core/NetAddress.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "reachability/AddressMail.h"
 #include "reachability/DynDns.h"
@@ -17,7 +18,7 @@ AddressWatch::AddressWatch(Application& app, DnsService& service, AddressMail& m
 }
 
 QString AddressWatch::port() const {
-    return app_.settings.ReadIni(u"WebServer", u"Port");
+    return app_.settings.Read(Key::WebPort);
 }
 
 QString AddressWatch::LocalUrl() const {
@@ -43,11 +44,11 @@ void AddressWatch::found(const QString& result) {
     const QString address = result;
     app_.state.GlobalAddr = address;
     SettingsStore& s = app_.settings;
-    if (s.ReadIni(u"Options", u"NotifyMail") == u"1") {
-        if (s.ReadIni(u"NotifyMail", u"LastIP") != address) {
+    if (s.IsOn(Key::NotifyMail)) {
+        if (s.Read(Key::MailLastIP) != address) {
             mail_.Send(address, [this, address](bool sent) {
                 if (sent) {
-                    app_.settings.WriteIni(u"NotifyMail", u"LastIP", address);
+                    app_.settings.Write(Key::MailLastIP, address);
                     emit urlShown(DynDns::Url(address, port()));
                 }
                 dnsStep(address);
@@ -61,14 +62,14 @@ void AddressWatch::found(const QString& result) {
 
 void AddressWatch::dnsStep(const QString& address) {
     SettingsStore& s = app_.settings;
-    if (s.ReadIni(u"Options", u"DNS_Update") == u"1") {
+    if (s.IsOn(Key::DnsUpdate)) {
         dns_.WatchStep(address, [this](const QString& globalAddr) {
             app_.state.GlobalAddr = globalAddr;
             finish();
         });
         return;
     }
-    if (s.ReadIni(u"Options", u"NotifyMail") != u"1")
+    if (!s.IsOn(Key::NotifyMail))
         emit urlShown(DynDns::Url(address, port()));
     finish();
 }

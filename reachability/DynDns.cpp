@@ -3,6 +3,7 @@
 #include "core/AtomicFile.h"
 #include "core/Clock.h"
 #include "core/Password.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 
 #include <QFile>
@@ -24,8 +25,8 @@ Q_LOGGING_CATEGORY(lcDns, "kestrava.dns")
 // is not one, and is not kept in memory.
 constexpr qint64 MaxAnswerBytes = 64 * 1024;
 
-QString setting(SettingsStore& settings, QStringView key, const QString& fallback) {
-    QString value = settings.ReadIni(u"Options", key).trimmed();
+QString setting(SettingsStore& settings, const SettingKey& key, const QString& fallback) {
+    QString value = settings.Read(key).trimmed();
     return value.isEmpty() ? fallback : value;
 }
 } // namespace
@@ -93,7 +94,7 @@ QString DnsService::FirstIPv4(QByteArrayView text) {
 }
 
 void DnsService::GetIPAddr(std::function<void(const QString&)> done) {
-    const QUrl url(setting(settings_, u"IPCheckURL", DefaultIPCheckURL));
+    const QUrl url(setting(settings_, Key::IPCheckURL, DefaultIPCheckURL));
     qCDebug(lcDns).noquote() << "lookup GET" << url.toString();
     get(QNetworkRequest(url),
         [done = std::move(done)](QNetworkReply* reply, const QByteArray& body) {
@@ -109,7 +110,7 @@ void DnsService::GetIPAddr(std::function<void(const QString&)> done) {
 
 void DnsService::UpdateNow(const QString& user, const QString& password, const QString& host,
                            const QString& address, std::function<void(const QString&)> done) {
-    QString base = setting(settings_, u"DNS_Server", DefaultDNSServer);
+    QString base = setting(settings_, Key::DnsServer, DefaultDNSServer);
     while (base.endsWith(u'/'))
         base.chop(1);
     QUrl url(base + u"/nic/update"_s);
@@ -152,8 +153,8 @@ bool DynDns::AcceptedBySetup(const QString& answer) {
 }
 
 void DynDns::remember(const QString& address) {
-    settings_.WriteIni(u"DynDns", u"LastIP", address);
-    settings_.WriteIni(u"DynDns", u"LastUpdated", clock_.now().date().toString(u"yyyy/MM/dd"_s));
+    settings_.Write(Key::DnsLastIP, address);
+    settings_.Write(Key::DnsLastUpdated, clock_.now().date().toString(u"yyyy/MM/dd"_s));
 }
 
 void DynDns::appendLog(const QString& answer) {
@@ -176,14 +177,14 @@ void DynDns::appendLog(const QString& answer) {
 }
 
 void DynDns::WatchStep(const QString& address, std::function<void(const QString&)> done) {
-    const QString port = settings_.ReadIni(u"WebServer", u"Port");
-    const QString host = settings_.ReadIni(u"Options", u"DNS_Host");
+    const QString port = settings_.Read(Key::WebPort);
+    const QString host = settings_.Read(Key::DnsHost);
     auto held = [this, host, port, done] {
         emit urlShown(Url(host, port));
         done(host);
     };
-    if (settings_.ReadIni(u"DynDns", u"LastIP") == address) {
-        const QString last = settings_.ReadIni(u"DynDns", u"LastUpdated");
+    if (settings_.Read(Key::DnsLastIP) == address) {
+        const QString last = settings_.Read(Key::DnsLastUpdated);
         if (last.isEmpty())
             return held();
         // A date that cannot be read is refreshed rather than trusted.
@@ -191,8 +192,8 @@ void DynDns::WatchStep(const QString& address, std::function<void(const QString&
         if (date.isValid() && date.daysTo(clock_.now().date()) < RefreshDays)
             return held();
     }
-    const QString user = settings_.ReadIni(u"Options", u"DNS_User");
-    const QString pass = ScramblePassword(u"RESET", settings_.ReadIni(u"Options", u"DNS_Pass"));
+    const QString user = settings_.Read(Key::DnsUser);
+    const QString pass = ScramblePassword(u"RESET", settings_.Read(Key::DnsPass));
     service_.UpdateNow(user, pass, host, address,
                        [this, address, port, held, done](const QString& answer) {
                            appendLog(answer);

@@ -2,6 +2,7 @@
 
 #include "core/Clock.h"
 #include "core/NetAddress.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 
 #include <QEventLoop>
@@ -130,7 +131,7 @@ void PortMapping::run(std::function<QString()> work, Done done) {
 void PortMapping::UPnPAddMapping(const QString& port, const QString& client,
                                  const QString& protocol, const QString& description, Done done) {
     const int n = portNumber(port);
-    const QByteArray url = settings_.ReadIni(u"Options", u"UPnPDescURL").trimmed().toUtf8();
+    const QByteArray url = settings_.Read(Key::UPnPDescURL).trimmed().toUtf8();
     const QByteArray number = QByteArray::number(n), host = client.toUtf8(),
                      proto = protocol.toUtf8(), desc = description.toUtf8();
     run(
@@ -153,7 +154,7 @@ void PortMapping::UPnPAddMapping(const QString& port, const QString& client,
 
 void PortMapping::UPnPRemoveMapping(const QString& port, const QString& protocol, Done done) {
     const int n = portNumber(port);
-    const QByteArray url = settings_.ReadIni(u"Options", u"UPnPDescURL").trimmed().toUtf8();
+    const QByteArray url = settings_.Read(Key::UPnPDescURL).trimmed().toUtf8();
     const QByteArray number = QByteArray::number(n), proto = protocol.toUtf8();
     run(
         [=] {
@@ -168,7 +169,7 @@ void PortMapping::UPnPRemoveMapping(const QString& port, const QString& protocol
 }
 
 void PortMapping::UPnPListMappings(Done done) {
-    const QByteArray url = settings_.ReadIni(u"Options", u"UPnPDescURL").trimmed().toUtf8();
+    const QByteArray url = settings_.Read(Key::UPnPDescURL).trimmed().toUtf8();
     run([url] { return listMappings(url); }, std::move(done));
 }
 
@@ -183,7 +184,7 @@ void PortMapping::MapWebPort(Done done) {
         QTimer::singleShot(0, this, [done] { done(Failed); });
         return;
     }
-    AddMappingPort(settings_.ReadIni(u"WebServer", u"Port"), address, u"TCP"_s, u"Kestrava"_s,
+    AddMappingPort(settings_.Read(Key::WebPort), address, u"TCP"_s, u"Kestrava"_s,
                    [done](const QString& r) { done(r == Failed ? Failed : Success); });
 }
 
@@ -208,10 +209,10 @@ void PortMapping::ListMapping(Done done) {
 void PortMapping::RemoveAtExit(int timeoutMs) {
     // Without internet access and no mapping made, asking would only send
     // discovery into the network on every exit.
-    if (!MappingDone && settings_.ReadIni(u"Options", u"Internet") != u"1")
+    if (!MappingDone && !settings_.IsOn(Key::Internet))
         return;
     auto loop = std::make_shared<QEventLoop>();
-    DeleteMappingPort(settings_.ReadIni(u"WebServer", u"Port"), u"TCP"_s, [loop](const QString& r) {
+    DeleteMappingPort(settings_.Read(Key::WebPort), u"TCP"_s, [loop](const QString& r) {
         qCDebug(lcUpnp) << "removal at exit:" << r;
         loop->quit();
     });

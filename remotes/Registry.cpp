@@ -1,17 +1,10 @@
 #include "remotes/Registry.h"
 
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
 
 using namespace Qt::StringLiterals;
-
-QString RemoteSection(int id) {
-    return u"Remote-"_s + QString::number(id);
-}
-
-QString ButtonKey(int buttonId) {
-    return u"Button-"_s + QString::number(buttonId);
-}
 
 const std::array<Design, 6>& Designs() {
     static const std::array<Design, 6> designs = {{
@@ -40,18 +33,17 @@ const Design* DesignByOption(int optionIndex) {
 }
 
 QString GetButtonFunc(SettingsStore& settings, QStringView remoteId, QStringView buttonId) {
-    return settings.ReadIni(u"Remote-"_s + remoteId.toString(), u"Button-"_s + buttonId.toString());
+    return settings.Read(Key::RemoteButton(remoteId, buttonId));
 }
 
 std::vector<QString> ReadRemoteButtons(SettingsStore& settings, int remoteId) {
-    const QString section = RemoteSection(remoteId);
-    const Design* design = DesignByText(settings.ReadIni(section, u"Design"));
+    const Design* design = DesignByText(settings.Read(Key::RemoteDesign(remoteId)));
     std::vector<QString> buttons;
     if (!design)
         return buttons;
     buttons.reserve(size_t(design->buttonCount));
     for (int k = 0; k < design->buttonCount; ++k)
-        buttons.push_back(settings.ReadIni(section, ButtonKey(k)));
+        buttons.push_back(settings.Read(Key::RemoteButton(remoteId, k)));
     return buttons;
 }
 
@@ -72,7 +64,7 @@ int FitLabel(QStringView functionName) {
 }
 
 bool IsTestMode(SettingsStore& settings) {
-    return settings.ReadIni(u"Tira", u"Testmode") == u"1";
+    return settings.IsOn(Key::TestMode);
 }
 
 QString TestModeDevice::function(int buttonId) const {
@@ -131,7 +123,7 @@ DeviceList FillDevices(SettingsStore& settings) {
             list.items.push_back({d.name, std::nullopt});
     } else {
         for (int id = 1; id <= MaxListedRemoteId; ++id) {
-            QString name = settings.ReadIni(RemoteSection(id), u"Device");
+            QString name = settings.Read(Key::RemoteName(id));
             if (!name.isEmpty())
                 list.items.push_back({name, id});
         }

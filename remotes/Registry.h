@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/SettingKeys.h"
+
 #include <QString>
 #include <QStringView>
 
@@ -18,8 +20,8 @@ class SettingsStore;
 constexpr int MaxListedRemoteId = 100;
 constexpr int MaxRemoteId = 1000;
 
-QString RemoteSection(int id);   // "Remote-<id>"
-QString ButtonKey(int buttonId); // "Button-<k>"
+using Key::ButtonKey;
+using Key::RemoteSection;
 
 // One of the six fixed button layouts.
 struct Design {

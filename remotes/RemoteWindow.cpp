@@ -1,6 +1,7 @@
 #include "remotes/RemoteWindow.h"
 
 #include "core/Application.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/Wait.h"
 #include "infrared/Transmission.h"
@@ -271,14 +272,14 @@ QLabel* RemoteWindow::lblFunc(int buttonId) const {
     return buttonId >= 0 && buttonId < buttonCount() ? labels_[size_t(buttonId)] : nullptr;
 }
 
-QString RemoteWindow::posKey(QStringView suffix) const {
-    return u"Remote"_s + QString::number(design_) + suffix.toString();
+QString RemoteWindow::posKey() const {
+    return u"Remote"_s + QString::number(design_);
 }
 
 void RemoteWindow::placeAtStart() {
-    const QString top = settings_.ReadIni(u"Pos", posKey(u"_T"));
+    const QString top = settings_.Read(Key::PositionTop(posKey()));
     if (!top.isEmpty()) {
-        const QString left = settings_.ReadIni(u"Pos", posKey(u"_L"));
+        const QString left = settings_.Read(Key::PositionLeft(posKey()));
         move(TwipsToPixels(Val(left)), TwipsToPixels(Val(top)));
         return;
     }
@@ -338,8 +339,8 @@ bool RemoteWindow::eventFilter(QObject* watched, QEvent* event) {
 }
 
 void RemoteWindow::closeEvent(QCloseEvent* event) {
-    settings_.WriteIni(u"Pos", posKey(u"_T"), QString::number(y() * TwipsPerPixel));
-    settings_.WriteIni(u"Pos", posKey(u"_L"), QString::number(x() * TwipsPerPixel));
+    settings_.Write(Key::PositionTop(posKey()), QString::number(y() * TwipsPerPixel));
+    settings_.Write(Key::PositionLeft(posKey()), QString::number(x() * TwipsPerPixel));
     event->accept();
 }
 

@@ -89,7 +89,7 @@ private:
     void clickButton(int buttonId);
     void doubleClickButton(int buttonId);
     void placeAtStart();
-    QString posKey(QStringView suffix) const;
+    QString posKey() const;
 
     int design_;
     const DesignLayout* layout_;

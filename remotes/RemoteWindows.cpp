@@ -1,6 +1,7 @@
 #include "remotes/RemoteWindows.h"
 
 #include "core/Application.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "remotes/Registry.h"
 #include "remotes/RemoteWindow.h"
@@ -61,7 +62,7 @@ void RemoteWindows::ShowRemoteWindow(const QString& deviceName, int id) {
         }
         return;
     }
-    const Design* design = DesignByText(app_.settings.ReadIni(RemoteSection(id), u"Design"));
+    const Design* design = DesignByText(app_.settings.Read(Key::RemoteDesign(id)));
     if (!design)
         return;
     app_.state.RemoteLive = true;

@@ -2,6 +2,7 @@
 
 #include "core/Application.h"
 #include "core/Clock.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
 #include "remotes/Registry.h"
@@ -155,8 +156,8 @@ AddNewWindow::AddNewWindow(Application& app, QWidget* parent)
     resize(640, 520);
 
     // The place of the last time.
-    const QString top = s.ReadIni(u"Pos", u"AddNew_T");
-    const QString left = s.ReadIni(u"Pos", u"AddNew_L");
+    const QString top = s.Read(Key::PositionTop(u"AddNew"));
+    const QString left = s.Read(Key::PositionLeft(u"AddNew"));
     if (!top.isEmpty() && !left.isEmpty()) {
         move(int(Val(left) / TwipsPerPixel), int(Val(top) / TwipsPerPixel));
     } else if (QScreen* screen = QGuiApplication::primaryScreen()) {
@@ -166,7 +167,7 @@ AddNewWindow::AddNewWindow(Application& app, QWidget* parent)
         move(frame.topLeft());
     }
 
-    const bool h24 = s.ReadIni(u"DataFormat", u"Time") == u"24hours";
+    const bool h24 = s.Read(Key::DateFormat) == u"24hours";
     option_[h24 ? 5 : 4]->setChecked(true);
     setHourMode(h24, false);
     option_[1]->setChecked(true);
@@ -202,7 +203,7 @@ AddNewWindow::AddNewWindow(Application& app, QWidget* parent)
 
 void AddNewWindow::setHourMode(bool h24, bool store) {
     if (store)
-        app_.settings.WriteIni(u"DataFormat", u"Time", h24 ? u"24hours" : u"AMPM");
+        app_.settings.Write(Key::DateFormat, h24 ? u"24hours" : u"AMPM");
     const QSignalBlocker quiet(combo1_);
     combo1_->clear();
     combo1_->addItems(twoDigits(0, h24 ? 23 : 11));
@@ -370,7 +371,7 @@ bool AddNewWindow::eventFilter(QObject* watched, QEvent* event) {
 }
 
 void AddNewWindow::closeEvent(QCloseEvent* event) {
-    app_.settings.WriteIni(u"Pos", u"AddNew_T", QString::number(y() * TwipsPerPixel));
-    app_.settings.WriteIni(u"Pos", u"AddNew_L", QString::number(x() * TwipsPerPixel));
+    app_.settings.Write(Key::PositionTop(u"AddNew"), QString::number(y() * TwipsPerPixel));
+    app_.settings.Write(Key::PositionLeft(u"AddNew"), QString::number(x() * TwipsPerPixel));
     event->accept();
 }

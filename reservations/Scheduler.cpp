@@ -1,6 +1,7 @@
 #include "reservations/Scheduler.h"
 
 #include "core/Clock.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "infrared/SignalStore.h"
 #include "remotes/Registry.h"
@@ -64,8 +65,7 @@ void Scheduler::Tick() {
     if (stopped_)
         return;
     timReserve.start();
-    if (anyFired && settings_.ReadIni(u"Options", u"PowerControl") == u"1" && !ReserveSoon() &&
-        hibernate)
+    if (anyFired && settings_.IsOn(Key::PowerControl) && !ReserveSoon() && hibernate)
         hibernate();
 }
 
@@ -123,7 +123,7 @@ void Scheduler::FireReservation(const QString& device, const QString& function) 
 
 void Scheduler::pause() {
     // Empty means the default; 0 or a text that is no number means no pause.
-    const QString text = settings_.ReadIni(u"Options", u"Interval");
+    const QString text = settings_.Read(Key::Interval);
     const qint64 ms = text.isEmpty() ? 2000 : Val(text);
     if (ms <= 0 || stopped_)
         return;

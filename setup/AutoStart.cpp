@@ -1,6 +1,7 @@
 #include "setup/AutoStart.h"
 
 #include "core/AtomicFile.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
 
@@ -106,7 +107,7 @@ void Choose(int option, const QString& programFolder, SettingsStore& settings, U
     default:
         return;
     }
-    settings.WriteIni(u"Startup", u"WithWindows", QString::number(option));
+    settings.Write(Key::WithWindows, QString::number(option));
 }
 
 } // namespace AutoStart

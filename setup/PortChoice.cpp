@@ -1,5 +1,6 @@
 #include "setup/PortChoice.h"
 
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 
 #include <QLoggingCategory>
@@ -9,7 +10,7 @@ namespace {
 Q_LOGGING_CATEGORY(lcSetup, "kestrava.setup")
 
 QList<quint16> freeOf(SettingsStore& settings, const QList<quint16>& candidates) {
-    const QString streaming = settings.ReadIni(u"Streaming", u"Port");
+    const QString streaming = settings.Read(Key::StreamingPort);
     QList<quint16> ports;
     for (quint16 port : candidates) {
         if (!streaming.isEmpty() && Val(streaming) == port)

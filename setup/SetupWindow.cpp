@@ -5,6 +5,7 @@
 #include "core/OpenHelp.h"
 #include "core/Password.h"
 #include "core/ProgramFolder.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
 #include "reachability/AddressWatch.h"
@@ -158,13 +159,13 @@ QWidget* SetupWindow::buildWebTab() {
 
     connect(cboPortNo_, &QComboBox::activated, this, &SetupWindow::portChanged);
     connect(cboPortNo_->lineEdit(), &QLineEdit::editingFinished, this, [this] {
-        if (cboPortNo_->currentText() != app_.settings.ReadIni(u"WebServer", u"Port"))
+        if (cboPortNo_->currentText() != app_.settings.Read(Key::WebPort))
             portChanged();
     });
     connect(cmdTestLan_, &QPushButton::clicked, this, &SetupWindow::testLan);
     connect(chkINetAccess_, &QCheckBox::clicked, this, &SetupWindow::internetSwitched);
     connect(chkWebAuth_, &QCheckBox::clicked, this, [this](bool on) {
-        app_.settings.WriteIni(u"Options", u"WebAuth", bit(on));
+        app_.settings.Write(Key::WebAuth, bit(on));
         app_.state.WebAuthOn = on;
         updateGroups();
     });
@@ -270,19 +271,19 @@ QWidget* SetupWindow::buildNotifyTab() {
 
     connect(chkNotifyMail_, &QCheckBox::clicked, this, &SetupWindow::updateGroups);
     connect(chkAuth_, &QCheckBox::clicked, this, [this](bool on) {
-        app_.settings.WriteIni(u"Options", u"MailAuth", bit(on));
+        app_.settings.Write(Key::MailAuth, bit(on));
         updateGroups();
     });
     connect(optSMTPAuth_, &QRadioButton::clicked, this, [this] {
-        app_.settings.WriteIni(u"Options", u"AuthMethod", u"SMTPAuth");
+        app_.settings.Write(Key::AuthMethod, u"SMTPAuth");
         updateGroups();
     });
     connect(optPBS_, &QRadioButton::clicked, this, [this] {
-        app_.settings.WriteIni(u"Options", u"AuthMethod", u"POPBeforeSMTP");
+        app_.settings.Write(Key::AuthMethod, u"POPBeforeSMTP");
         updateGroups();
     });
     connect(chkDNSUpdate_, &QCheckBox::clicked, this, [this](bool on) {
-        app_.settings.WriteIni(u"Options", u"DNS_Update", bit(on));
+        app_.settings.Write(Key::DnsUpdate, bit(on));
         updateGroups();
     });
     connect(cmdDNSUpdateNow_, &QPushButton::clicked, this, &SetupWindow::updateDnsNow);
@@ -307,7 +308,7 @@ QWidget* SetupWindow::buildPowerTab() {
     sleepKind->addButton(option1_);
     sleepKind->addButton(option2_);
     connect(chkPowerCon_, &QCheckBox::clicked, this, [this](bool on) {
-        app_.settings.WriteIni(u"Options", u"PowerControl", bit(on));
+        app_.settings.Write(Key::PowerControl, bit(on));
         emit powerControlChanged();
     });
 
@@ -361,12 +362,12 @@ QWidget* SetupWindow::buildReserveTab() {
         if (loading_ || i < 0)
             return;
         const qint64 ms = qRound64(cmbInterval_->itemText(i).toDouble() * 1000);
-        app_.settings.WriteIni(u"Options", u"Interval", QString::number(ms));
+        app_.settings.Write(Key::Interval, QString::number(ms));
     });
     connect(chkTakePic_, &QCheckBox::clicked, this, [this](bool on) {
         if (loading_)
             return;
-        app_.settings.WriteIni(u"Options", u"TakePic", bit(on));
+        app_.settings.Write(Key::TakePic, bit(on));
         updateGroups();
         if (services_.camera)
             services_.camera(on);
@@ -400,14 +401,14 @@ void SetupWindow::load() {
     SettingsStore& s = app_.settings;
     loading_ = true;
     fillDevices();
-    const QString port = s.ReadIni(u"WebServer", u"Port");
+    const QString port = s.Read(Key::WebPort);
     for (quint16 p : FreeWebPorts(s))
         cboPortNo_->addItem(QString::number(p));
     cboPortNo_->setCurrentIndex(0);
     if (!port.isEmpty())
         cboPortNo_->setCurrentText(port);
 
-    const QString device = s.ReadIni(u"Tira", u"Device").trimmed();
+    const QString device = s.Read(Key::TiraDevice).trimmed();
     int chosen = 0;
     if (!device.isEmpty()) {
         chosen = combo1_->findData(device);
@@ -415,7 +416,7 @@ void SetupWindow::load() {
             combo1_->addItem(device, device);
             chosen = combo1_->count() - 1;
         }
-    } else if (const qint64 n = Val(s.ReadIni(u"Tira", u"ComPort")); n >= 0 && n < 16) {
+    } else if (const qint64 n = Val(s.Read(Key::ComPort)); n >= 0 && n < 16) {
         chosen = int(n);
     }
     combo1_->setCurrentIndex(chosen);
@@ -425,46 +426,46 @@ void SetupWindow::load() {
     const QString local = GetPrivateIP();
     lblLanAddr_->setText(local == u"Failed" ? QString() : withPort(u"http://"_s + local));
 
-    chkWebAuth_->setChecked(s.ReadIni(u"Options", u"WebAuth") == u"1");
-    txtWebUser_->setText(s.ReadIni(u"Options", u"Web_User"));
-    txtWebPass_->setText(ScramblePassword(u"RESET", s.ReadIni(u"Options", u"Web_Pass")));
-    chkNotifyMail_->setChecked(s.ReadIni(u"Options", u"NotifyMail") == u"1");
-    txtTo_->setText(s.ReadIni(u"Options", u"NotifyTo"));
-    txtFrom_->setText(s.ReadIni(u"Options", u"MailFrom"));
-    txtSMTPServer_->setText(s.ReadIni(u"Options", u"SMTPServer"));
-    chkAuth_->setChecked(s.ReadIni(u"Options", u"MailAuth") == u"1");
-    (s.ReadIni(u"Options", u"AuthMethod") == u"POPBeforeSMTP" ? optPBS_ : optSMTPAuth_)
-        ->setChecked(true);
-    txtUserID_->setText(s.ReadIni(u"Options", u"UserID"));
-    txtPassword_->setText(ScramblePassword(u"RESET", s.ReadIni(u"Options", u"Password")));
-    txtPOPServer_->setText(s.ReadIni(u"Options", u"POPServer"));
-    chkDNSUpdate_->setChecked(s.ReadIni(u"Options", u"DNS_Update") == u"1");
-    txtDNSUser_->setText(s.ReadIni(u"Options", u"DNS_User"));
-    txtDNSPass_->setText(ScramblePassword(u"RESET", s.ReadIni(u"Options", u"DNS_Pass")));
-    txtDNSHost_->setText(s.ReadIni(u"Options", u"DNS_Host"));
-    chkPowerCon_->setChecked(s.ReadIni(u"Options", u"PowerControl") == u"1");
-    txtPowerID_->setText(s.ReadIni(u"Options", u"PowerControl-User"));
-    txtPowerPass_->setText(ScramblePassword(u"RESET", s.ReadIni(u"Options", u"PowerControl-Pass")));
-    (s.ReadIni(u"Power", u"HibernOrSuspend") == u"Suspend" ? option1_ : option2_)->setChecked(true);
-    if (QAbstractButton* b = optAutoStart_->button(int(Val(s.ReadIni(u"Startup", u"WithWindows")))))
+    chkWebAuth_->setChecked(s.IsOn(Key::WebAuth));
+    txtWebUser_->setText(s.Read(Key::WebUser));
+    txtWebPass_->setText(ScramblePassword(u"RESET", s.Read(Key::WebPass)));
+    chkNotifyMail_->setChecked(s.IsOn(Key::NotifyMail));
+    txtTo_->setText(s.Read(Key::NotifyTo));
+    txtFrom_->setText(s.Read(Key::MailFrom));
+    txtSMTPServer_->setText(s.Read(Key::SMTPServer));
+    chkAuth_->setChecked(s.IsOn(Key::MailAuth));
+    (s.Read(Key::AuthMethod) == u"POPBeforeSMTP" ? optPBS_ : optSMTPAuth_)->setChecked(true);
+    txtUserID_->setText(s.Read(Key::MailUser));
+    txtPassword_->setText(ScramblePassword(u"RESET", s.Read(Key::MailPass)));
+    txtPOPServer_->setText(s.Read(Key::POPServer));
+    chkDNSUpdate_->setChecked(s.IsOn(Key::DnsUpdate));
+    txtDNSUser_->setText(s.Read(Key::DnsUser));
+    txtDNSPass_->setText(ScramblePassword(u"RESET", s.Read(Key::DnsPass)));
+    txtDNSHost_->setText(s.Read(Key::DnsHost));
+    chkPowerCon_->setChecked(s.IsOn(Key::PowerControl));
+    txtPowerID_->setText(s.Read(Key::PowerUser));
+    txtPowerPass_->setText(ScramblePassword(u"RESET", s.Read(Key::PowerPass)));
+    (s.Read(Key::HibernOrSuspend) == u"Suspend" ? option1_ : option2_)->setChecked(true);
+    if (QAbstractButton* b = optAutoStart_->button(int(Val(s.Read(Key::WithWindows)))))
         b->setChecked(true);
     // The pause in force: 2 s while the key is empty, and one not on the list
     // (written by hand) as it stands.
-    const QString interval = s.ReadIni(u"Options", u"Interval");
+    const QString interval = s.Read(Key::Interval);
     const QString seconds =
         QString::number(double(interval.isEmpty() ? 2000 : Val(interval)) / 1000);
     if (cmbInterval_->findText(seconds) < 0)
         cmbInterval_->addItem(seconds);
     cmbInterval_->setCurrentText(seconds);
-    chkTakePic_->setChecked(s.ReadIni(u"Options", u"TakePic") == u"1");
+    chkTakePic_->setChecked(s.IsOn(Key::TakePic));
 
-    const QString top = s.ReadIni(u"Pos", u"Setup_T"), left = s.ReadIni(u"Pos", u"Setup_L");
+    const QString top = s.Read(Key::PositionTop(u"Setup")),
+                  left = s.Read(Key::PositionLeft(u"Setup"));
     if (!top.isEmpty() && !left.isEmpty() && Val(top) >= 0 && Val(left) >= 0)
         move(int(Val(left) / TwipsPerPixel), int(Val(top) / TwipsPerPixel));
     loading_ = false;
 
     // Internet use needs the global address: looked up again each time.
-    const bool internet = s.ReadIni(u"Options", u"Internet") == u"1";
+    const bool internet = s.IsOn(Key::Internet);
     chkINetAccess_->setChecked(internet);
     updateGroups();
     if (internet)
@@ -500,10 +501,10 @@ void SetupWindow::updateGroups() {
 
 void SetupWindow::internetSwitched(bool on) {
     if (!on) {
-        app_.settings.WriteIni(u"Options", u"Internet", u"0");
+        app_.settings.Write(Key::Internet, u"0");
         updateGroups();
         app_.addressWatch->Stop();
-        app_.portMapping->DeleteMappingPort(app_.settings.ReadIni(u"WebServer", u"Port"), u"TCP"_s);
+        app_.portMapping->DeleteMappingPort(app_.settings.Read(Key::WebPort), u"TCP"_s);
         return;
     }
     lblINetAddr_->setText(u"グローバルIPアドレス取得中..."_s);
@@ -524,7 +525,7 @@ void SetupWindow::lookupDone(const QString& result) {
         return;
     }
     lblINetAddr_->setText(withPort(u"http://"_s + result));
-    app_.settings.WriteIni(u"Options", u"Internet", u"1");
+    app_.settings.Write(Key::Internet, u"1");
     updateGroups();
     app_.addressWatch->CheckSoon();
     app_.timUPnPDelay.setInterval(100);
@@ -532,7 +533,7 @@ void SetupWindow::lookupDone(const QString& result) {
 }
 
 void SetupWindow::portChanged() {
-    app_.settings.WriteIni(u"WebServer", u"Port", cboPortNo_->currentText());
+    app_.settings.Write(Key::WebPort, cboPortNo_->currentText());
     if (app_.state.WebServerUp)
         app_.prompt.Information(u"ポート番号の変更は次回起動時に有効になります。\r\n"
                                 u"Kestravaを一度終了してから起動しなおしてください。"_s);
@@ -546,7 +547,7 @@ void SetupWindow::testModeSwitched(bool on) {
     if (on) {
         QDir().mkpath(app_.folder.path(u"testmode/reserve"));
     }
-    app_.settings.WriteIni(u"Tira", u"Testmode", bit(on));
+    app_.settings.Write(Key::TestMode, bit(on));
     app_.scheduler.FillGrid();
 }
 
@@ -564,7 +565,7 @@ void SetupWindow::testTransceiver() {
     const QVariant data = combo1_->currentData();
     const bool serial = data.typeId() == QMetaType::Int;
     const qint16 port =
-        serial ? qint16(data.toInt()) : qint16(Val(app_.settings.ReadIni(u"Tira", u"ComPort")));
+        serial ? qint16(data.toInt()) : qint16(Val(app_.settings.Read(Key::ComPort)));
     const QString target = serial ? u"/dev/ttyUSB"_s + QString::number(port) : data.toString();
     const bool ok = services_.testTransceiver && services_.testTransceiver(target, port);
     if (!ok) {
@@ -577,7 +578,7 @@ void SetupWindow::testTransceiver() {
 
 void SetupWindow::testLan() {
     if (!app_.state.WebServerUp) {
-        app_.settings.WriteIni(u"WebServer", u"Port", cboPortNo_->currentText());
+        app_.settings.Write(Key::WebPort, cboPortNo_->currentText());
         if (app_.webServer)
             app_.webServer->InitWebServer();
         app_.state.WebUser = txtWebUser_->text();
@@ -630,12 +631,12 @@ void SetupWindow::ok() {
     UserPrompt& prompt = app_.prompt;
     const QVariant data = combo1_->currentData();
     if (data.typeId() == QMetaType::Int) {
-        s.WriteIni(u"Tira", u"ComPort", QString::number(data.toInt()));
-        s.WriteIni(u"Tira", u"Device", u"");
+        s.Write(Key::ComPort, QString::number(data.toInt()));
+        s.Write(Key::TiraDevice, u"");
     } else {
-        s.WriteIni(u"Tira", u"Device", data.toString());
+        s.Write(Key::TiraDevice, data.toString());
     }
-    s.WriteIni(u"Tira", u"TestMode", bit(chkTest_->isChecked()));
+    s.Write(Key::TestMode, bit(chkTest_->isChecked()));
 
     auto bad = [](const QLineEdit* e, QChar needed) {
         return e->text().isEmpty() || !e->text().contains(needed);
@@ -648,7 +649,7 @@ void SetupWindow::ok() {
         if (bad(txtSMTPServer_, u'.'))
             return prompt.Warning(u"送信サーバーが正しくありません。"_s);
     }
-    s.WriteIni(u"Options", u"NotifyMail", bit(chkNotifyMail_->isChecked()));
+    s.Write(Key::NotifyMail, bit(chkNotifyMail_->isChecked()));
     if (chkAuth_->isChecked()) {
         if (txtUserID_->text().isEmpty())
             return prompt.Warning(u"ユーザーIDが正しくありません。"_s);
@@ -660,26 +661,26 @@ void SetupWindow::ok() {
     // Power control asks for no account on this system: nothing to check.
 
     const auto scrambled = [](const QLineEdit* e) { return ScramblePassword(u"SET", e->text()); };
-    s.WriteIni(u"Options", u"NotifyTo", txtTo_->text());
-    s.WriteIni(u"Options", u"MailFrom", txtFrom_->text());
-    s.WriteIni(u"Options", u"SMTPServer", txtSMTPServer_->text());
-    s.WriteIni(u"Options", u"UserID", txtUserID_->text());
-    s.WriteIni(u"Options", u"Password", scrambled(txtPassword_));
-    s.WriteIni(u"Options", u"POPServer", txtPOPServer_->text());
-    s.WriteIni(u"Options", u"PowerControl-User", txtPowerID_->text());
-    s.WriteIni(u"Options", u"PowerControl-Pass", scrambled(txtPowerPass_));
-    s.WriteIni(u"Options", u"DNS_User", txtDNSUser_->text());
-    s.WriteIni(u"Options", u"DNS_Pass", scrambled(txtDNSPass_));
-    s.WriteIni(u"Options", u"DNS_Host", txtDNSHost_->text());
-    s.WriteIni(u"Options", u"Web_User", txtWebUser_->text());
-    s.WriteIni(u"Options", u"Web_Pass", scrambled(txtWebPass_));
+    s.Write(Key::NotifyTo, txtTo_->text());
+    s.Write(Key::MailFrom, txtFrom_->text());
+    s.Write(Key::SMTPServer, txtSMTPServer_->text());
+    s.Write(Key::MailUser, txtUserID_->text());
+    s.Write(Key::MailPass, scrambled(txtPassword_));
+    s.Write(Key::POPServer, txtPOPServer_->text());
+    s.Write(Key::PowerUser, txtPowerID_->text());
+    s.Write(Key::PowerPass, scrambled(txtPowerPass_));
+    s.Write(Key::DnsUser, txtDNSUser_->text());
+    s.Write(Key::DnsPass, scrambled(txtDNSPass_));
+    s.Write(Key::DnsHost, txtDNSHost_->text());
+    s.Write(Key::WebUser, txtWebUser_->text());
+    s.Write(Key::WebPass, scrambled(txtWebPass_));
     app_.state.WebUser = txtWebUser_->text();
     app_.state.WebPass = txtWebPass_->text();
     if (chkNotifyMail_->isChecked())
         app_.addressWatch->CheckSoon();
     else
         app_.addressWatch->Stop();
-    s.WriteIni(u"Power", u"HibernOrSuspend", option1_->isChecked() ? u"Suspend" : u"Hibern");
+    s.Write(Key::HibernOrSuspend, option1_->isChecked() ? u"Suspend" : u"Hibern");
     accept();
 }
 
@@ -698,10 +699,10 @@ void SetupWindow::unload() {
     if (unloaded_)
         return;
     unloaded_ = true;
-    app_.settings.WriteIni(u"Pos", u"Setup_T", QString::number(y() * TwipsPerPixel));
-    app_.settings.WriteIni(u"Pos", u"Setup_L", QString::number(x() * TwipsPerPixel));
+    app_.settings.Write(Key::PositionTop(u"Setup"), QString::number(y() * TwipsPerPixel));
+    app_.settings.Write(Key::PositionLeft(u"Setup"), QString::number(x() * TwipsPerPixel));
     if (!cboPortNo_->currentText().isEmpty())
-        app_.settings.WriteIni(u"WebServer", u"Port", cboPortNo_->currentText());
+        app_.settings.Write(Key::WebPort, cboPortNo_->currentText());
     app_.state.SetupOpen = false;
     emit app_.setupClosed();
 }

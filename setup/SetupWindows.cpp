@@ -1,6 +1,7 @@
 #include "setup/SetupWindows.h"
 
 #include "core/Application.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "setup/PortChoice.h"
 #include "setup/SpecifyPortWindow.h"
@@ -42,7 +43,7 @@ std::optional<quint16> SetupWindows::AskForPort() {
         dialog->exec();
     if (app_.isClosing())
         return std::nullopt;
-    const qint64 port = Val(app_.settings.ReadIni(u"WebServer", u"Port"));
+    const qint64 port = Val(app_.settings.Read(Key::WebPort));
     if (port < 1 || port > 65535)
         return std::nullopt;
     return quint16(port);

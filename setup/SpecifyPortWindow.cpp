@@ -1,5 +1,6 @@
 #include "setup/SpecifyPortWindow.h"
 
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "setup/PortChoice.h"
 
@@ -25,7 +26,7 @@ SpecifyPortWindow::SpecifyPortWindow(SettingsStore& settings, QWidget* parent)
     ok->setObjectName(u"Command1"_s);
     ok->setDefault(true);
     connect(ok, &QPushButton::clicked, this, [this] {
-        settings_.WriteIni(u"WebServer", u"Port", cboPortNo_->currentText());
+        settings_.Write(Key::WebPort, cboPortNo_->currentText());
         accept();
     });
 

@@ -1,5 +1,6 @@
 #include "webpages/MenuPages.h"
 
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "remotes/Registry.h"
 #include "webserver/Codecs.h"
@@ -32,10 +33,10 @@ std::vector<ListedDevice> listedDevices(SettingsStore& settings, bool withDesign
         return out;
     }
     for (int id = 1; id <= MaxListedRemoteId; ++id) {
-        QString name = settings.ReadIni(RemoteSection(id), u"Device");
+        QString name = settings.Read(Key::RemoteName(id));
         if (name.isEmpty())
             continue;
-        QString design = withDesign ? settings.ReadIni(RemoteSection(id), u"Design") : QString();
+        QString design = withDesign ? settings.Read(Key::RemoteDesign(id)) : QString();
         out.push_back({id, std::move(name), std::move(design)});
     }
     return out;
@@ -75,7 +76,7 @@ QString DefaultPage(SettingsStore& settings) {
     out += menuEntry(u"remote.asp"_s, u"リモコン操作"_s);
     out += menuEntry(u"add1.asp"_s, u"予約の追加・編集"_s);
     out += menuEntry(u"list.asp"_s, u"予約の一覧・削除"_s);
-    if (settings.ReadIni(u"Options", u"PowerControl") == u"1")
+    if (settings.IsOn(Key::PowerControl))
         out += menuEntry(u"confirm.asp"_s, u"休止状態にする"_s);
     out += u"</body>"_s + CRLF + u"</html>"_s + CRLF;
     return out;

@@ -1,6 +1,7 @@
 #include "webpages/PowerPages.h"
 
 #include "core/Application.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "power/Power.h"
 #include "webpages/MenuPages.h"
@@ -57,10 +58,10 @@ void InstallPowerPages(Dispatcher& dispatcher, Application& app, const QString& 
     dispatcher.SetGenerator(u"hibern.asp"_s, [&app, netDir, routeFile](const PageRequest& r) {
         // Without a portal of the owner's, the help on waking from outside,
         // served by this server so that a browser elsewhere can open it.
-        const QString portal = app.settings.ReadIni(u"Power", u"WakePortal");
+        const QString portal = app.settings.Read(Key::WakePortal);
         const QString link = portal.isEmpty() ? u"/help/wake.html"_s : portal + u"mp/default.asp"_s;
         const QString page = HibernPage(app.state.GlobalAddr, MacAddress(netDir, routeFile), link);
-        if (app.settings.ReadIni(u"Options", u"PowerControl") != u"1") {
+        if (!app.settings.IsOn(Key::PowerControl)) {
             qCInfo(lcPages).noquote() << "hibern.asp from" << r.remoteAddress
                                       << "puts nothing to sleep: Options/PowerControl is not 1";
             return page;

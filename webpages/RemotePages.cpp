@@ -1,6 +1,7 @@
 #include "webpages/RemotePages.h"
 
 #include "core/Clock.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
 #include "remotes/DesignLayout.h"
@@ -90,7 +91,7 @@ void takeSnapshot(SettingsStore& settings, const RemotePageServices& services) {
         services.showPreview(true);
     if (services.takeSnapshot)
         services.takeSnapshot(); // a failure leaves the last picture, silently
-    if (settings.ReadIni(u"Preview", u"AlwaysShow") != u"1" && services.showPreview)
+    if (!settings.IsOn(Key::PreviewAlwaysShow) && services.showPreview)
         services.showPreview(false);
 }
 
@@ -133,7 +134,7 @@ QString GraphicRemotePage(int design, const PageRequest& r, SettingsStore& setti
     if (!layout)
         return {};
     const bool testLabels = HasPageTestLabels(design) && IsTestMode(settings);
-    const bool camera = settings.ReadIni(u"Options", u"TakePic") == u"1";
+    const bool camera = settings.IsOn(Key::TakePic);
 
     QString out = PageHead({false, true, u"Remote"_s + num(design), BrowserBodyTag});
     if (const SendResult sent = !r.Button.isEmpty() && !testLabels

@@ -1,6 +1,7 @@
 #include "webpages/ReservePages.h"
 
 #include "core/Clock.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
 #include "remotes/Registry.h"
@@ -101,7 +102,7 @@ std::vector<Device> devices(SettingsStore& settings) {
     }
     std::vector<Device> out;
     for (int id = 1; id <= MaxListedRemoteId; ++id) {
-        QString name = settings.ReadIni(RemoteSection(id), u"Device");
+        QString name = settings.Read(Key::RemoteName(id));
         if (name.isEmpty())
             continue;
         Device d{std::move(name), {}};

@@ -5,6 +5,7 @@
 #include "core/NetAddress.h"
 #include "core/Password.h"
 #include "core/ProgramFolder.h"
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
 #include "webserver/Codecs.h"
@@ -105,7 +106,7 @@ bool WebServer::InitWebServer() {
                                       " login until it can";
     // A folder without a port gets one stored; a stored port that cannot be
     // used is replaced for this run only, so the owner's choice stays.
-    const QString portText = settings.ReadIni(u"WebServer", u"Port");
+    const QString portText = settings.Read(Key::WebPort);
     const bool storeChoice = portText.isEmpty();
     int port = -1; // none in hand
     if (!storeChoice) {
@@ -137,7 +138,7 @@ bool WebServer::InitWebServer() {
             state.WebServerUp = true;
             // The port in use is the one in hand, whether or not it could be stored.
             if (storeChoice)
-                settings.WriteIni(u"WebServer", u"Port", QString::number(server_.serverPort()));
+                settings.Write(Key::WebPort, QString::number(server_.serverPort()));
             qCInfo(lcWeb).noquote() << "listening on port" << server_.serverPort() << "-"
                                     << LocalUrl(server_.serverPort()) + u"/"_s;
             return true;
@@ -167,10 +168,10 @@ bool WebServer::LoginKnown() {
         return false;
     if (!loginRead_) {
         AppState& state = app_.state;
-        state.WebAuthOn = settings.ReadIni(u"Options", u"WebAuth") == u"1";
+        state.WebAuthOn = settings.IsOn(Key::WebAuth);
         if (state.WebAuthOn) {
-            state.WebUser = settings.ReadIni(u"Options", u"Web_User");
-            state.WebPass = ScramblePassword(u"RESET", settings.ReadIni(u"Options", u"Web_Pass"));
+            state.WebUser = settings.Read(Key::WebUser);
+            state.WebPass = ScramblePassword(u"RESET", settings.Read(Key::WebPass));
         }
         loginRead_ = true;
     }
@@ -184,7 +185,8 @@ bool WebServer::Admits(const QHostAddress& peer) {
     if (IsPrivateAddress(peer))
         return true;
     SettingsStore& settings = app_.settings;
-    return settings.ReadIni(u"Options", u"Internet") != u"0" && !settings.Unreadable() &&
+    // The filter's own rule: only an explicit "0" limits it (unlike the flags).
+    return settings.Read(Key::Internet) != u"0" && !settings.Unreadable() &&
            QFileInfo::exists(settings.path());
 }
 
