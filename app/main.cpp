@@ -18,10 +18,10 @@
 #include "core/UserPrompt.h"
 #include "exchange/Exchange.h"
 #include "infrared/DeviceList.h"
-#include "infrared/LearningWindows.h"
 #include "infrared/TiraDevice.h"
-#include "infrared/Transmission.h"
+#include "learning/LearningLauncher.h"
 #include "power/Power.h"
+#include "remotes/Press.h"
 #include "remotes/RemoteWindows.h"
 #include "setup/PortChoice.h"
 #include "setup/SetupWindows.h"
@@ -330,7 +330,7 @@ int main(int argc, char** argv) {
     std::unique_ptr<MainWindow> window;
     std::unique_ptr<PreviewWindow> preview;
     std::unique_ptr<RemoteWindows> remoteWindows;
-    std::unique_ptr<LearningWindows> learningWindows;
+    std::unique_ptr<LearningLauncher> learningWindows;
     std::unique_ptr<SetupWindows> setupWindows;
     if (!headless) {
         qCDebug(lcMain) << "running on the desktop";
@@ -338,14 +338,14 @@ int main(int argc, char** argv) {
         window = std::make_unique<MainWindow>(app);
         QObject::connect(window.get(), &MainWindow::remoteWindowRequested, remoteWindows.get(),
                          &RemoteWindows::ShowRemoteWindow);
-        learningWindows = std::make_unique<LearningWindows>(app, device, *remoteWindows);
+        learningWindows = std::make_unique<LearningLauncher>(app, device, *remoteWindows);
         QObject::connect(window.get(), &MainWindow::studyRequested, learningWindows.get(),
-                         &LearningWindows::OpenStudy);
+                         &LearningLauncher::OpenStudy);
         QObject::connect(window.get(), &MainWindow::editRequested, learningWindows.get(),
-                         &LearningWindows::OpenEdit);
-        QObject::connect(learningWindows.get(), &LearningWindows::devicesChanged, window.get(),
+                         &LearningLauncher::OpenEdit);
+        QObject::connect(learningWindows.get(), &LearningLauncher::devicesChanged, window.get(),
                          &MainWindow::FillDevices);
-        QObject::connect(learningWindows.get(), &LearningWindows::setupWanted, &app,
+        QObject::connect(learningWindows.get(), &LearningLauncher::setupWanted, &app,
                          &Application::setupRequested);
         preview = std::make_unique<PreviewWindow>(camera, folder, settings,
                                                   [&app] { return app.isClosing(); });

@@ -8,7 +8,7 @@
 #include "infrared/FakeTira.h"
 #include "infrared/SimDriver.h"
 #include "infrared/TiraDevice.h"
-#include "infrared/Transmission.h"
+#include "remotes/Press.h"
 #include "support/TempFolder.h"
 
 #include <benchmark/benchmark.h>

@@ -5,8 +5,8 @@
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
-#include "infrared/Learning.h"
 #include "infrared/SignalStore.h"
+#include "learning/LearningStore.h"
 #include "remotes/Registry.h"
 
 #include <QDir>

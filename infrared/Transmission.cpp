@@ -1,13 +1,8 @@
 #include "infrared/Transmission.h"
 
-#include "core/SettingKeys.h"
-#include "core/Settings.h"
 #include "core/UserPrompt.h"
 #include "infrared/SignalStore.h"
 #include "infrared/TiraDevice.h"
-#include "remotes/Registry.h"
-
-#include <QFileInfo>
 
 using namespace Qt::StringLiterals;
 
@@ -31,15 +26,4 @@ void TXSignal(TiraDevice& device, QStringView deviceName, QStringView function) 
         device.prompt.Notice(u"send"_s, SendBusyText);
         break;
     }
-}
-
-SendResult TXSignalById(TiraDevice& device, QStringView remote, QStringView button) {
-    if (IsTestMode(device.settings))
-        return SendResult::Sent;
-    QString name = device.settings.Read(Key::RemoteName(remote));
-    QString function = GetButtonFunc(device.settings, remote, button);
-    QString path = SignalFilePath(device.folder, name, function);
-    if (!QFileInfo::exists(path))
-        return SendResult::Sent;
-    return device.TransmitAndWait(path, TiraDevice::Origin::Background);
 }

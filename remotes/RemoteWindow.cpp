@@ -350,8 +350,7 @@ void RemoteWindow::clickButton(int buttonId) {
         // A failure shows a box, during which this window may be closed.
         TXSignal(device_, deviceName(), function(buttonId));
     } else {
-        state_.StudyClicked = true;
-        state_.StudyButton = qint16(buttonId);
+        emit keyClicked(buttonId);
     }
     if (self)
         emit buttonClicked(buttonId);

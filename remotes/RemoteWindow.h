@@ -44,7 +44,7 @@ private:
 // One on-screen remote of design 1 to 6: a borderless body with rounded
 // corners, the picture buttons, the function names under them and the device
 // name. A click transmits while RemoteLive is set; otherwise it only reports
-// the button (learning and editing).
+// the button with keyClicked (learning and editing).
 class RemoteWindow : public QWidget {
     Q_OBJECT
 public:
@@ -74,7 +74,9 @@ public:
     static constexpr int TwipsPerPixel = 15;
 
 signals:
-    // After a click was handled (sent, or noted in StudyButton).
+    // A click while not live: the learning window takes the button.
+    void keyClicked(int buttonId);
+    // After a click was handled (sent, or reported by keyClicked).
     void buttonClicked(int buttonId);
 
 protected:

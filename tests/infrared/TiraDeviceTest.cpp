@@ -4,7 +4,7 @@
 #include "infrared/IrSignal.h"
 #include "infrared/SignalStore.h"
 #include "infrared/SimDriver.h"
-#include "infrared/Transmission.h"
+#include "remotes/Press.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 

@@ -1,6 +1,6 @@
 #include "remotes/RemoteWindow.h"
 #include "core/MessageBoxPrompt.h"
-#include "infrared/EditWindow.h"
+#include "learning/RemoteEditor.h"
 #include "remotes/DesignLayout.h"
 #include "support/LearningDesk.h"
 
@@ -45,7 +45,9 @@ TEST(RemoteWindow, LiveClicksSendTheCaptionLearningClicksOnlyReport) {
     w.setFunction(1, QString());
     w.setFunction(3, u"未学習"_s); // no signal file
     int reported = -1;
+    int learned = -1;
     QObject::connect(&w, &RemoteWindow::buttonClicked, [&](int id) { reported = id; });
+    QObject::connect(&w, &RemoteWindow::keyClicked, [&](int id) { learned = id; });
     w.show();
 
     d.app.state.RemoteLive = true;
@@ -57,7 +59,7 @@ TEST(RemoteWindow, LiveClicksSendTheCaptionLearningClicksOnlyReport) {
     QTest::mousePress(w.imgB(0), Qt::LeftButton);
     QTest::mouseRelease(w.imgB(0), Qt::LeftButton, {}, QPoint(60, 5));
     EXPECT_EQ(d.sent(), 1);
-    EXPECT_FALSE(d.app.state.StudyClicked);
+    EXPECT_EQ(learned, -1);
     EXPECT_TRUE(d.prompt.shown.isEmpty());
     // A failed send tells the person and keeps the window.
     QTest::mouseClick(w.imgB(3), Qt::LeftButton);
@@ -67,8 +69,7 @@ TEST(RemoteWindow, LiveClicksSendTheCaptionLearningClicksOnlyReport) {
     // Learning: the button is reported, with or without a caption, and nothing is sent.
     d.app.state.RemoteLive = false;
     QTest::mouseClick(w.imgB(19), Qt::LeftButton);
-    EXPECT_TRUE(d.app.state.StudyClicked);
-    EXPECT_EQ(d.app.state.StudyButton, 19);
+    EXPECT_EQ(learned, 19);
     EXPECT_EQ(reported, 19);
     EXPECT_EQ(d.sent(), 1);
 }
@@ -243,7 +244,6 @@ TEST(RemoteWindows, TestModeShowsTheFixedDevicesWithoutSending) {
     EXPECT_EQ(tv->function(13), u"ch+");
     QTest::mouseClick(tv->imgB(0), Qt::LeftButton);
     EXPECT_EQ(d.sent(), 0);
-    EXPECT_EQ(d.app.state.StudyButton, 0);
     remotes.ShowRemoteWindow(u"照明"_s, 0);
     EXPECT_FALSE(remotes.window(4));
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
@@ -279,7 +279,7 @@ TEST(RemoteWindow, RepeatedFailuresShareOneBoxPerKind) {
 TEST(RemoteWindow, BoxesKeepASentenceOnOneLine) {
     QWidget desk;
     MessageBoxPrompt prompt(&desk);
-    const QString text = EditWindow::DeleteRemoteText(u"寝室テレビ"_s);
+    const QString text = RemoteEditor::DeleteRemoteText(u"寝室テレビ"_s);
     prompt.Notify(text);
     auto* box = desk.findChild<QMessageBox*>();
     ASSERT_NE(box, nullptr);

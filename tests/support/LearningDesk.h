@@ -2,12 +2,12 @@
 
 #include "core/Application.h"
 #include "core/Settings.h"
-#include "infrared/EditWindow.h"
-#include "infrared/LearningWindows.h"
 #include "infrared/SignalStore.h"
 #include "infrared/SimDriver.h"
-#include "infrared/StudyWindow.h"
 #include "infrared/TiraDevice.h"
+#include "learning/LearningLauncher.h"
+#include "learning/LearningWizard.h"
+#include "learning/RemoteEditor.h"
 #include "remotes/Registry.h"
 #include "remotes/RemoteWindow.h"
 #include "remotes/RemoteWindows.h"
@@ -40,13 +40,13 @@ struct LearningDesk {
     }
 
     SimDriver* sim() { return dynamic_cast<SimDriver*>(device.driver()); }
-    StudyWindow* study() {
+    LearningWizard* study() {
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        return qobject_cast<StudyWindow*>(windows.OpenStudy());
+        return qobject_cast<LearningWizard*>(windows.OpenStudy());
     }
-    EditWindow* edit() {
+    RemoteEditor* edit() {
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        return qobject_cast<EditWindow*>(windows.OpenEdit());
+        return qobject_cast<RemoteEditor*>(windows.OpenEdit());
     }
 
     // When the window next asks for the picture, clicks picture button `button`.
@@ -112,5 +112,5 @@ struct LearningDesk {
     Application app{t.folder, t.settings, clock, prompt};
     TiraDevice device{t.folder, t.settings, prompt};
     RemoteWindows remotes{app, device};
-    LearningWindows windows{app, device, remotes};
+    LearningLauncher windows{app, device, remotes};
 };

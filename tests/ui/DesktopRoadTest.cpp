@@ -17,9 +17,10 @@ using namespace Qt::StringLiterals;
 TEST(DesktopRoad, LearnOpenSendEditWithTheSimulator) {
     LearningDesk d;
     MainWindow window(d.app);
-    QObject::connect(&window, &MainWindow::studyRequested, &d.windows, &LearningWindows::OpenStudy);
-    QObject::connect(&window, &MainWindow::editRequested, &d.windows, &LearningWindows::OpenEdit);
-    QObject::connect(&d.windows, &LearningWindows::devicesChanged, &window,
+    QObject::connect(&window, &MainWindow::studyRequested, &d.windows,
+                     &LearningLauncher::OpenStudy);
+    QObject::connect(&window, &MainWindow::editRequested, &d.windows, &LearningLauncher::OpenEdit);
+    QObject::connect(&d.windows, &LearningLauncher::devicesChanged, &window,
                      &MainWindow::FillDevices);
     QObject::connect(&window, &MainWindow::remoteWindowRequested, &d.remotes,
                      &RemoteWindows::ShowRemoteWindow);
@@ -28,7 +29,7 @@ TEST(DesktopRoad, LearnOpenSendEditWithTheSimulator) {
     window.ShowAtStart();
 
     window.MStudyNew->trigger();
-    auto* study = qobject_cast<StudyWindow*>(d.windows.current());
+    auto* study = qobject_cast<LearningWizard*>(d.windows.current());
     ASSERT_TRUE(study);
     QTest::mouseClick(study->optSelRemote[3], Qt::LeftButton);
     study->txtDeviceName->clear();
@@ -57,7 +58,7 @@ TEST(DesktopRoad, LearnOpenSendEditWithTheSimulator) {
     EXPECT_TRUE(d.prompt.shown.isEmpty()) << d.prompt.shown.join(u'\n').toStdString();
 
     window.MEditRemote->trigger();
-    auto* edit = qobject_cast<EditWindow*>(d.windows.current());
+    auto* edit = qobject_cast<RemoteEditor*>(d.windows.current());
     ASSERT_TRUE(edit);
     EXPECT_EQ(edit->cmbDeviceName->currentText(), u"寝室テレビ"_s);
     const QByteArray oldPower = d.t.readFile(u"IRSignals/寝室テレビ-電源.bin");

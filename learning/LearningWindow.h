@@ -1,6 +1,6 @@
 #pragma once
 
-#include "infrared/Learning.h"
+#include "learning/LearningStore.h"
 
 #include <QColor>
 #include <QPointer>

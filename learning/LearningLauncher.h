@@ -4,22 +4,22 @@
 #include <QPointer>
 
 class Application;
-class EditWindow;
+class RemoteEditor;
 class LearningWindow;
 class RemoteWindows;
-class StudyWindow;
+class LearningWizard;
 class TiraDevice;
 
 // Opens the learning wizard and the remote editor. Only one of them is open at
 // a time: both keep their signals in the same numbered files and use the same
 // on-screen remotes, so asking for either while one is open brings that one
 // forward.
-class LearningWindows : public QObject {
+class LearningLauncher : public QObject {
     Q_OBJECT
 public:
-    LearningWindows(Application& app, TiraDevice& device, RemoteWindows& remotes,
-                    QObject* parent = nullptr);
-    ~LearningWindows() override;
+    LearningLauncher(Application& app, TiraDevice& device, RemoteWindows& remotes,
+                     QObject* parent = nullptr);
+    ~LearningLauncher() override;
 
     LearningWindow* OpenStudy();
     LearningWindow* OpenEdit();

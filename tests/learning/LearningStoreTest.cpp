@@ -1,4 +1,4 @@
-#include "infrared/Learning.h"
+#include "learning/LearningStore.h"
 #include "core/Settings.h"
 #include "remotes/Registry.h"
 #include "support/TempFolder.h"
@@ -43,7 +43,7 @@ struct Store {
 // A new remote: the first free slot, one file per name (the later signal
 // wins), one key per button (the later function wins), removed lines and
 // their files left out, and temporaries gone only when asked.
-TEST(Learning, NewRemoteTakesFreeSlotAndLaterSignalsWin) {
+TEST(LearningStore, NewRemoteTakesFreeSlotAndLaterSignalsWin) {
     Store s;
     s.t.writeRemote(1, u"TV"_s, 2, {u"電源"_s});
     s.t.writeRemote(3, u"BD"_s, 2, {u"再生"_s});
@@ -74,7 +74,7 @@ TEST(Learning, NewRemoteTakesFreeSlotAndLaterSignalsWin) {
 // Overwriting a device removes all its old signals and keys first, even when
 // the new remote has fewer functions; another device whose name starts with
 // "<name>-" keeps its files.
-TEST(Learning, OverwriteClearsOldRemoteButSparesOtherDevices) {
+TEST(LearningStore, OverwriteClearsOldRemoteButSparesOtherDevices) {
     Store s;
     s.t.writeRemote(1, u"TV"_s, 2, {u"電源"_s, u"入力"_s, u"音量+"_s});
     s.t.writeRemote(2, u"TV-2"_s, 2, {u"電源"_s});
@@ -94,7 +94,7 @@ TEST(Learning, OverwriteClearsOldRemoteButSparesOtherDevices) {
 // With all 1000 slots taken a new name finds none, the same name still finds
 // its own; one window holds at most 100 new signals, the 101st refused, not
 // lost silently in an overrun.
-TEST(Learning, FullRegistryAndFullSession) {
+TEST(LearningStore, FullRegistryAndFullSession) {
     Store s;
     QByteArray ini;
     for (int i = 1; i <= 1000; ++i)

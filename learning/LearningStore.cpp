@@ -1,4 +1,4 @@
-#include "infrared/Learning.h"
+#include "learning/LearningStore.h"
 
 #include "core/AtomicFile.h"
 #include "core/ProgramFolder.h"

@@ -1,4 +1,4 @@
-#include "infrared/LearningWindow.h"
+#include "learning/LearningWindow.h"
 
 #include "core/Application.h"
 #include "core/SettingKeys.h"
@@ -25,6 +25,7 @@
 #include <QVBoxLayout>
 
 #include <algorithm>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -407,21 +408,21 @@ bool LearningWindow::waitForPicture(int* button) {
     RemoteWindow* picture = designWindow();
     if (!picture)
         return false;
-    app_.state.StudyClicked = false;
+    std::optional<int> clicked;
     QEventLoop loop;
     pictureLoop_ = &loop;
-    connect(picture, &RemoteWindow::buttonClicked, &loop, [this, &loop] {
-        if (app_.state.StudyClicked)
-            loop.quit();
+    connect(picture, &RemoteWindow::keyClicked, &loop, [&clicked, &loop](int buttonId) {
+        clicked = buttonId;
+        loop.quit();
     });
     // Closing the picture, this window or the program ends the wait.
     connect(picture, &QObject::destroyed, &loop, &QEventLoop::quit);
     connect(&app_, &Application::unloadRemoteWindows, &loop, &QEventLoop::quit);
     loop.exec();
     pictureLoop_ = nullptr;
-    if (!app_.state.StudyClicked || closePending_)
+    if (!clicked || closePending_)
         return false;
-    *button = app_.state.StudyButton;
+    *button = *clicked;
     return true;
 }
 

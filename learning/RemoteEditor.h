@@ -1,6 +1,6 @@
 #pragma once
 
-#include "infrared/LearningWindow.h"
+#include "learning/LearningWindow.h"
 
 #include <vector>
 
@@ -8,11 +8,11 @@ class QComboBox;
 
 // The remote editor: adds, re-teaches and deletes functions of a learned
 // remote, or deletes the remote. Changes take effect at 完了.
-class EditWindow final : public LearningWindow {
+class RemoteEditor final : public LearningWindow {
     Q_OBJECT
 public:
-    EditWindow(Application& app, TiraDevice& device, RemoteWindows& remotes,
-               QWidget* parent = nullptr);
+    RemoteEditor(Application& app, TiraDevice& device, RemoteWindows& remotes,
+                 QWidget* parent = nullptr);
 
     void Load() override;
 

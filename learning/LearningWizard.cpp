@@ -1,4 +1,4 @@
-#include "infrared/StudyWindow.h"
+#include "learning/LearningWizard.h"
 
 #include "core/Application.h"
 #include "core/Settings.h"
@@ -18,8 +18,8 @@
 
 using namespace Qt::StringLiterals;
 
-const QString StudyWindow::TestModeText = u"テストモードではリモコン信号の学習は行えません。"_s;
-const QString StudyWindow::AirconText =
+const QString LearningWizard::TestModeText = u"テストモードではリモコン信号の学習は行えません。"_s;
+const QString LearningWizard::AirconText =
     u"重要：エアコンの信号を学習するにはコツが必要です。\r\n"
     u"\r\n"
     u"温度などを液晶表示するタイプのエアコン用リモコンの操作を学習しようとしているのであれば、\r\n"
@@ -27,10 +27,10 @@ const QString StudyWindow::AirconText =
     u"まずヘルプボタンを押して説明を読んでから別の型を選択するなどして学習を開始してください。\r\n"
     u"\r\n"
     u"この型（エアコン6ボタン）で学習を開始しますか？"_s;
-const QString StudyWindow::OverwriteText =
+const QString LearningWizard::OverwriteText =
     u"同じ機器名がすでに登録されています。上書きするには'はい'を、"
     u"機器名を修正するには'いいえ'を選択してください。"_s;
-const QString StudyWindow::NoFreeSlotText =
+const QString LearningWizard::NoFreeSlotText =
     u"登録できる機器は1000台までです。"
     u"「学習済みリモコンの編集」で不要な機器を削除してから、もう一度「完了」を押してください。"_s;
 
@@ -38,8 +38,8 @@ namespace {
 constexpr int AirconOption = 2;
 }
 
-StudyWindow::StudyWindow(Application& app, TiraDevice& device, RemoteWindows& remotes,
-                         QWidget* parent)
+LearningWizard::LearningWizard(Application& app, TiraDevice& device, RemoteWindows& remotes,
+                               QWidget* parent)
     : LearningWindow(app, device, remotes, u"frmStudy"_s, u"Study"_s,
                      u"機器名 （例：ビデオ、テレビ、エアコンなど）"_s, parent) {
     auto* box = new QVBoxLayout(frameDevice);
@@ -63,7 +63,7 @@ StudyWindow::StudyWindow(Application& app, TiraDevice& device, RemoteWindows& re
     optSelRemote[0]->setChecked(true);
 }
 
-void StudyWindow::Load() {
+void LearningWizard::Load() {
     showDesign(selectedDesign());
     QPalette p = lblDevice->palette();
     p.setColor(QPalette::WindowText, Qt::red);
@@ -73,11 +73,11 @@ void StudyWindow::Load() {
         refuseInTestMode(TestModeText);
 }
 
-QString StudyWindow::deviceName() const {
+QString LearningWizard::deviceName() const {
     return ShiftJis::RoundTrip(txtDeviceName->text());
 }
 
-void StudyWindow::optionClicked(int optionIndex) {
+void LearningWizard::optionClicked(int optionIndex) {
     unloadDesigns();
     app_.state.RemoteLive = false;
     shownDesign_ = 0;
@@ -88,16 +88,16 @@ void StudyWindow::optionClicked(int optionIndex) {
     showDesign(DesignByOption(optionIndex)->id);
 }
 
-void StudyWindow::signalLearned() {
+void LearningWizard::signalLearned() {
     // From the first learned signal on, the design is fixed.
     Frame4->setEnabled(false);
 }
 
-void StudyWindow::deleteLine(QListWidgetItem* item) {
+void LearningWizard::deleteLine(QListWidgetItem* item) {
     session_.Remove(item->data(ItemDataRole).toInt());
 }
 
-void StudyWindow::finish() {
+void LearningWizard::finish() {
     if (lstSignals->count() > 0) {
         if (const QString problem = NameProblem(txtDeviceName->text()); !problem.isEmpty()) {
             app_.prompt.Warning(problem);

@@ -1,14 +1,14 @@
 #pragma once
 
-#include "infrared/LearningWindow.h"
+#include "learning/LearningWindow.h"
 
 // The learning wizard: names a new device, picks one of the six designs and
 // teaches it function by function. Nothing is stored before 完了.
-class StudyWindow final : public LearningWindow {
+class LearningWizard final : public LearningWindow {
     Q_OBJECT
 public:
-    StudyWindow(Application& app, TiraDevice& device, RemoteWindows& remotes,
-                QWidget* parent = nullptr);
+    LearningWizard(Application& app, TiraDevice& device, RemoteWindows& remotes,
+                   QWidget* parent = nullptr);
 
     void Load() override;
 

@@ -1,4 +1,4 @@
-#include "infrared/EditWindow.h"
+#include "learning/RemoteEditor.h"
 
 #include "core/Application.h"
 #include "core/SettingKeys.h"
@@ -21,15 +21,15 @@
 
 using namespace Qt::StringLiterals;
 
-const QString EditWindow::TestModeText = u"テストモードではリモコン信号の学習はできません。"_s;
+const QString RemoteEditor::TestModeText = u"テストモードではリモコン信号の学習はできません。"_s;
 
-QString EditWindow::DeleteRemoteText(const QString& deviceName) {
+QString RemoteEditor::DeleteRemoteText(const QString& deviceName) {
     return u"機器名:"_s + deviceName +
            u" の記録済みリモコン信号はすべて削除されます。　よろしいですか？"_s;
 }
 
-EditWindow::EditWindow(Application& app, TiraDevice& device, RemoteWindows& remotes,
-                       QWidget* parent)
+RemoteEditor::RemoteEditor(Application& app, TiraDevice& device, RemoteWindows& remotes,
+                           QWidget* parent)
     : LearningWindow(app, device, remotes, u"frmEdit"_s, u"Edit"_s, u"機器名"_s, parent) {
     auto* row = new QHBoxLayout(frameDevice);
     cmbDeviceName = new QComboBox(frameDevice);
@@ -52,10 +52,10 @@ EditWindow::EditWindow(Application& app, TiraDevice& device, RemoteWindows& remo
         unloadDesigns();
         selectDevice();
     });
-    connect(cmdDelRem, &QPushButton::clicked, this, &EditWindow::deleteRemote);
+    connect(cmdDelRem, &QPushButton::clicked, this, &RemoteEditor::deleteRemote);
 }
 
-void EditWindow::Load() {
+void RemoteEditor::Load() {
     if (IsTestMode(app_.settings)) {
         refuseInTestMode(TestModeText);
         return;
@@ -64,20 +64,20 @@ void EditWindow::Load() {
     selectDevice();
 }
 
-QString EditWindow::deviceName() const {
+QString RemoteEditor::deviceName() const {
     return cmbDeviceName->currentText();
 }
 
-int EditWindow::slot() const {
+int RemoteEditor::slot() const {
     return cmbDeviceName->currentData().toInt();
 }
 
-void EditWindow::openPortSetup() {
+void RemoteEditor::openPortSetup() {
     if (device_.SpecifyPort)
         device_.SpecifyPort();
 }
 
-bool EditWindow::eventFilter(QObject* watched, QEvent* event) {
+bool RemoteEditor::eventFilter(QObject* watched, QEvent* event) {
     if (watched == txtFunc && event->type() == QEvent::FocusIn && !firstFocusDone_) {
         firstFocusDone_ = true;
         setStep(0);
@@ -85,14 +85,14 @@ bool EditWindow::eventFilter(QObject* watched, QEvent* event) {
     return LearningWindow::eventFilter(watched, event);
 }
 
-void EditWindow::fillDevices() {
+void RemoteEditor::fillDevices() {
     cmbDeviceName->clear();
     for (const EditableRemote& r : EditableRemotes(app_.settings))
         cmbDeviceName->addItem(r.name, r.slot);
     cmbDeviceName->setCurrentIndex(cmbDeviceName->count() > 0 ? 0 : -1);
 }
 
-void EditWindow::selectDevice() {
+void RemoteEditor::selectDevice() {
     // Marks and new signals belong to the remote they were made for.
     deleted_.clear();
     for (int n = 1; n <= session_.count(); ++n)
@@ -129,7 +129,7 @@ void EditWindow::selectDevice() {
     showDesign(design->id);
 }
 
-void EditWindow::deleteLine(QListWidgetItem* item) {
+void RemoteEditor::deleteLine(QListWidgetItem* item) {
     const int data = item->data(ItemDataRole).toInt();
     if (item->data(NewSignalRole).toBool()) {
         // Learned in this window and not stored yet: it simply is not stored.
@@ -139,7 +139,7 @@ void EditWindow::deleteLine(QListWidgetItem* item) {
     deleted_.push_back({item->data(FunctionRole).toString(), data});
 }
 
-void EditWindow::finish() {
+void RemoteEditor::finish() {
     if (!deviceName().isEmpty())
         StoreRemoteEdit(app_.folder, app_.settings, slot(), deviceName(), deleted_, session_);
     device_.DeActivateTira();
@@ -147,7 +147,7 @@ void EditWindow::finish() {
     closeWindow();
 }
 
-void EditWindow::deleteRemote() {
+void RemoteEditor::deleteRemote() {
     if (busy() || deviceName().isEmpty())
         return;
     if (app_.prompt.Question(DeleteRemoteText(deviceName())) != UserPrompt::Answer::Yes)

@@ -1,4 +1,4 @@
-#include "infrared/Transmission.h"
+#include "remotes/Press.h"
 #include "support/LearningDesk.h"
 
 #include <QApplication>
@@ -25,7 +25,7 @@ const QColor Red(255, 0, 0);
 // The wizard (the plain road runs in DesktopRoad): the chosen design shows at
 // once beside it, locks after the first signal; 完了 closes everything, leaves
 // no temporary, and the remote its own place.
-TEST(StudyWindow, LearnsFunctionsAndStoresThemAtTheEnd) {
+TEST(LearningWizard, LearnsFunctionsAndStoresThemAtTheEnd) {
     LearningDesk d;
     d.t.settings.WriteIni(u"Pos", u"Remote4_T", u"1500");
     d.t.settings.WriteIni(u"Pos", u"Remote4_L", u"3000");
@@ -64,7 +64,7 @@ TEST(StudyWindow, LearnsFunctionsAndStoresThemAtTheEnd) {
 
 // What stops a pass: no name, a bad character (warned, kept), a capture that
 // fails (retry succeeds), an empty list at 完了 (nothing stored).
-TEST(StudyWindow, RefusesAndRetries) {
+TEST(LearningWizard, RefusesAndRetries) {
     LearningDesk d;
     auto* w = d.study();
     QTest::mouseClick(w->cmdFuncOK, Qt::LeftButton);
@@ -104,7 +104,7 @@ TEST(StudyWindow, RefusesAndRetries) {
 // The air-conditioner design asks first, with help; No shows no picture and
 // learning waits for a design. Same device name: No returns with everything
 // intact (Yes: NamesAreTheOnesSettingIniGivesBack).
-TEST(StudyWindow, AirconQuestionOverwriteAndClosing) {
+TEST(LearningWizard, AirconQuestionOverwriteAndClosing) {
     LearningDesk d;
     d.remote(1, u"エアコン"_s, 2, {u"暖房"_s});
     auto* w = d.study();
@@ -127,7 +127,7 @@ TEST(StudyWindow, AirconQuestionOverwriteAndClosing) {
 
     d.prompt.shown.clear();
     QTest::mouseClick(w->cmdOK, Qt::LeftButton); // answered No
-    EXPECT_EQ(d.prompt.shown, QStringList{u"question:"_s + StudyWindow::OverwriteText});
+    EXPECT_EQ(d.prompt.shown, QStringList{u"question:"_s + LearningWizard::OverwriteText});
     EXPECT_TRUE(w->isVisible());
     EXPECT_EQ(d.lines(w), QStringList{u"冷房→ボタン1"_s});
 
@@ -151,7 +151,7 @@ TEST(StudyWindow, AirconQuestionOverwriteAndClosing) {
 // Refusals at the start: test mode closes the window a second later, and the
 // editor says so in its own words; without a transceiver set, the setup is
 // asked for and the wizard closes. One learning window at a time.
-TEST(StudyWindow, TestModeAndMissingPort) {
+TEST(LearningWizard, TestModeAndMissingPort) {
     {
         LearningDesk d;
         d.t.settings.WriteIni(u"Tira", u"Testmode", u"1");
@@ -165,7 +165,7 @@ TEST(StudyWindow, TestModeAndMissingPort) {
     }
     LearningDesk d;
     d.t.settings.WriteIni(u"Tira", u"Device", u"");
-    QSignalSpy setup(&d.windows, &LearningWindows::setupWanted);
+    QSignalSpy setup(&d.windows, &LearningLauncher::setupWanted);
     QPointer<LearningWindow> w = d.study();
     EXPECT_EQ(d.windows.OpenEdit(), w.data());
     w->txtFunc->setText(u"電源"_s);
@@ -181,7 +181,7 @@ TEST(StudyWindow, TestModeAndMissingPort) {
 
 // The editor: lists remotes 1 to 100, shows the chosen one's functions on its
 // picture, deletes and adds at 完了; a whole remote goes with 選択した機器を削除.
-TEST(EditWindow, EditsAndDeletesRemotes) {
+TEST(RemoteEditor, EditsAndDeletesRemotes) {
     LearningDesk d;
     d.remote(1, u"TV"_s, 4, {u"電源"_s, u"ch1"_s, u"ch2"_s});
     d.remote(2, u"BD"_s, 2, {u"再生"_s});
@@ -240,7 +240,7 @@ TEST(EditWindow, EditsAndDeletesRemotes) {
 // Names that CP932 changes (〜 − ‖ £ ¬ come back as ～ － ∥ ￡ ￢) are learned,
 // fired as the pages and the desktop do, re-learned under the typed spelling
 // and deleted, all on the same files; a name CP932 cannot hold is refused.
-TEST(StudyWindow, NamesAreTheOnesSettingIniGivesBack) {
+TEST(LearningWizard, NamesAreTheOnesSettingIniGivesBack) {
     LearningDesk d;
     auto* w = d.study();
     w->txtDeviceName->clear();
@@ -278,7 +278,7 @@ TEST(StudyWindow, NamesAreTheOnesSettingIniGivesBack) {
     d.prompt.shown.clear();
     d.prompt.answers = {UserPrompt::Answer::Yes};
     QTest::mouseClick(w->cmdOK, Qt::LeftButton);
-    EXPECT_EQ(d.prompt.shown, QStringList{u"question:"_s + StudyWindow::OverwriteText});
+    EXPECT_EQ(d.prompt.shown, QStringList{u"question:"_s + LearningWizard::OverwriteText});
     EXPECT_EQ(d.key(2, u"Device"), QString());
     EXPECT_EQ(QDir(d.t.path(u"IRSignals")).entryList(QDir::Files),
               QStringList{u"AV～1-￡￢.bin"_s});
