@@ -312,7 +312,8 @@ int main(int argc, char** argv) {
     InstallPowerPages(dispatcher, app);
     InstallReservePages(dispatcher,
                         {folder, settings, clock, [&app] { app.scheduler.FillGrid(); }});
-    WebServer webServer(app, dispatcher);
+    WebServer webServer(folder, settings, clock, *prompt, dispatcher);
+    webServer.headless = headless;
     app.webServer = &webServer;
     // Headless, a missing or unusable port is replaced by a free one.
     webServer.portFallback = [&settings](const QList<quint16>& tried) {

@@ -43,9 +43,7 @@ Application::Application(const ProgramFolder& folder_, SettingsStore& settings_,
     setUp(timAddrCheck, 10000, false);
     setUp(timUPnPDelay, 10000, false);
     setUp(timUPnPReWrite, 30000, false);
-    setUp(timObjMove, 5000, true);
     setUp(timComboVisible, 10000, true);
-    setUp(timHideRetry, 5000, false);
 
     dnsService = new DnsService(settings, this);
     dynDns = new DynDns(settings, clock, folder.path(u"DynDns.log"), *dnsService, this);
@@ -93,7 +91,7 @@ void Application::Start() {
             return;
         // Setup may have started the server already; otherwise listen on
         // whatever port the settings now hold.
-        if (!state.WebServerUp && webServer)
+        if (webServer && !webServer->HasListened())
             webServer->InitWebServer();
     }
 
@@ -118,7 +116,7 @@ void Application::Close() {
     emit releaseDevice();
     power->Cancel();
     for (QTimer* t : {&timAddrCheckL, &timAddrCheck, &timUPnPDelay, &timUPnPReWrite,
-                      &power->timHibern, &timObjMove, &timComboVisible, &timHideRetry})
+                      &power->timHibern, &timComboVisible})
         t->stop();
     scheduler.Stop();
     emit unloadRemoteWindows();

@@ -23,10 +23,6 @@ class WebServer;
 // State that all windows and modules share. Created empty; lives for the whole
 // process.
 struct AppState {
-    bool WebAuthOn = false;
-    QString WebUser;
-    QString WebPass;
-    bool WebServerUp = false; // never goes back to false
     bool SetupOpen = false;
     bool AppClosing = false;
     QString GlobalAddr;
@@ -35,8 +31,6 @@ struct AppState {
     bool RemoteLive = false;
     bool StudyClicked = false;
     qint16 StudyButton = 0;
-    bool ReserveEditMode = false;
-    QString ReserveEditFile;
 };
 
 // The program's non-visual centre: start order, close order, shared state and
@@ -73,9 +67,7 @@ public:
     QTimer timAddrCheck;    // 10 s: global address check
     QTimer timUPnPDelay;    // 10 s: port mapping attempt
     QTimer timUPnPReWrite;  // 30 s: port mapping keep-alive
-    QTimer timObjMove;      // 5 s, one shot: ends the redirect window
     QTimer timComboVisible; // 10 s, one shot: hides the device list
-    QTimer timHideRetry;    // 5 s while in the tray; does nothing
     // Forwards the web port at the router; drives timUPnPDelay and timUPnPReWrite.
     PortMapping* portMapping = nullptr;
 

@@ -146,7 +146,6 @@ MainWindow::MainWindow(Application& app, QWidget* parent)
     // Last in the close order: the position, then the tray icon goes.
     connect(&app_, &Application::closed, this, [this] {
         StorePosition();
-        app_.timHideRetry.stop();
         tray_->hide();
     });
 }
@@ -408,11 +407,9 @@ void MainWindow::AddTrayIcon() {
     tray_->show();
     hide();
     app_.settings.Write(Key::Hide, u"1");
-    app_.timHideRetry.start();
 }
 
 void MainWindow::RemoveTrayIcon() {
-    app_.timHideRetry.stop();
     tray_->hide();
     setWindowState(windowState() & ~Qt::WindowMinimized);
     show();
