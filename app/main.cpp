@@ -22,6 +22,7 @@
 #include "infrared/TiraDevice.h"
 #include "infrared/Transmission.h"
 #include "power/Power.h"
+#include "reachability/AddressWatch.h"
 #include "remotes/RemoteWindows.h"
 #include "setup/PortChoice.h"
 #include "setup/SetupWindows.h"
@@ -277,6 +278,7 @@ int main(int argc, char** argv) {
 
     Application app(folder, settings, clock, *prompt);
     app.headless = headless;
+    app.power->headless = headless;
     if (!headless)
         app.openHelp = [](const QString& page) {
             // The first start goes on whether or not a browser opens.
@@ -309,7 +311,8 @@ int main(int argc, char** argv) {
     };
     remotePages.cameraOff = [&camera] { camera.stop(); };
     InstallRemotePages(dispatcher, settings, clock, remotePages);
-    InstallPowerPages(dispatcher, app);
+    InstallPowerPages(dispatcher, settings, *app.power,
+                      [&app] { return app.addressWatch->GlobalAddr(); });
     InstallReservePages(dispatcher,
                         {folder, settings, clock, [&app] { app.scheduler.FillGrid(); }});
     WebServer webServer(folder, settings, clock, *prompt, dispatcher);

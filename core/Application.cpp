@@ -39,8 +39,6 @@ Application::Application(const ProgramFolder& folder_, SettingsStore& settings_,
                          const Clock& clock_, UserPrompt& prompt_, QObject* parent)
     : QObject(parent), folder(folder_), settings(settings_), clock(clock_), prompt(prompt_),
       scheduler(folder_, settings_, clock_) {
-    setUp(timAddrCheckL, 30000, true);
-    setUp(timAddrCheck, 10000, false);
     setUp(timUPnPDelay, 10000, false);
     setUp(timUPnPReWrite, 30000, false);
     setUp(timComboVisible, 10000, true);
@@ -50,10 +48,9 @@ Application::Application(const ProgramFolder& folder_, SettingsStore& settings_,
     addressMail = new AddressMail(settings, this);
     addressMail->setPrompt(&prompt);
     addressMail->setClock(&clock);
-    addressWatch = new AddressWatch(*this, *dnsService, *addressMail, *dynDns, this);
-    connect(&timAddrCheck, &QTimer::timeout, addressWatch, &AddressWatch::Tick);
+    addressWatch = new AddressWatch(settings, *dnsService, *addressMail, *dynDns, this);
     portMapping = new PortMapping(settings, clock, timUPnPDelay, timUPnPReWrite, this);
-    power = new Power(*this, this);
+    power = new Power(settings, prompt, scheduler, this);
     scheduler.hibernate = [this] { power->HibernateNow(); };
 }
 
@@ -98,13 +95,9 @@ void Application::Start() {
     scheduler.FillGrid();
     scheduler.Start();
 
-    if (settings.IsOn(Key::Internet)) {
-        timAddrCheck.start();
+    addressWatch->Start();
+    if (settings.IsOn(Key::Internet))
         timUPnPDelay.start();
-    } else {
-        timAddrCheckL.start();
-        state.GlobalAddr.clear();
-    }
     qCInfo(lcApp).noquote() << "started on" << folder.root();
 }
 
@@ -114,9 +107,9 @@ void Application::Close() {
     closing_ = true;
     qCInfo(lcApp) << "closing";
     emit releaseDevice();
-    power->Cancel();
-    for (QTimer* t : {&timAddrCheckL, &timAddrCheck, &timUPnPDelay, &timUPnPReWrite,
-                      &power->timHibern, &timComboVisible})
+    power->Close();
+    addressWatch->Close();
+    for (QTimer* t : {&timUPnPDelay, &timUPnPReWrite, &timComboVisible})
         t->stop();
     scheduler.Stop();
     emit unloadRemoteWindows();

@@ -25,8 +25,6 @@ class WebServer;
 struct AppState {
     bool SetupOpen = false;
     bool AppClosing = false;
-    QString GlobalAddr;
-    qint16 AddrCheckTicks = 0;
     bool HibernCancel = false;
     bool RemoteLive = false;
     bool StudyClicked = false;
@@ -63,15 +61,13 @@ public:
 
     // Background timers, off until started. Those that end by themselves are
     // single-shot.
-    QTimer timAddrCheckL;   // 30 s, one shot: refresh the local URL
-    QTimer timAddrCheck;    // 10 s: global address check
     QTimer timUPnPDelay;    // 10 s: port mapping attempt
     QTimer timUPnPReWrite;  // 30 s: port mapping keep-alive
     QTimer timComboVisible; // 10 s, one shot: hides the device list
     // Forwards the web port at the router; drives timUPnPDelay and timUPnPReWrite.
     PortMapping* portMapping = nullptr;
 
-    // The global address watch (timAddrCheck) and the services it asks.
+    // The global address watch and the services it asks.
     DnsService* dnsService = nullptr;
     DynDns* dynDns = nullptr;
     AddressMail* addressMail = nullptr;

@@ -131,7 +131,7 @@ MainWindow::MainWindow(Application& app, QWidget* parent)
             FillDevices();
     });
     connect(&app_.timComboVisible, &QTimer::timeout, this, [this] { cmbDeviceName_->hide(); });
-    connect(&app_.timAddrCheckL, &QTimer::timeout, this, &MainWindow::ShowLocalAddress);
+    connect(app_.addressWatch, &AddressWatch::localUrlDue, this, &MainWindow::ShowLocalAddress);
     connect(app_.addressWatch, &AddressWatch::urlShown, this,
             [this](const QString& url) { lblAddr_->setText(url); });
     connect(&app_, &Application::unloadWindows, this, [this] {
