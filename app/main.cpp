@@ -21,6 +21,7 @@
 #include "infrared/TiraDevice.h"
 #include "learning/LearningLauncher.h"
 #include "power/Power.h"
+#include "reachability/AddressWatch.h"
 #include "remotes/Press.h"
 #include "remotes/RemoteWindows.h"
 #include "setup/PortChoice.h"
@@ -277,6 +278,7 @@ int main(int argc, char** argv) {
 
     Application app(folder, settings, clock, *prompt);
     app.headless = headless;
+    app.power->headless = headless;
     if (!headless)
         app.openHelp = [](const QString& page) {
             // The first start goes on whether or not a browser opens.
@@ -309,10 +311,12 @@ int main(int argc, char** argv) {
     };
     remotePages.cameraOff = [&camera] { camera.stop(); };
     InstallRemotePages(dispatcher, settings, clock, remotePages);
-    InstallPowerPages(dispatcher, app);
+    InstallPowerPages(dispatcher, settings, *app.power,
+                      [&app] { return app.addressWatch->GlobalAddr(); });
     InstallReservePages(dispatcher,
                         {folder, settings, clock, [&app] { app.scheduler.FillGrid(); }});
-    WebServer webServer(app, dispatcher);
+    WebServer webServer(folder, settings, clock, *prompt, dispatcher);
+    webServer.headless = headless;
     app.webServer = &webServer;
     // Headless, a missing or unusable port is replaced by a free one.
     webServer.portFallback = [&settings](const QList<quint16>& tried) {

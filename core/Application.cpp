@@ -39,23 +39,18 @@ Application::Application(const ProgramFolder& folder_, SettingsStore& settings_,
                          const Clock& clock_, UserPrompt& prompt_, QObject* parent)
     : QObject(parent), folder(folder_), settings(settings_), clock(clock_), prompt(prompt_),
       scheduler(folder_, settings_, clock_) {
-    setUp(timAddrCheckL, 30000, true);
-    setUp(timAddrCheck, 10000, false);
     setUp(timUPnPDelay, 10000, false);
     setUp(timUPnPReWrite, 30000, false);
-    setUp(timObjMove, 5000, true);
     setUp(timComboVisible, 10000, true);
-    setUp(timHideRetry, 5000, false);
 
     dnsService = new DnsService(settings, this);
     dynDns = new DynDns(settings, clock, folder.path(u"DynDns.log"), *dnsService, this);
     addressMail = new AddressMail(settings, this);
     addressMail->setPrompt(&prompt);
     addressMail->setClock(&clock);
-    addressWatch = new AddressWatch(*this, *dnsService, *addressMail, *dynDns, this);
-    connect(&timAddrCheck, &QTimer::timeout, addressWatch, &AddressWatch::Tick);
+    addressWatch = new AddressWatch(settings, *dnsService, *addressMail, *dynDns, this);
     portMapping = new PortMapping(settings, clock, timUPnPDelay, timUPnPReWrite, this);
-    power = new Power(*this, this);
+    power = new Power(settings, prompt, scheduler, this);
     scheduler.hibernate = [this] { power->HibernateNow(); };
 }
 
@@ -93,20 +88,16 @@ void Application::Start() {
             return;
         // Setup may have started the server already; otherwise listen on
         // whatever port the settings now hold.
-        if (!state.WebServerUp && webServer)
+        if (webServer && !webServer->HasListened())
             webServer->InitWebServer();
     }
 
     scheduler.FillGrid();
     scheduler.Start();
 
-    if (settings.IsOn(Key::Internet)) {
-        timAddrCheck.start();
+    addressWatch->Start();
+    if (settings.IsOn(Key::Internet))
         timUPnPDelay.start();
-    } else {
-        timAddrCheckL.start();
-        state.GlobalAddr.clear();
-    }
     qCInfo(lcApp).noquote() << "started on" << folder.root();
 }
 
@@ -116,9 +107,9 @@ void Application::Close() {
     closing_ = true;
     qCInfo(lcApp) << "closing";
     emit releaseDevice();
-    power->Cancel();
-    for (QTimer* t : {&timAddrCheckL, &timAddrCheck, &timUPnPDelay, &timUPnPReWrite,
-                      &power->timHibern, &timObjMove, &timComboVisible, &timHideRetry})
+    power->Close();
+    addressWatch->Close();
+    for (QTimer* t : {&timUPnPDelay, &timUPnPReWrite, &timComboVisible})
         t->stop();
     scheduler.Stop();
     emit unloadRemoteWindows();

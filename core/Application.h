@@ -23,20 +23,12 @@ class WebServer;
 // State that all windows and modules share. Created empty; lives for the whole
 // process.
 struct AppState {
-    bool WebAuthOn = false;
-    QString WebUser;
-    QString WebPass;
-    bool WebServerUp = false; // never goes back to false
     bool SetupOpen = false;
     bool AppClosing = false;
-    QString GlobalAddr;
-    qint16 AddrCheckTicks = 0;
     bool HibernCancel = false;
     bool RemoteLive = false;
     bool StudyClicked = false;
     qint16 StudyButton = 0;
-    bool ReserveEditMode = false;
-    QString ReserveEditFile;
 };
 
 // The program's non-visual centre: start order, close order, shared state and
@@ -69,17 +61,13 @@ public:
 
     // Background timers, off until started. Those that end by themselves are
     // single-shot.
-    QTimer timAddrCheckL;   // 30 s, one shot: refresh the local URL
-    QTimer timAddrCheck;    // 10 s: global address check
     QTimer timUPnPDelay;    // 10 s: port mapping attempt
     QTimer timUPnPReWrite;  // 30 s: port mapping keep-alive
-    QTimer timObjMove;      // 5 s, one shot: ends the redirect window
     QTimer timComboVisible; // 10 s, one shot: hides the device list
-    QTimer timHideRetry;    // 5 s while in the tray; does nothing
     // Forwards the web port at the router; drives timUPnPDelay and timUPnPReWrite.
     PortMapping* portMapping = nullptr;
 
-    // The global address watch (timAddrCheck) and the services it asks.
+    // The global address watch and the services it asks.
     DnsService* dnsService = nullptr;
     DynDns* dynDns = nullptr;
     AddressMail* addressMail = nullptr;

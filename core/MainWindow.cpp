@@ -131,7 +131,7 @@ MainWindow::MainWindow(Application& app, QWidget* parent)
             FillDevices();
     });
     connect(&app_.timComboVisible, &QTimer::timeout, this, [this] { cmbDeviceName_->hide(); });
-    connect(&app_.timAddrCheckL, &QTimer::timeout, this, &MainWindow::ShowLocalAddress);
+    connect(app_.addressWatch, &AddressWatch::localUrlDue, this, &MainWindow::ShowLocalAddress);
     connect(app_.addressWatch, &AddressWatch::urlShown, this,
             [this](const QString& url) { lblAddr_->setText(url); });
     connect(&app_, &Application::unloadWindows, this, [this] {
@@ -146,7 +146,6 @@ MainWindow::MainWindow(Application& app, QWidget* parent)
     // Last in the close order: the position, then the tray icon goes.
     connect(&app_, &Application::closed, this, [this] {
         StorePosition();
-        app_.timHideRetry.stop();
         tray_->hide();
     });
 }
@@ -408,11 +407,9 @@ void MainWindow::AddTrayIcon() {
     tray_->show();
     hide();
     app_.settings.Write(Key::Hide, u"1");
-    app_.timHideRetry.start();
 }
 
 void MainWindow::RemoveTrayIcon() {
-    app_.timHideRetry.stop();
     tray_->hide();
     setWindowState(windowState() & ~Qt::WindowMinimized);
     show();

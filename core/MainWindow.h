@@ -44,7 +44,6 @@ public:
     void ShowMenu(bool shown);
     // cmdSuspend shows only with Options/PowerControl "1".
     void UpdateSuspendButton();
-    bool menuShown() const { return menuShown_; }
 
     // Without a system tray the window minimises to the task bar instead.
     bool trayAvailable = QSystemTrayIcon::isSystemTrayAvailable();

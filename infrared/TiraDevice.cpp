@@ -254,17 +254,6 @@ bool TiraDevice::CancelCaptureTira() {
     return rc == 0;
 }
 
-void TiraDevice::EraseSignal() {
-    SignalLen = 0;
-}
-
-QString TiraDevice::GetSignal() const {
-    QString text;
-    for (int i = 0; i < SignalLen; ++i)
-        text += u' ' + QString::number(SignalBuf[i], 16).toUpper();
-    return text;
-}
-
 void TiraDevice::Timer1Tick() {
     if (!driver_)
         return;

@@ -44,8 +44,6 @@ public:
     void DeActivateTira();
     bool CaptureTira();
     bool CancelCaptureTira();
-    void EraseSignal();
-    QString GetSignal() const;
     // Queues a send of a signal file; done hears how it ended. At most
     // MaxQueued sends wait behind the one going out; more are Busy at once.
     void Enqueue(const QString& path, std::function<void(SendResult)> done);

@@ -1,10 +1,10 @@
 #include "power/Power.h"
 
-#include "core/Application.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
 #include "core/Wait.h"
+#include "reservations/Scheduler.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -40,10 +40,11 @@ QDBusMessage callLogind(const QDBusConnection& bus, const QString& method,
 const QString Power::SoonText = u"次の操作予約が5分以内にスケジュールされています。\r\n"
                                 u"タスクが終了次第休止状態にします。"_s;
 
-Power::Power(Application& app, QObject* parent) : QObject(parent), app_(app) {
-    timHibern.setInterval(10000);
-    timHibern.setSingleShot(true);
-    connect(&timHibern, &QTimer::timeout, this, &Power::HibernateNow);
+Power::Power(SettingsStore& settings, UserPrompt& prompt, Scheduler& scheduler, QObject* parent)
+    : QObject(parent), settings_(settings), prompt_(prompt), scheduler_(scheduler) {
+    timHibern_.setInterval(10000);
+    timHibern_.setSingleShot(true);
+    connect(&timHibern_, &QTimer::timeout, this, &Power::HibernateNow);
 }
 
 void Power::HibernateNow() {
@@ -51,22 +52,22 @@ void Power::HibernateNow() {
         qCInfo(lcPower) << "a countdown to sleep already runs";
         return;
     }
-    const QString next = app_.scheduler.GetNextReserve();
+    const QString next = scheduler_.GetNextReserve();
     if (!next.isEmpty()) {
         // A failed wake-up does not keep the machine on.
         const QDateTime due = QDateTime::fromString(next, u"yyyy/MM/dd HH:mm"_s);
         if (due.isValid())
             SetResumeTask(due.addSecs(-2 * 60));
     }
-    app_.state.HibernCancel = false;
+    cancelled_ = false;
     if (deActivateTira)
         deActivateTira();
 
     countingDown_ = true;
     emit countdownStarted();
-    if (app_.headless)
+    if (headless)
         qCInfo(lcPower) << "the machine goes to sleep in 10 seconds";
-    auto cancelled = [this] { return app_.state.HibernCancel || app_.isClosing(); };
+    auto cancelled = [this] { return cancelled_ || closed_; };
     for (int value = 1; value <= 100 && !cancelled(); ++value) {
         emit countdownStep(value);
         QCoreApplication::processEvents();
@@ -84,7 +85,7 @@ void Power::HibernateNow() {
 }
 
 void Power::sleepNow() {
-    const QString mode = app_.settings.Read(Key::HibernOrSuspend);
+    const QString mode = settings_.Read(Key::HibernOrSuspend);
     const QString what = mode.isEmpty() || mode == u"Hibern" ? u"Hibernate"_s : u"Suspend"_s;
     const QDBusConnection bus =
         busAddress.isEmpty()
@@ -113,15 +114,25 @@ void Power::sleepNow() {
 }
 
 void Power::SuspendPressed() {
-    if (app_.scheduler.ReserveSoon()) {
-        app_.prompt.Information(SoonText);
+    if (scheduler_.ReserveSoon()) {
+        prompt_.Information(SoonText);
         return;
     }
     HibernateNow();
 }
 
+void Power::HibernateSoon() {
+    timHibern_.start();
+}
+
 void Power::Cancel() {
-    app_.state.HibernCancel = true;
+    cancelled_ = true;
+}
+
+void Power::Close() {
+    closed_ = true;
+    Cancel();
+    timHibern_.stop();
 }
 
 bool Power::SetResumeTask(const QDateTime& when) {

@@ -7,7 +7,9 @@
 
 #include <functional>
 
-class Application;
+class Scheduler;
+class SettingsStore;
+class UserPrompt;
 
 // Puts the machine to sleep: a wake-up for the next reservation first, the
 // transceiver released, a 10-second countdown anyone may cancel, then logind's
@@ -15,7 +17,8 @@ class Application;
 class Power : public QObject {
     Q_OBJECT
 public:
-    explicit Power(Application& app, QObject* parent = nullptr);
+    Power(SettingsStore& settings, UserPrompt& prompt, Scheduler& scheduler,
+          QObject* parent = nullptr);
 
     // The whole sequence. Returns after the sleep has been asked for, or after
     // a cancel; does nothing while one already runs.
@@ -23,16 +26,22 @@ public:
     // The hibernate button: within 5 minutes of a reservation it only says the
     // scan will hibernate after it.
     void SuspendPressed();
-    // The countdown's cancel button (and the close order).
+    // hibern.asp: HibernateNow in 10 seconds, so that the page reaches the
+    // browser first.
+    void HibernateSoon();
+    // Milliseconds until that delayed start; -1 when none is pending.
+    int HibernateInMs() const { return timHibern_.isActive() ? timHibern_.remainingTime() : -1; }
+    // The countdown's cancel button.
     void Cancel();
+    // The close order: a countdown ends, none starts again.
+    void Close();
 
     // One wake-up at "when" through the RTC alarm, replacing any earlier one.
     // False when it could not be set; the reason is logged once per process.
     bool SetResumeTask(const QDateTime& when);
 
-    // 10 s, one shot: hibern.asp's delayed HibernateNow.
-    QTimer timHibern;
-
+    // Without a desktop the countdown is only logged.
+    bool headless = false;
     // Closes the port to the transceiver before the power goes.
     std::function<void()> deActivateTira;
     // Where the RTC alarm is written (seconds since the epoch).
@@ -54,7 +63,12 @@ signals:
 private:
     void sleepNow();
 
-    Application& app_;
+    SettingsStore& settings_;
+    UserPrompt& prompt_;
+    Scheduler& scheduler_;
+    QTimer timHibern_; // 10 s, one shot: the delayed HibernateNow
+    bool cancelled_ = false;
+    bool closed_ = false;
     bool countingDown_ = false;
     bool noRtcTold_ = false;
     bool notWritableTold_ = false;

@@ -1,6 +1,5 @@
 #include "reachability/AddressWatch.h"
 
-#include "core/Application.h"
 #include "core/NetAddress.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
@@ -11,14 +10,28 @@
 
 using namespace Qt::StringLiterals;
 
-AddressWatch::AddressWatch(Application& app, DnsService& service, AddressMail& mail, DynDns& dns,
-                           QObject* parent)
-    : QObject(parent), app_(app), service_(service), mail_(mail), dns_(dns) {
+AddressWatch::AddressWatch(SettingsStore& settings, DnsService& service, AddressMail& mail,
+                           DynDns& dns, QObject* parent)
+    : QObject(parent), settings_(settings), service_(service), mail_(mail), dns_(dns) {
+    timAddrCheck_.setInterval(10000);
+    timAddrCheckL_.setInterval(30000);
+    timAddrCheckL_.setSingleShot(true);
+    connect(&timAddrCheck_, &QTimer::timeout, this, &AddressWatch::Tick);
+    connect(&timAddrCheckL_, &QTimer::timeout, this, &AddressWatch::localUrlDue);
     connect(&dns_, &DynDns::urlShown, this, &AddressWatch::urlShown);
 }
 
+void AddressWatch::Start() {
+    if (settings_.IsOn(Key::Internet)) {
+        timAddrCheck_.start();
+    } else {
+        timAddrCheckL_.start();
+        globalAddr_.clear();
+    }
+}
+
 QString AddressWatch::port() const {
-    return app_.settings.Read(Key::WebPort);
+    return settings_.Read(Key::WebPort);
 }
 
 QString AddressWatch::LocalUrl() const {
@@ -28,8 +41,8 @@ QString AddressWatch::LocalUrl() const {
 
 void AddressWatch::Tick() {
     // Off while a check runs, so that a slow service cannot stack checks.
-    app_.timAddrCheck.stop();
-    qint16& ticks = app_.state.AddrCheckTicks;
+    timAddrCheck_.stop();
+    qint16& ticks = ticks_;
     ++ticks;
     if (ticks != 1 && ticks != 91)
         return resume();
@@ -42,13 +55,13 @@ void AddressWatch::found(const QString& result) {
     if (result.isEmpty() || result.contains(u"Error"))
         return finish();
     const QString address = result;
-    app_.state.GlobalAddr = address;
-    SettingsStore& s = app_.settings;
+    globalAddr_ = address;
+    SettingsStore& s = settings_;
     if (s.IsOn(Key::NotifyMail)) {
         if (s.Read(Key::MailLastIP) != address) {
             mail_.Send(address, [this, address](bool sent) {
                 if (sent) {
-                    app_.settings.Write(Key::MailLastIP, address);
+                    settings_.Write(Key::MailLastIP, address);
                     emit urlShown(DynDns::Url(address, port()));
                 }
                 dnsStep(address);
@@ -61,10 +74,10 @@ void AddressWatch::found(const QString& result) {
 }
 
 void AddressWatch::dnsStep(const QString& address) {
-    SettingsStore& s = app_.settings;
+    SettingsStore& s = settings_;
     if (s.IsOn(Key::DnsUpdate)) {
         dns_.WatchStep(address, [this](const QString& globalAddr) {
-            app_.state.GlobalAddr = globalAddr;
+            globalAddr_ = globalAddr;
             finish();
         });
         return;
@@ -77,15 +90,15 @@ void AddressWatch::dnsStep(const QString& address) {
 void AddressWatch::finish() {
     checking_ = false;
     // The next check 90 ticks on, or at the next tick when one was asked for meanwhile.
-    app_.state.AddrCheckTicks = soon_ ? 0 : 1;
+    ticks_ = soon_ ? 0 : 1;
     soon_ = false;
     resume();
     emit checked();
 }
 
 void AddressWatch::resume() {
-    if (!stopped_ && !app_.isClosing())
-        app_.timAddrCheck.start();
+    if (!stopped_)
+        timAddrCheck_.start();
 }
 
 void AddressWatch::CheckSoon() {
@@ -94,11 +107,16 @@ void AddressWatch::CheckSoon() {
         soon_ = true;
         return;
     }
-    app_.state.AddrCheckTicks = 0;
-    app_.timAddrCheck.start();
+    ticks_ = 0;
+    timAddrCheck_.start();
 }
 
 void AddressWatch::Stop() {
     stopped_ = true;
-    app_.timAddrCheck.stop();
+    timAddrCheck_.stop();
+}
+
+void AddressWatch::Close() {
+    Stop();
+    timAddrCheckL_.stop();
 }

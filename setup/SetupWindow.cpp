@@ -166,14 +166,19 @@ QWidget* SetupWindow::buildWebTab() {
     connect(chkINetAccess_, &QCheckBox::clicked, this, &SetupWindow::internetSwitched);
     connect(chkWebAuth_, &QCheckBox::clicked, this, [this](bool on) {
         app_.settings.Write(Key::WebAuth, bit(on));
-        app_.state.WebAuthOn = on;
+        if (app_.webServer)
+            app_.webServer->SetWebAuthOn(on);
         updateGroups();
     });
     // The server checks against what is typed, saved or not.
-    connect(txtWebUser_, &QLineEdit::textEdited, this,
-            [this](const QString& t) { app_.state.WebUser = t; });
-    connect(txtWebPass_, &QLineEdit::textEdited, this,
-            [this](const QString& t) { app_.state.WebPass = t; });
+    connect(txtWebUser_, &QLineEdit::textEdited, this, [this](const QString& t) {
+        if (app_.webServer)
+            app_.webServer->SetWebUser(t);
+    });
+    connect(txtWebPass_, &QLineEdit::textEdited, this, [this](const QString& t) {
+        if (app_.webServer)
+            app_.webServer->SetWebPass(t);
+    });
 
     auto* grid = new QGridLayout(page);
     grid->addWidget(new QLabel(u"ポート番号"_s), 0, 0);
@@ -534,7 +539,7 @@ void SetupWindow::lookupDone(const QString& result) {
 
 void SetupWindow::portChanged() {
     app_.settings.Write(Key::WebPort, cboPortNo_->currentText());
-    if (app_.state.WebServerUp)
+    if (app_.webServer && app_.webServer->HasListened())
         app_.prompt.Information(u"ポート番号の変更は次回起動時に有効になります。\r\n"
                                 u"Kestravaを一度終了してから起動しなおしてください。"_s);
     if (!lblLanAddr_->text().isEmpty())
@@ -577,12 +582,13 @@ void SetupWindow::testTransceiver() {
 }
 
 void SetupWindow::testLan() {
-    if (!app_.state.WebServerUp) {
+    if (!app_.webServer || !app_.webServer->HasListened()) {
         app_.settings.Write(Key::WebPort, cboPortNo_->currentText());
-        if (app_.webServer)
+        if (app_.webServer) {
             app_.webServer->InitWebServer();
-        app_.state.WebUser = txtWebUser_->text();
-        app_.state.WebPass = txtWebPass_->text();
+            app_.webServer->SetWebUser(txtWebUser_->text());
+            app_.webServer->SetWebPass(txtWebPass_->text());
+        }
     }
     if (lblLanAddr_->text().isEmpty()) {
         app_.prompt.Warning(u"IPアドレスの取得に失敗しました。"_s);
@@ -674,8 +680,10 @@ void SetupWindow::ok() {
     s.Write(Key::DnsHost, txtDNSHost_->text());
     s.Write(Key::WebUser, txtWebUser_->text());
     s.Write(Key::WebPass, scrambled(txtWebPass_));
-    app_.state.WebUser = txtWebUser_->text();
-    app_.state.WebPass = txtWebPass_->text();
+    if (app_.webServer) {
+        app_.webServer->SetWebUser(txtWebUser_->text());
+        app_.webServer->SetWebPass(txtWebPass_->text());
+    }
     if (chkNotifyMail_->isChecked())
         app_.addressWatch->CheckSoon();
     else

@@ -1,6 +1,5 @@
 #include "webpages/PowerPages.h"
 
-#include "core/Application.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "power/Power.h"
@@ -52,22 +51,24 @@ QString HibernPage(const QString& globalAddr, const QString& mac, const QString&
     return out;
 }
 
-void InstallPowerPages(Dispatcher& dispatcher, Application& app, const QString& netDir,
+void InstallPowerPages(Dispatcher& dispatcher, SettingsStore& settings, Power& power,
+                       std::function<QString()> globalAddr, const QString& netDir,
                        const QString& routeFile) {
     dispatcher.SetGenerator(u"confirm.asp"_s, [](const PageRequest&) { return ConfirmPage(); });
-    dispatcher.SetGenerator(u"hibern.asp"_s, [&app, netDir, routeFile](const PageRequest& r) {
+    dispatcher.SetGenerator(u"hibern.asp"_s, [&settings, &power, globalAddr, netDir,
+                                              routeFile](const PageRequest& r) {
         // Without a portal of the owner's, the help on waking from outside,
         // served by this server so that a browser elsewhere can open it.
-        const QString portal = app.settings.Read(Key::WakePortal);
+        const QString portal = settings.Read(Key::WakePortal);
         const QString link = portal.isEmpty() ? u"/help/wake.html"_s : portal + u"mp/default.asp"_s;
-        const QString page = HibernPage(app.state.GlobalAddr, MacAddress(netDir, routeFile), link);
-        if (!app.settings.IsOn(Key::PowerControl)) {
+        const QString page = HibernPage(globalAddr(), MacAddress(netDir, routeFile), link);
+        if (!settings.IsOn(Key::PowerControl)) {
             qCInfo(lcPages).noquote() << "hibern.asp from" << r.remoteAddress
                                       << "puts nothing to sleep: Options/PowerControl is not 1";
             return page;
         }
         // The delay lets the page reach the browser before the machine goes down.
-        app.power->timHibern.start();
+        power.HibernateSoon();
         return page;
     });
 }

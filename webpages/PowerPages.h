@@ -2,8 +2,11 @@
 
 #include <QString>
 
-class Application;
+#include <functional>
+
 class Dispatcher;
+class Power;
+class SettingsStore;
 
 QString ConfirmPage(); // confirm.asp
 // hibern.asp: how to wake the machine from outside. An empty address is
@@ -13,6 +16,8 @@ QString HibernPage(const QString& globalAddr, const QString& mac, const QString&
 // Routes confirm.asp, and hibern.asp, which also arms the delayed sleep when
 // Options/PowerControl is "1". The MAC address comes from the interfaces under
 // netDir and the routes in routeFile.
-void InstallPowerPages(Dispatcher& dispatcher, Application& app,
+// globalAddr gives the address the watch found last.
+void InstallPowerPages(Dispatcher& dispatcher, SettingsStore& settings, Power& power,
+                       std::function<QString()> globalAddr,
                        const QString& netDir = QStringLiteral("/sys/class/net"),
                        const QString& routeFile = QStringLiteral("/proc/net/route"));

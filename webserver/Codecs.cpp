@@ -1,6 +1,5 @@
 #include "webserver/Codecs.h"
 
-#include "core/Application.h"
 #include "core/Clock.h"
 #include "core/ShiftJis.h"
 
@@ -134,7 +133,7 @@ QString HtmlEscape(QStringView text) {
     return out;
 }
 
-bool CheckLogon(const AppState& state, QStringView user, QStringView password) {
+bool CheckLogon(const WebLogin& state, QStringView user, QStringView password) {
     return user == state.WebUser && password == state.WebPass;
 }
 

@@ -5,7 +5,6 @@
 #include <QStringView>
 
 class Clock;
-struct AppState;
 
 // Small text conversions of the web server. Request text is CP932 decoded to
 // QString; browsers and phones mix percent escapes and raw double-byte text.
@@ -29,8 +28,15 @@ QString DecBase64(QStringView text);
 // ordinary name comes out as it went in.
 QString HtmlEscape(QStringView text);
 
+// The web login in memory: whether one is asked for, and which.
+struct WebLogin {
+    bool WebAuthOn = false;
+    QString WebUser;
+    QString WebPass;
+};
+
 // The web server's user and password, compared exactly.
-bool CheckLogon(const AppState& state, QStringView user, QStringView password);
+bool CheckLogon(const WebLogin& state, QStringView user, QStringView password);
 
 // "Sat, 21 Nov 2026 08:00:00 GMT"; minutes moves the time of day only.
 QString HttpDate(const Clock& clock, int minutes = 0);

@@ -1,6 +1,5 @@
 #include "webserver/HttpRequest.h"
 
-#include "core/Application.h"
 #include "core/ShiftJis.h"
 #include "webserver/Codecs.h"
 
@@ -206,7 +205,7 @@ Route ClassifyPath(const QString& path, bool redirectArmed) {
     return Route::File;
 }
 
-Decision Decide(const QByteArray& received, bool redirectArmed, const AppState& state) {
+Decision Decide(const QByteArray& received, bool redirectArmed, const WebLogin& state) {
     Decision d;
     switch (CheckFrame(received, &d.length)) {
     case Frame::Incomplete:

@@ -8,7 +8,7 @@
 // for the few words it needs, and clients rely on exactly those searches. The
 // host is the exception: it comes from the Host line alone.
 
-struct AppState;
+struct WebLogin;
 
 namespace Http {
 
@@ -56,7 +56,7 @@ struct Decision {
     Request request;
 };
 // state: whether a login is required, and which.
-Decision Decide(const QByteArray& received, bool redirectArmed, const AppState& state);
+Decision Decide(const QByteArray& received, bool redirectArmed, const WebLogin& state);
 
 QByteArray PageResponse(const QString& html, const QString& date);
 QByteArray RedirectResponse(const QString& host);

@@ -1,6 +1,5 @@
 #include "webserver/WebServer.h"
 
-#include "core/Application.h"
 #include "core/Help.h"
 #include "core/NetAddress.h"
 #include "core/Password.h"
@@ -62,9 +61,13 @@ struct WebServer::Slot {
     }
 };
 
-WebServer::WebServer(Application& app, Dispatcher& dispatcher, QObject* parent)
-    : QObject(parent), helpFolder(HelpFolder()), app_(app), dispatcher_(dispatcher) {
-    connect(&app_.timObjMove, &QTimer::timeout, this, [this] { redirectArmed_ = false; });
+WebServer::WebServer(const ProgramFolder& folder, SettingsStore& settings, const Clock& clock,
+                     UserPrompt& prompt, Dispatcher& dispatcher, QObject* parent)
+    : QObject(parent), helpFolder(HelpFolder()), folder_(folder), settings_(settings),
+      clock_(clock), prompt_(prompt), dispatcher_(dispatcher) {
+    timObjMove_.setInterval(5000);
+    timObjMove_.setSingleShot(true);
+    connect(&timObjMove_, &QTimer::timeout, this, [this] { redirectArmed_ = false; });
     // A burst of connections waits in the kernel rather than being refused.
     server_.setListenBacklogSize(SOMAXCONN);
     // A client gone before its answer is an error of the send, not a signal.
@@ -98,8 +101,7 @@ int WebServer::SlotCount() const {
 }
 
 bool WebServer::InitWebServer() {
-    AppState& state = app_.state;
-    SettingsStore& settings = app_.settings;
+    SettingsStore& settings = settings_;
     loginRead_ = false;
     if (!LoginKnown())
         qCWarning(lcWeb).noquote() << "setting.ini cannot be read: every request is asked for a"
@@ -135,7 +137,7 @@ bool WebServer::InitWebServer() {
             ok = server_.listen(QHostAddress::AnyIPv4, quint16(port)); // no IPv6 here
         if (ok) {
             takeConnections();
-            state.WebServerUp = true;
+            listened_ = true;
             // The port in use is the one in hand, whether or not it could be stored.
             if (storeChoice)
                 settings.Write(Key::WebPort, QString::number(server_.serverPort()));
@@ -151,8 +153,8 @@ bool WebServer::InitWebServer() {
         qCWarning(lcWeb).noquote() << u"cannot listen on port %1: %2"_s.arg(port).arg(reason);
         // The box speaks of the port list the desktop shows next; headless,
         // the line above says all there is.
-        if (inUse && !app_.headless)
-            app_.prompt.Warning(PortInUseText);
+        if (inUse && !headless)
+            prompt_.Warning(PortInUseText);
         tried << quint16(port);
         port = -1;
     }
@@ -163,11 +165,11 @@ bool WebServer::InitWebServer() {
 // memory holds it, and the setup dialog changes it there (a typed password
 // counts before it is saved). While the file cannot be read, nobody can log in.
 bool WebServer::LoginKnown() {
-    SettingsStore& settings = app_.settings;
+    SettingsStore& settings = settings_;
     if (settings.Unreadable())
         return false;
     if (!loginRead_) {
-        AppState& state = app_.state;
+        WebLogin& state = login_;
         state.WebAuthOn = settings.IsOn(Key::WebAuth);
         if (state.WebAuthOn) {
             state.WebUser = settings.Read(Key::WebUser);
@@ -184,7 +186,7 @@ bool WebServer::LoginKnown() {
 bool WebServer::Admits(const QHostAddress& peer) {
     if (IsPrivateAddress(peer))
         return true;
-    SettingsStore& settings = app_.settings;
+    SettingsStore& settings = settings_;
     // The filter's own rule: only an explicit "0" limits it (unlike the flags).
     return settings.Read(Key::Internet) != u"0" && !settings.Unreadable() &&
            QFileInfo::exists(settings.path());
@@ -262,7 +264,6 @@ void WebServer::accepted(int fd, const sockaddr_storage& peer) {
         freeSlot(index);
         return;
     }
-    emit connectionAccepted(index);
     slot.deadline.start(requestTimeoutMs_);
     onReadable(index); // the request is often there already
 }
@@ -338,7 +339,7 @@ void WebServer::onReadable(int index) {
     }
     const QByteArray data = fresh ? QByteArray::fromRawData(buffer, fresh) : slot.received;
     const bool loginKnown = LoginKnown();
-    Http::Decision d = Http::Decide(data, redirectArmed_, app_.state);
+    Http::Decision d = Http::Decide(data, redirectArmed_, login_);
     if (!loginKnown && d.action != Http::Action::Wait && d.action != Http::Action::Drop)
         d.action = Http::Action::Refuse;
     if (d.action == Http::Action::Wait) {
@@ -365,16 +366,14 @@ void WebServer::answer(int index, const Http::Decision& d) {
     if (slot.readable.isEnabled())
         slot.readable.setEnabled(false); // one request per connection
     slot.answering = true;
-    if (!d.request.host.isEmpty())
-        hostHeader_ = d.request.host;
     switch (d.action) {
     case Http::Action::Refuse:
         sendAndClose(index, Http::AccessDeniedResponse(d.request.realm, AccessDeniedPage(),
-                                                       HttpDate(app_.clock)));
+                                                       HttpDate(clock_)));
         return;
     case Http::Action::Redirect:
         redirectArmed_ = true;
-        app_.timObjMove.start();
+        timObjMove_.start();
         sendAndClose(index, Http::RedirectResponse(d.request.host));
         return;
     case Http::Action::File:
@@ -391,20 +390,20 @@ void WebServer::answer(int index, const Http::Decision& d) {
             Http::FromAnotherSite(d.request)) {
             qCWarning(lcWeb).noquote() << "refused" << d.request.path.left(200) << "from" << peer
                                        << "- the browser says it comes from another site";
-            sendAndClose(index, Http::ForbiddenResponse(HttpDate(app_.clock)));
+            sendAndClose(index, Http::ForbiddenResponse(HttpDate(clock_)));
             return;
         }
         const quint64 connection = slot.since;
         QString html;
         {
             // A page reads many settings; the file is looked at once a turn.
-            SettingsStore::Batch batch(app_.settings);
+            SettingsStore::Batch batch(settings_);
             html = dispatcher_.DispatchPage(d.request.path, d.request.postBody, peer);
         }
         // A generator may wait with events running; this connection may be gone after.
         if (size_t(index) <= slots_.size() && slots_[size_t(index - 1)] && slotAt(index).fd >= 0 &&
             slotAt(index).since == connection)
-            sendAndClose(index, Http::PageResponse(html, HttpDate(app_.clock)));
+            sendAndClose(index, Http::PageResponse(html, HttpDate(clock_)));
         return;
     }
     case Http::Action::Wait:
@@ -421,10 +420,10 @@ void WebServer::sendAndClose(int index, const QByteArray& response) {
 }
 
 void WebServer::sendFile(int index, const QString& path, const QString& requestText) {
-    const QString date = HttpDate(app_.clock);
+    const QString date = HttpDate(clock_);
     // The help pages are read from their own folder, under the same rules.
     const bool help = path.startsWith(u"/help/");
-    ServedFile file = !help ? OpenServedFile(app_.folder, path)
+    ServedFile file = !help ? OpenServedFile(folder_, path)
                       : helpFolder.isEmpty()
                           ? ServedFile()
                           : OpenServedFile(ProgramFolder(helpFolder), path.mid(5));

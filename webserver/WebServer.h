@@ -6,6 +6,8 @@
 #include <QTcpServer>
 #include <QTimer>
 
+#include "webserver/Codecs.h"
+
 #include <functional>
 #include <memory>
 #include <optional>
@@ -14,8 +16,11 @@
 namespace Http {
 struct Decision;
 }
-class Application;
+class Clock;
 class Dispatcher;
+class ProgramFolder;
+class SettingsStore;
+class UserPrompt;
 class QHostAddress;
 class QSocketNotifier;
 struct sockaddr_storage;
@@ -34,7 +39,8 @@ public:
     static constexpr int PoolSlots = 16;
     static constexpr int ReleaseMs = 10000;
 
-    WebServer(Application& app, Dispatcher& dispatcher, QObject* parent = nullptr);
+    WebServer(const ProgramFolder& folder, SettingsStore& settings, const Clock& clock,
+              UserPrompt& prompt, Dispatcher& dispatcher, QObject* parent = nullptr);
     ~WebServer() override;
 
     // Reads the login and the port and listens on it (IPv4 and IPv6). A port
@@ -46,6 +52,9 @@ public:
     // A port to use instead, not one of those tried; nothing when none is free.
     std::function<std::optional<quint16>(const QList<quint16>& tried)> portFallback;
 
+    // Without a desktop a refused port is only logged, not shown in a box.
+    bool headless = false;
+
     // Where the help pages are served from under /help/ (read-only, no
     // listing); "" when there are none.
     QString helpFolder;
@@ -55,22 +64,28 @@ public:
     // login from the file until it could be read once.
     bool LoginKnown();
 
+    // The setup dialog's changes to the login, held in memory before they
+    // are saved.
+    void SetWebAuthOn(bool on) { login_.WebAuthOn = on; }
+    void SetWebUser(const QString& user) { login_.WebUser = user; }
+    void SetWebPass(const QString& password) { login_.WebPass = password; }
+    const WebLogin& Login() const { return login_; }
+
     // Whether a client at this address is served (the LAN filter).
     bool Admits(const QHostAddress& peer);
 
     bool isListening() const { return server_.isListening(); }
+    // Whether it has listened once in this run (it does not stop).
+    bool HasListened() const { return listened_; }
     quint16 WebPort() const { return server_.serverPort(); }
     int SlotCount() const; // slots that hold their objects
     bool RedirectArmed() const { return redirectArmed_; }
-    const QString& HostHeader() const { return hostHeader_; }
 
     // For tests: shorter limits.
     void setTimeouts(int requestMs, int stallMs, int releaseMs = ReleaseMs);
+    void setRedirectMs(int ms) { timObjMove_.setInterval(ms); }
 
     static const QString PortInUseText;
-
-signals:
-    void connectionAccepted(int slot);
 
 private:
     struct Slot;
@@ -88,8 +103,14 @@ private:
     Slot& slotAt(int index) { return *slots_[size_t(index - 1)]; }
     int oldestReading() const;
 
-    Application& app_;
+    const ProgramFolder& folder_;
+    SettingsStore& settings_;
+    const Clock& clock_;
+    UserPrompt& prompt_;
     Dispatcher& dispatcher_;
+    WebLogin login_;
+    bool listened_ = false;
+    QTimer timObjMove_; // 5 s, one shot: ends the redirect window
     QTcpServer server_; // listens; connections are taken from its socket here
     std::unique_ptr<QSocketNotifier> acceptNotifier_;
     QTimer acceptRetry_; // out of descriptors: try again shortly
@@ -98,7 +119,6 @@ private:
     quint64 acceptCount_ = 0;
     bool redirectArmed_ = false;
     bool loginRead_ = false;
-    QString hostHeader_;
     int requestTimeoutMs_ = RequestTimeoutMs;
     int stallMs_ = 30000;
     int releaseMs_ = ReleaseMs;

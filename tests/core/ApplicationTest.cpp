@@ -1,5 +1,6 @@
 #include "core/Application.h"
 #include "core/Clock.h"
+#include "reachability/AddressWatch.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 
@@ -43,7 +44,7 @@ TEST(Application, FirstRunWaitsForSetupAndCloseRunsInOrder) {
     EXPECT_TRUE(quietPrompt.shown.isEmpty());
     EXPECT_EQ(helped.size(), 1);
     EXPECT_TRUE(app.scheduler.timReserve.isActive());
-    EXPECT_TRUE(app.timAddrCheckL.isActive()); // internet use is off by default
+    EXPECT_FALSE(app.addressWatch->watching()); // internet use is off by default
 
     QStringList order;
     auto note = [&](const QString& step) {

@@ -1,8 +1,8 @@
 // The server's decision on the bytes of a request: framing, request line,
 // headers, login, routing, the site it says it comes from, then the file path
 // and the byte range it names.
-#include "core/Application.h"
 #include "core/ProgramFolder.h"
+#include "webserver/Codecs.h"
 #include "webserver/FileSender.h"
 #include "webserver/HttpRequest.h"
 
@@ -40,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     // The first byte picks the server's state.
     const bool armed = data[0] & 1;
-    AppState state;
+    WebLogin state;
     state.WebAuthOn = data[0] & 2;
     state.WebUser = u"user"_s;
     state.WebPass = u"pa:ss"_s;

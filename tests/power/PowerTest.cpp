@@ -1,5 +1,5 @@
 #include "power/Power.h"
-#include "core/Application.h"
+#include "reservations/Scheduler.h"
 #include "support/FixedClock.h"
 #include "support/HttpClient.h"
 #include "support/LogindMock.h"
@@ -24,12 +24,13 @@ struct Machine {
     TempFolder t;
     FixedClock clock{at(23, 12, 0).addSecs(30)};
     ScriptedPrompt prompt;
-    Application app{t.folder, t.settings, clock, prompt};
-    Power& power = *app.power;
+    Scheduler scheduler{t.folder, t.settings, clock};
+    Power power{t.settings, prompt, scheduler};
     QStringList events;
 
     Machine() {
         EXPECT_TRUE(logind.ready);
+        scheduler.hibernate = [this] { power.HibernateNow(); };
         power.busAddress = logind.address;
         power.stepMs = 1;
         power.wakeAlarmPath = t.path(u"wakealarm");
@@ -88,7 +89,7 @@ TEST(Power, WakeUpTwoMinutesBeforeTheNextReservation) {
     auto cancel = QObject::connect(&m.power, &Power::countdownStarted, [&] { m.power.Cancel(); });
     auto wakeFor = [&](const QString& name) {
         m.t.writeFile(u"reserve/"_s + name, "A|a\r\n");
-        m.app.scheduler.FillGrid();
+        m.scheduler.FillGrid();
         m.power.HibernateNow();
         return QDateTime::fromSecsSinceEpoch(m.t.readFile(u"wakealarm").toLongLong());
     };
@@ -119,18 +120,18 @@ TEST(Power, ScanSleepsWhenNothingIsNear) {
     QDir().mkpath(m.t.path(u"testmode/reserve"));
     m.t.writeFile(u"testmode/reserve/1111111 12_00", "T|1\r\n");
     m.t.writeFile(u"testmode/reserve/1111111 12_05", "T|1\r\n");
-    m.app.scheduler.FillGrid();
+    m.scheduler.FillGrid();
     auto scanAt = [&](int min) {
         m.clock.at = at(23, 12, min).addSecs(1);
-        m.app.scheduler.Tick();
+        m.scheduler.Tick();
         return m.logind.calls().size();
     };
     EXPECT_EQ(scanAt(0), 0);
     m.t.settings.WriteIni(u"Options", u"PowerControl", u"1");
-    m.app.scheduler.LastScanMinute.clear();
+    m.scheduler.LastScanMinute.clear();
     EXPECT_EQ(scanAt(0), 0);
     EXPECT_EQ(scanAt(5), 2);
-    m.app.scheduler.Stop();
+    m.scheduler.Stop();
 }
 
 // The page goes out at once and the countdown starts 10 seconds later;

@@ -1,6 +1,6 @@
 #include "reachability/AddressWatch.h"
-#include "core/Application.h"
 #include "core/Wait.h"
+#include "reachability/AddressMail.h"
 #include "reachability/DynDns.h"
 #include "support/FixedClock.h"
 #include "support/HttpStandIn.h"
@@ -34,22 +34,27 @@ struct Watched {
         s.WriteIni(u"Options", u"NotifyMail", u"1");
         s.WriteIni(u"WebServer", u"Port", u"8080");
         lookup.answer = HttpStandIn::Response("200 OK", "Current IP Address: " + Address);
-        QObject::connect(app.addressWatch, &AddressWatch::urlShown,
+        mail.setPrompt(&prompt);
+        mail.setClock(&clock);
+        QObject::connect(&watch, &AddressWatch::urlShown,
                          [this](const QString& url) { shown << url; });
     }
     // One tick of timAddrCheck, waiting for a check it starts to end.
     void tick() {
-        app.addressWatch->Tick();
-        if (app.addressWatch->checking())
-            WaitForSignal(app.addressWatch, &AddressWatch::checked, 5000);
-        ASSERT_FALSE(app.addressWatch->checking());
+        watch.Tick();
+        if (watch.checking())
+            WaitForSignal(&watch, &AddressWatch::checked, 5000);
+        ASSERT_FALSE(watch.checking());
     }
     QString ini(QStringView section, QStringView key) { return t.settings.ReadIni(section, key); }
 
     TempFolder t;
     FixedClock clock;
     ScriptedPrompt prompt;
-    Application app{t.folder, t.settings, clock, prompt};
+    DnsService service{t.settings};
+    DynDns dynDns{t.settings, clock, t.folder.path(u"DynDns.log"), service};
+    AddressMail mail{t.settings};
+    AddressWatch watch{t.settings, service, mail, dynDns};
     HttpStandIn lookup, dyndns;
     QStringList shown;
 };
@@ -67,7 +72,7 @@ TEST(AddressWatch, ChecksAtTicks1And91WithMailThenDnsAndRefreshAfter28Days) {
     EXPECT_EQ(w.ini(u"NotifyMail", u"LastIP"), u""_s); // the mail was not sent
     EXPECT_EQ(w.ini(u"DynDns", u"LastIP"), QString::fromLatin1(Address));
     EXPECT_EQ(w.ini(u"DynDns", u"LastUpdated"), u"2026/11/01"_s);
-    EXPECT_EQ(w.app.state.GlobalAddr, u"home.example.org"_s);
+    EXPECT_EQ(w.watch.GlobalAddr(), u"home.example.org"_s);
     EXPECT_EQ(w.shown, QStringList{u"http://home.example.org:8080"_s});
     const QByteArray log = w.t.readFile(u"DynDns.log");
     EXPECT_TRUE(log.endsWith("\tnochg " + Address + "\r\n")) << log.constData();
@@ -81,32 +86,32 @@ TEST(AddressWatch, ChecksAtTicks1And91WithMailThenDnsAndRefreshAfter28Days) {
     w.tick();
     EXPECT_EQ(w.lookup.requests.size(), 2);
     EXPECT_EQ(w.dyndns.requests.size(), 1); // same address, 27 days: nothing sent
-    EXPECT_EQ(w.app.state.AddrCheckTicks, 1);
+    EXPECT_EQ(w.watch.AddrCheckTicks(), 1);
 
     w.clock.at = w.clock.at.addDays(1);
     w.dyndns.answer = HttpStandIn::Response("401 Unauthorized", "badauth");
-    w.app.state.AddrCheckTicks = 0;
+    w.watch.CheckSoon();
     w.tick();
     EXPECT_EQ(w.dyndns.requests.size(), 2);
     EXPECT_EQ(w.ini(u"DynDns", u"LastUpdated"), u"2026/11/01"_s);
-    EXPECT_EQ(w.app.state.GlobalAddr, QString::fromLatin1(Address));
+    EXPECT_EQ(w.watch.GlobalAddr(), QString::fromLatin1(Address));
     EXPECT_EQ(w.shown.last(), u"http://203.0.113.7:8080"_s);
     EXPECT_TRUE(w.t.readFile(u"DynDns.log").endsWith("\tbadauth\r\n"));
 
     // A failed lookup changes nothing but the counter.
     w.lookup.answer = HttpStandIn::Response("500 Internal Server Error", "Error 500");
-    w.app.state.AddrCheckTicks = 0;
+    w.watch.CheckSoon();
     w.tick();
-    EXPECT_EQ(w.app.state.GlobalAddr, QString::fromLatin1(Address));
-    EXPECT_EQ(w.app.state.AddrCheckTicks, 1);
+    EXPECT_EQ(w.watch.GlobalAddr(), QString::fromLatin1(Address));
+    EXPECT_EQ(w.watch.AddrCheckTicks(), 1);
 
     // Stopped while a check runs, the timer stays off when the check ends.
-    w.app.state.AddrCheckTicks = 0;
-    w.app.addressWatch->Tick();
-    ASSERT_TRUE(w.app.addressWatch->checking());
-    w.app.addressWatch->Stop();
-    WaitForSignal(w.app.addressWatch, &AddressWatch::checked, 5000);
-    EXPECT_FALSE(w.app.timAddrCheck.isActive());
+    w.watch.CheckSoon();
+    w.watch.Tick();
+    ASSERT_TRUE(w.watch.checking());
+    w.watch.Stop();
+    WaitForSignal(&w.watch, &AddressWatch::checked, 5000);
+    EXPECT_FALSE(w.watch.watching());
 }
 
 // LastIP already equal with no date of the last update never sends; without
@@ -118,14 +123,14 @@ TEST(AddressWatch, HeldAddressWithoutDateIsNeverSentAndPlainWatchShowsAddress) {
     w.clock.at = w.clock.at.addYears(3);
     w.tick();
     EXPECT_TRUE(w.dyndns.requests.isEmpty());
-    EXPECT_EQ(w.app.state.GlobalAddr, u"home.example.org"_s);
+    EXPECT_EQ(w.watch.GlobalAddr(), u"home.example.org"_s);
 
     w.t.settings.WriteIni(u"Options", u"DNS_Update", u"0");
     w.t.settings.WriteIni(u"WebServer", u"Port", u"80");
-    w.app.addressWatch->CheckSoon();
+    w.watch.CheckSoon();
     w.tick();
     EXPECT_EQ(w.shown.last(), u"http://203.0.113.7"_s);
-    EXPECT_EQ(w.app.state.GlobalAddr, QString::fromLatin1(Address));
+    EXPECT_EQ(w.watch.GlobalAddr(), QString::fromLatin1(Address));
 }
 
 // The setup button accepts "good" or "success" but not "nochg", builds the URL
@@ -136,11 +141,11 @@ TEST(AddressWatch, SetupUpdateAcceptsGoodOrSuccessOnly) {
         w.dyndns.answer = HttpStandIn::Response("200 OK", answer);
         DynDns::ManualResult result{DynDns::ManualResult::Refused, u"(none)"_s, {}};
         QEventLoop loop;
-        w.app.dynDns->UpdateFromSetup(u"me"_s, u"pw"_s, u"h.example.org"_s, port,
-                                      [&](const DynDns::ManualResult& r) {
-                                          result = r;
-                                          loop.quit();
-                                      });
+        w.dynDns.UpdateFromSetup(u"me"_s, u"pw"_s, u"h.example.org"_s, port,
+                                 [&](const DynDns::ManualResult& r) {
+                                     result = r;
+                                     loop.quit();
+                                 });
         QTimer::singleShot(5000, &loop, &QEventLoop::quit);
         loop.exec();
         return result;
@@ -157,7 +162,7 @@ TEST(AddressWatch, SetupUpdateAcceptsGoodOrSuccessOnly) {
     EXPECT_EQ(w.ini(u"DynDns", u"LastIP"), QString::fromLatin1(Address));
     EXPECT_EQ(w.shown.last(), r.url);
     EXPECT_EQ(w.t.readFile(u"DynDns.log").count("\r\n"), 2);
-    EXPECT_EQ(w.app.state.GlobalAddr, u""_s);
+    EXPECT_EQ(w.watch.GlobalAddr(), u""_s);
 
     w.lookup.answer = HttpStandIn::Response("200 OK", "no address");
     EXPECT_EQ(press("good", u"80"_s).outcome, DynDns::ManualResult::LookupFailed);

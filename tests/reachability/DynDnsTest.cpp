@@ -1,5 +1,4 @@
 #include "reachability/DynDns.h"
-#include "core/Application.h"
 #include "support/FixedClock.h"
 #include "support/HttpClient.h"
 #include "support/HttpStandIn.h"
@@ -53,9 +52,8 @@ TEST(DnsService, HangingServiceDoesNotHoldTheWebServer) {
     t.settings.WriteIni(u"WebServer", u"Port", u"0");
     FixedClock clock;
     ScriptedPrompt prompt;
-    Application app(t.folder, t.settings, clock, prompt);
     Dispatcher dispatcher;
-    WebServer web(app, dispatcher);
+    WebServer web(t.folder, t.settings, clock, prompt, dispatcher);
     web.portFallback = [](const QList<quint16>&) { return quint16(0); };
     ASSERT_TRUE(web.InitWebServer());
     DnsService service(t.settings);

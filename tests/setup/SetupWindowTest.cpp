@@ -32,6 +32,8 @@ struct Desk {
     ScriptedPrompt prompt;
     Application app{t.folder, t.settings, clock, prompt};
     TiraDevice device{t.folder, t.settings, prompt};
+    Dispatcher dispatcher;
+    WebServer web{t.folder, t.settings, clock, prompt, dispatcher};
 
     std::unique_ptr<SetupWindow> open() {
         SetupServices services;
@@ -65,6 +67,11 @@ TEST(SetupWindow, ClicksStayAfterCancelAndTextsWaitForOK) {
     lookup.answer = HttpStandIn::Response("200 OK", "Current IP Address: 203.0.113.7");
     d.t.settings.WriteIni(u"Options", u"IPCheckURL", lookup.url());
     d.t.settings.WriteIni(u"Options", u"UPnPDescURL", u"http://127.0.0.1:1/rootDesc.xml");
+    // The server is up already, on a port of its own.
+    d.t.settings.WriteIni(u"WebServer", u"Port", u"0");
+    d.web.portFallback = [](const QList<quint16>&) { return quint16(0); };
+    ASSERT_TRUE(d.web.InitWebServer());
+    d.app.webServer = &d.web;
     d.t.settings.WriteIni(u"WebServer", u"Port", u"8123");
     auto w = d.open();
     EXPECT_TRUE(d.app.state.SetupOpen);
@@ -79,9 +86,9 @@ TEST(SetupWindow, ClicksStayAfterCancelAndTextsWaitForOK) {
     EXPECT_EQ(d.app.timUPnPDelay.interval(), 100);
 
     Desk::click(w.get(), u"chkWebAuth"_s);
-    EXPECT_TRUE(d.app.state.WebAuthOn);
+    EXPECT_TRUE(d.web.Login().WebAuthOn);
     QTest::keyClicks(Desk::find<QLineEdit>(w.get(), u"txtWebPass"_s), u"secret"_s);
-    EXPECT_EQ(d.app.state.WebPass, u"secret"_s);
+    EXPECT_EQ(d.web.Login().WebPass, u"secret"_s);
 
     // The pause between reservations shows the 2 s of an empty key; a pick is
     // written at once.
@@ -98,7 +105,7 @@ TEST(SetupWindow, ClicksStayAfterCancelAndTextsWaitForOK) {
     EXPECT_EQ(d.ini(u"Options", u"Internet"), u"1"_s);
     EXPECT_EQ(d.ini(u"Options", u"WebAuth"), u"1"_s);
     EXPECT_TRUE(d.ini(u"Options", u"Web_Pass").isEmpty());
-    EXPECT_EQ(d.app.state.WebPass, u"secret"_s);
+    EXPECT_EQ(d.web.Login().WebPass, u"secret"_s);
     EXPECT_EQ(d.ini(u"WebServer", u"Port"), u"8123"_s);
 
     // A failed lookup turns internet use off again.
@@ -173,7 +180,7 @@ TEST(SetupWindow, OkChecksInOrderAndTheChoicesAreTried) {
 TEST(SetupWindow, FirstRunAndATakenPortWaitForTheDialog) {
     Desk d;
     Dispatcher dispatcher;
-    WebServer server(d.app, dispatcher);
+    WebServer server(d.t.folder, d.t.settings, d.clock, d.prompt, dispatcher);
     d.app.webServer = &server;
     SetupWindows windows(d.app, {});
     server.portFallback = [&](const QList<quint16>& tried) { return windows.PortFallback(tried); };

@@ -114,13 +114,11 @@ TEST(MainWindow, TrayAndHide) {
     QCoreApplication::processEvents();
     EXPECT_TRUE(d.window.isVisible());
     EXPECT_FALSE(d.window.trayIcon()->isVisible());
-    EXPECT_FALSE(d.app.timHideRetry.isActive());
     EXPECT_EQ(d.ini(u"Hide"), u"1"_s);
 
     d.minimise();
     EXPECT_FALSE(d.window.isVisible());
     EXPECT_TRUE(d.window.trayIcon()->isVisible());
-    EXPECT_TRUE(d.app.timHideRetry.isActive());
 
     emit d.window.trayIcon()->activated(QSystemTrayIcon::Trigger);
     QCoreApplication::processEvents();

@@ -1,6 +1,6 @@
 #include "webpages/PowerPages.h"
-#include "core/Application.h"
 #include "power/Power.h"
+#include "reservations/Scheduler.h"
 #include "support/FixedClock.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
@@ -23,11 +23,15 @@ struct Server {
     TempFolder t;
     FixedClock clock;
     ScriptedPrompt prompt;
-    Application app{t.folder, t.settings, clock, prompt};
+    Scheduler scheduler{t.folder, t.settings, clock};
+    Power power{t.settings, prompt, scheduler};
+    QString globalAddr;
     Dispatcher dispatcher;
 
     Server() {
-        InstallPowerPages(dispatcher, app, t.path(u"net"), t.path(u"route"));
+        InstallPowerPages(
+            dispatcher, t.settings, power, [this] { return globalAddr; }, t.path(u"net"),
+            t.path(u"route"));
         t.settings.WriteIni(u"Power", u"WakePortal", u"http://wake.example/");
     }
     QString get(const QString& path) { return dispatcher.DispatchPage(path, {}, u"127.0.0.1"_s); }
@@ -73,14 +77,14 @@ TEST(PowerPages, ConfirmAsksAndHibernShowsTheWayBack) {
                   u"<a href=\"default.asp\">いいえ</a></font></p>\r\n"
                   u"<p><font size=\"2\">（休止状態にするとインターネット側からのアクセスができなく"
                   u"なります。）</font></p>\r\n</body>\r\n</html>\r\n"_s);
-    EXPECT_FALSE(s.app.power->timHibern.isActive());
+    EXPECT_EQ(s.power.HibernateInMs(), -1);
+    s.globalAddr = u"203.0.113.7"_s;
 
     const QString top = head(u"休止状態"_s) +
                         u"<p><font size=\"2\">休止状態にしました。</font></p>\r\n"
                         u"<p><font size=\"2\">電源を再投入するには、<a href=\"http://"
                         u"wake.example/mp/default.asp\">こちらのリンク</a>に現在のIPアドレス、"
                         u"MACアドレスを入力してください。</font></p>\r\n"_s;
-    s.app.state.GlobalAddr = u"203.0.113.7"_s;
     s.nic(u"eth0"_s, "3", "1", "00:1a:2b:3c:4d:5e", true);
     const QString page = top + u"<p><font size=\"2\">IPアドレス：203.0.113.7</font><BR>\r\n"
                                u"<font size=\"2\">MACアドレス：00:1A:2B:3C:4D:5E</font></p>\r\n"
@@ -88,12 +92,11 @@ TEST(PowerPages, ConfirmAsksAndHibernShowsTheWayBack) {
     for (const char16_t* power : {u"", u"0", u"11"}) {
         s.t.settings.WriteIni(u"Options", u"PowerControl", power);
         EXPECT_EQ(s.get(u"/hibern.asp"_s), page);
-        EXPECT_FALSE(s.app.power->timHibern.isActive());
+        EXPECT_EQ(s.power.HibernateInMs(), -1);
     }
     s.t.settings.WriteIni(u"Options", u"PowerControl", u"1");
     EXPECT_EQ(s.get(u"/hibern.asp"_s), page);
-    EXPECT_TRUE(s.app.power->timHibern.isActive());
-    EXPECT_EQ(s.app.power->timHibern.interval(), 10000);
+    EXPECT_GT(s.power.HibernateInMs(), 9000);
 
     Server bare;
     EXPECT_EQ(bare.get(u"/hibern.asp"_s),

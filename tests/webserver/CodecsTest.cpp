@@ -1,6 +1,5 @@
 #include "webserver/Codecs.h"
 
-#include "core/Application.h"
 #include "support/FixedClock.h"
 
 #include <QTimeZone>
@@ -43,7 +42,7 @@ TEST(Codecs, DecBase64AndCheckLogon) {
     EXPECT_EQ(DecBase64(u"dXNl*cjpw"), u""_s);
     EXPECT_EQ(DecBase64(u"テスト"), u""_s);
 
-    AppState state;
+    WebLogin state;
     state.WebUser = u"Owner"_s;
     state.WebPass = u"pa:ss"_s;
     EXPECT_TRUE(CheckLogon(state, u"Owner", u"pa:ss"));

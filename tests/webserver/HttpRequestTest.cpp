@@ -1,5 +1,5 @@
 #include "webserver/HttpRequest.h"
-#include "core/Application.h"
+#include "webserver/Codecs.h"
 #include "webserver/FileSender.h"
 
 #include <QRandomGenerator>
@@ -66,7 +66,7 @@ TEST(HttpRoute, PagesRedirectsAndFiles) {
 }
 
 TEST(HttpDecide, AnyBytesGiveADecisionWithoutHarm) {
-    AppState login;
+    WebLogin login;
     login.WebAuthOn = true;
     login.WebUser = u"u"_s;
     login.WebPass = u"p"_s;

@@ -1,11 +1,11 @@
 #include "webserver/WebServer.h"
-#include "core/Application.h"
 #include "core/Password.h"
 #include "core/ShiftJis.h"
 #include "support/FixedClock.h"
 #include "support/HttpClient.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
+#include "support/WaitUntil.h"
 #include "webserver/Dispatcher.h"
 
 #include <QDir>
@@ -40,7 +40,7 @@ public:
                 last = r;
                 return u"page:"_s + name;
             });
-        app.timObjMove.setInterval(150);
+        server.setRedirectMs(150);
         server.setTimeouts(300, 300, 200);
         server.InitWebServer();
     }
@@ -53,9 +53,8 @@ public:
     TempFolder t;
     FixedClock clock;
     ScriptedPrompt prompt;
-    Application app{t.folder, t.settings, clock, prompt};
     Dispatcher dispatcher;
-    WebServer server{app, dispatcher};
+    WebServer server{t.folder, t.settings, clock, prompt, dispatcher};
     QStringList calls;
     PageRequest last;
 };
@@ -90,8 +89,7 @@ TEST(WebServer, ABarePathIsRedirectedOnceThenServedAsTheDefaultPage) {
                   "\x83\x65\x83\x58\x83\x67");
 
     // Disarmed again after a while.
-    WaitForSignal(&s.app.timObjMove, &QTimer::timeout, 2000);
-    EXPECT_FALSE(s.server.RedirectArmed());
+    EXPECT_TRUE(WaitUntil([&] { return !s.server.RedirectArmed(); }, 2000));
 }
 
 TEST(WebServer, RequestsArriveInPiecesAndBodiesReachThePage) {
@@ -177,7 +175,7 @@ TEST(WebServer, TheLoginFailsClosedUntilTheSettingsCanBeRead) {
     EXPECT_TRUE(s.get("/x.asp").startsWith("HTTP/1.1 401"));
     EXPECT_EQ(BodyOf(s.get("/default.asp", login)), "page:default.asp");
 
-    s.app.state.WebPass = u"typed"_s;
+    s.server.SetWebPass(u"typed"_s);
     EXPECT_TRUE(s.get("/x.asp", login).startsWith("HTTP/1.1 401"));
     EXPECT_EQ(BodyOf(s.get("/default.asp", typed)), "page:default.asp");
 
@@ -349,7 +347,7 @@ TEST(WebServer, UnusablePortsAreReplacedForThisRunOnly) {
     for (const QString& stored : {taken, u"abc"_s, u"99999"_s}) {
         Served s([&](SettingsStore& st) { st.WriteIni(u"WebServer", u"Port", stored); }, spare);
         EXPECT_EQ(s.server.WebPort(), spare) << stored.toStdString();
-        EXPECT_TRUE(s.app.state.WebServerUp);
+        EXPECT_TRUE(s.server.HasListened());
         EXPECT_EQ(s.t.settings.ReadIni(u"WebServer", u"Port"), stored);
         EXPECT_EQ(s.prompt.shown, stored == taken
                                       ? QStringList{u"warning:"_s + WebServer::PortInUseText}
