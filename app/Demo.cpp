@@ -76,7 +76,7 @@ const std::vector<DemoRemote>& demoRemotes() {
 bool PrepareDemoFolder(const ProgramFolder& folder, SettingsStore& settings) {
     if (QFileInfo::exists(folder.settingsPath()))
         return false;
-    settings.Write(Key::TiraDevice, u"sim");
+    settings.Write(Key::TransceiverPath, u"sim");
     // Beside another instance the usual port may be taken: the folder gets a
     // free one for good.
     const quint16 port =

@@ -18,14 +18,14 @@
 #include "core/UserPrompt.h"
 #include "exchange/Exchange.h"
 #include "infrared/DeviceList.h"
-#include "infrared/TiraDevice.h"
+#include "infrared/Transceiver.h"
 #include "learning/LearningLauncher.h"
 #include "power/Power.h"
 #include "reachability/AddressWatch.h"
 #include "remotes/Press.h"
-#include "remotes/RemoteWindows.h"
+#include "remotes/RemoteLauncher.h"
 #include "setup/PortChoice.h"
-#include "setup/SetupWindows.h"
+#include "setup/SetupLauncher.h"
 #include "webpages/MenuPages.h"
 #include "webpages/PowerPages.h"
 #include "webpages/RemotePages.h"
@@ -286,12 +286,12 @@ int main(int argc, char** argv) {
                 qCWarning(lcMain).noquote() << "help page" << page << "not shown";
         };
     // The transceiver: opened by the first send or capture, not at start.
-    TiraDevice device(folder, settings, *prompt);
-    QObject::connect(&app, &Application::releaseDevice, &device, &TiraDevice::Unload);
+    Transceiver device(folder, settings, *prompt);
+    QObject::connect(&app, &Application::releaseDevice, &device, &Transceiver::Unload);
     app.power->deActivateTira = [&device] { device.DeActivateTira(); };
     // Reserved signals go out like web presses: a failure is told without a box.
     app.scheduler.send = [&device](const QString& path) {
-        return device.TransmitTira(path, TiraDevice::Origin::Background);
+        return device.TransmitTira(path, Transceiver::Origin::Background);
     };
 
     Dispatcher dispatcher;
@@ -333,23 +333,23 @@ int main(int argc, char** argv) {
 
     std::unique_ptr<MainWindow> window;
     std::unique_ptr<PreviewWindow> preview;
-    std::unique_ptr<RemoteWindows> remoteWindows;
-    std::unique_ptr<LearningLauncher> learningWindows;
-    std::unique_ptr<SetupWindows> setupWindows;
+    std::unique_ptr<RemoteLauncher> remoteLauncher;
+    std::unique_ptr<LearningLauncher> learningLauncher;
+    std::unique_ptr<SetupLauncher> setupLauncher;
     if (!headless) {
         qCDebug(lcMain) << "running on the desktop";
-        remoteWindows = std::make_unique<RemoteWindows>(app, device);
+        remoteLauncher = std::make_unique<RemoteLauncher>(app, device);
         window = std::make_unique<MainWindow>(app);
-        QObject::connect(window.get(), &MainWindow::remoteWindowRequested, remoteWindows.get(),
-                         &RemoteWindows::ShowRemoteWindow);
-        learningWindows = std::make_unique<LearningLauncher>(app, device, *remoteWindows);
-        QObject::connect(window.get(), &MainWindow::studyRequested, learningWindows.get(),
+        QObject::connect(window.get(), &MainWindow::remoteWindowRequested, remoteLauncher.get(),
+                         &RemoteLauncher::ShowRemoteWindow);
+        learningLauncher = std::make_unique<LearningLauncher>(app, device, *remoteLauncher);
+        QObject::connect(window.get(), &MainWindow::studyRequested, learningLauncher.get(),
                          &LearningLauncher::OpenStudy);
-        QObject::connect(window.get(), &MainWindow::editRequested, learningWindows.get(),
+        QObject::connect(window.get(), &MainWindow::editRequested, learningLauncher.get(),
                          &LearningLauncher::OpenEdit);
-        QObject::connect(learningWindows.get(), &LearningLauncher::devicesChanged, window.get(),
+        QObject::connect(learningLauncher.get(), &LearningLauncher::devicesChanged, window.get(),
                          &MainWindow::FillDevices);
-        QObject::connect(learningWindows.get(), &LearningLauncher::setupWanted, &app,
+        QObject::connect(learningLauncher.get(), &LearningLauncher::setupWanted, &app,
                          &Application::setupRequested);
         preview = std::make_unique<PreviewWindow>(camera, folder, settings,
                                                   [&app] { return app.isClosing(); });
@@ -369,8 +369,8 @@ int main(int argc, char** argv) {
                 found.append({d.path, d.note});
             return found;
         };
-        setupWindows = std::make_unique<SetupWindows>(app, services);
-        QObject::connect(setupWindows.get(), &SetupWindows::powerControlChanged, window.get(),
+        setupLauncher = std::make_unique<SetupLauncher>(app, services);
+        QObject::connect(setupLauncher.get(), &SetupLauncher::powerControlChanged, window.get(),
                          &MainWindow::UpdateSuspendButton);
         // The preview opened from the dialog stays only when asked to; without
         // the camera option it closes, and the camera with it.
@@ -381,11 +381,11 @@ int main(int argc, char** argv) {
                 preview->hide();
         });
         // The port question of a send without a transceiver.
-        device.SpecifyPort = [&setupWindows] { setupWindows->SpecifyPort(); };
+        device.SpecifyPort = [&setupLauncher] { setupLauncher->SpecifyPort(); };
         // A port that was refused: the person chooses another, for as long as
         // it takes.
-        webServer.portFallback = [&setupWindows](const QList<quint16>& tried) {
-            return setupWindows->PortFallback(tried);
+        webServer.portFallback = [&setupLauncher](const QList<quint16>& tried) {
+            return setupLauncher->PortFallback(tried);
         };
         // Unloaded at the end, when closing is no longer refused.
         QObject::connect(&app, &Application::closed, preview.get(), &QWidget::close);

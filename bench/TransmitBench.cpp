@@ -7,7 +7,7 @@
 #include "core/UserPrompt.h"
 #include "infrared/FakeTira.h"
 #include "infrared/SimDriver.h"
-#include "infrared/TiraDevice.h"
+#include "infrared/Transceiver.h"
 #include "remotes/Press.h"
 #include "support/TempFolder.h"
 
@@ -31,7 +31,7 @@ void BM_TXSignalByIdToWire(benchmark::State& state) {
     img[1999] = char(length % 255);
     t.writeFile(u"IRSignals/TV-Power.bin", img);
     HeadlessPrompt prompt;
-    TiraDevice device(t.folder, t.settings, prompt);
+    Transceiver device(t.folder, t.settings, prompt);
 
     using Clock = std::chrono::steady_clock;
     Clock::time_point lastByte;

@@ -49,7 +49,7 @@ inline const SettingKey StreamingPort{QStringLiteral("Streaming"), QStringLitera
 
 // The transceiver. The test-mode key is one key whatever its case.
 inline const SettingKey ComPort{QStringLiteral("Tira"), QStringLiteral("ComPort")};
-inline const SettingKey TiraDevice{QStringLiteral("Tira"), QStringLiteral("Device")};
+inline const SettingKey TransceiverPath{QStringLiteral("Tira"), QStringLiteral("Device")};
 inline const SettingKey TestMode{QStringLiteral("Tira"), QStringLiteral("Testmode")};
 
 inline const SettingKey CameraDevice{QStringLiteral("Camera"), QStringLiteral("Device")};

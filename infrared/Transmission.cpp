@@ -2,7 +2,7 @@
 
 #include "core/UserPrompt.h"
 #include "infrared/SignalStore.h"
-#include "infrared/TiraDevice.h"
+#include "infrared/Transceiver.h"
 
 using namespace Qt::StringLiterals;
 
@@ -10,7 +10,7 @@ const QString SendFailedText = u"送信できませんでした。"_s;
 const QString SendBusyText =
     u"送信を待っているボタンが多すぎます。少し待ってからもう一度押してください。"_s;
 
-void TXSignal(TiraDevice& device, QStringView deviceName, QStringView function) {
+void TXSignal(Transceiver& device, QStringView deviceName, QStringView function) {
     if (function.isEmpty())
         return;
     // One box per kind, updated by later presses: a dead device does not pile

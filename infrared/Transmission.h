@@ -3,14 +3,14 @@
 #include <QString>
 #include <QStringView>
 
-class TiraDevice;
+class Transceiver;
 
 // How a press ended. Busy: too many presses were already waiting.
 enum class SendResult { Sent, Failed, NotOpened, Busy };
 
 // A press on an on-screen remote: sends <device>-<function>.bin and tells the
 // person when it did not go out.
-void TXSignal(TiraDevice& device, QStringView deviceName, QStringView function);
+void TXSignal(Transceiver& device, QStringView deviceName, QStringView function);
 
 extern const QString SendFailedText;
 extern const QString SendBusyText;

@@ -3,7 +3,7 @@
 #include "learning/LearningWizard.h"
 #include "learning/RemoteEditor.h"
 
-LearningLauncher::LearningLauncher(Application& app, TiraDevice& device, RemoteWindows& remotes,
+LearningLauncher::LearningLauncher(Application& app, Transceiver& device, RemoteLauncher& remotes,
                                    QObject* parent)
     : QObject(parent), app_(app), device_(device), remotes_(remotes) {}
 

@@ -6,9 +6,9 @@
 class Application;
 class RemoteEditor;
 class LearningWindow;
-class RemoteWindows;
+class RemoteLauncher;
 class LearningWizard;
-class TiraDevice;
+class Transceiver;
 
 // Opens the learning wizard and the remote editor. Only one of them is open at
 // a time: both keep their signals in the same numbered files and use the same
@@ -17,7 +17,7 @@ class TiraDevice;
 class LearningLauncher : public QObject {
     Q_OBJECT
 public:
-    LearningLauncher(Application& app, TiraDevice& device, RemoteWindows& remotes,
+    LearningLauncher(Application& app, Transceiver& device, RemoteLauncher& remotes,
                      QObject* parent = nullptr);
     ~LearningLauncher() override;
 
@@ -34,7 +34,7 @@ private:
     bool isOpen() const;
 
     Application& app_;
-    TiraDevice& device_;
-    RemoteWindows& remotes_;
+    Transceiver& device_;
+    RemoteLauncher& remotes_;
     QPointer<LearningWindow> current_;
 };

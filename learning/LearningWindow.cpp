@@ -5,10 +5,10 @@
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
 #include "core/UserPrompt.h"
-#include "infrared/TiraDevice.h"
+#include "infrared/Transceiver.h"
 #include "remotes/Registry.h"
+#include "remotes/RemoteLauncher.h"
 #include "remotes/RemoteWindow.h"
-#include "remotes/RemoteWindows.h"
 
 #include <QCloseEvent>
 #include <QEventLoop>
@@ -62,7 +62,7 @@ struct BusyScope {
 };
 } // namespace
 
-LearningWindow::LearningWindow(Application& app, TiraDevice& device, RemoteWindows& remotes,
+LearningWindow::LearningWindow(Application& app, Transceiver& device, RemoteLauncher& remotes,
                                const QString& objectName, const QString& positionKey,
                                const QString& deviceLabel, QWidget* parent)
     : QWidget(parent, Qt::Window), app_(app), device_(device), remotes_(remotes),
@@ -344,7 +344,7 @@ void LearningWindow::studyPass(const QString& function) {
         setState(u"準備中...お待ちください。"_s, White);
         lblState->repaint();
         if (!device_.PortIsSet()) {
-            app_.prompt.Warning(TiraDevice::PortUnsetText);
+            app_.prompt.Warning(Transceiver::PortUnsetText);
             if (self)
                 openPortSetup();
             if (self)

@@ -18,8 +18,8 @@ class QListWidgetItem;
 class QPushButton;
 class QRadioButton;
 class RemoteWindow;
-class RemoteWindows;
-class TiraDevice;
+class RemoteLauncher;
+class Transceiver;
 
 // What the learning wizard and the remote editor share: the design options,
 // the frame where functions are learned one by one (name, capture and proof,
@@ -80,7 +80,7 @@ signals:
 
 protected:
     // Makes the device frame with its label; the window adds its own field.
-    LearningWindow(Application& app, TiraDevice& device, RemoteWindows& remotes,
+    LearningWindow(Application& app, Transceiver& device, RemoteLauncher& remotes,
                    const QString& objectName, const QString& positionKey,
                    const QString& deviceLabel, QWidget* parent);
 
@@ -114,8 +114,8 @@ protected:
     void closeEvent(QCloseEvent* event) override;
 
     Application& app_;
-    TiraDevice& device_;
-    RemoteWindows& remotes_;
+    Transceiver& device_;
+    RemoteLauncher& remotes_;
     LearningSession session_;
     std::array<QString, 66> captions_{}; // what the picture buttons show
     int shownDesign_ = 0;                // the design whose picture is in use

@@ -4,10 +4,10 @@
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
 #include "core/UserPrompt.h"
-#include "infrared/TiraDevice.h"
+#include "infrared/Transceiver.h"
 #include "remotes/Registry.h"
+#include "remotes/RemoteLauncher.h"
 #include "remotes/RemoteWindow.h"
-#include "remotes/RemoteWindows.h"
 
 #include <QGroupBox>
 #include <QLabel>
@@ -38,7 +38,7 @@ namespace {
 constexpr int AirconOption = 2;
 }
 
-LearningWizard::LearningWizard(Application& app, TiraDevice& device, RemoteWindows& remotes,
+LearningWizard::LearningWizard(Application& app, Transceiver& device, RemoteLauncher& remotes,
                                QWidget* parent)
     : LearningWindow(app, device, remotes, u"frmStudy"_s, u"Study"_s,
                      u"機器名 （例：ビデオ、テレビ、エアコンなど）"_s, parent) {

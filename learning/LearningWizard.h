@@ -7,7 +7,7 @@
 class LearningWizard final : public LearningWindow {
     Q_OBJECT
 public:
-    LearningWizard(Application& app, TiraDevice& device, RemoteWindows& remotes,
+    LearningWizard(Application& app, Transceiver& device, RemoteLauncher& remotes,
                    QWidget* parent = nullptr);
 
     void Load() override;

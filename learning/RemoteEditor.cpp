@@ -4,10 +4,10 @@
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
-#include "infrared/TiraDevice.h"
+#include "infrared/Transceiver.h"
 #include "remotes/Registry.h"
+#include "remotes/RemoteLauncher.h"
 #include "remotes/RemoteWindow.h"
-#include "remotes/RemoteWindows.h"
 
 #include <QComboBox>
 #include <QEvent>
@@ -28,7 +28,7 @@ QString RemoteEditor::DeleteRemoteText(const QString& deviceName) {
            u" の記録済みリモコン信号はすべて削除されます。　よろしいですか？"_s;
 }
 
-RemoteEditor::RemoteEditor(Application& app, TiraDevice& device, RemoteWindows& remotes,
+RemoteEditor::RemoteEditor(Application& app, Transceiver& device, RemoteLauncher& remotes,
                            QWidget* parent)
     : LearningWindow(app, device, remotes, u"frmEdit"_s, u"Edit"_s, u"機器名"_s, parent) {
     auto* row = new QHBoxLayout(frameDevice);

@@ -3,12 +3,12 @@
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "infrared/SignalStore.h"
-#include "infrared/TiraDevice.h"
+#include "infrared/Transceiver.h"
 #include "remotes/Registry.h"
 
 #include <QFileInfo>
 
-SendResult TXSignalById(TiraDevice& device, QStringView remote, QStringView button) {
+SendResult TXSignalById(Transceiver& device, QStringView remote, QStringView button) {
     if (IsTestMode(device.settings))
         return SendResult::Sent;
     QString name = device.settings.Read(Key::RemoteName(remote));
@@ -16,5 +16,5 @@ SendResult TXSignalById(TiraDevice& device, QStringView remote, QStringView butt
     QString path = SignalFilePath(device.folder, name, function);
     if (!QFileInfo::exists(path))
         return SendResult::Sent;
-    return device.TransmitAndWait(path, TiraDevice::Origin::Background);
+    return device.TransmitAndWait(path, Transceiver::Origin::Background);
 }

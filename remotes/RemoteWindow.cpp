@@ -144,8 +144,8 @@ void RemoteButton::mouseDoubleClickEvent(QMouseEvent* event) {
     emit doubleClicked(id_);
 }
 
-RemoteWindow::RemoteWindow(int design, AppState& state, SettingsStore& settings, TiraDevice& device,
-                           QWidget* parent)
+RemoteWindow::RemoteWindow(int design, AppState& state, SettingsStore& settings,
+                           Transceiver& device, QWidget* parent)
     : QWidget(parent, Qt::Window | Qt::FramelessWindowHint), design_(design),
       layout_(LayoutOfDesign(design)), state_(state), settings_(settings), device_(device),
       panelA_(picture(u"panelA.jpg"_s)), panelB_(picture(u"panelB.jpg"_s)) {

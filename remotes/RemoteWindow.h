@@ -10,7 +10,7 @@
 class QLabel;
 class QPushButton;
 class SettingsStore;
-class TiraDevice;
+class Transceiver;
 struct AppState;
 struct DesignLayout;
 
@@ -48,7 +48,7 @@ private:
 class RemoteWindow : public QWidget {
     Q_OBJECT
 public:
-    RemoteWindow(int design, AppState& state, SettingsStore& settings, TiraDevice& device,
+    RemoteWindow(int design, AppState& state, SettingsStore& settings, Transceiver& device,
                  QWidget* parent = nullptr);
 
     int design() const { return design_; }
@@ -97,7 +97,7 @@ private:
     const DesignLayout* layout_;
     AppState& state_;
     SettingsStore& settings_;
-    TiraDevice& device_;
+    Transceiver& device_;
     QPixmap panelA_, panelB_;
     std::vector<RemoteButton*> buttons_; // by id
     std::vector<QLabel*> labels_;        // by id

@@ -413,7 +413,7 @@ void SetupWindow::load() {
     if (!port.isEmpty())
         cboPortNo_->setCurrentText(port);
 
-    const QString device = s.Read(Key::TiraDevice).trimmed();
+    const QString device = s.Read(Key::TransceiverPath).trimmed();
     int chosen = 0;
     if (!device.isEmpty()) {
         chosen = combo1_->findData(device);
@@ -638,9 +638,9 @@ void SetupWindow::ok() {
     const QVariant data = combo1_->currentData();
     if (data.typeId() == QMetaType::Int) {
         s.Write(Key::ComPort, QString::number(data.toInt()));
-        s.Write(Key::TiraDevice, u"");
+        s.Write(Key::TransceiverPath, u"");
     } else {
-        s.Write(Key::TiraDevice, data.toString());
+        s.Write(Key::TransceiverPath, data.toString());
     }
     s.Write(Key::TestMode, bit(chkTest_->isChecked()));
 

@@ -2,7 +2,7 @@
 #include "infrared/FakeTira.h"
 #include "infrared/IrSignal.h"
 #include "infrared/LircDriver.h"
-#include "infrared/TiraDevice.h"
+#include "infrared/Transceiver.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 
@@ -101,7 +101,7 @@ struct Fixture {
     std::shared_ptr<FakeKernel> kernel = std::make_shared<FakeKernel>();
     TempFolder t;
     ScriptedPrompt prompt;
-    TiraDevice device{t.folder, t.settings, prompt};
+    Transceiver device{t.folder, t.settings, prompt};
     QByteArray signal() const {
         return QByteArray(reinterpret_cast<const char*>(device.SignalBuf.data()), device.SignalLen);
     }

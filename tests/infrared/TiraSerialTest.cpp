@@ -2,8 +2,8 @@
 #include "core/Wait.h"
 #include "infrared/FakeTira.h"
 #include "infrared/IrSignal.h"
-#include "infrared/TiraDevice.h"
 #include "infrared/TiraSerialDriver.h"
+#include "infrared/Transceiver.h"
 #include "remotes/Press.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
@@ -34,7 +34,7 @@ struct Fixture {
     std::unique_ptr<FakeTira> tira = std::make_unique<FakeTira>();
     TempFolder t;
     ScriptedPrompt prompt;
-    TiraDevice device{t.folder, t.settings, prompt};
+    Transceiver device{t.folder, t.settings, prompt};
 };
 
 QByteArray necBlob() {
@@ -57,7 +57,7 @@ TEST(TiraSerial, IdentifiesAndSendsTheExactIxBytesFromAWebPress) {
     EXPECT_TRUE(f.prompt.shown.isEmpty());
 }
 
-// Timing out and the late signal are TiraDevice's; here the bytes on the wire.
+// Timing out and the late signal are Transceiver's; here the bytes on the wire.
 TEST(TiraSerial, CaptureArrivesInPiecesAndBecomesABlob) {
     Fixture f;
     ASSERT_TRUE(f.device.ActivateTira(0));
@@ -123,11 +123,11 @@ TEST(TiraSerial, PressesDuringASendQueueAndReachTheWireInOrder) {
     // A flood is bounded: one on the wire, 32 waiting, the rest busy at once.
     std::map<SendResult, int> flood;
     const QString path = f.t.path(u"IRSignals/TV-K0.bin"_s);
-    for (int i = 0; i < TiraDevice::MaxQueued + 8; ++i)
+    for (int i = 0; i < Transceiver::MaxQueued + 8; ++i)
         f.device.Enqueue(path, [&](SendResult r) { ++flood[r]; });
     EXPECT_EQ(flood[SendResult::Busy], 7);
-    EXPECT_TRUE(WaitUntil([&] { return flood[SendResult::Sent] == TiraDevice::MaxQueued + 1; }));
-    EXPECT_EQ(f.tira->transmissions.size(), 10 + TiraDevice::MaxQueued + 1);
+    EXPECT_TRUE(WaitUntil([&] { return flood[SendResult::Sent] == Transceiver::MaxQueued + 1; }));
+    EXPECT_EQ(f.tira->transmissions.size(), 10 + Transceiver::MaxQueued + 1);
 
     // A press that comes while another device is tried goes out on the one
     // that is set, after the test.
@@ -153,7 +153,7 @@ TEST(TiraSerial, UnpluggedTiraComesBackAtItsPath) {
     device.timReturn.setInterval(100);
     const QString signal = t.path(u"IRSignals/TV-Power.bin"_s);
     ASSERT_TRUE(WriteSignalFile(signal, necBlob()));
-    ASSERT_TRUE(device.TransmitTira(signal, TiraDevice::Origin::Background));
+    ASSERT_TRUE(device.TransmitTira(signal, Transceiver::Origin::Background));
 
     // Pulled during a capture: it fails at once, so does the next press, and
     // the device is looked for until it is back.
@@ -167,7 +167,7 @@ TEST(TiraSerial, UnpluggedTiraComesBackAtItsPath) {
     EXPECT_LT(clock.elapsed(), 1000);
     tira.reset();
     ASSERT_TRUE(QFile::remove(link));
-    EXPECT_FALSE(device.TransmitTira(signal, TiraDevice::Origin::Background));
+    EXPECT_FALSE(device.TransmitTira(signal, Transceiver::Origin::Background));
     EXPECT_FALSE(device.TiraActive);
     EXPECT_TRUE(device.timReturn.isActive());
     WaitMs(250); // still missing: nothing to open
@@ -177,15 +177,15 @@ TEST(TiraSerial, UnpluggedTiraComesBackAtItsPath) {
     ASSERT_TRUE(QFile::link(tira->path(), link));
     EXPECT_TRUE(WaitUntil([&] { return device.TiraActive; })); // opened afresh in the background
     EXPECT_TRUE(tira->fromHost.startsWith("IPIR"));
-    EXPECT_TRUE(device.TransmitTira(signal, TiraDevice::Origin::Background));
+    EXPECT_TRUE(device.TransmitTira(signal, Transceiver::Origin::Background));
     EXPECT_EQ(tira->transmissions.size(), 1);
 
     // A device that stops answering is opened again from the start at the next press.
     tira->answer = false;
-    EXPECT_FALSE(device.TransmitTira(signal, TiraDevice::Origin::Background));
+    EXPECT_FALSE(device.TransmitTira(signal, Transceiver::Origin::Background));
     tira->answer = true;
     tira->fromHost.clear();
-    EXPECT_TRUE(device.TransmitTira(signal, TiraDevice::Origin::Background));
+    EXPECT_TRUE(device.TransmitTira(signal, Transceiver::Origin::Background));
     EXPECT_TRUE(tira->fromHost.startsWith("IPIR"));
     EXPECT_EQ(tira->transmissions.size(), 2);
 }

@@ -162,13 +162,13 @@ TEST(RemoteWindow, FirstPlaceIsTheWorkAreaCornerThenEachDesignKeepsItsOwn) {
     EXPECT_EQ(hand.pos(), QPoint(-1, 101));
 }
 
-TEST(RemoteWindows, ChoosingADeviceOpensItsRemoteAlone) {
+TEST(RemoteLauncher, ChoosingADeviceOpensItsRemoteAlone) {
     Desk d;
     d.remote(1, u"TV"_s, 4, {u"電源"_s});
     d.t.settings.WriteIni(u"Remote-1", u"Button-15", u"入力切替え");
     d.remote(3, u"照明"_s, 2, {});
     d.remote(4, u"壊れた"_s, 7, {});
-    RemoteWindows remotes(d.app, d.device);
+    RemoteLauncher remotes(d.app, d.device);
 
     remotes.ShowRemoteWindow(u"TV"_s, 1);
     RemoteWindow* tv = remotes.window(4);
@@ -202,11 +202,11 @@ TEST(RemoteWindows, ChoosingADeviceOpensItsRemoteAlone) {
     // between them; closed during that pause, the press ends quietly.
     bool downDuringPause = false;
     int ended = 0;
-    QObject::connect(&d.device, &TiraDevice::sendEnded, &remotes, [&] {
+    QObject::connect(&d.device, &Transceiver::sendEnded, &remotes, [&] {
         if (++ended == 1) // the click's send; the double click's pause follows
             QTimer::singleShot(30, [&] { downDuringPause = remotes.window(4)->imgB(0)->isDown(); });
         else if (ended == 3)
-            QTimer::singleShot(30, &remotes, &RemoteWindows::UnloadAll);
+            QTimer::singleShot(30, &remotes, &RemoteLauncher::UnloadAll);
     });
     doubleClick(remotes.window(4)->imgB(0));
     EXPECT_EQ(d.sent(), 2);
@@ -223,11 +223,11 @@ TEST(RemoteWindows, ChoosingADeviceOpensItsRemoteAlone) {
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
-TEST(RemoteWindows, TestModeShowsTheFixedDevicesWithoutSending) {
+TEST(RemoteLauncher, TestModeShowsTheFixedDevicesWithoutSending) {
     Desk d;
     d.t.settings.WriteIni(u"Tira", u"Testmode", u"1");
     d.remote(1, u"テレビ"_s, 2, {});
-    RemoteWindows remotes(d.app, d.device);
+    RemoteLauncher remotes(d.app, d.device);
     d.app.state.RemoteLive = true;
 
     remotes.ShowRemoteWindow(u"エアコン"_s, 0);

@@ -1,9 +1,9 @@
-#include "setup/SetupWindows.h"
+#include "setup/SetupLauncher.h"
 
 #include "core/Application.h"
 #include "core/Clock.h"
 #include "core/Password.h"
-#include "infrared/TiraDevice.h"
+#include "infrared/Transceiver.h"
 #include "support/HttpStandIn.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
@@ -31,7 +31,7 @@ struct Desk {
     SystemClock clock;
     ScriptedPrompt prompt;
     Application app{t.folder, t.settings, clock, prompt};
-    TiraDevice device{t.folder, t.settings, prompt};
+    Transceiver device{t.folder, t.settings, prompt};
     Dispatcher dispatcher;
     WebServer web{t.folder, t.settings, clock, prompt, dispatcher};
 
@@ -182,7 +182,7 @@ TEST(SetupWindow, FirstRunAndATakenPortWaitForTheDialog) {
     Dispatcher dispatcher;
     WebServer server(d.t.folder, d.t.settings, d.clock, d.prompt, dispatcher);
     d.app.webServer = &server;
-    SetupWindows windows(d.app, {});
+    SetupLauncher windows(d.app, {});
     server.portFallback = [&](const QList<quint16>& tried) { return windows.PortFallback(tried); };
 
     QTimer::singleShot(0, [&] {

@@ -4,13 +4,13 @@
 #include "core/Settings.h"
 #include "infrared/SignalStore.h"
 #include "infrared/SimDriver.h"
-#include "infrared/TiraDevice.h"
+#include "infrared/Transceiver.h"
 #include "learning/LearningLauncher.h"
 #include "learning/LearningWizard.h"
 #include "learning/RemoteEditor.h"
 #include "remotes/Registry.h"
+#include "remotes/RemoteLauncher.h"
 #include "remotes/RemoteWindow.h"
-#include "remotes/RemoteWindows.h"
 #include "support/FixedClock.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
@@ -110,7 +110,7 @@ struct LearningDesk {
     ScriptedPrompt prompt;
     FixedClock clock;
     Application app{t.folder, t.settings, clock, prompt};
-    TiraDevice device{t.folder, t.settings, prompt};
-    RemoteWindows remotes{app, device};
+    Transceiver device{t.folder, t.settings, prompt};
+    RemoteLauncher remotes{app, device};
     LearningLauncher windows{app, device, remotes};
 };

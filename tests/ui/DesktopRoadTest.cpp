@@ -23,7 +23,7 @@ TEST(DesktopRoad, LearnOpenSendEditWithTheSimulator) {
     QObject::connect(&d.windows, &LearningLauncher::devicesChanged, &window,
                      &MainWindow::FillDevices);
     QObject::connect(&window, &MainWindow::remoteWindowRequested, &d.remotes,
-                     &RemoteWindows::ShowRemoteWindow);
+                     &RemoteLauncher::ShowRemoteWindow);
     Dispatcher pages;
     InstallMenuPages(pages, d.t.settings);
     window.ShowAtStart();

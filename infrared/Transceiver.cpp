@@ -1,4 +1,4 @@
-#include "infrared/TiraDevice.h"
+#include "infrared/Transceiver.h"
 
 #include "core/AtomicFile.h"
 #include "core/ProgramFolder.h"
@@ -19,27 +19,27 @@ namespace {
 Q_LOGGING_CATEGORY(lcDevice, "kestrava.device")
 }
 
-const QString TiraDevice::PortUnsetText =
+const QString Transceiver::PortUnsetText =
     u"Tiraで使用するCOMポート番号が指定されていません。　設定を行ってください。"_s;
-const QString TiraDevice::CannotActivateText =
+const QString Transceiver::CannotActivateText =
     u"Tiraを有効にできませんでした。設定を確認してください。"_s;
 
-TiraDevice::TiraDevice(const ProgramFolder& folder_, SettingsStore& settings_, UserPrompt& prompt_,
-                       QObject* parent)
+Transceiver::Transceiver(const ProgramFolder& folder_, SettingsStore& settings_,
+                         UserPrompt& prompt_, QObject* parent)
     : QObject(parent), folder(folder_), settings(settings_), prompt(prompt_) {
     Timer1.setInterval(40);
     timDeactivate.setInterval(30000);
-    connect(&Timer1, &QTimer::timeout, this, &TiraDevice::Timer1Tick);
+    connect(&Timer1, &QTimer::timeout, this, &Transceiver::Timer1Tick);
     connect(&timDeactivate, &QTimer::timeout, this, [this] {
         timDeactivate.stop();
         DeActivateTira();
     });
     timReturn.setInterval(2000);
-    connect(&timReturn, &QTimer::timeout, this, &TiraDevice::lookForReturn);
+    connect(&timReturn, &QTimer::timeout, this, &Transceiver::lookForReturn);
     factory = [this](const QString& target) { return MakeIrDriver(target, folder); };
 }
 
-template <typename F> int TiraDevice::call(F f) {
+template <typename F> int Transceiver::call(F f) {
     if (!driver_)
         return -1;
     IrDriver* d = driver_.get();
@@ -52,7 +52,7 @@ template <typename F> int TiraDevice::call(F f) {
 
 // A retired driver may still be on the stack below us (its callback is what
 // runs now): it goes once everything has returned.
-void TiraDevice::releaseRetired() {
+void Transceiver::releaseRetired() {
     if (calls_ == 0 && !retired_.empty())
         QTimer::singleShot(0, this, [this] {
             if (calls_ == 0)
@@ -62,34 +62,34 @@ void TiraDevice::releaseRetired() {
 
 // Each use gives the device a fresh 30 s, counted once no send is left; a
 // device that failed is closed already.
-void TiraDevice::restartIdle() {
+void Transceiver::restartIdle() {
     if (driver_ && TiraActive && !current_ && queue_.empty())
         timDeactivate.start();
 }
 
-void TiraDevice::dropDriver() {
+void Transceiver::dropDriver() {
     if (calls_ > 0)
         retired_.push_back(std::move(driver_));
     driver_.reset();
 }
 
-TiraDevice::~TiraDevice() {
+Transceiver::~Transceiver() {
     Unload();
 }
 
-void TiraDevice::ClearAll() {
+void Transceiver::ClearAll() {
     SignalBuf.fill(0);
     SignalLen = 0;
 }
 
-QString TiraDevice::Target(qint16 port) const {
+QString Transceiver::Target(qint16 port) const {
     if (!testTarget_.isEmpty())
         return testTarget_;
-    QString device = settings.Read(Key::TiraDevice).trimmed();
+    QString device = settings.Read(Key::TransceiverPath).trimmed();
     return device.isEmpty() ? u"/dev/ttyUSB"_s + QString::number(port) : device;
 }
 
-void TiraDevice::openAsync(qint16 port, std::function<void(bool)> done) {
+void Transceiver::openAsync(qint16 port, std::function<void(bool)> done) {
     timDeactivate.stop();
     Timer1.stop();
     TiraActive = false;
@@ -115,7 +115,7 @@ void TiraDevice::openAsync(qint16 port, std::function<void(bool)> done) {
     });
 }
 
-bool TiraDevice::opened(int rc, IrDriver* d, const QString& target) {
+bool Transceiver::opened(int rc, IrDriver* d, const QString& target) {
     LastReturnCode = qint16(rc);
     if (rc != 0 || d != driver_.get()) {
         problem_ = d->problem();
@@ -136,7 +136,7 @@ bool TiraDevice::opened(int rc, IrDriver* d, const QString& target) {
 
 // Closed, to be opened from the start at the next send; while the device's
 // path is missing we look for it every 2 s and open it as soon as it is back.
-void TiraDevice::lost(const QString& target) {
+void Transceiver::lost(const QString& target) {
     if (driver_ && TiraActive)
         driver_->tira_stop();
     Timer1.stop();
@@ -152,7 +152,7 @@ void TiraDevice::lost(const QString& target) {
         timReturn.start();
 }
 
-void TiraDevice::lookForReturn() {
+void Transceiver::lookForReturn() {
     if (!lost_ || TiraActive) {
         timReturn.stop();
         return;
@@ -167,10 +167,10 @@ void TiraDevice::lookForReturn() {
     });
 }
 
-bool TiraDevice::ActivateTira(qint16 port) {
+bool Transceiver::ActivateTira(qint16 port) {
     // Sends queued before come first.
     while (current_ || opening_)
-        WaitForSignal(this, &TiraDevice::sendEnded, 1000);
+        WaitForSignal(this, &Transceiver::sendEnded, 1000);
     std::optional<bool> ok;
     opening_ = true;
     openAsync(port, [this, &ok](bool r) {
@@ -179,14 +179,14 @@ bool TiraDevice::ActivateTira(qint16 port) {
         emit sendEnded();
     });
     while (!ok)
-        WaitForSignal(this, &TiraDevice::sendEnded, 1000);
+        WaitForSignal(this, &Transceiver::sendEnded, 1000);
     if (!*ok)
         qCWarning(lcDevice).noquote() << "cannot open" << Target(port);
     sendNext();
     return *ok;
 }
 
-bool TiraDevice::TestTarget(const QString& target, qint16 port) {
+bool Transceiver::TestTarget(const QString& target, qint16 port) {
     // Presses that come in while the candidate is tried wait for the device
     // that is set, rather than go out on the candidate and be cut off.
     testTarget_ = target;
@@ -200,14 +200,14 @@ bool TiraDevice::TestTarget(const QString& target, qint16 port) {
     return ok;
 }
 
-void TiraDevice::DeActivateTira() {
+void Transceiver::DeActivateTira() {
     if (driver_)
         LastReturnCode = qint16(driver_->tira_stop());
     Timer1.stop();
     TiraActive = false;
 }
 
-void TiraDevice::Unload() {
+void Transceiver::Unload() {
     Timer1.stop();
     timDeactivate.stop();
     std::deque<Job> waiting = std::exchange(queue_, {});
@@ -226,7 +226,7 @@ void TiraDevice::Unload() {
     TiraActive = false;
 }
 
-bool TiraDevice::CaptureTira() {
+bool Transceiver::CaptureTira() {
     timDeactivate.stop();
     CaptureGot = false;
     bool result = false;
@@ -237,14 +237,14 @@ bool TiraDevice::CaptureTira() {
         SignalLen = 0;
         // Timer1 does the work inside the wait. A driver failure ends the wait
         // early instead of letting it run out.
-        WaitForSignal(this, &TiraDevice::captureEnded, captureTimeoutMs);
+        WaitForSignal(this, &Transceiver::captureEnded, captureTimeoutMs);
         result = CaptureGot;
     }
     restartIdle();
     return result;
 }
 
-bool TiraDevice::CancelCaptureTira() {
+bool Transceiver::CancelCaptureTira() {
     int rc = call([](IrDriver& d) { return d.tira_cancel_capture(); });
     const bool waiting = CaptureWaiting == 1;
     CaptureWaiting = 0;
@@ -254,7 +254,7 @@ bool TiraDevice::CancelCaptureTira() {
     return rc == 0;
 }
 
-void TiraDevice::Timer1Tick() {
+void Transceiver::Timer1Tick() {
     if (!driver_)
         return;
     if (CaptureWaiting == 1) {
@@ -277,7 +277,7 @@ void TiraDevice::Timer1Tick() {
     }
 }
 
-void TiraDevice::tell(Origin origin, const QString& text, bool warning) {
+void Transceiver::tell(Origin origin, const QString& text, bool warning) {
     if (origin == Origin::Background)
         prompt.Notify(text);
     else if (warning)
@@ -286,7 +286,7 @@ void TiraDevice::tell(Origin origin, const QString& text, bool warning) {
         prompt.Information(text);
 }
 
-void TiraDevice::Enqueue(const QString& path, std::function<void(SendResult)> done) {
+void Transceiver::Enqueue(const QString& path, std::function<void(SendResult)> done) {
     QByteArray blob;
     QString why;
     switch (ReadCheckedSignal(path, &blob, &why)) {
@@ -312,7 +312,7 @@ void TiraDevice::Enqueue(const QString& path, std::function<void(SendResult)> do
     sendNext();
 }
 
-void TiraDevice::sendNext() {
+void Transceiver::sendNext() {
     if (current_ || opening_ || testing_ || queue_.empty())
         return;
     current_ = std::move(queue_.front());
@@ -345,7 +345,7 @@ void TiraDevice::sendNext() {
     });
 }
 
-void TiraDevice::finishJob(SendResult result) {
+void Transceiver::finishJob(SendResult result) {
     if (!current_)
         return;
     Job job = std::move(*current_);
@@ -354,10 +354,10 @@ void TiraDevice::finishJob(SendResult result) {
     job.done(result);
     emit sendEnded();
     // The next one starts from the event loop, not inside this one's callback.
-    QTimer::singleShot(0, this, &TiraDevice::sendNext);
+    QTimer::singleShot(0, this, &Transceiver::sendNext);
 }
 
-SendResult TiraDevice::TransmitAndWait(const QString& path, Origin origin) {
+SendResult Transceiver::TransmitAndWait(const QString& path, Origin origin) {
     if (!TiraActive && !PortIsSet()) {
         tell(origin, PortUnsetText, true);
         if (origin == Origin::Desktop && SpecifyPort)
@@ -371,26 +371,26 @@ SendResult TiraDevice::TransmitAndWait(const QString& path, Origin origin) {
     // Presses that come meanwhile wait nested inside this; each loop ends
     // when its own send has, and the outer ones return as these unwind.
     while (!result)
-        WaitForSignal(this, &TiraDevice::sendEnded, 1000);
+        WaitForSignal(this, &Transceiver::sendEnded, 1000);
     if (*result == SendResult::NotOpened)
         prompt.Notice(u"device"_s, CannotActivateMessage());
     return *result;
 }
 
-QString TiraDevice::CannotActivateMessage() const {
+QString Transceiver::CannotActivateMessage() const {
     return problem_.isEmpty() ? CannotActivateText : CannotActivateText + u"\n"_s + problem_;
 }
 
-bool TiraDevice::PortIsSet() {
-    return !settings.Read(Key::TiraDevice).trimmed().isEmpty() ||
+bool Transceiver::PortIsSet() {
+    return !settings.Read(Key::TransceiverPath).trimmed().isEmpty() ||
            !settings.Read(Key::ComPort).isEmpty();
 }
 
-qint16 TiraDevice::ConfiguredPort() {
+qint16 Transceiver::ConfiguredPort() {
     return qint16(Val(settings.Read(Key::ComPort)));
 }
 
-bool TiraDevice::TestStudiedSignal() {
+bool Transceiver::TestStudiedSignal() {
     StampSignalLength(SignalBuf, SignalLen);
     QString path = TestSignalPath(folder);
     QString error;

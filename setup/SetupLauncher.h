@@ -10,11 +10,11 @@
 // Opens the settings dialog (one at a time) for the menu, the first run and
 // the learning wizard, and asks again for a port while the web server's is
 // taken.
-class SetupWindows : public QObject {
+class SetupLauncher : public QObject {
     Q_OBJECT
 public:
-    SetupWindows(Application& app, SetupServices services, QObject* parent = nullptr);
-    ~SetupWindows() override;
+    SetupLauncher(Application& app, SetupServices services, QObject* parent = nullptr);
+    ~SetupLauncher() override;
 
     // Shows the dialog modally without waiting for it.
     SetupWindow* Open(SetupWindow::Tab tab = SetupWindow::TiraTab);

@@ -1,4 +1,4 @@
-#include "setup/SetupWindows.h"
+#include "setup/SetupLauncher.h"
 
 #include "core/Application.h"
 #include "core/SettingKeys.h"
@@ -6,7 +6,7 @@
 #include "setup/PortChoice.h"
 #include "setup/SpecifyPortWindow.h"
 
-SetupWindows::SetupWindows(Application& app, SetupServices services, QObject* parent)
+SetupLauncher::SetupLauncher(Application& app, SetupServices services, QObject* parent)
     : QObject(parent), app_(app), services_(std::move(services)) {
     connect(&app_, &Application::setupRequested, this, [this] { Open(); });
     connect(&app_, &Application::unloadWindows, this, [this] {
@@ -15,11 +15,11 @@ SetupWindows::SetupWindows(Application& app, SetupServices services, QObject* pa
     });
 }
 
-SetupWindows::~SetupWindows() {
+SetupLauncher::~SetupLauncher() {
     delete current_;
 }
 
-SetupWindow* SetupWindows::Open(SetupWindow::Tab tab) {
+SetupWindow* SetupLauncher::Open(SetupWindow::Tab tab) {
     if (app_.isClosing())
         return nullptr;
     // One that has just closed waits for its deletion: never show it again.
@@ -29,7 +29,7 @@ SetupWindow* SetupWindows::Open(SetupWindow::Tab tab) {
         current_ = new SetupWindow(app_, services_);
         current_->setAttribute(Qt::WA_DeleteOnClose);
         connect(current_, &SetupWindow::powerControlChanged, this,
-                &SetupWindows::powerControlChanged);
+                &SetupLauncher::powerControlChanged);
     }
     current_->showTab(tab);
     current_->show();
@@ -38,7 +38,7 @@ SetupWindow* SetupWindows::Open(SetupWindow::Tab tab) {
     return current_;
 }
 
-std::optional<quint16> SetupWindows::AskForPort() {
+std::optional<quint16> SetupLauncher::AskForPort() {
     if (SetupWindow* dialog = Open(SetupWindow::WebTab))
         dialog->exec();
     if (app_.isClosing())
@@ -49,11 +49,11 @@ std::optional<quint16> SetupWindows::AskForPort() {
     return quint16(port);
 }
 
-std::optional<quint16> SetupWindows::PortFallback(const QList<quint16>& tried) {
+std::optional<quint16> SetupLauncher::PortFallback(const QList<quint16>& tried) {
     return tried.isEmpty() ? FirstFreeWebPort(app_.settings, tried) : AskForPort();
 }
 
-void SetupWindows::SpecifyPort() {
+void SetupLauncher::SpecifyPort() {
     SpecifyPortWindow dialog(app_.settings);
     dialog.exec();
 }

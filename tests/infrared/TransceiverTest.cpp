@@ -1,4 +1,4 @@
-#include "infrared/TiraDevice.h"
+#include "infrared/Transceiver.h"
 #include "core/Settings.h"
 #include "core/Wait.h"
 #include "infrared/IrSignal.h"
@@ -31,7 +31,7 @@ struct Fixture {
     }
     TempFolder t;
     ScriptedPrompt prompt;
-    TiraDevice device{t.folder, t.settings, prompt};
+    Transceiver device{t.folder, t.settings, prompt};
 };
 
 // A logged transmission is "<time> <count> <hex bytes>".
@@ -41,7 +41,7 @@ QByteArray loggedBytes(const QByteArray& line) {
 
 } // namespace
 
-TEST(TiraDevice, OpensOnFirstSendAndClosesWhenIdle) {
+TEST(Transceiver, OpensOnFirstSendAndClosesWhenIdle) {
     Fixture f;
     f.device.timDeactivate.setInterval(100);
     QByteArray blob = SimDriver::SampleCapture();
@@ -64,7 +64,7 @@ TEST(TiraDevice, OpensOnFirstSendAndClosesWhenIdle) {
     EXPECT_TRUE(f.prompt.shown.isEmpty());
 }
 
-TEST(TiraDevice, SimulatorLogKeepsItsNewestMegabyte) {
+TEST(Transceiver, SimulatorLogKeepsItsNewestMegabyte) {
     Fixture f;
     QByteArray old;
     for (int i = 0; old.size() <= SimDriver::LogBytes + SimDriver::LogSlackBytes; ++i)
@@ -80,7 +80,7 @@ TEST(TiraDevice, SimulatorLogKeepsItsNewestMegabyte) {
     EXPECT_EQ(loggedBytes(f.sent().last()), SimDriver::SampleCapture());
 }
 
-TEST(TiraDevice, CaptureTimesOutStillArmedAndFailsAtOnceWhenClosed) {
+TEST(Transceiver, CaptureTimesOutStillArmedAndFailsAtOnceWhenClosed) {
     Fixture f;
     f.device.captureTimeoutMs = 150;
     EXPECT_FALSE(f.device.CaptureTira()); // never opened: fails without waiting

@@ -1,4 +1,4 @@
-#include "remotes/RemoteWindows.h"
+#include "remotes/RemoteLauncher.h"
 
 #include "core/Application.h"
 #include "core/SettingKeys.h"
@@ -6,24 +6,24 @@
 #include "remotes/Registry.h"
 #include "remotes/RemoteWindow.h"
 
-RemoteWindows::RemoteWindows(Application& app, TiraDevice& device, QObject* parent)
+RemoteLauncher::RemoteLauncher(Application& app, Transceiver& device, QObject* parent)
     : QObject(parent), app_(app), device_(device) {
-    connect(&app_, &Application::unloadRemoteWindows, this, &RemoteWindows::UnloadAll);
+    connect(&app_, &Application::unloadRemoteWindows, this, &RemoteLauncher::UnloadAll);
 }
 
-RemoteWindows::~RemoteWindows() {
+RemoteLauncher::~RemoteLauncher() {
     for (auto& w : windows_)
         delete w.data();
 }
 
-RemoteWindow* RemoteWindows::window(int design) const {
+RemoteWindow* RemoteLauncher::window(int design) const {
     if (design < 1 || design > int(windows_.size()))
         return nullptr;
     RemoteWindow* w = windows_[size_t(design - 1)].data();
     return w && w->isVisible() ? w : nullptr;
 }
 
-RemoteWindow* RemoteWindows::Open(int design) {
+RemoteWindow* RemoteLauncher::Open(int design) {
     if (design < 1 || design > int(windows_.size()))
         return nullptr;
     QPointer<RemoteWindow>& slot = windows_[size_t(design - 1)];
@@ -39,7 +39,7 @@ RemoteWindow* RemoteWindows::Open(int design) {
     return slot.data();
 }
 
-void RemoteWindows::UnloadAll() {
+void RemoteLauncher::UnloadAll() {
     for (auto& w : windows_) {
         if (w)
             w->close();
@@ -47,7 +47,7 @@ void RemoteWindows::UnloadAll() {
     }
 }
 
-void RemoteWindows::ShowRemoteWindow(const QString& deviceName, int id) {
+void RemoteLauncher::ShowRemoteWindow(const QString& deviceName, int id) {
     UnloadAll();
     if (IsTestMode(app_.settings)) {
         for (const TestModeDevice& d : TestModeDevices()) {

@@ -24,7 +24,7 @@ class UserPrompt;
 // another in the order they were asked for; a device that failed is closed and
 // opened afresh at the next send (and, while its path is missing, as soon as
 // it is back).
-class TiraDevice : public QObject {
+class Transceiver : public QObject {
     Q_OBJECT
 public:
     // Who asked: a person at the desktop gets boxes; a web request, a
@@ -32,9 +32,9 @@ public:
     enum class Origin { Desktop, Background };
     using DriverFactory = std::function<std::unique_ptr<IrDriver>(const QString& target)>;
 
-    TiraDevice(const ProgramFolder& folder, SettingsStore& settings, UserPrompt& prompt,
-               QObject* parent = nullptr);
-    ~TiraDevice() override;
+    Transceiver(const ProgramFolder& folder, SettingsStore& settings, UserPrompt& prompt,
+                QObject* parent = nullptr);
+    ~Transceiver() override;
 
     void ClearAll();
     bool ActivateTira(qint16 port);

@@ -8,15 +8,15 @@
 
 class Application;
 class RemoteWindow;
-class TiraDevice;
+class Transceiver;
 
 // Opens the on-screen remotes: at most one per design, created when opened
 // and gone when closed. Closes them all when the program closes.
-class RemoteWindows : public QObject {
+class RemoteLauncher : public QObject {
     Q_OBJECT
 public:
-    RemoteWindows(Application& app, TiraDevice& device, QObject* parent = nullptr);
-    ~RemoteWindows() override;
+    RemoteLauncher(Application& app, Transceiver& device, QObject* parent = nullptr);
+    ~RemoteLauncher() override;
 
     // The window of design 1 to 6, shown; the open one when there is one.
     // Captions and RemoteLive are the caller's (learning and editing open it
@@ -37,6 +37,6 @@ public slots:
 
 private:
     Application& app_;
-    TiraDevice& device_;
+    Transceiver& device_;
     std::array<QPointer<RemoteWindow>, 6> windows_;
 };
