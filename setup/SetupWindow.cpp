@@ -2,12 +2,12 @@
 
 #include "core/Application.h"
 #include "core/NetAddress.h"
-#include "core/OpenHelp.h"
 #include "core/Password.h"
 #include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
+#include "desktop/OpenHelp.h"
 #include "reachability/AddressWatch.h"
 #include "reachability/DynDns.h"
 #include "reachability/PortMapping.h"

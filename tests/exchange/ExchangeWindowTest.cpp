@@ -1,6 +1,6 @@
 #include "core/Application.h"
 #include "core/Clock.h"
-#include "core/MainWindow.h"
+#include "desktop/MainWindow.h"
 #include "exchange/Exchange.h"
 #include "exchange/ExchangeWindows.h"
 #include "remotes/Registry.h"

@@ -1,5 +1,5 @@
 #include "remotes/RemoteWindow.h"
-#include "core/MessageBoxPrompt.h"
+#include "desktop/MessageBoxPrompt.h"
 #include "learning/RemoteEditor.h"
 #include "remotes/DesignLayout.h"
 #include "support/LearningDesk.h"

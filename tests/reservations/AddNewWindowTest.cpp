@@ -1,6 +1,6 @@
 #include "reservations/AddNewWindow.h"
 #include "core/Application.h"
-#include "core/MainWindow.h"
+#include "desktop/MainWindow.h"
 #include "reservations/ReserveStore.h"
 #include "support/FixedClock.h"
 #include "support/ScriptedPrompt.h"

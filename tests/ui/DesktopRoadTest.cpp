@@ -1,4 +1,4 @@
-#include "core/MainWindow.h"
+#include "desktop/MainWindow.h"
 #include "support/LearningDesk.h"
 #include "webpages/MenuPages.h"
 #include "webpages/RemotePages.h"

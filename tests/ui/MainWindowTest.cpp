@@ -1,4 +1,4 @@
-#include "core/MainWindow.h"
+#include "desktop/MainWindow.h"
 #include "core/Application.h"
 #include "power/Power.h"
 #include "support/FixedClock.h"
