@@ -22,11 +22,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 Q_LOGGING_CATEGORY(lcApp, "kestrava.app")
-
-void setUp(QTimer& timer, int intervalMs, bool singleShot) {
-    timer.setInterval(intervalMs);
-    timer.setSingleShot(singleShot);
-}
 } // namespace
 
 const QString Application::FirstRunText =
@@ -39,17 +34,13 @@ Application::Application(const ProgramFolder& folder_, SettingsStore& settings_,
                          const Clock& clock_, UserPrompt& prompt_, QObject* parent)
     : QObject(parent), folder(folder_), settings(settings_), clock(clock_), prompt(prompt_),
       scheduler(folder_, settings_, clock_) {
-    setUp(timUPnPDelay, 10000, false);
-    setUp(timUPnPReWrite, 30000, false);
-    setUp(timComboVisible, 10000, true);
-
     dnsService = new DnsService(settings, this);
     dynDns = new DynDns(settings, clock, folder.path(u"DynDns.log"), *dnsService, this);
     addressMail = new AddressMail(settings, this);
     addressMail->setPrompt(&prompt);
     addressMail->setClock(&clock);
     addressWatch = new AddressWatch(settings, *dnsService, *addressMail, *dynDns, this);
-    portMapping = new PortMapping(settings, clock, timUPnPDelay, timUPnPReWrite, this);
+    portMapping = new PortMapping(settings, clock, this);
     power = new Power(settings, prompt, scheduler, this);
     scheduler.hibernate = [this] { power->HibernateNow(); };
 }
@@ -97,7 +88,7 @@ void Application::Start() {
 
     addressWatch->Start();
     if (settings.IsOn(Key::Internet))
-        timUPnPDelay.start();
+        portMapping->Start();
     qCInfo(lcApp).noquote() << "started on" << folder.root();
 }
 
@@ -109,8 +100,7 @@ void Application::Close() {
     emit releaseDevice();
     power->Close();
     addressWatch->Close();
-    for (QTimer* t : {&timUPnPDelay, &timUPnPReWrite, &timComboVisible})
-        t->stop();
+    portMapping->Stop();
     scheduler.Stop();
     emit unloadRemoteWindows();
     state.AppClosing = true;

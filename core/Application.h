@@ -59,12 +59,7 @@ public:
     // Opens a help page for a person at the desktop.
     std::function<void(const QString& page)> openHelp;
 
-    // Background timers, off until started. Those that end by themselves are
-    // single-shot.
-    QTimer timUPnPDelay;    // 10 s: port mapping attempt
-    QTimer timUPnPReWrite;  // 30 s: port mapping keep-alive
-    QTimer timComboVisible; // 10 s, one shot: hides the device list
-    // Forwards the web port at the router; drives timUPnPDelay and timUPnPReWrite.
+    // Forwards the web port at the router.
     PortMapping* portMapping = nullptr;
 
     // The global address watch and the services it asks.

@@ -130,7 +130,9 @@ MainWindow::MainWindow(Application& app, QWidget* parent)
         if (!same)
             FillDevices();
     });
-    connect(&app_.timComboVisible, &QTimer::timeout, this, [this] { cmbDeviceName_->hide(); });
+    timComboVisible_.setInterval(10000);
+    timComboVisible_.setSingleShot(true);
+    connect(&timComboVisible_, &QTimer::timeout, this, [this] { cmbDeviceName_->hide(); });
     connect(app_.addressWatch, &AddressWatch::localUrlDue, this, &MainWindow::ShowLocalAddress);
     connect(app_.addressWatch, &AddressWatch::urlShown, this,
             [this](const QString& url) { lblAddr_->setText(url); });
@@ -141,6 +143,7 @@ MainWindow::MainWindow(Application& app, QWidget* parent)
                 dialog->reject();
         if (addNew_)
             addNew_->close();
+        timComboVisible_.stop();
         hide();
     });
     // Last in the close order: the position, then the tray icon goes.
@@ -268,7 +271,7 @@ void MainWindow::buildPanel() {
         FillDevices();
         cmbDeviceName_->show();
         cmbDeviceName_->raise();
-        app_.timComboVisible.start();
+        timComboVisible_.start();
     });
     cmbDeviceName_ = new QComboBox(this);
     cmbDeviceName_->setObjectName(u"cmbDeviceName"_s);
@@ -385,10 +388,16 @@ void MainWindow::ShowLocalAddress() {
     lblAddr_->setText(app_.addressWatch->LocalUrl());
 }
 
+void MainWindow::setComboHideMs(int ms) {
+    timComboVisible_.setInterval(ms);
+    if (timComboVisible_.isActive())
+        timComboVisible_.start();
+}
+
 void MainWindow::deviceChosen(int index) {
     // Each choice gives the list another ten seconds.
-    app_.timComboVisible.stop();
-    app_.timComboVisible.start();
+    timComboVisible_.stop();
+    timComboVisible_.start();
     const QString name = cmbDeviceName_->itemText(index);
     if (name.isEmpty() || name == u"選択して下さい")
         return;

@@ -3,6 +3,7 @@
 #include <QPoint>
 #include <QPointer>
 #include <QSystemTrayIcon>
+#include <QTimer>
 #include <QWidget>
 
 class AboutWindow;
@@ -60,6 +61,8 @@ public:
     QAction* MEditRemote = nullptr;
     QAction* MHelpFile = nullptr;
     QAction* MVersion = nullptr;
+    // For tests: how long the device list stays.
+    void setComboHideMs(int ms);
 
 signals:
     // A device was chosen in the device list: open its on-screen remote. The
@@ -89,6 +92,7 @@ private:
     void showImport();
 
     Application& app_;
+    QTimer timComboVisible_; // 10 s, one shot: hides the device list
     bool menuShown_ = false;
     bool dragActive_ = false;
     QPoint dragStart_; // press position relative to the window's top left

@@ -533,8 +533,7 @@ void SetupWindow::lookupDone(const QString& result) {
     app_.settings.Write(Key::Internet, u"1");
     updateGroups();
     app_.addressWatch->CheckSoon();
-    app_.timUPnPDelay.setInterval(100);
-    app_.timUPnPDelay.start();
+    app_.portMapping->StartSoon();
 }
 
 void SetupWindow::portChanged() {

@@ -4,6 +4,7 @@
 #include "core/Clock.h"
 #include "core/Password.h"
 #include "infrared/Transceiver.h"
+#include "reachability/PortMapping.h"
 #include "support/HttpStandIn.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
@@ -83,7 +84,7 @@ TEST(SetupWindow, ClicksStayAfterCancelAndTextsWaitForOK) {
         << Desk::find<QLabel>(w.get(), u"lblINetAddr"_s)->text().toStdString();
     EXPECT_EQ(Desk::find<QLabel>(w.get(), u"lblINetAddr"_s)->text(), u"http://203.0.113.7:8123"_s);
     EXPECT_TRUE(Desk::find<QCheckBox>(w.get(), u"chkNotifyMail"_s)->isEnabled());
-    EXPECT_EQ(d.app.timUPnPDelay.interval(), 100);
+    EXPECT_EQ(d.app.portMapping->TryIntervalMs(), 100);
 
     Desk::click(w.get(), u"chkWebAuth"_s);
     EXPECT_TRUE(d.web.Login().WebAuthOn);

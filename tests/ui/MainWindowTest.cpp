@@ -170,8 +170,7 @@ TEST(MainWindow, DeviceListOpensRemote) {
     ASSERT_TRUE(QTest::qWaitFor([&] { return combo->count() == 4; }, 3000));
     EXPECT_EQ(combo->itemText(1), u"ラジオ"_s);
 
-    d.app.timComboVisible.setInterval(1);
-    d.app.timComboVisible.start();
+    d.window.setComboHideMs(1);
     QTRY_VERIFY_WITH_TIMEOUT(!combo->isVisible(), 2000);
 }
 
