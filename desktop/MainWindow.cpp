@@ -373,7 +373,8 @@ void MainWindow::FillDevices() {
 
 AddNewWindow* MainWindow::ShowAddNew(const QString& editFile) {
     if (!addNew_)
-        addNew_ = new AddNewWindow(app_);
+        addNew_ =
+            new AddNewWindow(app_.folder, app_.settings, app_.clock, app_.prompt, app_.scheduler);
     if (!editFile.isEmpty())
         addNew_->EditFile(editFile);
     bringUp(addNew_);
@@ -446,13 +447,13 @@ void MainWindow::StorePosition() {
 
 void MainWindow::showExport() {
     if (!export_)
-        export_ = new ExportWindow(app_, this);
+        export_ = new ExportWindow(app_.folder, app_.settings, app_.prompt, this);
     bringUp(export_);
 }
 
 void MainWindow::showImport() {
     if (!import_) {
-        import_ = new ImportWindow(app_, this);
+        import_ = new ImportWindow(app_.folder, app_.settings, app_.prompt, this);
         connect(import_, &ImportWindow::devicesChanged, this, &MainWindow::FillDevices);
     }
     bringUp(import_);
