@@ -1,9 +1,9 @@
 #include "app/Demo.h"
 #include "app/Display.h"
+#include "app/Program.h"
 #include "app/SignalWatcher.h"
 #include "camera/Camera.h"
 #include "camera/PreviewWindow.h"
-#include "core/Application.h"
 #include "core/Clock.h"
 #include "core/Help.h"
 #include "core/Log.h"
@@ -276,7 +276,7 @@ int main(int argc, char** argv) {
         prompt = std::move(boxes);
     }
 
-    Application app(folder, settings, clock, *prompt);
+    Program app(folder, settings, clock, *prompt);
     app.headless = headless;
     app.power->headless = headless;
     if (!headless)
@@ -287,7 +287,7 @@ int main(int argc, char** argv) {
         };
     // The transceiver: opened by the first send or capture, not at start.
     Transceiver device(folder, settings, *prompt);
-    QObject::connect(&app, &Application::releaseDevice, &device, &Transceiver::Unload);
+    QObject::connect(&app.events, &ProgramEvents::releaseDevice, &device, &Transceiver::Unload);
     app.power->deActivateTira = [&device] { device.DeActivateTira(); };
     // Reserved signals go out like web presses: a failure is told without a box.
     app.scheduler.send = [&device](const QString& path) {
@@ -322,7 +322,7 @@ int main(int argc, char** argv) {
     webServer.portFallback = [&settings](const QList<quint16>& tried) {
         return FirstFreeWebPort(settings, tried);
     };
-    QObject::connect(&app, &Application::closed, qapp.get(), &QCoreApplication::quit,
+    QObject::connect(&app.events, &ProgramEvents::closed, qapp.get(), &QCoreApplication::quit,
                      Qt::QueuedConnection);
 
     SignalWatcher watcher;
@@ -338,19 +338,22 @@ int main(int argc, char** argv) {
     std::unique_ptr<SetupLauncher> setupLauncher;
     if (!headless) {
         qCDebug(lcMain) << "running on the desktop";
-        remoteLauncher = std::make_unique<RemoteLauncher>(app, device);
-        window = std::make_unique<MainWindow>(app);
+        remoteLauncher = std::make_unique<RemoteLauncher>(settings, app.events, device);
+        window = std::make_unique<MainWindow>(
+            MainParts{folder, settings, clock, *prompt, app.events, app.scheduler,
+                      *app.addressWatch, *app.power, [&app] { app.Close(); }});
         QObject::connect(window.get(), &MainWindow::remoteWindowRequested, remoteLauncher.get(),
                          &RemoteLauncher::ShowRemoteWindow);
-        learningLauncher = std::make_unique<LearningLauncher>(app, device, *remoteLauncher);
+        learningLauncher = std::make_unique<LearningLauncher>(
+            LearningParts{folder, settings, *prompt, app.events}, device, *remoteLauncher);
         QObject::connect(window.get(), &MainWindow::studyRequested, learningLauncher.get(),
                          &LearningLauncher::OpenStudy);
         QObject::connect(window.get(), &MainWindow::editRequested, learningLauncher.get(),
                          &LearningLauncher::OpenEdit);
         QObject::connect(learningLauncher.get(), &LearningLauncher::devicesChanged, window.get(),
                          &MainWindow::FillDevices);
-        QObject::connect(learningLauncher.get(), &LearningLauncher::setupWanted, &app,
-                         &Application::setupRequested);
+        QObject::connect(learningLauncher.get(), &LearningLauncher::setupWanted, &app.events,
+                         &ProgramEvents::setupRequested);
         preview = std::make_unique<PreviewWindow>(camera, folder, settings,
                                                   [&app] { return app.isClosing(); });
         SetupServices services;
@@ -369,12 +372,16 @@ int main(int argc, char** argv) {
                 found.append({d.path, d.note});
             return found;
         };
-        setupLauncher = std::make_unique<SetupLauncher>(app, services);
+        setupLauncher = std::make_unique<SetupLauncher>(
+            SetupParts{folder, settings, *prompt, app.events, app.scheduler, *app.addressWatch,
+                       *app.dnsService, *app.dynDns, *app.portMapping, &webServer},
+            services);
+        app.setupOpen = [&setupLauncher] { return setupLauncher->SetupOpen(); };
         QObject::connect(setupLauncher.get(), &SetupLauncher::powerControlChanged, window.get(),
                          &MainWindow::UpdateSuspendButton);
         // The preview opened from the dialog stays only when asked to; without
         // the camera option it closes, and the camera with it.
-        QObject::connect(&app, &Application::setupClosed, preview.get(), [&] {
+        QObject::connect(&app.events, &ProgramEvents::setupClosed, preview.get(), [&] {
             if (!settings.IsOn(Key::TakePic))
                 preview->close();
             else if (!settings.IsOn(Key::PreviewAlwaysShow))
@@ -388,7 +395,7 @@ int main(int argc, char** argv) {
             return setupLauncher->PortFallback(tried);
         };
         // Unloaded at the end, when closing is no longer refused.
-        QObject::connect(&app, &Application::closed, preview.get(), &QWidget::close);
+        QObject::connect(&app.events, &ProgramEvents::closed, preview.get(), &QWidget::close);
     } else {
         qCInfo(lcMain) << "running headless";
     }

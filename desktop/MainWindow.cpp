@@ -1,8 +1,8 @@
 #include "desktop/MainWindow.h"
 #include "core/SettingKeys.h"
 
-#include "core/Application.h"
 #include "core/NetAddress.h"
+#include "core/ProgramEvents.h"
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "desktop/AboutWindow.h"
@@ -13,6 +13,7 @@
 #include "reachability/AddressWatch.h"
 #include "remotes/Registry.h"
 #include "reservations/AddNewWindow.h"
+#include "reservations/Scheduler.h"
 
 #include <QAction>
 #include <QApplication>
@@ -100,8 +101,8 @@ void bringUp(QWidget* w) {
 
 } // namespace
 
-MainWindow::MainWindow(Application& app, QWidget* parent)
-    : QWidget(parent, Qt::Window | Qt::FramelessWindowHint), app_(app) {
+MainWindow::MainWindow(MainParts parts, QWidget* parent)
+    : QWidget(parent, Qt::Window | Qt::FramelessWindowHint), app_(std::move(parts)) {
     setObjectName(u"frmMain"_s);
     setWindowIcon(PanelIcon());
     setStyleSheet(PanelStyle);
@@ -133,10 +134,10 @@ MainWindow::MainWindow(Application& app, QWidget* parent)
     timComboVisible_.setInterval(10000);
     timComboVisible_.setSingleShot(true);
     connect(&timComboVisible_, &QTimer::timeout, this, [this] { cmbDeviceName_->hide(); });
-    connect(app_.addressWatch, &AddressWatch::localUrlDue, this, &MainWindow::ShowLocalAddress);
-    connect(app_.addressWatch, &AddressWatch::urlShown, this,
+    connect(&app_.addressWatch, &AddressWatch::localUrlDue, this, &MainWindow::ShowLocalAddress);
+    connect(&app_.addressWatch, &AddressWatch::urlShown, this,
             [this](const QString& url) { lblAddr_->setText(url); });
-    connect(&app_, &Application::unloadWindows, this, [this] {
+    connect(&app_.events, &ProgramEvents::unloadWindows, this, [this] {
         // A box left open would keep its own event loop, and the program, alive.
         for (QWidget* w : QApplication::topLevelWidgets())
             if (auto* dialog = qobject_cast<QDialog*>(w); dialog && dialog->isVisible())
@@ -147,7 +148,7 @@ MainWindow::MainWindow(Application& app, QWidget* parent)
         hide();
     });
     // Last in the close order: the position, then the tray icon goes.
-    connect(&app_, &Application::closed, this, [this] {
+    connect(&app_.events, &ProgramEvents::closed, this, [this] {
         StorePosition();
         tray_->hide();
     });
@@ -179,7 +180,7 @@ void MainWindow::buildMenus() {
     QMenu* settei = menuBar_->addMenu(u"設定(&O)"_s);
     settei->setObjectName(u"MSettei"_s);
     MTira = item(settei, u"MTira"_s, u"全般設定(&T)"_s, true);
-    connect(MTira, &QAction::triggered, &app_, &Application::setupRequested);
+    connect(MTira, &QAction::triggered, &app_.events, &ProgramEvents::setupRequested);
     QMenu* study = settei->addMenu(u"リモコン信号の学習(&S)"_s);
     study->setObjectName(u"MStudy"_s);
     MStudyNew = item(study, u"MStudyNew"_s, u"新しいリモコンの学習(&N)"_s, true);
@@ -291,8 +292,8 @@ void MainWindow::buildPanel() {
     rowsChanged();
     cmdSuspend_ = PanelButton(this, u"cmdSuspend"_s, u"休止"_s, u"休止状態にします"_s);
     cmdSuspend_->hide();
-    connect(cmdSuspend_, &QToolButton::clicked, app_.power, &Power::SuspendPressed);
-    new SuspendWindow(*app_.power, this);
+    connect(cmdSuspend_, &QToolButton::clicked, &app_.power, &Power::SuspendPressed);
+    new SuspendWindow(app_.power, this);
 }
 
 void MainWindow::layOut() {
@@ -386,7 +387,7 @@ void MainWindow::ShowNextReserve() {
 }
 
 void MainWindow::ShowLocalAddress() {
-    lblAddr_->setText(app_.addressWatch->LocalUrl());
+    lblAddr_->setText(app_.addressWatch.LocalUrl());
 }
 
 void MainWindow::setComboHideMs(int ms) {
@@ -541,5 +542,5 @@ void MainWindow::changeEvent(QEvent* event) {
 
 void MainWindow::closeEvent(QCloseEvent* event) {
     event->accept();
-    app_.Close();
+    app_.close();
 }

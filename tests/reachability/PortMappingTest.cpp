@@ -271,7 +271,7 @@ TEST(PortMapping, TheProgramMapsMailsAndUpdatesAfterTenSecondsAndRemovesTheMappi
         m.t.settings.WriteIni(u"Options", key, value);
     QElapsedTimer sinceStart;
     sinceStart.start();
-    Program p({u"--headless"_s, u"--home"_s, m.t.root()});
+    ProgramProcess p({u"--headless"_s, u"--home"_s, m.t.root()});
     ASSERT_EQ(p.webPort(), 18081) << p.log().toStdString();
     auto list = [&] { return Ask([&](auto d) { m.mapping.UPnPListMappings(d); }); };
     EXPECT_EQ(list(), u""_s);

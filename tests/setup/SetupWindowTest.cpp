@@ -1,6 +1,6 @@
 #include "setup/SetupLauncher.h"
 
-#include "core/Application.h"
+#include "app/Program.h"
 #include "core/Clock.h"
 #include "core/Password.h"
 #include "infrared/Transceiver.h"
@@ -31,17 +31,21 @@ struct Desk {
     TempFolder t;
     SystemClock clock;
     ScriptedPrompt prompt;
-    Application app{t.folder, t.settings, clock, prompt};
+    Program app{t.folder, t.settings, clock, prompt};
     Transceiver device{t.folder, t.settings, prompt};
     Dispatcher dispatcher;
     WebServer web{t.folder, t.settings, clock, prompt, dispatcher};
 
+    SetupParts parts() {
+        return {t.folder,          t.settings,      prompt,      app.events,       app.scheduler,
+                *app.addressWatch, *app.dnsService, *app.dynDns, *app.portMapping, app.webServer};
+    }
     std::unique_ptr<SetupWindow> open() {
         SetupServices services;
         services.testTransceiver = [this](const QString& target, qint16 port) {
             return device.TestTarget(target, port);
         };
-        auto dialog = std::make_unique<SetupWindow>(app, services);
+        auto dialog = std::make_unique<SetupWindow>(parts(), services);
         dialog->show();
         return dialog;
     }
@@ -75,7 +79,7 @@ TEST(SetupWindow, ClicksStayAfterCancelAndTextsWaitForOK) {
     d.app.webServer = &d.web;
     d.t.settings.WriteIni(u"WebServer", u"Port", u"8123");
     auto w = d.open();
-    EXPECT_TRUE(d.app.state.SetupOpen);
+    EXPECT_FALSE(w->unloaded());
     EXPECT_EQ(w->windowTitle(), u"Kestrava - 設定"_s);
     w->showTab(SetupWindow::WebTab);
 
@@ -99,10 +103,10 @@ TEST(SetupWindow, ClicksStayAfterCancelAndTextsWaitForOK) {
     interval->setCurrentText(u"0.5"_s);
     EXPECT_EQ(d.ini(u"Options", u"Interval"), u"500"_s);
 
-    QSignalSpy closed(&d.app, &Application::setupClosed);
+    QSignalSpy closed(&d.app.events, &ProgramEvents::setupClosed);
     Desk::click(w.get(), u"cmdCancel"_s);
     EXPECT_EQ(closed.size(), 1);
-    EXPECT_FALSE(d.app.state.SetupOpen);
+    EXPECT_TRUE(w->unloaded());
     EXPECT_EQ(d.ini(u"Options", u"Internet"), u"1"_s);
     EXPECT_EQ(d.ini(u"Options", u"WebAuth"), u"1"_s);
     EXPECT_TRUE(d.ini(u"Options", u"Web_Pass").isEmpty());
@@ -183,7 +187,8 @@ TEST(SetupWindow, FirstRunAndATakenPortWaitForTheDialog) {
     Dispatcher dispatcher;
     WebServer server(d.t.folder, d.t.settings, d.clock, d.prompt, dispatcher);
     d.app.webServer = &server;
-    SetupLauncher windows(d.app, {});
+    SetupLauncher windows(d.parts(), {});
+    d.app.setupOpen = [&] { return windows.SetupOpen(); };
     server.portFallback = [&](const QList<quint16>& tried) { return windows.PortFallback(tried); };
 
     QTimer::singleShot(0, [&] {
@@ -191,7 +196,7 @@ TEST(SetupWindow, FirstRunAndATakenPortWaitForTheDialog) {
         Desk::click(windows.current(), u"cmdOK"_s);
     });
     d.app.Start();
-    EXPECT_EQ(d.prompt.shown, QStringList{u"info:"_s + Application::FirstRunText});
+    EXPECT_EQ(d.prompt.shown, QStringList{u"info:"_s + Program::FirstRunText});
     const QString first = d.ini(u"WebServer", u"Port");
     EXPECT_EQ(server.WebPort(), Val(first));
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/ProgramEvents.h"
 #include "reservations/Scheduler.h"
 
 #include <QObject>
@@ -20,37 +21,27 @@ class SettingsStore;
 class UserPrompt;
 class WebServer;
 
-// State that all windows and modules share. Created empty; lives for the whole
-// process.
-struct AppState {
-    bool SetupOpen = false;
-    bool AppClosing = false;
-    bool HibernCancel = false;
-    bool RemoteLive = false;
-    bool StudyClicked = false;
-    qint16 StudyButton = 0;
-};
-
-// The program's non-visual centre: start order, close order, shared state and
-// the background timers. The main window only shows it.
-class Application : public QObject {
+// The program put together: the subsystem objects that run with or without
+// windows, in start order, the start order itself and the close order, told
+// on events. The windows only show it.
+class Program : public QObject {
     Q_OBJECT
 public:
-    Application(const ProgramFolder& folder, SettingsStore& settings, const Clock& clock,
-                UserPrompt& prompt, QObject* parent = nullptr);
+    Program(const ProgramFolder& folder, SettingsStore& settings, const Clock& clock,
+            UserPrompt& prompt, QObject* parent = nullptr);
 
     // The start order, after the instance check. Returns when the program is
     // ready to run its event loop.
     void Start();
     // The close order. Safe to call more than once; emits closed() at the end.
     void Close();
-    bool isClosing() const { return closing_; }
+    bool isClosing() const { return events.isClosing(); }
 
     const ProgramFolder& folder;
     SettingsStore& settings;
     const Clock& clock;
     UserPrompt& prompt;
-    AppState state;
+    ProgramEvents events;
     WebServer* webServer = nullptr; // listens from the start order on
     // The reservation grid and its scan; they run with or without windows.
     Scheduler scheduler;
@@ -58,6 +49,8 @@ public:
     bool headless = false;
     // Opens a help page for a person at the desktop.
     std::function<void(const QString& page)> openHelp;
+    // Whether the setup dialog asked for on the first start is open.
+    std::function<bool()> setupOpen;
 
     // Forwards the web port at the router.
     PortMapping* portMapping = nullptr;
@@ -71,18 +64,4 @@ public:
     Power* power = nullptr;
 
     static const QString FirstRunText;
-
-signals:
-    // First run: the setup window should open; it sets SetupOpen while open and
-    // emits setupClosed() on the application when it closes.
-    void setupRequested();
-    void setupClosed();
-    // Close order, in this sequence. The transceiver is released first.
-    void releaseDevice();
-    void unloadRemoteWindows();
-    void unloadWindows(); // after AppClosing is set: preview, setup, main window
-    void closed();
-
-private:
-    bool closing_ = false;
 };

@@ -1,4 +1,4 @@
-#include "core/Application.h"
+#include "app/Program.h"
 #include "core/SettingKeys.h"
 
 #include "core/Clock.h"
@@ -24,14 +24,14 @@ namespace {
 Q_LOGGING_CATEGORY(lcApp, "kestrava.app")
 } // namespace
 
-const QString Application::FirstRunText =
+const QString Program::FirstRunText =
     u"Kestrava（ケストラバ）をインストールしていただきましてありがとうございます。\r\n"
     u"\r\n"
     u"初めて起動されましたので、次の画面で初期設定を行ってください。\r\n"
     u"不明な点につきましては、ヘルプ文書の各項をご参照ください。"_s;
 
-Application::Application(const ProgramFolder& folder_, SettingsStore& settings_,
-                         const Clock& clock_, UserPrompt& prompt_, QObject* parent)
+Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const Clock& clock_,
+                 UserPrompt& prompt_, QObject* parent)
     : QObject(parent), folder(folder_), settings(settings_), clock(clock_), prompt(prompt_),
       scheduler(folder_, settings_, clock_) {
     dnsService = new DnsService(settings, this);
@@ -45,7 +45,7 @@ Application::Application(const ProgramFolder& folder_, SettingsStore& settings_,
     scheduler.hibernate = [this] { power->HibernateNow(); };
 }
 
-void Application::Start() {
+void Program::Start() {
     folder.CreateDataFolders();
     if (IsTestMode(settings))
         QDir().mkpath(folder.path(u"testmode/reserve"));
@@ -68,14 +68,14 @@ void Application::Start() {
         if (openHelp)
             openHelp(u"first-run.html"_s);
         prompt.Information(FirstRunText);
-        emit setupRequested();
-        if (state.SetupOpen) {
+        emit events.setupRequested();
+        if (setupOpen && setupOpen()) {
             QEventLoop loop;
-            connect(this, &Application::setupClosed, &loop, &QEventLoop::quit);
-            connect(this, &Application::closed, &loop, &QEventLoop::quit);
+            connect(&events, &ProgramEvents::setupClosed, &loop, &QEventLoop::quit);
+            connect(&events, &ProgramEvents::closed, &loop, &QEventLoop::quit);
             loop.exec();
         }
-        if (closing_)
+        if (events.isClosing())
             return;
         // Setup may have started the server already; otherwise listen on
         // whatever port the settings now hold.
@@ -92,19 +92,18 @@ void Application::Start() {
     qCInfo(lcApp).noquote() << "started on" << folder.root();
 }
 
-void Application::Close() {
-    if (closing_)
+void Program::Close() {
+    if (events.isClosing())
         return;
-    closing_ = true;
+    events.setClosing();
     qCInfo(lcApp) << "closing";
-    emit releaseDevice();
+    emit events.releaseDevice();
     power->Close();
     addressWatch->Close();
     portMapping->Stop();
     scheduler.Stop();
-    emit unloadRemoteWindows();
-    state.AppClosing = true;
-    emit unloadWindows();
+    emit events.unloadRemoteWindows();
+    emit events.unloadWindows();
     portMapping->RemoveAtExit();
-    emit closed();
+    emit events.closed();
 }
