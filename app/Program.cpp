@@ -11,8 +11,13 @@
 #include "reachability/AddressWatch.h"
 #include "reachability/DynDns.h"
 #include "reachability/PortMapping.h"
+#include "remotes/Press.h"
 #include "remotes/Registry.h"
-#include "webserver/WebServer.h"
+#include "setup/PortChoice.h"
+#include "webpages/MenuPages.h"
+#include "webpages/PowerPages.h"
+#include "webpages/RemotePages.h"
+#include "webpages/ReservePages.h"
 
 #include <QDir>
 #include <QEventLoop>
@@ -33,7 +38,9 @@ const QString Program::FirstRunText =
 Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const Clock& clock_,
                  UserPrompt& prompt_, QObject* parent)
     : QObject(parent), folder(folder_), settings(settings_), clock(clock_), prompt(prompt_),
-      scheduler(folder_, settings_, clock_) {
+      scheduler(folder_, settings_, clock_), device(folder_, settings_, prompt_),
+      camera(folder_, settings_, prompt_),
+      webServer(folder_, settings_, clock_, prompt_, dispatcher) {
     dnsService = new DnsService(settings, this);
     dynDns = new DynDns(settings, clock, folder.path(u"DynDns.log"), *dnsService, this);
     addressMail = new AddressMail(settings, this);
@@ -43,6 +50,35 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
     portMapping = new PortMapping(settings, clock, this);
     power = new Power(settings, prompt, scheduler, this);
     scheduler.hibernate = [this] { power->HibernateNow(); };
+
+    connect(&events, &ProgramEvents::releaseDevice, &device, &Transceiver::Unload);
+    power->deActivateTira = [this] { device.DeActivateTira(); };
+    // Reserved signals go out like web presses: a failure is told without a box.
+    scheduler.send = [this](const QString& path) {
+        return device.TransmitTira(path, Transceiver::Origin::Background);
+    };
+
+    InstallMenuPages(dispatcher, settings);
+    RemotePageServices remotePages;
+    remotePages.send = [this](const QString& remote, const QString& button) {
+        return TXSignalById(device, remote, button);
+    };
+    if (settings.IsOn(Key::TakePic))
+        camera.start();
+    remotePages.takeSnapshot = [this] {
+        if (!camera.running() && !camera.start(true))
+            return false;
+        return camera.takePic();
+    };
+    remotePages.cameraOff = [this] { camera.stop(); };
+    InstallRemotePages(dispatcher, settings, clock, remotePages);
+    InstallPowerPages(dispatcher, settings, *power, [this] { return addressWatch->GlobalAddr(); });
+    InstallReservePages(dispatcher, {folder, settings, clock, [this] { scheduler.FillGrid(); }});
+    // Headless, a missing or unusable port is replaced by a free one; the
+    // desktop asks instead.
+    webServer.portFallback = [this](const QList<quint16>& tried) {
+        return FirstFreeWebPort(settings, tried);
+    };
 }
 
 void Program::Start() {
@@ -54,13 +90,12 @@ void Program::Start() {
         qCDebug(lcApp) << "wrote" << pictures << "pictures";
 
     if (!settings.Read(Key::WebPort).isEmpty()) {
-        if (webServer)
-            webServer->InitWebServer();
+        webServer.InitWebServer();
     } else if (headless) {
         // No screen to greet on: listen, then say where the pages and settings are.
-        if (webServer && webServer->InitWebServer())
+        if (webServer.InitWebServer())
             qCInfo(lcApp).noquote()
-                << "first start: the pages are at" << LocalUrl(webServer->WebPort()) + u"/"_s
+                << "first start: the pages are at" << LocalUrl(webServer.WebPort()) + u"/"_s
                 << "and the settings are kept in" << settings.path();
     } else {
         // First run: the help's first steps, a greeting, then setup with events
@@ -79,8 +114,8 @@ void Program::Start() {
             return;
         // Setup may have started the server already; otherwise listen on
         // whatever port the settings now hold.
-        if (webServer && !webServer->HasListened())
-            webServer->InitWebServer();
+        if (!webServer.HasListened())
+            webServer.InitWebServer();
     }
 
     scheduler.FillGrid();

@@ -1,7 +1,11 @@
 #pragma once
 
+#include "camera/Camera.h"
 #include "core/ProgramEvents.h"
+#include "infrared/Transceiver.h"
 #include "reservations/Scheduler.h"
+#include "webserver/Dispatcher.h"
+#include "webserver/WebServer.h"
 
 #include <QObject>
 #include <QString>
@@ -19,7 +23,6 @@ class Power;
 class ProgramFolder;
 class SettingsStore;
 class UserPrompt;
-class WebServer;
 
 // The program put together: the subsystem objects that run with or without
 // windows, in start order, the start order itself and the close order, told
@@ -42,7 +45,6 @@ public:
     const Clock& clock;
     UserPrompt& prompt;
     ProgramEvents events;
-    WebServer* webServer = nullptr; // listens from the start order on
     // The reservation grid and its scan; they run with or without windows.
     Scheduler scheduler;
     // Without a desktop nobody sees boxes: the first start logs where to go.
@@ -62,6 +64,15 @@ public:
     AddressWatch* addressWatch = nullptr;
     // Sleep and wake-up; owns timHibern. The scan hands over to it.
     Power* power = nullptr;
+
+    // The transceiver: opened by the first send or capture, not at start.
+    Transceiver device;
+    // The pages, classic and phone, with what they reach.
+    Dispatcher dispatcher;
+    // Streams while TakePic is on, from the start on.
+    Camera camera;
+    // Listens from the start order on.
+    WebServer webServer;
 
     static const QString FirstRunText;
 };

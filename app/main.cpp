@@ -22,15 +22,9 @@
 #include "learning/LearningLauncher.h"
 #include "power/Power.h"
 #include "reachability/AddressWatch.h"
-#include "remotes/Press.h"
 #include "remotes/RemoteLauncher.h"
 #include "setup/PortChoice.h"
 #include "setup/SetupLauncher.h"
-#include "webpages/MenuPages.h"
-#include "webpages/PowerPages.h"
-#include "webpages/RemotePages.h"
-#include "webpages/ReservePages.h"
-#include "webserver/Dispatcher.h"
 #include "webserver/WebServer.h"
 
 #include <QApplication>
@@ -285,43 +279,10 @@ int main(int argc, char** argv) {
             if (!QDesktopServices::openUrl(HelpPageUrl(page)))
                 qCWarning(lcMain).noquote() << "help page" << page << "not shown";
         };
-    // The transceiver: opened by the first send or capture, not at start.
-    Transceiver device(folder, settings, *prompt);
-    QObject::connect(&app.events, &ProgramEvents::releaseDevice, &device, &Transceiver::Unload);
-    app.power->deActivateTira = [&device] { device.DeActivateTira(); };
-    // Reserved signals go out like web presses: a failure is told without a box.
-    app.scheduler.send = [&device](const QString& path) {
-        return device.TransmitTira(path, Transceiver::Origin::Background);
-    };
-
-    Dispatcher dispatcher;
-    InstallMenuPages(dispatcher, settings);
-    RemotePageServices remotePages;
-    remotePages.send = [&device](const QString& remote, const QString& button) {
-        return TXSignalById(device, remote, button);
-    };
-    // The camera streams while TakePic is on, from the start on.
-    Camera camera(folder, settings, *prompt);
-    if (settings.IsOn(Key::TakePic))
-        camera.start();
-    remotePages.takeSnapshot = [&camera] {
-        if (!camera.running() && !camera.start(true))
-            return false;
-        return camera.takePic();
-    };
-    remotePages.cameraOff = [&camera] { camera.stop(); };
-    InstallRemotePages(dispatcher, settings, clock, remotePages);
-    InstallPowerPages(dispatcher, settings, *app.power,
-                      [&app] { return app.addressWatch->GlobalAddr(); });
-    InstallReservePages(dispatcher,
-                        {folder, settings, clock, [&app] { app.scheduler.FillGrid(); }});
-    WebServer webServer(folder, settings, clock, *prompt, dispatcher);
+    Transceiver& device = app.device;
+    Camera& camera = app.camera;
+    WebServer& webServer = app.webServer;
     webServer.headless = headless;
-    app.webServer = &webServer;
-    // Headless, a missing or unusable port is replaced by a free one.
-    webServer.portFallback = [&settings](const QList<quint16>& tried) {
-        return FirstFreeWebPort(settings, tried);
-    };
     QObject::connect(&app.events, &ProgramEvents::closed, qapp.get(), &QCoreApplication::quit,
                      Qt::QueuedConnection);
 

@@ -17,6 +17,9 @@ TEST(Program, FirstRunWaitsForSetupAndCloseRunsInOrder) {
     SystemClock clock;
     ScriptedPrompt prompt;
     Program app(t.folder, t.settings, clock, prompt);
+    // Any free port: the machine's own are not the test's.
+    auto anyPort = [](const QList<quint16>&) { return quint16(0); };
+    app.webServer.portFallback = anyPort;
     bool setupOpen = false;
     app.setupOpen = [&] { return setupOpen; };
     QObject::connect(&app.events, &ProgramEvents::setupRequested, [&] {
@@ -37,6 +40,8 @@ TEST(Program, FirstRunWaitsForSetupAndCloseRunsInOrder) {
     ScriptedPrompt quietPrompt;
     Program quiet(t.folder, t.settings, clock, quietPrompt);
     quiet.headless = true;
+    quiet.webServer.headless = true;
+    quiet.webServer.portFallback = anyPort;
     quiet.openHelp = app.openHelp;
     QObject::connect(&quiet.events, &ProgramEvents::setupRequested, [] { FAIL(); });
     t.settings.WriteIni(u"Tira", u"Testmode", u"1");

@@ -33,12 +33,10 @@ struct Desk {
     ScriptedPrompt prompt;
     Program app{t.folder, t.settings, clock, prompt};
     Transceiver device{t.folder, t.settings, prompt};
-    Dispatcher dispatcher;
-    WebServer web{t.folder, t.settings, clock, prompt, dispatcher};
 
     SetupParts parts() {
         return {t.folder,          t.settings,      prompt,      app.events,       app.scheduler,
-                *app.addressWatch, *app.dnsService, *app.dynDns, *app.portMapping, app.webServer};
+                *app.addressWatch, *app.dnsService, *app.dynDns, *app.portMapping, &app.webServer};
     }
     std::unique_ptr<SetupWindow> open() {
         SetupServices services;
@@ -74,9 +72,8 @@ TEST(SetupWindow, ClicksStayAfterCancelAndTextsWaitForOK) {
     d.t.settings.WriteIni(u"Options", u"UPnPDescURL", u"http://127.0.0.1:1/rootDesc.xml");
     // The server is up already, on a port of its own.
     d.t.settings.WriteIni(u"WebServer", u"Port", u"0");
-    d.web.portFallback = [](const QList<quint16>&) { return quint16(0); };
-    ASSERT_TRUE(d.web.InitWebServer());
-    d.app.webServer = &d.web;
+    d.app.webServer.portFallback = [](const QList<quint16>&) { return quint16(0); };
+    ASSERT_TRUE(d.app.webServer.InitWebServer());
     d.t.settings.WriteIni(u"WebServer", u"Port", u"8123");
     auto w = d.open();
     EXPECT_FALSE(w->unloaded());
@@ -91,9 +88,9 @@ TEST(SetupWindow, ClicksStayAfterCancelAndTextsWaitForOK) {
     EXPECT_EQ(d.app.portMapping->TryIntervalMs(), 100);
 
     Desk::click(w.get(), u"chkWebAuth"_s);
-    EXPECT_TRUE(d.web.Login().WebAuthOn);
+    EXPECT_TRUE(d.app.webServer.Login().WebAuthOn);
     QTest::keyClicks(Desk::find<QLineEdit>(w.get(), u"txtWebPass"_s), u"secret"_s);
-    EXPECT_EQ(d.web.Login().WebPass, u"secret"_s);
+    EXPECT_EQ(d.app.webServer.Login().WebPass, u"secret"_s);
 
     // The pause between reservations shows the 2 s of an empty key; a pick is
     // written at once.
@@ -110,7 +107,7 @@ TEST(SetupWindow, ClicksStayAfterCancelAndTextsWaitForOK) {
     EXPECT_EQ(d.ini(u"Options", u"Internet"), u"1"_s);
     EXPECT_EQ(d.ini(u"Options", u"WebAuth"), u"1"_s);
     EXPECT_TRUE(d.ini(u"Options", u"Web_Pass").isEmpty());
-    EXPECT_EQ(d.web.Login().WebPass, u"secret"_s);
+    EXPECT_EQ(d.app.webServer.Login().WebPass, u"secret"_s);
     EXPECT_EQ(d.ini(u"WebServer", u"Port"), u"8123"_s);
 
     // A failed lookup turns internet use off again.
@@ -184,9 +181,7 @@ TEST(SetupWindow, OkChecksInOrderAndTheChoicesAreTried) {
 // page until a port is chosen that can be opened.
 TEST(SetupWindow, FirstRunAndATakenPortWaitForTheDialog) {
     Desk d;
-    Dispatcher dispatcher;
-    WebServer server(d.t.folder, d.t.settings, d.clock, d.prompt, dispatcher);
-    d.app.webServer = &server;
+    WebServer& server = d.app.webServer;
     SetupLauncher windows(d.parts(), {});
     d.app.setupOpen = [&] { return windows.SetupOpen(); };
     server.portFallback = [&](const QList<quint16>& tried) { return windows.PortFallback(tried); };
