@@ -1,11 +1,15 @@
 #include "app/Program.h"
 #include "core/SettingKeys.h"
 
+#include "camera/PreviewWindow.h"
 #include "core/Clock.h"
 #include "core/NetAddress.h"
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
+#include "desktop/MainWindow.h"
+#include "infrared/DeviceList.h"
+#include "learning/LearningLauncher.h"
 #include "power/Power.h"
 #include "reachability/AddressMail.h"
 #include "reachability/AddressWatch.h"
@@ -13,15 +17,19 @@
 #include "reachability/PortMapping.h"
 #include "remotes/Press.h"
 #include "remotes/Registry.h"
+#include "remotes/RemoteLauncher.h"
 #include "setup/PortChoice.h"
+#include "setup/SetupLauncher.h"
 #include "webpages/MenuPages.h"
 #include "webpages/PowerPages.h"
 #include "webpages/RemotePages.h"
 #include "webpages/ReservePages.h"
 
+#include <QDesktopServices>
 #include <QDir>
 #include <QEventLoop>
 #include <QLoggingCategory>
+#include <QUrl>
 
 using namespace Qt::StringLiterals;
 
@@ -141,4 +149,77 @@ void Program::Close() {
     emit events.unloadWindows();
     portMapping->RemoveAtExit();
     emit events.closed();
+}
+
+Program::~Program() = default;
+
+void Program::OpenDesktop() {
+    qCDebug(lcApp) << "running on the desktop";
+    remoteLauncher = std::make_unique<RemoteLauncher>(settings, events, device);
+    window =
+        std::make_unique<MainWindow>(MainParts{folder, settings, clock, prompt, events, scheduler,
+                                               *addressWatch, *power, [this] { Close(); }});
+    connect(window.get(), &MainWindow::remoteWindowRequested, remoteLauncher.get(),
+            &RemoteLauncher::ShowRemoteWindow);
+    learningLauncher = std::make_unique<LearningLauncher>(
+        LearningParts{folder, settings, prompt, events}, device, *remoteLauncher);
+    connect(window.get(), &MainWindow::studyRequested, learningLauncher.get(),
+            &LearningLauncher::OpenStudy);
+    connect(window.get(), &MainWindow::editRequested, learningLauncher.get(),
+            &LearningLauncher::OpenEdit);
+    connect(learningLauncher.get(), &LearningLauncher::devicesChanged, window.get(),
+            &MainWindow::FillDevices);
+    connect(learningLauncher.get(), &LearningLauncher::setupWanted, &events,
+            &ProgramEvents::setupRequested);
+    preview =
+        std::make_unique<PreviewWindow>(camera, folder, settings, [this] { return isClosing(); });
+    SetupServices services;
+    services.testTransceiver = [this](const QString& target, qint16 port) {
+        return device.TestTarget(target, port);
+    };
+    services.camera = [this](bool on) { on ? void(camera.start()) : camera.stop(); };
+    services.cameraSettings = [this] {
+        preview->show();
+        preview->raise();
+    };
+    services.openUrl = [](const QUrl& url) { return QDesktopServices::openUrl(url); };
+    services.devices = [] {
+        QList<QPair<QString, QString>> found;
+        for (const IrDeviceEntry& d : ListIrDevices())
+            found.append({d.path, d.note});
+        return found;
+    };
+    setupLauncher = std::make_unique<SetupLauncher>(
+        SetupParts{folder, settings, prompt, events, scheduler, *addressWatch, *dnsService, *dynDns,
+                   *portMapping, &webServer},
+        services);
+    setupOpen = [this] { return setupLauncher->SetupOpen(); };
+    connect(setupLauncher.get(), &SetupLauncher::powerControlChanged, window.get(),
+            &MainWindow::UpdateSuspendButton);
+    // The preview opened from the dialog stays only when asked to; without
+    // the camera option it closes, and the camera with it.
+    connect(&events, &ProgramEvents::setupClosed, preview.get(), [this] {
+        if (!settings.IsOn(Key::TakePic))
+            preview->close();
+        else if (!settings.IsOn(Key::PreviewAlwaysShow))
+            preview->hide();
+    });
+    // The port question of a send without a transceiver.
+    device.SpecifyPort = [this] { setupLauncher->SpecifyPort(); };
+    // A port that was refused: the person chooses another, for as long as
+    // it takes.
+    webServer.portFallback = [this](const QList<quint16>& tried) {
+        return setupLauncher->PortFallback(tried);
+    };
+    // Unloaded at the end, when closing is no longer refused.
+    connect(&events, &ProgramEvents::closed, preview.get(), &QWidget::close);
+}
+
+void Program::ShowDesktop() {
+    if (window)
+        window->ShowAtStart();
+    // The picture comes from the stream, not the screen: the preview only
+    // shows when asked to stay.
+    if (preview && settings.IsOn(Key::TakePic) && settings.IsOn(Key::PreviewAlwaysShow))
+        preview->show();
 }

@@ -12,8 +12,14 @@
 #include <QTimer>
 
 #include <functional>
+#include <memory>
 
 class AddressMail;
+class LearningLauncher;
+class MainWindow;
+class PreviewWindow;
+class RemoteLauncher;
+class SetupLauncher;
 class AddressWatch;
 class Clock;
 class DnsService;
@@ -32,6 +38,7 @@ class Program : public QObject {
 public:
     Program(const ProgramFolder& folder, SettingsStore& settings, const Clock& clock,
             UserPrompt& prompt, QObject* parent = nullptr);
+    ~Program() override;
 
     // The start order, after the instance check. Returns when the program is
     // ready to run its event loop.
@@ -73,6 +80,17 @@ public:
     Camera camera;
     // Listens from the start order on.
     WebServer webServer;
+
+    // The desktop: the windows and their launchers, none when headless.
+    std::unique_ptr<RemoteLauncher> remoteLauncher;
+    std::unique_ptr<MainWindow> window;
+    std::unique_ptr<LearningLauncher> learningLauncher;
+    std::unique_ptr<PreviewWindow> preview;
+    std::unique_ptr<SetupLauncher> setupLauncher;
+    // Makes and wires them, before the start order.
+    void OpenDesktop();
+    // After the start order: the main window, and the preview when asked to stay.
+    void ShowDesktop();
 
     static const QString FirstRunText;
 };

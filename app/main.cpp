@@ -2,8 +2,6 @@
 #include "app/Display.h"
 #include "app/Program.h"
 #include "app/SignalWatcher.h"
-#include "camera/Camera.h"
-#include "camera/PreviewWindow.h"
 #include "core/Clock.h"
 #include "core/Help.h"
 #include "core/Log.h"
@@ -13,19 +11,10 @@
 #include "core/ShiftJis.h"
 #include "core/System.h"
 #include "core/UserPrompt.h"
-#include "desktop/MainWindow.h"
 #include "desktop/MessageBoxPrompt.h"
 #include "desktop/OpenHelp.h"
 #include "exchange/Exchange.h"
-#include "infrared/DeviceList.h"
-#include "infrared/Transceiver.h"
-#include "learning/LearningLauncher.h"
 #include "power/Power.h"
-#include "reachability/AddressWatch.h"
-#include "remotes/RemoteLauncher.h"
-#include "setup/PortChoice.h"
-#include "setup/SetupLauncher.h"
-#include "webserver/WebServer.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -279,10 +268,7 @@ int main(int argc, char** argv) {
             if (!QDesktopServices::openUrl(HelpPageUrl(page)))
                 qCWarning(lcMain).noquote() << "help page" << page << "not shown";
         };
-    Transceiver& device = app.device;
-    Camera& camera = app.camera;
-    WebServer& webServer = app.webServer;
-    webServer.headless = headless;
+    app.webServer.headless = headless;
     QObject::connect(&app.events, &ProgramEvents::closed, qapp.get(), &QCoreApplication::quit,
                      Qt::QueuedConnection);
 
@@ -292,84 +278,15 @@ int main(int argc, char** argv) {
         app.Close();
     });
 
-    std::unique_ptr<MainWindow> window;
-    std::unique_ptr<PreviewWindow> preview;
-    std::unique_ptr<RemoteLauncher> remoteLauncher;
-    std::unique_ptr<LearningLauncher> learningLauncher;
-    std::unique_ptr<SetupLauncher> setupLauncher;
-    if (!headless) {
-        qCDebug(lcMain) << "running on the desktop";
-        remoteLauncher = std::make_unique<RemoteLauncher>(settings, app.events, device);
-        window = std::make_unique<MainWindow>(
-            MainParts{folder, settings, clock, *prompt, app.events, app.scheduler,
-                      *app.addressWatch, *app.power, [&app] { app.Close(); }});
-        QObject::connect(window.get(), &MainWindow::remoteWindowRequested, remoteLauncher.get(),
-                         &RemoteLauncher::ShowRemoteWindow);
-        learningLauncher = std::make_unique<LearningLauncher>(
-            LearningParts{folder, settings, *prompt, app.events}, device, *remoteLauncher);
-        QObject::connect(window.get(), &MainWindow::studyRequested, learningLauncher.get(),
-                         &LearningLauncher::OpenStudy);
-        QObject::connect(window.get(), &MainWindow::editRequested, learningLauncher.get(),
-                         &LearningLauncher::OpenEdit);
-        QObject::connect(learningLauncher.get(), &LearningLauncher::devicesChanged, window.get(),
-                         &MainWindow::FillDevices);
-        QObject::connect(learningLauncher.get(), &LearningLauncher::setupWanted, &app.events,
-                         &ProgramEvents::setupRequested);
-        preview = std::make_unique<PreviewWindow>(camera, folder, settings,
-                                                  [&app] { return app.isClosing(); });
-        SetupServices services;
-        services.testTransceiver = [&device](const QString& target, qint16 port) {
-            return device.TestTarget(target, port);
-        };
-        services.camera = [&camera](bool on) { on ? void(camera.start()) : camera.stop(); };
-        services.cameraSettings = [&preview] {
-            preview->show();
-            preview->raise();
-        };
-        services.openUrl = [](const QUrl& url) { return QDesktopServices::openUrl(url); };
-        services.devices = [] {
-            QList<QPair<QString, QString>> found;
-            for (const IrDeviceEntry& d : ListIrDevices())
-                found.append({d.path, d.note});
-            return found;
-        };
-        setupLauncher = std::make_unique<SetupLauncher>(
-            SetupParts{folder, settings, *prompt, app.events, app.scheduler, *app.addressWatch,
-                       *app.dnsService, *app.dynDns, *app.portMapping, &webServer},
-            services);
-        app.setupOpen = [&setupLauncher] { return setupLauncher->SetupOpen(); };
-        QObject::connect(setupLauncher.get(), &SetupLauncher::powerControlChanged, window.get(),
-                         &MainWindow::UpdateSuspendButton);
-        // The preview opened from the dialog stays only when asked to; without
-        // the camera option it closes, and the camera with it.
-        QObject::connect(&app.events, &ProgramEvents::setupClosed, preview.get(), [&] {
-            if (!settings.IsOn(Key::TakePic))
-                preview->close();
-            else if (!settings.IsOn(Key::PreviewAlwaysShow))
-                preview->hide();
-        });
-        // The port question of a send without a transceiver.
-        device.SpecifyPort = [&setupLauncher] { setupLauncher->SpecifyPort(); };
-        // A port that was refused: the person chooses another, for as long as
-        // it takes.
-        webServer.portFallback = [&setupLauncher](const QList<quint16>& tried) {
-            return setupLauncher->PortFallback(tried);
-        };
-        // Unloaded at the end, when closing is no longer refused.
-        QObject::connect(&app.events, &ProgramEvents::closed, preview.get(), &QWidget::close);
-    } else {
+    if (!headless)
+        app.OpenDesktop();
+    else
         qCInfo(lcMain) << "running headless";
-    }
 
     app.Start();
     if (app.isClosing())
         return 0;
-    if (window)
-        window->ShowAtStart();
-    // The picture comes from the stream, not the screen: the preview only
-    // shows when asked to stay.
-    if (preview && settings.IsOn(Key::TakePic) && settings.IsOn(Key::PreviewAlwaysShow))
-        preview->show();
+    app.ShowDesktop();
     int status = qapp->exec();
     qCInfo(lcMain) << "closed";
     return status;
