@@ -1,37 +1,20 @@
 #include "app/Demo.h"
 #include "app/Display.h"
+#include "app/Program.h"
 #include "app/SignalWatcher.h"
-#include "camera/Camera.h"
-#include "camera/PreviewWindow.h"
-#include "core/Application.h"
 #include "core/Clock.h"
 #include "core/Help.h"
 #include "core/Log.h"
-#include "core/MainWindow.h"
-#include "core/MessageBoxPrompt.h"
-#include "core/OpenHelp.h"
 #include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
 #include "core/System.h"
 #include "core/UserPrompt.h"
+#include "desktop/MessageBoxPrompt.h"
+#include "desktop/OpenHelp.h"
 #include "exchange/Exchange.h"
-#include "infrared/DeviceList.h"
-#include "infrared/Transceiver.h"
-#include "learning/LearningLauncher.h"
 #include "power/Power.h"
-#include "reachability/AddressWatch.h"
-#include "remotes/Press.h"
-#include "remotes/RemoteLauncher.h"
-#include "setup/PortChoice.h"
-#include "setup/SetupLauncher.h"
-#include "webpages/MenuPages.h"
-#include "webpages/PowerPages.h"
-#include "webpages/RemotePages.h"
-#include "webpages/ReservePages.h"
-#include "webserver/Dispatcher.h"
-#include "webserver/WebServer.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -276,7 +259,7 @@ int main(int argc, char** argv) {
         prompt = std::move(boxes);
     }
 
-    Application app(folder, settings, clock, *prompt);
+    Program app(folder, settings, clock, *prompt);
     app.headless = headless;
     app.power->headless = headless;
     if (!headless)
@@ -285,44 +268,8 @@ int main(int argc, char** argv) {
             if (!QDesktopServices::openUrl(HelpPageUrl(page)))
                 qCWarning(lcMain).noquote() << "help page" << page << "not shown";
         };
-    // The transceiver: opened by the first send or capture, not at start.
-    Transceiver device(folder, settings, *prompt);
-    QObject::connect(&app, &Application::releaseDevice, &device, &Transceiver::Unload);
-    app.power->deActivateTira = [&device] { device.DeActivateTira(); };
-    // Reserved signals go out like web presses: a failure is told without a box.
-    app.scheduler.send = [&device](const QString& path) {
-        return device.TransmitTira(path, Transceiver::Origin::Background);
-    };
-
-    Dispatcher dispatcher;
-    InstallMenuPages(dispatcher, settings);
-    RemotePageServices remotePages;
-    remotePages.send = [&device](const QString& remote, const QString& button) {
-        return TXSignalById(device, remote, button);
-    };
-    // The camera streams while TakePic is on, from the start on.
-    Camera camera(folder, settings, *prompt);
-    if (settings.IsOn(Key::TakePic))
-        camera.start();
-    remotePages.takeSnapshot = [&camera] {
-        if (!camera.running() && !camera.start(true))
-            return false;
-        return camera.takePic();
-    };
-    remotePages.cameraOff = [&camera] { camera.stop(); };
-    InstallRemotePages(dispatcher, settings, clock, remotePages);
-    InstallPowerPages(dispatcher, settings, *app.power,
-                      [&app] { return app.addressWatch->GlobalAddr(); });
-    InstallReservePages(dispatcher,
-                        {folder, settings, clock, [&app] { app.scheduler.FillGrid(); }});
-    WebServer webServer(folder, settings, clock, *prompt, dispatcher);
-    webServer.headless = headless;
-    app.webServer = &webServer;
-    // Headless, a missing or unusable port is replaced by a free one.
-    webServer.portFallback = [&settings](const QList<quint16>& tried) {
-        return FirstFreeWebPort(settings, tried);
-    };
-    QObject::connect(&app, &Application::closed, qapp.get(), &QCoreApplication::quit,
+    app.webServer.headless = headless;
+    QObject::connect(&app.events, &ProgramEvents::closed, qapp.get(), &QCoreApplication::quit,
                      Qt::QueuedConnection);
 
     SignalWatcher watcher;
@@ -331,77 +278,15 @@ int main(int argc, char** argv) {
         app.Close();
     });
 
-    std::unique_ptr<MainWindow> window;
-    std::unique_ptr<PreviewWindow> preview;
-    std::unique_ptr<RemoteLauncher> remoteLauncher;
-    std::unique_ptr<LearningLauncher> learningLauncher;
-    std::unique_ptr<SetupLauncher> setupLauncher;
-    if (!headless) {
-        qCDebug(lcMain) << "running on the desktop";
-        remoteLauncher = std::make_unique<RemoteLauncher>(app, device);
-        window = std::make_unique<MainWindow>(app);
-        QObject::connect(window.get(), &MainWindow::remoteWindowRequested, remoteLauncher.get(),
-                         &RemoteLauncher::ShowRemoteWindow);
-        learningLauncher = std::make_unique<LearningLauncher>(app, device, *remoteLauncher);
-        QObject::connect(window.get(), &MainWindow::studyRequested, learningLauncher.get(),
-                         &LearningLauncher::OpenStudy);
-        QObject::connect(window.get(), &MainWindow::editRequested, learningLauncher.get(),
-                         &LearningLauncher::OpenEdit);
-        QObject::connect(learningLauncher.get(), &LearningLauncher::devicesChanged, window.get(),
-                         &MainWindow::FillDevices);
-        QObject::connect(learningLauncher.get(), &LearningLauncher::setupWanted, &app,
-                         &Application::setupRequested);
-        preview = std::make_unique<PreviewWindow>(camera, folder, settings,
-                                                  [&app] { return app.isClosing(); });
-        SetupServices services;
-        services.testTransceiver = [&device](const QString& target, qint16 port) {
-            return device.TestTarget(target, port);
-        };
-        services.camera = [&camera](bool on) { on ? void(camera.start()) : camera.stop(); };
-        services.cameraSettings = [&preview] {
-            preview->show();
-            preview->raise();
-        };
-        services.openUrl = [](const QUrl& url) { return QDesktopServices::openUrl(url); };
-        services.devices = [] {
-            QList<QPair<QString, QString>> found;
-            for (const IrDeviceEntry& d : ListIrDevices())
-                found.append({d.path, d.note});
-            return found;
-        };
-        setupLauncher = std::make_unique<SetupLauncher>(app, services);
-        QObject::connect(setupLauncher.get(), &SetupLauncher::powerControlChanged, window.get(),
-                         &MainWindow::UpdateSuspendButton);
-        // The preview opened from the dialog stays only when asked to; without
-        // the camera option it closes, and the camera with it.
-        QObject::connect(&app, &Application::setupClosed, preview.get(), [&] {
-            if (!settings.IsOn(Key::TakePic))
-                preview->close();
-            else if (!settings.IsOn(Key::PreviewAlwaysShow))
-                preview->hide();
-        });
-        // The port question of a send without a transceiver.
-        device.SpecifyPort = [&setupLauncher] { setupLauncher->SpecifyPort(); };
-        // A port that was refused: the person chooses another, for as long as
-        // it takes.
-        webServer.portFallback = [&setupLauncher](const QList<quint16>& tried) {
-            return setupLauncher->PortFallback(tried);
-        };
-        // Unloaded at the end, when closing is no longer refused.
-        QObject::connect(&app, &Application::closed, preview.get(), &QWidget::close);
-    } else {
+    if (!headless)
+        app.OpenDesktop();
+    else
         qCInfo(lcMain) << "running headless";
-    }
 
     app.Start();
     if (app.isClosing())
         return 0;
-    if (window)
-        window->ShowAtStart();
-    // The picture comes from the stream, not the screen: the preview only
-    // shows when asked to stay.
-    if (preview && settings.IsOn(Key::TakePic) && settings.IsOn(Key::PreviewAlwaysShow))
-        preview->show();
+    app.ShowDesktop();
     int status = qapp->exec();
     qCInfo(lcMain) << "closed";
     return status;

@@ -1,6 +1,5 @@
 #include "exchange/ExchangeWindows.h"
 
-#include "core/Application.h"
 #include "core/UserPrompt.h"
 #include "exchange/Exchange.h"
 
@@ -34,8 +33,9 @@ QPushButton* Button(QWidget* parent, const QString& name, const QString& text) {
 }
 } // namespace
 
-ExchangeWindow::ExchangeWindow(Application& app, const QString& title, QWidget* parent)
-    : QDialog(parent), app_(app) {
+ExchangeWindow::ExchangeWindow(const ProgramFolder& folder, SettingsStore& settings,
+                               UserPrompt& prompt, const QString& title, QWidget* parent)
+    : QDialog(parent), folder_(folder), settings_(settings), prompt_(prompt) {
     setWindowTitle(title);
     setAttribute(Qt::WA_DeleteOnClose);
     Label1 = new QLabel(this);
@@ -81,8 +81,9 @@ static QList<QListWidgetItem*> Chosen(QListWidget* list) {
     return chosen;
 }
 
-ExportWindow::ExportWindow(Application& app, QWidget* parent)
-    : ExchangeWindow(app, u"Kestrava - エクスポート"_s, parent) {
+ExportWindow::ExportWindow(const ProgramFolder& folder, SettingsStore& settings, UserPrompt& prompt,
+                           QWidget* parent)
+    : ExchangeWindow(folder, settings, prompt, u"Kestrava - エクスポート"_s, parent) {
     setObjectName(u"frmExport"_s);
     Label1->setText(
         u"学習済みリモコン信号をエクスポートしたい機器をリストから選択してください。"_s);
@@ -110,7 +111,7 @@ ExportWindow::ExportWindow(Application& app, QWidget* parent)
 
 void ExportWindow::Load() {
     lstDevices->clear();
-    for (const ExportableRemote& r : ExportableRemotes(app_.settings)) {
+    for (const ExportableRemote& r : ExportableRemotes(settings_)) {
         auto* item = new QListWidgetItem(r.name, lstDevices);
         item->setData(Qt::UserRole, r.slot);
     }
@@ -119,11 +120,11 @@ void ExportWindow::Load() {
 void ExportWindow::exportChosen() {
     const QList<QListWidgetItem*> chosen = Chosen(lstDevices);
     if (chosen.isEmpty()) {
-        app_.prompt.Warning(NothingChosenText);
+        prompt_.Warning(NothingChosenText);
         return;
     }
     if (txtLoc->text().isEmpty()) {
-        app_.prompt.Warning(NoFolderText);
+        prompt_.Warning(NoFolderText);
         return;
     }
     const QString folder = QDir::fromNativeSeparators(txtLoc->text());
@@ -131,9 +132,9 @@ void ExportWindow::exportChosen() {
     for (QListWidgetItem* item : chosen) {
         const QString device = item->text();
         // Archives already written stay.
-        if (!ExportDevice(app_.folder, app_.settings, device, item->data(Qt::UserRole).toInt(),
+        if (!ExportDevice(folder_, settings_, device, item->data(Qt::UserRole).toInt(),
                           ArchivePath(folder, device))) {
-            app_.prompt.Warning(FailedText);
+            prompt_.Warning(FailedText);
             return;
         }
     }
@@ -144,8 +145,9 @@ QString ImportWindow::RefusedText(const QString& file, const QString& reason) {
     return u"%1 はインポートできませんでした。\n(%2)"_s.arg(file, reason);
 }
 
-ImportWindow::ImportWindow(Application& app, QWidget* parent)
-    : ExchangeWindow(app, u"Kestrava - インポート"_s, parent) {
+ImportWindow::ImportWindow(const ProgramFolder& folder, SettingsStore& settings, UserPrompt& prompt,
+                           QWidget* parent)
+    : ExchangeWindow(folder, settings, prompt, u"Kestrava - インポート"_s, parent) {
     setObjectName(u"frmImport"_s);
     Label1->setText(u"インポートしたいファイルをリストから選択してください。"_s);
     Label2->setText(u"インポートするファイルの場所を指定してください。"_s);
@@ -187,11 +189,10 @@ void ImportWindow::fillFiles() {
 void ImportWindow::importChosen() {
     const QString folder = QDir::fromNativeSeparators(txtLoc->text());
     for (QListWidgetItem* item : Chosen(lstFiles)) {
-        const ImportResult r =
-            ImportArchive(app_.folder, app_.settings, QDir(folder).filePath(item->text()),
-                          chkDuplicate->isChecked());
+        const ImportResult r = ImportArchive(
+            folder_, settings_, QDir(folder).filePath(item->text()), chkDuplicate->isChecked());
         if (r.outcome == ImportResult::Refused)
-            app_.prompt.Warning(RefusedText(item->text(), r.reason));
+            prompt_.Warning(RefusedText(item->text(), r.reason));
     }
     emit devicesChanged();
     accept();

@@ -4,7 +4,9 @@
 
 #include <functional>
 
-class Application;
+class ProgramFolder;
+class SettingsStore;
+class UserPrompt;
 class QCheckBox;
 class QLabel;
 class QLineEdit;
@@ -29,10 +31,13 @@ public:
     static const QString FolderDialogTitle; // フォルダを指定
 
 protected:
-    ExchangeWindow(Application& app, const QString& title, QWidget* parent);
+    ExchangeWindow(const ProgramFolder& folder, SettingsStore& settings, UserPrompt& prompt,
+                   const QString& title, QWidget* parent);
     void buildList(QListWidget* list);
 
-    Application& app_;
+    const ProgramFolder& folder_;
+    SettingsStore& settings_;
+    UserPrompt& prompt_;
     QListWidget* list_ = nullptr;
 };
 
@@ -40,7 +45,8 @@ protected:
 class ExportWindow final : public ExchangeWindow {
     Q_OBJECT
 public:
-    explicit ExportWindow(Application& app, QWidget* parent = nullptr);
+    ExportWindow(const ProgramFolder& folder, SettingsStore& settings, UserPrompt& prompt,
+                 QWidget* parent = nullptr);
     void Load();
 
     QListWidget* lstDevices = nullptr;
@@ -58,7 +64,8 @@ private:
 class ImportWindow final : public ExchangeWindow {
     Q_OBJECT
 public:
-    explicit ImportWindow(Application& app, QWidget* parent = nullptr);
+    ImportWindow(const ProgramFolder& folder, SettingsStore& settings, UserPrompt& prompt,
+                 QWidget* parent = nullptr);
 
     QListWidget* lstFiles = nullptr;
     QCheckBox* chkDuplicate = nullptr;

@@ -3,9 +3,9 @@
 #include "learning/LearningWizard.h"
 #include "learning/RemoteEditor.h"
 
-LearningLauncher::LearningLauncher(Application& app, Transceiver& device, RemoteLauncher& remotes,
-                                   QObject* parent)
-    : QObject(parent), app_(app), device_(device), remotes_(remotes) {}
+LearningLauncher::LearningLauncher(LearningParts parts, Transceiver& device,
+                                   RemoteLauncher& remotes, QObject* parent)
+    : QObject(parent), app_(parts), device_(device), remotes_(remotes) {}
 
 LearningLauncher::~LearningLauncher() {
     delete current_.data();

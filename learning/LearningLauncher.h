@@ -3,7 +3,8 @@
 #include <QObject>
 #include <QPointer>
 
-class Application;
+#include "learning/LearningWindow.h"
+
 class RemoteEditor;
 class LearningWindow;
 class RemoteLauncher;
@@ -17,7 +18,7 @@ class Transceiver;
 class LearningLauncher : public QObject {
     Q_OBJECT
 public:
-    LearningLauncher(Application& app, Transceiver& device, RemoteLauncher& remotes,
+    LearningLauncher(LearningParts parts, Transceiver& device, RemoteLauncher& remotes,
                      QObject* parent = nullptr);
     ~LearningLauncher() override;
 
@@ -33,7 +34,7 @@ private:
     LearningWindow* open(LearningWindow* created);
     bool isOpen() const;
 
-    Application& app_;
+    LearningParts app_;
     Transceiver& device_;
     RemoteLauncher& remotes_;
     QPointer<LearningWindow> current_;

@@ -1,6 +1,6 @@
 #include "learning/LearningWindow.h"
 
-#include "core/Application.h"
+#include "core/ProgramEvents.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
@@ -62,11 +62,11 @@ struct BusyScope {
 };
 } // namespace
 
-LearningWindow::LearningWindow(Application& app, Transceiver& device, RemoteLauncher& remotes,
+LearningWindow::LearningWindow(LearningParts parts, Transceiver& device, RemoteLauncher& remotes,
                                const QString& objectName, const QString& positionKey,
                                const QString& deviceLabel, QWidget* parent)
-    : QWidget(parent, Qt::Window), app_(app), device_(device), remotes_(remotes),
-      session_(app.folder), positionKey_(positionKey) {
+    : QWidget(parent, Qt::Window), app_(parts), device_(device), remotes_(remotes),
+      session_(parts.folder), positionKey_(positionKey) {
     setObjectName(objectName);
     setWindowTitle(Title);
     frameDevice = new QGroupBox(u"機器名"_s, this);
@@ -77,7 +77,7 @@ LearningWindow::LearningWindow(Application& app, Transceiver& device, RemoteLaun
     timUnload.setSingleShot(true);
     connect(&timUnload, &QTimer::timeout, this, &LearningWindow::closeWindow);
     // The program's close order takes this window down with the others.
-    connect(&app_, &Application::unloadWindows, this, &LearningWindow::closeWindow);
+    connect(&app_.events, &ProgramEvents::unloadWindows, this, &LearningWindow::closeWindow);
 }
 
 LearningWindow::~LearningWindow() = default;
@@ -216,7 +216,7 @@ RemoteWindow* LearningWindow::designWindow() const {
 
 RemoteWindow* LearningWindow::showDesign(int design) {
     unloadDesigns();
-    app_.state.RemoteLive = false;
+    remotes_.RemoteLive = false;
     RemoteWindow* w = remotes_.Open(design);
     shownDesign_ = w ? design : 0;
     if (!w)
@@ -417,7 +417,7 @@ bool LearningWindow::waitForPicture(int* button) {
     });
     // Closing the picture, this window or the program ends the wait.
     connect(picture, &QObject::destroyed, &loop, &QEventLoop::quit);
-    connect(&app_, &Application::unloadRemoteWindows, &loop, &QEventLoop::quit);
+    connect(&app_.events, &ProgramEvents::unloadRemoteWindows, &loop, &QEventLoop::quit);
     loop.exec();
     pictureLoop_ = nullptr;
     if (!clicked || closePending_)

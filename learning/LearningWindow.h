@@ -9,7 +9,10 @@
 
 #include <array>
 
-class Application;
+class ProgramEvents;
+class ProgramFolder;
+class SettingsStore;
+class UserPrompt;
 class QGroupBox;
 class QLabel;
 class QLineEdit;
@@ -20,6 +23,14 @@ class QRadioButton;
 class RemoteWindow;
 class RemoteLauncher;
 class Transceiver;
+
+// What the learning windows use besides the transceiver and the remotes.
+struct LearningParts {
+    const ProgramFolder& folder;
+    SettingsStore& settings;
+    UserPrompt& prompt;
+    ProgramEvents& events; // the close order
+};
 
 // What the learning wizard and the remote editor share: the design options,
 // the frame where functions are learned one by one (name, capture and proof,
@@ -80,7 +91,7 @@ signals:
 
 protected:
     // Makes the device frame with its label; the window adds its own field.
-    LearningWindow(Application& app, Transceiver& device, RemoteLauncher& remotes,
+    LearningWindow(LearningParts parts, Transceiver& device, RemoteLauncher& remotes,
                    const QString& objectName, const QString& positionKey,
                    const QString& deviceLabel, QWidget* parent);
 
@@ -113,7 +124,7 @@ protected:
 
     void closeEvent(QCloseEvent* event) override;
 
-    Application& app_;
+    LearningParts app_;
     Transceiver& device_;
     RemoteLauncher& remotes_;
     LearningSession session_;

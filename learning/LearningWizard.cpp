@@ -1,6 +1,5 @@
 #include "learning/LearningWizard.h"
 
-#include "core/Application.h"
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
 #include "core/UserPrompt.h"
@@ -38,9 +37,9 @@ namespace {
 constexpr int AirconOption = 2;
 }
 
-LearningWizard::LearningWizard(Application& app, Transceiver& device, RemoteLauncher& remotes,
+LearningWizard::LearningWizard(LearningParts parts, Transceiver& device, RemoteLauncher& remotes,
                                QWidget* parent)
-    : LearningWindow(app, device, remotes, u"frmStudy"_s, u"Study"_s,
+    : LearningWindow(parts, device, remotes, u"frmStudy"_s, u"Study"_s,
                      u"機器名 （例：ビデオ、テレビ、エアコンなど）"_s, parent) {
     auto* box = new QVBoxLayout(frameDevice);
     txtDeviceName = new QLineEdit(u"無題"_s, frameDevice);
@@ -79,7 +78,7 @@ QString LearningWizard::deviceName() const {
 
 void LearningWizard::optionClicked(int optionIndex) {
     unloadDesigns();
-    app_.state.RemoteLive = false;
+    remotes_.RemoteLive = false;
     shownDesign_ = 0;
     if (optionIndex == AirconOption &&
         app_.prompt.QuestionWithHelp(AirconText, u"learning.html#aircon"_s) !=

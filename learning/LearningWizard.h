@@ -7,7 +7,7 @@
 class LearningWizard final : public LearningWindow {
     Q_OBJECT
 public:
-    LearningWizard(Application& app, Transceiver& device, RemoteLauncher& remotes,
+    LearningWizard(LearningParts parts, Transceiver& device, RemoteLauncher& remotes,
                    QWidget* parent = nullptr);
 
     void Load() override;

@@ -1,6 +1,5 @@
 #include "learning/RemoteEditor.h"
 
-#include "core/Application.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
@@ -28,9 +27,9 @@ QString RemoteEditor::DeleteRemoteText(const QString& deviceName) {
            u" の記録済みリモコン信号はすべて削除されます。　よろしいですか？"_s;
 }
 
-RemoteEditor::RemoteEditor(Application& app, Transceiver& device, RemoteLauncher& remotes,
+RemoteEditor::RemoteEditor(LearningParts parts, Transceiver& device, RemoteLauncher& remotes,
                            QWidget* parent)
-    : LearningWindow(app, device, remotes, u"frmEdit"_s, u"Edit"_s, u"機器名"_s, parent) {
+    : LearningWindow(parts, device, remotes, u"frmEdit"_s, u"Edit"_s, u"機器名"_s, parent) {
     auto* row = new QHBoxLayout(frameDevice);
     cmbDeviceName = new QComboBox(frameDevice);
     cmbDeviceName->setObjectName(u"cmbDeviceName"_s);

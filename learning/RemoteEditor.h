@@ -11,7 +11,7 @@ class QComboBox;
 class RemoteEditor final : public LearningWindow {
     Q_OBJECT
 public:
-    RemoteEditor(Application& app, Transceiver& device, RemoteLauncher& remotes,
+    RemoteEditor(LearningParts parts, Transceiver& device, RemoteLauncher& remotes,
                  QWidget* parent = nullptr);
 
     void Load() override;

@@ -98,11 +98,11 @@ struct PortMapping::Link {
     PortMapping* owner = nullptr;
 };
 
-PortMapping::PortMapping(SettingsStore& settings, const Clock& clock, QTimer& timUPnPDelay,
-                         QTimer& timUPnPReWrite, QObject* parent)
-    : QObject(parent), settings_(settings), clock_(clock), timUPnPDelay_(timUPnPDelay),
-      timUPnPReWrite_(timUPnPReWrite), link_(std::make_shared<Link>()) {
+PortMapping::PortMapping(SettingsStore& settings, const Clock& clock, QObject* parent)
+    : QObject(parent), settings_(settings), clock_(clock), link_(std::make_shared<Link>()) {
     link_->owner = this;
+    timUPnPDelay_.setInterval(10000);
+    timUPnPReWrite_.setInterval(30000);
     connect(&timUPnPDelay_, &QTimer::timeout, this, &PortMapping::delayTick);
     connect(&timUPnPReWrite_, &QTimer::timeout, this, &PortMapping::reWriteTick);
 }
@@ -220,10 +220,25 @@ void PortMapping::RemoveAtExit(int timeoutMs) {
     loop->exec();
 }
 
+void PortMapping::Start() {
+    timUPnPDelay_.start();
+}
+
+void PortMapping::StartSoon() {
+    timUPnPDelay_.setInterval(100);
+    timUPnPDelay_.start();
+}
+
+void PortMapping::Stop() {
+    timUPnPDelay_.stop();
+    timUPnPReWrite_.stop();
+}
+
 void PortMapping::delayTick() {
     if (MappingDone)
         return;
     timUPnPDelay_.stop();
+    emit tryStarted();
     const quint64 generation = generation_;
     MapWebPort([this, generation](const QString& r) {
         if (generation != generation_)

@@ -3,12 +3,12 @@
 #include <QDateTime>
 #include <QObject>
 #include <QString>
+#include <QTimer>
 
 #include <functional>
 #include <memory>
 
 class Clock;
-class QTimer;
 class SettingsStore;
 
 // Keeps the web port forwarded by the home router over UPnP. Every router
@@ -19,9 +19,7 @@ class PortMapping : public QObject {
 public:
     using Done = std::function<void(const QString& result)>;
 
-    // The two timers are the application's; this object drives their ticks.
-    PortMapping(SettingsStore& settings, const Clock& clock, QTimer& timUPnPDelay,
-                QTimer& timUPnPReWrite, QObject* parent = nullptr);
+    PortMapping(SettingsStore& settings, const Clock& clock, QObject* parent = nullptr);
     ~PortMapping() override; // answers still under way are dropped
 
     // The router operations.
@@ -42,11 +40,30 @@ public:
     // events running for at most timeoutMs.
     void RemoveAtExit(int timeoutMs = 5000);
 
+    // Tries to map the web port every 10 s until it is done, then keeps it
+    // there; StartSoon makes the tries come every 100 ms.
+    void Start();
+    void StartSoon();
+    // Ends both the tries and the keep-alive; the mapping stays as it is.
+    void Stop();
+    bool Trying() const { return timUPnPDelay_.isActive(); }
+    bool KeepingAlive() const { return timUPnPReWrite_.isActive(); }
+    int TryIntervalMs() const { return timUPnPDelay_.interval(); }
+    // For tests: shorter waits.
+    void setIntervalsMs(int tryMs, int keepAliveMs) {
+        timUPnPDelay_.setInterval(tryMs);
+        timUPnPReWrite_.setInterval(keepAliveMs);
+    }
+
     bool MappingDone = false;
     QDateTime MappingTime;
 
     // How long discovery waits for the router's answer.
     static constexpr int DiscoveryMs = 2000;
+
+signals:
+    // A try begins: the try timer is off until it has failed.
+    void tryStarted();
 
 private:
     void delayTick();
@@ -55,8 +72,8 @@ private:
 
     SettingsStore& settings_;
     const Clock& clock_;
-    QTimer& timUPnPDelay_;
-    QTimer& timUPnPReWrite_;
+    QTimer timUPnPDelay_;   // 10 s: a mapping try
+    QTimer timUPnPReWrite_; // 30 s: keep-alive
     // Bumped by DeleteMappingPort so that an add still under way cannot
     // mark the mapping as done afterwards.
     quint64 generation_ = 0;

@@ -1,14 +1,15 @@
 #include "remotes/RemoteLauncher.h"
 
-#include "core/Application.h"
+#include "core/ProgramEvents.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "remotes/Registry.h"
 #include "remotes/RemoteWindow.h"
 
-RemoteLauncher::RemoteLauncher(Application& app, Transceiver& device, QObject* parent)
-    : QObject(parent), app_(app), device_(device) {
-    connect(&app_, &Application::unloadRemoteWindows, this, &RemoteLauncher::UnloadAll);
+RemoteLauncher::RemoteLauncher(SettingsStore& settings, ProgramEvents& events, Transceiver& device,
+                               QObject* parent)
+    : QObject(parent), settings_(settings), device_(device) {
+    connect(&events, &ProgramEvents::unloadRemoteWindows, this, &RemoteLauncher::UnloadAll);
 }
 
 RemoteLauncher::~RemoteLauncher() {
@@ -31,7 +32,7 @@ RemoteWindow* RemoteLauncher::Open(int design) {
     if (slot && !slot->isVisible())
         slot = nullptr;
     if (!slot) {
-        slot = new RemoteWindow(design, app_.state, app_.settings, device_);
+        slot = new RemoteWindow(design, RemoteLive, settings_, device_);
         slot->setAttribute(Qt::WA_DeleteOnClose);
     }
     slot->show();
@@ -49,11 +50,11 @@ void RemoteLauncher::UnloadAll() {
 
 void RemoteLauncher::ShowRemoteWindow(const QString& deviceName, int id) {
     UnloadAll();
-    if (IsTestMode(app_.settings)) {
+    if (IsTestMode(settings_)) {
         for (const TestModeDevice& d : TestModeDevices()) {
             if (d.name != deviceName)
                 continue;
-            app_.state.RemoteLive = false;
+            RemoteLive = false;
             RemoteWindow* w = Open(d.design);
             w->setDeviceName(deviceName);
             for (int k = 0; k < w->buttonCount(); ++k)
@@ -62,13 +63,13 @@ void RemoteLauncher::ShowRemoteWindow(const QString& deviceName, int id) {
         }
         return;
     }
-    const Design* design = DesignByText(app_.settings.Read(Key::RemoteDesign(id)));
+    const Design* design = DesignByText(settings_.Read(Key::RemoteDesign(id)));
     if (!design)
         return;
-    app_.state.RemoteLive = true;
+    RemoteLive = true;
     RemoteWindow* w = Open(design->id);
     w->setDeviceName(deviceName);
-    const std::vector<QString> functions = ReadRemoteButtons(app_.settings, id);
+    const std::vector<QString> functions = ReadRemoteButtons(settings_, id);
     for (int k = 0; k < w->buttonCount(); ++k)
         w->setFunction(k, k < int(functions.size()) ? functions[size_t(k)] : QString());
 }

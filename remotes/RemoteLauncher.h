@@ -6,8 +6,9 @@
 
 #include <array>
 
-class Application;
+class ProgramEvents;
 class RemoteWindow;
+class SettingsStore;
 class Transceiver;
 
 // Opens the on-screen remotes: at most one per design, created when opened
@@ -15,7 +16,8 @@ class Transceiver;
 class RemoteLauncher : public QObject {
     Q_OBJECT
 public:
-    RemoteLauncher(Application& app, Transceiver& device, QObject* parent = nullptr);
+    RemoteLauncher(SettingsStore& settings, ProgramEvents& events, Transceiver& device,
+                   QObject* parent = nullptr);
     ~RemoteLauncher() override;
 
     // The window of design 1 to 6, shown; the open one when there is one.
@@ -27,6 +29,10 @@ public:
     // Closes every open remote, design 1 to 6 in turn; each keeps its place.
     void UnloadAll();
 
+    // Whether a click on an open remote transmits; off while learning or
+    // editing uses the windows.
+    bool RemoteLive = false;
+
 public slots:
     // A device was chosen in the main window's list: closes any open remote,
     // then opens the chosen one. Outside test mode id names the registry's
@@ -36,7 +42,7 @@ public slots:
     void ShowRemoteWindow(const QString& deviceName, int id);
 
 private:
-    Application& app_;
+    SettingsStore& settings_;
     Transceiver& device_;
     std::array<QPointer<RemoteWindow>, 6> windows_;
 };

@@ -1,6 +1,5 @@
 #include "remotes/RemoteWindow.h"
 
-#include "core/Application.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/Wait.h"
@@ -144,11 +143,11 @@ void RemoteButton::mouseDoubleClickEvent(QMouseEvent* event) {
     emit doubleClicked(id_);
 }
 
-RemoteWindow::RemoteWindow(int design, AppState& state, SettingsStore& settings,
+RemoteWindow::RemoteWindow(int design, const bool& remoteLive, SettingsStore& settings,
                            Transceiver& device, QWidget* parent)
     : QWidget(parent, Qt::Window | Qt::FramelessWindowHint), design_(design),
-      layout_(LayoutOfDesign(design)), state_(state), settings_(settings), device_(device),
-      panelA_(picture(u"panelA.jpg"_s)), panelB_(picture(u"panelB.jpg"_s)) {
+      layout_(LayoutOfDesign(design)), remoteLive_(remoteLive), settings_(settings),
+      device_(device), panelA_(picture(u"panelA.jpg"_s)), panelB_(picture(u"panelB.jpg"_s)) {
     Q_ASSERT(layout_);
     setWindowTitle(u"リモコン"_s);
     setFixedSize(ClientSize(design));
@@ -346,7 +345,7 @@ void RemoteWindow::closeEvent(QCloseEvent* event) {
 
 void RemoteWindow::clickButton(int buttonId) {
     QPointer<RemoteWindow> self(this);
-    if (state_.RemoteLive) {
+    if (remoteLive_) {
         // A failure shows a box, during which this window may be closed.
         TXSignal(device_, deviceName(), function(buttonId));
     } else {

@@ -11,7 +11,6 @@ class QLabel;
 class QPushButton;
 class SettingsStore;
 class Transceiver;
-struct AppState;
 struct DesignLayout;
 
 // A picture button of an on-screen remote: shows its pressed picture while
@@ -48,7 +47,7 @@ private:
 class RemoteWindow : public QWidget {
     Q_OBJECT
 public:
-    RemoteWindow(int design, AppState& state, SettingsStore& settings, Transceiver& device,
+    RemoteWindow(int design, const bool& remoteLive, SettingsStore& settings, Transceiver& device,
                  QWidget* parent = nullptr);
 
     int design() const { return design_; }
@@ -95,7 +94,7 @@ private:
 
     int design_;
     const DesignLayout* layout_;
-    AppState& state_;
+    const bool& remoteLive_; // the launcher's
     SettingsStore& settings_;
     Transceiver& device_;
     QPixmap panelA_, panelB_;

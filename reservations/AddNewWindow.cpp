@@ -1,6 +1,5 @@
 #include "reservations/AddNewWindow.h"
 
-#include "core/Application.h"
 #include "core/Clock.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
@@ -8,6 +7,7 @@
 #include "remotes/Registry.h"
 #include "reservations/ReserveGrid.h"
 #include "reservations/ReserveStore.h"
+#include "reservations/Scheduler.h"
 
 #include <QButtonGroup>
 #include <QCheckBox>
@@ -50,12 +50,14 @@ QPushButton* button(QWidget* parent, const QString& name, const QString& text) {
 
 const QString AddNewWindow::Title = u"Kestrava　－　予約の追加、編集"_s;
 
-AddNewWindow::AddNewWindow(Application& app, QWidget* parent)
-    : QWidget(parent, Qt::Window), app_(app) {
+AddNewWindow::AddNewWindow(const ProgramFolder& folder, SettingsStore& settings, const Clock& clock,
+                           UserPrompt& prompt, Scheduler& scheduler, QWidget* parent)
+    : QWidget(parent, Qt::Window), folder_(folder), settings_(settings), clock_(clock),
+      prompt_(prompt), scheduler_(scheduler) {
     setObjectName(u"frmAddNew"_s);
     setWindowTitle(Title);
     setAttribute(Qt::WA_DeleteOnClose);
-    SettingsStore& s = app_.settings;
+    SettingsStore& s = settings_;
 
     auto* dateBox = new QGroupBox(u"日付の指定"_s, this);
     auto* dateGrid = new QGridLayout(dateBox);
@@ -171,7 +173,7 @@ AddNewWindow::AddNewWindow(Application& app, QWidget* parent)
     option_[h24 ? 5 : 4]->setChecked(true);
     setHourMode(h24, false);
     option_[1]->setChecked(true);
-    dtPicker1_->setDate(app_.clock.now().date());
+    dtPicker1_->setDate(clock_.now().date());
 
     const DeviceList devices = FillDevices(s);
     for (const DeviceListItem& item : devices.items)
@@ -203,7 +205,7 @@ AddNewWindow::AddNewWindow(Application& app, QWidget* parent)
 
 void AddNewWindow::setHourMode(bool h24, bool store) {
     if (store)
-        app_.settings.Write(Key::DateFormat, h24 ? u"24hours" : u"AMPM");
+        settings_.Write(Key::DateFormat, h24 ? u"24hours" : u"AMPM");
     const QSignalBlocker quiet(combo1_);
     combo1_->clear();
     combo1_->addItems(twoDigits(0, h24 ? 23 : 11));
@@ -217,14 +219,14 @@ void AddNewWindow::fillFunctions() {
     const int index = cmbDeviceName_->currentIndex();
     if (index < 0)
         return;
-    if (IsTestMode(app_.settings)) {
+    if (IsTestMode(settings_)) {
         for (const TestModeDevice& d : TestModeDevices())
             if (d.name == cmbDeviceName_->currentText())
                 for (const auto& [id, name] : d.functions)
                     cmbFunc_->addItem(name);
     } else {
         for (const QString& f :
-             ReadRemoteButtons(app_.settings, cmbDeviceName_->itemData(index).toInt()))
+             ReadRemoteButtons(settings_, cmbDeviceName_->itemData(index).toInt()))
             if (!f.isEmpty())
                 cmbFunc_->addItem(f);
     }
@@ -278,8 +280,7 @@ void AddNewWindow::RefreshList() {
     if (!grid_)
         return;
     const QString name = FileName();
-    const QStringList lines =
-        Reserve::ReadLines(Reserve::Folder(app_.folder, app_.settings) + u'/' + name);
+    const QStringList lines = Reserve::ReadLines(Reserve::Folder(folder_, settings_) + u'/' + name);
     grid_->clearContents();
     grid_->setRowCount(1);
     int row = 0;
@@ -300,7 +301,7 @@ void AddNewWindow::RefreshList() {
 }
 
 void AddNewWindow::Add() {
-    UserPrompt& prompt = app_.prompt;
+    UserPrompt& prompt = prompt_;
     bool anyDay = false;
     for (QCheckBox* c : check1_)
         anyDay = anyDay || c->isChecked();
@@ -316,18 +317,18 @@ void AddNewWindow::Add() {
     const QString name = FileName();
     if (option_[1]->isChecked()) {
         const QString at = Reserve::DayText(name) + u' ' + Reserve::TimeText(name) + u":00"_s;
-        if (at <= app_.clock.now().toString(u"yyyy/MM/dd HH:mm:ss"))
+        if (at <= clock_.now().toString(u"yyyy/MM/dd HH:mm:ss"))
             return prompt.Warning(u"予約時刻はすでに過ぎています。修正してください。"_s);
     }
     const Reserve::AddResult added =
-        Reserve::AddLine(Reserve::Folder(app_.folder, app_.settings) + u'/' + name,
+        Reserve::AddLine(Reserve::Folder(folder_, settings_) + u'/' + name,
                          cmbDeviceName_->currentText(), cmbFunc_->currentText());
     if (added != Reserve::AddResult::Added) {
         qCWarning(lcAddNew) << "the dialog's add was refused:" << Reserve::AddRefusalReason(added);
         return prompt.Warning(Reserve::AddRefusalText(added));
     }
     RefreshList();
-    app_.scheduler.FillGrid();
+    scheduler_.FillGrid();
 }
 
 int AddNewWindow::selectedLine() const {
@@ -342,21 +343,21 @@ void AddNewWindow::Move(bool up) {
     const int line = selectedLine();
     if (line == 0)
         return;
-    const QString path = Reserve::Folder(app_.folder, app_.settings) + u'/' + FileName();
+    const QString path = Reserve::Folder(folder_, settings_) + u'/' + FileName();
     if (!Reserve::MoveLine(path, line, up))
         return;
     RefreshList();
     grid_->selectRow(up ? row - 1 : row + 1);
-    app_.scheduler.FillGrid();
+    scheduler_.FillGrid();
 }
 
 void AddNewWindow::Delete() {
     const int line = selectedLine();
     if (line == 0)
         return;
-    Reserve::DeleteLine(Reserve::Folder(app_.folder, app_.settings) + u'/' + FileName(), line);
+    Reserve::DeleteLine(Reserve::Folder(folder_, settings_) + u'/' + FileName(), line);
     RefreshList();
-    app_.scheduler.FillGrid();
+    scheduler_.FillGrid();
 }
 
 // A function can only be chosen for a device: say so instead of opening an
@@ -364,14 +365,14 @@ void AddNewWindow::Delete() {
 bool AddNewWindow::eventFilter(QObject* watched, QEvent* event) {
     if (watched == cmbFunc_ && event->type() == QEvent::MouseButtonPress &&
         cmbDeviceName_->currentText().isEmpty()) {
-        app_.prompt.Warning(u"先に機器番号、機器の名前を選択してください"_s);
+        prompt_.Warning(u"先に機器番号、機器の名前を選択してください"_s);
         return true;
     }
     return QWidget::eventFilter(watched, event);
 }
 
 void AddNewWindow::closeEvent(QCloseEvent* event) {
-    app_.settings.Write(Key::PositionTop(u"AddNew"), QString::number(y() * TwipsPerPixel));
-    app_.settings.Write(Key::PositionLeft(u"AddNew"), QString::number(x() * TwipsPerPixel));
+    settings_.Write(Key::PositionTop(u"AddNew"), QString::number(y() * TwipsPerPixel));
+    settings_.Write(Key::PositionLeft(u"AddNew"), QString::number(x() * TwipsPerPixel));
     event->accept();
 }

@@ -2,7 +2,11 @@
 
 #include <QWidget>
 
-class Application;
+class Clock;
+class ProgramFolder;
+class Scheduler;
+class SettingsStore;
+class UserPrompt;
 class QCheckBox;
 class QComboBox;
 class QDateEdit;
@@ -16,7 +20,8 @@ class QTableWidget;
 class AddNewWindow : public QWidget {
     Q_OBJECT
 public:
-    explicit AddNewWindow(Application& app, QWidget* parent = nullptr);
+    AddNewWindow(const ProgramFolder& folder, SettingsStore& settings, const Clock& clock,
+                 UserPrompt& prompt, Scheduler& scheduler, QWidget* parent = nullptr);
 
     // Points the controls at the moment of a file name ("0100100 21_30").
     void EditFile(const QString& name);
@@ -38,7 +43,11 @@ private:
     void Delete();
     int selectedLine() const;
 
-    Application& app_;
+    const ProgramFolder& folder_;
+    SettingsStore& settings_;
+    const Clock& clock_;
+    UserPrompt& prompt_;
+    Scheduler& scheduler_;
     QRadioButton* option_[6] = {}; // Option1 .. Option5 at 1 .. 5
     QDateEdit* dtPicker1_ = nullptr;
     QCheckBox* check1_[7] = {};

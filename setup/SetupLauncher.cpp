@@ -1,15 +1,15 @@
 #include "setup/SetupLauncher.h"
 
-#include "core/Application.h"
+#include "core/ProgramEvents.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "setup/PortChoice.h"
 #include "setup/SpecifyPortWindow.h"
 
-SetupLauncher::SetupLauncher(Application& app, SetupServices services, QObject* parent)
-    : QObject(parent), app_(app), services_(std::move(services)) {
-    connect(&app_, &Application::setupRequested, this, [this] { Open(); });
-    connect(&app_, &Application::unloadWindows, this, [this] {
+SetupLauncher::SetupLauncher(SetupParts parts, SetupServices services, QObject* parent)
+    : QObject(parent), parts_(parts), services_(std::move(services)) {
+    connect(&parts_.events, &ProgramEvents::setupRequested, this, [this] { Open(); });
+    connect(&parts_.events, &ProgramEvents::unloadWindows, this, [this] {
         if (current_)
             current_->reject();
     });
@@ -20,13 +20,13 @@ SetupLauncher::~SetupLauncher() {
 }
 
 SetupWindow* SetupLauncher::Open(SetupWindow::Tab tab) {
-    if (app_.isClosing())
+    if (parts_.events.isClosing())
         return nullptr;
     // One that has just closed waits for its deletion: never show it again.
     if (current_ && current_->unloaded())
         current_.clear();
     if (!current_) {
-        current_ = new SetupWindow(app_, services_);
+        current_ = new SetupWindow(parts_, services_);
         current_->setAttribute(Qt::WA_DeleteOnClose);
         connect(current_, &SetupWindow::powerControlChanged, this,
                 &SetupLauncher::powerControlChanged);
@@ -41,19 +41,19 @@ SetupWindow* SetupLauncher::Open(SetupWindow::Tab tab) {
 std::optional<quint16> SetupLauncher::AskForPort() {
     if (SetupWindow* dialog = Open(SetupWindow::WebTab))
         dialog->exec();
-    if (app_.isClosing())
+    if (parts_.events.isClosing())
         return std::nullopt;
-    const qint64 port = Val(app_.settings.Read(Key::WebPort));
+    const qint64 port = Val(parts_.settings.Read(Key::WebPort));
     if (port < 1 || port > 65535)
         return std::nullopt;
     return quint16(port);
 }
 
 std::optional<quint16> SetupLauncher::PortFallback(const QList<quint16>& tried) {
-    return tried.isEmpty() ? FirstFreeWebPort(app_.settings, tried) : AskForPort();
+    return tried.isEmpty() ? FirstFreeWebPort(parts_.settings, tried) : AskForPort();
 }
 
 void SetupLauncher::SpecifyPort() {
-    SpecifyPortWindow dialog(app_.settings);
+    SpecifyPortWindow dialog(parts_.settings);
     dialog.exec();
 }

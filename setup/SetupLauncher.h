@@ -13,7 +13,7 @@
 class SetupLauncher : public QObject {
     Q_OBJECT
 public:
-    SetupLauncher(Application& app, SetupServices services, QObject* parent = nullptr);
+    SetupLauncher(SetupParts parts, SetupServices services, QObject* parent = nullptr);
     ~SetupLauncher() override;
 
     // Shows the dialog modally without waiting for it.
@@ -27,12 +27,14 @@ public:
     // The port question of a transmission without a transceiver.
     void SpecifyPort();
     SetupWindow* current() const { return current_; }
+    // The dialog is open: the first start waits for it.
+    bool SetupOpen() const { return current_ && !current_->unloaded(); }
 
 signals:
     void powerControlChanged();
 
 private:
-    Application& app_;
+    SetupParts parts_;
     SetupServices services_;
     QPointer<SetupWindow> current_;
 };

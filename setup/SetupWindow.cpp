@@ -1,17 +1,18 @@
 #include "setup/SetupWindow.h"
 
-#include "core/Application.h"
 #include "core/NetAddress.h"
-#include "core/OpenHelp.h"
 #include "core/Password.h"
+#include "core/ProgramEvents.h"
 #include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
+#include "desktop/OpenHelp.h"
 #include "reachability/AddressWatch.h"
 #include "reachability/DynDns.h"
 #include "reachability/PortMapping.h"
 #include "remotes/Registry.h"
+#include "reservations/Scheduler.h"
 #include "setup/AutoStart.h"
 #include "setup/PortChoice.h"
 #include "webserver/WebServer.h"
@@ -71,12 +72,11 @@ QString bit(bool on) {
 
 const QString SetupWindow::SimulatorCaption = u"シミュレーター"_s;
 
-SetupWindow::SetupWindow(Application& app, SetupServices services, QWidget* parent)
-    : QDialog(parent), app_(app), services_(std::move(services)) {
+SetupWindow::SetupWindow(SetupParts parts, SetupServices services, QWidget* parent)
+    : QDialog(parent), app_(parts), services_(std::move(services)) {
     setObjectName(u"frmSetup"_s);
     setWindowTitle(u"Kestrava - 設定"_s);
     setModal(true);
-    app_.state.SetupOpen = true;
 
     tabs_ = named(new QTabWidget, u"SSTab2"_s);
     tabs_->setUsesScrollButtons(false); // every page's caption in sight
@@ -508,13 +508,13 @@ void SetupWindow::internetSwitched(bool on) {
     if (!on) {
         app_.settings.Write(Key::Internet, u"0");
         updateGroups();
-        app_.addressWatch->Stop();
-        app_.portMapping->DeleteMappingPort(app_.settings.Read(Key::WebPort), u"TCP"_s);
+        app_.addressWatch.Stop();
+        app_.portMapping.DeleteMappingPort(app_.settings.Read(Key::WebPort), u"TCP"_s);
         return;
     }
     lblINetAddr_->setText(u"グローバルIPアドレス取得中..."_s);
     QPointer<SetupWindow> self(this);
-    app_.dnsService->GetIPAddr([self](const QString& result) {
+    app_.dnsService.GetIPAddr([self](const QString& result) {
         if (self)
             self->lookupDone(result);
     });
@@ -532,9 +532,8 @@ void SetupWindow::lookupDone(const QString& result) {
     lblINetAddr_->setText(withPort(u"http://"_s + result));
     app_.settings.Write(Key::Internet, u"1");
     updateGroups();
-    app_.addressWatch->CheckSoon();
-    app_.timUPnPDelay.setInterval(100);
-    app_.timUPnPDelay.start();
+    app_.addressWatch.CheckSoon();
+    app_.portMapping.StartSoon();
 }
 
 void SetupWindow::portChanged() {
@@ -612,7 +611,7 @@ void SetupWindow::updateDnsNow() {
         return;
     cmdDNSUpdateNow_->setEnabled(false);
     QPointer<SetupWindow> self(this);
-    app_.dynDns->UpdateFromSetup(
+    app_.dynDns.UpdateFromSetup(
         txtDNSUser_->text(), txtDNSPass_->text(), txtDNSHost_->text(), cboPortNo_->currentText(),
         [self, &prompt](const DynDns::ManualResult& r) {
             if (self) {
@@ -685,9 +684,9 @@ void SetupWindow::ok() {
         app_.webServer->SetWebPass(txtWebPass_->text());
     }
     if (chkNotifyMail_->isChecked())
-        app_.addressWatch->CheckSoon();
+        app_.addressWatch.CheckSoon();
     else
-        app_.addressWatch->Stop();
+        app_.addressWatch.Stop();
     s.Write(Key::HibernOrSuspend, option1_->isChecked() ? u"Suspend" : u"Hibern");
     accept();
 }
@@ -711,6 +710,5 @@ void SetupWindow::unload() {
     app_.settings.Write(Key::PositionLeft(u"Setup"), QString::number(x() * TwipsPerPixel));
     if (!cboPortNo_->currentText().isEmpty())
         app_.settings.Write(Key::WebPort, cboPortNo_->currentText());
-    app_.state.SetupOpen = false;
-    emit app_.setupClosed();
+    emit app_.events.setupClosed();
 }

@@ -6,7 +6,16 @@
 
 #include <functional>
 
-class Application;
+class AddressWatch;
+class DnsService;
+class DynDns;
+class PortMapping;
+class ProgramEvents;
+class ProgramFolder;
+class Scheduler;
+class SettingsStore;
+class UserPrompt;
+class WebServer;
 class QButtonGroup;
 class QCheckBox;
 class QComboBox;
@@ -17,7 +26,21 @@ class QRadioButton;
 class QTabWidget;
 class QUrl;
 
-// What the dialog reaches beyond the application object; the program fills it
+// The objects the dialog changes; all outlive it.
+struct SetupParts {
+    const ProgramFolder& folder;
+    SettingsStore& settings;
+    UserPrompt& prompt;
+    ProgramEvents& events; // setupClosed
+    Scheduler& scheduler;
+    AddressWatch& addressWatch;
+    DnsService& dnsService;
+    DynDns& dynDns;
+    PortMapping& portMapping;
+    WebServer* webServer; // none in some tests
+};
+
+// What the dialog reaches beyond the core objects; the program fills it
 // with the transceiver, the camera and the browser.
 struct SetupServices {
     // Opens and closes the device named (a path, "sim"), n being /dev/ttyUSBn.
@@ -37,7 +60,7 @@ class SetupWindow : public QDialog {
 public:
     enum Tab { TiraTab, WebTab, NotifyTab, PowerTab, ReserveTab };
 
-    SetupWindow(Application& app, SetupServices services, QWidget* parent = nullptr);
+    SetupWindow(SetupParts parts, SetupServices services, QWidget* parent = nullptr);
     ~SetupWindow() override;
 
     void showTab(Tab tab);
@@ -74,7 +97,7 @@ private:
     void unload();
     QString withPort(const QString& url) const;
 
-    Application& app_;
+    SetupParts app_;
     SetupServices services_;
     bool loading_ = true;
     bool unloaded_ = false;

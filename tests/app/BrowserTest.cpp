@@ -41,7 +41,7 @@ TEST(Browser, MenuAndDeviceListKeepTheirJapaneseText) {
         settings.WriteIni(u"Remote-7", u"Device", u"エアコン①");
         settings.WriteIni(u"Remote-7", u"Design", u"3");
     }
-    Program program({u"--headless"_s, u"--home"_s, tmp.path()});
+    ProgramProcess program({u"--headless"_s, u"--home"_s, tmp.path()});
     const quint16 port = program.webPort();
     ASSERT_NE(port, 0) << program.log().toStdString();
     const QString base = u"http://127.0.0.1:"_s + QString::number(port);

@@ -38,7 +38,7 @@ bool writeFile(const QString& path, const QByteArray& data = {}) {
 
 // A demo folder made by a first run, closed again as Ctrl-C does.
 void makeDemo(const QString& dir) {
-    Program p({u"--headless"_s, u"--demo"_s, dir});
+    ProgramProcess p({u"--headless"_s, u"--demo"_s, dir});
     ASSERT_TRUE(p.waitForLog(u"started on "_s + dir)) << p.log().toStdString();
     ASSERT_TRUE(p.stop(SIGINT));
     ASSERT_EQ(p.process.exitCode(), 0);
@@ -57,7 +57,7 @@ TEST(Program, RunsHeadlessOnceOnItsFolderAndClosesOnSigterm) {
                              dir + u"/IRSignals/TV-1.bin.4194305.x9Z7q0.tmp"_s};
     for (const QString& file : {stale[0], stale[1], dir + u"/notes.tmp"_s})
         ASSERT_TRUE(writeFile(file));
-    Program p({u"--headless"_s}, env);
+    ProgramProcess p({u"--headless"_s}, env);
     ASSERT_TRUE(p.waitForLog(u"started on "_s + dir)) << p.log().toStdString();
     EXPECT_FALSE(QFileInfo::exists(stale[0]));
     EXPECT_FALSE(QFileInfo::exists(stale[1]));
@@ -78,7 +78,7 @@ TEST(Program, RunsHeadlessOnceOnItsFolderAndClosesOnSigterm) {
     // A second instance on the folder ends at once with one line naming the first.
     QElapsedTimer timer;
     timer.start();
-    Program second(home(dir));
+    ProgramProcess second(home(dir));
     ASSERT_TRUE(second.finish(5000));
     EXPECT_LT(timer.elapsed(), 2000);
     EXPECT_EQ(second.process.exitCode(), 0);
@@ -100,7 +100,7 @@ TEST(Program, FolderThatCannotBeCreatedIsOneErrorLineAndStatus1) {
     QTemporaryDir tmp;
     ASSERT_TRUE(writeFile(tmp.path() + u"/file"_s));
     for (const QString& dir : {tmp.path() + u"/file/home"_s, tmp.path() + u"/file"_s}) {
-        Program p(home(dir));
+        ProgramProcess p(home(dir));
         ASSERT_TRUE(p.finish());
         EXPECT_EQ(p.process.exitCode(), 1);
         EXPECT_EQ(p.log(), u"kestrava: error: cannot create program folder %1: %2\n"_s.arg(
@@ -130,7 +130,7 @@ TEST(Program, DemoFolderIsPreparedOnceWithTheSimulator) {
 
     // An existing demo folder keeps the owner's changes.
     settings.WriteIni(u"Tira", u"Device", u"/dev/lirc0");
-    Program again({u"--headless"_s, u"--demo"_s, dir});
+    ProgramProcess again({u"--headless"_s, u"--demo"_s, dir});
     ASSERT_TRUE(again.waitForLog(u"started on"_s));
     EXPECT_EQ(settings.ReadIni(u"Tira", u"Device"), u"/dev/lirc0"_s);
 }
@@ -140,7 +140,7 @@ TEST(Program, SigtermClosesTheDesktopEvenWithABoxOpen) {
     auto env = QProcessEnvironment::systemEnvironment();
     env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
     // A new folder greets with a modal box that nobody answers.
-    Program p({u"--home"_s, tmp.path(), u"--verbose"_s}, env, Program::KeepPlatform);
+    ProgramProcess p({u"--home"_s, tmp.path(), u"--verbose"_s}, env, ProgramProcess::KeepPlatform);
     ASSERT_TRUE(p.waitForLog(u"desktop"_s)) << p.log().toStdString();
     QElapsedTimer timer;
     timer.start();
@@ -159,7 +159,7 @@ TEST(Program, UnusablePortsAreReportedAndReplacedForThisRun) {
     const QString taken = QString::number(holder.serverPort());
     for (const QString& stored : {taken, u"abc"_s}) {
         SettingsStore(tmp.path() + u"/setting.ini"_s).WriteIni(u"WebServer", u"Port", stored);
-        Program p(home(tmp.path()));
+        ProgramProcess p(home(tmp.path()));
         const quint16 port = p.webPort();
         EXPECT_TRUE(port >= 8080 && port <= 8179) << p.log().toStdString();
         EXPECT_TRUE(p.log().contains(stored == taken
@@ -191,7 +191,7 @@ TEST(Program, AnUnreadableSettingsFileIsNeverRewritten) {
     }
     auto env = QProcessEnvironment::systemEnvironment();
     env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
-    Program p({u"--home"_s, tmp.path()}, env, Program::KeepPlatform, asNobody);
+    ProgramProcess p({u"--home"_s, tmp.path()}, env, ProgramProcess::KeepPlatform, asNobody);
     ASSERT_TRUE(p.waitForLog(u"started on"_s)) << p.log().toStdString();
     ASSERT_EQ(chmod(QFile::encodeName(ini).constData(), 0), 0);
     ASSERT_TRUE(p.stop());
@@ -244,7 +244,7 @@ TEST(Program, PressesFromManyPhonesAtOnceAllGoOutInOrder) {
                                         SimDriver::NecSignal(0x40, uint8_t(k))));
         }
     }
-    Program p(home(dir));
+    ProgramProcess p(home(dir));
     const quint16 listening = p.webPort();
     ASSERT_NE(listening, 0) << p.log().toStdString();
 
@@ -285,7 +285,7 @@ TEST(Program, ReservationMadeThroughThePagesFiresInItsMinute) {
     const qint64 offset = 54000 - (real.time().second() * 1000 + real.time().msec());
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert(u"KESTRAVA_TEST_CLOCK_OFFSET_MS"_s, QString::number(offset));
-    Program program(home(dir), env);
+    ProgramProcess program(home(dir), env);
     const quint16 port = program.webPort();
     ASSERT_NE(port, 0) << program.log().toStdString();
 
@@ -347,7 +347,7 @@ TEST(Program, ExportsAndImportsFromTheCommandLine) {
     EXPECT_EQ(run({u"--home"_s, to, u"--import"_s, out + u"/junk.kxp"_s}, &output), 1);
     EXPECT_FALSE(QFileInfo::exists(to));
 
-    Program running(home(to));
+    ProgramProcess running(home(to));
     const quint16 port = running.webPort();
     ASSERT_NE(port, 0);
     EXPECT_EQ(run({u"--home"_s, to, u"--import"_s, out + u"/エアコン.kxp"_s, out + u"/junk.kxp"_s},

@@ -1,9 +1,10 @@
-#include "core/Application.h"
+#include "app/Program.h"
 #include "core/Clock.h"
-#include "core/MainWindow.h"
+#include "desktop/MainWindow.h"
 #include "exchange/Exchange.h"
 #include "exchange/ExchangeWindows.h"
 #include "remotes/Registry.h"
+#include "support/MainParts.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 
@@ -39,8 +40,8 @@ struct Desk {
     TempFolder t;
     SystemClock clock;
     ScriptedPrompt prompt;
-    Application app{t.folder, t.settings, clock, prompt};
-    MainWindow window{app};
+    Program app{t.folder, t.settings, clock, prompt};
+    MainWindow window{MainPartsOf(app)};
     QTemporaryDir out;
 };
 

@@ -32,7 +32,7 @@ TEST(LearningWizard, LearnsFunctionsAndStoresThemAtTheEnd) {
     auto* w = d.study();
     EXPECT_EQ(w->txtDeviceName->text(), u"無題"_s);
     ASSERT_NE(d.remotes.window(2), nullptr);
-    EXPECT_FALSE(d.app.state.RemoteLive);
+    EXPECT_FALSE(d.remotes.RemoteLive);
     QTest::mouseClick(w->optSelRemote[3], Qt::LeftButton); // テレビ20ボタン
     EXPECT_EQ(d.remotes.window(2), nullptr);
     ASSERT_NE(d.remotes.window(4), nullptr);

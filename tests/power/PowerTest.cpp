@@ -144,7 +144,7 @@ TEST(Power, WebPageSleepsLaterAndSigtermCancels) {
     settings.WriteIni(u"Options", u"PowerControl", u"1");
     auto env = QProcessEnvironment::systemEnvironment();
     env.insert(u"DBUS_SYSTEM_BUS_ADDRESS"_s, logind.address);
-    Program p({u"--headless"_s, u"--home"_s, home.path()}, env);
+    ProgramProcess p({u"--headless"_s, u"--home"_s, home.path()}, env);
     const quint16 port = p.webPort();
     QElapsedTimer took;
     took.start();

@@ -180,7 +180,7 @@ TEST(AddressWatch, ProgramUpdatesTheHostNameAtItsFirstCheck) {
     WriteInternetOptions(t.settings, lookup, dyndns);
     t.settings.WriteIni(u"Options", u"UPnPDescURL", NoRouter);
     t.settings.WriteIni(u"WebServer", u"Port", QString::number(freePort()));
-    Program p({u"--headless"_s, u"--verbose"_s, u"--home"_s, t.root()});
+    ProgramProcess p({u"--headless"_s, u"--verbose"_s, u"--home"_s, t.root()});
     ASSERT_TRUE(p.waitForLog(u"update: good"_s, 16000)) << p.log().toStdString();
     ASSERT_EQ(dyndns.requests.size(), 1);
     EXPECT_TRUE(

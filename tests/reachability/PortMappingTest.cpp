@@ -138,13 +138,11 @@ struct Mapper {
     explicit Mapper(const QString& port) {
         t.settings.WriteIni(u"Options", u"UPnPDescURL", u"http://192.168.77.1:5000/rootDesc.xml");
         t.settings.WriteIni(u"WebServer", u"Port", port);
-        delay.setInterval(20);
-        reWrite.setInterval(20);
+        mapping.setIntervalsMs(20, 20);
     }
     TempFolder t;
     FixedClock clock{QDateTime(QDate(2026, 11, 23), QTime(10, 0, 30))};
-    QTimer delay, reWrite;
-    PortMapping mapping{t.settings, clock, delay, reWrite};
+    PortMapping mapping{t.settings, clock};
 };
 
 } // namespace
@@ -164,9 +162,9 @@ TEST(PortMapping, MapsTheWebPortThroughTheRouterAndKeepsItThere) {
         });
     });
 
-    m.delay.start();
+    m.mapping.Start();
     ASSERT_TRUE(WaitUntil([&] { return m.mapping.MappingDone; }));
-    EXPECT_FALSE(m.delay.isActive());
+    EXPECT_FALSE(m.mapping.Trying());
     const QString line = u"Description:Kestrava ExternalPort:18080 Protocol:TCP "
                          u"InternalPort:18080 InternalClient:192.168.77.2\r\n"_s;
     EXPECT_EQ(Ask([&](auto d) { m.mapping.ListMapping(d); }), line);
@@ -197,7 +195,7 @@ TEST(PortMapping, MapsTheWebPortThroughTheRouterAndKeepsItThere) {
     EXPECT_EQ(Ask([&](auto d) { m.mapping.DeleteMappingPort(u"18080"_s, u"TCP"_s, d); }),
               u"Success"_s);
     EXPECT_FALSE(m.mapping.MappingDone);
-    EXPECT_FALSE(m.delay.isActive() || m.reWrite.isActive());
+    EXPECT_FALSE(m.mapping.Trying() || m.mapping.KeepingAlive());
     EXPECT_EQ(Ask([&](auto d) { m.mapping.ListMapping(d); }),
               u"Description:VNC ExternalPort:15900 Protocol:TCP InternalPort:15900 "
               u"InternalClient:192.168.77.2\r\n"_s);
@@ -210,16 +208,16 @@ TEST(PortMapping, FailuresLeaveTheMappingUndoneAndTheLoopRunning) {
     Mapper m(u"18080"_s);
     int ticks = 0;
     bool offDuringAttempt = false;
-    QObject::connect(&m.delay, &QTimer::timeout, [&] {
+    QObject::connect(&m.mapping, &PortMapping::tryStarted, [&] {
         ++ticks;
-        offDuringAttempt = !m.delay.isActive();
-        m.delay.setInterval(60000);
+        offDuringAttempt = !m.mapping.Trying();
+        m.mapping.setIntervalsMs(60000, 20);
     });
-    m.delay.start();
-    ASSERT_TRUE(WaitUntil([&] { return ticks == 1 && m.delay.isActive(); }));
+    m.mapping.Start();
+    ASSERT_TRUE(WaitUntil([&] { return ticks == 1 && m.mapping.Trying(); }));
     EXPECT_TRUE(offDuringAttempt);
     EXPECT_FALSE(m.mapping.MappingDone);
-    EXPECT_FALSE(m.reWrite.isActive());
+    EXPECT_FALSE(m.mapping.KeepingAlive());
 
     for (const QString& port : {u"abc"_s, u"99999"_s})
         EXPECT_EQ(Ask([&](auto d) {
@@ -229,10 +227,10 @@ TEST(PortMapping, FailuresLeaveTheMappingUndoneAndTheLoopRunning) {
 
     // A removal that fails still forgets the mapping and stops both timers.
     m.mapping.MappingDone = true;
-    m.reWrite.start();
+    m.mapping.Start();
     EXPECT_EQ(Ask([&](auto d) { m.mapping.DeleteMappingPort(u"abc"_s, u"TCP"_s, d); }),
               u"Failed"_s);
-    EXPECT_FALSE(m.mapping.MappingDone || m.delay.isActive() || m.reWrite.isActive());
+    EXPECT_FALSE(m.mapping.MappingDone || m.mapping.Trying() || m.mapping.KeepingAlive());
 
     // A router that accepts and never answers: the loop keeps running meanwhile.
     QTcpServer silent;
@@ -273,7 +271,7 @@ TEST(PortMapping, TheProgramMapsMailsAndUpdatesAfterTenSecondsAndRemovesTheMappi
         m.t.settings.WriteIni(u"Options", key, value);
     QElapsedTimer sinceStart;
     sinceStart.start();
-    Program p({u"--headless"_s, u"--home"_s, m.t.root()});
+    ProgramProcess p({u"--headless"_s, u"--home"_s, m.t.root()});
     ASSERT_EQ(p.webPort(), 18081) << p.log().toStdString();
     auto list = [&] { return Ask([&](auto d) { m.mapping.UPnPListMappings(d); }); };
     EXPECT_EQ(list(), u""_s);

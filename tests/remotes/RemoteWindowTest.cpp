@@ -1,5 +1,5 @@
 #include "remotes/RemoteWindow.h"
-#include "core/MessageBoxPrompt.h"
+#include "desktop/MessageBoxPrompt.h"
 #include "learning/RemoteEditor.h"
 #include "remotes/DesignLayout.h"
 #include "support/LearningDesk.h"
@@ -39,7 +39,8 @@ void doubleClick(QWidget* widget) {
 
 TEST(RemoteWindow, LiveClicksSendTheCaptionLearningClicksOnlyReport) {
     Desk d;
-    RemoteWindow w(4, d.app.state, d.t.settings, d.device);
+    bool live = false;
+    RemoteWindow w(4, live, d.t.settings, d.device);
     w.setDeviceName(u"TV"_s);
     w.setFunction(0, u"電源"_s);
     w.setFunction(1, QString());
@@ -50,7 +51,7 @@ TEST(RemoteWindow, LiveClicksSendTheCaptionLearningClicksOnlyReport) {
     QObject::connect(&w, &RemoteWindow::keyClicked, [&](int id) { learned = id; });
     w.show();
 
-    d.app.state.RemoteLive = true;
+    live = true;
     QTest::mouseClick(w.imgB(0), Qt::LeftButton);
     EXPECT_EQ(d.sent(), 1);
     EXPECT_EQ(reported, 0);
@@ -67,7 +68,7 @@ TEST(RemoteWindow, LiveClicksSendTheCaptionLearningClicksOnlyReport) {
     EXPECT_TRUE(w.isVisible());
 
     // Learning: the button is reported, with or without a caption, and nothing is sent.
-    d.app.state.RemoteLive = false;
+    live = false;
     QTest::mouseClick(w.imgB(19), Qt::LeftButton);
     EXPECT_EQ(learned, 19);
     EXPECT_EQ(reported, 19);
@@ -89,7 +90,7 @@ TEST(RemoteWindow, EveryDesignMatchesThePagesFitsItsShapeAndCutsNoCaption) {
     };
     for (int design = 1; design <= 6; ++design) {
         SCOPED_TRACE(design);
-        RemoteWindow w(design, d.app.state, d.t.settings, d.device);
+        RemoteWindow w(design, d.remotes.RemoteLive, d.t.settings, d.device);
         const DesignLayout* layout = LayoutOfDesign(design);
         ASSERT_EQ(w.buttonCount(), DesignByText(QString::number(design))->buttonCount);
         const QRegion shape = w.mask();
@@ -130,7 +131,7 @@ TEST(RemoteWindow, FirstPlaceIsTheWorkAreaCornerThenEachDesignKeepsItsOwn) {
     const QPoint corner =
         QGuiApplication::primaryScreen()->availableGeometry().bottomRight() + QPoint(1, 1);
     {
-        RemoteWindow w(5, d.app.state, d.t.settings, d.device);
+        RemoteWindow w(5, d.remotes.RemoteLive, d.t.settings, d.device);
         // 5 twips in from the corner, which rounds to the pixel at the corner.
         EXPECT_EQ(w.pos(), corner - QPoint(w.width(), w.height()));
         w.show();
@@ -151,14 +152,14 @@ TEST(RemoteWindow, FirstPlaceIsTheWorkAreaCornerThenEachDesignKeepsItsOwn) {
         EXPECT_EQ(d.pos(u"Remote5_T"), QString::number(dragged.y() * 15));
         EXPECT_EQ(d.pos(u"Remote5_L"), QString::number(dragged.x() * 15));
     }
-    RemoteWindow again(5, d.app.state, d.t.settings, d.device);
+    RemoteWindow again(5, d.remotes.RemoteLive, d.t.settings, d.device);
     EXPECT_EQ(again.pos(), corner - QPoint(again.width(), again.height()) - QPoint(20, 30));
-    RemoteWindow other(3, d.app.state, d.t.settings, d.device);
+    RemoteWindow other(3, d.remotes.RemoteLive, d.t.settings, d.device);
     EXPECT_EQ(other.pos(), corner - QPoint(other.width(), other.height()));
     // Stored twips between pixels round to the nearest one.
     d.t.settings.WriteIni(u"Pos", u"Remote2_T", u"1508");
     d.t.settings.WriteIni(u"Pos", u"Remote2_L", u"-22");
-    RemoteWindow hand(2, d.app.state, d.t.settings, d.device);
+    RemoteWindow hand(2, d.remotes.RemoteLive, d.t.settings, d.device);
     EXPECT_EQ(hand.pos(), QPoint(-1, 101));
 }
 
@@ -168,13 +169,13 @@ TEST(RemoteLauncher, ChoosingADeviceOpensItsRemoteAlone) {
     d.t.settings.WriteIni(u"Remote-1", u"Button-15", u"入力切替え");
     d.remote(3, u"照明"_s, 2, {});
     d.remote(4, u"壊れた"_s, 7, {});
-    RemoteLauncher remotes(d.app, d.device);
+    RemoteLauncher remotes(d.t.settings, d.events, d.device);
 
     remotes.ShowRemoteWindow(u"TV"_s, 1);
     RemoteWindow* tv = remotes.window(4);
     ASSERT_TRUE(tv);
     EXPECT_TRUE(tv->isVisible());
-    EXPECT_TRUE(d.app.state.RemoteLive);
+    EXPECT_TRUE(remotes.RemoteLive);
     EXPECT_EQ(tv->deviceName(), u"TV");
     EXPECT_EQ(tv->function(15), u"入力切替え");
     EXPECT_EQ(tv->function(1), QString());
@@ -218,7 +219,7 @@ TEST(RemoteLauncher, ChoosingADeviceOpensItsRemoteAlone) {
     remotes.ShowRemoteWindow(u"TV"_s, 1);
 
     // The close order unloads every remote.
-    emit d.app.unloadRemoteWindows();
+    emit d.events.unloadRemoteWindows();
     EXPECT_FALSE(remotes.window(4));
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
@@ -227,13 +228,13 @@ TEST(RemoteLauncher, TestModeShowsTheFixedDevicesWithoutSending) {
     Desk d;
     d.t.settings.WriteIni(u"Tira", u"Testmode", u"1");
     d.remote(1, u"テレビ"_s, 2, {});
-    RemoteLauncher remotes(d.app, d.device);
-    d.app.state.RemoteLive = true;
+    RemoteLauncher remotes(d.t.settings, d.events, d.device);
+    remotes.RemoteLive = true;
 
     remotes.ShowRemoteWindow(u"エアコン"_s, 0);
     RemoteWindow* aircon = remotes.window(3);
     ASSERT_TRUE(aircon);
-    EXPECT_FALSE(d.app.state.RemoteLive);
+    EXPECT_FALSE(remotes.RemoteLive);
     EXPECT_EQ(aircon->function(4), u"暖/冷");
 
     // The registry is not looked at: テレビ is design 4 with its fixed functions.

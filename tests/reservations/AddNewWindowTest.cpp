@@ -1,8 +1,9 @@
 #include "reservations/AddNewWindow.h"
-#include "core/Application.h"
-#include "core/MainWindow.h"
+#include "app/Program.h"
+#include "desktop/MainWindow.h"
 #include "reservations/ReserveStore.h"
 #include "support/FixedClock.h"
+#include "support/MainParts.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 
@@ -25,12 +26,12 @@ struct Desk {
     TempFolder t;
     FixedClock clock{QDateTime(QDate(2026, 11, 23), QTime(12, 0, 30))}; // a Monday
     ScriptedPrompt prompt;
-    Application app{t.folder, t.settings, clock, prompt};
+    Program app{t.folder, t.settings, clock, prompt};
     std::unique_ptr<MainWindow> window;
 
     Desk() {
         t.settings.WriteIni(u"Tira", u"Testmode", u"1");
-        window = std::make_unique<MainWindow>(app);
+        window = std::make_unique<MainWindow>(MainPartsOf(app));
     }
     template <typename T> T* in(QWidget* w, const QString& name) {
         T* c = w->findChild<T*>(name);

@@ -1,9 +1,10 @@
 #include "setup/SetupLauncher.h"
 
-#include "core/Application.h"
+#include "app/Program.h"
 #include "core/Clock.h"
 #include "core/Password.h"
 #include "infrared/Transceiver.h"
+#include "reachability/PortMapping.h"
 #include "support/HttpStandIn.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
@@ -30,17 +31,19 @@ struct Desk {
     TempFolder t;
     SystemClock clock;
     ScriptedPrompt prompt;
-    Application app{t.folder, t.settings, clock, prompt};
+    Program app{t.folder, t.settings, clock, prompt};
     Transceiver device{t.folder, t.settings, prompt};
-    Dispatcher dispatcher;
-    WebServer web{t.folder, t.settings, clock, prompt, dispatcher};
 
+    SetupParts parts() {
+        return {t.folder,          t.settings,      prompt,      app.events,       app.scheduler,
+                *app.addressWatch, *app.dnsService, *app.dynDns, *app.portMapping, &app.webServer};
+    }
     std::unique_ptr<SetupWindow> open() {
         SetupServices services;
         services.testTransceiver = [this](const QString& target, qint16 port) {
             return device.TestTarget(target, port);
         };
-        auto dialog = std::make_unique<SetupWindow>(app, services);
+        auto dialog = std::make_unique<SetupWindow>(parts(), services);
         dialog->show();
         return dialog;
     }
@@ -69,12 +72,11 @@ TEST(SetupWindow, ClicksStayAfterCancelAndTextsWaitForOK) {
     d.t.settings.WriteIni(u"Options", u"UPnPDescURL", u"http://127.0.0.1:1/rootDesc.xml");
     // The server is up already, on a port of its own.
     d.t.settings.WriteIni(u"WebServer", u"Port", u"0");
-    d.web.portFallback = [](const QList<quint16>&) { return quint16(0); };
-    ASSERT_TRUE(d.web.InitWebServer());
-    d.app.webServer = &d.web;
+    d.app.webServer.portFallback = [](const QList<quint16>&) { return quint16(0); };
+    ASSERT_TRUE(d.app.webServer.InitWebServer());
     d.t.settings.WriteIni(u"WebServer", u"Port", u"8123");
     auto w = d.open();
-    EXPECT_TRUE(d.app.state.SetupOpen);
+    EXPECT_FALSE(w->unloaded());
     EXPECT_EQ(w->windowTitle(), u"Kestrava - 設定"_s);
     w->showTab(SetupWindow::WebTab);
 
@@ -83,12 +85,12 @@ TEST(SetupWindow, ClicksStayAfterCancelAndTextsWaitForOK) {
         << Desk::find<QLabel>(w.get(), u"lblINetAddr"_s)->text().toStdString();
     EXPECT_EQ(Desk::find<QLabel>(w.get(), u"lblINetAddr"_s)->text(), u"http://203.0.113.7:8123"_s);
     EXPECT_TRUE(Desk::find<QCheckBox>(w.get(), u"chkNotifyMail"_s)->isEnabled());
-    EXPECT_EQ(d.app.timUPnPDelay.interval(), 100);
+    EXPECT_EQ(d.app.portMapping->TryIntervalMs(), 100);
 
     Desk::click(w.get(), u"chkWebAuth"_s);
-    EXPECT_TRUE(d.web.Login().WebAuthOn);
+    EXPECT_TRUE(d.app.webServer.Login().WebAuthOn);
     QTest::keyClicks(Desk::find<QLineEdit>(w.get(), u"txtWebPass"_s), u"secret"_s);
-    EXPECT_EQ(d.web.Login().WebPass, u"secret"_s);
+    EXPECT_EQ(d.app.webServer.Login().WebPass, u"secret"_s);
 
     // The pause between reservations shows the 2 s of an empty key; a pick is
     // written at once.
@@ -98,14 +100,14 @@ TEST(SetupWindow, ClicksStayAfterCancelAndTextsWaitForOK) {
     interval->setCurrentText(u"0.5"_s);
     EXPECT_EQ(d.ini(u"Options", u"Interval"), u"500"_s);
 
-    QSignalSpy closed(&d.app, &Application::setupClosed);
+    QSignalSpy closed(&d.app.events, &ProgramEvents::setupClosed);
     Desk::click(w.get(), u"cmdCancel"_s);
     EXPECT_EQ(closed.size(), 1);
-    EXPECT_FALSE(d.app.state.SetupOpen);
+    EXPECT_TRUE(w->unloaded());
     EXPECT_EQ(d.ini(u"Options", u"Internet"), u"1"_s);
     EXPECT_EQ(d.ini(u"Options", u"WebAuth"), u"1"_s);
     EXPECT_TRUE(d.ini(u"Options", u"Web_Pass").isEmpty());
-    EXPECT_EQ(d.web.Login().WebPass, u"secret"_s);
+    EXPECT_EQ(d.app.webServer.Login().WebPass, u"secret"_s);
     EXPECT_EQ(d.ini(u"WebServer", u"Port"), u"8123"_s);
 
     // A failed lookup turns internet use off again.
@@ -179,10 +181,9 @@ TEST(SetupWindow, OkChecksInOrderAndTheChoicesAreTried) {
 // page until a port is chosen that can be opened.
 TEST(SetupWindow, FirstRunAndATakenPortWaitForTheDialog) {
     Desk d;
-    Dispatcher dispatcher;
-    WebServer server(d.t.folder, d.t.settings, d.clock, d.prompt, dispatcher);
-    d.app.webServer = &server;
-    SetupLauncher windows(d.app, {});
+    WebServer& server = d.app.webServer;
+    SetupLauncher windows(d.parts(), {});
+    d.app.setupOpen = [&] { return windows.SetupOpen(); };
     server.portFallback = [&](const QList<quint16>& tried) { return windows.PortFallback(tried); };
 
     QTimer::singleShot(0, [&] {
@@ -190,7 +191,7 @@ TEST(SetupWindow, FirstRunAndATakenPortWaitForTheDialog) {
         Desk::click(windows.current(), u"cmdOK"_s);
     });
     d.app.Start();
-    EXPECT_EQ(d.prompt.shown, QStringList{u"info:"_s + Application::FirstRunText});
+    EXPECT_EQ(d.prompt.shown, QStringList{u"info:"_s + Program::FirstRunText});
     const QString first = d.ini(u"WebServer", u"Port");
     EXPECT_EQ(server.WebPort(), Val(first));
 

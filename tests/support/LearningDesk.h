@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/Application.h"
+#include "core/ProgramEvents.h"
 #include "core/Settings.h"
 #include "infrared/SignalStore.h"
 #include "infrared/SimDriver.h"
@@ -109,8 +109,8 @@ struct LearningDesk {
     TempFolder t;
     ScriptedPrompt prompt;
     FixedClock clock;
-    Application app{t.folder, t.settings, clock, prompt};
+    ProgramEvents events;
     Transceiver device{t.folder, t.settings, prompt};
-    RemoteLauncher remotes{app, device};
-    LearningLauncher windows{app, device, remotes};
+    RemoteLauncher remotes{t.settings, events, device};
+    LearningLauncher windows{{t.folder, t.settings, prompt, events}, device, remotes};
 };

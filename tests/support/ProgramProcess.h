@@ -10,14 +10,14 @@
 #include <functional>
 
 // The real program, started headless on a folder of the test's own.
-class Program {
+class ProgramProcess {
 public:
     enum Platform { NoDisplay, KeepPlatform };
 
     // inChild runs in the new process before the program (e.g. to drop privileges).
-    explicit Program(QStringList args,
-                     QProcessEnvironment env = QProcessEnvironment::systemEnvironment(),
-                     Platform platform = NoDisplay, std::function<void()> inChild = {}) {
+    explicit ProgramProcess(QStringList args,
+                            QProcessEnvironment env = QProcessEnvironment::systemEnvironment(),
+                            Platform platform = NoDisplay, std::function<void()> inChild = {}) {
         if (inChild)
             process.setChildProcessModifier(inChild);
         // Never the machine's own logind: a test must not put it to sleep.
@@ -32,7 +32,7 @@ public:
         process.start(QStringLiteral(KESTRAVA_BINARY), args);
         process.waitForStarted(5000);
     }
-    ~Program() {
+    ~ProgramProcess() {
         if (process.state() != QProcess::NotRunning) {
             process.kill();
             process.waitForFinished(5000);

@@ -1,5 +1,6 @@
-#include "core/MainWindow.h"
+#include "desktop/MainWindow.h"
 #include "support/LearningDesk.h"
+#include "support/MainParts.h"
 #include "webpages/MenuPages.h"
 #include "webpages/RemotePages.h"
 #include "webserver/Dispatcher.h"
@@ -16,7 +17,8 @@ using namespace Qt::StringLiterals;
 // see it on the pages, open and fire it from the list, re-teach in the editor.
 TEST(DesktopRoad, LearnOpenSendEditWithTheSimulator) {
     LearningDesk d;
-    MainWindow window(d.app);
+    Program app(d.t.folder, d.t.settings, d.clock, d.prompt);
+    MainWindow window(MainPartsOf(app));
     QObject::connect(&window, &MainWindow::studyRequested, &d.windows,
                      &LearningLauncher::OpenStudy);
     QObject::connect(&window, &MainWindow::editRequested, &d.windows, &LearningLauncher::OpenEdit);

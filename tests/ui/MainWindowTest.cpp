@@ -1,7 +1,8 @@
-#include "core/MainWindow.h"
-#include "core/Application.h"
+#include "desktop/MainWindow.h"
+#include "app/Program.h"
 #include "power/Power.h"
 #include "support/FixedClock.h"
+#include "support/MainParts.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 
@@ -25,8 +26,8 @@ struct Desktop {
     TempFolder t;
     FixedClock clock{QDateTime(QDate(2026, 11, 23), QTime(12, 0, 30))};
     ScriptedPrompt prompt;
-    Application app{t.folder, t.settings, clock, prompt};
-    MainWindow window{app};
+    Program app{t.folder, t.settings, clock, prompt};
+    MainWindow window{MainPartsOf(app)};
 
     template <typename T = QWidget> T* find(const QString& name) {
         T* w = window.findChild<T*>(name);
@@ -58,7 +59,7 @@ TEST(MainWindow, MenuSwitchKeepsPlaceAndChangesHeight) {
     EXPECT_EQ(d.window.windowTitle(), u"Kestrava"_s);
     EXPECT_TRUE(d.window.findChild<QMenuBar*>()->isVisible());
     EXPECT_TRUE(d.find(u"Command1_1"_s)->isVisible());
-    QSignalSpy setup(&d.app, &Application::setupRequested);
+    QSignalSpy setup(&d.app.events, &ProgramEvents::setupRequested);
     d.window.MTira->trigger();
     EXPECT_EQ(setup.size(), 1);
     d.window.MVersion->trigger();
@@ -170,8 +171,7 @@ TEST(MainWindow, DeviceListOpensRemote) {
     ASSERT_TRUE(QTest::qWaitFor([&] { return combo->count() == 4; }, 3000));
     EXPECT_EQ(combo->itemText(1), u"ラジオ"_s);
 
-    d.app.timComboVisible.setInterval(1);
-    d.app.timComboVisible.start();
+    d.window.setComboHideMs(1);
     QTRY_VERIFY_WITH_TIMEOUT(!combo->isVisible(), 2000);
 }
 

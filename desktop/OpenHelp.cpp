@@ -1,4 +1,4 @@
-#include "core/OpenHelp.h"
+#include "desktop/OpenHelp.h"
 
 #include "core/Help.h"
 

@@ -1,4 +1,4 @@
-#include "core/AboutWindow.h"
+#include "desktop/AboutWindow.h"
 
 #include <QDialogButtonBox>
 #include <QLabel>

@@ -1,4 +1,4 @@
-#include "core/MessageBoxPrompt.h"
+#include "desktop/MessageBoxPrompt.h"
 
 #include <QGuiApplication>
 #include <QLabel>

@@ -3,19 +3,42 @@
 #include <QPoint>
 #include <QPointer>
 #include <QSystemTrayIcon>
+#include <QTimer>
 #include <QWidget>
+
+#include <functional>
 
 class AboutWindow;
 class AddNewWindow;
 class ExportWindow;
 class ImportWindow;
-class Application;
+class AddressWatch;
+class Clock;
+class Power;
+class ProgramEvents;
+class ProgramFolder;
+class Scheduler;
+class SettingsStore;
+class UserPrompt;
 class QAction;
 class QComboBox;
 class QLabel;
 class QMenuBar;
 class QTableView;
 class QToolButton;
+
+// What the main window shows and forwards to.
+struct MainParts {
+    const ProgramFolder& folder;
+    SettingsStore& settings;
+    const Clock& clock;
+    UserPrompt& prompt;
+    ProgramEvents& events;
+    Scheduler& scheduler;
+    AddressWatch& addressWatch;
+    Power& power;
+    std::function<void()> close; // the program's close order
+};
 
 // The main window: a small frameless panel, dragged from anywhere, that lives in
 // the tray when minimised. It shows the application and forwards to it; closing
@@ -28,7 +51,7 @@ public:
     static constexpr int HeightWithoutMenuTwips = 2070;
     static constexpr int WidthPixels = 400;
 
-    explicit MainWindow(Application& app, QWidget* parent = nullptr);
+    explicit MainWindow(MainParts parts, QWidget* parent = nullptr);
     ~MainWindow() override;
 
     // The window's share of the start order: place it from Pos, show it or go
@@ -60,6 +83,8 @@ public:
     QAction* MEditRemote = nullptr;
     QAction* MHelpFile = nullptr;
     QAction* MVersion = nullptr;
+    // For tests: how long the device list stays.
+    void setComboHideMs(int ms);
 
 signals:
     // A device was chosen in the device list: open its on-screen remote. The
@@ -88,7 +113,8 @@ private:
     void showExport();
     void showImport();
 
-    Application& app_;
+    MainParts app_;
+    QTimer timComboVisible_; // 10 s, one shot: hides the device list
     bool menuShown_ = false;
     bool dragActive_ = false;
     QPoint dragStart_; // press position relative to the window's top left

@@ -1,18 +1,19 @@
-#include "core/MainWindow.h"
+#include "desktop/MainWindow.h"
 #include "core/SettingKeys.h"
 
-#include "core/AboutWindow.h"
-#include "core/Application.h"
 #include "core/NetAddress.h"
-#include "core/OpenHelp.h"
+#include "core/ProgramEvents.h"
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
+#include "desktop/AboutWindow.h"
+#include "desktop/OpenHelp.h"
 #include "exchange/ExchangeWindows.h"
 #include "power/Power.h"
 #include "power/SuspendWindow.h"
 #include "reachability/AddressWatch.h"
 #include "remotes/Registry.h"
 #include "reservations/AddNewWindow.h"
+#include "reservations/Scheduler.h"
 
 #include <QAction>
 #include <QApplication>
@@ -100,8 +101,8 @@ void bringUp(QWidget* w) {
 
 } // namespace
 
-MainWindow::MainWindow(Application& app, QWidget* parent)
-    : QWidget(parent, Qt::Window | Qt::FramelessWindowHint), app_(app) {
+MainWindow::MainWindow(MainParts parts, QWidget* parent)
+    : QWidget(parent, Qt::Window | Qt::FramelessWindowHint), app_(std::move(parts)) {
     setObjectName(u"frmMain"_s);
     setWindowIcon(PanelIcon());
     setStyleSheet(PanelStyle);
@@ -130,21 +131,24 @@ MainWindow::MainWindow(Application& app, QWidget* parent)
         if (!same)
             FillDevices();
     });
-    connect(&app_.timComboVisible, &QTimer::timeout, this, [this] { cmbDeviceName_->hide(); });
-    connect(app_.addressWatch, &AddressWatch::localUrlDue, this, &MainWindow::ShowLocalAddress);
-    connect(app_.addressWatch, &AddressWatch::urlShown, this,
+    timComboVisible_.setInterval(10000);
+    timComboVisible_.setSingleShot(true);
+    connect(&timComboVisible_, &QTimer::timeout, this, [this] { cmbDeviceName_->hide(); });
+    connect(&app_.addressWatch, &AddressWatch::localUrlDue, this, &MainWindow::ShowLocalAddress);
+    connect(&app_.addressWatch, &AddressWatch::urlShown, this,
             [this](const QString& url) { lblAddr_->setText(url); });
-    connect(&app_, &Application::unloadWindows, this, [this] {
+    connect(&app_.events, &ProgramEvents::unloadWindows, this, [this] {
         // A box left open would keep its own event loop, and the program, alive.
         for (QWidget* w : QApplication::topLevelWidgets())
             if (auto* dialog = qobject_cast<QDialog*>(w); dialog && dialog->isVisible())
                 dialog->reject();
         if (addNew_)
             addNew_->close();
+        timComboVisible_.stop();
         hide();
     });
     // Last in the close order: the position, then the tray icon goes.
-    connect(&app_, &Application::closed, this, [this] {
+    connect(&app_.events, &ProgramEvents::closed, this, [this] {
         StorePosition();
         tray_->hide();
     });
@@ -176,7 +180,7 @@ void MainWindow::buildMenus() {
     QMenu* settei = menuBar_->addMenu(u"設定(&O)"_s);
     settei->setObjectName(u"MSettei"_s);
     MTira = item(settei, u"MTira"_s, u"全般設定(&T)"_s, true);
-    connect(MTira, &QAction::triggered, &app_, &Application::setupRequested);
+    connect(MTira, &QAction::triggered, &app_.events, &ProgramEvents::setupRequested);
     QMenu* study = settei->addMenu(u"リモコン信号の学習(&S)"_s);
     study->setObjectName(u"MStudy"_s);
     MStudyNew = item(study, u"MStudyNew"_s, u"新しいリモコンの学習(&N)"_s, true);
@@ -268,7 +272,7 @@ void MainWindow::buildPanel() {
         FillDevices();
         cmbDeviceName_->show();
         cmbDeviceName_->raise();
-        app_.timComboVisible.start();
+        timComboVisible_.start();
     });
     cmbDeviceName_ = new QComboBox(this);
     cmbDeviceName_->setObjectName(u"cmbDeviceName"_s);
@@ -288,8 +292,8 @@ void MainWindow::buildPanel() {
     rowsChanged();
     cmdSuspend_ = PanelButton(this, u"cmdSuspend"_s, u"休止"_s, u"休止状態にします"_s);
     cmdSuspend_->hide();
-    connect(cmdSuspend_, &QToolButton::clicked, app_.power, &Power::SuspendPressed);
-    new SuspendWindow(*app_.power, this);
+    connect(cmdSuspend_, &QToolButton::clicked, &app_.power, &Power::SuspendPressed);
+    new SuspendWindow(app_.power, this);
 }
 
 void MainWindow::layOut() {
@@ -370,7 +374,8 @@ void MainWindow::FillDevices() {
 
 AddNewWindow* MainWindow::ShowAddNew(const QString& editFile) {
     if (!addNew_)
-        addNew_ = new AddNewWindow(app_);
+        addNew_ =
+            new AddNewWindow(app_.folder, app_.settings, app_.clock, app_.prompt, app_.scheduler);
     if (!editFile.isEmpty())
         addNew_->EditFile(editFile);
     bringUp(addNew_);
@@ -382,13 +387,19 @@ void MainWindow::ShowNextReserve() {
 }
 
 void MainWindow::ShowLocalAddress() {
-    lblAddr_->setText(app_.addressWatch->LocalUrl());
+    lblAddr_->setText(app_.addressWatch.LocalUrl());
+}
+
+void MainWindow::setComboHideMs(int ms) {
+    timComboVisible_.setInterval(ms);
+    if (timComboVisible_.isActive())
+        timComboVisible_.start();
 }
 
 void MainWindow::deviceChosen(int index) {
     // Each choice gives the list another ten seconds.
-    app_.timComboVisible.stop();
-    app_.timComboVisible.start();
+    timComboVisible_.stop();
+    timComboVisible_.start();
     const QString name = cmbDeviceName_->itemText(index);
     if (name.isEmpty() || name == u"選択して下さい")
         return;
@@ -437,13 +448,13 @@ void MainWindow::StorePosition() {
 
 void MainWindow::showExport() {
     if (!export_)
-        export_ = new ExportWindow(app_, this);
+        export_ = new ExportWindow(app_.folder, app_.settings, app_.prompt, this);
     bringUp(export_);
 }
 
 void MainWindow::showImport() {
     if (!import_) {
-        import_ = new ImportWindow(app_, this);
+        import_ = new ImportWindow(app_.folder, app_.settings, app_.prompt, this);
         connect(import_, &ImportWindow::devicesChanged, this, &MainWindow::FillDevices);
     }
     bringUp(import_);
@@ -531,5 +542,5 @@ void MainWindow::changeEvent(QEvent* event) {
 
 void MainWindow::closeEvent(QCloseEvent* event) {
     event->accept();
-    app_.Close();
+    app_.close();
 }

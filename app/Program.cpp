@@ -1,0 +1,225 @@
+#include "app/Program.h"
+#include "core/SettingKeys.h"
+
+#include "camera/PreviewWindow.h"
+#include "core/Clock.h"
+#include "core/NetAddress.h"
+#include "core/ProgramFolder.h"
+#include "core/Settings.h"
+#include "core/UserPrompt.h"
+#include "desktop/MainWindow.h"
+#include "infrared/DeviceList.h"
+#include "learning/LearningLauncher.h"
+#include "power/Power.h"
+#include "reachability/AddressMail.h"
+#include "reachability/AddressWatch.h"
+#include "reachability/DynDns.h"
+#include "reachability/PortMapping.h"
+#include "remotes/Press.h"
+#include "remotes/Registry.h"
+#include "remotes/RemoteLauncher.h"
+#include "setup/PortChoice.h"
+#include "setup/SetupLauncher.h"
+#include "webpages/MenuPages.h"
+#include "webpages/PowerPages.h"
+#include "webpages/RemotePages.h"
+#include "webpages/ReservePages.h"
+
+#include <QDesktopServices>
+#include <QDir>
+#include <QEventLoop>
+#include <QLoggingCategory>
+#include <QUrl>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+Q_LOGGING_CATEGORY(lcApp, "kestrava.app")
+} // namespace
+
+const QString Program::FirstRunText =
+    u"Kestrava（ケストラバ）をインストールしていただきましてありがとうございます。\r\n"
+    u"\r\n"
+    u"初めて起動されましたので、次の画面で初期設定を行ってください。\r\n"
+    u"不明な点につきましては、ヘルプ文書の各項をご参照ください。"_s;
+
+Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const Clock& clock_,
+                 UserPrompt& prompt_, QObject* parent)
+    : QObject(parent), folder(folder_), settings(settings_), clock(clock_), prompt(prompt_),
+      scheduler(folder_, settings_, clock_), device(folder_, settings_, prompt_),
+      camera(folder_, settings_, prompt_),
+      webServer(folder_, settings_, clock_, prompt_, dispatcher) {
+    dnsService = new DnsService(settings, this);
+    dynDns = new DynDns(settings, clock, folder.path(u"DynDns.log"), *dnsService, this);
+    addressMail = new AddressMail(settings, this);
+    addressMail->setPrompt(&prompt);
+    addressMail->setClock(&clock);
+    addressWatch = new AddressWatch(settings, *dnsService, *addressMail, *dynDns, this);
+    portMapping = new PortMapping(settings, clock, this);
+    power = new Power(settings, prompt, scheduler, this);
+    scheduler.hibernate = [this] { power->HibernateNow(); };
+
+    connect(&events, &ProgramEvents::releaseDevice, &device, &Transceiver::Unload);
+    power->deActivateTira = [this] { device.DeActivateTira(); };
+    // Reserved signals go out like web presses: a failure is told without a box.
+    scheduler.send = [this](const QString& path) {
+        return device.TransmitTira(path, Transceiver::Origin::Background);
+    };
+
+    InstallMenuPages(dispatcher, settings);
+    RemotePageServices remotePages;
+    remotePages.send = [this](const QString& remote, const QString& button) {
+        return TXSignalById(device, remote, button);
+    };
+    if (settings.IsOn(Key::TakePic))
+        camera.start();
+    remotePages.takeSnapshot = [this] {
+        if (!camera.running() && !camera.start(true))
+            return false;
+        return camera.takePic();
+    };
+    remotePages.cameraOff = [this] { camera.stop(); };
+    InstallRemotePages(dispatcher, settings, clock, remotePages);
+    InstallPowerPages(dispatcher, settings, *power, [this] { return addressWatch->GlobalAddr(); });
+    InstallReservePages(dispatcher, {folder, settings, clock, [this] { scheduler.FillGrid(); }});
+    // Headless, a missing or unusable port is replaced by a free one; the
+    // desktop asks instead.
+    webServer.portFallback = [this](const QList<quint16>& tried) {
+        return FirstFreeWebPort(settings, tried);
+    };
+}
+
+void Program::Start() {
+    folder.CreateDataFolders();
+    if (IsTestMode(settings))
+        QDir().mkpath(folder.path(u"testmode/reserve"));
+    int pictures = folder.WritePictures();
+    if (pictures > 0)
+        qCDebug(lcApp) << "wrote" << pictures << "pictures";
+
+    if (!settings.Read(Key::WebPort).isEmpty()) {
+        webServer.InitWebServer();
+    } else if (headless) {
+        // No screen to greet on: listen, then say where the pages and settings are.
+        if (webServer.InitWebServer())
+            qCInfo(lcApp).noquote()
+                << "first start: the pages are at" << LocalUrl(webServer.WebPort()) + u"/"_s
+                << "and the settings are kept in" << settings.path();
+    } else {
+        // First run: the help's first steps, a greeting, then setup with events
+        // going until it closes.
+        if (openHelp)
+            openHelp(u"first-run.html"_s);
+        prompt.Information(FirstRunText);
+        emit events.setupRequested();
+        if (setupOpen && setupOpen()) {
+            QEventLoop loop;
+            connect(&events, &ProgramEvents::setupClosed, &loop, &QEventLoop::quit);
+            connect(&events, &ProgramEvents::closed, &loop, &QEventLoop::quit);
+            loop.exec();
+        }
+        if (events.isClosing())
+            return;
+        // Setup may have started the server already; otherwise listen on
+        // whatever port the settings now hold.
+        if (!webServer.HasListened())
+            webServer.InitWebServer();
+    }
+
+    scheduler.FillGrid();
+    scheduler.Start();
+
+    addressWatch->Start();
+    if (settings.IsOn(Key::Internet))
+        portMapping->Start();
+    qCInfo(lcApp).noquote() << "started on" << folder.root();
+}
+
+void Program::Close() {
+    if (events.isClosing())
+        return;
+    events.setClosing();
+    qCInfo(lcApp) << "closing";
+    emit events.releaseDevice();
+    power->Close();
+    addressWatch->Close();
+    portMapping->Stop();
+    scheduler.Stop();
+    emit events.unloadRemoteWindows();
+    emit events.unloadWindows();
+    portMapping->RemoveAtExit();
+    emit events.closed();
+}
+
+Program::~Program() = default;
+
+void Program::OpenDesktop() {
+    qCDebug(lcApp) << "running on the desktop";
+    remoteLauncher = std::make_unique<RemoteLauncher>(settings, events, device);
+    window =
+        std::make_unique<MainWindow>(MainParts{folder, settings, clock, prompt, events, scheduler,
+                                               *addressWatch, *power, [this] { Close(); }});
+    connect(window.get(), &MainWindow::remoteWindowRequested, remoteLauncher.get(),
+            &RemoteLauncher::ShowRemoteWindow);
+    learningLauncher = std::make_unique<LearningLauncher>(
+        LearningParts{folder, settings, prompt, events}, device, *remoteLauncher);
+    connect(window.get(), &MainWindow::studyRequested, learningLauncher.get(),
+            &LearningLauncher::OpenStudy);
+    connect(window.get(), &MainWindow::editRequested, learningLauncher.get(),
+            &LearningLauncher::OpenEdit);
+    connect(learningLauncher.get(), &LearningLauncher::devicesChanged, window.get(),
+            &MainWindow::FillDevices);
+    connect(learningLauncher.get(), &LearningLauncher::setupWanted, &events,
+            &ProgramEvents::setupRequested);
+    preview =
+        std::make_unique<PreviewWindow>(camera, folder, settings, [this] { return isClosing(); });
+    SetupServices services;
+    services.testTransceiver = [this](const QString& target, qint16 port) {
+        return device.TestTarget(target, port);
+    };
+    services.camera = [this](bool on) { on ? void(camera.start()) : camera.stop(); };
+    services.cameraSettings = [this] {
+        preview->show();
+        preview->raise();
+    };
+    services.openUrl = [](const QUrl& url) { return QDesktopServices::openUrl(url); };
+    services.devices = [] {
+        QList<QPair<QString, QString>> found;
+        for (const IrDeviceEntry& d : ListIrDevices())
+            found.append({d.path, d.note});
+        return found;
+    };
+    setupLauncher = std::make_unique<SetupLauncher>(
+        SetupParts{folder, settings, prompt, events, scheduler, *addressWatch, *dnsService, *dynDns,
+                   *portMapping, &webServer},
+        services);
+    setupOpen = [this] { return setupLauncher->SetupOpen(); };
+    connect(setupLauncher.get(), &SetupLauncher::powerControlChanged, window.get(),
+            &MainWindow::UpdateSuspendButton);
+    // The preview opened from the dialog stays only when asked to; without
+    // the camera option it closes, and the camera with it.
+    connect(&events, &ProgramEvents::setupClosed, preview.get(), [this] {
+        if (!settings.IsOn(Key::TakePic))
+            preview->close();
+        else if (!settings.IsOn(Key::PreviewAlwaysShow))
+            preview->hide();
+    });
+    // The port question of a send without a transceiver.
+    device.SpecifyPort = [this] { setupLauncher->SpecifyPort(); };
+    // A port that was refused: the person chooses another, for as long as
+    // it takes.
+    webServer.portFallback = [this](const QList<quint16>& tried) {
+        return setupLauncher->PortFallback(tried);
+    };
+    // Unloaded at the end, when closing is no longer refused.
+    connect(&events, &ProgramEvents::closed, preview.get(), &QWidget::close);
+}
+
+void Program::ShowDesktop() {
+    if (window)
+        window->ShowAtStart();
+    // The picture comes from the stream, not the screen: the preview only
+    // shows when asked to stay.
+    if (preview && settings.IsOn(Key::TakePic) && settings.IsOn(Key::PreviewAlwaysShow))
+        preview->show();
+}

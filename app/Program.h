@@ -1,0 +1,96 @@
+#pragma once
+
+#include "camera/Camera.h"
+#include "core/ProgramEvents.h"
+#include "infrared/Transceiver.h"
+#include "reservations/Scheduler.h"
+#include "webserver/Dispatcher.h"
+#include "webserver/WebServer.h"
+
+#include <QObject>
+#include <QString>
+#include <QTimer>
+
+#include <functional>
+#include <memory>
+
+class AddressMail;
+class LearningLauncher;
+class MainWindow;
+class PreviewWindow;
+class RemoteLauncher;
+class SetupLauncher;
+class AddressWatch;
+class Clock;
+class DnsService;
+class DynDns;
+class PortMapping;
+class Power;
+class ProgramFolder;
+class SettingsStore;
+class UserPrompt;
+
+// The program put together: the subsystem objects that run with or without
+// windows, in start order, the start order itself and the close order, told
+// on events. The windows only show it.
+class Program : public QObject {
+    Q_OBJECT
+public:
+    Program(const ProgramFolder& folder, SettingsStore& settings, const Clock& clock,
+            UserPrompt& prompt, QObject* parent = nullptr);
+    ~Program() override;
+
+    // The start order, after the instance check. Returns when the program is
+    // ready to run its event loop.
+    void Start();
+    // The close order. Safe to call more than once; emits closed() at the end.
+    void Close();
+    bool isClosing() const { return events.isClosing(); }
+
+    const ProgramFolder& folder;
+    SettingsStore& settings;
+    const Clock& clock;
+    UserPrompt& prompt;
+    ProgramEvents events;
+    // The reservation grid and its scan; they run with or without windows.
+    Scheduler scheduler;
+    // Without a desktop nobody sees boxes: the first start logs where to go.
+    bool headless = false;
+    // Opens a help page for a person at the desktop.
+    std::function<void(const QString& page)> openHelp;
+    // Whether the setup dialog asked for on the first start is open.
+    std::function<bool()> setupOpen;
+
+    // Forwards the web port at the router.
+    PortMapping* portMapping = nullptr;
+
+    // The global address watch and the services it asks.
+    DnsService* dnsService = nullptr;
+    DynDns* dynDns = nullptr;
+    AddressMail* addressMail = nullptr;
+    AddressWatch* addressWatch = nullptr;
+    // Sleep and wake-up; owns timHibern. The scan hands over to it.
+    Power* power = nullptr;
+
+    // The transceiver: opened by the first send or capture, not at start.
+    Transceiver device;
+    // The pages, classic and phone, with what they reach.
+    Dispatcher dispatcher;
+    // Streams while TakePic is on, from the start on.
+    Camera camera;
+    // Listens from the start order on.
+    WebServer webServer;
+
+    // The desktop: the windows and their launchers, none when headless.
+    std::unique_ptr<RemoteLauncher> remoteLauncher;
+    std::unique_ptr<MainWindow> window;
+    std::unique_ptr<LearningLauncher> learningLauncher;
+    std::unique_ptr<PreviewWindow> preview;
+    std::unique_ptr<SetupLauncher> setupLauncher;
+    // Makes and wires them, before the start order.
+    void OpenDesktop();
+    // After the start order: the main window, and the preview when asked to stay.
+    void ShowDesktop();
+
+    static const QString FirstRunText;
+};
