@@ -10,11 +10,6 @@
 #include "desktop/MainWindow.h"
 #include "infrared/DeviceList.h"
 #include "learning/LearningLauncher.h"
-#include "power/Power.h"
-#include "reachability/AddressMail.h"
-#include "reachability/AddressWatch.h"
-#include "reachability/DynDns.h"
-#include "reachability/PortMapping.h"
 #include "remotes/Press.h"
 #include "remotes/Registry.h"
 #include "remotes/RemoteLauncher.h"
@@ -46,21 +41,19 @@ const QString Program::FirstRunText =
 Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const Clock& clock_,
                  UserPrompt& prompt_, QObject* parent)
     : QObject(parent), folder(folder_), settings(settings_), clock(clock_), prompt(prompt_),
-      scheduler(folder_, settings_, clock_), device(folder_, settings_, prompt_),
+      scheduler(folder_, settings_, clock_), dnsService(settings_),
+      dynDns(settings_, clock_, folder_.path(u"DynDns.log"), dnsService), addressMail(settings_),
+      addressWatch(settings_, dnsService, addressMail, dynDns), portMapping(settings_, clock_),
+      internet(settings_, dnsService, addressWatch, portMapping),
+      power(settings_, prompt_, scheduler), device(folder_, settings_, prompt_),
       camera(folder_, settings_, prompt_),
       webServer(folder_, settings_, clock_, prompt_, dispatcher) {
-    dnsService = new DnsService(settings, this);
-    dynDns = new DynDns(settings, clock, folder.path(u"DynDns.log"), *dnsService, this);
-    addressMail = new AddressMail(settings, this);
-    addressMail->setPrompt(&prompt);
-    addressMail->setClock(&clock);
-    addressWatch = new AddressWatch(settings, *dnsService, *addressMail, *dynDns, this);
-    portMapping = new PortMapping(settings, clock, this);
-    power = new Power(settings, prompt, scheduler, this);
-    scheduler.hibernate = [this] { power->HibernateNow(); };
+    addressMail.setPrompt(&prompt);
+    addressMail.setClock(&clock);
+    scheduler.hibernate = [this] { power.HibernateNow(); };
 
     connect(&events, &ProgramEvents::releaseDevice, &device, &Transceiver::Unload);
-    power->deActivateTira = [this] { device.DeActivateTira(); };
+    power.deActivateTira = [this] { device.DeActivateTira(); };
     // Reserved signals go out like web presses: a failure is told without a box.
     scheduler.send = [this](const QString& path) {
         return device.TransmitTira(path, Transceiver::Origin::Background);
@@ -80,7 +73,7 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
     };
     remotePages.cameraOff = [this] { camera.stop(); };
     InstallRemotePages(dispatcher, settings, clock, remotePages);
-    InstallPowerPages(dispatcher, settings, *power, [this] { return addressWatch->GlobalAddr(); });
+    InstallPowerPages(dispatcher, settings, power, [this] { return addressWatch.GlobalAddr(); });
     InstallReservePages(dispatcher, {folder, settings, clock, [this] { scheduler.FillGrid(); }});
     // Headless, a missing or unusable port is replaced by a free one; the
     // desktop asks instead.
@@ -129,9 +122,7 @@ void Program::Start() {
     scheduler.FillGrid();
     scheduler.Start();
 
-    addressWatch->Start();
-    if (settings.IsOn(Key::Internet))
-        portMapping->Start();
+    internet.Start();
     qCInfo(lcApp).noquote() << "started on" << folder.root();
 }
 
@@ -141,24 +132,30 @@ void Program::Close() {
     events.setClosing();
     qCInfo(lcApp) << "closing";
     emit events.releaseDevice();
-    power->Close();
-    addressWatch->Close();
-    portMapping->Stop();
+    power.Close();
+    addressWatch.Close();
+    portMapping.Stop();
     scheduler.Stop();
     emit events.unloadRemoteWindows();
     emit events.unloadWindows();
-    portMapping->RemoveAtExit();
+    portMapping.RemoveAtExit();
     emit events.closed();
 }
 
 Program::~Program() = default;
+
+void Program::SetHeadless(bool on) {
+    headless = on;
+    power.headless = on;
+    webServer.headless = on;
+}
 
 void Program::OpenDesktop() {
     qCDebug(lcApp) << "running on the desktop";
     remoteLauncher = std::make_unique<RemoteLauncher>(settings, events, device);
     window =
         std::make_unique<MainWindow>(MainParts{folder, settings, clock, prompt, events, scheduler,
-                                               *addressWatch, *power, [this] { Close(); }});
+                                               addressWatch, power, [this] { Close(); }});
     connect(window.get(), &MainWindow::remoteWindowRequested, remoteLauncher.get(),
             &RemoteLauncher::ShowRemoteWindow);
     learningLauncher = std::make_unique<LearningLauncher>(
@@ -177,7 +174,7 @@ void Program::OpenDesktop() {
     services.testTransceiver = [this](const QString& target, qint16 port) {
         return device.TestTarget(target, port);
     };
-    services.camera = [this](bool on) { on ? void(camera.start()) : camera.stop(); };
+    services.camera = [this](bool on) { camera.SetTakePic(on); };
     services.cameraSettings = [this] {
         preview->show();
         preview->raise();
@@ -190,8 +187,7 @@ void Program::OpenDesktop() {
         return found;
     };
     setupLauncher = std::make_unique<SetupLauncher>(
-        SetupParts{folder, settings, prompt, events, scheduler, *addressWatch, *dnsService, *dynDns,
-                   *portMapping, &webServer},
+        SetupParts{folder, settings, prompt, events, scheduler, internet, dynDns, &webServer},
         services);
     setupOpen = [this] { return setupLauncher->SetupOpen(); };
     connect(setupLauncher.get(), &SetupLauncher::powerControlChanged, window.get(),

@@ -3,6 +3,12 @@
 #include "camera/Camera.h"
 #include "core/ProgramEvents.h"
 #include "infrared/Transceiver.h"
+#include "power/Power.h"
+#include "reachability/AddressMail.h"
+#include "reachability/AddressWatch.h"
+#include "reachability/DynDns.h"
+#include "reachability/InternetAccess.h"
+#include "reachability/PortMapping.h"
 #include "reservations/Scheduler.h"
 #include "webserver/Dispatcher.h"
 #include "webserver/WebServer.h"
@@ -14,18 +20,12 @@
 #include <functional>
 #include <memory>
 
-class AddressMail;
 class LearningLauncher;
 class MainWindow;
 class PreviewWindow;
 class RemoteLauncher;
 class SetupLauncher;
-class AddressWatch;
 class Clock;
-class DnsService;
-class DynDns;
-class PortMapping;
-class Power;
 class ProgramFolder;
 class SettingsStore;
 class UserPrompt;
@@ -46,6 +46,10 @@ public:
     // The close order. Safe to call more than once; emits closed() at the end.
     void Close();
     bool isClosing() const { return events.isClosing(); }
+    // Without a desktop nobody sees boxes: the first start logs where to go,
+    // a refused port is only logged.
+    void SetHeadless(bool on);
+    bool headless = false;
 
     const ProgramFolder& folder;
     SettingsStore& settings;
@@ -54,23 +58,22 @@ public:
     ProgramEvents events;
     // The reservation grid and its scan; they run with or without windows.
     Scheduler scheduler;
-    // Without a desktop nobody sees boxes: the first start logs where to go.
-    bool headless = false;
     // Opens a help page for a person at the desktop.
     std::function<void(const QString& page)> openHelp;
     // Whether the setup dialog asked for on the first start is open.
     std::function<bool()> setupOpen;
 
-    // Forwards the web port at the router.
-    PortMapping* portMapping = nullptr;
-
     // The global address watch and the services it asks.
-    DnsService* dnsService = nullptr;
-    DynDns* dynDns = nullptr;
-    AddressMail* addressMail = nullptr;
-    AddressWatch* addressWatch = nullptr;
+    DnsService dnsService;
+    DynDns dynDns;
+    AddressMail addressMail;
+    AddressWatch addressWatch;
+    // Forwards the web port at the router.
+    PortMapping portMapping;
+    // Access from the internet switched as a whole.
+    InternetAccess internet;
     // Sleep and wake-up; owns timHibern. The scan hands over to it.
-    Power* power = nullptr;
+    Power power;
 
     // The transceiver: opened by the first send or capture, not at start.
     Transceiver device;

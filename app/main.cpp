@@ -260,15 +260,13 @@ int main(int argc, char** argv) {
     }
 
     Program app(folder, settings, clock, *prompt);
-    app.headless = headless;
-    app.power->headless = headless;
+    app.SetHeadless(headless);
     if (!headless)
         app.openHelp = [](const QString& page) {
             // The first start goes on whether or not a browser opens.
             if (!QDesktopServices::openUrl(HelpPageUrl(page)))
                 qCWarning(lcMain).noquote() << "help page" << page << "not shown";
         };
-    app.webServer.headless = headless;
     QObject::connect(&app.events, &ProgramEvents::closed, qapp.get(), &QCoreApplication::quit,
                      Qt::QueuedConnection);
 

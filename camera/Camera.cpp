@@ -116,6 +116,14 @@ bool Camera::open(bool quiet) {
     return true;
 }
 
+void Camera::SetTakePic(bool on) {
+    settings_.Write(Key::TakePic, on ? u"1" : u"0");
+    if (on)
+        start();
+    else
+        stop();
+}
+
 void Camera::stop() {
     wanted_ = false;
     if (!source_)

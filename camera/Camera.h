@@ -31,6 +31,8 @@ public:
     // switched off for good.
     bool start(bool fromRequest = false);
     void stop();
+    // The TakePic option switched: stored, and the stream follows it.
+    void SetTakePic(bool on);
     bool running() const { return source_ != nullptr; }
     // The device streaming now: a path, "test", or empty when none.
     QString device() const { return devicePath_; }

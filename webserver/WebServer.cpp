@@ -100,6 +100,14 @@ int WebServer::SlotCount() const {
     return int(std::count_if(slots_.begin(), slots_.end(), [](const auto& s) { return bool(s); }));
 }
 
+void WebServer::ListenFromSetup(const QString& port, const QString& user, const QString& password) {
+    if (HasListened())
+        return;
+    settings_.Write(Key::WebPort, port);
+    InitWebServer();
+    SetLogin(user, password);
+}
+
 bool WebServer::InitWebServer() {
     SettingsStore& settings = settings_;
     loginRead_ = false;

@@ -69,6 +69,13 @@ public:
     void SetWebAuthOn(bool on) { login_.WebAuthOn = on; }
     void SetWebUser(const QString& user) { login_.WebUser = user; }
     void SetWebPass(const QString& password) { login_.WebPass = password; }
+    void SetLogin(const QString& user, const QString& password) {
+        SetWebUser(user);
+        SetWebPass(password);
+    }
+    // A first start's setup: when the server has not listened yet, the port
+    // is stored and listened on with the login typed so far.
+    void ListenFromSetup(const QString& port, const QString& user, const QString& password);
     const WebLogin& Login() const { return login_; }
 
     // Whether a client at this address is served (the LAN filter).

@@ -50,7 +50,7 @@ TEST(Program, FirstRunWaitsForSetupAndCloseRunsInOrder) {
     EXPECT_TRUE(quietPrompt.shown.isEmpty());
     EXPECT_EQ(helped.size(), 1);
     EXPECT_TRUE(app.scheduler.timReserve.isActive());
-    EXPECT_FALSE(app.addressWatch->watching()); // internet use is off by default
+    EXPECT_FALSE(app.addressWatch.watching()); // internet use is off by default
 
     QStringList order;
     auto note = [&](const QString& step) { return [&order, step] { order << step; }; };

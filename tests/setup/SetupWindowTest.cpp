@@ -1,4 +1,5 @@
 #include "setup/SetupLauncher.h"
+#include "setup/TransceiverPage.h"
 
 #include "app/Program.h"
 #include "core/Clock.h"
@@ -35,8 +36,8 @@ struct Desk {
     Transceiver device{t.folder, t.settings, prompt};
 
     SetupParts parts() {
-        return {t.folder,          t.settings,      prompt,      app.events,       app.scheduler,
-                *app.addressWatch, *app.dnsService, *app.dynDns, *app.portMapping, &app.webServer};
+        return {t.folder,      t.settings,   prompt,     app.events,
+                app.scheduler, app.internet, app.dynDns, &app.webServer};
     }
     std::unique_ptr<SetupWindow> open() {
         SetupServices services;
@@ -85,7 +86,7 @@ TEST(SetupWindow, ClicksStayAfterCancelAndTextsWaitForOK) {
         << Desk::find<QLabel>(w.get(), u"lblINetAddr"_s)->text().toStdString();
     EXPECT_EQ(Desk::find<QLabel>(w.get(), u"lblINetAddr"_s)->text(), u"http://203.0.113.7:8123"_s);
     EXPECT_TRUE(Desk::find<QCheckBox>(w.get(), u"chkNotifyMail"_s)->isEnabled());
-    EXPECT_EQ(d.app.portMapping->TryIntervalMs(), 100);
+    EXPECT_EQ(d.app.portMapping.TryIntervalMs(), 100);
 
     Desk::click(w.get(), u"chkWebAuth"_s);
     EXPECT_TRUE(d.app.webServer.Login().WebAuthOn);
@@ -134,7 +135,7 @@ TEST(SetupWindow, OkChecksInOrderAndTheChoicesAreTried) {
     auto* combo = Desk::find<QComboBox>(w.get(), u"Combo1"_s);
     auto* status = Desk::find<QLabel>(w.get(), u"lblStatus"_s);
 
-    combo->setCurrentIndex(combo->findText(SetupWindow::SimulatorCaption));
+    combo->setCurrentIndex(combo->findText(TransceiverPage::SimulatorCaption));
     Desk::click(w.get(), u"cmdTest"_s);
     EXPECT_EQ(status->text(), u"成功"_s);
     EXPECT_EQ(status->palette().color(QPalette::Window), QColor(Qt::green));
@@ -165,7 +166,7 @@ TEST(SetupWindow, OkChecksInOrderAndTheChoicesAreTried) {
     EXPECT_EQ(d.ini(u"Options", u"NotifyMail"), u"0"_s);
     EXPECT_TRUE(w->isVisible());
 
-    combo->setCurrentIndex(combo->findText(SetupWindow::SimulatorCaption));
+    combo->setCurrentIndex(combo->findText(TransceiverPage::SimulatorCaption));
     // Disabled with mail off, so the owner must turn mail on to fill them.
     Desk::find<QLineEdit>(w.get(), u"txtUserID"_s)->setText(u"me"_s);
     Desk::find<QLineEdit>(w.get(), u"txtPassword"_s)->setText(u"pw"_s);

@@ -7,5 +7,5 @@
 inline MainParts MainPartsOf(Program& app) {
     return {app.folder,        app.settings, app.clock,
             app.prompt,        app.events,   app.scheduler,
-            *app.addressWatch, *app.power,   [&app] { app.Close(); }};
+            app.addressWatch, app.power,   [&app] { app.Close(); }};
 }

@@ -214,11 +214,11 @@ TEST(MainWindow, SuspendButtonAndCountdownWindow) {
     off.click(u"cmdSuspend"_s);
     EXPECT_EQ(off.prompt.shown, QStringList{u"info:"_s + Power::SoonText});
 
-    on.app.power->stepMs = 5;
-    on.app.power->busAddress = u"unix:path="_s + on.t.path(u"no-bus");
+    on.app.power.stepMs = 5;
+    on.app.power.busAddress = u"unix:path="_s + on.t.path(u"no-bus");
     auto* frm = on.find(u"frmSuspend"_s);
     int last = 0;
-    QObject::connect(on.app.power, &Power::countdownStep, [&](int value) {
+    QObject::connect(&on.app.power, &Power::countdownStep, [&](int value) {
         if ((last = value) != 50)
             return;
         EXPECT_TRUE(frm->isVisible());
