@@ -128,7 +128,6 @@ int TiraSerialDriver::openPort() {
         tira_stop();
         return NotOpen;
     }
-    broken_ = false;
     notifier_ = std::make_unique<QSocketNotifier>(fd_, QSocketNotifier::Read);
     connect(notifier_.get(), &QSocketNotifier::activated, this, &TiraSerialDriver::onReadable);
     mode_ = Mode::SixByte;
@@ -230,7 +229,7 @@ void TiraSerialDriver::checkReply() {
         return; // a pause
     const qsizetype at = s.reply.isEmpty() ? 0 : in_.indexOf(s.reply);
     if (at < 0 || in_.size() < at + s.reply.size() + s.extra) {
-        if (broken_ || fd_ < 0) {
+        if (fd_ < 0) {
             fail(s.why);
             finish(Io);
         }
@@ -273,13 +272,28 @@ void TiraSerialDriver::finish(int rc) {
     emit exchangeEnded();
 }
 
-int TiraSerialDriver::tira_stop() {
-    notifier_.reset();
+void TiraSerialDriver::closePort() {
+    // This may run inside the notifier's own signal.
+    if (notifier_) {
+        notifier_->setEnabled(false);
+        notifier_.release()->deleteLater();
+    }
     if (fd_ >= 0)
         ::close(fd_);
     fd_ = -1;
     mode_ = Mode::Closed;
     capturing_ = awaitingOic_ = false;
+}
+
+void TiraSerialDriver::letGo() {
+    // A port whose device has gone is closed at once: while anyone holds it
+    // the kernel gives the device another name when it comes back.
+    fail("has gone away; closing it");
+    closePort();
+}
+
+int TiraSerialDriver::tira_stop() {
+    closePort();
     in_.clear();
     captured_.clear();
     bursts_.clear();
@@ -290,6 +304,8 @@ int TiraSerialDriver::tira_stop() {
 }
 
 void TiraSerialDriver::onReadable() {
+    if (fd_ < 0)
+        return;
     char buf[512];
     for (;;) {
         ssize_t n = ::read(fd_, buf, sizeof buf);
@@ -302,9 +318,7 @@ void TiraSerialDriver::onReadable() {
         if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))
             break;
         // End of file or an error: the device has gone (unplugged).
-        fail("has gone away");
-        broken_ = true;
-        notifier_->setEnabled(false);
+        letGo();
         break;
     }
     if (capturing_)
@@ -386,17 +400,18 @@ bool TiraSerialDriver::writeAll(QByteArrayView bytes) {
             if (!WaitForSignal(&writable, &QSocketNotifier::activated, 1000))
                 break;
         } else {
-            broken_ = true;
+            qCWarning(lcTira).noquote() << path_ << "cannot be written to:" << strerror(errno);
+            letGo();
             break;
         }
     }
-    if (done < bytes.size())
+    if (done < bytes.size() && fd_ >= 0)
         fail("cannot be written to");
     return done == bytes.size();
 }
 
 int TiraSerialDriver::tira_start_capture() {
-    if (mode_ == Mode::Closed || broken_)
+    if (mode_ == Mode::Closed)
         return NotOpen;
     if (busy_)
         return Busy;
@@ -430,7 +445,7 @@ TiraSerialDriver::Step TiraSerialDriver::leaveTimingMode() {
 }
 
 int TiraSerialDriver::tira_cancel_capture() {
-    if (mode_ == Mode::Closed || broken_)
+    if (mode_ == Mode::Closed)
         return NotOpen;
     if (busy_)
         return Busy;
@@ -440,7 +455,7 @@ int TiraSerialDriver::tira_cancel_capture() {
 
 int TiraSerialDriver::tira_get_captured_data(QByteArray* data, int maxSize) {
     data->clear();
-    if (mode_ == Mode::Closed || broken_)
+    if (mode_ == Mode::Closed)
         return NotOpen;
     if (!captured_.isEmpty()) {
         *data = captured_.left(maxSize);
@@ -451,7 +466,7 @@ int TiraSerialDriver::tira_get_captured_data(QByteArray* data, int maxSize) {
 
 int TiraSerialDriver::tira_get_ir_data(QString* text) {
     text->clear();
-    if (mode_ == Mode::Closed || broken_)
+    if (mode_ == Mode::Closed)
         return NotOpen;
     // Six-byte mode: a code per recognised key press, shown as hex.
     if (mode_ == Mode::SixByte && !busy_ && in_.size() >= 6) {
@@ -463,7 +478,7 @@ int TiraSerialDriver::tira_get_ir_data(QString* text) {
 
 int TiraSerialDriver::transmitSteps(int repeat, int frequency, QByteArrayView data,
                                     std::vector<Step>* steps) {
-    if (mode_ == Mode::Closed || broken_)
+    if (mode_ == Mode::Closed)
         return NotOpen;
     if (busy_)
         return Busy;

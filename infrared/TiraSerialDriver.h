@@ -92,13 +92,14 @@ private:
     // Drops any capture and gives the step that returns the device to its normal mode.
     Step leaveTimingMode();
     void fail(const char* why);
+    void closePort();
+    void letGo();
 
     QString path_;
     int fd_ = -1;
     std::unique_ptr<QSocketNotifier> notifier_;
     QByteArray in_;
     Mode mode_ = Mode::Closed;
-    bool broken_ = false;
     bool busy_ = false;
     bool capturing_ = false;
     bool awaitingOic_ = false;

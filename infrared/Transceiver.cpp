@@ -93,7 +93,18 @@ void Transceiver::openAsync(qint16 port, std::function<void(bool)> done) {
     timDeactivate.stop();
     Timer1.stop();
     TiraActive = false;
-    const QString target = Target(port);
+    const QString configured = Target(port);
+    QString refused;
+    const QString target = locate(configured, &refused);
+    if (target.isEmpty()) {
+        LastReturnCode = -1;
+        problem_ = refused;
+        lost(configured);
+        return done(false);
+    }
+    if (target != configured)
+        qCInfo(lcDevice).noquote() << "transceiver" << configured << "is now" << target
+                                   << u"("_s + identity_.describe() + u')';
     if (driver_ && driver_->target() != target) {
         driver_->tira_stop();
         driver_->tira_cleanup();
@@ -105,17 +116,17 @@ void Transceiver::openAsync(qint16 port, std::function<void(bool)> done) {
         return done(false);
     IrDriver* d = driver_.get();
     if (int rc = d->tira_init(); rc != 0)
-        return done(opened(rc, d, target));
+        return done(opened(rc, d, target, configured));
     ++calls_;
-    d->startAsync(port, [this, d, target, done = std::move(done)](int rc) {
+    d->startAsync(port, [this, d, target, configured, done = std::move(done)](int rc) {
         --calls_;
-        const bool ok = opened(rc, d, target);
+        const bool ok = opened(rc, d, target, configured);
         releaseRetired();
         done(ok);
     });
 }
 
-bool Transceiver::opened(int rc, IrDriver* d, const QString& target) {
+bool Transceiver::opened(int rc, IrDriver* d, const QString& target, const QString& configured) {
     LastReturnCode = qint16(rc);
     if (rc != 0 || d != driver_.get()) {
         problem_ = d->problem();
@@ -123,6 +134,15 @@ bool Transceiver::opened(int rc, IrDriver* d, const QString& target) {
         return false;
     }
     problem_.clear();
+    // What it is, to know it again if it goes; a device tried in the settings
+    // is not the one set.
+    if (!testing_) {
+        UsbIdentity id = UsbIdentityOf(target, system);
+        if (id.known() || identityFor_ != configured) {
+            identity_ = std::move(id);
+            identityFor_ = configured;
+        }
+    }
     Timer1.start();
     TiraActive = true;
     timReturn.stop();
@@ -148,8 +168,33 @@ void Transceiver::lost(const QString& target) {
                                       << "lost or cannot be opened; trying again at the next press";
     }
     lostTarget_ = target;
-    if (target.startsWith(u'/') && !QFileInfo::exists(target))
+    if (testing_)
+        return;
+    const QString at = locate(Target(ConfiguredPort()));
+    if (at.isEmpty() || (at.startsWith(u'/') && !QFileInfo::exists(at)))
         timReturn.start();
+}
+
+QString Transceiver::locate(const QString& configured, QString* why) const {
+    if (testing_ || !identity_.known() || identityFor_ != configured)
+        return configured;
+    const UsbIdentity here = UsbIdentityOf(configured, system);
+    if (here.sameDevice(identity_))
+        return configured;
+    if (QString found = FindUsbSerial(identity_, system); !found.isEmpty())
+        return found;
+    if (!QFileInfo::exists(configured))
+        return configured; // not back yet: the open says so
+    // Fail closed: the name is taken by something that is not our device.
+    const QString other = here.known() ? here.describe() : u"USB ではない機器"_s;
+    if (why) {
+        qCWarning(lcDevice).noquote() << configured << "is now" << other << "not the transceiver"
+                                      << identity_.describe() << "- not using it";
+        *why = configured + u" には以前の送信機（"_s + identity_.describe() +
+               u"）ではない機器（"_s + other +
+               u"）がつながっています。送信機をつなぎ直すか、設定で機器を選び直してください。"_s;
+    }
+    return {};
 }
 
 void Transceiver::lookForReturn() {
@@ -157,7 +202,8 @@ void Transceiver::lookForReturn() {
         timReturn.stop();
         return;
     }
-    if (!QFileInfo::exists(lostTarget_) || current_ || opening_)
+    const QString at = locate(Target(ConfiguredPort()));
+    if (at.isEmpty() || !QFileInfo::exists(at) || current_ || opening_)
         return;
     timReturn.stop();
     opening_ = true;
@@ -192,8 +238,10 @@ bool Transceiver::TestTarget(const QString& target, qint16 port) {
     testTarget_ = target;
     testing_ = true;
     const bool ok = ActivateTira(port);
-    if (ok)
+    if (ok) {
         DeActivateTira();
+        identity_ = {}; // the person has chosen: whatever is set is taken as it is
+    }
     testTarget_.clear();
     testing_ = false;
     sendNext();
@@ -263,6 +311,7 @@ void Transceiver::Timer1Tick() {
         if (rc != 0) {
             qCWarning(lcDevice) << "capture failed:" << rc;
             CaptureWaiting = 0;
+            lost(driver_->target());
             emit captureEnded();
         } else if (!data.isEmpty()) {
             int n = int(std::min<qsizetype>(data.size(), SignalFileSize));
@@ -272,8 +321,8 @@ void Transceiver::Timer1Tick() {
             CaptureGot = true;
             emit captureEnded();
         }
-    } else {
-        driver_->tira_get_ir_data(&IrText);
+    } else if (driver_->tira_get_ir_data(&IrText) != 0) {
+        lost(driver_->target()); // gone while idle: the next press opens it afresh
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "infrared/DeviceList.h"
 #include "infrared/IrDriver.h"
 #include "infrared/SignalStore.h"
 #include "infrared/Transmission.h"
@@ -23,7 +24,9 @@ class UserPrompt;
 // free for other programs. Nothing else calls a driver. Sends go out one after
 // another in the order they were asked for; a device that failed is closed and
 // opened afresh at the next send (and, while its path is missing, as soon as
-// it is back).
+// it is back). A USB serial port is known by its USB identity: when the same
+// device comes back under another name it is found there, and another device
+// at the old name is not taken for ours.
 class Transceiver : public QObject {
     Q_OBJECT
 public:
@@ -84,6 +87,7 @@ public:
 
     int captureTimeoutMs = 11000;
     DriverFactory factory;
+    SystemPaths system;
     // Asks for the port when none is set; the port dialog fills it in.
     std::function<void()> SpecifyPort;
 
@@ -107,7 +111,11 @@ private:
     void sendNext();
     void finishJob(SendResult result);
     void openAsync(qint16 port, std::function<void(bool)> done);
-    bool opened(int rc, IrDriver* d, const QString& target);
+    bool opened(int rc, IrDriver* d, const QString& target, const QString& configured);
+    // Where the device set as configured is now: configured itself unless it
+    // is known to have come back under another name; "" (with why) when
+    // another device has its name and ours is nowhere.
+    QString locate(const QString& configured, QString* why = nullptr) const;
     void lost(const QString& target);
     void lookForReturn();
     void releaseRetired();
@@ -132,4 +140,6 @@ private:
     QString problem_;    // why the last open failed, for people
     QString testTarget_; // set only while TestTarget runs
     bool testing_ = false;
+    UsbIdentity identity_; // of the device last opened for identityFor_
+    QString identityFor_;
 };

@@ -12,6 +12,14 @@ FakeTira::FakeTira() {
     if (master_ < 0 || grantpt(master_) != 0 || unlockpt(master_) != 0)
         return;
     path_ = QString::fromLocal8Bit(ptsname(master_));
+    listen();
+}
+
+FakeTira::FakeTira(int fd) : master_(fd) {
+    listen();
+}
+
+void FakeTira::listen() {
     notifier_ = std::make_unique<QSocketNotifier>(master_, QSocketNotifier::Read);
     QObject::connect(notifier_.get(), &QSocketNotifier::activated, [this] { readable(); });
 }
@@ -46,7 +54,12 @@ void FakeTira::readable() {
         fromHost.append(buf, n);
         pending_.append(buf, n);
     }
-    if (n < 0 && errno == EIO) { // the host closed its side; wait for it to open again
+    const int err = n < 0 ? errno : 0;
+    // A socket's peer has gone for good; a pty's host may open it again.
+    const bool gone = n == 0 || (path_.isEmpty() && err != EAGAIN && err != EINTR);
+    if (gone) {
+        notifier_->setEnabled(false);
+    } else if (err == EIO) { // the host closed its side; wait for it to open again
         notifier_->setEnabled(false);
         QTimer::singleShot(20, [this] {
             if (notifier_)
@@ -54,6 +67,8 @@ void FakeTira::readable() {
         });
     }
     handle();
+    if (gone && onGone)
+        onGone(); // may end this object
 }
 
 void FakeTira::handle() {

@@ -13,6 +13,9 @@
 class FakeTira {
 public:
     FakeTira();
+    // On the far end of some other line (a virtual machine's serial port);
+    // takes fd over.
+    explicit FakeTira(int fd);
     ~FakeTira();
 
     QString path() const { return path_; }
@@ -27,8 +30,10 @@ public:
     bool answer = true;                               // false: a device that stays silent
     std::function<void(const QByteArray&)> onCommand; // sees each command first
     std::function<void()> onTransmit;                 // after an "IX" has come in whole
+    std::function<void()> onGone;                     // the far end closed the line (not a pty)
 
 private:
+    void listen();
     void readable();
     void handle();
 

@@ -1,5 +1,7 @@
+#include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/Wait.h"
+#include "infrared/DeviceList.h"
 #include "infrared/FakeTira.h"
 #include "infrared/IrSignal.h"
 #include "infrared/TiraSerialDriver.h"
@@ -10,6 +12,7 @@
 #include "support/WaitUntil.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QTimer>
@@ -188,6 +191,96 @@ TEST(TiraSerial, UnpluggedTiraComesBackAtItsPath) {
     EXPECT_TRUE(device.TransmitTira(signal, Transceiver::Origin::Background));
     EXPECT_TRUE(tira->fromHost.startsWith("IPIR"));
     EXPECT_EQ(tira->transmissions.size(), 2);
+}
+
+namespace {
+// A made-up /sys and /dev where a USB serial adapter shows as the kernel
+// shows one, its port node leading to a fake Tira.
+struct FakeUsb {
+    explicit FakeUsb(const TempFolder& t) : sys(t.path(u"sys"_s)), dev(t.path(u"dev"_s)) {
+        QDir().mkpath(sys + u"/class/tty"_s);
+        QDir().mkpath(dev + u"/serial/by-id"_s);
+    }
+    void plug(const QString& tty, const QString& serial, const QString& node) {
+        const QString usb = sys + u"/devices/usb1/"_s + tty;
+        const QString port = usb + u"/1-1:1.0/"_s + tty;
+        QDir().mkpath(port + u"/tty/"_s + tty);
+        for (auto [name, text] : {std::pair{u"idVendor"_s, u"0403"_s},
+                                  {u"idProduct"_s, u"6001"_s},
+                                  {u"serial"_s, serial}})
+            if (!text.isEmpty())
+                WriteWhole(usb + u'/' + name, text.toUtf8());
+        QFile::link(port, port + u"/tty/"_s + tty + u"/device"_s);
+        QFile::link(port + u"/tty/"_s + tty, sys + u"/class/tty/"_s + tty);
+        QFile::link(node, dev + u'/' + tty);
+    }
+    void unplug(const QString& tty) {
+        QFile::remove(dev + u'/' + tty);
+        QFile::remove(sys + u"/class/tty/"_s + tty);
+        QDir(sys + u"/devices/usb1/"_s + tty).removeRecursively();
+    }
+    static void WriteWhole(const QString& path, const QByteArray& bytes) {
+        QFile f(path);
+        if (f.open(QIODevice::WriteOnly))
+            f.write(bytes);
+    }
+    QString sys, dev;
+};
+} // namespace
+
+TEST(TiraSerial, ReplugUnderAnotherNameIsFoundByUsbIdentityAndStrangersAreRefused) {
+    Fixture f;
+    auto& [tira, t, prompt, device] = f;
+    FakeUsb usb(t);
+    device.system = {usb.sys, usb.dev};
+    device.timReturn.setInterval(100);
+    const QString configured = usb.dev + u"/ttyUSB0"_s;
+    t.settings.WriteIni(u"Tira", u"Device", configured);
+    usb.plug(u"ttyUSB0"_s, u"KA"_s, tira->path());
+    const QString signal = t.path(u"IRSignals/TV-Power.bin"_s);
+    ASSERT_TRUE(WriteSignalFile(signal, necBlob()));
+    ASSERT_TRUE(device.TransmitTira(signal, Transceiver::Origin::Background));
+
+    // Pulled while open and idle: the port is let go of at once.
+    tira->hangUp();
+    EXPECT_TRUE(WaitUntil([&] { return !device.TiraActive; }, 1000));
+
+    // Back as ttyUSB1, while another adapter has taken ttyUSB0.
+    usb.unplug(u"ttyUSB0"_s);
+    tira = std::make_unique<FakeTira>();
+    FakeTira stranger;
+    usb.plug(u"ttyUSB1"_s, u"KA"_s, tira->path());
+    usb.plug(u"ttyUSB0"_s, u"KB"_s, stranger.path());
+    EXPECT_TRUE(device.TransmitTira(signal, Transceiver::Origin::Background));
+    EXPECT_EQ(tira->transmissions.size(), 1);
+
+    // Ours gone for good: the stranger at the set name is not used, and ours
+    // is taken up in the background when it turns up again, as ttyUSB2.
+    tira->hangUp();
+    usb.unplug(u"ttyUSB1"_s);
+    EXPECT_TRUE(WaitUntil([&] { return !device.TiraActive; }, 1000));
+    EXPECT_FALSE(device.TransmitTira(signal, Transceiver::Origin::Background));
+    EXPECT_TRUE(stranger.fromHost.isEmpty());
+    EXPECT_TRUE(prompt.shown.join(u'\n').contains(u"USB 0403:6001 serial KB"_s));
+    tira = std::make_unique<FakeTira>();
+    usb.plug(u"ttyUSB2"_s, u"KA"_s, tira->path());
+    EXPECT_TRUE(WaitUntil([&] { return device.TiraActive; }, 2000));
+    EXPECT_TRUE(tira->fromHost.startsWith("IPIR"));
+    EXPECT_TRUE(stranger.fromHost.isEmpty());
+    EXPECT_EQ(t.settings.Read(Key::TransceiverPath), configured);
+
+    // Through udev's link when there is one; two adapters without serial
+    // numbers cannot be told apart, so neither is taken.
+    const QString byId = usb.dev + u"/serial/by-id/usb-FTDI_KA-if00-port0"_s;
+    ASSERT_TRUE(QFile::link(u"../../ttyUSB2"_s, byId));
+    const UsbIdentity ours = UsbIdentityOf(usb.dev + u"/ttyUSB2"_s, device.system);
+    EXPECT_EQ(ours.byId, byId);
+    EXPECT_EQ(FindUsbSerial(ours, device.system), byId);
+    usb.plug(u"ttyUSB3"_s, {}, stranger.path());
+    usb.plug(u"ttyUSB4"_s, {}, stranger.path());
+    const UsbIdentity plain = UsbIdentityOf(usb.dev + u"/ttyUSB3"_s, device.system);
+    EXPECT_TRUE(plain.known());
+    EXPECT_EQ(FindUsbSerial(plain, device.system), QString());
 }
 
 TEST(TiraSerial, PortIsHeldExclusivelyAndRefusalsSayWhy) {
