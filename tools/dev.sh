@@ -9,6 +9,7 @@
 #   tools/dev.sh fuzz [SECS]  each fuzzing harness for SECS seconds (30), longer
 #                             when that is fewer than 100 000 inputs
 #   tools/dev.sh bench        the benchmarks
+#   tools/dev.sh kernel       the kernel device tests in a virtual machine
 #   tools/dev.sh shots [DIR]  screenshots of the desktop under Xvfb
 #   tools/dev.sh deb          the Debian package, in build-deb/
 #   tools/dev.sh package-check  the package checked, installed, run and removed
@@ -33,15 +34,23 @@ TEST_PACKAGES=(
     python3-dbusmock dbus
 )
 
+# What the kernel device tests add: the virtual machine, Debian's kernel to boot
+# in it and the tools the tests drive its devices with.
+KERNEL_PACKAGES=(
+    qemu-system-x86 linux-image-amd64 busybox-static cpio v4l-utils ir-keytable
+)
+
 # What building and checking the Debian package adds.
 PACKAGE_TOOLS=(
     dpkg-dev file lintian desktop-file-utils appstream man-db curl
 )
 
-# With "test", the test tools and node too.
+# With "test", the test tools and node too; with "kernel", the test tools and
+# the virtual machine's.
 install_missing() {
     local wanted=("${PACKAGES[@]}") missing=() p
     [ "${1:-}" = test ] && wanted+=("${TEST_PACKAGES[@]}")
+    [ "${1:-}" = kernel ] && wanted+=("${TEST_PACKAGES[@]}" "${KERNEL_PACKAGES[@]}")
     [ "${1:-}" = package ] && wanted+=("${PACKAGE_TOOLS[@]}")
     for p in "${wanted[@]}"; do
         dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" ||
@@ -171,6 +180,11 @@ bench)
     build/bench/kestrava_bench "$@"
     bench/http/run.sh build
     ;;
+kernel)
+    install_missing kernel
+    build build -DBUILD_TESTING=ON
+    tests/kernel/lane.sh build
+    ;;
 shots)
     install_missing test
     build build
@@ -188,7 +202,7 @@ package-check)
     exec tools/check-package.sh
     ;;
 *)
-    sed -n '2,14p' "$0" | sed 's/^# \{0,1\}//'
+    sed -n '2,15p' "$0" | sed 's/^# \{0,1\}//'
     exit 2
     ;;
 esac
