@@ -210,6 +210,8 @@ V4l2Source::~V4l2Source() {
 
 bool V4l2Source::open(const QString& path, quint32 fourcc, QSize size) {
     close();
+    if (path != path_)
+        formats_.clear(); // a format change opens the same device again
     path_ = path;
     wanted_ = fourcc;
     wantedSize_ = size;
@@ -397,7 +399,6 @@ void V4l2Source::close() {
         notifier_.release()->deleteLater();
     }
     image_ = {};
-    formats_.clear();
     idleWakes_ = 0;
     if (fd_ < 0)
         return;

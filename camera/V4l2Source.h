@@ -69,8 +69,8 @@ private:
     QList<Buffer> buffers_;
     int held_ = -1; // buffer with the newest frame, kept out of the queue
     qint64 received_ = 0;
-    int idleWakes_ = 0; // wake-ups in a row that brought no frame
-    QImage image_;      // the held frame, converted once asked for
-    mutable QList<SourceFormat> formats_;
+    int idleWakes_ = 0;                   // wake-ups in a row that brought no frame
+    QImage image_;                        // the held frame, converted once asked for
+    mutable QList<SourceFormat> formats_; // of path_, found once
     std::unique_ptr<QSocketNotifier> notifier_;
 };
