@@ -5,6 +5,7 @@
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
+#include "core/Wait.h"
 
 #include <QBuffer>
 #include <QDir>
@@ -43,6 +44,11 @@ quint32 FourccFromText(const QString& text) {
 
 namespace {
 
+// A stream just started is waited for this long; a fresh frame follows within
+// a frame's time.
+constexpr int FrameWaitMs = 300;
+constexpr int RetryMs = 1000;
+
 // The format kept in the settings; fourcc 0 when none is (or it is garbled).
 std::pair<quint32, QSize> SavedFormat(SettingsStore& settings) {
     const quint32 fourcc = FourccFromText(settings.Read(Key::CameraPixelFormat));
@@ -57,16 +63,17 @@ std::pair<quint32, QSize> SavedFormat(SettingsStore& settings) {
 
 Camera::Camera(const ProgramFolder& folder, SettingsStore& settings, UserPrompt& prompt,
                QString devDir)
-    : folder_(folder), settings_(settings), prompt_(prompt), devDir_(std::move(devDir)) {}
+    : folder_(folder), settings_(settings), prompt_(prompt), devDir_(std::move(devDir)) {
+    retry_.setInterval(RetryMs);
+    connect(&retry_, &QTimer::timeout, this, &Camera::reopen);
+}
 
 Camera::~Camera() = default;
 
 bool Camera::start(bool fromRequest) {
-    wanted_ = true;
-    if (running())
+    if (wanted_)
         return true;
     if (settings_.Read(Key::CameraDevice) != u"test" && devices().isEmpty()) {
-        wanted_ = false;
         if (fromRequest)
             prompt_.Notify(NoCameraText);
         else
@@ -74,10 +81,11 @@ bool Camera::start(bool fromRequest) {
         settings_.Write(Key::TakePic, u"0");
         return false;
     }
-    const bool ok = open(false);
-    if (ok)
-        emit started();
-    return ok;
+    if (!open(false))
+        return false;
+    wanted_ = true;
+    emit started();
+    return true;
 }
 
 bool Camera::open(bool quiet) {
@@ -112,6 +120,9 @@ bool Camera::open(bool quiet) {
     }
     deviceName_ = pick->name;
     devicePath_ = pick->path;
+    v4l2->arrived = [this] { emit frameArrived(); };
+    // Told from inside the source: it is replaced later, from the timer.
+    v4l2->gone = [this] { retry_.start(); };
     source_ = std::move(v4l2);
     return true;
 }
@@ -124,19 +135,31 @@ void Camera::SetTakePic(bool on) {
         stop();
 }
 
-void Camera::stop() {
-    wanted_ = false;
-    if (!source_)
+void Camera::reopen() {
+    if (!wanted_ || (source_ && source_->alive())) {
+        retry_.stop();
         return;
+    }
     source_.reset();
-    emit stopped();
+    if (!open(true))
+        return;
+    retry_.stop();
+    qCInfo(lcCamera).noquote() << "camera back on" << devicePath_;
+}
+
+void Camera::stop() {
+    const bool was = wanted_;
+    wanted_ = false;
+    retry_.stop();
+    source_.reset();
+    if (was)
+        emit stopped();
 }
 
 QImage Camera::frame() {
-    if (wanted_ && (!source_ || !source_->alive())) {
-        source_.reset();
-        open(true); // back without a restart once it is plugged in again
-    }
+    // The source is read again after the wait: it may be gone by then.
+    if (source_ && source_->alive() && !source_->hasFrame())
+        WaitForSignal(this, &Camera::frameArrived, FrameWaitMs);
     if (source_) {
         const QImage image = source_->frame();
         if (!image.isNull())

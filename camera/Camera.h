@@ -5,6 +5,7 @@
 #include <QImage>
 #include <QObject>
 #include <QString>
+#include <QTimer>
 
 #include <memory>
 
@@ -33,11 +34,13 @@ public:
     void stop();
     // The TakePic option switched: stored, and the stream follows it.
     void SetTakePic(bool on);
-    bool running() const { return source_ != nullptr; }
+    // Also while a camera that went away is waited for.
+    bool running() const { return wanted_; }
     // The device streaming now: a path, "test", or empty when none.
     QString device() const { return devicePath_; }
 
     // The newest frame, 320 x 240; the last good one when the camera is gone.
+    // Only a stream that has sent nothing yet is waited for, briefly.
     QImage frame();
     // Writes the newest frame to pic/pict.jpg; false leaves the old picture.
     bool takePic();
@@ -58,9 +61,11 @@ public:
 signals:
     void started();
     void stopped();
+    void frameArrived();
 
 private:
     bool open(bool quiet);
+    void reopen();
 
     const ProgramFolder& folder_;
     SettingsStore& settings_;
@@ -71,6 +76,7 @@ private:
     QString deviceName_; // card name of the open camera, to find it again
     bool wanted_ = false;
     QImage last_;
+    QTimer retry_; // opens a camera that went away again, once a second
 };
 
 // The warning shown when there is no camera.

@@ -33,7 +33,9 @@ ControlsDialog::ControlsDialog(Camera& camera, QWidget* parent) : QDialog(parent
             auto* spin = new QSpinBox(row);
             slider->setRange(c.minimum, c.maximum);
             slider->setSingleStep(c.step);
-            slider->setPageStep(std::max(c.step, (c.maximum - c.minimum) / 10));
+            // Full 32-bit ranges are common: the span does not fit an int.
+            slider->setPageStep(
+                int(std::max<qint64>(c.step, (qint64(c.maximum) - c.minimum) / 10)));
             spin->setRange(c.minimum, c.maximum);
             spin->setSingleStep(c.step);
             rowLayout->addWidget(slider, 1);

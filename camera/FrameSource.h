@@ -5,6 +5,7 @@
 #include <QSize>
 #include <QString>
 
+#include <functional>
 #include <utility>
 
 // One adjustable setting of a camera, as the device describes it.
@@ -37,6 +38,11 @@ public:
     virtual QImage frame() = 0;
     // False once the device has gone: the caller opens it anew later.
     virtual bool alive() const { return true; }
+    // False while a stream just started has sent no frame yet.
+    virtual bool hasFrame() const { return true; }
+    // Called from inside the source when a frame arrives and when the device
+    // goes away; the source must not be destroyed there.
+    std::function<void()> arrived, gone;
 
     virtual QList<SourceControl> controls() const { return {}; }
     // False when the device refuses the value; it keeps its old one then.

@@ -1,7 +1,5 @@
 #include "camera/V4l2Source.h"
 
-#include "core/Wait.h"
-
 #include <QDir>
 #include <QLoggingCategory>
 #include <QRegularExpression>
@@ -11,9 +9,9 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <libv4l2.h>
 #include <libv4lconvert.h>
 #include <linux/videodev2.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -26,14 +24,22 @@ namespace {
 int xioctl(int fd, unsigned long request, void* arg) {
     int r;
     do
-        r = v4l2_ioctl(fd, request, arg);
+        r = ::ioctl(fd, request, arg);
     while (r == -1 && errno == EINTR);
     return r;
 }
 
-// A frame at most this old is good enough; a camera that sends none this long is
-// not waited for.
-constexpr int FrameWaitMs = 300;
+// Wake-ups in a row that bring no frame before the device counts as broken: a
+// descriptor that stays readable would otherwise spin the event loop.
+constexpr int MaxIdleWakes = 20;
+
+v4l2_format RgbOf(const v4l2_format& source) {
+    v4l2_format rgb = source;
+    rgb.fmt.pix.pixelformat = V4L2_PIX_FMT_RGB24;
+    rgb.fmt.pix.bytesperline = source.fmt.pix.width * 3;
+    rgb.fmt.pix.sizeimage = rgb.fmt.pix.bytesperline * source.fmt.pix.height;
+    return rgb;
+}
 
 } // namespace
 
@@ -128,12 +134,22 @@ bool V4l2Source::setControl(quint32 id, int value) {
 }
 
 QList<SourceFormat> V4l2Source::formats() const {
-    QList<SourceFormat> list;
-    if (fd_ < 0)
-        return list;
+    if (fd_ < 0 || !formats_.isEmpty())
+        return formats_;
+    QList<SourceFormat>& list = formats_;
     v4l2_fmtdesc desc{};
     desc.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     for (desc.index = 0; xioctl(fd_, VIDIOC_ENUM_FMT, &desc) == 0; ++desc.index) {
+        // Only what can be turned into a picture is offered.
+        v4l2_format tried{};
+        tried.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        tried.fmt.pix.width = 320;
+        tried.fmt.pix.height = 240;
+        tried.fmt.pix.pixelformat = desc.pixelformat;
+        tried.fmt.pix.field = V4L2_FIELD_ANY;
+        if (xioctl(fd_, VIDIOC_TRY_FMT, &tried) != 0 ||
+            tried.fmt.pix.pixelformat != desc.pixelformat || !convertible(tried))
+            continue;
         SourceFormat f{desc.pixelformat,
                        QString::fromUtf8(reinterpret_cast<const char*>(desc.description)),
                        {}};
@@ -161,6 +177,23 @@ QList<SourceFormat> V4l2Source::formats() const {
     return list;
 }
 
+bool V4l2Source::convertible(const v4l2_format& format) const {
+    const quint32 fourcc = format.fmt.pix.pixelformat;
+    if (fourcc == V4L2_PIX_FMT_RGB24 || fourcc == V4L2_PIX_FMT_MJPEG ||
+        fourcc == V4L2_PIX_FMT_JPEG) // blank data does not decode: taken on trust
+        return true;
+    // A blank frame tells whether the library knows the format.
+    const v4l2_format rgb = RgbOf(format);
+    QByteArray blank(qsizetype(std::max(format.fmt.pix.sizeimage,
+                                        format.fmt.pix.bytesperline * format.fmt.pix.height)),
+                     0);
+    QByteArray out(qsizetype(rgb.fmt.pix.sizeimage), Qt::Uninitialized);
+    return convert_ && !blank.isEmpty() &&
+           v4lconvert_convert(convert_, &format, &rgb, reinterpret_cast<uchar*>(blank.data()),
+                              int(blank.size()), reinterpret_cast<uchar*>(out.data()),
+                              int(out.size())) >= 0;
+}
+
 bool V4l2Source::setFormat(quint32 fourcc, QSize size) {
     const QString path = path_;
     const quint32 oldFourcc = wanted_;
@@ -177,34 +210,51 @@ V4l2Source::~V4l2Source() {
 
 bool V4l2Source::open(const QString& path, quint32 fourcc, QSize size) {
     close();
+    if (path != path_)
+        formats_.clear(); // a format change opens the same device again
     path_ = path;
     wanted_ = fourcc;
     wantedSize_ = size;
-    fd_ = v4l2_open(QFile::encodeName(path).constData(), O_RDWR | O_NONBLOCK);
+    received_ = 0;
+    fd_ = ::open(QFile::encodeName(path).constData(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
     if (fd_ < 0)
         return false;
-    v4l2_format fmt{};
-    fmt.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    fmt.fmt.pix.width = fourcc ? quint32(size.width()) : 320;
-    fmt.fmt.pix.height = fourcc ? quint32(size.height()) : 240;
-    fmt.fmt.pix.pixelformat = fourcc ? fourcc : V4L2_PIX_FMT_RGB24;
-    fmt.fmt.pix.field = V4L2_FIELD_ANY;
-    const v4l2_pix_format asked = fmt.fmt.pix;
-    // A chosen format the driver adjusts is refused: it is not what was picked.
-    if (xioctl(fd_, VIDIOC_S_FMT, &fmt) != 0 || fmt.fmt.pix.pixelformat != asked.pixelformat ||
-        (fourcc && (fmt.fmt.pix.width != asked.width || fmt.fmt.pix.height != asked.height))) {
+    convert_ = v4lconvert_create(fd_);
+    if (!convert_) {
         close();
         return false;
     }
-    fourcc_ = fmt.fmt.pix.pixelformat;
-    if (fourcc_ != V4L2_PIX_FMT_RGB24) {
-        convert_ = v4lconvert_create(fd_);
-        if (!convert_) {
+    v4l2_format fmt{};
+    fmt.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    if (fourcc) {
+        fmt.fmt.pix.width = quint32(size.width());
+        fmt.fmt.pix.height = quint32(size.height());
+        fmt.fmt.pix.pixelformat = fourcc;
+        fmt.fmt.pix.field = V4L2_FIELD_ANY;
+    } else {
+        // The device's own format that gives a 320 x 240 picture best.
+        v4l2_format rgb{};
+        rgb.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+        rgb.fmt.pix.width = 320;
+        rgb.fmt.pix.height = 240;
+        rgb.fmt.pix.pixelformat = V4L2_PIX_FMT_RGB24;
+        rgb.fmt.pix.field = V4L2_FIELD_ANY;
+        if (v4lconvert_try_format(convert_, &rgb, &fmt) != 0) {
             close();
             return false;
         }
+        fmt.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    }
+    const v4l2_pix_format asked = fmt.fmt.pix;
+    // A chosen format the driver adjusts is refused: it is not what was picked.
+    if (xioctl(fd_, VIDIOC_S_FMT, &fmt) != 0 || fmt.fmt.pix.pixelformat != asked.pixelformat ||
+        (fourcc && (fmt.fmt.pix.width != asked.width || fmt.fmt.pix.height != asked.height)) ||
+        !convertible(fmt)) {
+        close();
+        return false;
     }
     format_ = fmt;
+    fourcc_ = fmt.fmt.pix.pixelformat;
     width_ = int(fmt.fmt.pix.width);
     height_ = int(fmt.fmt.pix.height);
     stride_ = int(fmt.fmt.pix.bytesperline ? fmt.fmt.pix.bytesperline : fmt.fmt.pix.width * 3);
@@ -232,7 +282,7 @@ bool V4l2Source::open(const QString& path, quint32 fourcc, QSize size) {
             return false;
         }
         void* start =
-            v4l2_mmap(nullptr, buf.length, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, buf.m.offset);
+            mmap(nullptr, buf.length, PROT_READ | PROT_WRITE, MAP_SHARED, fd_, buf.m.offset);
         if (start == MAP_FAILED) {
             close();
             return false;
@@ -263,49 +313,71 @@ bool V4l2Source::requeue(int index) {
 }
 
 void V4l2Source::dequeue() {
+    bool got = false;
     for (;;) {
         v4l2_buffer buf{};
         buf.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
         buf.memory = V4L2_MEMORY_MMAP;
         if (xioctl(fd_, VIDIOC_DQBUF, &buf) != 0) {
-            if (errno != EAGAIN) {
-                qCWarning(lcV4l2) << "camera gone:" << strerror(errno);
-                close(); // the caller opens it again when it is back
-            }
+            if (errno == EAGAIN)
+                break; // no (further) frame yet
+            qCWarning(lcV4l2).noquote() << path_ << "gone:" << strerror(errno);
+            lost();
             return;
         }
-        if (held_ >= 0 && !requeue(held_)) {
-            close();
+        // A damaged frame goes straight back; the last good one stays.
+        const bool damaged = buf.flags & V4L2_BUF_FLAG_ERROR;
+        if ((damaged || held_ >= 0) && !requeue(damaged ? int(buf.index) : held_)) {
+            qCWarning(lcV4l2).noquote() << path_ << "gone:" << strerror(errno);
+            lost();
             return;
         }
+        if (damaged)
+            continue;
         held_ = int(buf.index);
         used_ = buf.bytesused;
+        image_ = {};
+        ++received_;
+        got = true;
     }
+    if (got)
+        idleWakes_ = 0;
+    else if (++idleWakes_ > MaxIdleWakes) {
+        qCWarning(lcV4l2).noquote() << path_ << "wakes without frames; opened anew";
+        lost();
+        return;
+    }
+    if (got && arrived)
+        arrived();
+}
+
+void V4l2Source::lost() {
+    close();
+    if (gone)
+        gone();
 }
 
 QImage V4l2Source::frame() {
-    if (fd_ < 0)
-        return {};
-    dequeue();
-    if (held_ < 0 && notifier_)
-        WaitForSignal(notifier_.get(), &QSocketNotifier::activated, FrameWaitMs);
     if (fd_ < 0 || held_ < 0)
         return {};
+    if (!image_.isNull())
+        return image_; // converted once per frame
     const Buffer& b = buffers_[held_];
-    if (!convert_)
-        return ScaledFrame(static_cast<const uchar*>(b.start), b.length, width_, height_, stride_);
-    v4l2_format rgb = format_;
-    rgb.fmt.pix.pixelformat = V4L2_PIX_FMT_RGB24;
-    rgb.fmt.pix.bytesperline = quint32(width_) * 3;
-    rgb.fmt.pix.sizeimage = rgb.fmt.pix.bytesperline * quint32(height_);
+    const size_t used = used_ ? std::min(used_, b.length) : b.length;
+    if (fourcc_ == V4L2_PIX_FMT_RGB24) {
+        image_ = ScaledFrame(static_cast<const uchar*>(b.start), used, width_, height_, stride_);
+        return image_;
+    }
+    const v4l2_format rgb = RgbOf(format_);
     QByteArray pixels(qsizetype(rgb.fmt.pix.sizeimage), Qt::Uninitialized);
-    const int n = v4lconvert_convert(convert_, &format_, &rgb, static_cast<uchar*>(b.start),
-                                     int(std::min(used_, b.length)),
-                                     reinterpret_cast<uchar*>(pixels.data()), int(pixels.size()));
+    const int n =
+        v4lconvert_convert(convert_, &format_, &rgb, static_cast<uchar*>(b.start), int(used),
+                           reinterpret_cast<uchar*>(pixels.data()), int(pixels.size()));
     if (n < 0)
         return {}; // a damaged frame: the last good picture stays
-    return ScaledFrame(reinterpret_cast<const uchar*>(pixels.constData()), size_t(n), width_,
-                       height_, width_ * 3);
+    image_ = ScaledFrame(reinterpret_cast<const uchar*>(pixels.constData()), size_t(n), width_,
+                         height_, width_ * 3);
+    return image_;
 }
 
 QImage ScaledFrame(const uchar* rgb, size_t length, int width, int height, int stride) {
@@ -326,17 +398,19 @@ void V4l2Source::close() {
         notifier_->setEnabled(false);
         notifier_.release()->deleteLater();
     }
+    image_ = {};
+    idleWakes_ = 0;
     if (fd_ < 0)
         return;
     v4l2_buf_type type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     xioctl(fd_, VIDIOC_STREAMOFF, &type);
     for (const Buffer& b : buffers_)
-        v4l2_munmap(b.start, b.length);
+        munmap(b.start, b.length);
     buffers_.clear();
     held_ = -1;
     if (convert_)
         v4lconvert_destroy(convert_);
     convert_ = nullptr;
-    v4l2_close(fd_);
+    ::close(fd_);
     fd_ = -1;
 }
