@@ -263,6 +263,7 @@ void Transceiver::Timer1Tick() {
         if (rc != 0) {
             qCWarning(lcDevice) << "capture failed:" << rc;
             CaptureWaiting = 0;
+            lost(driver_->target());
             emit captureEnded();
         } else if (!data.isEmpty()) {
             int n = int(std::min<qsizetype>(data.size(), SignalFileSize));
@@ -272,8 +273,8 @@ void Transceiver::Timer1Tick() {
             CaptureGot = true;
             emit captureEnded();
         }
-    } else {
-        driver_->tira_get_ir_data(&IrText);
+    } else if (driver_->tira_get_ir_data(&IrText) != 0) {
+        lost(driver_->target()); // gone while idle: let go of it now
     }
 }
 
