@@ -20,6 +20,8 @@ constexpr uint32_t LearnTimeoutUs = 150000;
 constexpr size_t MaxSendValues = 1024; // the kernel's limits for one write
 constexpr uint64_t MaxSendUs = 500000;
 constexpr uint32_t MinCutUs = 5000; // a pause long enough to time on the host
+// Most remote controls drive their LEDs for a third of each carrier period.
+constexpr uint32_t SendDutyCyclePercent = 33;
 } // namespace
 
 int LircIo::open(const char* path, int flags) {
@@ -42,6 +44,8 @@ LircDriver::LircDriver(QString path, std::shared_ptr<LircIo> io, QObject* parent
     : QObject(parent), path_(std::move(path)), io_(std::move(io)) {
     pause_.setSingleShot(true);
     connect(&pause_, &QTimer::timeout, this, &LircDriver::sendPiece);
+    quiet_.setSingleShot(true);
+    connect(&quiet_, &QTimer::timeout, this, &LircDriver::finishMessage);
 }
 
 LircDriver::~LircDriver() {
@@ -79,6 +83,7 @@ int LircDriver::tira_stop() {
     if (capturing_ && fd_ >= 0 && !broken_)
         setLearning(false);
     capturing_ = false;
+    quiet_.stop();
     notifier_.reset();
     if (fd_ >= 0)
         io_->close(fd_);
@@ -110,6 +115,13 @@ int LircDriver::tira_start_capture() {
     if (!(features_ & LIRC_CAN_REC_MODE2))
         return CannotReceive;
     setLearning(true);
+    // A message ends at the kernel's timeout record; some devices never send
+    // one (rc-loopback, with carrier reports on), so quiet for longer than
+    // the receive timeout ends it too.
+    uint32_t timeout = 0;
+    if (io_->ioctl(fd_, LIRC_GET_REC_TIMEOUT, &timeout) != 0 || timeout == 0)
+        timeout = LearnTimeoutUs;
+    quiet_.setInterval(int(timeout / 1000) + 100);
     message_.clear();
     carrier_ = 0;
     captured_.clear();
@@ -169,7 +181,8 @@ void LircDriver::take(uint32_t record) {
         } // leading spaces are the idle time before the press
         break;
     case LIRC_MODE2_FREQUENCY:
-        carrier_ = int(value);
+        if (carrier_ == 0) // one report a message; rc-loopback sends more
+            carrier_ = int(value);
         break;
     case LIRC_MODE2_OVERFLOW:
         message_.clear();
@@ -180,15 +193,19 @@ void LircDriver::take(uint32_t record) {
     default:
         break;
     }
+    if (!message_.empty() && captured_.isEmpty())
+        quiet_.start();
 }
 
 void LircDriver::finishMessage() {
+    quiet_.stop();
     if (message_.empty())
         return;
     if (message_.size() % 2 == 0)
         message_.pop_back();
     IrTiming timing{message_, carrier_, -1};
     message_.clear();
+    carrier_ = 0;
     if (auto blob = BlobFromTiming(FoldRepeats(timing))) {
         captured_ = blob->encode();
         setLearning(false);
@@ -275,6 +292,9 @@ int LircDriver::prepare(int repeat, int frequency, QByteArrayView data,
     if ((features_ & LIRC_CAN_SET_SEND_CARRIER) &&
         io_->ioctl(fd_, LIRC_SET_SEND_CARRIER, &carrier) != 0)
         qCWarning(lcLirc).noquote() << path_ << "cannot send at" << carrier << "Hz";
+    uint32_t duty = SendDutyCyclePercent;
+    if (features_ & LIRC_CAN_SET_SEND_DUTY_CYCLE)
+        io_->ioctl(fd_, LIRC_SET_SEND_DUTY_CYCLE, &duty);
     if (!cut(timing.frame(), pieces))
         return Io;
     for (int i = 0; timing.repeats() && i < repeat; ++i) {

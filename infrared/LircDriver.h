@@ -73,6 +73,7 @@ private:
     std::unique_ptr<QSocketNotifier> notifier_;
     std::vector<uint32_t> message_;
     int carrier_ = 0;
+    QTimer quiet_; // ends a message the kernel did not end
     QByteArray captured_;
     std::vector<Piece> pieces_; // of the transmission under way
     size_t piece_ = 0;

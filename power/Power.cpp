@@ -159,7 +159,19 @@ bool Power::SetResumeTask(const QDateTime& when) {
     if (adjtime.open(QIODevice::ReadOnly) &&
         adjtime.readAll().split('\n').value(2).trimmed() == "LOCAL")
         seconds += when.offsetFromUtc();
-    if (!write("0\n") || !write(QByteArray::number(seconds) + '\n')) {
+    bool ok = write("0\n") && write(QByteArray::number(seconds) + '\n');
+    // Many clocks (rtc_cmos without a day alarm) refuse anything beyond the
+    // next 24 hours: wake within that instead, early rather than too late.
+    constexpr qint64 DayLimitSecs = 86400 - 300;
+    if (!ok && when > QDateTime::currentDateTime().addSecs(DayLimitSecs) &&
+        write("+" + QByteArray::number(DayLimitSecs) + '\n')) {
+        qCInfo(lcPower).noquote()
+            << "the real-time clock takes wake-ups only within a day: wake-up set for"
+            << QDateTime::currentDateTime().addSecs(DayLimitSecs).toString(u"yyyy/MM/dd HH:mm")
+            << "instead of" << when.toString(u"yyyy/MM/dd HH:mm");
+        return true;
+    }
+    if (!ok) {
         if (!std::exchange(notWritableTold_, true))
             qCWarning(lcPower).noquote()
                 << "no wake-up was set: cannot write" << wakeAlarmPath << u"("_s + error + u")"_s

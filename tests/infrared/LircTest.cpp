@@ -32,7 +32,7 @@ class FakeKernel final : public LircIo {
 public:
     uint32_t features = LIRC_CAN_REC_MODE2 | LIRC_CAN_SEND_PULSE | LIRC_CAN_SET_SEND_CARRIER |
                         LIRC_CAN_MEASURE_CARRIER | LIRC_CAN_USE_WIDEBAND_RECEIVER |
-                        LIRC_CAN_SET_REC_TIMEOUT;
+                        LIRC_CAN_SET_REC_TIMEOUT | LIRC_CAN_SET_SEND_DUTY_CYCLE;
     std::vector<std::pair<unsigned long, uint32_t>> ioctls;
     std::vector<std::vector<uint32_t>> writes;
     int feedFd = -1;
@@ -84,9 +84,9 @@ std::vector<uint32_t> mode2(uint32_t carrier) {
     const std::vector<uint32_t> us = recordingUs();
     for (size_t i = 0; i < us.size(); ++i)
         r.push_back(i % 2 == 0 ? LIRC_PULSE(us[i]) : LIRC_SPACE(us[i]));
-    if (carrier)
-        r.push_back(LIRC_FREQUENCY(carrier));
-    r.push_back(LIRC_TIMEOUT(150000));
+    if (carrier) // rc-loopback reports its closing silence as a carrier too
+        r.insert(r.end(), {LIRC_FREQUENCY(carrier), LIRC_FREQUENCY(150000), LIRC_TIMEOUT(150000)});
+    // Without one, as rc-loopback may: no timeout record either.
     return r;
 }
 
@@ -145,6 +145,7 @@ TEST(Lirc, LearnsARecordedNecRemoteAndSendsItBack) {
     f.kernel->writes.clear();
     ASSERT_TRUE(f.device.TestStudiedSignal());
     EXPECT_TRUE(f.kernel->set(LIRC_SET_SEND_CARRIER, 38200));
+    EXPECT_TRUE(f.kernel->set(LIRC_SET_SEND_DUTY_CYCLE, 33));
     ASSERT_EQ(f.kernel->writes.size(), 4u);
     expectNear(f.kernel->writes[0], {us.begin(), us.begin() + 71});
     for (int i = 1; i < 4; ++i)

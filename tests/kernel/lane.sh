@@ -5,6 +5,8 @@
 # LIRC, V4L2, USB-serial and RTC drivers without touching the host.
 #
 #   tests/kernel/lane.sh [BUILD_DIR]     (default: build)
+#   LANE_CASES=lirc ...   only the case files whose name holds "lirc"
+#   LANE_KEEP=1 ...       keeps the shared folder (console.log, each gtest log)
 #
 # Prints one line per case, "CASE <name> ok|FAIL|skip <figures or reason>",
 # and fails when a case failed or the machine did not finish in time.
@@ -89,7 +91,8 @@ LANE_BUILD='$BUILD'
 LANE_OUT=/tmp/out
 HOME=/tmp/out/home
 PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
-export LANE_SRC LANE_BUILD LANE_OUT HOME PATH
+LANE_CASES='${LANE_CASES:-}'
+export LANE_SRC LANE_BUILD LANE_OUT HOME PATH LANE_CASES
 ENV
 pids=()
 qemu_pid=

@@ -1,0 +1,398 @@
+// The LIRC driver against the kernel's rc-loopback, whose transmissions come
+// back on its own receiver. Run by tests/kernel/cases/10-lirc.sh.
+#include "core/Settings.h"
+#include "core/Wait.h"
+#include "infrared/IrSignal.h"
+#include "infrared/SignalStore.h"
+#include "infrared/TiraFacts.h"
+#include "infrared/Transceiver.h"
+#include "kernel/Lane.h"
+#include "support/ScriptedPrompt.h"
+#include "support/TempFolder.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QSocketNotifier>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <linux/lirc.h>
+#include <sys/ioctl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString Device = u"/dev/lirc0"_s;
+
+// A second reader of the device: every message the receiver reports, split at
+// long silences, with the carrier when the learning receiver measured it.
+class Receiver : public QObject {
+public:
+    struct Message {
+        std::vector<uint32_t> durations;
+        int carrier = 0;
+    };
+    std::vector<Message> messages;
+    bool gone = false;
+    // rc-loopback ends each write with a silence of its receive timeout.
+    static constexpr uint32_t EndUs = 100000;
+
+    Receiver() { open(); }
+    ~Receiver() override { close(); }
+    bool open() {
+        close();
+        fd_ = ::open(qPrintable(Device), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        if (fd_ < 0)
+            return false;
+        uint32_t mode = LIRC_MODE_MODE2;
+        ::ioctl(fd_, LIRC_SET_REC_MODE, &mode);
+        gone = false;
+        notifier_ = std::make_unique<QSocketNotifier>(fd_, QSocketNotifier::Read);
+        connect(notifier_.get(), &QSocketNotifier::activated, this, &Receiver::read);
+        return true;
+    }
+    void close() {
+        notifier_.reset();
+        if (fd_ >= 0)
+            ::close(fd_);
+        fd_ = -1;
+    }
+    // Until n messages have come or ms have passed.
+    bool waitFor(size_t n, int ms) {
+        QElapsedTimer t;
+        t.start();
+        while (messages.size() < n && t.elapsed() < ms)
+            WaitMs(20);
+        return messages.size() >= n;
+    }
+
+private:
+    void read() {
+        uint32_t records[256];
+        ssize_t n = ::read(fd_, records, sizeof records);
+        if (n < 0 && errno == EAGAIN)
+            return;
+        if (n <= 0) {
+            gone = true;
+            notifier_->setEnabled(false);
+            return;
+        }
+        for (ssize_t i = 0; i < n / 4; ++i) {
+            const uint32_t v = LIRC_VALUE(records[i]);
+            switch (LIRC_MODE2(records[i])) {
+            case LIRC_MODE2_PULSE:
+                current_.durations.push_back(v);
+                break;
+            case LIRC_MODE2_SPACE:
+                if (v >= EndUs)
+                    end();
+                else if (!current_.durations.empty())
+                    current_.durations.push_back(v);
+                break;
+            case LIRC_MODE2_FREQUENCY: // the closing silence, with carrier reports on
+                if (v >= EndUs)
+                    end();
+                else if (current_.carrier == 0)
+                    current_.carrier = int(v);
+                break;
+            case LIRC_MODE2_TIMEOUT:
+                end();
+                break;
+            }
+        }
+    }
+    void end() {
+        if (!current_.durations.empty())
+            messages.push_back(std::exchange(current_, {}));
+    }
+    int fd_ = -1;
+    std::unique_ptr<QSocketNotifier> notifier_;
+    Message current_;
+};
+
+// The largest difference, or -1 when the counts differ or one is off by more
+// than 8 µs (a table unit) and 3 %.
+int Mismatch(const std::vector<uint32_t>& got, const std::vector<uint32_t>& want) {
+    if (got.size() != want.size())
+        return -1;
+    int worst = 0;
+    for (size_t i = 0; i < got.size(); ++i) {
+        const int d = std::abs(int(got[i]) - int(want[i]));
+        if (d > 8 + int(want[i]) * 3 / 100)
+            return -1;
+        worst = std::max(worst, d);
+    }
+    return worst;
+}
+
+QString Text(const std::vector<uint32_t>& d) {
+    return IrCtlText(d);
+}
+
+// Kernel log lines that came after the start.
+class KernelLog {
+public:
+    KernelLog() {
+        fd_ = ::open("/dev/kmsg", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        if (fd_ >= 0)
+            ::lseek(fd_, 0, SEEK_END);
+    }
+    ~KernelLog() {
+        if (fd_ >= 0)
+            ::close(fd_);
+    }
+    QString read() {
+        QString all;
+        char line[1024];
+        ssize_t n;
+        while (fd_ >= 0 && (n = ::read(fd_, line, sizeof line)) > 0)
+            all += QString::fromUtf8(line, n).section(u';', 1);
+        return all;
+    }
+
+private:
+    int fd_ = -1;
+};
+
+void RunTool(const QString& program, const QStringList& args) {
+    QProcess p;
+    p.start(program, args);
+    ASSERT_TRUE(p.waitForFinished(20000)) << program.toStdString();
+    EXPECT_EQ(p.exitCode(), 0) << qPrintable(program + u' ' + args.join(u' ')) << ": "
+                               << p.readAllStandardError().toStdString();
+}
+
+// Waits for a process started earlier, which may have ended already.
+bool Finished(QProcess& p) {
+    return p.state() == QProcess::NotRunning || p.waitForFinished(20000);
+}
+
+double CpuSeconds() {
+    rusage u{};
+    getrusage(RUSAGE_SELF, &u);
+    return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) +
+           double(u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
+}
+
+struct Program {
+    Program() {
+        t.folder.CreateDataFolders();
+        t.settings.WriteIni(u"Tira", u"Device", Device);
+    }
+    // An NEC key (address 0x40, command 0x12) with its repeat code, learned
+    // at 38 kHz with a pause of gapUs before each repeat.
+    QString learnNec(uint32_t gapUs = 100000) {
+        IrTiming nec;
+        auto add = [&](uint32_t pulse, uint32_t space) {
+            nec.durations.push_back(pulse);
+            nec.durations.push_back(space);
+        };
+        add(9000, 4500);
+        const uint32_t bits = 0x40 | (0xbf << 8) | (0x12 << 16) | (0xed << 24);
+        for (int i = 0; i < 32; ++i)
+            add(560, bits >> i & 1 ? 1690 : 560);
+        add(560, gapUs);
+        nec.repeatBegin = int(nec.durations.size());
+        add(9000, 2250);
+        nec.durations.push_back(560);
+        nec.carrierHz = 38000;
+        auto blob = BlobFromTiming(nec);
+        EXPECT_TRUE(blob);
+        const QString path = t.path(u"IRSignals/TV-Power.bin");
+        EXPECT_TRUE(WriteSignalFile(path, blob->encode()));
+        sent = TimingFromBlob(*blob);
+        return path;
+    }
+    SendResult press(const QString& path) {
+        return device.TransmitAndWait(path, Transceiver::Origin::Background);
+    }
+    TempFolder t;
+    ScriptedPrompt prompt;
+    Transceiver device{t.folder, t.settings, prompt};
+    IrTiming sent;
+};
+
+// A press goes out once: the signal, then its repeating part three more
+// times; a second reader sees them as messages split at the long pauses.
+void ExpectSentOnce(Program& p, Receiver& rx, const QString& path, QStringList* figures) {
+    std::vector<std::vector<uint32_t>> want(1);
+    for (uint32_t d : p.sent.frame()) {
+        if (want.back().size() % 2 == 1 && d >= Receiver::EndUs)
+            want.emplace_back();
+        else
+            want.back().push_back(d);
+    }
+    for (int i = 0; i < TiraFacts::TransmitRepeat; ++i)
+        want.push_back(p.sent.repeatFrame());
+    QElapsedTimer t;
+    t.start();
+    EXPECT_EQ(p.press(path), SendResult::Sent);
+    const qint64 sendMs = t.elapsed();
+    EXPECT_TRUE(rx.waitFor(want.size(), 3000));
+    WaitMs(300); // anything more would come now
+    QString all;
+    for (const auto& m : rx.messages)
+        all += Text(m.durations) + u'\n';
+    ASSERT_EQ(rx.messages.size(), want.size()) << qPrintable(all);
+    int worst = 0;
+    size_t count = 0;
+    for (size_t i = 0; i < want.size(); ++i) {
+        const int m = Mismatch(rx.messages[i].durations, want[i]);
+        EXPECT_GE(m, 0) << "got  " << qPrintable(Text(rx.messages[i].durations)) << "\nsent "
+                        << qPrintable(Text(want[i]));
+        worst = std::max(worst, m);
+        count += want[i].size();
+    }
+    *figures << u"%1 messages, %2 durations within %3 us, press %4 ms"_s.arg(want.size())
+                    .arg(count)
+                    .arg(worst)
+                    .arg(sendMs);
+    rx.messages.clear();
+}
+
+} // namespace
+
+// rc-loopback is loaded with its debug messages on, so that it logs the
+// carrier and duty cycle it is given.
+TEST(LircKernel, LearnedKeyGoesOutOnceWithItsCarrier) {
+    Program p;
+    Receiver rx;
+    KernelLog log;
+    const QString path = p.learnNec();
+    QStringList figures;
+    ExpectSentOnce(p, rx, path, &figures);
+    uint32_t features = 0;
+    const int fd = ::open(qPrintable(Device), O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(fd, 0);
+    ::ioctl(fd, LIRC_GET_FEATURES, &features);
+    ::close(fd);
+    const QString kernel = log.read();
+    if (features & LIRC_CAN_SET_SEND_CARRIER) {
+        EXPECT_TRUE(kernel.contains(u"setting tx carrier: 38000"_s)) << qPrintable(kernel);
+    }
+    if (features & LIRC_CAN_SET_SEND_DUTY_CYCLE) {
+        EXPECT_TRUE(kernel.contains(u"duty cycle"_s)) << qPrintable(kernel);
+    }
+    figures
+        << kernel.split(u'\n').filter(u"setting"_s).join(u", "_s).replace(u"rc rc0: "_s, QString());
+    Figures(figures.join(u"; "_s));
+}
+
+// What the kernel encodes itself reaches the learning path whole: every
+// duration a second reader sees, and the carrier.
+TEST(LircKernel, KernelEncodedSignalsAreCapturedWhole) {
+    Program p;
+    p.device.captureTimeoutMs = 5000;
+    ASSERT_TRUE(p.device.ActivateTira(0));
+    Receiver rx;
+    QStringList figures;
+    const std::pair<QString, int> sends[] = {{u"nec:0x4012"_s, 38000},
+                                             {u"rc5:0x1e0c"_s, 36000},
+                                             {u"sony12:0x10015"_s, 40000},
+                                             {u"rc6_0:0x0c0d"_s, 36000}};
+    for (const auto& [scancode, carrier] : sends) {
+        SCOPED_TRACE(scancode.toStdString());
+        rx.messages.clear();
+        QProcess irctl;
+        QTimer::singleShot(300, &irctl, [&] {
+            // rc-loopback hands its learning receiver only what goes out on
+            // transmitter 2.
+            irctl.start(u"ir-ctl"_s, {u"-d"_s, Device, u"-e"_s, u"1,2"_s, u"-S"_s, scancode});
+        });
+        QElapsedTimer t;
+        t.start();
+        ASSERT_TRUE(p.device.CaptureTira())
+            << "nothing captured; ir-ctl: " << irctl.readAllStandardError().toStdString();
+        const qint64 ms = t.elapsed();
+        ASSERT_TRUE(Finished(irctl));
+        ASSERT_TRUE(rx.waitFor(1, 2000));
+        auto blob = IrBlob::decode(QByteArrayView(p.device.SignalBuf.data(), p.device.SignalLen));
+        ASSERT_TRUE(blob);
+        const IrTiming got = TimingFromBlob(*blob);
+        std::vector<uint32_t> captured = got.frame();
+        const auto& wire = rx.messages[0];
+        const int worst = Mismatch(captured, wire.durations);
+        EXPECT_GE(worst, 0) << "captured " << qPrintable(Text(captured)) << "\nsent     "
+                            << qPrintable(Text(wire.durations));
+        EXPECT_NEAR(got.carrierHz, wire.carrier, wire.carrier / 50);
+        EXPECT_EQ(wire.carrier, carrier);
+        figures << u"%1 %2/%3 durations within %4 us at %5 Hz in %6 ms"_s
+                       .arg(scancode.section(u':', 0, 0))
+                       .arg(captured.size())
+                       .arg(wire.durations.size())
+                       .arg(worst)
+                       .arg(got.carrierHz)
+                       .arg(ms);
+    }
+    Figures(figures.join(u"; "_s));
+}
+
+// The module removed while the device is open ends a capture and a send at
+// once as failed, without spinning, and the device is used again once the
+// module is back, without a restart.
+TEST(LircKernel, UnpluggedDeviceFailsAndComesBack) {
+    Program p;
+    p.device.captureTimeoutMs = 8000;
+    const QString path = p.learnNec();
+    QStringList figures;
+
+    ASSERT_TRUE(p.device.ActivateTira(0));
+    QProcess rmmod;
+    QTimer::singleShot(300, &rmmod, [&] { rmmod.start(u"rmmod"_s, {u"rc-loopback"_s}); });
+    QElapsedTimer t;
+    t.start();
+    double cpu = CpuSeconds();
+    EXPECT_FALSE(p.device.CaptureTira());
+    const qint64 captureMs = t.elapsed();
+    cpu = CpuSeconds() - cpu;
+    ASSERT_TRUE(Finished(rmmod));
+    EXPECT_EQ(rmmod.exitCode(), 0) << rmmod.readAllStandardError().toStdString();
+    EXPECT_LT(captureMs, 3000) << "the capture ran to its time limit";
+    EXPECT_LT(cpu, 0.5 * double(captureMs) / 1000 + 0.1) << "busy while the device was gone";
+    figures << u"capture ended %1 ms after start (rmmod at 300), %2 ms CPU"_s.arg(captureMs).arg(
+        int(cpu * 1000));
+
+    // Back: the next press goes out.
+    RunTool(u"modprobe"_s, {u"rc-loopback"_s});
+    QElapsedTimer back;
+    back.start();
+    while (!QFileInfo::exists(Device) && back.elapsed() < 5000)
+        WaitMs(50);
+    Receiver rx;
+    ASSERT_TRUE(rx.open());
+    ExpectSentOnce(p, rx, path, &figures);
+
+    // Gone during a send of the frame and its three repeats (1.3 s).
+    p.learnNec(400000);
+    rx.close();
+    QTimer::singleShot(200, &rmmod, [&] { rmmod.start(u"rmmod"_s, {u"rc-loopback"_s}); });
+    t.restart();
+    cpu = CpuSeconds();
+    const SendResult during = p.press(path);
+    const qint64 sendMs = t.elapsed();
+    cpu = CpuSeconds() - cpu;
+    ASSERT_TRUE(Finished(rmmod));
+    EXPECT_EQ(rmmod.exitCode(), 0);
+    EXPECT_NE(during, SendResult::Sent);
+    EXPECT_LT(sendMs, 3000);
+    figures << u"send during rmmod: %1 after %2 ms"_s
+                   .arg(during == SendResult::Failed      ? u"failed"_s
+                        : during == SendResult::NotOpened ? u"not opened"_s
+                                                          : u"sent"_s)
+                   .arg(sendMs);
+    EXPECT_EQ(p.press(path), SendResult::NotOpened) << "sent to a device that is not there";
+
+    RunTool(u"modprobe"_s, {u"rc-loopback"_s, u"dyndbg=+p"_s});
+    back.restart();
+    while (!QFileInfo::exists(Device) && back.elapsed() < 5000)
+        WaitMs(50);
+    ASSERT_TRUE(rx.open());
+    ExpectSentOnce(p, rx, path, &figures);
+    Figures(figures.join(u"; "_s));
+}
