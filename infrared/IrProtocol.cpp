@@ -291,8 +291,299 @@ bool decodeJvcRepeat(const Durations& d, size_t at, uint32_t scancode, size_t* e
     return *end && bits.count == 16 && (uint32_t(bits.bytes[0]) << 8 | bits.bytes[1]) == scancode;
 }
 
+// Sony: 4T leader pulse, then bits as 1T space + 1T (0) or 2T (1) pulse, LSB
+// first: 7 command bits, 5 or 8 device bits, 8 subdevice bits in the 20-bit form.
+size_t readSony(const Durations& d, size_t at, Judge& j, Bits& bits) {
+    const size_t n = d.size();
+    if (!j.near(d[at], 4 * SonyUnit))
+        return 0;
+    j.count(d[at], 4 * SonyUnit);
+    ++at;
+    const double longest = (SonyUnit * (1 + j.tol) + j.slack) * j.scale;
+    for (;;) {
+        if (at >= n)
+            return at;
+        const uint32_t space = d[at];
+        if (space > longest)
+            return space >= 5 * SonyUnit * j.scale * 0.75 ? at : 0;
+        if (!j.near(space, SonyUnit))
+            return 0;
+        j.count(space, SonyUnit);
+        if (++at >= n)
+            return 0;
+        const double want = d[at] > 1.5 * SonyUnit * j.scale ? 2 * SonyUnit : SonyUnit;
+        if (!j.near(d[at], want) || !bits.push(want > SonyUnit))
+            return 0;
+        j.count(d[at], want);
+        ++at;
+    }
+}
+
+bool decodeSony(const Durations& d, size_t at, Frame* out) {
+    if (d[at] < 1500 || d[at] > 3300)
+        return false;
+    Bits bits;
+    Judge j;
+    j.slack = 0.15 * SonyUnit;
+    const size_t end = twoPass(j, [&](Judge& jj) {
+        bits = Bits{};
+        return readSony(d, at, jj, bits);
+    });
+    if (!end)
+        return false;
+    const uint32_t cmd = bits.take(0, 7);
+    IrCode& c = out->code;
+    switch (bits.count) {
+    case 12:
+        c.protocol = IrProtocol::Sony12;
+        c.scancode = bits.take(7, 5) << 16 | cmd;
+        break;
+    case 15:
+        c.protocol = IrProtocol::Sony15;
+        c.scancode = bits.take(7, 8) << 16 | cmd;
+        break;
+    case 20:
+        c.protocol = IrProtocol::Sony20;
+        c.scancode = bits.take(7, 5) << 16 | bits.take(12, 8) << 8 | cmd;
+        break;
+    default:
+        return false;
+    }
+    out->end = end;
+    return true;
+}
+
+// Bi-phase (RC5, RC6): half-bits of one unit (two in RC6's trailer bit), so a
+// duration spans one to a few of them. A space longer than any in a frame is
+// the pause after it, as is the end of the signal.
+struct Halves {
+    const Durations& d;
+    Judge& j;
+    double unit;
+    int maxPulse, maxSpace; // in units
+    size_t at;
+    int left = 0;
+    bool pulse = false;
+    bool gap = false;
+
+    bool load() {
+        if (at >= d.size()) {
+            gap = true;
+            pulse = false;
+            return true;
+        }
+        pulse = at % 2 == 0;
+        const uint32_t m = d[at];
+        const long k = std::lround(m / (unit * j.scale));
+        if (!pulse && k > maxSpace) {
+            gap = true;
+            return true;
+        }
+        if (k < 1 || k > (pulse ? maxPulse : maxSpace) || !j.near(m, double(k) * unit))
+            return false;
+        j.count(m, double(k) * unit);
+        left = int(k);
+        return true;
+    }
+    bool start() { return load(); }
+    // The level of the next `units` units (1 pulse, 0 space), -1 on a mismatch.
+    int half(int units) {
+        if (!gap && left == 0) {
+            ++at;
+            if (!load())
+                return -1;
+        }
+        if (gap)
+            return 0;
+        if (left < units)
+            return -1;
+        left -= units;
+        return pulse;
+    }
+    int bit(int units) { // the first half's level; both halves must differ
+        const int a = half(units), b = half(units);
+        return a < 0 || b < 0 || a == b ? -1 : a;
+    }
+    bool space(int units) { // a stretch of space of at least that many units
+        if (!gap && left == 0) {
+            ++at;
+            if (!load())
+                return false;
+        }
+        if (gap || pulse || left < units)
+            return false;
+        left -= units;
+        return true;
+    }
+    bool atPause() {
+        if (gap)
+            return true;
+        if (left > 0)
+            return false;
+        ++at;
+        return load() && gap;
+    }
+};
+
+size_t readRc5(const Durations& d, size_t at, Judge& j, uint32_t* data, bool* extended) {
+    Halves h{d, j, Rc5Unit, 2, 6, at};
+    // The start bit's first half is the silence before the frame.
+    if (!h.start() || h.half(1) != 1)
+        return 0;
+    uint32_t v = 0;
+    *extended = false;
+    for (int i = 0; i < (*extended ? 19 : 13); ++i) {
+        if (i == 7 && h.space(4))
+            *extended = true;
+        const int b = h.bit(1);
+        if (b < 0)
+            return 0;
+        v = v << 1 | uint32_t(b == 0); // space first: 1
+    }
+    *data = v;
+    return h.atPause() ? h.at : 0;
+}
+
+bool decodeRc5(const Durations& d, size_t at, Frame* out) {
+    if (d[at] < 400 || d[at] > 2400)
+        return false;
+    uint32_t v = 0;
+    bool x = false;
+    Judge j;
+    j.slack = 0.15 * Rc5Unit;
+    const size_t end = twoPass(j, [&](Judge& jj) { return readRc5(d, at, jj, &v, &x); });
+    if (!end)
+        return false;
+    IrCode& c = out->code;
+    if (x) { // field, toggle, system 5, command 6, extra 6
+        const uint32_t command = ((v >> 6) & 0x3F) | ((v >> 18) & 1 ? 0 : 0x40);
+        c.protocol = IrProtocol::Rc5x20;
+        c.scancode = ((v >> 12) & 0x1F) << 16 | command << 8 | (v & 0x3F);
+        c.toggle = (v >> 17) & 1;
+    } else { // field, toggle, system 5, command 6
+        const uint32_t command = (v & 0x3F) | ((v >> 12) & 1 ? 0 : 0x40);
+        c.protocol = IrProtocol::Rc5;
+        c.scancode = ((v >> 6) & 0x1F) << 8 | command;
+        c.toggle = (v >> 11) & 1;
+    }
+    out->end = end;
+    return true;
+}
+
+constexpr uint32_t Rc6MceToggle = 0x8000;
+
+bool isMceCustomer(uint32_t scancode) {
+    const uint32_t customer = scancode & 0xFFFF0000;
+    return customer == 0x800F0000 || customer == 0x80340000 || customer == 0x80460000;
+}
+
+size_t readRc6(const Durations& d, size_t at, Judge& j, int* mode, bool* toggle, uint32_t* data,
+               int* count) {
+    if (at + 1 >= d.size() || !j.near(d[at], 6 * Rc6Unit) || !j.near(d[at + 1], 2 * Rc6Unit))
+        return 0;
+    j.count(d[at], 6 * Rc6Unit);
+    j.count(d[at + 1], 2 * Rc6Unit);
+    Halves h{d, j, Rc6Unit, 3, 3, at + 2};
+    if (!h.start())
+        return 0;
+    int header = 0;
+    for (int i = 0; i < 4; ++i) {
+        const int b = h.bit(1);
+        if (b < 0)
+            return 0;
+        header = header << 1 | b;
+    }
+    const int t = h.bit(2);
+    if (t < 0 || !(header & 8))
+        return 0;
+    *mode = header & 7;
+    *toggle = t;
+    const int wanted = *mode == 0 ? 16 : 32;
+    uint32_t v = 0;
+    int n = 0;
+    for (; n < wanted; ++n) {
+        if (*mode != 0 && n > 0 && h.atPause())
+            break;
+        const int b = h.bit(1);
+        if (b < 0)
+            return 0;
+        v = v << 1 | uint32_t(b);
+    }
+    *data = v;
+    *count = n;
+    return h.atPause() ? h.at : 0;
+}
+
+bool decodeRc6(const Durations& d, size_t at, Frame* out) {
+    if (at + 1 >= d.size() || d[at] < 1800 || d[at] > 3600)
+        return false;
+    int mode = 0, count = 0;
+    bool toggle = false;
+    uint32_t v = 0;
+    Judge j;
+    j.scale = (double(d[at]) + d[at + 1]) / (8 * Rc6Unit);
+    j.slack = 0.15 * Rc6Unit;
+    const size_t end =
+        twoPass(j, [&](Judge& jj) { return readRc6(d, at, jj, &mode, &toggle, &v, &count); });
+    if (!end)
+        return false;
+    IrCode& c = out->code;
+    if (mode == 0) {
+        c.protocol = IrProtocol::Rc6_0;
+        c.scancode = v;
+        c.toggle = toggle;
+    } else if (mode == 6 && !toggle && count == 20) {
+        c.protocol = IrProtocol::Rc6_6a20;
+        c.scancode = v;
+    } else if (mode == 6 && !toggle && count == 24) {
+        c.protocol = IrProtocol::Rc6_6a24;
+        c.scancode = v;
+    } else if (mode == 6 && !toggle && count == 32) {
+        const bool mce = isMceCustomer(v);
+        c.protocol = mce ? IrProtocol::Rc6Mce : IrProtocol::Rc6_6a32;
+        c.toggle = mce && (v & Rc6MceToggle);
+        c.scancode = mce ? v & ~Rc6MceToggle : v;
+    } else {
+        return false;
+    }
+    out->end = end;
+    return true;
+}
+
+// Sharp: no leader; 5 address bits, 8 command bits and two check bits, LSB
+// first, then after 40 ms the same with command and check bits inverted.
+bool decodeSharp(const Durations& d, size_t at, Frame* out) {
+    if (d[at] < 150 || d[at] > 600)
+        return false;
+    const PdTiming t{0, 0, SharpPulse, SharpZero, SharpOne, 5000};
+    Bits first, second;
+    Judge j;
+    j.slack = 100;
+    const size_t end = twoPass(j, [&](Judge& jj) -> size_t {
+        first = Bits{};
+        second = Bits{};
+        const size_t echo = readPd(d, at, t, jj, first);
+        if (!echo || first.count != 15 || echo + 1 >= d.size() || !jj.near(d[echo], SharpEcho))
+            return 0;
+        jj.count(d[echo], SharpEcho);
+        const size_t end = readPd(d, echo + 1, t, jj, second);
+        return second.count == 15 ? end : 0;
+    });
+    if (!end)
+        return false;
+    const uint32_t msg = first.take(0, 15), echo = second.take(0, 15);
+    const uint32_t check = msg >> 13;
+    if ((msg ^ echo) != 0x7FE0 || (check != 1 && check != 0))
+        return false;
+    out->code.protocol = IrProtocol::Sharp;
+    out->code.scancode = (msg & 0x1F) << 8 | ((msg >> 5) & 0xFF);
+    out->end = end;
+    return true;
+}
+
 using Decoder = bool (*)(const Durations&, size_t, Frame*);
-constexpr std::array<Decoder, 1> Decoders{decodeLeader};
+constexpr std::array<Decoder, 5> Decoders{decodeLeader, decodeSony, decodeRc6, decodeRc5,
+                                          decodeSharp};
 
 bool decodeFrame(const Durations& d, size_t at, Frame* out) {
     for (Decoder decode : Decoders) {
@@ -323,12 +614,20 @@ struct Writer {
             add(t.pulse, (bytes[i / 8] >> (i % 8)) & 1 ? t.one : t.zero);
         d.push_back(uint32_t(std::lround(t.pulse)));
     }
+    // Bi-phase halves: a level that goes on lengthens the last duration.
+    void level(bool pulse, double us) {
+        const bool lastPulse = d.size() % 2 == 1;
+        if (!d.empty() && lastPulse == pulse)
+            d.back() += uint32_t(std::lround(us));
+        else if (pulse || !d.empty())
+            d.push_back(uint32_t(std::lround(us)));
+    }
     // The pause that makes the frame since `from` last `period`, at least min.
     void pauseTo(size_t from, uint32_t period, uint32_t min) {
         uint64_t len = 0;
         for (size_t i = from; i < d.size(); ++i)
             len += d[i];
-        d.push_back(len + min < period ? uint32_t(period - len) : min);
+        level(false, len + min < period ? uint32_t(period - len) : min);
     }
 };
 
@@ -372,6 +671,84 @@ void writeFrame(const IrCode& code, Writer& w) {
             bits.push(!((cmd >> i) & 1));
         w.pd({16 * NecUnit, 8 * NecUnit, NecUnit, NecUnit, 3 * NecUnit, 0}, bits.bytes.data(), 42);
         w.pauseTo(from, NecPeriod, uint32_t(42 * NecUnit));
+        break;
+    }
+    case IrProtocol::Sony12:
+    case IrProtocol::Sony15:
+    case IrProtocol::Sony20: {
+        const int deviceBits = code.protocol == IrProtocol::Sony15 ? 8 : 5;
+        uint32_t v = (sc & 0x7F) | ((sc >> 16) & ((1u << deviceBits) - 1)) << 7;
+        int nbits = 7 + deviceBits;
+        if (code.protocol == IrProtocol::Sony20) {
+            v |= ((sc >> 8) & 0xFF) << 12;
+            nbits = 20;
+        }
+        w.d.push_back(uint32_t(4 * SonyUnit));
+        for (int i = 0; i < nbits; ++i)
+            w.add(SonyUnit, (v >> i) & 1 ? 2 * SonyUnit : SonyUnit);
+        w.pauseTo(from, SonyPeriod, uint32_t(11 * SonyUnit));
+        break;
+    }
+    case IrProtocol::Rc5:
+    case IrProtocol::Rc5x20: {
+        const bool x = code.protocol == IrProtocol::Rc5x20;
+        const uint32_t command = x ? (sc >> 8) & 0x7F : sc & 0x7F;
+        const uint32_t system = x ? (sc >> 16) & 0x1F : (sc >> 8) & 0x1F;
+        uint32_t v = uint32_t(!(command & 0x40)) << 12 | uint32_t(code.toggle) << 11 | system << 6 |
+                     (command & 0x3F);
+        int nbits = 13;
+        if (x) {
+            v = v << 6 | (sc & 0x3F);
+            nbits = 19;
+        }
+        w.level(true, Rc5Unit);
+        for (int i = nbits - 1; i >= 0; --i) {
+            if (x && i == 11)
+                w.level(false, 4 * Rc5Unit);
+            const bool one = (v >> i) & 1;
+            w.level(!one, Rc5Unit);
+            w.level(one, Rc5Unit);
+        }
+        w.pauseTo(from, Rc5Period, uint32_t(10 * Rc5Unit));
+        break;
+    }
+    case IrProtocol::Rc6_0:
+    case IrProtocol::Rc6_6a20:
+    case IrProtocol::Rc6_6a24:
+    case IrProtocol::Rc6_6a32:
+    case IrProtocol::Rc6Mce: {
+        const bool mode0 = code.protocol == IrProtocol::Rc6_0;
+        const int nbits = mode0                                   ? 16
+                          : code.protocol == IrProtocol::Rc6_6a20 ? 20
+                          : code.protocol == IrProtocol::Rc6_6a24 ? 24
+                                                                  : 32;
+        const uint32_t v =
+            code.protocol == IrProtocol::Rc6Mce && code.toggle ? sc | Rc6MceToggle : sc;
+        auto bit = [&](bool one, double unit) {
+            w.level(one, unit);
+            w.level(!one, unit);
+        };
+        w.level(true, 6 * Rc6Unit);
+        w.level(false, 2 * Rc6Unit);
+        const int header = mode0 ? 8 : 8 | 6;
+        for (int i = 3; i >= 0; --i)
+            bit((header >> i) & 1, Rc6Unit);
+        bit(mode0 && code.toggle, 2 * Rc6Unit);
+        for (int i = nbits - 1; i >= 0; --i)
+            bit((v >> i) & 1, Rc6Unit);
+        w.pauseTo(from, Rc6Period, uint32_t(6 * Rc6Unit));
+        break;
+    }
+    case IrProtocol::Sharp: {
+        auto half = [&](uint32_t command, uint32_t check) {
+            const uint32_t v = ((sc >> 8) & 0x1F) | (command & 0xFF) << 5 | check << 13;
+            const std::array<uint8_t, 2> b{uint8_t(v), uint8_t(v >> 8)};
+            w.pd({0, 0, SharpPulse, SharpZero, SharpOne, 0}, b.data(), 15);
+        };
+        half(sc, 1);
+        w.d.push_back(uint32_t(SharpEcho));
+        half(~sc, 2);
+        w.d.push_back(uint32_t(SharpEcho));
         break;
     }
     case IrProtocol::Aeha:
