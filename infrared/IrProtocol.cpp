@@ -71,25 +71,28 @@ constexpr uint32_t AehaFrameGap = 10000; // between the frames of one message
 // it read; the second reads again with the whole frame's scale, strictly.
 struct Judge {
     double scale = 1;
-    double tol = 0.4; // fraction of the nominal duration
-    double slack = 0; // µs (nominal) added, since short pulses stretch most
-    double sumMeasured = 0, sumNominal = 0;
+    double tol = 0.4;    // fraction of the nominal duration
+    double slack = 0;    // µs (nominal) allowed at least: short pulses stretch most
+    double sumRatio = 0; // of measured to nominal durations, over n
+    int n = 0;
 
     bool near(uint32_t measured, double nominal) const {
         const double want = nominal * scale;
-        return std::abs(double(measured) - want) <= tol * want + slack * scale;
+        return std::abs(double(measured) - want) <= std::max(tol * want, slack * scale);
     }
     void count(uint32_t measured, double nominal) {
-        sumMeasured += measured;
-        sumNominal += nominal;
+        sumRatio += measured / nominal;
+        ++n;
     }
     // The strict pass after a loose one; false when the scale is off too far.
     bool tighten() {
-        if (sumNominal <= 0)
+        if (n == 0)
             return false;
-        scale = sumMeasured / sumNominal;
-        tol = 0.25;
-        sumMeasured = sumNominal = 0;
+        scale = sumRatio / n;
+        tol = 0.3; // ±25 % and a little for the unit being measured
+
+        sumRatio = 0;
+        n = 0;
         return scale > 0.7 && scale < 1.4;
     }
 };
@@ -119,6 +122,26 @@ struct Bits {
     }
 };
 
+// The scale of a frame's one-unit durations (those under 1.5 units) against
+// the unit, up to the frame's pause. The loose pass reads with it, so that a
+// leader or a bit off by a quarter does not throw the rest off.
+double unitScale(const Durations& d, size_t from, double unit, bool pulses, bool spaces,
+                 double gap) {
+    double sum = 0;
+    int n = 0;
+    const size_t last = std::min(d.size(), from + 4 * MaxFrameBytes * 8);
+    for (size_t i = from; i < last; ++i) {
+        const bool pulse = i % 2 == 0;
+        if (!pulse && d[i] > gap)
+            break;
+        if ((pulse ? pulses : spaces) && d[i] < 1.5 * unit) {
+            sum += d[i];
+            ++n;
+        }
+    }
+    return n ? sum / n / unit : 1.0;
+}
+
 // Pulse-distance frames: leader, bits as pulse + short/long space, trailer
 // pulse, pause. Reads bits until a pause (or the end); returns the index
 // of the pause (or size), 0 on a mismatch.
@@ -138,7 +161,8 @@ size_t readPd(const Durations& d, size_t at, const PdTiming& t, Judge& j, Bits& 
         at += 2;
     }
     const double longest = (t.one * (1 + j.tol) + j.slack) * j.scale;
-    const double threshold = (t.zero + t.one) / 2 * j.scale;
+    // Where a space is as far from one as from the other, relatively.
+    const double threshold = 2 * t.zero * t.one / (t.zero + t.one) * j.scale;
     for (;;) {
         if (at >= n || !j.near(d[at], t.pulse))
             return 0;
@@ -194,20 +218,27 @@ bool decodeLeader(const Durations& d, size_t at, Frame* out) {
     if (at + 1 >= n)
         return false;
     const double hp = d[at], hs = d[at + 1];
-    const double ratio = hp / std::max(1.0, hs);
+    // Leaders told apart by their lengths, with room for ±25 % and a
+    // receiver's clock: 9 ms + 4.5 ms (2.25 ms: NEC's repeat), 4.5 + 4.5 ms,
+    // and AEHA's 8T + 4T (8T + 8T: its repeat) with T of 350-500 µs.
+    const bool nine = hp > 6000 && hp < 12500;
+    const bool middle = hp >= 2000 && hp <= 6000;
     Bits bits;
+    // scale: the leader's guess, refined by the bits' pulses.
     auto pd = [&](const PdTiming& t, double scale, double slack) {
         Judge j;
-        j.scale = scale;
+        const double unit = t.pulse * scale;
+        j.scale = scale * unitScale(d, at + 2, unit, true, false,
+                                    std::min(2 * t.one * scale, 0.75 * t.minGap * scale));
         j.slack = slack;
         return twoPass(j, [&](Judge& jj) {
             bits = Bits{};
             return readPd(d, at, t, jj, bits);
         });
     };
-    if (hp > 6000 && hp < 12000 && ratio > 1.4 && ratio < 2.8) {
+    if (nine && hs >= 3000 && hs < 6500) {
         const PdTiming nec{16 * NecUnit, 8 * NecUnit, NecUnit, NecUnit, 3 * NecUnit, 7 * NecUnit};
-        const size_t end = pd(nec, (hp + hs) / (24 * NecUnit), 0.15 * NecUnit);
+        const size_t end = pd(nec, (hp + hs) / (24 * NecUnit), 0.3 * NecUnit);
         if (!end)
             return false;
         out->end = end;
@@ -228,17 +259,17 @@ bool decodeLeader(const Durations& d, size_t at, Frame* out) {
         }
         return true;
     }
-    if (hp > 6000 && hp < 12000 && ratio >= 2.8 && ratio < 5.5) {
+    if (nine && hs >= 1400 && hs < 3000) {
         // NEC's repeat: leader, 2.25 ms, one pulse.
         const PdTiming rep{16 * NecUnit, 4 * NecUnit, NecUnit, NecUnit, 3 * NecUnit, 7 * NecUnit};
-        const size_t end = pd(rep, (hp + hs) / (20 * NecUnit), 0.15 * NecUnit);
+        const size_t end = pd(rep, (hp + hs) / (20 * NecUnit), 0.3 * NecUnit);
         if (!end || bits.count != 0)
             return false;
         out->end = end;
         out->repeatOnly = true;
         return true;
     }
-    if (ratio > 0.7 && ratio < 1.4) {
+    if (middle && hs >= 2600 && hs < 6500) {
         // 8T + 8T: Samsung's leader, or AEHA's repeat.
         const double unit = (hp + hs) / 16;
         const bool samsung = unit > 0.75 * NecUnit && unit < 1.25 * NecUnit;
@@ -246,7 +277,7 @@ bool decodeLeader(const Durations& d, size_t at, Frame* out) {
         if (!samsung && (unit < 262 || unit > 625))
             return false;
         const PdTiming t{8 * nominal, 8 * nominal, nominal, nominal, 3 * nominal, 7 * nominal};
-        const size_t end = pd(t, unit / nominal, 0.15 * nominal);
+        const size_t end = pd(t, unit / nominal, 0.3 * nominal);
         if (!end)
             return false;
         out->end = end;
@@ -261,13 +292,13 @@ bool decodeLeader(const Durations& d, size_t at, Frame* out) {
         out->code.scancode = uint32_t(bits.bytes[0]) << 8 | bits.bytes[2];
         return true;
     }
-    if (ratio >= 1.4 && ratio < 2.8) {
+    if (middle && hs >= 900 && hs < 2600) {
         // AEHA: 8T + 4T with T of 350-500 µs, measured here.
         const double unit = (hp + hs) / 12;
         if (unit < 262 || unit > 625)
             return false;
         const PdTiming t{8 * AehaUnit, 4 * AehaUnit, AehaUnit, AehaUnit, 3 * AehaUnit, 8000};
-        const size_t end = pd(t, unit / AehaUnit, 0.15 * AehaUnit);
+        const size_t end = pd(t, unit / AehaUnit, 0.3 * AehaUnit);
         if (!end || bits.count < 24 || bits.count % 8 != 0)
             return false;
         out->end = end;
@@ -282,7 +313,8 @@ bool decodeLeader(const Durations& d, size_t at, Frame* out) {
 bool decodeJvcRepeat(const Durations& d, size_t at, uint32_t scancode, size_t* end) {
     Bits bits;
     Judge j;
-    j.slack = 0.15 * JvcUnit;
+    j.slack = 0.3 * JvcUnit;
+    j.scale = unitScale(d, at, JvcUnit, true, false, 6 * JvcUnit);
     const PdTiming t{0, 0, JvcUnit, JvcUnit, 3 * JvcUnit, 7 * JvcUnit};
     *end = twoPass(j, [&](Judge& jj) {
         bits = Bits{};
@@ -311,7 +343,7 @@ size_t readSony(const Durations& d, size_t at, Judge& j, Bits& bits) {
         j.count(space, SonyUnit);
         if (++at >= n)
             return 0;
-        const double want = d[at] > 1.5 * SonyUnit * j.scale ? 2 * SonyUnit : SonyUnit;
+        const double want = d[at] > 4.0 / 3 * SonyUnit * j.scale ? 2 * SonyUnit : SonyUnit;
         if (!j.near(d[at], want) || !bits.push(want > SonyUnit))
             return 0;
         j.count(d[at], want);
@@ -320,11 +352,12 @@ size_t readSony(const Durations& d, size_t at, Judge& j, Bits& bits) {
 }
 
 bool decodeSony(const Durations& d, size_t at, Frame* out) {
-    if (d[at] < 1500 || d[at] > 3300)
+    if (d[at] < 1200 || d[at] > 4500)
         return false;
     Bits bits;
     Judge j;
-    j.slack = 0.15 * SonyUnit;
+    j.slack = 0.3 * SonyUnit;
+    j.scale = unitScale(d, at + 1, SonyUnit, false, true, 3 * SonyUnit);
     const size_t end = twoPass(j, [&](Judge& jj) {
         bits = Bits{};
         return readSony(d, at, jj, bits);
@@ -362,7 +395,9 @@ struct Halves {
     double unit;
     int maxPulse, maxSpace; // in units
     size_t at;
-    int left = 0;
+    int left = 0;  // units of the current duration not read yet
+    int units = 0; // it was read as
+    double measured = 0;
     bool pulse = false;
     bool gap = false;
 
@@ -382,7 +417,8 @@ struct Halves {
         if (k < 1 || k > (pulse ? maxPulse : maxSpace) || !j.near(m, double(k) * unit))
             return false;
         j.count(m, double(k) * unit);
-        left = int(k);
+        left = units = int(k);
+        measured = m;
         return true;
     }
     bool start() { return load(); }
@@ -404,15 +440,20 @@ struct Halves {
         const int a = half(units), b = half(units);
         return a < 0 || b < 0 || a == b ? -1 : a;
     }
-    bool space(int units) { // a stretch of space of at least that many units
+    // A stretch of space inside a frame (RC5x's). Judged by what is left of
+    // the duration rather than by rounding, since it merges with half-bits.
+    bool space(int stretch) {
         if (!gap && left == 0) {
             ++at;
             if (!load())
                 return false;
         }
-        if (gap || pulse || left < units)
+        if (gap || pulse)
             return false;
-        left -= units;
+        const double rest = measured / (unit * j.scale) - (units - left);
+        if (rest < stretch / 2.0)
+            return false;
+        left = std::max(0, int(std::lround(rest - stretch)));
         return true;
     }
     bool atPause() {
@@ -450,7 +491,8 @@ bool decodeRc5(const Durations& d, size_t at, Frame* out) {
     uint32_t v = 0;
     bool x = false;
     Judge j;
-    j.slack = 0.15 * Rc5Unit;
+    j.slack = 0.3 * Rc5Unit;
+    j.scale = unitScale(d, at, Rc5Unit, true, true, 6.5 * Rc5Unit);
     const size_t end = twoPass(j, [&](Judge& jj) { return readRc5(d, at, jj, &v, &x); });
     if (!end)
         return false;
@@ -521,8 +563,8 @@ bool decodeRc6(const Durations& d, size_t at, Frame* out) {
     bool toggle = false;
     uint32_t v = 0;
     Judge j;
-    j.scale = (double(d[at]) + d[at + 1]) / (8 * Rc6Unit);
-    j.slack = 0.15 * Rc6Unit;
+    j.scale = unitScale(d, at + 2, Rc6Unit, true, true, 3.5 * Rc6Unit);
+    j.slack = 0.3 * Rc6Unit;
     const size_t end =
         twoPass(j, [&](Judge& jj) { return readRc6(d, at, jj, &mode, &toggle, &v, &count); });
     if (!end)
@@ -559,13 +601,13 @@ bool decodeSharp(const Durations& d, size_t at, Frame* out) {
     Bits first, second;
     Judge j;
     j.slack = 100;
+    j.scale = unitScale(d, at, SharpPulse, true, false, 3000);
     const size_t end = twoPass(j, [&](Judge& jj) -> size_t {
         first = Bits{};
         second = Bits{};
         const size_t echo = readPd(d, at, t, jj, first);
         if (!echo || first.count != 15 || echo + 1 >= d.size() || !jj.near(d[echo], SharpEcho))
             return 0;
-        jj.count(d[echo], SharpEcho);
         const size_t end = readPd(d, echo + 1, t, jj, second);
         return second.count == 15 ? end : 0;
     });
@@ -592,10 +634,6 @@ bool decodeFrame(const Durations& d, size_t at, Frame* out) {
             return true;
     }
     return false;
-}
-
-bool sameKey(const IrCode& a, const IrCode& b) {
-    return a.protocol == b.protocol && a.scancode == b.scancode && a.frames == b.frames;
 }
 
 // ---- writing -----------------------------------------------------------------
@@ -878,6 +916,7 @@ IrCode DecodeSignal(const IrTiming& timing) {
         return {};
     IrCode code = first.code;
     size_t at = first.end; // a pause, or the end
+    size_t cycle = 0;      // aeha: the frame of the message a repeat is at
     while (at + 1 < d.size()) {
         const size_t start = at + 1;
         Frame next;
@@ -896,16 +935,22 @@ IrCode DecodeSignal(const IrTiming& timing) {
             if (!nec && code.protocol != IrProtocol::Aeha)
                 return {};
             code.repeats = true;
-        } else if (sameKey(code, next.code) ||
-                   (code.protocol == next.code.protocol && code.protocol != IrProtocol::Aeha &&
-                    code.scancode == next.code.scancode)) {
+        } else if (code.protocol == next.code.protocol && code.protocol != IrProtocol::Aeha &&
+                   code.scancode == next.code.scancode) {
             code.repeats = true;
-        } else if (code.protocol == IrProtocol::Aeha && next.code.protocol == IrProtocol::Aeha &&
-                   !code.repeats) {
-            if (next.code.frames[0] == code.frames.back())
+        } else if (code.protocol == IrProtocol::Aeha && next.code.protocol == IrProtocol::Aeha) {
+            // An air conditioner's message of several frames, perhaps sent
+            // again whole.
+            const auto& frame = next.code.frames[0];
+            if (code.repeats) {
+                if (frame != code.frames[cycle++ % code.frames.size()])
+                    return {};
+            } else if (frame == code.frames[0]) {
                 code.repeats = true;
-            else
-                code.frames.push_back(next.code.frames[0]);
+                cycle = 1;
+            } else {
+                code.frames.push_back(frame);
+            }
         } else {
             return {};
         }
