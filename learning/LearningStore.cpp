@@ -48,6 +48,35 @@ QString LearningSession::TempPath(int n) const {
     return folder_.path(QString::number(n) + u".tmp"_s);
 }
 
+IrCode TidyCapture(SignalImage& image, int& length, bool clean) {
+    if (length <= 0 || length > SignalFileSize)
+        return {};
+    const auto blob =
+        IrBlob::decode(QByteArrayView(reinterpret_cast<const char*>(image.data()), length));
+    if (!blob)
+        return {};
+    const IrCode code = DecodeSignal(TimingFromBlob(*blob));
+    if (!code.decoded())
+        return code;
+    std::optional<IrBlob> tidy;
+    if (clean) {
+        if (const auto timing = EncodeSignal(code))
+            tidy = BlobFromTiming(*timing);
+    } else if (blob->pulsePeriodNs == 0 && ProtocolCarrierHz(code.protocol) > 0) {
+        tidy = *blob;
+        tidy->pulsePeriodNs = 1000000000 / ProtocolCarrierHz(code.protocol);
+    }
+    if (!tidy)
+        return code;
+    const QByteArray bytes = tidy->encode();
+    if (bytes.size() > SignalFileSize - 2) // the length trailer needs its two bytes
+        return code;
+    image.fill(0);
+    std::copy(bytes.begin(), bytes.end(), image.begin());
+    length = int(bytes.size());
+    return code;
+}
+
 int LearningSession::Add(const SignalImage& image, const QString& function, int button,
                          QString* error) {
     if (full()) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "infrared/IrProtocol.h"
 #include "infrared/SignalStore.h"
 
 #include <QString>
@@ -45,6 +46,12 @@ private:
     const ProgramFolder& folder_;
     std::vector<Signal> signals_;
 };
+
+// A captured signal made ready to store. One that decodes is replaced by its
+// protocol's exact timings when clean is set (a capture jitters, the code does
+// not); kept as captured, an unknown carrier takes the protocol's. The image
+// and length change only when the result fits. Returns the code, raw when none.
+IrCode TidyCapture(SignalImage& image, int& length, bool clean);
 
 // Where a new remote goes: the first free Remote-<i> of 1 to 1000, and the one
 // that already holds a device of the same name (0 when none).

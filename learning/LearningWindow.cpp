@@ -10,6 +10,7 @@
 #include "remotes/RemoteLauncher.h"
 #include "remotes/RemoteWindow.h"
 
+#include <QCheckBox>
 #include <QCloseEvent>
 #include <QEventLoop>
 #include <QGridLayout>
@@ -158,7 +159,12 @@ void LearningWindow::build(const QString& signalFrameTitle) {
     frame->addWidget(lstSignals, 1);
     cmdDel = new QPushButton(u"選択行を削除"_s, frameSignals);
     cmdDel->setObjectName(u"cmdDel"_s);
+    // A capture jitters; the code it carries does not.
+    chkClean = new QCheckBox(u"プロトコルがわかる信号は整えて保存する"_s, frameSignals);
+    chkClean->setObjectName(u"chkClean"_s);
+    chkClean->setChecked(true);
     auto* delRow = new QHBoxLayout;
+    delRow->addWidget(chkClean);
     delRow->addStretch(1);
     delRow->addWidget(cmdDel);
     frame->addLayout(delRow);
@@ -393,6 +399,7 @@ bool LearningWindow::captureAndProve() {
     }
     setState(u"確認中"_s, Yellow);
     lblState->repaint();
+    lastCode_ = TidyCapture(device_.SignalBuf, device_.SignalLen, chkClean->isChecked());
     const bool proved = device_.TestStudiedSignal();
     if (!self)
         return false;
@@ -433,7 +440,8 @@ void LearningWindow::learned(const QString& function, int button) {
         app_.prompt.Warning(u"学習した信号を保存できませんでした。"_s + u'\n' + error);
     } else {
         signalLearned();
-        addLine(function, button, n, true);
+        addLine(function, button, n, true,
+                lastCode_.decoded() ? CodeDisplay(lastCode_) : QString());
         captions_[size_t(button)] = function;
         if (RemoteWindow* w = designWindow())
             w->setFunction(button, function);
@@ -445,8 +453,12 @@ void LearningWindow::learned(const QString& function, int button) {
     device_.ClearAll();
 }
 
-void LearningWindow::addLine(const QString& function, int button, int data, bool learnedHere) {
-    auto* item = new QListWidgetItem(function + u"→ボタン"_s + QString::number(button + 1));
+void LearningWindow::addLine(const QString& function, int button, int data, bool learnedHere,
+                             const QString& code) {
+    QString text = function + u"→ボタン"_s + QString::number(button + 1);
+    if (!code.isEmpty())
+        text += u"　"_s + code;
+    auto* item = new QListWidgetItem(text);
     item->setData(ItemDataRole, data);
     item->setData(NewSignalRole, learnedHere);
     item->setData(FunctionRole, function);

@@ -17,6 +17,7 @@ class QGroupBox;
 class QLabel;
 class QLineEdit;
 class QListWidget;
+class QCheckBox;
 class QListWidgetItem;
 class QPushButton;
 class QRadioButton;
@@ -65,6 +66,7 @@ public:
     QPushButton* cmdFuncOK = nullptr;
     QListWidget* lstSignals = nullptr;
     QPushButton* cmdDel = nullptr;
+    QCheckBox* chkClean = nullptr; // store decoded captures with their protocol's timings
     QPushButton* cmdRetry = nullptr;
     QLabel* lblState = nullptr;
     QPushButton* cmdOK = nullptr;
@@ -112,7 +114,9 @@ protected:
     // Closes the pictures; a remote moved beside this window gets its own place back.
     void unloadDesigns();
     RemoteWindow* designWindow() const;
-    void addLine(const QString& function, int button, int data, bool learnedHere);
+    // code: the signal's protocol and code as shown ("NEC 0x0408"), or empty.
+    void addLine(const QString& function, int button, int data, bool learnedHere,
+                 const QString& code = {});
     // Why a device or function name cannot be used, "" when it can: it names
     // files, and must read back from setting.ini as it was typed.
     static QString NameProblem(const QString& name);
@@ -130,6 +134,7 @@ protected:
     LearningSession session_;
     std::array<QString, 66> captions_{}; // what the picture buttons show
     int shownDesign_ = 0;                // the design whose picture is in use
+    IrCode lastCode_;                    // what the last capture decoded to
 
 private:
     void studyPass(const QString& function);

@@ -123,7 +123,8 @@ void RemoteEditor::selectDevice() {
         if (function.isEmpty())
             continue;
         captions_[size_t(k)] = function;
-        addLine(function, k, k, false);
+        const IrCode code = codes_.codeOf(SignalFilePath(app_.folder, deviceName(), function));
+        addLine(function, k, k, false, code.decoded() ? CodeDisplay(code) : QString());
     }
     showDesign(design->id);
 }

@@ -38,4 +38,5 @@ private:
 
     std::vector<DeletedFunction> deleted_;
     bool firstFocusDone_ = false;
+    SignalCodeCache codes_; // each key's protocol, decoded once per file
 };

@@ -112,3 +112,36 @@ TEST(LearningStore, FullRegistryAndFullSession) {
     EXPECT_EQ(s.session.Add(s.image(1), u"more"_s, 0, &error), 0);
     EXPECT_FALSE(QFile::exists(s.t.path(u"101.tmp")));
 }
+
+// A jittered capture that decodes is stored with its protocol's exact
+// timings; kept as captured it stays, only taking the protocol's carrier.
+TEST(LearningStore, DecodedCapturesAreStoredClean) {
+    IrCode nec;
+    nec.protocol = IrProtocol::Nec;
+    nec.scancode = 0x0408;
+    const IrTiming exact = *EncodeSignal(nec);
+    IrTiming jittered = exact;
+    for (size_t i = 0; i < jittered.durations.size(); ++i)
+        jittered.durations[i] = jittered.durations[i] * (i % 2 ? 112 : 90) / 100;
+    jittered.carrierHz = 0;
+    const QByteArray captured = BlobFromTiming(jittered)->encode();
+    auto capture = [&](SignalImage& image) {
+        image.fill(0);
+        std::copy(captured.begin(), captured.end(), image.begin());
+        return int(captured.size());
+    };
+
+    SignalImage image;
+    int length = capture(image);
+    EXPECT_EQ(CodeDisplay(TidyCapture(image, length, true)), u"NEC 0x0408"_s);
+    const auto clean = IrBlob::decode(QByteArrayView(image.data(), length));
+    ASSERT_TRUE(clean);
+    EXPECT_EQ(TimingFromBlob(*clean).durations, TimingFromBlob(*BlobFromTiming(exact)).durations);
+
+    length = capture(image);
+    TidyCapture(image, length, false);
+    const auto kept = IrBlob::decode(QByteArrayView(image.data(), length));
+    ASSERT_TRUE(kept);
+    EXPECT_EQ(kept->sequence, IrBlob::decode(captured)->sequence);
+    EXPECT_NEAR(TimingFromBlob(*kept).carrierHz, 38000, 10);
+}

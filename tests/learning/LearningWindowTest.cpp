@@ -46,7 +46,8 @@ TEST(LearningWizard, LearnsFunctionsAndStoresThemAtTheEnd) {
     EXPECT_EQ(TextColour(w->lblStep[0]), Red); // back at the first step
     EXPECT_FALSE(w->Frame4->isEnabled());
     d.learn(w, u"ch1"_s, 1);
-    EXPECT_EQ(d.lines(w), (QStringList{u"電源→ボタン1"_s, u"ch1→ボタン2"_s}));
+    EXPECT_EQ(d.lines(w),
+              (QStringList{u"電源→ボタン1　NEC 0x4012"_s, u"ch1→ボタン2　NEC 0x4013"_s}));
     EXPECT_EQ(d.remotes.window(4)->function(1), u"ch1"_s);
 
     QPointer<LearningWindow> alive(w);
@@ -91,7 +92,7 @@ TEST(LearningWizard, RefusesAndRetries) {
     d.clickPictureWhenAsked(w, 5);
     QTest::mouseClick(w->cmdRetry, Qt::LeftButton);
     EXPECT_FALSE(w->cmdRetry->isVisible());
-    EXPECT_EQ(d.lines(w), QStringList{u"電源→ボタン6"_s});
+    EXPECT_EQ(d.lines(w), QStringList{u"電源→ボタン6　NEC 0x4012"_s});
 
     // A list emptied by 削除 stores nothing, not even the device.
     w->lstSignals->item(0)->setSelected(true);
@@ -129,7 +130,7 @@ TEST(LearningWizard, AirconQuestionOverwriteAndClosing) {
     QTest::mouseClick(w->cmdOK, Qt::LeftButton); // answered No
     EXPECT_EQ(d.prompt.shown, QStringList{u"question:"_s + LearningWizard::OverwriteText});
     EXPECT_TRUE(w->isVisible());
-    EXPECT_EQ(d.lines(w), QStringList{u"冷房→ボタン1"_s});
+    EXPECT_EQ(d.lines(w), QStringList{u"冷房→ボタン1　NEC 0x4012"_s});
 
     // Closed while it waits for the next picture: the wait ends, nothing is
     // kept, and no window or temporary is left behind.
@@ -191,7 +192,8 @@ TEST(RemoteEditor, EditsAndDeletesRemotes) {
     EXPECT_EQ(w->cmbDeviceName->currentText(), u"TV"_s);
     EXPECT_TRUE(w->optSelRemote[3]->isChecked());
     EXPECT_FALSE(w->optSelRemote[3]->isEnabled());
-    EXPECT_EQ(d.lines(w), (QStringList{u"電源→ボタン1"_s, u"ch1→ボタン2"_s, u"ch2→ボタン3"_s}));
+    EXPECT_EQ(d.lines(w), (QStringList{u"電源→ボタン1　NEC 0x1000"_s, u"ch1→ボタン2　NEC 0x1001"_s,
+                                       u"ch2→ボタン3　NEC 0x1002"_s}));
     ASSERT_NE(d.remotes.window(4), nullptr);
     EXPECT_EQ(d.remotes.window(4)->function(2), u"ch2"_s);
     EXPECT_NE(TextColour(w->lblStep[0]), Red);
@@ -255,7 +257,8 @@ TEST(LearningWizard, NamesAreTheOnesSettingIniGivesBack) {
     QTest::mouseClick(w->cmdFuncOK, Qt::LeftButton);
     EXPECT_EQ(d.prompt.shown.size(), 3); // warned while typed, refused at 決定
     EXPECT_TRUE(d.prompt.shown[2].startsWith(u"warning:「😀」は使えません。"_s));
-    EXPECT_EQ(d.lines(w), (QStringList{u"音量－→ボタン1"_s, u"∥→ボタン2"_s}));
+    EXPECT_EQ(d.lines(w),
+              (QStringList{u"音量－→ボタン1　NEC 0x4012"_s, u"∥→ボタン2　NEC 0x4013"_s}));
     QTest::mouseClick(w->cmdOK, Qt::LeftButton);
     EXPECT_EQ(d.key(1, u"Device"), u"AV～1"_s);
     EXPECT_EQ(d.key(1, u"Button-0"), u"音量－"_s);
