@@ -48,6 +48,16 @@ QString LearningSession::TempPath(int n) const {
     return folder_.path(QString::number(n) + u".tmp"_s);
 }
 
+QString LearnedNameProblem(const QString& name) {
+    if (HasBadFileChar(name))
+        return u"文字列には \"* / : < > ? \\ | は使えません。"_s;
+    const QString lost = ShiftJis::Unmappable(name);
+    if (lost.isEmpty())
+        return {};
+    return u"「%1」は使えません。機器名と機能名には、Shift_JIS で表せる文字だけが使えます"
+           u"（アクセント付きの文字や絵文字などは使えません）。"_s.arg(lost);
+}
+
 IrCode TidyCapture(SignalImage& image, int& length, bool clean) {
     if (length <= 0 || length > SignalFileSize)
         return {};

@@ -47,6 +47,10 @@ private:
     std::vector<Signal> signals_;
 };
 
+// Why a device or function name cannot be used, "" when it can: it names
+// files, and must read back from setting.ini as it was typed.
+QString LearnedNameProblem(const QString& name);
+
 // A captured signal made ready to store. One that decodes is replaced by its
 // protocol's exact timings when clean is set (a capture jitters, the code does
 // not); kept as captured, an unknown carrier takes the protocol's. The image

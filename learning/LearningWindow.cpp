@@ -31,10 +31,6 @@
 using namespace Qt::StringLiterals;
 
 const QString LearningWindow::Title = u"Kestrava - リモコン信号の学習"_s;
-const QString LearningWindow::BadCharText = u"文字列には \"* / : < > ? \\ | は使えません。"_s;
-const QString LearningWindow::UnmappableText =
-    u"「%1」は使えません。機器名と機能名には、Shift_JIS で表せる文字だけが使えます"
-    u"（アクセント付きの文字や絵文字などは使えません）。"_s;
 const QString LearningWindow::NoFunctionText = u"機能名を指定してください"_s;
 const QString LearningWindow::NoDesignText = u"リモコンの型を選択してください。"_s;
 const QString LearningWindow::SessionFullText =
@@ -271,10 +267,7 @@ void LearningWindow::placeBeside(QWidget* picture) const {
 }
 
 QString LearningWindow::NameProblem(const QString& name) {
-    if (HasBadFileChar(name))
-        return BadCharText;
-    const QString lost = ShiftJis::Unmappable(name);
-    return lost.isEmpty() ? QString() : UnmappableText.arg(lost);
+    return LearnedNameProblem(name);
 }
 
 void LearningWindow::warnOnBadName(const QString& text, QString* lastWarned) {

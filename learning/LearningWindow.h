@@ -74,8 +74,6 @@ public:
     QTimer timUnload; // 1 s: closes a window that refused to open
 
     static const QString Title;
-    static const QString BadCharText;
-    static const QString UnmappableText; // %1: the characters
     static const QString NoFunctionText;
     static const QString SessionFullText;
     static const QString NoDesignText;
