@@ -8,6 +8,7 @@
 #include "core/Wait.h"
 #include "infrared/DeviceList.h"
 #include "infrared/IrDriver.h"
+#include "infrared/IrProtocol.h"
 #include "infrared/IrSignal.h"
 #include "infrared/LircDriver.h"
 #include "infrared/SignalStore.h"
@@ -20,6 +21,9 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSet>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QTimer>
 
 #include <cerrno>
@@ -41,8 +45,11 @@ const char* const Usage =
     "  capture DEVICE FILE [S]   learn one signal (wait up to S seconds, default 11)\n"
     "                            and store it as a signal file\n"
     "  send DEVICE FILE          send a signal file\n"
-    "  show FILE [--mode2]       print a signal file as pulse/space durations in µs\n"
-    "                            with its carrier (ir-ctl's text or mode2 form)\n"
+    "  show FILE [--mode2|--json] print a signal file as pulse/space durations in µs\n"
+    "                            with its carrier and protocol (ir-ctl's text, mode2\n"
+    "                            or JSON form)\n"
+    "  encode PROTO:SCANCODE FILE  write the signal of a code (nec:0x0408, as\n"
+    "                            ir-ctl -S takes it) as a signal file\n"
     "  convert IN OUT [--to FORMAT] [--broadlink-unit UNIT]\n"
     "                            convert one signal or a file of many between\n"
     "                            irctl, pronto, flipper, broadlink, lircd, json and\n"
@@ -151,7 +158,64 @@ bool readSignal(const QString& path, QByteArray* bytes) {
     }
 }
 
-int show(const QString& path, bool mode2) {
+QJsonArray jsonDurations(const std::vector<uint32_t>& durations) {
+    QJsonArray a;
+    for (size_t i = 0; i < durations.size(); ++i)
+        a.append(i % 2 ? -qint64(durations[i]) : qint64(durations[i]));
+    return a;
+}
+
+// Home Assistant's signed form: positive µs with the carrier on, negative off.
+QJsonObject codeJson(const IrTiming& t, const IrCode& code) {
+    QJsonObject o;
+    o[u"protocol"_s] = ProtocolName(code.protocol);
+    if (code.decoded() && code.protocol != IrProtocol::Aeha)
+        o[u"scancode"_s] = u"0x"_s + QString::number(code.scancode, 16);
+    o[u"spec"_s] = CodeSpec(code);
+    o[u"carrier"_s] = t.carrierHz;
+    std::vector<uint32_t> first = t.durations;
+    if (t.repeats())
+        first.resize(size_t(t.repeatBegin));
+    o[u"timings"_s] = jsonDurations(first);
+    o[u"repeat"_s] = jsonDurations(
+        t.repeats() ? std::vector<uint32_t>(t.durations.begin() + t.repeatBegin, t.durations.end())
+                    : std::vector<uint32_t>{});
+    const IrCodeFields f = FieldsOf(code);
+    auto put = [&](const char* key, std::optional<uint32_t> v) {
+        if (v)
+            o[QLatin1StringView(key)] = qint64(*v);
+    };
+    put("address", f.address);
+    put("command", f.command);
+    put("subdevice", f.subdevice);
+    put("extra", f.extra);
+    switch (code.protocol) {
+    case IrProtocol::Rc5:
+    case IrProtocol::Rc5x20:
+    case IrProtocol::Rc6_0:
+    case IrProtocol::Rc6Mce:
+        o[u"toggle"_s] = code.toggle ? 1 : 0;
+        break;
+    default:
+        break;
+    }
+    if (f.maker) {
+        o[u"maker"_s] = u"0x"_s + u"%1"_s.arg(*f.maker, 4, 16, QChar(u'0'));
+        QJsonArray frames;
+        for (const auto& frame : code.frames) {
+            QJsonArray bytes;
+            for (uint8_t b : frame)
+                bytes.append(int(b));
+            frames.append(bytes);
+        }
+        o[u"bytes"_s] = code.frames.size() == 1 ? frames[0] : QJsonValue(frames);
+    }
+    return o;
+}
+
+enum class ShowAs { Text, Mode2, Json };
+
+int show(const QString& path, ShowAs as) {
     QByteArray bytes;
     if (!readSignal(path, &bytes))
         return 1;
@@ -159,8 +223,14 @@ int show(const QString& path, bool mode2) {
     if (!blob)
         return 1;
     IrTiming t = TimingFromBlob(*blob);
+    const IrCode code = DecodeSignal(t);
+    if (as == ShowAs::Json) {
+        print(QString::fromUtf8(QJsonDocument(codeJson(t, code)).toJson(QJsonDocument::Compact)) +
+              u'\n');
+        return 0;
+    }
     int carrier = t.carrierHz > 0 ? t.carrierHz : DefaultCarrierHz;
-    if (mode2) {
+    if (as == ShowAs::Mode2) {
         print(u"carrier "_s + QString::number(carrier) + u'\n');
         for (size_t i = 0; i < t.durations.size(); ++i)
             print((i % 2 ? u"space "_s : u"pulse "_s) + QString::number(t.durations[i]) + u'\n');
@@ -171,6 +241,8 @@ int show(const QString& path, bool mode2) {
           QString::number(t.durations.size()) + u" durations"_s +
           (t.repeatBegin >= 0 ? u", repeat from "_s + QString::number(t.repeatBegin) : u""_s) +
           u'\n');
+    if (code.decoded())
+        print(u"# protocol "_s + CodeDisplay(code) + u" ("_s + CodeSpec(code) + u")\n"_s);
     print(u"# send with: ir-ctl -c "_s + QString::number(carrier) + u" -s FILE\n"_s);
     print(IrCtlText(t.frame()) + u'\n');
     if (t.repeatBegin >= 0)
@@ -242,7 +314,28 @@ int capture(const QString& device, const QString& path, int seconds) {
         return 1;
     }
     print(u"stored "_s + QString::number(data.size()) + u" bytes in "_s + path + u'\n');
-    return show(path, false);
+    return show(path, ShowAs::Text);
+}
+
+int encode(const QString& spec, const QString& path) {
+    QString why;
+    const auto code = ParseCodeSpec(spec, &why);
+    if (!code) {
+        complain(spec + u": "_s + why);
+        return 2;
+    }
+    const auto timing = EncodeSignal(*code);
+    const auto blob = timing ? BlobFromTiming(*timing) : std::nullopt;
+    if (!blob || blob->encode().size() > SignalFileSize - 2) {
+        complain(spec + u": cannot be made into a signal file"_s);
+        return 1;
+    }
+    QString error;
+    if (!WriteSignalFile(path, blob->encode(), &error)) {
+        complain(error);
+        return 1;
+    }
+    return 0;
 }
 
 int send(const QString& device, const QString& path) {
@@ -382,8 +475,12 @@ int main(int argc, char** argv) {
     const QString cmd = args.value(0);
     if (cmd == u"list" && args.size() == 1)
         return list();
-    if (cmd == u"show" && (args.size() == 2 || (args.size() == 3 && args[2] == u"--mode2")))
-        return show(args[1], args.size() == 3);
+    if (cmd == u"show" && args.size() == 2)
+        return show(args[1], ShowAs::Text);
+    if (cmd == u"show" && args.size() == 3 && (args[2] == u"--mode2" || args[2] == u"--json"))
+        return show(args[1], args[2] == u"--json" ? ShowAs::Json : ShowAs::Mode2);
+    if (cmd == u"encode" && args.size() == 3)
+        return encode(args[1], args[2]);
     if (cmd == u"capture" && (args.size() == 3 || args.size() == 4))
         return capture(args[1], args[2], args.size() == 4 ? qMax(1, args[3].toInt()) : 11);
     if (cmd == u"convert")
@@ -399,7 +496,7 @@ int main(int argc, char** argv) {
         std::fputs(Usage, stdout);
         return 0;
     }
-    if (cmd == u"list" || cmd == u"show" || cmd == u"capture" || cmd == u"send")
+    if (cmd == u"list" || cmd == u"show" || cmd == u"capture" || cmd == u"send" || cmd == u"encode")
         complain(u"wrong arguments for '"_s + cmd + u"'"_s);
     else if (!cmd.isEmpty())
         complain(u"unknown command '"_s + cmd + u"'"_s);

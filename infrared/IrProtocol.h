@@ -1,0 +1,111 @@
+#pragma once
+
+#include "infrared/IrSignal.h"
+
+#include <QString>
+#include <QStringView>
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+// The remote-control protocols a signal is recognised as. Where Linux's rc-core
+// has the protocol, name and scancode are the kernel's, so that a code moves
+// between us and ir-ctl / ir-keytable unchanged.
+enum class IrProtocol : uint8_t {
+    Raw, // none of the below
+    Nec,
+    Necx,
+    Nec32,
+    Samsung32, // NEC-like with a 4.5 ms leader; address byte sent twice
+    Sony12,
+    Sony15,
+    Sony20,
+    Rc5,
+    Rc5x20,
+    Rc6_0,
+    Rc6_6a20,
+    Rc6_6a24,
+    Rc6_6a32,
+    Rc6Mce,
+    Jvc,
+    Sharp,
+    Sanyo,
+    Aeha, // Japanese appliance format; Panasonic/Kaseikyo is maker 0x2002
+};
+
+// A decoded signal.
+//  scancode: as `ir-ctl -S name:SCANCODE` takes it and `ir-keytable -t` prints
+//    it (necx 0xAAaaCC, nec32 0xaaAAccCC, sony device<<16|subdevice<<8|function,
+//    rc5x_20 system<<16|command<<8|extra, rc6_mce without its toggle bit 0x8000).
+//    samsung32 (no kernel name) is address<<8|command.
+//  bytes: aeha only, every byte of the frame as sent (maker code first); a
+//    message of several different frames (air conditioners) is in frames.
+struct IrCode {
+    IrProtocol protocol = IrProtocol::Raw;
+    uint32_t scancode = 0;
+    bool toggle = false;                      // rc5, rc5x_20, rc6_0, rc6_mce
+    std::vector<std::vector<uint8_t>> frames; // aeha
+    // The signal went on after the first frame with repeats of it (the
+    // protocol's repeat frame or the frame again): a held key.
+    bool repeats = false;
+
+    bool decoded() const { return protocol != IrProtocol::Raw; }
+    bool operator==(const IrCode&) const = default;
+};
+
+// "nec", "rc6_mce", "samsung32", "aeha", "raw".
+QString ProtocolName(IrProtocol protocol);
+std::optional<IrProtocol> ProtocolFromName(QStringView name); // case-insensitive
+// NEC 38 kHz, Sony 40 kHz, RC5/RC6 36 kHz, AEHA 37 kHz...; 0 for raw.
+int ProtocolCarrierHz(IrProtocol protocol);
+// Highest scancode the protocol has room for; 0 for aeha and raw.
+uint32_t ProtocolScancodeMask(IrProtocol protocol);
+
+// The protocol's own fields, as far as it has them.
+struct IrCodeFields {
+    std::optional<uint32_t>
+        address; // nec*/samsung/jvc/sanyo/sharp address, sony device, rc5/rc6 system
+    std::optional<uint32_t> command;   // command, sony function
+    std::optional<uint32_t> subdevice; // sony20
+    std::optional<uint32_t> extra;     // rc5x_20's six extra bits
+    std::optional<uint16_t> maker;     // aeha, from the first frame
+};
+IrCodeFields FieldsOf(const IrCode& code);
+
+// Recognises a signal (pulse/space/... µs, repeats included). Durations are
+// judged against the protocol's time unit as measured on the signal, each
+// within ±25 %. Anything not wholly one protocol's frames is raw.
+IrCode DecodeSignal(const IrTiming& timing);
+
+// The protocol's exact timings and carrier for a code, ending with the pause
+// after the frame; a code whose repeats flag is set also gets the repeating
+// part (NEC's repeat frame, or the frame again). Nothing for raw, a scancode
+// beyond the protocol's room or aeha without a frame.
+std::optional<IrTiming> EncodeSignal(const IrCode& code);
+
+// "nec:0x0408", "aeha:0x022080003dbc" (frames' bytes in hex, joined by ',').
+QString CodeSpec(const IrCode& code);
+// The reverse; the scancode may be decimal or 0x-hex. Nothing, with why, when
+// the text is not one.
+std::optional<IrCode> ParseCodeSpec(QStringView text, QString* why = nullptr);
+// "NEC 0x0408", "Sony12 0x010015", "AEHA 2002 80003DBC"; "raw" when raw.
+QString CodeDisplay(const IrCode& code);
+
+// Decodes signal files once: the editor shows a protocol per key and opens a
+// hundred keys at once. An entry is good while the file's size and
+// modification time stay; a file that is not a usable signal decodes as raw.
+class SignalCodeCache {
+public:
+    IrCode codeOf(const QString& path);
+    void clear() { entries_.clear(); }
+
+private:
+    struct Entry {
+        QString path;
+        int64_t mtimeMs = 0;
+        int64_t size = -1;
+        IrCode code;
+    };
+    std::vector<Entry> entries_; // few hundred at most; newest last
+};
