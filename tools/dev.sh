@@ -32,6 +32,7 @@ TEST_PACKAGES=(
     python3-aiosmtpd dovecot-pop3d
     miniupnpd miniupnpd-nftables nftables iproute2
     python3-dbusmock dbus
+    lirc-compat-remotes
 )
 
 # What the kernel device tests add: the virtual machine, Debian's kernel to boot

@@ -1,6 +1,7 @@
 #include "infrared/SignalStore.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -62,4 +63,36 @@ TEST(IrTool, CapturesShowsAndSendsWithTheSimulator) {
     const ToolRun version = run(dir.path(), {u"--version"_s});
     EXPECT_EQ(version.status, 0);
     EXPECT_EQ(version.out, u"kestrava-ir " KESTRAVA_VERSION "\n"_s);
+}
+
+// convert: the input's format from its content, the output's from --to or
+// the name; many signals into a one-signal format only into a directory.
+TEST(IrTool, ConvertsBetweenFormats) {
+    QTemporaryDir dir;
+    QFile in(dir.filePath(u"tv.ir"_s));
+    ASSERT_TRUE(in.open(QIODevice::WriteOnly));
+    in.write("Filetype: IR signals file\nVersion: 1\n#\nname: Power\ntype: raw\n"
+             "frequency: 38000\nduty_cycle: 0.330000\ndata: 9000 4500 560 1690 560\n"
+             "#\nname: Mute/All\ntype: raw\nfrequency: 38000\nduty_cycle: 0.330000\n"
+             "data: 9000 4500 560 560 560\n");
+    in.close();
+    ToolRun r = run(dir.path(), {u"convert"_s, u"tv.ir"_s, u"tv.conf"_s});
+    EXPECT_EQ(r.status, 0) << r.err.toStdString();
+    r = run(dir.path(), {u"convert"_s, u"tv.conf"_s, u"tv.pronto"_s});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(r.err.contains(u"give a directory as OUT"_s)) << r.err.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath(u"tv.pronto"_s)));
+    r = run(dir.path(), {u"convert"_s, u"tv.conf"_s, u"keys/"_s, u"--to"_s, u"bin"_s});
+    EXPECT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_EQ(QDir(dir.filePath(u"keys"_s)).entryList(QDir::Files),
+              (QStringList{u"kestrava-Mute_All.bin"_s, u"kestrava-Power.bin"_s}));
+    r = run(dir.path(), {u"show"_s, u"keys/kestrava-Power.bin"_s});
+    EXPECT_TRUE(r.out.contains(u"\n+9000 -4504 +560 -1688 +560\n"_s)) << r.out.toStdString();
+    r = run(dir.path(), {u"convert"_s, u"keys"_s, u"out.json"_s});
+    EXPECT_EQ(r.status, 1);
+    r = run(dir.path(), {u"convert"_s, u"keys/kestrava-Power.bin"_s, u"out.json"_s});
+    EXPECT_EQ(r.status, 0) << r.err.toStdString();
+    r = run(dir.path(), {u"convert"_s, u"tv.ir"_s, u"out"_s});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_TRUE(r.err.contains(u"say --to FORMAT"_s)) << r.err.toStdString();
 }

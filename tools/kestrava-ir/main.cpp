@@ -14,11 +14,13 @@
 #include "infrared/SignalStore.h"
 #include "infrared/TiraFacts.h"
 #include "infrared/TiraSerialDriver.h"
+#include "infrared/formats/IrFormats.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QSet>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -48,6 +50,14 @@ const char* const Usage =
     "                            or JSON form)\n"
     "  encode PROTO:SCANCODE FILE  write the signal of a code (nec:0x0408, as\n"
     "                            ir-ctl -S takes it) as a signal file\n"
+    "  convert IN OUT [--to FORMAT] [--broadlink-unit UNIT]\n"
+    "                            convert one signal or a file of many between\n"
+    "                            irctl, pronto, flipper, broadlink, lircd, json and\n"
+    "                            bin (a signal file); IN's format is found from its\n"
+    "                            content, OUT's from --to or its extension; many\n"
+    "                            signals into a one-signal format need a directory\n"
+    "                            as OUT. UNIT: broadlink (8192/269 us, default),\n"
+    "                            python-broadlink (32.84 us) or a number of us\n"
     "  --help                    show this help and exit\n"
     "  --version                 show the version and exit\n"
     "\n"
@@ -345,6 +355,117 @@ int send(const QString& device, const QString& path) {
     return 0;
 }
 
+// A name as a file name: no folders, nothing hidden, nothing unprintable.
+QString fileNameFor(const QString& name) {
+    QString out;
+    for (QChar c : name)
+        out += (c == u'/' || c == u'\\' || !c.isPrint()) ? u'_' : c;
+    while (out.startsWith(u'.'))
+        out.remove(0, 1);
+    return out.isEmpty() ? u"signal"_s : out.left(100);
+}
+
+int convert(const QStringList& args) {
+    QStringList paths;
+    std::optional<IrFormat> to;
+    IrFormatOptions options;
+    for (int i = 0; i < args.size(); ++i) {
+        if (args[i] == u"--to" && i + 1 < args.size()) {
+            to = IrFormatFromName(args[++i]);
+            if (!to) {
+                complain(u"unknown format '"_s + args[i] +
+                         u"' (irctl, pronto, flipper, broadlink, lircd, json or bin)"_s);
+                return 2;
+            }
+        } else if (args[i] == u"--broadlink-unit" && i + 1 < args.size()) {
+            const QString unit = args[++i];
+            bool number = false;
+            const double us = unit.toDouble(&number);
+            if (unit == u"broadlink")
+                options.broadlinkUnitUs = BroadlinkUnitUs;
+            else if (unit == u"python-broadlink")
+                options.broadlinkUnitUs = PythonBroadlinkUnitUs;
+            else if (number && us >= 1 && us <= 1000)
+                options.broadlinkUnitUs = us;
+            else {
+                complain(u"unknown Broadlink unit '"_s + unit + u"'"_s);
+                return 2;
+            }
+        } else if (args[i].startsWith(u"--"_s)) {
+            complain(u"unknown option '"_s + args[i] + u"'"_s);
+            return 2;
+        } else {
+            paths << args[i];
+        }
+    }
+    if (paths.size() != 2) {
+        complain(u"wrong arguments for 'convert'"_s);
+        return 2;
+    }
+    const QString& in = paths[0];
+    const QString& out = paths[1];
+    const QFileInfo outInfo(out);
+    const bool intoDirectory = outInfo.isDir() || out.endsWith(u'/');
+    if (!to && !intoDirectory)
+        to = IrFormatFromPath(out);
+    if (!to) {
+        complain(out + u": cannot tell the format from the name; say --to FORMAT"_s);
+        return 2;
+    }
+    const IrCodeRead read = ReadIrCodePath(in, options);
+    for (const QString& note : read.refused)
+        complain(u"left out: "_s + note);
+    if (!read.ok()) {
+        complain(read.error);
+        return 1;
+    }
+    QString error;
+    if (!intoDirectory) {
+        if (IrFormatIsSingle(*to) && read.codes.size() > 1) {
+            complain(in + u" holds %1 signals and %2 holds one per file: give a directory as OUT"_s
+                              .arg(read.codes.size())
+                              .arg(IrFormatName(*to)));
+            return 1;
+        }
+        if (!SaveIrCodes(out, *to, read.codes, &error, options)) {
+            complain(error);
+            return 1;
+        }
+        print(u"wrote %1 signal(s) to %2 as %3\n"_s.arg(read.codes.size())
+                  .arg(out, IrFormatName(*to)));
+        return 0;
+    }
+    // One file per signal; every one is made before any is written.
+    std::vector<std::pair<QString, QByteArray>> files;
+    QSet<QString> taken;
+    for (const NamedSignal& code : read.codes) {
+        QByteArray bytes = WriteIrCodes(*to, {code}, &error, options);
+        if (bytes.isEmpty()) {
+            complain(code.name + u": "_s + error);
+            return 1;
+        }
+        QString base = fileNameFor(code.group.isEmpty() || read.codes.size() < 2
+                                       ? code.name
+                                       : code.group + u"-"_s + code.name);
+        QString name = base + u"."_s + IrFormatExtension(*to);
+        for (int n = 2; taken.contains(name); ++n)
+            name = base + u"-"_s + QString::number(n) + u"."_s + IrFormatExtension(*to);
+        taken.insert(name);
+        files.emplace_back(QDir(out).filePath(name), std::move(bytes));
+    }
+    if (!QDir().mkpath(out)) {
+        complain(out + u": cannot be made as a directory"_s);
+        return 1;
+    }
+    for (const auto& [path, bytes] : files)
+        if (!WriteFileAtomically(path, bytes, 0644, &error)) {
+            complain(error);
+            return 1;
+        }
+    print(u"wrote %1 file(s) into %2 as %3\n"_s.arg(files.size()).arg(out, IrFormatName(*to)));
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -362,6 +483,8 @@ int main(int argc, char** argv) {
         return encode(args[1], args[2]);
     if (cmd == u"capture" && (args.size() == 3 || args.size() == 4))
         return capture(args[1], args[2], args.size() == 4 ? qMax(1, args[3].toInt()) : 11);
+    if (cmd == u"convert")
+        return convert(args.mid(1));
     if (cmd == u"send" && args.size() == 3)
         return send(args[1], args[2]);
     if (args.size() == 1 && cmd == u"--version") {

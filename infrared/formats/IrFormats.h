@@ -1,0 +1,116 @@
+#pragma once
+
+#include "infrared/IrSignal.h"
+
+#include <QByteArray>
+#include <QByteArrayView>
+#include <QString>
+#include <QStringList>
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+// The files other IR programs and devices keep their codes in, read and
+// written: one or many named signals per file.
+
+// One named signal. protocol/scancode are set when the file says what the
+// signal is (a Flipper "parsed" entry, a protocol-described lircd remote), in
+// the kernel's names and numbers where it has the protocol.
+struct NamedSignal {
+    QString name;
+    QString group; // the lircd remote it belongs to; empty elsewhere
+    IrTiming timing;
+    QString protocol; // empty when only the timings are known
+    uint64_t scancode = 0;
+};
+
+enum class IrFormat { IrCtl, Pronto, Flipper, Broadlink, Lircd, Json, Bin };
+
+// "irctl", "pronto", ... as the command line names them, and back.
+QString IrFormatName(IrFormat format);
+std::optional<IrFormat> IrFormatFromName(QStringView name);
+// From a file name's extension (.ir, .conf, .json, .bin, .pronto, .txt, ...).
+std::optional<IrFormat> IrFormatFromPath(const QString& path);
+// Formats that hold one signal per file.
+bool IrFormatIsSingle(IrFormat format);
+QString IrFormatExtension(IrFormat format);
+
+// Broadlink's duration unit: the one of the maker's published protocol notes,
+// or python-broadlink's 32.84 µs, with which codes made by that library were
+// written.
+constexpr double BroadlinkUnitUs = 8192.0 / 269.0;
+constexpr double PythonBroadlinkUnitUs = 32.84;
+
+struct IrFormatOptions {
+    double broadlinkUnitUs = BroadlinkUnitUs;
+};
+
+// What a file held: its codes, the ones it held that could not be brought
+// over (each with its reason) and, when nothing could be read at all, why.
+// Errors and notes name the file and, for text, the line.
+struct IrCodeRead {
+    std::optional<IrFormat> format;
+    std::vector<NamedSignal> codes;
+    QStringList refused;
+    QString error;
+    bool ok() const { return error.isEmpty(); }
+};
+
+// Limits that keep a hostile file from taking the machine: bytes per file,
+// signals per file and durations per signal.
+constexpr qsizetype MaxCodeFileBytes = 16 * 1024 * 1024;
+constexpr int MaxCodesPerFile = 20000;
+constexpr int MaxDurations = 4096;
+
+// Which format the bytes are in, from their content alone.
+std::optional<IrFormat> DetectIrFormat(QByteArrayView bytes);
+
+// Reads the bytes in the format their content shows. fileName is only for
+// the messages.
+IrCodeRead ReadIrCodes(QByteArrayView bytes, const QString& fileName,
+                       const IrFormatOptions& options = {});
+// Reads a file, or every file of a directory as one signal each, named after
+// the file without its extension.
+IrCodeRead ReadIrCodePath(const QString& path, const IrFormatOptions& options = {});
+
+// The bytes of a file in the format; empty with the reason in error when the
+// signals cannot be written so (a single-signal format given many, a duration
+// the format cannot hold...).
+QByteArray WriteIrCodes(IrFormat format, const std::vector<NamedSignal>& codes, QString* error,
+                        const IrFormatOptions& options = {});
+// WriteIrCodes into path, replacing it whole or leaving it untouched.
+bool SaveIrCodes(const QString& path, IrFormat format, const std::vector<NamedSignal>& codes,
+                 QString* error, const IrFormatOptions& options = {});
+
+// Why the timing is no signal to keep (no durations, too many, a zero one,
+// longer than a key lasts, a carrier no transceiver has); empty when it is one.
+QString TimingProblem(const IrTiming& timing);
+
+// The single formats, for those who know what they hold. Readers set error
+// (naming fileName and the line) and return nothing on failure.
+std::optional<NamedSignal> ReadIrCtlText(QByteArrayView bytes, const QString& fileName,
+                                         QString* error);
+QByteArray WriteIrCtlText(const NamedSignal& code);
+
+std::optional<NamedSignal> ReadPronto(QByteArrayView bytes, const QString& fileName,
+                                      QString* error);
+QByteArray WritePronto(const NamedSignal& code, QString* error);
+
+std::optional<NamedSignal> ReadBroadlink(QByteArrayView bytes, const QString& fileName,
+                                         double unitUs, QString* error);
+QByteArray WriteBroadlink(const NamedSignal& code, double unitUs, QString* error);
+
+std::optional<NamedSignal> ReadTimingJson(QByteArrayView bytes, const QString& fileName,
+                                          QString* error);
+QByteArray WriteTimingJson(const NamedSignal& code);
+
+IrCodeRead ReadFlipper(QByteArrayView bytes, const QString& fileName);
+QByteArray WriteFlipper(const std::vector<NamedSignal>& codes, QString* error);
+
+IrCodeRead ReadLircd(QByteArrayView bytes, const QString& fileName);
+QByteArray WriteLircd(const std::vector<NamedSignal>& codes, QString* error);
+
+std::optional<NamedSignal> ReadSignalBlob(QByteArrayView bytes, const QString& fileName,
+                                          QString* error);
+QByteArray WriteSignalBlob(const NamedSignal& code, QString* error);

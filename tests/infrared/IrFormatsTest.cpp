@@ -1,0 +1,320 @@
+#include "infrared/formats/IrFormats.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// An NEC frame (address 0x04, command 0x08) and its repeat code.
+IrTiming necWithRepeat() {
+    IrTiming t;
+    t.carrierHz = 38000;
+    t.durations = {9000, 4500};
+    for (uint8_t byte : {0x04, 0xFB, 0x08, 0xF7})
+        for (int i = 0; i < 8; ++i) {
+            t.durations.push_back(560);
+            t.durations.push_back((byte >> i) & 1 ? 1690 : 560);
+        }
+    t.durations.insert(t.durations.end(), {560, 40000});
+    t.repeatBegin = int(t.durations.size());
+    t.durations.insert(t.durations.end(), {9000, 2250, 560, 96000});
+    return t;
+}
+
+IrCodeRead readText(const char* text, const QString& name = u"sample"_s) {
+    return ReadIrCodes(QByteArray(text), name);
+}
+
+// Every duration within one carrier period, or 1 % without a carrier.
+void expectClose(const std::vector<uint32_t>& a, const std::vector<uint32_t>& b, int carrierHz,
+                 const QString& what) {
+    ASSERT_EQ(a.size(), b.size()) << what.toStdString();
+    for (size_t i = 0; i < a.size(); ++i) {
+        const double slack = carrierHz > 0 ? 1e6 / carrierHz : 0.01 * a[i];
+        EXPECT_LE(std::abs(double(a[i]) - b[i]), slack)
+            << what.toStdString() << " duration " << i << ": " << a[i] << " vs " << b[i];
+    }
+}
+
+} // namespace
+
+// Each format written and read back keeps every duration, the carrier and,
+// where the format can say it, where the repeating part begins.
+TEST(IrFormats, EveryFormatRoundTrips) {
+    const NamedSignal nec{u"Power"_s, {}, necWithRepeat(), {}, 0};
+    struct Case {
+        IrFormat format;
+        bool keepsRepeat;
+        bool keepsGap;
+    };
+    for (const Case& c : {Case{IrFormat::IrCtl, true, true}, Case{IrFormat::Pronto, true, true},
+                          Case{IrFormat::Broadlink, false, true}, Case{IrFormat::Json, false, true},
+                          Case{IrFormat::Bin, true, true}, Case{IrFormat::Flipper, false, false},
+                          Case{IrFormat::Lircd, false, false}}) {
+        const QString what = IrFormatName(c.format);
+        QString error;
+        const QByteArray bytes = WriteIrCodes(c.format, {nec}, &error);
+        ASSERT_FALSE(bytes.isEmpty()) << what.toStdString() << ": " << error.toStdString();
+        EXPECT_EQ(DetectIrFormat(bytes), c.format) << what.toStdString();
+        const IrCodeRead back = ReadIrCodes(bytes, u"out."_s + IrFormatExtension(c.format));
+        ASSERT_TRUE(back.ok()) << back.error.toStdString();
+        ASSERT_EQ(back.codes.size(), 1u) << what.toStdString();
+        const IrTiming& t = back.codes[0].timing;
+        if (c.format != IrFormat::Broadlink) {
+            EXPECT_NEAR(t.carrierHz, 38000, 100) << what.toStdString();
+        }
+        std::vector<uint32_t> expected = nec.timing.durations, got = t.durations;
+        if (!c.keepsGap) { // these keep the first frame
+            expected = nec.timing.frame();
+            got = t.frame();
+            if (c.format == IrFormat::Flipper) { // all but the last pause
+                expected = nec.timing.durations;
+                expected.pop_back();
+            }
+        }
+        expectClose(expected, got, 38000, what);
+        if (c.keepsRepeat) {
+            EXPECT_EQ(t.repeatBegin, nec.timing.repeatBegin) << what.toStdString();
+        }
+        if (c.format == IrFormat::Flipper) {
+            EXPECT_EQ(back.codes[0].name, u"Power"_s);
+        }
+    }
+    // Many signals go into the formats that hold many, not the others.
+    QString error;
+    const std::vector<NamedSignal> two{nec, {u"Mute"_s, {}, necWithRepeat(), {}, 0}};
+    EXPECT_TRUE(WriteIrCodes(IrFormat::Pronto, two, &error).isEmpty());
+    EXPECT_TRUE(error.contains(u"directory"_s)) << error.toStdString();
+    EXPECT_EQ(ReadIrCodes(WriteIrCodes(IrFormat::Flipper, two, &error), u"x.ir"_s).codes.size(),
+              2u);
+    EXPECT_EQ(ReadIrCodes(WriteIrCodes(IrFormat::Lircd, two, &error), u"x.conf"_s).codes.size(),
+              2u);
+}
+
+// Samples in the forms people share them, read with their published units.
+TEST(IrFormats, ReadsSamplesInTheirUnits) {
+    // Pronto: 0x6D is 26.3 µs a period (38 kHz); one pair once, one repeating.
+    IrCodeRead r = readText("0000 006D 0001 0001 0157 00AC 0015 05F7\n");
+    ASSERT_TRUE(r.ok()) << r.error.toStdString();
+    EXPECT_EQ(r.codes[0].timing.carrierHz, 38029);
+    EXPECT_EQ(r.codes[0].timing.durations, (std::vector<uint32_t>{9019, 4523, 552, 40154}));
+    EXPECT_EQ(r.codes[0].timing.repeatBegin, 2);
+    EXPECT_EQ(r.codes[0].name, u"sample"_s);
+
+    // Broadlink: 0x1d units of 8192/269 µs; a long pause as 0x00 + 16 bits.
+    r = readText("JgAcAB0dOjo6HR0dHR0dHR0dHR0dHR0dHTodAAtnDQUAAAAAAAAAAAAAAAA=");
+    ASSERT_TRUE(r.ok()) << r.error.toStdString();
+    const auto& b = r.codes[0].timing.durations;
+    ASSERT_EQ(b.size(), 24u);
+    EXPECT_EQ(b[0], 883u);
+    EXPECT_EQ(b[2], 1766u);
+    EXPECT_EQ(b.back(), 88894u);
+    IrFormatOptions python{PythonBroadlinkUnitUs};
+    EXPECT_EQ(
+        ReadIrCodes(QByteArray("JgAcAB0dOjo6HR0dHR0dHR0dHR0dHR0dHTodAAtnDQUAAAAAAAAAAAAAAAA="),
+                    u"x"_s, python)
+            .codes[0]
+            .timing.durations[0],
+        952u);
+
+    // mode2's lines, a capture's leading silence dropped; ir-ctl's signs.
+    r = readText("space 16777215\ncarrier 36000\npulse 889\nspace 889\npulse 1778\n");
+    ASSERT_TRUE(r.ok()) << r.error.toStdString();
+    EXPECT_EQ(r.codes[0].timing.durations, (std::vector<uint32_t>{889, 889, 1778}));
+    EXPECT_EQ(r.codes[0].timing.carrierHz, 36000);
+    r = readText("+9000 -4500 +560 +100 -40000\n"); // as ir-ctl, a pulse and a pulse are one
+    EXPECT_EQ(r.codes.at(0).timing.durations, (std::vector<uint32_t>{9000, 4500, 660, 40000}));
+
+    // Home Assistant's JSON.
+    r = readText(
+        R"({"timings": [9000, -4500, 560, -560, 560], "modulation": 38000, "repeat_count": 0})");
+    ASSERT_TRUE(r.ok()) << r.error.toStdString();
+    EXPECT_EQ(r.codes[0].timing.durations, (std::vector<uint32_t>{9000, 4500, 560, 560, 560}));
+    EXPECT_EQ(r.codes[0].timing.carrierHz, 38000);
+
+    // Flipper: raw entries kept, an unknown one refused by name and line.
+    r = readText("Filetype: IR signals file\nVersion: 1\n#\nname: Power\ntype: raw\n"
+                 "frequency: 38000\nduty_cycle: 0.330000\ndata: 9000 4500 560 560 560\n"
+                 "#\nname: Odd\ntype: parsed\nprotocol: Foo\naddress: 00 00 00 00\n"
+                 "command: 01 00 00 00\n",
+                 u"tv.ir"_s);
+    ASSERT_TRUE(r.ok()) << r.error.toStdString();
+    ASSERT_EQ(r.codes.size(), 1u);
+    EXPECT_EQ(r.codes[0].name, u"Power"_s);
+    ASSERT_EQ(r.refused.size(), 1);
+    EXPECT_TRUE(r.refused[0].startsWith(u"tv.ir:12: Odd: "_s)) << r.refused[0].toStdString();
+}
+
+// lircd.conf: protocol-described keys become lircd's timings; raw remotes
+// keep theirs; remotes without timings are refused with the reason.
+TEST(IrFormats, LircdRemotesBecomeTimings) {
+    const char* conf = R"(# two remotes
+begin remote
+  name  tv
+  bits           16
+  flags SPACE_ENC|CONST_LENGTH
+  header       9000  4500
+  one           560  1690
+  zero          560   560
+  ptrail        560
+  repeat       9000  2250
+  pre_data_bits 16
+  pre_data     0x20DF
+  gap          108000
+  frequency    38000
+  begin codes
+    KEY_POWER   0x10EF   # a remark
+    KEY_MUTE    0x906F
+  end codes
+end remote
+
+begin remote
+  name  amp
+  flags RAW_CODES
+  gap   50000
+  begin raw_codes
+    name KEY_VOLUMEUP
+      2400 600 1200
+       600  600
+  end raw_codes
+end remote
+
+begin remote
+  name usb
+  bits 16
+  one 0 0
+  zero 0 0
+  begin codes
+    KEY_A 0x01
+  end codes
+end remote
+)";
+    const IrCodeRead r = readText(conf, u"lircd.conf"_s);
+    ASSERT_TRUE(r.ok()) << r.error.toStdString();
+    ASSERT_EQ(r.codes.size(), 3u);
+    const IrTiming& power = r.codes[0].timing;
+    EXPECT_EQ(r.codes[0].group, u"tv"_s);
+    EXPECT_EQ(r.codes[0].name, u"KEY_POWER"_s);
+    ASSERT_EQ(power.repeatBegin, 68);
+    // 0x20DF10EF, most significant bit first.
+    EXPECT_EQ(power.durations[2], 560u);
+    EXPECT_EQ(power.durations[3], 560u);  // 0
+    EXPECT_EQ(power.durations[7], 1690u); // 0 0 1: the third bit
+    uint64_t frame = 0;
+    for (int i = 0; i < 68; ++i)
+        frame += power.durations[i];
+    EXPECT_EQ(frame, 108000u); // CONST_LENGTH: the gap is the whole frame
+    EXPECT_EQ(std::vector<uint32_t>(power.durations.begin() + 68, power.durations.end()),
+              (std::vector<uint32_t>{9000, 2250, 560, 108000 - 9000 - 2250 - 560}));
+    EXPECT_EQ(r.codes[2].timing.durations,
+              (std::vector<uint32_t>{2400, 600, 1200, 600, 600, 50000}));
+    ASSERT_EQ(r.refused.size(), 1);
+    EXPECT_TRUE(r.refused[0].startsWith(u"lircd.conf:32: remote usb (1 keys): no timings"_s))
+        << r.refused[0].toStdString();
+}
+
+// Hostile files: a clear error naming the file (and line), in bounded time.
+TEST(IrFormats, HostileInputIsRefusedClearly) {
+    QByteArray million = "carrier 38000\n";
+    for (int i = 0; i < 500000; ++i)
+        million += "+560 -560\n";
+    QByteArray fifty(50 * 1024 * 1024, ' ');
+    fifty.prepend("begin remote\n");
+    QByteArray manyKeys = "begin remote\n name x\n bits 8\n one 1 1\n zero 1 1\n gap 1\n"
+                          " begin codes\n";
+    for (int i = 0; i < MaxCodesPerFile + 5; ++i)
+        manyKeys += "  K 0x1\n";
+    QByteArray deepJson = QByteArray(100000, '[') + QByteArray(100000, ']');
+    deepJson.prepend("{\"timings\": ");
+    struct Case {
+        QByteArray bytes;
+        QString error;
+    };
+    const Case cases[] = {
+        {million, u"f:2050: more than 4096 durations"_s},
+        {"+9000 -0 +560", u"f:1: a duration of zero"_s},
+        {"+9000 -4500 +560 -99999999", u"f:1: '-99999999' is not a duration"_s},
+        {"carrier 1\n+9000 -4500 +560", u"f:2: carrier of 1 Hz"_s},
+        {"0000 0001 0001 0000 0010 0010", u"f:1: carrier of 4145146 Hz"_s},
+        {"0000 006D 0002 0000 0010 0010", u"f:1: the code announces 2 pairs"_s},
+        {"Filetype: IR signals file\nVersion: 1\nname: x\ntype: raw\nfrequency: 10000000\n"
+         "data: 100 100 100",
+         u"f: holds no code that can be brought over"_s},
+        {R"({"timings": [9000, -4500, 0]})", u"f: timing 3 is not a duration"_s},
+        {R"({"timings": [9000, -4500, 560], "modulation": 10000000})", u"f: carrier of"_s},
+        {deepJson, u"f:1: "_s},
+        {fifty, u"f: 52428813 bytes, more than the 16 MB"_s},
+        {manyKeys, u"f:20008: more than 20000 keys"_s},
+        {"begin remote\n name a\nbegin remote\n", u"f:3: 'begin remote' inside a remote"_s},
+        {"begin remote\n name a\n", u"f:2: the file ends inside a remote"_s},
+        {"JgA=AAAAAAAA", u"f: not base64"_s},
+        {"JgAEAB0dAAAA", u"f: the packet does not end in 0x0d 0x05"_s},
+        {"JgAQAB0dDQUA", u"f: the packet announces 16 bytes and has 5"_s},
+        {"sgAEAB0dDQU=", u"f: a radio (RF) code"_s},
+    };
+    for (const Case& c : cases) {
+        const auto start = std::chrono::steady_clock::now();
+        const IrCodeRead r = ReadIrCodes(c.bytes, u"f"_s);
+        const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
+                            std::chrono::steady_clock::now() - start)
+                            .count();
+        EXPECT_FALSE(r.ok()) << c.error.toStdString();
+        EXPECT_TRUE(r.codes.empty());
+        EXPECT_TRUE(r.error.startsWith(c.error))
+            << r.error.toStdString() << "\n  wanted " << c.error.toStdString();
+        EXPECT_LT(ms, 2000) << c.error.toStdString();
+    }
+    // A writer refuses what its format cannot hold, and leaves the old file.
+    QTemporaryDir dir;
+    const QString path = dir.filePath(u"old.pronto"_s);
+    QFile old(path);
+    ASSERT_TRUE(old.open(QIODevice::WriteOnly));
+    old.write("old");
+    old.close();
+    IrTiming tooLong{{9000, 2900000, 560}, 38000, -1};
+    QString error;
+    EXPECT_FALSE(SaveIrCodes(path, IrFormat::Pronto, {{u"x"_s, {}, tooLong, {}, 0}}, &error));
+    EXPECT_TRUE(error.startsWith(path + u": "_s)) << error.toStdString();
+    ASSERT_TRUE(old.open(QIODevice::ReadOnly));
+    EXPECT_EQ(old.readAll(), "old");
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{u"old.pronto"_s});
+}
+
+// The remote definitions Debian ships: each file imports or is refused with
+// a reason, and none takes the program down.
+TEST(IrFormats, LircCompatRemotesImportOrAreRefused) {
+    const QString root = u"/usr/share/lirc/remotes"_s;
+    if (!QDir(root).exists())
+        GTEST_SKIP() << "lirc-compat-remotes is not installed";
+    int files = 0, imported = 0, refusedFiles = 0, codes = 0, refusedRemotes = 0;
+    QDirIterator it(root, QDir::Files, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        ++files;
+        const IrCodeRead r = ReadIrCodePath(path);
+        if (r.ok()) {
+            ++imported;
+            codes += int(r.codes.size());
+            for (const NamedSignal& s : r.codes)
+                EXPECT_TRUE(TimingProblem(s.timing).isEmpty()) << path.toStdString();
+        } else {
+            ++refusedFiles;
+            EXPECT_TRUE(r.error.startsWith(path + u": "_s) || r.error.startsWith(path + u":"_s))
+                << r.error.toStdString();
+        }
+        refusedRemotes += int(r.refused.size());
+        for (const QString& why : r.refused)
+            EXPECT_TRUE(why.startsWith(path + u":"_s)) << why.toStdString();
+    }
+    std::printf("lirc-compat-remotes: %d files, %d imported (%d keys), %d refused; "
+                "%d remotes left out with a reason\n",
+                files, imported, codes, refusedFiles, refusedRemotes);
+    EXPECT_GT(imported, 20);
+}
