@@ -13,6 +13,7 @@
 #include "core/UserPrompt.h"
 #include "desktop/MessageBoxPrompt.h"
 #include "desktop/OpenHelp.h"
+#include "exchange/CodesExchange.h"
 #include "exchange/Exchange.h"
 #include "power/Power.h"
 
@@ -41,7 +42,12 @@ struct Options {
     std::optional<QString> exportDir; // --export DIR [DEVICE...]
     bool import = false;              // --import [--overwrite] FILE...
     bool overwrite = false;
-    QStringList names; // devices to export, archives to import
+    QStringList names;                  // devices to export, archives to import
+    std::optional<QString> importCodes; // --import-codes FILE [--remote NAME] [--design N]
+    QString remote;
+    int design = 0;
+    std::optional<QString> exportCodes; // --export-codes DIR --format F [DEVICE...]
+    QString format;
 };
 
 const char* const Usage =
@@ -60,6 +66,14 @@ const char* const Usage =
     "  --import [--overwrite] FILE.kxp...\n"
     "                  import archives, replacing remotes of the same name only\n"
     "                  with --overwrite, then exit\n"
+    "  --import-codes FILE [--remote NAME] [--design N]\n"
+    "                  make or extend a learned remote from a code file (Flipper\n"
+    "                  .ir, lircd.conf, Pronto, Broadlink, ir-ctl text, JSON, or a\n"
+    "                  folder of such files, one key each), then exit\n"
+    "  --export-codes DIR --format flipper|lircd|pronto|broadlink|json|irctl|bin\n"
+    "                  [DEVICE]...\n"
+    "                  write the learned remotes named (all when none is) as code\n"
+    "                  files into DIR, then exit\n"
     "  --help          show this help and exit\n"
     "  --version       show the version and exit\n";
 
@@ -89,7 +103,13 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
     QCommandLineOption exportTo(u"export"_s, {}, u"DIR"_s);
     QCommandLineOption import(u"import"_s);
     QCommandLineOption overwrite(u"overwrite"_s);
-    parser.addOptions({home, headless, verbose, help, version, exportTo, import, overwrite});
+    QCommandLineOption importCodes(u"import-codes"_s, {}, u"FILE"_s);
+    QCommandLineOption remote(u"remote"_s, {}, u"NAME"_s);
+    QCommandLineOption design(u"design"_s, {}, u"N"_s);
+    QCommandLineOption exportCodes(u"export-codes"_s, {}, u"DIR"_s);
+    QCommandLineOption format(u"format"_s, {}, u"FORMAT"_s);
+    parser.addOptions({home, headless, verbose, help, version, exportTo, import, overwrite,
+                       importCodes, remote, design, exportCodes, format});
     if (!parser.parse(args)) {
         std::fprintf(stderr, "kestrava: %s\nTry 'kestrava --help' for more information.\n",
                      qPrintable(parser.errorText()));
@@ -99,14 +119,28 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
         std::fprintf(stderr, "kestrava: %s\nTry 'kestrava --help' for more information.\n", text);
         return 2;
     };
-    if (parser.isSet(exportTo) && parser.isSet(import))
-        return usageError("--export and --import cannot be used together");
+    const int modes = int(parser.isSet(exportTo)) + int(parser.isSet(import)) +
+                      int(parser.isSet(importCodes)) + int(parser.isSet(exportCodes));
+    if (modes > 1)
+        return usageError("--export, --import, --import-codes and --export-codes go one at a time");
+    if ((parser.isSet(remote) || parser.isSet(design)) && !parser.isSet(importCodes))
+        return usageError("--remote and --design go with --import-codes");
+    if (parser.isSet(format) != parser.isSet(exportCodes))
+        return usageError("--export-codes needs --format, and --format goes with it");
+    if (parser.isSet(importCodes) && !parser.positionalArguments().isEmpty())
+        return usageError("--import-codes takes one file or folder");
+    if (parser.isSet(design)) {
+        bool number = false;
+        o.design = parser.value(design).toInt(&number);
+        if (!number || o.design < 1 || o.design > 6)
+            return usageError("--design takes a number from 1 to 6");
+    }
     if (parser.isSet(overwrite) && !parser.isSet(import))
         return usageError("--overwrite goes with --import");
     if (parser.isSet(import) && parser.positionalArguments().isEmpty())
         return usageError("--import needs at least one archive");
     if (!parser.positionalArguments().isEmpty() && !parser.isSet(exportTo) &&
-        !parser.isSet(import)) {
+        !parser.isSet(import) && !parser.isSet(exportCodes)) {
         std::fprintf(stderr,
                      "kestrava: unexpected argument '%s'\n"
                      "Try 'kestrava --help' for more information.\n",
@@ -133,6 +167,12 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
     o.import = parser.isSet(import);
     o.overwrite = parser.isSet(overwrite);
     o.names = parser.positionalArguments();
+    if (parser.isSet(importCodes))
+        o.importCodes = parser.value(importCodes);
+    o.remote = parser.value(remote);
+    if (parser.isSet(exportCodes))
+        o.exportCodes = parser.value(exportCodes);
+    o.format = parser.value(format);
     return std::nullopt;
 }
 
@@ -147,6 +187,20 @@ int RunExchange(const Options& o, const ProgramFolder& folder) {
         return 1;
     }
     bool allWell = true;
+    if (o.importCodes) {
+        const CodesImportResult r =
+            ImportCodes(folder, settings, {*o.importCodes, o.remote, o.design});
+        for (const QString& line : DescribeCodesImport(*o.importCodes, r))
+            std::printf("%s\n", qPrintable(line));
+        return r.ok() ? 0 : 1;
+    }
+    if (o.exportCodes) {
+        QStringList lines;
+        allWell = ExportCodes(folder, settings, *o.exportCodes, o.format, o.names, &lines);
+        for (const QString& line : lines)
+            std::printf("%s\n", qPrintable(line));
+        return allWell ? 0 : 1;
+    }
     if (o.import) {
         for (const QString& archive : o.names) {
             const ImportResult r = ImportArchive(folder, settings, archive, o.overwrite);
@@ -200,7 +254,7 @@ int main(int argc, char** argv) {
                                                       .absolutePath())
                                 : ProgramFolder::Resolve(options.home);
     ProgramFolder folder(root);
-    if (options.exportDir || options.import) {
+    if (options.exportDir || options.import || options.importCodes || options.exportCodes) {
         QCoreApplication qapp(argc, argv);
         return RunExchange(options, folder);
     }

@@ -1,0 +1,279 @@
+#include "exchange/CodesExchange.h"
+
+#include "core/ProgramFolder.h"
+#include "core/SettingKeys.h"
+#include "core/Settings.h"
+#include "core/ShiftJis.h"
+#include "infrared/IrProtocol.h"
+#include "infrared/SignalStore.h"
+#include "infrared/formats/IrFormats.h"
+#include "learning/LearningStore.h"
+#include "remotes/Registry.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+#include <map>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct Key_ {
+    QString name;
+    QByteArray signal; // the signal file's bytes
+};
+
+// The signal as a signal file holds it, or why it cannot be one.
+QByteArray SignalBytes(const NamedSignal& code, QString* why) {
+    if (const QString problem = TimingProblem(code.timing); !problem.isEmpty()) {
+        *why = problem;
+        return {};
+    }
+    const auto blob = BlobFromTiming(code.timing);
+    if (!blob) {
+        *why = u"its durations are too many kinds for a signal file"_s;
+        return {};
+    }
+    if (const QString problem = SignalProblem(*blob); !problem.isEmpty()) {
+        *why = problem;
+        return {};
+    }
+    const QByteArray bytes = blob->encode();
+    if (bytes.size() > SignalFileSize - 2) {
+        *why = u"too long for a signal file"_s;
+        return {};
+    }
+    return bytes;
+}
+
+const Design* SmallestDesignFor(int keys) {
+    const Design* best = nullptr;
+    for (const Design& d : Designs())
+        if (d.buttonCount >= keys && (!best || d.buttonCount < best->buttonCount))
+            best = &d;
+    return best ? best : DesignByText(u"6");
+}
+
+// Stores one remote's keys; refusals go to result.refused.
+void ImportRemote(const ProgramFolder& folder, SettingsStore& settings, const QString& name,
+                  int askedDesign, const std::vector<Key_>& keys, CodesImportResult& result) {
+    const QString device = ShiftJis::RoundTrip(name);
+    if (const QString problem = LearnedNameProblem(name); !problem.isEmpty() || name.isEmpty()) {
+        result.refused << u"%1: %2"_s.arg(name, name.isEmpty() ? u"no remote name"_s : problem);
+        return;
+    }
+    const RemoteSlot where = FindRemoteSlot(settings, device);
+    const int slot = where.slot();
+    if (slot == 0 || slot > MaxListedRemoteId) {
+        result.refused << u"%1: no free remote among 1 to %2"_s.arg(name).arg(MaxListedRemoteId);
+        return;
+    }
+    // The remote's buttons as they are, then the new keys on the free ones.
+    const Design* design = nullptr;
+    std::vector<QString> buttons;
+    if (where.existingSlot) {
+        design = DesignByText(settings.Read(Key::RemoteDesign(slot)));
+        if (design)
+            buttons = ReadRemoteButtons(settings, slot);
+    }
+    if (!design) {
+        design = askedDesign ? DesignByText(QString::number(askedDesign))
+                             : SmallestDesignFor(int(keys.size()));
+        buttons.assign(size_t(design->buttonCount), QString());
+    }
+    CodesImported done{device, slot, design->id};
+    std::vector<std::pair<int, const Key_*>> placed;
+    for (const Key_& key : keys) {
+        const QString function = ShiftJis::RoundTrip(key.name);
+        auto same = std::find(buttons.begin(), buttons.end(), function);
+        if (same != buttons.end()) {
+            placed.push_back({int(same - buttons.begin()), &key});
+            ++done.replaced;
+            continue;
+        }
+        auto free = std::find(buttons.begin(), buttons.end(), QString());
+        if (free == buttons.end()) {
+            result.refused
+                << u"%1: no free button on %2 (design %3)"_s.arg(key.name, name).arg(design->id);
+            continue;
+        }
+        *free = function;
+        placed.push_back({int(free - buttons.begin()), &key});
+        ++done.added;
+    }
+    if (placed.empty())
+        return;
+    // Signal files first: a registry entry never names a file not yet there.
+    QDir().mkpath(QFileInfo(SignalFilePath(folder, device, u"x")).absolutePath());
+    for (auto [button, key] : placed) {
+        QString error;
+        if (!WriteSignalFile(SignalFilePath(folder, device, buttons[size_t(button)]), key->signal,
+                             &error)) {
+            result.error = u"%1: %2"_s.arg(key->name, error);
+            return;
+        }
+    }
+    settings.Write(Key::RemoteName(slot), device);
+    settings.Write(Key::RemoteDesign(slot), design->text());
+    for (auto [button, key] : placed)
+        settings.Write(Key::RemoteButton(slot, button), buttons[size_t(button)]);
+    result.remotes.push_back(done);
+}
+
+} // namespace
+
+CodesImportResult ImportCodes(const ProgramFolder& folder, SettingsStore& settings,
+                              const CodesImport& request) {
+    CodesImportResult result;
+    if (request.design != 0 && !DesignByText(QString::number(request.design))) {
+        result.error = u"design %1 is not one of 1 to 6"_s.arg(request.design);
+        return result;
+    }
+    if (settings.Unreadable()) {
+        result.error = settings.path() + u": cannot be read"_s;
+        return result;
+    }
+    const IrCodeRead read = ReadIrCodePath(request.path);
+    if (!read.ok()) {
+        result.error = read.error;
+        return result;
+    }
+    result.refused = read.refused;
+    if (read.codes.empty()) {
+        result.error = request.path + u": no codes in it"_s;
+        return result;
+    }
+    // Keys by remote, in the file's order; names checked as learning checks them.
+    std::vector<std::pair<QString, std::vector<Key_>>> remotes;
+    const QString fallback = QFileInfo(request.path).completeBaseName();
+    for (const NamedSignal& code : read.codes) {
+        const QString remote = !request.remote.isEmpty()
+                                   ? request.remote
+                                   : (code.group.isEmpty() ? fallback : code.group);
+        auto group = std::find_if(remotes.begin(), remotes.end(),
+                                  [&](const auto& r) { return r.first == remote; });
+        if (group == remotes.end())
+            group = remotes.insert(remotes.end(), {remote, {}});
+        std::vector<Key_>& keys = group->second;
+        QString why =
+            code.name.isEmpty() ? u"a key without a name"_s : LearnedNameProblem(code.name);
+        QByteArray signal;
+        if (why.isEmpty())
+            signal = SignalBytes(code, &why);
+        if (why.isEmpty() && std::any_of(keys.begin(), keys.end(), [&](const Key_& k) {
+                return ShiftJis::RoundTrip(k.name) == ShiftJis::RoundTrip(code.name);
+            }))
+            why = u"the name comes twice; the first is kept"_s;
+        if (!why.isEmpty()) {
+            result.refused << u"%1: %2"_s.arg(code.name, why);
+            continue;
+        }
+        keys.push_back({code.name, signal});
+    }
+    for (const auto& [name, keys] : remotes) {
+        if (keys.empty())
+            continue;
+        ImportRemote(folder, settings, name, request.design, keys, result);
+        if (!result.error.isEmpty())
+            break;
+    }
+    if (result.remotes.empty() && result.error.isEmpty())
+        result.error = request.path + u": none of its keys could be imported"_s;
+    return result;
+}
+
+QStringList DescribeCodesImport(const QString& path, const CodesImportResult& result) {
+    QStringList lines;
+    for (const CodesImported& r : result.remotes)
+        lines << u"%1: %2 (remote %3, design %4): %5 keys added, %6 replaced"_s.arg(
+            path, r.device, QString::number(r.slot), QString::number(r.design),
+            QString::number(r.added), QString::number(r.replaced));
+    for (const QString& refused : result.refused)
+        lines << u"%1: not imported: %2"_s.arg(path, refused);
+    if (!result.error.isEmpty())
+        lines << u"%1: not imported: %2"_s.arg(path, result.error);
+    return lines;
+}
+
+bool ExportCodes(const ProgramFolder& folder, SettingsStore& settings, const QString& dir,
+                 const QString& formatName, const QStringList& devices, QStringList* lines) {
+    const auto format = IrFormatFromName(formatName);
+    if (!format) {
+        *lines << u"%1: not a format (flipper, lircd, pronto, broadlink, json, irctl, bin)"_s.arg(
+            formatName);
+        return false;
+    }
+    std::vector<EditableRemote> chosen;
+    bool allWell = true;
+    const std::vector<EditableRemote> remotes = EditableRemotes(settings);
+    for (const QString& name : devices) {
+        auto it = std::find_if(remotes.begin(), remotes.end(), [&](const EditableRemote& r) {
+            return r.name == ShiftJis::RoundTrip(name);
+        });
+        if (it == remotes.end()) {
+            *lines << name + u": no such remote"_s;
+            allWell = false;
+        } else {
+            chosen.push_back(*it);
+        }
+    }
+    if (devices.isEmpty())
+        chosen = remotes;
+    QDir().mkpath(dir);
+    for (const EditableRemote& r : chosen) {
+        std::vector<NamedSignal> codes;
+        QStringList skipped;
+        for (const QString& function : ReadRemoteButtons(settings, r.slot)) {
+            if (function.isEmpty())
+                continue;
+            QByteArray blob;
+            QString why;
+            if (ReadCheckedSignal(SignalFilePath(folder, r.name, function), &blob, &why) !=
+                SignalRead::Ok) {
+                skipped << function;
+                continue;
+            }
+            NamedSignal code;
+            code.name = function;
+            code.group = r.name;
+            const auto parsed = IrBlob::decode(blob);
+            if (!parsed) {
+                skipped << function;
+                continue;
+            }
+            code.timing = TimingFromBlob(*parsed);
+            const IrCode decoded = DecodeSignal(code.timing);
+            if (decoded.decoded() && decoded.frames.empty()) {
+                code.protocol = ProtocolName(decoded.protocol);
+                code.scancode = decoded.scancode;
+            }
+            codes.push_back(code);
+        }
+        QString error;
+        QString where;
+        if (IrFormatIsSingle(*format)) {
+            where = QDir(dir).filePath(r.name);
+            QDir().mkpath(where);
+            for (const NamedSignal& code : codes) {
+                const QString path =
+                    QDir(where).filePath(code.name + u'.' + IrFormatExtension(*format));
+                if (!SaveIrCodes(path, *format, {code}, &error))
+                    break;
+            }
+        } else {
+            where = QDir(dir).filePath(r.name + u'.' + IrFormatExtension(*format));
+            SaveIrCodes(where, *format, codes, &error);
+        }
+        if (!error.isEmpty()) {
+            *lines << u"%1: not written: %2"_s.arg(r.name, error);
+            allWell = false;
+            continue;
+        }
+        QString line = u"%1: %2 keys written to %3"_s.arg(r.name).arg(codes.size()).arg(where);
+        if (!skipped.isEmpty())
+            line += u" (no usable signal file: %1)"_s.arg(skipped.join(u", "_s));
+        *lines << line;
+    }
+    return allWell;
+}

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+class ProgramFolder;
+class SettingsStore;
+
+// Whole remotes in and out of the code files other IR programs keep (a
+// Flipper library, a lircd.conf, a folder of single-signal files).
+
+struct CodesImport {
+    QString path;
+    QString remote; // the remote to make or extend; empty: from the file
+    int design = 0; // 1 to 6; 0: the smallest that holds every key
+};
+
+// One remote made or extended.
+struct CodesImported {
+    QString device;
+    int slot = 0;
+    int design = 0;
+    int added = 0;    // keys new to the remote
+    int replaced = 0; // keys it had, with the new signal
+};
+
+struct CodesImportResult {
+    QString error;                      // nothing was imported, and why
+    std::vector<CodesImported> remotes; // what was
+    QStringList refused;                // "KEY: why", one per key left out
+    bool ok() const { return error.isEmpty() && refused.isEmpty(); }
+};
+
+// Reads the file and stores its keys as learned ones: signal files first,
+// then the registry, so that a running instance (which rereads setting.ini)
+// shows the remote whole. A lircd.conf of several remotes makes one remote
+// each unless a remote name is given. Key names follow the learning rules;
+// a key that breaks them, or has no free button, is refused on its own.
+CodesImportResult ImportCodes(const ProgramFolder& folder, SettingsStore& settings,
+                              const CodesImport& request);
+
+// Writes the learned remotes named (all when none is) into dir in the format
+// named (flipper, lircd, pronto, broadlink, json, irctl, bin): a file per remote,
+// or a folder per remote with a file per key for single-signal formats.
+// Decodable keys carry their protocol and scancode. One line per remote into
+// lines; false if any failed.
+bool ExportCodes(const ProgramFolder& folder, SettingsStore& settings, const QString& dir,
+                 const QString& format, const QStringList& devices, QStringList* lines);
+
+// A line per result, for the command line.
+QStringList DescribeCodesImport(const QString& path, const CodesImportResult& result);
