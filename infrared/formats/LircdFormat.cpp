@@ -517,6 +517,41 @@ IrCodeRead ReadLircd(QByteArrayView bytes, const QString& fileName) {
     return read;
 }
 
+namespace {
+
+uint32_t reversed(uint32_t byte) {
+    uint32_t r = 0;
+    for (int i = 0; i < 8; ++i)
+        r |= ((byte >> i) & 1) << (7 - i);
+    return r;
+}
+
+// The four bytes of an NEC frame, each sent least significant bit first, as
+// lircd writes them: one number, most significant bit first.
+std::optional<uint32_t> necValue(const IrCode& code) {
+    const uint32_t sc = code.scancode;
+    std::array<uint32_t, 4> b{};
+    switch (code.protocol) {
+    case IrProtocol::Nec:
+        b = {sc >> 8, ~sc >> 8, sc, ~sc};
+        break;
+    case IrProtocol::Necx:
+        b = {sc >> 16, sc >> 8, sc, ~sc};
+        break;
+    case IrProtocol::Nec32:
+        b = {sc >> 16, sc >> 24, sc, sc >> 8};
+        break;
+    default:
+        return std::nullopt;
+    }
+    uint32_t v = 0;
+    for (uint32_t x : b)
+        v = v << 8 | reversed(x & 0xFF);
+    return v;
+}
+
+} // namespace
+
 QByteArray WriteLircd(const std::vector<NamedSignal>& codes, QString* error) {
     // One raw remote per group and carrier; lircd sends each key's first
     // frame, and again while the key is held.
@@ -529,13 +564,38 @@ QByteArray WriteLircd(const std::vector<NamedSignal>& codes, QString* error) {
                 ch = u'_';
         return s.isEmpty() ? u"_"_s : s;
     };
-    QString out = u"# Written by Kestrava: raw timings in µs.\n"_s;
+    QString out = u"# Written by Kestrava: NEC remotes by their codes, the others as raw "
+                  u"timings in µs.\n"_s;
     QSet<QString> remoteNames;
     for (const auto& [key, list] : remotes) {
         QString name = token(key.first);
         if (key.second != 0 && remoteNames.contains(name))
             name += u"_"_s + QString::number(key.second);
         remoteNames.insert(name);
+        // A remote whose keys all decode as NEC is written as lircd's NEC
+        // remote: one 32-bit code per key, in the order the bits are sent.
+        std::vector<uint32_t> necValues;
+        for (const NamedSignal* c : list) {
+            const IrCode code = c->code.decoded() ? c->code : DecodeSignal(c->timing);
+            if (const std::optional<uint32_t> v = necValue(code))
+                necValues.push_back(*v);
+        }
+        if (necValues.size() == list.size()) {
+            out += u"\nbegin remote\n  name  %1\n  bits  32\n  flags SPACE_ENC|CONST_LENGTH\n"
+                   u"  eps   30\n  aeps  100\n  header  9000 4500\n  one      563 1687\n"
+                   u"  zero     563  563\n  ptrail   563\n  repeat  9000 2250\n"
+                   u"  gap   108000\n  frequency 38000\n\n  begin codes\n"_s.arg(name);
+            QSet<QString> keyNames;
+            for (size_t i = 0; i < list.size(); ++i) {
+                QString keyName = token(list[i]->name);
+                for (int n = 2; keyNames.contains(keyName); ++n)
+                    keyName = token(list[i]->name) + u"_"_s + QString::number(n);
+                keyNames.insert(keyName);
+                out += u"    %1 0x%2\n"_s.arg(keyName, -24).arg(necValues[i], 8, 16, QChar(u'0'));
+            }
+            out += u"  end codes\nend remote\n"_s;
+            continue;
+        }
         uint32_t gap = 0;
         for (const NamedSignal* c : list)
             gap = std::max(gap, c->timing.frame().size() < c->timing.durations.size()
