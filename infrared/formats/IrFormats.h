@@ -1,5 +1,6 @@
 #pragma once
 
+#include "infrared/IrProtocol.h"
 #include "infrared/IrSignal.h"
 
 #include <QByteArray>
@@ -14,15 +15,14 @@
 // The files other IR programs and devices keep their codes in, read and
 // written: one or many named signals per file.
 
-// One named signal. protocol/scancode are set when the file says what the
-// signal is (a Flipper "parsed" entry, a protocol-described lircd remote), in
-// the kernel's names and numbers where it has the protocol.
+// One named signal. code is set when the file says what the signal is (a
+// Flipper "parsed" entry, a lircd remote of a known protocol), in the kernel's
+// names and numbers; raw when only the timings are known.
 struct NamedSignal {
     QString name;
     QString group; // the lircd remote it belongs to; empty elsewhere
     IrTiming timing;
-    QString protocol; // empty when only the timings are known
-    uint64_t scancode = 0;
+    IrCode code;
 };
 
 enum class IrFormat { IrCtl, Pronto, Flipper, Broadlink, Lircd, Json, Bin };

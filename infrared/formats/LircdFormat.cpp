@@ -8,6 +8,7 @@
 #include <QSet>
 
 #include <array>
+#include <cmath>
 #include <map>
 
 using namespace Qt::StringLiterals;
@@ -100,14 +101,14 @@ public:
                 return u"unknown flag %1"_s.arg(Quote(f));
             flags_ |= known.value(f);
         }
-        carrier_ = int(one("frequency", 38000));
+        carrier_ = int(std::min<uint64_t>(one("frequency", 38000), 100000000));
         gap_ = one("gap", 0);
         repeatGap_ = one("repeat_gap", 0);
         if (r_.raw)
             return {};
-        bits_ = int(one("bits", 0));
-        preBits_ = int(one("pre_data_bits", 0));
-        postBits_ = int(one("post_data_bits", 0));
+        bits_ = int(std::min<uint64_t>(one("bits", 0), 1000));
+        preBits_ = int(std::min<uint64_t>(one("pre_data_bits", 0), 1000));
+        postBits_ = int(std::min<uint64_t>(one("post_data_bits", 0), 1000));
         if (bits_ < 1 || bits_ + preBits_ + postBits_ > 64)
             return u"%1 bits in all, not 1 to 64"_s.arg(bits_ + preBits_ + postBits_);
         if ((pair("one")[0] == 0 && pair("one")[1] == 0) ||
@@ -144,7 +145,7 @@ public:
                 header(again);
             again.pulse(rep[0]);
             again.space(rep[1]);
-            again.pulse(one("ptrail", 0));
+            again.pulse(trail());
             finish(again, repeatGap_ ? repeatGap_ : gap_, repeatGap_ != 0);
             air.d.insert(air.d.end(), again.d.begin(), again.d.end());
         } else {
@@ -164,6 +165,87 @@ public:
         return t;
     }
 
+    // What the key is, worked out from the remote's numbers alone (not from
+    // the timings): for the NEC family, Sony, RC5 and RC6 remotes; raw for
+    // the rest.
+    IrCode codeOf(uint64_t value) const {
+        IrCode code;
+        const int total = bits_ + preBits_ + postBits_;
+        const auto mask = [](int n) { return n >= 64 ? ~uint64_t(0) : (uint64_t(1) << n) - 1; };
+        const auto shl = [](uint64_t x, int n) { return n >= 64 ? 0 : x << n; };
+        const uint64_t v = shl(one("pre_data", 0) & mask(preBits_), bits_ + postBits_) |
+                           shl(value & mask(bits_), postBits_) |
+                           (one("post_data", 0) & mask(postBits_));
+        const auto near = [&](const char* key, double pulse, double space) {
+            const auto p = pair(key);
+            return std::abs(double(p[0]) - pulse) <= 0.25 * pulse &&
+                   std::abs(double(p[1]) - space) <= 0.25 * space;
+        };
+        // Bit i as sent (0 = first).
+        const auto sent = [&](int i) { return uint32_t(v >> (total - 1 - i)) & 1; };
+        const auto lsbFirst = [&](int from, int n) {
+            uint32_t x = 0;
+            for (int i = 0; i < n; ++i)
+                x |= sent(from + i) << i;
+            return x;
+        };
+        const auto set = [&](IrProtocol p, uint32_t scancode) {
+            code.protocol = p;
+            code.scancode = scancode;
+        };
+        if (flags_ & (Reverse | SpaceFirst))
+            return code;
+        const bool pulseDistance =
+            !(flags_ & Biphase) && near("zero", 560, 560) && near("one", 560, 1690) && total == 32;
+        if (pulseDistance && near("header", 9000, 4500)) {
+            const uint32_t a0 = lsbFirst(0, 8), a1 = lsbFirst(8, 8), c0 = lsbFirst(16, 8),
+                           c1 = lsbFirst(24, 8);
+            if ((c0 ^ c1) != 0xFF)
+                set(IrProtocol::Nec32, a1 << 24 | a0 << 16 | c1 << 8 | c0);
+            else if ((a0 ^ a1) != 0xFF)
+                set(IrProtocol::Necx, a0 << 16 | a1 << 8 | c0);
+            else
+                set(IrProtocol::Nec, a0 << 8 | c0);
+        } else if (pulseDistance && near("header", 4500, 4500)) {
+            const uint32_t a0 = lsbFirst(0, 8), a1 = lsbFirst(8, 8), c0 = lsbFirst(16, 8),
+                           c1 = lsbFirst(24, 8);
+            if (a0 == a1 && (c0 ^ c1) == 0xFF)
+                set(IrProtocol::Samsung32, a0 << 8 | c0);
+        } else if (!(flags_ & Biphase) && near("header", 2400, 600) && near("one", 1200, 600) &&
+                   near("zero", 600, 600)) {
+            const uint32_t command = lsbFirst(0, 7);
+            if (total == 12)
+                set(IrProtocol::Sony12, lsbFirst(7, 5) << 16 | command);
+            else if (total == 15)
+                set(IrProtocol::Sony15, lsbFirst(7, 8) << 16 | command);
+            else if (total == 20)
+                set(IrProtocol::Sony20, lsbFirst(7, 5) << 16 | lsbFirst(12, 8) << 8 | command);
+        } else if ((flags_ & Biphase) && !(flags_ & Rc6) && near("one", 889, 889) &&
+                   near("zero", 889, 889) && one("plead", 0) > 600 && total == 13) {
+            // The second start bit, cleared, is the seventh command bit.
+            const uint32_t s2 = sent(0);
+            set(IrProtocol::Rc5, uint32_t(v >> 6 & 0x1F) << 8 | uint32_t(v & 0x3F) | (!s2) << 6);
+        } else if ((flags_ & Rc6) && total >= 21 && near("header", 2667, 889) &&
+                   near("one", 444, 444) && near("zero", 444, 444)) {
+            // lircd writes RC6 bits inverted: a one is sent as space, pulse.
+            const uint64_t w = ~v & mask(total);
+            const uint32_t mode = uint32_t(w >> (total - 4)) & 7;
+            const uint32_t data = uint32_t(w & mask(total - 5));
+            if (w >> (total - 1) != 1)
+                return code;
+            if (mode == 0 && total == 21)
+                set(IrProtocol::Rc6_0, data);
+            else if (mode == 6 && total == 25)
+                set(IrProtocol::Rc6_6a20, data);
+            else if (mode == 6 && total == 29)
+                set(IrProtocol::Rc6_6a24, data);
+            else if (mode == 6 && total == 37)
+                set((data >> 16) == 0x800F ? IrProtocol::Rc6Mce : IrProtocol::Rc6_6a32,
+                    (data >> 16) == 0x800F ? data & ~0x8000u : data);
+        }
+        return code;
+    }
+
 private:
     uint64_t one(const char* key, uint64_t fallback) const {
         auto it = r_.params.find(key);
@@ -174,6 +256,13 @@ private:
         if (it == r_.params.end() || it->values.size() < 2)
             return {0, 0};
         return {it->values[0], it->values[1]};
+    }
+
+    // Space-encoded bits end on a pulse; files made for lircd's receiver
+    // often leave it out, which would leave the last bit unreadable.
+    uint64_t trail() const {
+        const bool spaceEncoded = !(flags_ & Biphase) && pair("one")[0] == pair("zero")[0];
+        return one("ptrail", spaceEncoded ? pair("zero")[0] : 0);
     }
 
     void header(Air& air) const {
@@ -222,7 +311,7 @@ private:
         air.pulse(post[0]);
         air.space(post[1]);
         bits(air, one("post_data", 0) & mask(postBits_), postBits_, 0);
-        air.pulse(one("ptrail", 0));
+        air.pulse(trail());
         if (!(repeat && (flags_ & NoFootRep))) {
             const auto foot = pair("foot");
             air.space(foot[0]);
@@ -405,7 +494,7 @@ IrCodeRead ReadLircd(QByteArrayView bytes, const QString& fileName) {
                                u"remote %1 (%2 keys): %3"_s.arg(remoteName).arg(n).arg(why));
             continue;
         }
-        auto keep = [&](const QString& name, int line, IrTiming timing) {
+        auto keep = [&](const QString& name, int line, IrTiming timing, IrCode code = {}) {
             const QString problem = TimingProblem(timing);
             if (!problem.isEmpty()) {
                 read.refused << At(fileName, line,
@@ -416,15 +505,52 @@ IrCodeRead ReadLircd(QByteArrayView bytes, const QString& fileName) {
             s.name = name;
             s.group = r.name;
             s.timing = std::move(timing);
+            s.code = code;
             read.codes.push_back(std::move(s));
         };
         for (const HexKey& k : r.keys)
-            keep(k.name, k.line, enc.encode(k.values));
+            keep(k.name, k.line, enc.encode(k.values),
+                 k.values.size() == 1 ? enc.codeOf(k.values[0]) : IrCode());
         for (const RawKey& k : r.rawKeys)
             keep(k.name, k.line, enc.raw(k.durations));
     }
     return read;
 }
+
+namespace {
+
+uint32_t reversed(uint32_t byte) {
+    uint32_t r = 0;
+    for (int i = 0; i < 8; ++i)
+        r |= ((byte >> i) & 1) << (7 - i);
+    return r;
+}
+
+// The four bytes of an NEC frame, each sent least significant bit first, as
+// lircd writes them: one number, most significant bit first.
+std::optional<uint32_t> necValue(const IrCode& code) {
+    const uint32_t sc = code.scancode;
+    std::array<uint32_t, 4> b{};
+    switch (code.protocol) {
+    case IrProtocol::Nec:
+        b = {sc >> 8, ~sc >> 8, sc, ~sc};
+        break;
+    case IrProtocol::Necx:
+        b = {sc >> 16, sc >> 8, sc, ~sc};
+        break;
+    case IrProtocol::Nec32:
+        b = {sc >> 16, sc >> 24, sc, sc >> 8};
+        break;
+    default:
+        return std::nullopt;
+    }
+    uint32_t v = 0;
+    for (uint32_t x : b)
+        v = v << 8 | reversed(x & 0xFF);
+    return v;
+}
+
+} // namespace
 
 QByteArray WriteLircd(const std::vector<NamedSignal>& codes, QString* error) {
     // One raw remote per group and carrier; lircd sends each key's first
@@ -438,13 +564,38 @@ QByteArray WriteLircd(const std::vector<NamedSignal>& codes, QString* error) {
                 ch = u'_';
         return s.isEmpty() ? u"_"_s : s;
     };
-    QString out = u"# Written by Kestrava: raw timings in µs.\n"_s;
+    QString out = u"# Written by Kestrava: NEC remotes by their codes, the others as raw "
+                  u"timings in µs.\n"_s;
     QSet<QString> remoteNames;
     for (const auto& [key, list] : remotes) {
         QString name = token(key.first);
         if (key.second != 0 && remoteNames.contains(name))
             name += u"_"_s + QString::number(key.second);
         remoteNames.insert(name);
+        // A remote whose keys all decode as NEC is written as lircd's NEC
+        // remote: one 32-bit code per key, in the order the bits are sent.
+        std::vector<uint32_t> necValues;
+        for (const NamedSignal* c : list) {
+            const IrCode code = c->code.decoded() ? c->code : DecodeSignal(c->timing);
+            if (const std::optional<uint32_t> v = necValue(code))
+                necValues.push_back(*v);
+        }
+        if (necValues.size() == list.size()) {
+            out += u"\nbegin remote\n  name  %1\n  bits  32\n  flags SPACE_ENC|CONST_LENGTH\n"
+                   u"  eps   30\n  aeps  100\n  header  9000 4500\n  one      563 1687\n"
+                   u"  zero     563  563\n  ptrail   563\n  repeat  9000 2250\n"
+                   u"  gap   108000\n  frequency 38000\n\n  begin codes\n"_s.arg(name);
+            QSet<QString> keyNames;
+            for (size_t i = 0; i < list.size(); ++i) {
+                QString keyName = token(list[i]->name);
+                for (int n = 2; keyNames.contains(keyName); ++n)
+                    keyName = token(list[i]->name) + u"_"_s + QString::number(n);
+                keyNames.insert(keyName);
+                out += u"    %1 0x%2\n"_s.arg(keyName, -24).arg(necValues[i], 8, 16, QChar(u'0'));
+            }
+            out += u"  end codes\nend remote\n"_s;
+            continue;
+        }
         uint32_t gap = 0;
         for (const NamedSignal* c : list)
             gap = std::max(gap, c->timing.frame().size() < c->timing.durations.size()

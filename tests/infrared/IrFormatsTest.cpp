@@ -45,10 +45,13 @@ void expectClose(const std::vector<uint32_t>& a, const std::vector<uint32_t>& b,
 
 } // namespace
 
-// Each format written and read back keeps every duration, the carrier and,
-// where the format can say it, where the repeating part begins.
+// Each format written and read back keeps every duration, the carrier,
+// where the format can say it where the repeating part begins, and the
+// protocol and scancode of a key that decodes.
 TEST(IrFormats, EveryFormatRoundTrips) {
-    const NamedSignal nec{u"Power"_s, {}, necWithRepeat(), {}, 0};
+    const NamedSignal nec{u"Power"_s, {}, necWithRepeat(), {}};
+    const NamedSignal odd{
+        u"Odd"_s, {}, {{3000, 1000, 500, 1500, 500, 700, 500, 20000}, 40000, -1}, {}};
     struct Case {
         IrFormat format;
         bool keepsRepeat;
@@ -57,39 +60,56 @@ TEST(IrFormats, EveryFormatRoundTrips) {
     for (const Case& c : {Case{IrFormat::IrCtl, true, true}, Case{IrFormat::Pronto, true, true},
                           Case{IrFormat::Broadlink, false, true}, Case{IrFormat::Json, false, true},
                           Case{IrFormat::Bin, true, true}, Case{IrFormat::Flipper, false, false},
-                          Case{IrFormat::Lircd, false, false}}) {
-        const QString what = IrFormatName(c.format);
-        QString error;
-        const QByteArray bytes = WriteIrCodes(c.format, {nec}, &error);
-        ASSERT_FALSE(bytes.isEmpty()) << what.toStdString() << ": " << error.toStdString();
-        EXPECT_EQ(DetectIrFormat(bytes), c.format) << what.toStdString();
-        const IrCodeRead back = ReadIrCodes(bytes, u"out."_s + IrFormatExtension(c.format));
-        ASSERT_TRUE(back.ok()) << back.error.toStdString();
-        ASSERT_EQ(back.codes.size(), 1u) << what.toStdString();
-        const IrTiming& t = back.codes[0].timing;
-        if (c.format != IrFormat::Broadlink) {
-            EXPECT_NEAR(t.carrierHz, 38000, 100) << what.toStdString();
-        }
-        std::vector<uint32_t> expected = nec.timing.durations, got = t.durations;
-        if (!c.keepsGap) { // these keep the first frame
-            expected = nec.timing.frame();
-            got = t.frame();
-            if (c.format == IrFormat::Flipper) { // all but the last pause
-                expected = nec.timing.durations;
+                          Case{IrFormat::Lircd, false, false}})
+        for (const NamedSignal& sent : {nec, odd}) {
+            const QString what = IrFormatName(c.format) + u" "_s + sent.name;
+            QString error;
+            const QByteArray bytes = WriteIrCodes(c.format, {sent}, &error);
+            ASSERT_FALSE(bytes.isEmpty()) << what.toStdString() << ": " << error.toStdString();
+            EXPECT_EQ(DetectIrFormat(bytes), c.format) << what.toStdString();
+            const IrCodeRead back = ReadIrCodes(bytes, u"out."_s + IrFormatExtension(c.format));
+            ASSERT_TRUE(back.ok()) << back.error.toStdString();
+            ASSERT_EQ(back.codes.size(), 1u) << what.toStdString();
+            const IrTiming& t = back.codes[0].timing;
+            const IrCode before = DecodeSignal(sent.timing), after = DecodeSignal(t);
+            EXPECT_EQ(CodeSpec(after), CodeSpec(before)) << what.toStdString();
+            if (c.format != IrFormat::Broadlink) {
+                // Pronto has the carrier to a few tenths of a percent.
+                EXPECT_NEAR(t.carrierHz, sent.timing.carrierHz, sent.timing.carrierHz / 200)
+                    << what.toStdString();
+            }
+            // Flipper and lircd write a decodable key by its code; it comes
+            // back in the protocol's own timings.
+            if (c.format == IrFormat::Flipper && before.decoded()) {
+                EXPECT_TRUE(bytes.contains("protocol: NEC\naddress: 04 00 00 00\n"
+                                           "command: 08 00 00 00\n"))
+                    << bytes.constData();
+                EXPECT_EQ(back.codes[0].code.scancode, 0x0408u);
+                continue;
+            }
+            if (c.format == IrFormat::Lircd && before.decoded()) {
+                EXPECT_TRUE(bytes.contains("    Power                    0x20df10ef\n"))
+                    << bytes.constData();
+                EXPECT_EQ(back.codes[0].code.scancode, 0x0408u);
+                continue;
+            }
+            std::vector<uint32_t> expected = sent.timing.durations, got = t.durations;
+            if (!c.keepsGap) { // the first frame; Flipper's ends without its pause
+                expected = sent.timing.frame();
+                got = t.frame();
+            }
+            if (c.format == IrFormat::Flipper && sent.timing.repeats()) {
+                expected = sent.timing.durations;
                 expected.pop_back();
             }
+            expectClose(expected, got, sent.timing.carrierHz, what);
+            if (c.keepsRepeat) {
+                EXPECT_EQ(t.repeatBegin, sent.timing.repeatBegin) << what.toStdString();
+            }
         }
-        expectClose(expected, got, 38000, what);
-        if (c.keepsRepeat) {
-            EXPECT_EQ(t.repeatBegin, nec.timing.repeatBegin) << what.toStdString();
-        }
-        if (c.format == IrFormat::Flipper) {
-            EXPECT_EQ(back.codes[0].name, u"Power"_s);
-        }
-    }
     // Many signals go into the formats that hold many, not the others.
     QString error;
-    const std::vector<NamedSignal> two{nec, {u"Mute"_s, {}, necWithRepeat(), {}, 0}};
+    const std::vector<NamedSignal> two{nec, {u"Mute"_s, {}, necWithRepeat(), {}}};
     EXPECT_TRUE(WriteIrCodes(IrFormat::Pronto, two, &error).isEmpty());
     EXPECT_TRUE(error.contains(u"directory"_s)) << error.toStdString();
     EXPECT_EQ(ReadIrCodes(WriteIrCodes(IrFormat::Flipper, two, &error), u"x.ir"_s).codes.size(),
@@ -150,6 +170,67 @@ TEST(IrFormats, ReadsSamplesInTheirUnits) {
     EXPECT_EQ(r.codes[0].name, u"Power"_s);
     ASSERT_EQ(r.refused.size(), 1);
     EXPECT_TRUE(r.refused[0].startsWith(u"tv.ir:12: Odd: "_s)) << r.refused[0].toStdString();
+}
+
+// Flipper's protocols come in as the kernel's protocol and scancode, with
+// timings that decode to them, and go out again as the same entry.
+TEST(IrFormats, FlipperProtocolsAsTheKernelNamesThem) {
+    struct Case {
+        const char* protocol;
+        const char* address;
+        const char* command;
+        IrProtocol kernel;
+        uint32_t scancode;
+    };
+    const Case cases[] = {
+        {"NEC", "04 00 00 00", "08 00 00 00", IrProtocol::Nec, 0x0408},
+        {"NECext", "00 DF 00 00", "1C E3 00 00", IrProtocol::Necx, 0x00DF1C},
+        {"NECext", "00 DF 00 00", "1C 00 00 00", IrProtocol::Nec32, 0xDF00001C},
+        {"Samsung32", "07 00 00 00", "02 00 00 00", IrProtocol::Samsung32, 0x0702},
+        {"RC5", "10 00 00 00", "0C 00 00 00", IrProtocol::Rc5, 0x100C},
+        {"RC5X", "05 00 00 00", "01 00 00 00", IrProtocol::Rc5, 0x0541},
+        {"RC6", "00 00 00 00", "0C 00 00 00", IrProtocol::Rc6_0, 0x000C},
+        {"SIRC", "01 00 00 00", "15 00 00 00", IrProtocol::Sony12, 0x010015},
+        {"SIRC15", "1A 00 00 00", "15 00 00 00", IrProtocol::Sony15, 0x1A0015},
+        {"SIRC20", "1A 05 00 00", "15 00 00 00", IrProtocol::Sony20, 0x1A2815},
+        {"NEC42", "01 00 00 00", "02 00 00 00", IrProtocol::Raw, 0},
+        {"RCA", "0F 00 00 00", "54 00 00 00", IrProtocol::Raw, 0},
+    };
+    for (const Case& c : cases) {
+        const QByteArray entry = "Filetype: IR library file\nVersion: 1\n#\nname: k\ntype: parsed\n"
+                                 "protocol: " +
+                                 QByteArray(c.protocol) + "\naddress: " + c.address +
+                                 "\ncommand: " + c.command + "\n";
+        const IrCodeRead r = ReadIrCodes(entry, u"lib.ir"_s);
+        ASSERT_EQ(r.codes.size(), 1u) << c.protocol << ": " << r.refused.join(u' ').toStdString();
+        const NamedSignal& k = r.codes[0];
+        EXPECT_EQ(k.code.protocol, c.kernel) << c.protocol;
+        EXPECT_EQ(k.code.scancode, c.scancode) << c.protocol;
+        const IrCode decoded = DecodeSignal(k.timing);
+        EXPECT_EQ(decoded.protocol, c.kernel) << c.protocol;
+        EXPECT_EQ(decoded.scancode, c.scancode) << c.protocol;
+        QString error;
+        const QByteArray out = WriteIrCodes(IrFormat::Flipper, r.codes, &error);
+        if (c.kernel != IrProtocol::Raw) {
+            EXPECT_TRUE(out.contains("protocol: " + QByteArray(c.protocol) +
+                                     "\naddress: " + c.address + "\ncommand: " + c.command + "\n"))
+                << out.constData();
+        }
+    }
+    EXPECT_EQ(ReadIrCodes("Filetype: IR signals file\nVersion: 1\n#\nname: k\ntype: raw\n"
+                          "frequency: 38000\ndata: 9000 4500 560\n#\nname: RCA\ntype: parsed\n"
+                          "protocol: RCA\naddress: 0F 00 00 00\ncommand: 54 00 00 00\n",
+                          u"x.ir"_s)
+                  .codes[1]
+                  .timing.carrierHz,
+              56000);
+    const IrCodeRead kaseikyo =
+        readText("Filetype: IR signals file\nVersion: 1\n#\nname: k\ntype: parsed\n"
+                 "protocol: Kaseikyo\naddress: 41 54 32 00\ncommand: 05 00 00 00\n",
+                 u"x.ir"_s);
+    ASSERT_EQ(kaseikyo.refused.size(), 1);
+    EXPECT_TRUE(kaseikyo.refused[0].startsWith(u"x.ir:6: k: Kaseikyo entries cannot be read"_s))
+        << kaseikyo.refused[0].toStdString();
 }
 
 // lircd.conf: protocol-described keys become lircd's timings; raw remotes
@@ -280,7 +361,7 @@ TEST(IrFormats, HostileInputIsRefusedClearly) {
     old.close();
     IrTiming tooLong{{9000, 2900000, 560}, 38000, -1};
     QString error;
-    EXPECT_FALSE(SaveIrCodes(path, IrFormat::Pronto, {{u"x"_s, {}, tooLong, {}, 0}}, &error));
+    EXPECT_FALSE(SaveIrCodes(path, IrFormat::Pronto, {{u"x"_s, {}, tooLong, {}}}, &error));
     EXPECT_TRUE(error.startsWith(path + u": "_s)) << error.toStdString();
     ASSERT_TRUE(old.open(QIODevice::ReadOnly));
     EXPECT_EQ(old.readAll(), "old");
@@ -294,6 +375,7 @@ TEST(IrFormats, LircCompatRemotesImportOrAreRefused) {
     if (!QDir(root).exists())
         GTEST_SKIP() << "lirc-compat-remotes is not installed";
     int files = 0, imported = 0, refusedFiles = 0, codes = 0, refusedRemotes = 0;
+    int checkable = 0, decodedAlike = 0;
     QDirIterator it(root, QDir::Files, QDirIterator::Subdirectories);
     while (it.hasNext()) {
         const QString path = it.next();
@@ -302,8 +384,21 @@ TEST(IrFormats, LircCompatRemotesImportOrAreRefused) {
         if (r.ok()) {
             ++imported;
             codes += int(r.codes.size());
-            for (const NamedSignal& s : r.codes)
+            for (const NamedSignal& s : r.codes) {
                 EXPECT_TRUE(TimingProblem(s.timing).isEmpty()) << path.toStdString();
+                // What the file's numbers say the key is, the timings made
+                // from them must decode to.
+                if (!s.code.decoded())
+                    continue;
+                ++checkable;
+                const IrCode got = DecodeSignal(s.timing);
+                if (got.protocol == s.code.protocol && got.scancode == s.code.scancode)
+                    ++decodedAlike;
+                else
+                    ADD_FAILURE() << path.toStdString() << " " << s.name.toStdString() << ": "
+                                  << CodeSpec(s.code).toStdString() << " decodes as "
+                                  << CodeSpec(got).toStdString();
+            }
         } else {
             ++refusedFiles;
             EXPECT_TRUE(r.error.startsWith(path + u": "_s) || r.error.startsWith(path + u":"_s))
@@ -314,7 +409,8 @@ TEST(IrFormats, LircCompatRemotesImportOrAreRefused) {
             EXPECT_TRUE(why.startsWith(path + u":"_s)) << why.toStdString();
     }
     std::printf("lirc-compat-remotes: %d files, %d imported (%d keys), %d refused; "
-                "%d remotes left out with a reason\n",
-                files, imported, codes, refusedFiles, refusedRemotes);
+                "%d remotes left out with a reason; %d keys of a known protocol, %d decode "
+                "to the file's code\n",
+                files, imported, codes, refusedFiles, refusedRemotes, checkable, decodedAlike);
     EXPECT_GT(imported, 20);
 }
