@@ -243,11 +243,7 @@ bool ExportCodes(const ProgramFolder& folder, SettingsStore& settings, const QSt
                 continue;
             }
             code.timing = TimingFromBlob(*parsed);
-            const IrCode decoded = DecodeSignal(code.timing);
-            if (decoded.decoded() && decoded.frames.empty()) {
-                code.protocol = ProtocolName(decoded.protocol);
-                code.scancode = decoded.scancode;
-            }
+            code.code = DecodeSignal(code.timing);
             codes.push_back(code);
         }
         QString error;

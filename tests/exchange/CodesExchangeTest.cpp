@@ -1,0 +1,90 @@
+#include "exchange/CodesExchange.h"
+#include "core/Settings.h"
+#include "infrared/IrProtocol.h"
+#include "infrared/SignalStore.h"
+#include "support/TempFolder.h"
+
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const char* const Library = "Filetype: IR library file\nVersion: 1\n#\n"
+                            "name: Power\ntype: parsed\nprotocol: NEC\n"
+                            "address: 04 00 00 00\ncommand: 08 00 00 00\n#\n"
+                            "name: 音量＋\ntype: raw\nfrequency: 38000\nduty_cycle: 0.33\n"
+                            "data: 9000 4500 560 560 560 1690 560 560 560\n#\n"
+                            "name: Vol😀\ntype: parsed\nprotocol: NEC\n"
+                            "address: 04 00 00 00\ncommand: 09 00 00 00\n#\n"
+                            "name: Power\ntype: parsed\nprotocol: NEC\n"
+                            "address: 04 00 00 00\ncommand: 0A 00 00 00\n";
+
+IrCode CodeOf(TempFolder& t, const QString& device, const QString& function) {
+    QByteArray blob;
+    QString why;
+    if (ReadCheckedSignal(SignalFilePath(t.folder, device, function), &blob, &why) !=
+        SignalRead::Ok)
+        return {};
+    return DecodeSignal(TimingFromBlob(*IrBlob::decode(blob)));
+}
+
+} // namespace
+
+// A library becomes a remote key by key: what learning would refuse is said
+// per key, the rest lands; a second import extends the remote, and an export
+// read back into another folder keeps every key's code.
+TEST(CodesExchange, ImportExtendsAndExportRoundTrips) {
+    TempFolder t;
+    const QString file = t.path(u"tv.ir"_s);
+    t.writeFile(u"tv.ir"_s, Library);
+    CodesImportResult r = ImportCodes(t.folder, t.settings, {file, u"テレビ"_s, 0});
+    ASSERT_EQ(r.remotes.size(), 1u) << r.error.toStdString();
+    EXPECT_EQ(r.remotes[0].added, 2);
+    EXPECT_EQ(r.remotes[0].design, 3); // the smallest that holds them
+    ASSERT_EQ(r.refused.size(), 2) << r.refused.join(u'\n').toStdString();
+    EXPECT_TRUE(r.refused[0].startsWith(u"Vol😀: 「😀」"_s));
+    EXPECT_TRUE(r.refused[1].startsWith(u"Power: the name comes twice"_s));
+    const int slot = r.remotes[0].slot;
+    EXPECT_EQ(t.settings.ReadIni(u"Remote-%1"_s.arg(slot), u"Device"), u"テレビ"_s);
+    EXPECT_EQ(t.settings.ReadIni(u"Remote-%1"_s.arg(slot), u"Button-0"), u"Power"_s);
+    EXPECT_EQ(CodeSpec(CodeOf(t, u"テレビ"_s, u"Power"_s)), u"nec:0x0408"_s);
+
+    t.writeFile(u"more.ir"_s, "Filetype: IR signals file\nVersion: 1\n#\n"
+                              "name: Power\ntype: parsed\nprotocol: NEC\n"
+                              "address: 04 00 00 00\ncommand: 0B 00 00 00\n#\n"
+                              "name: Mute\ntype: parsed\nprotocol: NEC\n"
+                              "address: 04 00 00 00\ncommand: 0C 00 00 00\n");
+    r = ImportCodes(t.folder, t.settings, {t.path(u"more.ir"_s), u"テレビ"_s, 6});
+    ASSERT_TRUE(r.ok()) << r.error.toStdString();
+    EXPECT_EQ(r.remotes[0].slot, slot);
+    EXPECT_EQ(r.remotes[0].design, 3); // an existing remote keeps its design
+    EXPECT_EQ(r.remotes[0].added, 1);
+    EXPECT_EQ(r.remotes[0].replaced, 1);
+    EXPECT_EQ(CodeSpec(CodeOf(t, u"テレビ"_s, u"Power"_s)), u"nec:0x040b"_s);
+
+    // Out as a Flipper file and a lircd.conf, in again elsewhere.
+    for (const QString& format : {u"flipper"_s, u"lircd"_s, u"pronto"_s}) {
+        QStringList lines;
+        ASSERT_TRUE(
+            ExportCodes(t.folder, t.settings, t.path(u"out-"_s + format), format, {}, &lines))
+            << lines.join(u'\n').toStdString();
+        TempFolder other;
+        const QString path = format == u"pronto"_s
+                                 ? t.path(u"out-pronto/テレビ"_s)
+                                 : t.path(u"out-%1/テレビ.%2"_s.arg(
+                                       format, format == u"lircd"_s ? u"conf"_s : u"ir"_s));
+        r = ImportCodes(other.folder, other.settings, {path, u"テレビ"_s, 0});
+        ASSERT_TRUE(r.ok()) << format.toStdString() << ": " << r.error.toStdString()
+                            << r.refused.join(u'\n').toStdString();
+        EXPECT_EQ(r.remotes[0].added, 3) << format.toStdString();
+        for (const QString& key : {u"Power"_s, u"Mute"_s})
+            EXPECT_EQ(CodeSpec(CodeOf(other, u"テレビ"_s, key)),
+                      CodeSpec(CodeOf(t, u"テレビ"_s, key)))
+                << format.toStdString();
+    }
+
+    EXPECT_FALSE(ImportCodes(t.folder, t.settings, {t.path(u"none.ir"_s), {}, 0}).error.isEmpty());
+}
