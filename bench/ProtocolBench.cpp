@@ -2,6 +2,9 @@
 // it (jittered), and raw durations that no protocol takes. A remote's editor
 // decodes every key's signal it shows.
 #include "infrared/IrProtocol.h"
+#include "infrared/SignalStore.h"
+
+#include <QTemporaryDir>
 
 #include <benchmark/benchmark.h>
 
@@ -46,5 +49,41 @@ void BM_DecodeAehaFrame(benchmark::State& state) {
     state.counters["durations"] = double(t.durations.size());
 }
 BENCHMARK(BM_DecodeAehaFrame);
+
+// The editor opening a remote of 100 keys: each key's signal file read and
+// decoded (a fresh cache), and again with the cache warm (the files as they were).
+struct HundredKeys {
+    HundredKeys() {
+        for (int k = 0; k < 100; ++k) {
+            IrCode code = *ParseCodeSpec(QStringLiteral("nec:0x04") + QString::number(k + 16, 16));
+            const QString path = dir.filePath(QString::number(k) + QStringLiteral(".bin"));
+            WriteSignalFile(path, BlobFromTiming(jittered(*EncodeSignal(code)))->encode());
+            paths.push_back(path);
+        }
+    }
+    QTemporaryDir dir;
+    std::vector<QString> paths;
+};
+
+void BM_EditorOpens100KeysCold(benchmark::State& state) {
+    HundredKeys keys;
+    for (auto _ : state) {
+        SignalCodeCache cache;
+        for (const QString& path : keys.paths)
+            benchmark::DoNotOptimize(cache.codeOf(path));
+    }
+}
+BENCHMARK(BM_EditorOpens100KeysCold)->Unit(benchmark::kMillisecond);
+
+void BM_EditorOpens100KeysCached(benchmark::State& state) {
+    HundredKeys keys;
+    SignalCodeCache cache;
+    for (const QString& path : keys.paths)
+        cache.codeOf(path);
+    for (auto _ : state)
+        for (const QString& path : keys.paths)
+            benchmark::DoNotOptimize(cache.codeOf(path));
+}
+BENCHMARK(BM_EditorOpens100KeysCached)->Unit(benchmark::kMillisecond);
 
 } // namespace
