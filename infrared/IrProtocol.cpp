@@ -149,6 +149,7 @@ struct PdTiming {
     double leaderPulse, leaderSpace; // 0, 0: none
     double pulse, zero, one;
     double minGap;
+    double split = 0; // space between zero and one; 0: as far from both, relatively
 };
 
 size_t readPd(const Durations& d, size_t at, const PdTiming& t, Judge& j, Bits& bits) {
@@ -162,7 +163,8 @@ size_t readPd(const Durations& d, size_t at, const PdTiming& t, Judge& j, Bits& 
     }
     const double longest = (t.one * (1 + j.tol) + j.slack) * j.scale;
     // Where a space is as far from one as from the other, relatively.
-    const double threshold = 2 * t.zero * t.one / (t.zero + t.one) * j.scale;
+    const double threshold =
+        (t.split > 0 ? t.split : 2 * t.zero * t.one / (t.zero + t.one)) * j.scale;
     for (;;) {
         if (at >= n || !j.near(d[at], t.pulse))
             return 0;
@@ -597,10 +599,14 @@ bool decodeRc6(const Durations& d, size_t at, Frame* out) {
 bool decodeSharp(const Durations& d, size_t at, Frame* out) {
     if (d[at] < 150 || d[at] > 600)
         return false;
-    const PdTiming t{0, 0, SharpPulse, SharpZero, SharpOne, 5000};
+    // The kernel encodes spaces of 680 and 1680 µs, ir-ctl's own encoder the
+    // whole bit periods (1000, 2000): the kernel's decoder allows 640 µs on a
+    // bit, and so do we, telling the two apart halfway.
+    PdTiming t{0, 0, SharpPulse, SharpZero, SharpOne, 5000};
+    t.split = (SharpZero + SharpOne) / 2;
     Bits first, second;
     Judge j;
-    j.slack = 100;
+    j.slack = 330;
     j.scale = unitScale(d, at, SharpPulse, true, false, 3000);
     const size_t end = twoPass(j, [&](Judge& jj) -> size_t {
         first = Bits{};

@@ -3,6 +3,9 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -95,4 +98,31 @@ TEST(IrTool, ConvertsBetweenFormats) {
     r = run(dir.path(), {u"convert"_s, u"tv.ir"_s, u"out"_s});
     EXPECT_EQ(r.status, 2);
     EXPECT_TRUE(r.err.contains(u"say --to FORMAT"_s)) << r.err.toStdString();
+}
+
+// A code to a signal file with its exact timings, and back as JSON with the
+// protocol's fields; a code that does not fit is refused before any file.
+TEST(IrTool, EncodesACodeAndShowsItAsJson) {
+    QTemporaryDir dir;
+    ASSERT_EQ(run(dir.path(), {u"encode"_s, u"sony20:0x1f5a7f"_s, u"k.bin"_s}).status, 0);
+    const ToolRun shown = run(dir.path(), {u"show"_s, u"k.bin"_s, u"--json"_s});
+    ASSERT_EQ(shown.status, 0);
+    const QJsonObject o = QJsonDocument::fromJson(shown.out.toUtf8()).object();
+    EXPECT_EQ(o[u"protocol"_s].toString(), u"sony20"_s);
+    EXPECT_EQ(o[u"scancode"_s].toString(), u"0x1f5a7f"_s);
+    EXPECT_EQ(o[u"carrier"_s].toInt(), 40000);
+    EXPECT_EQ(o[u"address"_s].toInt(), 0x1F);
+    EXPECT_EQ(o[u"subdevice"_s].toInt(), 0x5A);
+    EXPECT_EQ(o[u"command"_s].toInt(), 0x7F);
+    const QJsonArray timings = o[u"timings"_s].toArray();
+    ASSERT_EQ(timings.size(), 42);
+    EXPECT_EQ(timings[0].toInt(), 2400);
+    EXPECT_EQ(timings[1].toInt(), -600);
+    EXPECT_TRUE(
+        run(dir.path(), {u"show"_s, u"k.bin"_s}).out.contains(u"# protocol Sony20 0x1f5a7f"_s));
+
+    const ToolRun bad = run(dir.path(), {u"encode"_s, u"nec:0x10000"_s, u"x.bin"_s});
+    EXPECT_EQ(bad.status, 2);
+    EXPECT_TRUE(bad.err.contains(u"does not fit nec"_s)) << bad.err.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath(u"x.bin"_s)));
 }

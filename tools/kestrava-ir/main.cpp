@@ -170,7 +170,7 @@ QJsonObject codeJson(const IrTiming& t, const IrCode& code) {
     QJsonObject o;
     o[u"protocol"_s] = ProtocolName(code.protocol);
     if (code.decoded() && code.protocol != IrProtocol::Aeha)
-        o[u"scancode"_s] = u"0x"_s + QString::number(code.scancode, 16);
+        o[u"scancode"_s] = CodeSpec(code).section(u':', 1); // "0x0408", as ir-ctl -S takes it
     o[u"spec"_s] = CodeSpec(code);
     o[u"carrier"_s] = t.carrierHz;
     std::vector<uint32_t> first = t.durations;
