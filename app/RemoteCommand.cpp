@@ -42,16 +42,27 @@ Answer Ask(quint16 port, const QByteArray& auth, const QByteArray& method, const
             "Content-Type: application/json\r\nContent-Length: " + QByteArray::number(body.size()) +
             "\r\n";
     socket.write(request + "\r\n" + body);
+    // The answer is whole at its Content-Length.
     QByteArray received;
+    qsizetype end = -1, length = -1;
     QElapsedTimer timer;
     timer.start();
-    while (socket.state() == QAbstractSocket::ConnectedState && timer.elapsed() < timeoutMs) {
+    for (;;) {
         received += socket.readAll();
-        if (!socket.bytesAvailable())
-            WaitForSignal(&socket, &QTcpSocket::readyRead, int(timeoutMs - timer.elapsed()));
+        end = received.indexOf("\r\n\r\n");
+        if (end >= 0 && length < 0) {
+            const QByteArray head = received.left(end).toLower();
+            const qsizetype at = head.indexOf("\r\ncontent-length:");
+            length = at < 0 ? 0
+                            : head.mid(at + 17, head.indexOf('\r', at + 2) - at - 17)
+                                  .trimmed()
+                                  .toLongLong();
+        }
+        if ((end >= 0 && received.size() >= end + 4 + length) ||
+            socket.state() != QAbstractSocket::ConnectedState || timer.elapsed() >= timeoutMs)
+            break;
+        WaitForSignal(&socket, &QTcpSocket::readyRead, int(timeoutMs - timer.elapsed()));
     }
-    received += socket.readAll();
-    const qsizetype end = received.indexOf("\r\n\r\n");
     if (!received.startsWith("HTTP/1.1 ") || end < 0)
         return {};
     Answer a;
