@@ -17,6 +17,7 @@ SimDriver::SimDriver(QString logPath) : logPath_(std::move(logPath)) {
     captureTimer_.setSingleShot(true);
     QObject::connect(&captureTimer_, &QTimer::timeout, [this] { captured_ = true; });
     airTimer_.setSingleShot(true);
+    airTimer_.setTimerType(Qt::PreciseTimer); // the air time itself, not within 5 %
     QObject::connect(&airTimer_, &QTimer::timeout, [this] {
         if (Done done = std::exchange(sending_, nullptr))
             done(0);

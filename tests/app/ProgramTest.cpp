@@ -365,3 +365,31 @@ TEST(Program, ExportsAndImportsFromTheCommandLine) {
     const QByteArray page = BodyOf(Fetch(port, "GET /remote.asp HTTP/1.1\r\nHost: x\r\n\r\n"));
     EXPECT_TRUE(page.contains(ShiftJis::Encode(u"エアコン"_s))) << page.toStdString();
 }
+
+TEST(Program, PressAndListAskTheInstanceRunningOnTheFolder) {
+    QTemporaryDir tmp;
+    const QString dir = tmp.path() + u"/demo"_s;
+    makeDemo(dir);
+    SettingsStore settings(dir + u"/setting.ini"_s);
+    const QString remote = settings.ReadIni(u"Remote-1"_s, u"Device");
+    const QString key = settings.ReadIni(u"Remote-1"_s, u"Button-0");
+    auto run = [&](const QStringList& args, QString* out = nullptr) {
+        QProcess cli;
+        cli.start(QStringLiteral(KESTRAVA_BINARY), QStringList{u"--home"_s, dir} + args);
+        cli.waitForFinished(20000);
+        if (out)
+            *out = QString::fromUtf8(cli.readAllStandardOutput() + cli.readAllStandardError());
+        return cli.exitCode();
+    };
+    EXPECT_EQ(run({u"--press"_s, remote, key}), 2); // nothing runs there
+    ProgramProcess p(home(dir));
+    ASSERT_TRUE(p.waitForLog(u"started on "_s + dir)) << p.log().toStdString();
+    QString out;
+    EXPECT_EQ(run({u"--list"_s}, &out), 0);
+    EXPECT_TRUE(out.contains(remote) && out.contains(key)) << out.toStdString();
+    EXPECT_EQ(run({u"--press"_s, remote, key}), 0);
+    EXPECT_EQ(run({u"--press"_s, remote, u"no such key"_s}, &out), 1);
+    EXPECT_TRUE(out.contains(u"no such key"_s)) << out.toStdString();
+    EXPECT_EQ(run({u"--press"_s, remote}), 2);
+    EXPECT_TRUE(QFile(dir + u"/sim-transmit.log"_s).size() > 0);
+}

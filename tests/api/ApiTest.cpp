@@ -1,0 +1,303 @@
+#include "api/JsonApi.h"
+#include "core/ShiftJis.h"
+#include "infrared/SignalStore.h"
+#include "infrared/SimDriver.h"
+#include "infrared/Transceiver.h"
+#include "remotes/Press.h"
+#include "reservations/Scheduler.h"
+#include "support/FixedClock.h"
+#include "support/HttpClient.h"
+#include "support/ScriptedPrompt.h"
+#include "support/TempFolder.h"
+#include "support/WaitUntil.h"
+#include "webpages/RemotePages.h"
+#include "webserver/Dispatcher.h"
+#include "webserver/WebServer.h"
+
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTimer>
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// The API on a real server over a temporary folder, with the simulated
+// transceiver and the classic remote pages beside it.
+class Served {
+public:
+    explicit Served(bool withDevice = true) {
+        clock.at = QDateTime(QDate(2026, 11, 21), QTime(8, 0), Qt::UTC);
+        t.settings.WriteIni(u"WebServer", u"Port", u"0");
+        if (withDevice)
+            t.settings.WriteIni(u"Tira", u"Device", u"sim");
+        device.factory = [this](const QString&) {
+            auto sim = std::make_unique<SimDriver>(t.path(u"sim-transmit.log"));
+            sim->captureDelayMs = captureDelayMs;
+            return sim;
+        };
+        RemotePageServices pages;
+        pages.send = [this](const QString& r, const QString& b) {
+            return TXSignalById(device, r, b);
+        };
+        InstallRemotePages(dispatcher, t.settings, clock, pages);
+        server.portFallback = [](const QList<quint16>&) { return quint16(0); };
+        server.AddFront(api.Route());
+        server.InitWebServer();
+    }
+
+    // A request; the whole answer (the connection closes after it).
+    QByteArray call(const QByteArray& method, const QByteArray& path, const QByteArray& body = {},
+                    const QByteArray& extra = {}) {
+        return Fetch(server.WebPort(), method + ' ' + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n" +
+                                           extra +
+                                           "Content-Length: " + QByteArray::number(body.size()) +
+                                           "\r\nConnection: close\r\n\r\n" + body);
+    }
+    static int status(const QByteArray& answer) { return answer.mid(9, 3).toInt(); }
+    static QJsonObject json(const QByteArray& answer) {
+        return QJsonDocument::fromJson(BodyOf(answer)).object();
+    }
+    int sends() {
+        const QByteArray log = t.readFile(u"sim-transmit.log");
+        return int(log.count('\n'));
+    }
+    // A key with a real NEC signal.
+    void learnedKey(int slot, const QString& remote, int design, const QStringList& keys) {
+        t.writeRemote(slot, remote, design, keys);
+        SignalImage image{};
+        const QByteArray sample = SimDriver::SampleCapture();
+        std::copy(sample.begin(), sample.end(), image.begin());
+        StampSignalLength(image, int(sample.size()));
+        for (const QString& key : keys)
+            t.writeFile(u"IRSignals/"_s + remote + u'-' + key + u".bin"_s,
+                        QByteArray(reinterpret_cast<const char*>(image.data()), SignalFileSize));
+    }
+
+    int captureDelayMs = 500;
+    TempFolder t;
+    FixedClock clock;
+    ScriptedPrompt prompt;
+    Dispatcher dispatcher;
+    Transceiver device{t.folder, t.settings, prompt};
+    Scheduler scheduler{t.folder, t.settings, clock};
+    WebServer server{t.folder, t.settings, clock, prompt, dispatcher};
+    JsonApi api{{t.folder, t.settings, clock, device, scheduler, server, {}}};
+};
+
+} // namespace
+
+TEST(Api, LoginOriginMethodsAndLimitsAreCheckedBeforeAnythingActs) {
+    Served a;
+    a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
+    a.t.settings.WriteIni(u"Options", u"WebAuth", u"1");
+    a.t.settings.WriteIni(u"Options", u"Web_User", u"me");
+    a.t.settings.WriteIni(u"Options", u"Web_Pass", u""); // scrambled empty
+    a.server.InitWebServer();                            // reads the login again
+    const QByteArray login = "Authorization: Basic " + QByteArray("me:").toBase64() + "\r\n";
+
+    QByteArray r = a.call("POST", "/api/v1/remotes/1/keys/0/press");
+    EXPECT_EQ(Served::status(r), 401);
+    EXPECT_TRUE(HeadOf(r).contains("WWW-Authenticate: Basic"));
+    EXPECT_EQ(Served::json(r)[u"error"_s], u"unauthorized"_s);
+    // Another site's page, even with the owner's login, acts on nothing.
+    r = a.call("POST", "/api/v1/remotes/1/keys/0/press", {},
+               login + "Origin: http://evil.example\r\n");
+    EXPECT_EQ(Served::status(r), 403);
+    // A GET on an action: no link or reload can press.
+    r = a.call("GET", "/api/v1/remotes/1/keys/0/press", {}, login);
+    EXPECT_EQ(Served::status(r), 405);
+    EXPECT_TRUE(HeadOf(r).contains("Allow: POST\r\n"));
+    EXPECT_EQ(Served::status(a.call("POST", "/api/v1/press", "{nope", login)), 400);
+    EXPECT_EQ(Served::status(a.call("POST", "/api/v1/press", QByteArray(65 * 1024, ' '), login)),
+              413);
+    EXPECT_EQ(Served::status(a.call("GET", "/api/v1/remotes/1001", {}, login)), 404);
+    EXPECT_EQ(Served::status(a.call("GET", "/api/v1/remotes/1/keys/27", {}, login)), 404);
+    EXPECT_EQ(Served::status(a.call("GET", "/api/v1/nothing", {}, login)), 404);
+    EXPECT_EQ(a.sends(), 0);
+    // Same-site with the login: sent once.
+    r = a.call("POST", "/api/v1/remotes/1/keys/0/press", {},
+               login + "Origin: http://127.0.0.1:8080\r\n");
+    EXPECT_EQ(Served::status(r), 200) << r.toStdString();
+    EXPECT_EQ(a.sends(), 1);
+    const QJsonObject status = Served::json(a.call("GET", "/api/v1/status", {}, login));
+    EXPECT_EQ(status[u"port"_s].toInt(), a.server.WebPort());
+    EXPECT_EQ(status[u"pressesWaiting"_s].toInt(), 0);
+    EXPECT_TRUE(
+        Served::json(a.call("GET", "/api/v1/openapi.json", {}, login)).contains(u"paths"_s));
+}
+
+TEST(Api, PressAnswersAfterTheSendWithHonestStatuses) {
+    Served a;
+    a.learnedKey(1, u"テレビ"_s, 1, {u"電源"_s});
+    a.t.settings.WriteIni(RemoteSection(1), ButtonKey(1), u"音量"); // named, never learned
+    EXPECT_EQ(
+        Served::status(a.call("POST", "/api/v1/press",
+                              u"{\"remote\":\"テレビ\",\"key\":\"電源\",\"repeat\":2}"_s.toUtf8())),
+        200);
+    EXPECT_EQ(a.sends(), 2);
+    EXPECT_EQ(Served::status(a.call("POST", "/api/v1/remotes/1/keys/1/press")), 409);
+    EXPECT_EQ(Served::status(a.call("POST", "/api/v1/press", R"({"remote":"テレビ","key":"x"})")),
+              404);
+    EXPECT_EQ(Served::status(a.call("POST", "/api/v1/remotes/1/keys/0/press", R"({"repeat":0})")),
+              400);
+    // A full queue: 503 with Retry-After, nothing dropped silently.
+    for (int i = 0; i <= Transceiver::MaxQueued; ++i)
+        a.device.Enqueue(a.t.path(u"IRSignals/テレビ-電源.bin"), [](SendResult) {});
+    const QByteArray busy = a.call("POST", "/api/v1/remotes/1/keys/0/press");
+    EXPECT_EQ(Served::status(busy), 503);
+    EXPECT_TRUE(HeadOf(busy).contains("Retry-After: 1\r\n"));
+    ASSERT_TRUE(WaitUntil([&] { return a.device.Waiting() == 0; }));
+    // Raw timings as Home Assistant sends them.
+    EXPECT_EQ(Served::status(a.call("POST", "/api/v1/transmit",
+                                    R"({"timings":[9000,-4500,560,-560,560],"modulation":38000})")),
+              200);
+    EXPECT_EQ(Served::status(a.call("POST", "/api/v1/transmit", R"({"timings":[0]})")), 400);
+}
+
+TEST(Api, WithoutATransceiverAPressIsABadGateway) {
+    Served a(false);
+    a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
+    const QByteArray r = a.call("POST", "/api/v1/remotes/1/keys/0/press");
+    EXPECT_EQ(Served::status(r), 502);
+    EXPECT_EQ(Served::json(r)[u"message"_s], Transceiver::PortUnsetText);
+}
+
+TEST(Api, ARemoteDeletedWhileItsPressesWaitEndsThemClearly) {
+    Served a;
+    a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
+    RawConnection press(a.server.WebPort());
+    press.send("POST /api/v1/remotes/1/keys/0/press HTTP/1.1\r\nHost: h\r\nContent-Length: "
+               "13\r\nConnection: close\r\n\r\n{\"repeat\":20}");
+    ASSERT_TRUE(WaitUntil([&] { return a.sends() >= 1; }));
+    EXPECT_EQ(Served::status(a.call("DELETE", "/api/v1/remotes/1")), 204);
+    const QByteArray r = press.readAll(20000);
+    EXPECT_EQ(Served::status(r), 409) << r.toStdString();
+    EXPECT_LT(a.sends(), 20);
+    EXPECT_FALSE(QFileInfo::exists(a.t.path(u"IRSignals/TV-Power.bin")));
+    EXPECT_EQ(Served::status(a.call("GET", "/api/v1/remotes/1")), 404);
+}
+
+TEST(Api, LearnsARemoteWithoutADesktop) {
+    Served a;
+    QByteArray r =
+        a.call("POST", "/api/v1/remotes", u"{\"name\":\"エアコン\",\"design\":2}"_s.toUtf8());
+    ASSERT_EQ(Served::status(r), 201) << r.toStdString();
+    const int id = Served::json(r)[u"id"_s].toInt();
+    const QByteArray base = "/api/v1/remotes/" + QByteArray::number(id);
+    EXPECT_EQ(Served::status(a.call("POST", "/api/v1/remotes", R"({"name":"x","design":7})")), 400);
+    EXPECT_EQ(Served::status(a.call("POST", "/api/v1/remotes",
+                                    u"{\"name\":\"エアコン\",\"design\":1}"_s.toUtf8())),
+              409);
+    // A name CP932 cannot hold is refused with the desktop's message; nothing is written.
+    r = a.call("POST", base + "/keys/0/learn", u"{\"name\":\"冷房😀\"}"_s.toUtf8());
+    EXPECT_EQ(Served::status(r), 400);
+    EXPECT_TRUE(Served::json(r)[u"message"_s].toString().contains(u"Shift_JIS"));
+
+    // A second capture while one waits is refused; the first learns the key.
+    RawConnection first(a.server.WebPort());
+    first.send("POST " + base + "/keys/0/learn HTTP/1.1\r\nHost: h\r\nContent-Length: " +
+               QByteArray::number(u"{\"name\":\"冷房\"}"_s.toUtf8().size()) +
+               "\r\nConnection: close\r\n\r\n" + u"{\"name\":\"冷房\"}"_s.toUtf8());
+    // The test waits below the capture's own loop: the second asks from inside it.
+    int second = 0;
+    QTimer::singleShot(100, [&] {
+        EXPECT_EQ(a.device.CaptureWaiting, 1);
+        second = Served::status(a.call("POST", base + "/keys/1/learn", R"({"name":"b"})"));
+    });
+    r = first.readAll(5000);
+    ASSERT_EQ(Served::status(r), 200) << r.toStdString();
+    EXPECT_EQ(second, 409);
+    EXPECT_EQ(Served::json(r)[u"code"_s], u"NEC 0x4012"_s);
+    EXPECT_TRUE(QFileInfo::exists(a.t.path(u"IRSignals/エアコン-冷房.bin")));
+    EXPECT_FALSE(QFileInfo::exists(a.t.path(u"1.tmp")));
+
+    // Nothing captured: 408, and the key stays unlearned.
+    a.device.captureTimeoutMs = 150;
+    a.captureDelayMs = 5000;
+    a.device.DeActivateTira();
+    a.device.Unload();
+    EXPECT_EQ(Served::status(a.call("POST", base + "/keys/1/learn", R"({"name":"b"})")), 408);
+    EXPECT_EQ(a.t.settings.ReadIni(RemoteSection(id), ButtonKey(1)), u"");
+
+    // Import, rename, delete.
+    r = a.call("PUT", base + "/keys/2/code", R"({"name":"Up","code":"nec:0x0408"})");
+    ASSERT_EQ(Served::status(r), 200) << r.toStdString();
+    EXPECT_EQ(Served::json(r)[u"protocol"_s], u"nec"_s);
+    EXPECT_EQ(
+        Served::status(a.call("PUT", base + "/keys/3/code", R"({"name":"x","code":"bogus"})")),
+        400);
+    EXPECT_EQ(Served::status(a.call("PATCH", base + "/keys/2", u"{\"name\":\"冷房\"}"_s.toUtf8())),
+              409); // key 0 has that name
+    EXPECT_EQ(Served::status(a.call("PATCH", base + "/keys/2", R"({"name":"Down"})")), 200);
+    EXPECT_TRUE(QFileInfo::exists(a.t.path(u"IRSignals/エアコン-Down.bin")));
+    EXPECT_FALSE(QFileInfo::exists(a.t.path(u"IRSignals/エアコン-Up.bin")));
+    EXPECT_EQ(Served::status(a.call("DELETE", base + "/keys/2")), 204);
+    EXPECT_FALSE(QFileInfo::exists(a.t.path(u"IRSignals/エアコン-Down.bin")));
+    EXPECT_EQ(Served::status(a.call("PATCH", base, R"({"name":"AC"})")), 200);
+    EXPECT_TRUE(QFileInfo::exists(a.t.path(u"IRSignals/AC-冷房.bin")));
+    const QJsonArray keys = Served::json(a.call("GET", base))[u"keys"_s].toArray();
+    ASSERT_EQ(keys.size(), 13);
+    EXPECT_TRUE(keys[0][u"learned"_s].toBool());
+    EXPECT_FALSE(keys[2][u"learned"_s].toBool());
+}
+
+TEST(Api, ReservationsShareTheStoreAndTheScheduler) {
+    Served a;
+    a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
+    QByteArray r = a.call("POST", "/api/v1/reservations",
+                          R"({"time":"07:05","repeat":"weekdays","remote":"TV","keyId":0})");
+    ASSERT_EQ(Served::status(r), 201) << r.toStdString();
+    const QString id = Served::json(r)[u"id"_s].toString();
+    EXPECT_TRUE(QFileInfo::exists(a.t.path(u"reserve/0111110 07_05")));
+    EXPECT_EQ(a.scheduler.grid.rows().size(), 1u);
+    EXPECT_EQ(Served::status(a.call("POST", "/api/v1/reservations",
+                                    R"({"time":"25:00","repeat":"daily","remoteId":1,"keyId":0})")),
+              400);
+    EXPECT_EQ(Served::status(a.call("POST", "/api/v1/reservations",
+                                    R"({"time":"07:00","repeat":"daily","remoteId":9,"keyId":0})")),
+              404);
+    r = a.call("PATCH", "/api/v1/reservations/" + id.toUtf8(),
+               R"({"time":"08:00","repeat":"once","date":"2026-12-01"})");
+    ASSERT_EQ(Served::status(r), 200) << r.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(a.t.path(u"reserve/0111110 07_05")));
+    const QJsonArray list =
+        Served::json(a.call("GET", "/api/v1/reservations"))[u"reservations"_s].toArray();
+    ASSERT_EQ(list.size(), 1);
+    EXPECT_EQ(list[0][u"date"_s], u"2026-12-01"_s);
+    EXPECT_EQ(list[0][u"keyId"_s].toInt(), 0);
+    EXPECT_EQ(Served::status(
+                  a.call("DELETE", "/api/v1/reservations/" + list[0][u"id"_s].toString().toUtf8())),
+              204);
+    EXPECT_EQ(Served::status(
+                  a.call("DELETE", "/api/v1/reservations/" + list[0][u"id"_s].toString().toUtf8())),
+              404);
+    EXPECT_TRUE(a.scheduler.grid.rows().empty());
+}
+
+TEST(Api, EventsSeeAPressFromAClassicPageAndConnectionsStayForTheApiOnly) {
+    Served a;
+    a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
+    RawConnection events(a.server.WebPort());
+    events.send("GET /api/v1/events HTTP/1.1\r\nHost: h\r\n\r\n");
+    ASSERT_TRUE(WaitUntil([&] { return a.api.Listeners() == 1; }));
+    Fetch(a.server.WebPort(), "GET /remote1.asp?DevID=1&Button=0 HTTP/1.1\r\nHost: h\r\n\r\n");
+    ASSERT_TRUE(WaitUntil([&] {
+        events.received += events.socket.readAll();
+        return events.received.contains("event: press");
+    }));
+    EXPECT_TRUE(events.received.contains(R"("remote":"TV")"));
+    EXPECT_TRUE(events.received.contains(R"("source":"page")"));
+
+    // Two API requests on one connection; a page on the same connection closes it.
+    RawConnection c(a.server.WebPort());
+    c.send("GET /api/v1/status HTTP/1.1\r\nHost: h\r\n\r\nGET /api/v1/remotes HTTP/1.1\r\nHost: "
+           "h\r\n\r\nGET /remote1.asp HTTP/1.1\r\nHost: h\r\n\r\n");
+    const QByteArray all = c.readAll(3000);
+    EXPECT_EQ(all.count("HTTP/1.1 200 OK"), 3);
+    EXPECT_TRUE(all.contains("\"remotes\""));
+    EXPECT_EQ(c.socket.state(), QAbstractSocket::UnconnectedState);
+}
