@@ -135,7 +135,7 @@ TEST(WebServer, LoginGuardsPagesAndFilesAlike) {
         st.WriteIni(u"Options", u"Web_Pass", ScramblePassword(u"SET", u"pa:ss"));
     });
     s.t.writeFile(u"pic/up.gif", "GIF89a");
-    for (const QByteArray path : {"/default.asp", "/pic/up.gif"})
+    for (const QByteArray path : {"/default.asp", "/pic/up.gif", "/m/"})
         EXPECT_EQ(s.get(path, "Host: h\r\n"),
                   "HTTP/1.1 401 Access Denied\r\nServer: Kestrava1.0\r\n" + DateLine +
                       "WWW-Authenticate: Basic realm=\"h\"\r\nConnection: Close\r\n"
@@ -150,6 +150,26 @@ TEST(WebServer, LoginGuardsPagesAndFilesAlike) {
     const QByteArray login = "Authorization: Basic dXNlcjpwYTpzcw==\r\n";
     EXPECT_EQ(BodyOf(s.get("/x.asp?a=1", login)), "");
     EXPECT_EQ(BodyOf(s.get("/pic/up.gif", login)), "GIF89a");
+    EXPECT_TRUE(BodyOf(s.get("/m/", login)).startsWith("<!doctype html>"));
+}
+
+// The phone page's names are the program's own: not files of the folder, not
+// redirected as dotless paths, and a name it does not have is missing.
+TEST(WebServer, ThePhonePageComesFromTheProgram) {
+    Served s;
+    s.t.writeFile(u"m/app.js"_s, "from the folder");
+    const QByteArray js = s.get("/m/app.js");
+    EXPECT_TRUE(HeadOf(js).contains("Content-Type: text/javascript; charset=utf-8\r\n"));
+    EXPECT_TRUE(HeadOf(js).contains("Content-Security-Policy: default-src 'self'"));
+    EXPECT_FALSE(BodyOf(js).contains("from the folder"));
+    EXPECT_TRUE(HeadOf(s.get("/m/?from=home")).contains("Content-Type: text/html; charset=utf-8"));
+    EXPECT_TRUE(HeadOf(s.get("/m/manifest.webmanifest"))
+                    .contains("Content-Type: application/manifest+json\r\n"));
+    EXPECT_TRUE(s.get("/m").startsWith("HTTP/1.1 301 Moved Permanently\r\n"));
+    EXPECT_TRUE(HeadOf(s.get("/m")).contains("\r\nLocation: /m/\r\n"));
+    for (const QByteArray path : {"/m/x.js", "/m/../setting.ini", "/m/index.html/"})
+        EXPECT_TRUE(s.get(path).startsWith("HTTP/1.1 404 Not Found\r\n")) << path.constData();
+    EXPECT_TRUE(s.calls.isEmpty());
 }
 
 // While setting.ini cannot be read, from the start on, nobody logs in; once it
