@@ -115,9 +115,7 @@ async function listView() {
     el('h2', {}, 'リモコン'),
     items.length ? el('ul', { class: 'list' }, items)
       : el('p', { class: 'muted' }, 'リモコンがありません。「新しいリモコン」から作ってください。'),
-    el('div', { class: 'row' },
-      el('a', { class: 'btn', href: '#/new' }, '新しいリモコン'),
-      el('a', { class: 'btn', href: '#/res' }, '予約')),
+    el('div', { class: 'row' }, el('a', { class: 'btn', href: '#/new' }, '新しいリモコン')),
     el('p', { class: 'muted' }, el('a', { href: '../default.asp' }, '従来のページ')),
   );
 }
