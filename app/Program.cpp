@@ -47,7 +47,9 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
       internet(settings_, dnsService, addressWatch, portMapping),
       power(settings_, prompt_, scheduler), device(folder_, settings_, prompt_),
       camera(folder_, settings_, prompt_),
-      webServer(folder_, settings_, clock_, prompt_, dispatcher) {
+      webServer(folder_, settings_, clock_, prompt_, dispatcher),
+      api({folder_, settings_, clock_, device, scheduler, webServer,
+           [this] { return addressWatch.GlobalAddr(); }}) {
     addressMail.setPrompt(&prompt);
     addressMail.setClock(&clock);
     scheduler.hibernate = [this] { power.HibernateNow(); };
@@ -55,9 +57,14 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
     connect(&events, &ProgramEvents::releaseDevice, &device, &Transceiver::Unload);
     power.deActivateTira = [this] { device.DeActivateTira(); };
     // Reserved signals go out like web presses: a failure is told without a box.
+    connect(&scheduler, &Scheduler::fired, this, [this](const QString& d, const QString& f) {
+        firing_ = {d, f};
+    });
     scheduler.send = [this](const QString& path) {
-        return device.TransmitTira(path, Transceiver::Origin::Background);
+        return device.TransmitTira(path, Transceiver::Origin::Background,
+                                   {u"reservation"_s, firing_.device, firing_.function});
     };
+    webServer.AddFront(api.Route());
 
     InstallMenuPages(dispatcher, settings);
     RemotePageServices remotePages;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "api/JsonApi.h"
 #include "camera/Camera.h"
 #include "core/ProgramEvents.h"
 #include "infrared/Transceiver.h"
@@ -9,6 +10,7 @@
 #include "reachability/DynDns.h"
 #include "reachability/InternetAccess.h"
 #include "reachability/PortMapping.h"
+#include "reservations/ReserveStore.h"
 #include "reservations/Scheduler.h"
 #include "webserver/Dispatcher.h"
 #include "webserver/WebServer.h"
@@ -83,6 +85,8 @@ public:
     Camera camera;
     // Listens from the start order on.
     WebServer webServer;
+    // The JSON API beside the pages, on the same server, queue and registry.
+    JsonApi api;
 
     // The desktop: the windows and their launchers, none when headless.
     std::unique_ptr<RemoteLauncher> remoteLauncher;
@@ -96,4 +100,8 @@ public:
     void ShowDesktop();
 
     static const QString FirstRunText;
+
+private:
+    // The reservation being fired, for the label of its send.
+    Reserve::Operation firing_;
 };

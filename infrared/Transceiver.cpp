@@ -149,6 +149,7 @@ bool Transceiver::opened(int rc, IrDriver* d, const QString& target, const QStri
     if (lost_) {
         lost_ = false;
         qCInfo(lcDevice).noquote() << "transceiver" << target << "is back";
+        emit presenceChanged(true);
     }
     restartIdle();
     return true;
@@ -166,6 +167,7 @@ void Transceiver::lost(const QString& target) {
         lost_ = true;
         qCWarning(lcDevice).noquote() << "transceiver" << target
                                       << "lost or cannot be opened; trying again at the next press";
+        emit presenceChanged(false);
     }
     lostTarget_ = target;
     if (testing_)
@@ -335,7 +337,12 @@ void Transceiver::tell(Origin origin, const QString& text, bool warning) {
         prompt.Information(text);
 }
 
-void Transceiver::Enqueue(const QString& path, std::function<void(SendResult)> done) {
+void Transceiver::Enqueue(const QString& path, std::function<void(SendResult)> done,
+                          SendLabel label) {
+    const auto refuse = [&](SendResult result) {
+        done(result);
+        emit pressEnded(label, result);
+    };
     QByteArray blob;
     QString why;
     switch (ReadCheckedSignal(path, &blob, &why)) {
@@ -343,21 +350,21 @@ void Transceiver::Enqueue(const QString& path, std::function<void(SendResult)> d
         break;
     case SignalRead::Missing:
         qCWarning(lcDevice).noquote() << "no signal file" << path;
-        return done(SendResult::Failed);
+        return refuse(SendResult::Failed);
     case SignalRead::Unreadable:
         qCWarning(lcDevice).noquote() << "cannot read signal file" << path;
-        return done(SendResult::Failed);
+        return refuse(SendResult::Failed);
     case SignalRead::BadLength:
     case SignalRead::Damaged:
         qCWarning(lcDevice).noquote() << "damaged signal file" << path << "-" << why;
-        return done(SendResult::Failed);
+        return refuse(SendResult::Failed);
     }
     if (int(queue_.size()) >= MaxQueued) {
         qCWarning(lcDevice).noquote() << MaxQueued << "presses wait already; dropped" << path;
-        return done(SendResult::Busy);
+        return refuse(SendResult::Busy);
     }
     timDeactivate.stop();
-    queue_.push_back({path, std::move(blob), std::move(done)});
+    queue_.push_back({path, std::move(blob), std::move(done), std::move(label)});
     sendNext();
 }
 
@@ -401,22 +408,27 @@ void Transceiver::finishJob(SendResult result) {
     current_.reset();
     restartIdle();
     job.done(result);
+    emit pressEnded(job.label, result);
     emit sendEnded();
     // The next one starts from the event loop, not inside this one's callback.
     QTimer::singleShot(0, this, &Transceiver::sendNext);
 }
 
-SendResult Transceiver::TransmitAndWait(const QString& path, Origin origin) {
+SendResult Transceiver::TransmitAndWait(const QString& path, Origin origin, SendLabel label) {
+    if (label.source.isEmpty())
+        label.source = origin == Origin::Desktop ? u"window"_s : u"page"_s;
     if (!TiraActive && !PortIsSet()) {
         tell(origin, PortUnsetText, true);
         if (origin == Origin::Desktop && SpecifyPort)
             SpecifyPort();
         else
             qCWarning(lcDevice) << "no transceiver port set";
+        emit pressEnded(label, SendResult::NotOpened);
         return SendResult::NotOpened;
     }
     std::optional<SendResult> result;
-    Enqueue(path, [&result](SendResult r) { result = r; });
+    Enqueue(
+        path, [&result](SendResult r) { result = r; }, std::move(label));
     // Presses that come meanwhile wait nested inside this; each loop ends
     // when its own send has, and the outer ones return as these unwind.
     while (!result)
@@ -449,5 +461,5 @@ bool Transceiver::TestStudiedSignal() {
         qCWarning(lcDevice).noquote() << error;
         return false;
     }
-    return TransmitTira(path);
+    return TransmitTira(path, Origin::Desktop, {u"learning"_s, {}, {}});
 }

@@ -49,13 +49,20 @@ public:
     bool CancelCaptureTira();
     // Queues a send of a signal file; done hears how it ended. At most
     // MaxQueued sends wait behind the one going out; more are Busy at once.
-    void Enqueue(const QString& path, std::function<void(SendResult)> done);
+    void Enqueue(const QString& path, std::function<void(SendResult)> done, SendLabel label = {});
     // Enqueue, waiting with events running until this send has ended. Tells
     // the person (or the log) when the device cannot be opened.
-    SendResult TransmitAndWait(const QString& path, Origin origin = Origin::Desktop);
-    bool TransmitTira(const QString& path, Origin origin = Origin::Desktop) {
-        return TransmitAndWait(path, origin) == SendResult::Sent;
+    // Without a source the label says "window" for the desktop, "page" otherwise.
+    SendResult TransmitAndWait(const QString& path, Origin origin = Origin::Desktop,
+                               SendLabel label = {});
+    bool TransmitTira(const QString& path, Origin origin = Origin::Desktop, SendLabel label = {}) {
+        return TransmitAndWait(path, origin, std::move(label)) == SendResult::Sent;
     }
+    // Sends waiting behind the one going out.
+    int Waiting() const { return int(queue_.size()); }
+    bool Lost() const { return lost_; }
+    // Why the last open failed, "" when it did not.
+    QString Problem() const { return problem_; }
     bool TestStudiedSignal();
     // Last act of the program: stop and release the library.
     void Unload();
@@ -101,12 +108,17 @@ public:
 signals:
     void captureEnded();
     void sendEnded();
+    // Every send asked for, from any front, as it ends (or is refused).
+    void pressEnded(const SendLabel& label, SendResult result);
+    // The device went missing (false) or came back (true).
+    void presenceChanged(bool present);
 
 private:
     struct Job {
         QString path;
         QByteArray blob;
         std::function<void(SendResult)> done;
+        SendLabel label;
     };
     void sendNext();
     void finishJob(SendResult result);

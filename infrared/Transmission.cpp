@@ -15,7 +15,9 @@ void TXSignal(Transceiver& device, QStringView deviceName, QStringView function)
         return;
     // One box per kind, updated by later presses: a dead device does not pile
     // up boxes under a person who keeps pressing.
-    switch (device.TransmitAndWait(SignalFilePath(device.folder, deviceName, function))) {
+    switch (device.TransmitAndWait(SignalFilePath(device.folder, deviceName, function),
+                                   Transceiver::Origin::Desktop,
+                                   {u"window"_s, deviceName.toString(), function.toString()})) {
     case SendResult::Sent:
     case SendResult::NotOpened: // the device has told why already
         break;

@@ -5,6 +5,14 @@
 
 class Transceiver;
 
+// Who a send was for: the front it came from ("window", "page", "api",
+// "reservation", "learning") and the remote and key, when it is a key's.
+struct SendLabel {
+    QString source;
+    QString remote;
+    QString key;
+};
+
 // How a press ended. Busy: too many presses were already waiting.
 enum class SendResult { Sent, Failed, NotOpened, Busy };
 

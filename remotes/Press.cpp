@@ -8,6 +8,8 @@
 
 #include <QFileInfo>
 
+using namespace Qt::StringLiterals;
+
 SendResult TXSignalById(Transceiver& device, QStringView remote, QStringView button) {
     if (IsTestMode(device.settings))
         return SendResult::Sent;
@@ -16,5 +18,6 @@ SendResult TXSignalById(Transceiver& device, QStringView remote, QStringView but
     QString path = SignalFilePath(device.folder, name, function);
     if (!QFileInfo::exists(path))
         return SendResult::Sent;
-    return device.TransmitAndWait(path, Transceiver::Origin::Background);
+    return device.TransmitAndWait(path, Transceiver::Origin::Background,
+                                  {u"page"_s, name, function});
 }

@@ -52,7 +52,9 @@ struct WebServer::Slot {
     ServedFile file;
     off_t fileAt = 0, fileEnd = 0;
     bool answering = false;
-    quint64 since = 0; // order of acceptance
+    bool keepAfter = false; // a front's answer: read the next request after it
+    bool streaming = false; // a front's answer that stays open
+    quint64 since = 0;      // order of acceptance, and of each request on it
     QSocketNotifier readable{QSocketNotifier::Read};
     QSocketNotifier writable{QSocketNotifier::Write};
     QTimer deadline; // the whole request within the limit, then no stall
@@ -303,6 +305,8 @@ void WebServer::freeSlot(int index) {
     slot.sent = 0;
     slot.file = ServedFile();
     slot.answering = false;
+    slot.keepAfter = false;
+    slot.streaming = false;
     if (index > PoolSlots)
         release_.start(releaseMs_);
 }
@@ -346,7 +350,19 @@ void WebServer::onReadable(int index) {
         if (n < ReadBytes || slot.received.size() > Http::MaxHeaderBytes + Http::MaxBodyBytes)
             break;
     }
+    if (slot.streaming) {
+        slot.received.clear(); // nothing is asked on a stream; its end is what counts
+        return;
+    }
     const QByteArray data = fresh ? QByteArray::fromRawData(buffer, fresh) : slot.received;
+    if (!fronts_.empty()) {
+        const QByteArray target = RequestLinePath(data);
+        for (const FrontRoute& route : fronts_)
+            if (!target.isEmpty() && target.startsWith(route.prefix.toUtf8())) {
+                answerFront(index, data, fresh, route);
+                return;
+            }
+    }
     const bool loginKnown = LoginKnown();
     Http::Decision d = Http::Decide(data, redirectArmed_, login_);
     if (!loginKnown && d.action != Http::Action::Wait && d.action != Http::Action::Drop)
@@ -425,6 +441,164 @@ void WebServer::answer(int index, const Http::Decision& d) {
     case Http::Action::Drop:
         return;
     }
+}
+
+void WebServer::AddFront(FrontRoute route) {
+    fronts_.push_back(std::move(route));
+}
+
+void WebServer::answerFront(int index, const QByteArray& data, bool fresh,
+                            const FrontRoute& route) {
+    Slot& slot = slotAt(index);
+    FrontRequest request;
+    qsizetype length = 0;
+    const FrontFrame frame = ReadFrontRequest(data, route.maxBody, &request, &length);
+    if (frame == FrontFrame::Incomplete) {
+        if (fresh)
+            slot.received = data;
+        if (!slot.readable.isEnabled()) {
+            slot.readable.setSocket(slot.fd);
+            slot.readable.setEnabled(true);
+        }
+        return;
+    }
+    // Whatever follows this request is the next one on the connection.
+    slot.received = frame == FrontFrame::Complete ? data.mid(length) : QByteArray();
+    slot.deadline.stop();
+    if (slot.readable.isEnabled())
+        slot.readable.setEnabled(false);
+    slot.answering = true;
+    slot.since = ++acceptCount_;
+    const FrontReply reply(this, index, slot.since);
+    switch (frame) {
+    case FrontFrame::BodyTooLarge:
+        return reply.Send(413, route.tooLargeType, route.tooLargeBody, "Connection: close\r\n");
+    case FrontFrame::HeadTooLarge:
+        return reply.Send(431, "text/plain", "431\n", "Connection: close\r\n");
+    case FrontFrame::Malformed:
+        return reply.Send(400, "text/plain", "400 Bad Request\n", "Connection: close\r\n");
+    case FrontFrame::Incomplete:
+    case FrontFrame::Complete:
+        break;
+    }
+    slot.keepAfter = request.keepAlive;
+    const QHostAddress address = slot.peerAddress();
+    bool isV4 = false;
+    const quint32 v4 = address.toIPv4Address(&isV4);
+    request.peer = isV4 ? QHostAddress(v4).toString() : address.toString();
+    // The same login as the pages, refused while it cannot be read.
+    if (!LoginKnown() ||
+        (login_.WebAuthOn &&
+         (!request.hasAuthorization || !CheckLogon(login_, request.user, request.password)))) {
+        const QString host = QString::fromUtf8(request.header("host"));
+        QByteArray realm = host.toUtf8();
+        realm.replace('"', "");
+        for (char& c : realm)
+            if (uchar(c) < 0x20)
+                c = ' ';
+        return reply.Send(401, route.deniedType, route.deniedBody,
+                          "WWW-Authenticate: Basic realm=\"" + realm + "\"\r\n");
+    }
+    route.handler(request, reply);
+}
+
+bool WebServer::frontCurrent(int index, quint64 since) const {
+    return index >= 1 && size_t(index) <= slots_.size() && slots_[size_t(index - 1)] &&
+           slots_[size_t(index - 1)]->fd >= 0 && slots_[size_t(index - 1)]->since == since;
+}
+
+void WebServer::frontSend(int index, QByteArray bytes, bool close) {
+    Slot& slot = slotAt(index);
+    if (close)
+        slot.keepAfter = false;
+    if (slot.sent >= slot.out.size()) {
+        slot.out = std::move(bytes);
+        slot.sent = 0;
+    } else {
+        slot.out += bytes;
+    }
+    flush(index);
+}
+
+// The connection waits for its next request, which may be here already.
+void WebServer::readNext(int index) {
+    Slot& slot = slotAt(index);
+    slot.out.clear();
+    slot.sent = 0;
+    slot.answering = false;
+    slot.keepAfter = false;
+    slot.deadline.start(requestTimeoutMs_);
+    slot.readable.setSocket(slot.fd);
+    slot.readable.setEnabled(true);
+    if (!slot.received.isEmpty()) {
+        const quint64 since = slot.since;
+        QTimer::singleShot(0, this, [this, index, since] {
+            if (frontCurrent(index, since) && !slotAt(index).answering)
+                onReadable(index);
+        });
+    }
+}
+
+bool FrontReply::open() const {
+    return server_ && server_->frontCurrent(index_, since_);
+}
+
+void FrontReply::Send(int status, const QByteArray& type, const QByteArray& body,
+                      const QByteArray& headerLines) const {
+    if (!open() || server_->slotAt(index_).streaming)
+        return;
+    WebServer::Slot& slot = server_->slotAt(index_);
+    if (!slot.answering)
+        return; // answered already
+    const bool close = !slot.keepAfter || headerLines.contains("Connection: close");
+    QByteArray head = "HTTP/1.1 " + QByteArray::number(status) + ' ' + StatusText(status) +
+                      "\r\nServer: Kestrava1.0\r\nDate: " + HttpDate(server_->clock_).toLatin1() +
+                      "\r\n";
+    if (!type.isEmpty())
+        head += "Content-Type: " + type + "\r\n";
+    head += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
+    head += headerLines;
+    if (!headerLines.contains("Connection: close"))
+        head += close ? "Connection: close\r\n" : "Connection: keep-alive\r\n";
+    head += "\r\n";
+    slot.answering = false;
+    server_->frontSend(index_, head + body, close);
+}
+
+bool FrontReply::StartStream(const QByteArray& type) const {
+    if (!open())
+        return false;
+    WebServer::Slot& slot = server_->slotAt(index_);
+    slot.streaming = true;
+    slot.keepAfter = false;
+    slot.answering = false;
+    // The client's closing is noticed as the end of its reading side.
+    slot.readable.setSocket(slot.fd);
+    slot.readable.setEnabled(true);
+    server_->frontSend(index_,
+                       "HTTP/1.1 200 OK\r\nServer: Kestrava1.0\r\nDate: " +
+                           HttpDate(server_->clock_).toLatin1() + "\r\nContent-Type: " + type +
+                           "\r\nCache-Control: no-store\r\nConnection: close\r\n\r\n",
+                       true);
+    return open();
+}
+
+bool FrontReply::Write(const QByteArray& bytes) const {
+    if (!open() || !server_->slotAt(index_).streaming)
+        return false;
+    WebServer::Slot& slot = server_->slotAt(index_);
+    // A client that reads nothing is not kept in memory without end.
+    if (slot.out.size() - slot.sent > 1024 * 1024) {
+        server_->freeSlot(index_);
+        return false;
+    }
+    server_->frontSend(index_, bytes, true);
+    return open();
+}
+
+void FrontReply::Close() const {
+    if (open())
+        server_->freeSlot(index_);
 }
 
 void WebServer::sendAndClose(int index, const QByteArray& response) {
@@ -516,6 +690,18 @@ void WebServer::flush(int index) {
     }
     const bool done =
         slot.sent == slot.out.size() && (!slot.file.isOpen() || slot.fileAt >= slot.fileEnd);
+    if (done && slot.streaming) {
+        slot.deadline.stop();
+        if (slot.writable.isEnabled())
+            slot.writable.setEnabled(false);
+        return;
+    }
+    if (done && slot.keepAfter && !slot.answering) {
+        if (slot.writable.isEnabled())
+            slot.writable.setEnabled(false);
+        readNext(index);
+        return;
+    }
     if (done) {
         freeSlot(index);
         return;

@@ -2,11 +2,13 @@
 
 #include <QByteArray>
 #include <QObject>
+#include <QPointer>
 #include <QString>
 #include <QTcpServer>
 #include <QTimer>
 
 #include "webserver/Codecs.h"
+#include "webserver/FrontRequest.h"
 
 #include <functional>
 #include <memory>
@@ -24,6 +26,46 @@ class UserPrompt;
 class QHostAddress;
 class QSocketNotifier;
 struct sockaddr_storage;
+
+class WebServer;
+
+// The way back to the client of a front's request. It may be kept and used
+// later (a press answers after its send); once the connection is gone every
+// call does nothing and open() is false.
+class FrontReply {
+public:
+    FrontReply() = default;
+    bool open() const;
+    // A whole answer. On a keep-alive connection the next request is read after it.
+    void Send(int status, const QByteArray& type, const QByteArray& body,
+              const QByteArray& headerLines = {}) const;
+    // An answer that stays open (event streams): the head now, Write adds to it.
+    // The client's closing ends it.
+    bool StartStream(const QByteArray& type) const;
+    bool Write(const QByteArray& bytes) const;
+    void Close() const;
+
+private:
+    friend class WebServer;
+    FrontReply(WebServer* server, int index, quint64 since)
+        : server_(server), index_(index), since_(since) {}
+    QPointer<WebServer> server_;
+    int index_ = 0;
+    quint64 since_ = 0;
+};
+
+// A front beside the classic pages, for every path under its prefix.
+struct FrontRoute {
+    QString prefix; // "/api/", "/m/"
+    qsizetype maxBody = 64 * 1024;
+    // The login is checked before the handler runs; this is what a refusal
+    // carries (the handler is not asked).
+    QByteArray deniedType = "text/plain; charset=utf-8";
+    QByteArray deniedBody = "401 Unauthorized\n";
+    QByteArray tooLargeType = "text/plain; charset=utf-8";
+    QByteArray tooLargeBody = "413 Content Too Large\n";
+    std::function<void(const FrontRequest&, const FrontReply&)> handler;
+};
 
 // The listener and its connection slots. Each accepted connection takes the
 // lowest free slot; one request is read, answered, and the connection closed.
@@ -94,7 +136,12 @@ public:
 
     static const QString PortInUseText;
 
+    // Serves paths under route.prefix with route.handler instead of the
+    // classic pages; its connections may carry more than one request.
+    void AddFront(FrontRoute route);
+
 private:
+    friend class FrontReply;
     struct Slot;
 
     void takeConnections();
@@ -102,6 +149,10 @@ private:
     void accepted(int fd, const sockaddr_storage& peer);
     void onReadable(int index);
     void answer(int index, const Http::Decision& d);
+    void answerFront(int index, const QByteArray& data, bool fresh, const FrontRoute& route);
+    void frontSend(int index, QByteArray bytes, bool close);
+    bool frontCurrent(int index, quint64 since) const;
+    void readNext(int index);
     void sendAndClose(int index, const QByteArray& response);
     void sendFile(int index, const QString& path, const QString& requestText);
     void flush(int index);
@@ -123,6 +174,7 @@ private:
     QTimer acceptRetry_; // out of descriptors: try again shortly
     QTimer release_;
     std::vector<std::unique_ptr<Slot>> slots_; // slot n at index n - 1; null: given back
+    std::vector<FrontRoute> fronts_;
     quint64 acceptCount_ = 0;
     bool redirectArmed_ = false;
     bool loginRead_ = false;

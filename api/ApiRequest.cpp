@@ -1,0 +1,137 @@
+#include "api/ApiRequest.h"
+
+#include <QJsonDocument>
+#include <QJsonParseError>
+#include <QStringList>
+
+using namespace Qt::StringLiterals;
+
+namespace Api {
+
+namespace {
+
+// A decimal id of at most four digits, no sign or leading blank; -1 otherwise.
+int IdOf(const QString& text) {
+    if (text.isEmpty() || text.size() > 4)
+        return -1;
+    for (QChar c : text)
+        if (c < u'0' || c > u'9')
+            return -1;
+    return text.toInt();
+}
+
+Refusal Refuse(int status, const char* code, const QString& message) {
+    return {status, code, message, {}};
+}
+
+} // namespace
+
+QByteArray AllowedMethods(Endpoint endpoint) {
+    switch (endpoint) {
+    case Endpoint::Status:
+    case Endpoint::Events:
+    case Endpoint::OpenApi:
+        return "GET";
+    case Endpoint::Remotes:
+    case Endpoint::Reservations:
+        return "GET, POST";
+    case Endpoint::Remote:
+    case Endpoint::Key:
+        return "GET, PATCH, DELETE";
+    case Endpoint::Reservation:
+        return "PATCH, DELETE";
+    case Endpoint::KeyPress:
+    case Endpoint::KeyLearn:
+    case Endpoint::PressByName:
+    case Endpoint::Transmit:
+        return "POST";
+    case Endpoint::KeyCode:
+        return "PUT";
+    }
+    return "GET";
+}
+
+Refusal ParseCall(const QByteArray& method, const QString& path, const QByteArray& body,
+                  Call* call) {
+    static const QString Base = u"/api/v1/"_s;
+    if (!path.startsWith(Base))
+        return Refuse(404, "not_found", u"そのような API はありません。"_s);
+    QStringList parts = path.mid(Base.size()).split(u'/');
+    if (!parts.isEmpty() && parts.last().isEmpty() && parts.size() > 1)
+        parts.removeLast(); // a trailing slash
+    Call c;
+    c.method = method;
+    bool found = true;
+    const qsizetype n = parts.size();
+    const QString first = parts.value(0);
+    if (n == 1 && first == u"status")
+        c.endpoint = Endpoint::Status;
+    else if (n == 1 && first == u"remotes")
+        c.endpoint = Endpoint::Remotes;
+    else if (n == 1 && first == u"press")
+        c.endpoint = Endpoint::PressByName;
+    else if (n == 1 && first == u"transmit")
+        c.endpoint = Endpoint::Transmit;
+    else if (n == 1 && first == u"reservations")
+        c.endpoint = Endpoint::Reservations;
+    else if (n == 1 && first == u"events")
+        c.endpoint = Endpoint::Events;
+    else if (n == 1 && first == u"openapi.json")
+        c.endpoint = Endpoint::OpenApi;
+    else if (n == 2 && first == u"reservations") {
+        c.endpoint = Endpoint::Reservation;
+        c.reservation = parts[1];
+    } else if (first == u"remotes" && (n == 2 || ((n == 4 || n == 5) && parts[2] == u"keys"))) {
+        c.remote = IdOf(parts[1]);
+        if (c.remote < 1 || c.remote > MaxRemoteIdInPath)
+            return Refuse(404, "not_found", u"リモコンが見つかりません（番号は 1～1000）。"_s);
+        c.endpoint = Endpoint::Remote;
+        if (n >= 4) {
+            c.key = IdOf(parts[3]);
+            if (c.key < 0 || c.key > MaxKeyIdInPath)
+                return Refuse(404, "not_found", u"キーが見つかりません。"_s);
+            c.endpoint = Endpoint::Key;
+        }
+        if (n == 5) {
+            if (parts[4] == u"press")
+                c.endpoint = Endpoint::KeyPress;
+            else if (parts[4] == u"learn")
+                c.endpoint = Endpoint::KeyLearn;
+            else if (parts[4] == u"code")
+                c.endpoint = Endpoint::KeyCode;
+            else
+                found = false;
+        }
+    } else {
+        found = false;
+    }
+    if (!found)
+        return Refuse(404, "not_found", u"そのような API はありません。"_s);
+
+    const QByteArray allow = AllowedMethods(c.endpoint);
+    bool allowed = false;
+    for (const QByteArray& m : allow.split(','))
+        allowed = allowed || m.trimmed() == method;
+    if (!allowed) {
+        Refusal r = Refuse(405, "method_not_allowed",
+                           u"この API は %1 では使えません（%2 のみ）。"_s.arg(
+                               QString::fromLatin1(method.left(20)), QString::fromLatin1(allow)));
+        r.allow = allow;
+        return r;
+    }
+    if (!body.trimmed().isEmpty()) {
+        QJsonParseError error{};
+        const QJsonDocument doc = QJsonDocument::fromJson(body, &error);
+        if (error.error != QJsonParseError::NoError)
+            return Refuse(400, "bad_request",
+                          u"JSON として読めません（%1 バイト目）。"_s.arg(error.offset));
+        if (!doc.isObject())
+            return Refuse(400, "bad_request", u"本文は JSON のオブジェクトにしてください。"_s);
+        c.body = doc.object();
+    }
+    if (call)
+        *call = std::move(c);
+    return {};
+}
+
+} // namespace Api

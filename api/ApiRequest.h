@@ -1,0 +1,57 @@
+#pragma once
+
+#include <QByteArray>
+#include <QJsonObject>
+#include <QString>
+
+// What a request to /api/v1/ asks for, read from its method, path and body
+// alone, so that it can be fuzzed: the endpoint and its ids, the JSON body, or
+// why the request is refused before anything is looked up.
+
+namespace Api {
+
+enum class Endpoint {
+    Status,
+    Remotes,      // GET list, POST create
+    Remote,       // GET, PATCH rename, DELETE
+    Key,          // GET, PATCH rename, DELETE
+    KeyPress,     // POST
+    KeyLearn,     // POST
+    KeyCode,      // PUT
+    PressByName,  // POST
+    Transmit,     // POST
+    Reservations, // GET list, POST add
+    Reservation,  // PATCH move, DELETE
+    Events,       // GET
+    OpenApi,      // GET
+};
+
+struct Call {
+    Endpoint endpoint = Endpoint::Status;
+    QByteArray method;
+    int remote = 0; // from the path; 0 when none
+    int key = -1;   // from the path; -1 when none
+    QString reservation;
+    QJsonObject body; // empty when none was sent
+};
+
+// A refusal before anything is looked up.
+struct Refusal {
+    int status = 0; // 0: none
+    QByteArray code;
+    QString message;
+    QByteArray allow; // for 405
+};
+
+// Ids in a path: a remote is 1 to this, a key 0 to this (a design has fewer).
+constexpr int MaxRemoteIdInPath = 1000;
+constexpr int MaxKeyIdInPath = 999;
+
+// path is under /api/v1/ (without the query). Either call or refusal is set.
+Refusal ParseCall(const QByteArray& method, const QString& path, const QByteArray& body,
+                  Call* call);
+
+// The methods an endpoint answers, for Allow.
+QByteArray AllowedMethods(Endpoint endpoint);
+
+} // namespace Api

@@ -1,0 +1,991 @@
+#include "api/JsonApi.h"
+
+#include "core/AtomicFile.h"
+#include "core/Clock.h"
+#include "core/ProgramFolder.h"
+#include "core/SettingKeys.h"
+#include "core/Settings.h"
+#include "core/ShiftJis.h"
+#include "infrared/SignalStore.h"
+#include "infrared/Transceiver.h"
+#include "infrared/formats/IrFormats.h"
+#include "learning/LearningStore.h"
+#include "remotes/Registry.h"
+#include "reservations/ReserveStore.h"
+#include "reservations/Scheduler.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QLoggingCategory>
+#include <QPointer>
+
+#include <QRegularExpression>
+
+#include <memory>
+#include <sys/stat.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+Q_LOGGING_CATEGORY(lcApi, "kestrava.api")
+
+const QByteArray JsonType = "application/json; charset=utf-8";
+
+QByteArray ErrorBody(const QByteArray& code, const QString& message) {
+    return QJsonDocument(
+               QJsonObject{{u"error"_s, QString::fromLatin1(code)}, {u"message"_s, message}})
+        .toJson(QJsonDocument::Compact);
+}
+
+// Changes to the registry or the signal files show in these: the list of
+// remotes is made again only when one of them moved.
+QByteArray StampOf(const QString& path) {
+    struct stat st {};
+    if (::stat(QFile::encodeName(path).constData(), &st) != 0)
+        return "-";
+    return QByteArray::number(qlonglong(st.st_size)) + ':' +
+           QByteArray::number(qlonglong(st.st_mtim.tv_sec)) + '.' +
+           QByteArray::number(qlonglong(st.st_mtim.tv_nsec)) + ':' +
+           QByteArray::number(qulonglong(st.st_ino));
+}
+
+// The signal a code stands for as a signal file holds it, or why it cannot be one.
+std::optional<SignalImage> ImageOf(const IrTiming& timing, QString* why) {
+    if (const QString problem = TimingProblem(timing); !problem.isEmpty()) {
+        *why = problem;
+        return {};
+    }
+    const auto blob = BlobFromTiming(timing);
+    if (!blob) {
+        *why = u"持続時間の種類が多すぎて信号ファイルにできません。"_s;
+        return {};
+    }
+    if (const QString problem = SignalProblem(*blob); !problem.isEmpty()) {
+        *why = problem;
+        return {};
+    }
+    const QByteArray bytes = blob->encode();
+    if (bytes.size() > SignalFileSize - 2) {
+        *why = u"信号ファイルには長すぎます。"_s;
+        return {};
+    }
+    SignalImage image{};
+    std::copy(bytes.begin(), bytes.end(), image.begin());
+    StampSignalLength(image, int(bytes.size()));
+    return image;
+}
+
+const QString NoRemoteText = u"リモコンが見つかりません。"_s;
+const QString NoKeyText = u"キーが見つかりません。"_s;
+const QString NotLearnedText = u"このキーはまだ学習されていません。"_s;
+
+} // namespace
+
+// One answer of the API: JSON in, JSON out.
+struct JsonApi::Reply {
+    FrontReply front;
+    void json(int status, const QJsonObject& body, const QByteArray& headers = {}) const {
+        front.Send(status, JsonType, QJsonDocument(body).toJson(QJsonDocument::Compact), headers);
+    }
+    void raw(int status, const QByteArray& body) const { front.Send(status, JsonType, body); }
+    void none() const { front.Send(204, {}, {}); }
+    void error(int status, const QByteArray& code, const QString& message,
+               const QByteArray& headers = {}) const {
+        front.Send(status, JsonType, ErrorBody(code, message), headers);
+    }
+    void bad(const QString& message) const { error(400, "bad_request", message); }
+    void notFound(const QString& message) const { error(404, "not_found", message); }
+};
+
+JsonApi::JsonApi(Parts parts, QObject* parent)
+    : QObject(parent), folder_(parts.folder), settings_(parts.settings), clock_(parts.clock),
+      device_(parts.device), scheduler_(parts.scheduler), server_(parts.server),
+      globalAddress_(std::move(parts.globalAddress)) {
+    // Every press, whichever front asked for it, goes through the transceiver.
+    connect(&device_, &Transceiver::pressEnded, this,
+            [this](const SendLabel& label, SendResult result) {
+                if (label.source == u"learning")
+                    return;
+                const bool ok = result == SendResult::Sent;
+                QJsonObject o{{u"remote"_s, label.remote},
+                              {u"key"_s, label.key},
+                              {u"source"_s, label.source},
+                              {u"ok"_s, ok}};
+                if (!ok)
+                    o[u"reason"_s] = result == SendResult::Busy        ? u"busy"_s
+                                     : result == SendResult::NotOpened ? u"not_opened"_s
+                                                                       : u"failed"_s;
+                Publish("press", o);
+                if (label.source == u"reservation")
+                    Publish("reservation",
+                            {{u"remote"_s, label.remote}, {u"key"_s, label.key}, {u"ok"_s, ok}});
+            });
+    connect(&device_, &Transceiver::presenceChanged, this, [this](bool present) {
+        Publish("device", {{u"state"_s, present ? u"back"_s : u"lost"_s}});
+    });
+    ping_.setInterval(15000);
+    connect(&ping_, &QTimer::timeout, this, [this] {
+        for (auto it = listeners_.begin(); it != listeners_.end();)
+            it = it->Write(": ping\n\n") ? it + 1 : listeners_.erase(it);
+        if (listeners_.empty())
+            ping_.stop();
+    });
+}
+
+FrontRoute JsonApi::Route() {
+    FrontRoute route;
+    route.prefix = u"/api/"_s;
+    route.maxBody = 64 * 1024;
+    route.deniedType = route.tooLargeType = JsonType;
+    route.deniedBody = ErrorBody("unauthorized", u"ログインが必要です。"_s);
+    route.tooLargeBody = ErrorBody("too_large", u"リクエストが大きすぎます（64 KiB まで）。"_s);
+    route.handler = [this](const FrontRequest& request, const FrontReply& reply) {
+        Handle(request, reply);
+    };
+    return route;
+}
+
+void JsonApi::Handle(const FrontRequest& request, const FrontReply& front) {
+    const Reply reply{front};
+    // A page of another site must not act here, nor read through the owner's browser.
+    if (FrontCrossSite(request)) {
+        qCWarning(lcApi).noquote() << "refused" << request.method << request.path.left(200)
+                                   << "from" << request.peer << "- another site's page asked";
+        return reply.error(403, "forbidden", u"ほかのサイトからの操作は受け付けません。"_s);
+    }
+    Api::Call call;
+    const Api::Refusal refusal = Api::ParseCall(request.method, request.path, request.body, &call);
+    if (refusal.status) {
+        const QByteArray allow =
+            refusal.allow.isEmpty() ? QByteArray() : "Allow: " + refusal.allow + "\r\n";
+        return reply.error(refusal.status, refusal.code, refusal.message, allow);
+    }
+    SettingsStore::Batch batch(settings_);
+    dispatch(call, request, reply);
+}
+
+void JsonApi::dispatch(const Api::Call& c, const FrontRequest& request, const Reply& r) {
+    using E = Api::Endpoint;
+    const QByteArray& m = c.method;
+    switch (c.endpoint) {
+    case E::Status:
+        return status(r);
+    case E::OpenApi: {
+        QFile file(u":/api/openapi.json"_s);
+        if (!file.open(QIODevice::ReadOnly))
+            return r.error(500, "internal", u"API の説明を読めません。"_s);
+        return r.raw(200, file.readAll());
+    }
+    case E::Events:
+        return events(r.front);
+    case E::Remotes:
+        return m == "GET" ? remotes(r) : createRemote(c, r);
+    case E::Remote:
+        return m == "GET" ? remote(c, r) : m == "PATCH" ? renameRemote(c, r) : deleteRemote(c, r);
+    case E::Key:
+        return m == "GET" ? key(c, r) : m == "PATCH" ? renameKey(c, r) : deleteKey(c, r);
+    case E::KeyPress: {
+        const QJsonValue n = c.body.value(u"repeat"_s);
+        const int repeat = n.isUndefined() ? 1 : n.toInt(0);
+        if (repeat < 1 || repeat > MaxRepeat)
+            return r.bad(u"repeat は 1～%1 の整数にしてください。"_s.arg(MaxRepeat));
+        return press(c.remote, c.key, repeat, r);
+    }
+    case E::PressByName:
+        return pressByName(c, r);
+    case E::Transmit:
+        return transmit(c, r);
+    case E::KeyLearn:
+        return learn(c, r);
+    case E::KeyCode:
+        return importCode(c, r);
+    case E::Reservations:
+        return m == "GET" ? reservations(r) : addReservation(c, r);
+    case E::Reservation:
+        return m == "PATCH" ? moveReservation(c, r) : deleteReservation(c, r);
+    }
+    Q_UNUSED(request);
+}
+
+void JsonApi::status(const Reply& r) {
+    const QString path = device_.Target(device_.ConfiguredPort());
+    const QString state = capturing_ || device_.CaptureWaiting == 1 ? u"capturing"_s
+                          : device_.Lost()                          ? u"lost"_s
+                          : device_.TiraActive                      ? u"open"_s
+                          : device_.PortIsSet()                     ? u"closed"_s
+                                                                    : u"unset"_s;
+    QString kind = u"tira"_s;
+    if (path.startsWith(u"sim:"))
+        kind = u"simulator"_s;
+    else if (path.startsWith(u"/dev/lirc"))
+        kind = u"lirc"_s;
+    QJsonObject transceiver{{u"kind"_s, kind}, {u"path"_s, path}, {u"state"_s, state}};
+    if (!device_.Problem().isEmpty())
+        transceiver[u"problem"_s] = device_.Problem();
+    const QString global = globalAddress_ ? globalAddress_() : QString();
+    const QString next = scheduler_.GetNextReserve();
+    r.json(200,
+           {{u"version"_s, QString::fromLatin1(KESTRAVA_VERSION)},
+            {u"transceiver"_s, transceiver},
+            {u"testMode"_s, IsTestMode(settings_)},
+            {u"port"_s, int(server_.WebPort())},
+            {u"globalAddress"_s, global.isEmpty() ? QJsonValue() : QJsonValue(global)},
+            {u"nextReservation"_s,
+             next.isEmpty() ? QJsonValue()
+                            : QJsonValue(QJsonObject{{u"date"_s, next.left(10).replace(u'/', u'-')},
+                                                     {u"time"_s, next.mid(11)}})},
+            {u"pressesWaiting"_s, device_.Waiting()}});
+}
+
+QJsonObject JsonApi::keyJson(const QString& device, int key, const QString& function) {
+    QJsonObject o{{u"id"_s, key}, {u"name"_s, function}};
+    const QString path = function.isEmpty() ? QString() : SignalFilePath(folder_, device, function);
+    const bool learned = !path.isEmpty() && QFileInfo::exists(path);
+    o[u"learned"_s] = learned;
+    QJsonValue protocol, scancode, code;
+    if (learned) {
+        const IrCode ir = codes_.codeOf(path);
+        if (ir.decoded()) {
+            const QString spec = CodeSpec(ir);
+            protocol = spec.section(u':', 0, 0);
+            scancode = spec.section(u':', 1);
+            code = CodeDisplay(ir);
+        }
+    }
+    o[u"protocol"_s] = protocol;
+    o[u"scancode"_s] = scancode;
+    o[u"code"_s] = code;
+    return o;
+}
+
+QJsonObject JsonApi::remoteJson(int id) {
+    const QString name = settings_.Read(Key::RemoteName(id));
+    const Design* design = DesignByText(settings_.Read(Key::RemoteDesign(id)));
+    if (name.isEmpty() || !design)
+        return {};
+    const std::vector<QString> buttons = ReadRemoteButtons(settings_, id);
+    QJsonArray keys;
+    for (int k = 0; k < int(buttons.size()); ++k)
+        keys.append(keyJson(name, k, buttons[size_t(k)]));
+    return {{u"id"_s, id},
+            {u"name"_s, name},
+            {u"design"_s, design->id},
+            {u"buttonCount"_s, design->buttonCount},
+            {u"keys"_s, keys}};
+}
+
+void JsonApi::remotes(const Reply& r) {
+    const QByteArray stamp = StampOf(settings_.path()) + '|' +
+                             StampOf(folder_.path(u"IRSignals"_s)) + '|' +
+                             QByteArray::number(generation_);
+    if (stamp != remotesStamp_ || remotesBody_.isEmpty()) {
+        QJsonArray list;
+        for (int id = 1; id <= MaxListedRemoteId; ++id)
+            if (const QJsonObject o = remoteJson(id); !o.isEmpty())
+                list.append(o);
+        remotesBody_ =
+            QJsonDocument(QJsonObject{{u"remotes"_s, list}}).toJson(QJsonDocument::Compact);
+        remotesStamp_ = stamp;
+    }
+    r.raw(200, remotesBody_);
+}
+
+void JsonApi::remote(const Api::Call& c, const Reply& r) {
+    const QJsonObject o = remoteJson(c.remote);
+    if (o.isEmpty())
+        return r.notFound(NoRemoteText);
+    r.json(200, o);
+}
+
+void JsonApi::key(const Api::Call& c, const Reply& r) {
+    const QString name = settings_.Read(Key::RemoteName(c.remote));
+    const std::vector<QString> buttons = ReadRemoteButtons(settings_, c.remote);
+    if (name.isEmpty() || buttons.empty())
+        return r.notFound(NoRemoteText);
+    if (c.key >= int(buttons.size()))
+        return r.notFound(NoKeyText);
+    r.json(200, keyJson(name, c.key, buttons[size_t(c.key)]));
+}
+
+// A name from the body: text, learnable, not empty. "" with the reply sent otherwise.
+static QString NameFrom(const QJsonObject& body, const QString& field, bool required,
+                        const std::function<void(const QString&)>& bad) {
+    const QJsonValue v = body.value(field);
+    if (v.isUndefined() && !required)
+        return {};
+    const QString name = v.toString().trimmed();
+    if (!v.isString() || name.isEmpty()) {
+        bad(u"%1 に名前を入れてください。"_s.arg(field));
+        return {};
+    }
+    if (name.size() > Reserve::MaxNameLength) {
+        bad(u"名前が長すぎます。"_s);
+        return {};
+    }
+    if (const QString problem = LearnedNameProblem(name); !problem.isEmpty()) {
+        bad(problem);
+        return {};
+    }
+    return name;
+}
+
+void JsonApi::createRemote(const Api::Call& c, const Reply& r) {
+    bool refused = false;
+    const auto bad = [&](const QString& m) {
+        refused = true;
+        r.bad(m);
+    };
+    const QString name = NameFrom(c.body, u"name"_s, true, bad);
+    if (refused)
+        return;
+    const Design* design = DesignByText(QString::number(c.body.value(u"design"_s).toInt(0)));
+    if (!design)
+        return r.bad(u"design は 1～6 にしてください。"_s);
+    const QString device = ShiftJis::RoundTrip(name);
+    const RemoteSlot slot = FindRemoteSlot(settings_, device);
+    if (slot.existingSlot)
+        return r.error(409, "conflict", u"「%1」という名前のリモコンはもうあります。"_s.arg(name));
+    if (slot.freeSlot == 0 || slot.freeSlot > MaxListedRemoteId)
+        return r.error(409, "conflict",
+                       u"リモコンはこれ以上登録できません（%1 台まで）。"_s.arg(MaxListedRemoteId));
+    // The wizard's store with no keys: the old files of that name go first.
+    const LearningSession empty(folder_);
+    StoreLearnedRemote(folder_, settings_, slot, device, design->id, empty);
+    changed();
+    const QJsonObject o = remoteJson(slot.freeSlot);
+    if (o.isEmpty())
+        return r.error(500, "not_written", u"設定ファイルに書き込めませんでした。"_s);
+    r.json(201, o);
+}
+
+void JsonApi::renameRemote(const Api::Call& c, const Reply& r) {
+    const QString old = settings_.Read(Key::RemoteName(c.remote));
+    if (old.isEmpty())
+        return r.notFound(NoRemoteText);
+    bool refused = false;
+    const QString name = NameFrom(c.body, u"name"_s, true, [&](const QString& m) {
+        refused = true;
+        r.bad(m);
+    });
+    if (refused)
+        return;
+    const QString device = ShiftJis::RoundTrip(name);
+    if (device != old) {
+        const RemoteSlot slot = FindRemoteSlot(settings_, device);
+        if (slot.existingSlot && slot.existingSlot != c.remote)
+            return r.error(409, "conflict",
+                           u"「%1」という名前のリモコンはもうあります。"_s.arg(name));
+        // Every key's file under the new name first; the old ones go once the
+        // registry names the new.
+        const std::vector<QString> buttons = ReadRemoteButtons(settings_, c.remote);
+        QStringList written;
+        for (const QString& function : buttons) {
+            if (function.isEmpty())
+                continue;
+            const QString from = SignalFilePath(folder_, old, function);
+            const QString to = SignalFilePath(folder_, device, function);
+            if (!QFileInfo::exists(from))
+                continue;
+            QFile::remove(to);
+            if (!QFile::copy(from, to)) {
+                for (const QString& path : written)
+                    QFile::remove(path);
+                return r.error(500, "not_written", u"信号ファイルを書き込めませんでした。"_s);
+            }
+            written << to;
+        }
+        settings_.Write(Key::RemoteName(c.remote), device);
+        if (settings_.Read(Key::RemoteName(c.remote)) != device) {
+            for (const QString& path : written)
+                QFile::remove(path);
+            return r.error(500, "not_written", u"設定ファイルに書き込めませんでした。"_s);
+        }
+        for (const QString& function : buttons)
+            if (!function.isEmpty())
+                QFile::remove(SignalFilePath(folder_, old, function));
+        changed();
+    }
+    r.json(200, remoteJson(c.remote));
+}
+
+void JsonApi::deleteRemote(const Api::Call& c, const Reply& r) {
+    const QString name = settings_.Read(Key::RemoteName(c.remote));
+    if (name.isEmpty())
+        return r.notFound(NoRemoteText);
+    DeleteRemote(folder_, settings_, c.remote, name);
+    changed();
+    r.none();
+}
+
+bool JsonApi::storeKey(int remote, int key, const QString& function, const SignalImage& image,
+                       QString* why) {
+    const QString device = settings_.Read(Key::RemoteName(remote));
+    LearningSession session(folder_);
+    QString error;
+    const int n = session.Add(image, function, key, &error);
+    if (n == 0) {
+        *why = u"学習した信号を保存できませんでした。"_s + u'\n' + error;
+        return false;
+    }
+    // The key's old name loses its file when the key gets another.
+    std::vector<DeletedFunction> deleted;
+    const QString old = GetButtonFunc(settings_, QString::number(remote), QString::number(key));
+    if (!old.isEmpty() && old != function)
+        deleted.push_back({old, key});
+    StoreRemoteEdit(folder_, settings_, remote, device, deleted, session);
+    QFile::remove(session.TempPath(n));
+    changed();
+    if (GetButtonFunc(settings_, QString::number(remote), QString::number(key)) != function ||
+        !QFileInfo::exists(SignalFilePath(folder_, device, function))) {
+        *why = u"設定ファイルか信号ファイルに書き込めませんでした。"_s;
+        return false;
+    }
+    return true;
+}
+
+// The remote and key of a call that changes a key, with the key's new name;
+// false with the reply sent when one of them is not there.
+namespace {
+struct KeyTarget {
+    QString device;
+    std::vector<QString> buttons;
+    QString name; // the name asked for, else the key's own
+};
+} // namespace
+
+static bool FindKey(SettingsStore& settings, const Api::Call& c, bool nameRequired, KeyTarget* t,
+                    const std::function<void(int, const QString&)>& fail) {
+    t->device = settings.Read(Key::RemoteName(c.remote));
+    t->buttons = ReadRemoteButtons(settings, c.remote);
+    if (t->device.isEmpty() || t->buttons.empty()) {
+        fail(404, NoRemoteText);
+        return false;
+    }
+    if (c.key >= int(t->buttons.size())) {
+        fail(404, NoKeyText);
+        return false;
+    }
+    bool refused = false;
+    QString name = NameFrom(c.body, u"name"_s, nameRequired, [&](const QString& m) {
+        refused = true;
+        fail(400, m);
+    });
+    if (refused)
+        return false;
+    if (name.isEmpty())
+        name = t->buttons[size_t(c.key)];
+    if (name.isEmpty()) {
+        fail(400, u"name にキーの名前を入れてください。"_s);
+        return false;
+    }
+    name = ShiftJis::RoundTrip(name);
+    for (int k = 0; k < int(t->buttons.size()); ++k)
+        if (k != c.key && t->buttons[size_t(k)] == name) {
+            fail(409,
+                 u"「%1」はこのリモコンのボタン %2 がもう使っています。"_s.arg(name).arg(k + 1));
+            return false;
+        }
+    t->name = name;
+    return true;
+}
+
+void JsonApi::renameKey(const Api::Call& c, const Reply& r) {
+    KeyTarget t;
+    if (!FindKey(settings_, c, true, &t, [&](int status, const QString& m) {
+            r.error(status,
+                    status == 404   ? "not_found"
+                    : status == 409 ? "conflict"
+                                    : "bad_request",
+                    m);
+        }))
+        return;
+    const QString old = t.buttons[size_t(c.key)];
+    if (old != t.name) {
+        const QString from = SignalFilePath(folder_, t.device, old);
+        const QString to = SignalFilePath(folder_, t.device, t.name);
+        const bool hasFile = !old.isEmpty() && QFileInfo::exists(from);
+        if (hasFile) {
+            QFile::remove(to);
+            if (!QFile::copy(from, to))
+                return r.error(500, "not_written", u"信号ファイルを書き込めませんでした。"_s);
+        }
+        settings_.Write(Key::RemoteButton(c.remote, c.key), t.name);
+        if (GetButtonFunc(settings_, QString::number(c.remote), QString::number(c.key)) != t.name) {
+            if (hasFile)
+                QFile::remove(to);
+            return r.error(500, "not_written", u"設定ファイルに書き込めませんでした。"_s);
+        }
+        if (hasFile)
+            QFile::remove(from);
+        changed();
+    }
+    r.json(200, keyJson(t.device, c.key, t.name));
+}
+
+void JsonApi::deleteKey(const Api::Call& c, const Reply& r) {
+    const QString device = settings_.Read(Key::RemoteName(c.remote));
+    const std::vector<QString> buttons = ReadRemoteButtons(settings_, c.remote);
+    if (device.isEmpty() || buttons.empty())
+        return r.notFound(NoRemoteText);
+    if (c.key >= int(buttons.size()))
+        return r.notFound(NoKeyText);
+    const QString function = buttons[size_t(c.key)];
+    if (!function.isEmpty())
+        StoreRemoteEdit(folder_, settings_, c.remote, device, {{function, c.key}},
+                        LearningSession(folder_));
+    changed();
+    r.none();
+}
+
+void JsonApi::press(int remote, int key, int repeat, const Reply& r) {
+    if (IsTestMode(settings_))
+        return r.json(200, {{u"ok"_s, true}, {u"testMode"_s, true}});
+    const QString device = settings_.Read(Key::RemoteName(remote));
+    const std::vector<QString> buttons = ReadRemoteButtons(settings_, remote);
+    if (device.isEmpty() || buttons.empty())
+        return r.notFound(NoRemoteText);
+    if (key >= int(buttons.size()))
+        return r.notFound(NoKeyText);
+    const QString function = buttons[size_t(key)];
+    const QString path = function.isEmpty() ? QString() : SignalFilePath(folder_, device, function);
+    if (path.isEmpty() || !QFileInfo::exists(path))
+        return r.error(409, "not_learned", NotLearnedText);
+    // The same queue as every other press; the answer goes once the last
+    // repeat has gone out. A repeat finds its file again, so a key deleted
+    // meanwhile ends the presses with a clear answer.
+    auto left = std::make_shared<int>(repeat);
+    auto step = std::make_shared<std::function<void()>>();
+    QPointer<JsonApi> self(this);
+    *step = [this, self, r, path, device, function, left, step] {
+        if (!self)
+            return;
+        device_.Enqueue(path,
+                        [this, self, r, path, left, step](SendResult result) {
+                            if (!self)
+                                return;
+                            switch (result) {
+                            case SendResult::Sent:
+                                if (--*left > 0 && QFileInfo::exists(path))
+                                    return (*step)();
+                                if (*left > 0)
+                                    return r.error(409, "not_learned",
+                                                   u"送信中にキーが削除されました。"_s);
+                                *step = nullptr; // ends the cycle of references
+                                return r.json(200, {{u"ok"_s, true}});
+                            case SendResult::Busy:
+                                *step = nullptr;
+                                return r.error(503, "busy", SendBusyText, "Retry-After: 1\r\n");
+                            case SendResult::NotOpened:
+                                *step = nullptr;
+                                return r.error(502, "transceiver_failed",
+                                               device_.PortIsSet() ? device_.CannotActivateMessage()
+                                                                   : Transceiver::PortUnsetText);
+                            case SendResult::Failed:
+                                *step = nullptr;
+                                return r.error(502, "transceiver_failed",
+                                               QFileInfo::exists(path)
+                                                   ? SendFailedText + u'\n' + device_.Problem()
+                                                   : u"送信する前にキーが削除されました。"_s);
+                            }
+                        },
+                        {u"api"_s, device, function});
+    };
+    (*step)();
+}
+
+void JsonApi::pressByName(const Api::Call& c, const Reply& r) {
+    const QJsonValue remote = c.body.value(u"remote"_s), key = c.body.value(u"key"_s);
+    if (!remote.isString() || !key.isString())
+        return r.bad(u"remote と key に名前を入れてください。"_s);
+    const int repeat = c.body.value(u"repeat"_s).toInt(1);
+    if (repeat < 1 || repeat > MaxRepeat)
+        return r.bad(u"repeat は 1～%1 の整数にしてください。"_s.arg(MaxRepeat));
+    const QString device = ShiftJis::RoundTrip(remote.toString());
+    const int slot =
+        remote.toString().isEmpty() ? 0 : FindRemoteSlot(settings_, device).existingSlot;
+    if (slot == 0)
+        return r.notFound(u"「%1」というリモコンはありません。"_s.arg(remote.toString()));
+    const std::vector<QString> buttons = ReadRemoteButtons(settings_, slot);
+    const QString function = ShiftJis::RoundTrip(key.toString());
+    for (int k = 0; k < int(buttons.size()); ++k)
+        if (!function.isEmpty() && buttons[size_t(k)] == function)
+            return press(slot, k, repeat, r);
+    r.notFound(u"「%1」に「%2」というキーはありません。"_s.arg(remote.toString(), key.toString()));
+}
+
+void JsonApi::transmit(const Api::Call& c, const Reply& r) {
+    QString why;
+    const QByteArray bytes = QJsonDocument(c.body).toJson(QJsonDocument::Compact);
+    const auto code = ReadTimingJson(bytes, u"request"_s, &why);
+    if (!code)
+        return r.bad(why);
+    const auto image = ImageOf(code->timing, &why);
+    if (!image)
+        return r.bad(why);
+    const int repeat = c.body.value(u"repeat_count"_s).toInt(0);
+    if (repeat < 0 || repeat > MaxRepeat)
+        return r.bad(u"repeat_count は 0～%1 にしてください。"_s.arg(MaxRepeat));
+    // The queue takes signal files; this one is read back before Enqueue returns.
+    const QString path = folder_.path(u"api-transmit.tmp"_s);
+    if (!WriteFileAtomically(
+            path, QByteArrayView(reinterpret_cast<const char*>(image->data()), SignalFileSize),
+            0644, &why))
+        return r.error(500, "not_written", why);
+    auto left = std::make_shared<int>(repeat + 1);
+    auto results = std::make_shared<SendResult>(SendResult::Sent);
+    for (int i = 0; i <= repeat; ++i)
+        device_.Enqueue(path,
+                        [this, r, left, results](SendResult result) {
+                            if (result != SendResult::Sent && *results == SendResult::Sent)
+                                *results = result;
+                            if (--*left > 0)
+                                return;
+                            switch (*results) {
+                            case SendResult::Sent:
+                                return r.json(200, {{u"ok"_s, true}});
+                            case SendResult::Busy:
+                                return r.error(503, "busy", SendBusyText, "Retry-After: 1\r\n");
+                            default:
+                                return r.error(502, "transceiver_failed",
+                                               device_.PortIsSet() ? device_.CannotActivateMessage()
+                                                                   : Transceiver::PortUnsetText);
+                            }
+                        },
+                        {u"api"_s, {}, {}});
+    QFile::remove(path);
+}
+
+void JsonApi::learn(const Api::Call& c, const Reply& r) {
+    KeyTarget t;
+    if (!FindKey(settings_, c, false, &t, [&](int status, const QString& m) {
+            r.error(status,
+                    status == 404   ? "not_found"
+                    : status == 409 ? "conflict"
+                                    : "bad_request",
+                    m);
+        }))
+        return;
+    if (capturing_ || device_.CaptureWaiting == 1)
+        return r.error(409, "busy",
+                       u"ほかの学習が信号を待っています。終わってからもう一度どうぞ。"_s);
+    // The desktop's learning window keeps its signals in 1.tmp, 2.tmp, ...
+    if (QFileInfo::exists(LearningSession(folder_).TempPath(1)))
+        return r.error(409, "busy", u"学習ウィンドウが開いています。閉じてからもう一度どうぞ。"_s);
+    if (!device_.TiraActive) {
+        if (!device_.PortIsSet())
+            return r.error(502, "transceiver_failed", Transceiver::PortUnsetText);
+        capturing_ = true;
+        const bool opened = device_.ActivateTira(device_.ConfiguredPort());
+        capturing_ = false;
+        if (!opened)
+            return r.error(502, "transceiver_failed", device_.CannotActivateMessage());
+    }
+    // The capture waits as the wizard's does, nested, at most its time-out.
+    capturing_ = true;
+    device_.timDeactivate.stop();
+    const bool got = device_.CaptureTira();
+    capturing_ = false;
+    if (!got) {
+        device_.CancelCaptureTira();
+        device_.ClearAll();
+        return r.error(408, "capture_timeout", u"信号を受信できませんでした。"_s);
+    }
+    SignalImage image = device_.SignalBuf;
+    int length = device_.SignalLen;
+    const IrCode code = TidyCapture(image, length, true);
+    StampSignalLength(image, length);
+    device_.CancelCaptureTira();
+    device_.ClearAll();
+    device_.timDeactivate.start();
+    // The remote may have gone while the capture waited.
+    KeyTarget now;
+    if (!FindKey(settings_, c, false, &now, [&](int status, const QString& m) {
+            r.error(status,
+                    status == 404   ? "not_found"
+                    : status == 409 ? "conflict"
+                                    : "bad_request",
+                    m);
+        }))
+        return;
+    QString why;
+    if (!storeKey(c.remote, c.key, t.name, image, &why))
+        return r.error(500, "not_written", why);
+    Publish("learned", {{u"remote"_s, now.device}, {u"key"_s, t.name}});
+    Q_UNUSED(code);
+    r.json(200, keyJson(now.device, c.key, t.name));
+}
+
+void JsonApi::importCode(const Api::Call& c, const Reply& r) {
+    KeyTarget t;
+    if (!FindKey(settings_, c, false, &t, [&](int status, const QString& m) {
+            r.error(status,
+                    status == 404   ? "not_found"
+                    : status == 409 ? "conflict"
+                                    : "bad_request",
+                    m);
+        }))
+        return;
+    const QJsonValue v = c.body.value(u"code"_s);
+    if (!v.isString() || v.toString().trimmed().isEmpty())
+        return r.bad(
+            u"code に信号（kestrava-ir convert が読める形式か nec:0x0408）を入れてください。"_s);
+    const QString text = v.toString().trimmed();
+    QString why;
+    std::optional<IrTiming> timing;
+    if (const auto spec = ParseCodeSpec(text, &why)) {
+        timing = EncodeSignal(*spec);
+        if (!timing)
+            return r.bad(u"この符号からは信号を作れません。"_s);
+    } else {
+        const IrCodeRead read = ReadIrCodes(text.toUtf8(), u"code"_s);
+        if (!read.ok())
+            return r.bad(read.error);
+        if (read.codes.size() != 1)
+            return r.bad(
+                read.codes.empty()
+                    ? (read.refused.isEmpty() ? u"信号が見つかりません。"_s
+                                              : read.refused.join(u'\n'))
+                    : u"信号が %1 個あります。一つだけにしてください。"_s.arg(read.codes.size()));
+        timing = read.codes.front().timing;
+    }
+    const auto image = ImageOf(*timing, &why);
+    if (!image)
+        return r.bad(why);
+    if (!storeKey(c.remote, c.key, t.name, *image, &why))
+        return r.error(500, "not_written", why);
+    Publish("learned", {{u"remote"_s, t.device}, {u"key"_s, t.name}});
+    r.json(200, keyJson(t.device, c.key, t.name));
+}
+
+namespace {
+
+// "2026_11_23T07_05.1": the file's name and the line in it.
+QString ReservationId(const QString& name, int line) {
+    return QString(name).replace(u' ', u'T') + u'.' + QString::number(line);
+}
+bool SplitReservationId(const QString& id, QString* name, int* line) {
+    const qsizetype dot = id.lastIndexOf(u'.');
+    if (dot < 0)
+        return false;
+    bool ok = false;
+    *line = id.mid(dot + 1).toInt(&ok);
+    *name = id.left(dot).replace(u'T', u' ');
+    return ok && *line >= 1 && Reserve::IsValidName(*name);
+}
+
+QString RepeatOf(const QString& name) {
+    if (!Reserve::IsRepeating(name))
+        return u"once"_s;
+    const QString mask = name.left(7);
+    return mask == u"1111111" ? u"daily"_s : mask == u"0111110" ? u"weekdays"_s : u"days"_s;
+}
+
+} // namespace
+
+void JsonApi::reservations(const Reply& r) {
+    const QString dir = Reserve::Folder(folder_, settings_);
+    QJsonArray list;
+    for (const QString& name : Reserve::ListNames(dir)) {
+        const QStringList lines = Reserve::ReadLines(dir + u'/' + name);
+        for (int i = 0; i < lines.size(); ++i) {
+            if (lines[i].isEmpty())
+                continue;
+            const Reserve::Operation op = Reserve::SplitLine(lines[i]);
+            const bool repeating = Reserve::IsRepeating(name);
+            QJsonObject o{{u"id"_s, ReservationId(name, i + 1)},
+                          {u"time"_s, Reserve::TimeText(name)},
+                          {u"repeat"_s, RepeatOf(name)},
+                          {u"date"_s, repeating ? QJsonValue()
+                                                : QJsonValue(name.left(10).replace(u'_', u'-'))},
+                          {u"remote"_s, op.device},
+                          {u"key"_s, op.function}};
+            if (repeating)
+                o[u"days"_s] = name.left(7);
+            const int slot = FindRemoteSlot(settings_, op.device).existingSlot;
+            o[u"remoteId"_s] = slot ? QJsonValue(slot) : QJsonValue();
+            QJsonValue keyId;
+            if (slot) {
+                const std::vector<QString> b = ReadRemoteButtons(settings_, slot);
+                for (int k = 0; k < int(b.size()); ++k)
+                    if (b[size_t(k)] == op.function)
+                        keyId = k;
+            }
+            o[u"keyId"_s] = keyId;
+            list.append(o);
+        }
+    }
+    r.json(200, {{u"reservations"_s, list}});
+}
+
+// The file name a reservation's time, repeat and date make; "" with why.
+static QString MomentName(const QString& time, const QString& repeat, const QString& date,
+                          const QString& days, QString* why) {
+    const QTime t = QTime::fromString(time, u"HH:mm"_s);
+    if (!t.isValid() || time.size() != 5) {
+        *why = u"time は HH:MM（24 時間）で入れてください。"_s;
+        return {};
+    }
+    QString dayPart;
+    if (repeat == u"once") {
+        const QDate d = QDate::fromString(date, u"yyyy-MM-dd"_s);
+        if (!d.isValid()) {
+            *why = u"date は YYYY-MM-DD で入れてください。"_s;
+            return {};
+        }
+        dayPart = d.toString(u"yyyy/MM/dd"_s);
+    } else if (repeat == u"daily") {
+        dayPart = u"1111111"_s;
+    } else if (repeat == u"weekdays") {
+        dayPart = u"0111110"_s;
+    } else if (repeat == u"days" && days.size() == 7 &&
+               !days.contains(QRegularExpression(u"[^01]"_s)) && days.contains(u'1')) {
+        dayPart = days;
+    } else {
+        *why =
+            u"repeat は once、daily、weekdays（または days と日曜始まりの 7 桁の days）にしてください。"_s;
+        return {};
+    }
+    const QString name = Reserve::NameFor(dayPart, time);
+    if (!Reserve::IsValidName(name)) {
+        *why = u"日時が正しくありません。"_s;
+        return {};
+    }
+    return name;
+}
+
+void JsonApi::addReservation(const Api::Call& c, const Reply& r) {
+    const QJsonObject& b = c.body;
+    // The remote and key by id or by name.
+    QString device, function;
+    int slot = b.value(u"remoteId"_s).toInt(0);
+    if (b.contains(u"remoteId"_s)) {
+        if (slot < 1 || slot > MaxRemoteId || settings_.Read(Key::RemoteName(slot)).isEmpty())
+            return r.notFound(NoRemoteText);
+    } else if (b.value(u"remote"_s).isString()) {
+        slot = FindRemoteSlot(settings_, ShiftJis::RoundTrip(b.value(u"remote"_s).toString()))
+                   .existingSlot;
+        if (!slot)
+            return r.notFound(NoRemoteText);
+    } else {
+        return r.bad(u"remote（名前）か remoteId を入れてください。"_s);
+    }
+    device = settings_.Read(Key::RemoteName(slot));
+    const std::vector<QString> buttons = ReadRemoteButtons(settings_, slot);
+    if (b.contains(u"keyId"_s)) {
+        const int k = b.value(u"keyId"_s).toInt(-1);
+        if (k < 0 || k >= int(buttons.size()))
+            return r.notFound(NoKeyText);
+        function = buttons[size_t(k)];
+        if (function.isEmpty())
+            return r.error(409, "not_learned", NotLearnedText);
+    } else if (b.value(u"key"_s).isString()) {
+        function = ShiftJis::RoundTrip(b.value(u"key"_s).toString());
+        if (function.isEmpty() ||
+            std::find(buttons.begin(), buttons.end(), function) == buttons.end())
+            return r.notFound(NoKeyText);
+    } else {
+        return r.bad(u"key（名前）か keyId を入れてください。"_s);
+    }
+    if (!Reserve::IsWritableName(device) || !Reserve::IsWritableName(function))
+        return r.bad(u"この名前は予約に使えません。"_s);
+    QString why;
+    const QString name =
+        MomentName(b.value(u"time"_s).toString(), b.value(u"repeat"_s).toString(u"once"_s),
+                   b.value(u"date"_s).toString(), b.value(u"days"_s).toString(), &why);
+    if (name.isEmpty())
+        return r.bad(why);
+    const QString dir = Reserve::Folder(folder_, settings_);
+    QDir().mkpath(dir);
+    const QString path = dir + u'/' + name;
+    const Reserve::AddResult added = Reserve::AddLine(path, device, function);
+    if (added != Reserve::AddResult::Added)
+        return r.error(added == Reserve::AddResult::BadName ? 400 : 409,
+                       added == Reserve::AddResult::BadName ? "bad_request" : "conflict",
+                       Reserve::AddRefusalText(added));
+    scheduler_.FillGrid();
+    const QStringList lines = Reserve::ReadLines(path);
+    r.json(201, {{u"id"_s, ReservationId(name, int(lines.size()))},
+                 {u"time"_s, Reserve::TimeText(name)},
+                 {u"repeat"_s, RepeatOf(name)},
+                 {u"remote"_s, device},
+                 {u"remoteId"_s, slot},
+                 {u"key"_s, function}});
+}
+
+void JsonApi::moveReservation(const Api::Call& c, const Reply& r) {
+    QString name;
+    int line = 0;
+    if (!SplitReservationId(c.reservation, &name, &line))
+        return r.notFound(u"予約が見つかりません。"_s);
+    const QString dir = Reserve::Folder(folder_, settings_);
+    const QStringList lines = Reserve::ReadLines(dir + u'/' + name);
+    if (line > lines.size() || lines[line - 1].isEmpty())
+        return r.notFound(u"予約が見つかりません。"_s);
+    const Reserve::Operation op = Reserve::SplitLine(lines[line - 1]);
+    const QJsonObject& b = c.body;
+    const bool repeating = Reserve::IsRepeating(name);
+    const QString repeat = b.value(u"repeat"_s).toString(RepeatOf(name));
+    QString why;
+    const QString to = MomentName(
+        b.value(u"time"_s).toString(Reserve::TimeText(name)), repeat,
+        b.value(u"date"_s).toString(repeating ? QString() : name.left(10).replace(u'_', u'-')),
+        b.value(u"days"_s).toString(repeating ? name.left(7) : QString()), &why);
+    if (to.isEmpty())
+        return r.bad(why);
+    if (to != name) {
+        // Added at the new moment first, so a failure loses nothing.
+        const Reserve::AddResult added = Reserve::AddLine(dir + u'/' + to, op.device, op.function);
+        if (added != Reserve::AddResult::Added)
+            return r.error(409, "conflict", Reserve::AddRefusalText(added));
+        if (!Reserve::DeleteLineIf(dir + u'/' + name, line, lines[line - 1])) {
+            Reserve::DeleteByContent(dir + u'/' + to, lines[line - 1]);
+            return r.error(409, "conflict", u"予約が変わりました。読み直してください。"_s);
+        }
+        if (Reserve::ReadLines(dir + u'/' + name).join(QString()).isEmpty())
+            Reserve::RemoveFile(dir + u'/' + name);
+        scheduler_.FillGrid();
+    }
+    const QStringList now = Reserve::ReadLines(dir + u'/' + to);
+    r.json(200, {{u"id"_s, ReservationId(to, int(to == name ? line : now.size()))},
+                 {u"time"_s, Reserve::TimeText(to)},
+                 {u"repeat"_s, RepeatOf(to)},
+                 {u"remote"_s, op.device},
+                 {u"key"_s, op.function}});
+}
+
+void JsonApi::deleteReservation(const Api::Call& c, const Reply& r) {
+    QString name;
+    int line = 0;
+    if (!SplitReservationId(c.reservation, &name, &line))
+        return r.notFound(u"予約が見つかりません。"_s);
+    const QString path = Reserve::Folder(folder_, settings_) + u'/' + name;
+    const QStringList lines = Reserve::ReadLines(path);
+    if (line > lines.size() || lines[line - 1].isEmpty() ||
+        !Reserve::DeleteLineIf(path, line, lines[line - 1]))
+        return r.notFound(u"予約が見つかりません。"_s);
+    if (Reserve::ReadLines(path).join(QString()).isEmpty())
+        Reserve::RemoveFile(path);
+    scheduler_.FillGrid();
+    r.none();
+}
+
+void JsonApi::events(const FrontReply& reply) {
+    if (!reply.StartStream("text/event-stream; charset=utf-8"))
+        return;
+    reply.Write(": kestrava\n\n");
+    listeners_.push_back(reply);
+    if (!ping_.isActive())
+        ping_.start();
+}
+
+void JsonApi::Publish(const QByteArray& name, const QJsonObject& data) {
+    if (listeners_.empty())
+        return;
+    const QByteArray message =
+        "event: " + name + "\ndata: " + QJsonDocument(data).toJson(QJsonDocument::Compact) + "\n\n";
+    for (auto it = listeners_.begin(); it != listeners_.end();)
+        it = it->Write(message) ? it + 1 : listeners_.erase(it);
+}

@@ -1,0 +1,98 @@
+#pragma once
+
+#include "api/ApiRequest.h"
+#include "infrared/IrProtocol.h"
+#include "infrared/SignalStore.h"
+#include "infrared/Transmission.h"
+#include "webserver/WebServer.h"
+
+#include <QJsonObject>
+#include <QObject>
+#include <QTimer>
+
+#include <functional>
+#include <vector>
+
+class Clock;
+class ProgramFolder;
+class Scheduler;
+class SettingsStore;
+class Transceiver;
+
+// The JSON API under /api/v1/: the same registry, press queue, learning code
+// and reservation store as the pages and the desktop, in UTF-8 JSON. Reading
+// is GET; everything that acts is POST, PUT, PATCH or DELETE.
+class JsonApi : public QObject {
+    Q_OBJECT
+public:
+    struct Parts {
+        const ProgramFolder& folder;
+        SettingsStore& settings;
+        const Clock& clock;
+        Transceiver& device;
+        Scheduler& scheduler;
+        WebServer& server;
+        std::function<QString()> globalAddress; // may be empty
+    };
+    explicit JsonApi(Parts parts, QObject* parent = nullptr);
+
+    // The route the server serves /api/ with.
+    FrontRoute Route();
+    void Handle(const FrontRequest& request, const FrontReply& reply);
+
+    // Event streams open now.
+    int Listeners() const { return int(listeners_.size()); }
+
+    // Tells every event stream (name: press, learned, reservation, device).
+    void Publish(const QByteArray& name, const QJsonObject& data);
+
+    // Longest repeat of one press.
+    static constexpr int MaxRepeat = 20;
+
+private:
+    struct Reply;
+    void dispatch(const Api::Call& call, const FrontRequest& request, const Reply& reply);
+    void status(const Reply& r);
+    void remotes(const Reply& r);
+    void remote(const Api::Call& c, const Reply& r);
+    void createRemote(const Api::Call& c, const Reply& r);
+    void renameRemote(const Api::Call& c, const Reply& r);
+    void deleteRemote(const Api::Call& c, const Reply& r);
+    void key(const Api::Call& c, const Reply& r);
+    void renameKey(const Api::Call& c, const Reply& r);
+    void deleteKey(const Api::Call& c, const Reply& r);
+    void press(int remote, int key, int repeat, const Reply& r);
+    void pressByName(const Api::Call& c, const Reply& r);
+    void transmit(const Api::Call& c, const Reply& r);
+    void learn(const Api::Call& c, const Reply& r);
+    void importCode(const Api::Call& c, const Reply& r);
+    void reservations(const Reply& r);
+    void addReservation(const Api::Call& c, const Reply& r);
+    void moveReservation(const Api::Call& c, const Reply& r);
+    void deleteReservation(const Api::Call& c, const Reply& r);
+    void events(const FrontReply& reply);
+
+    // Stores one signal image on a key the way the editor does; false with
+    // why when it could not be written.
+    bool storeKey(int remote, int key, const QString& name, const SignalImage& image, QString* why);
+    QJsonObject remoteJson(int id);
+    QJsonObject keyJson(const QString& device, int key, const QString& function);
+    void changed() { ++generation_; }
+
+    const ProgramFolder& folder_;
+    SettingsStore& settings_;
+    const Clock& clock_;
+    Transceiver& device_;
+    Scheduler& scheduler_;
+    WebServer& server_;
+    std::function<QString()> globalAddress_;
+
+    SignalCodeCache codes_;
+    // The list of remotes, made again when the registry or a signal changed.
+    QByteArray remotesBody_;
+    QByteArray remotesStamp_;
+    quint64 generation_ = 0;
+    bool capturing_ = false;
+    std::vector<FrontReply> listeners_;
+    QTimer ping_; // keeps streams alive through proxies, and finds closed ones
+};
