@@ -1,6 +1,10 @@
 #include "phone/PhoneFiles.h"
 
+#include "webserver/FrontRequest.h"
+
 #include <QFile>
+
+#include <memory>
 
 using namespace Qt::StringLiterals;
 
@@ -8,65 +12,58 @@ namespace Phone {
 
 namespace {
 
-struct Served {
-    const char* name;
-    const char* type;
+struct File {
+    QString name;
+    QByteArray type;
+    QByteArray body;
 };
 
-constexpr Served Files[] = {
-    {"index.html", "text/html; charset=utf-8"},
-    {"app.css", "text/css; charset=utf-8"},
-    {"app.js", "text/javascript; charset=utf-8"},
-    {"manifest.webmanifest", "application/manifest+json"},
-    {"icon-192.png", "image/png"},
-    {"icon-512.png", "image/png"},
-};
+// Everything the page uses comes from here; nothing may frame it. Always asked
+// again, so a new version of the program is seen at once.
+const QByteArray Headers = "Content-Security-Policy: default-src 'self'; img-src 'self' data:; "
+                           "frame-ancestors 'none'; base-uri 'none'; form-action 'none'\r\n"
+                           "X-Content-Type-Options: nosniff\r\n"
+                           "Referrer-Policy: same-origin\r\n"
+                           "Cache-Control: no-cache\r\n";
 
-// Everything the page uses comes from here; nothing may frame it.
-const QByteArray Policy = "Content-Security-Policy: default-src 'self'; img-src 'self' data:; "
-                          "frame-ancestors 'none'; base-uri 'none'; form-action 'none'\r\n"
-                          "X-Content-Type-Options: nosniff\r\n"
-                          "Referrer-Policy: same-origin\r\n";
-
-QByteArray head(const char* status, const QString& date) {
-    return QByteArray("HTTP/1.1 ") + status +
-           "\r\nServer: Kestrava1.0\r\nDate: " + date.toLatin1() + "\r\n";
-}
-
-QByteArray plain(const char* status, const QString& date, const QByteArray& extra,
-                 const QByteArray& body) {
-    return head(status, date) + extra + "Content-Type: text/plain; charset=utf-8\r\n" +
-           "Content-Length: " + QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" +
-           body;
+std::vector<File> readFiles() {
+    const std::pair<const char16_t*, const char*> names[] = {
+        {u"index.html", "text/html; charset=utf-8"},
+        {u"app.css", "text/css; charset=utf-8"},
+        {u"app.js", "text/javascript; charset=utf-8"},
+        {u"manifest.webmanifest", "application/manifest+json"},
+        {u"icon-192.png", "image/png"},
+        {u"icon-512.png", "image/png"},
+    };
+    std::vector<File> files;
+    for (const auto& [name, type] : names) {
+        QFile file(u":/phone/"_s + QString::fromUtf16(name));
+        if (file.open(QIODevice::ReadOnly))
+            files.push_back({QString::fromUtf16(name), type, file.readAll()});
+    }
+    return files;
 }
 
 } // namespace
 
-bool IsPhonePath(const QString& path) {
-    const QStringView bare = QStringView(path).left(path.indexOf(u'?'));
-    return bare == u"/m" || bare.startsWith(u"/m/");
-}
-
-QByteArray Response(const QString& path, const QString& date) {
-    const QString bare = path.left(path.indexOf(u'?'));
-    if (bare == u"/m")
-        return plain("301 Moved Permanently", date, "Location: /m/\r\n", "/m/\n");
-    QString name = bare.mid(3);
-    if (name.isEmpty())
-        name = u"index.html"_s;
-    for (const Served& f : Files) {
-        if (name != QLatin1StringView(f.name))
-            continue;
-        QFile file(u":/phone/"_s + name);
-        if (!file.open(QIODevice::ReadOnly))
-            break;
-        const QByteArray body = file.readAll();
-        // Always asked again, so a new version of the program is seen at once.
-        return head("200 OK", date) + Policy + "Content-Type: " + f.type +
-               "\r\nCache-Control: no-cache\r\nContent-Length: " + QByteArray::number(body.size()) +
-               "\r\nConnection: close\r\n\r\n" + body;
-    }
-    return plain("404 Not Found", date, {}, "404 Not Found\n");
+FrontRoute Route() {
+    FrontRoute route;
+    route.prefix = u"/m/"_s;
+    route.maxBody = 0; // nothing is sent to the page's files
+    auto files = std::make_shared<const std::vector<File>>(readFiles());
+    route.handler = [files](const FrontRequest& request, const FrontReply& reply) {
+        if (request.method != "GET")
+            return reply.Send(405, "text/plain; charset=utf-8", "405 Method Not Allowed\n",
+                              "Allow: GET\r\n");
+        QString name = request.path.mid(3);
+        if (name.isEmpty())
+            name = u"index.html"_s;
+        for (const File& f : *files)
+            if (f.name == name)
+                return reply.Send(200, f.type, f.body, Headers);
+        reply.Send(404, "text/plain; charset=utf-8", "404 Not Found\n");
+    };
+    return route;
 }
 
 } // namespace Phone

@@ -380,8 +380,8 @@ function addForm(remotes) {
       await api('POST', 'reservations', {
         ...when(form), remoteId: Number(remoteSelect.value), keyId: Number(keySelect.value),
       });
-      toast('予約を追加しました');
       await reservationsView();
+      toast('予約を追加しました');
     });
   });
   return form;
@@ -395,8 +395,8 @@ function moveSheet(v) {
     holding(form, async () => {
       await api('PATCH', `reservations/${encodeURIComponent(v.id)}`, when(form));
       closeSheet();
-      toast('予約を変更しました');
       await reservationsView();
+      toast('予約を変更しました');
     });
   });
   openSheet('予約の変更', form);
@@ -406,8 +406,8 @@ async function deleteReservation(v) {
   if (!confirm(`${describe(v)} の「${v.remote}・${v.key}」の予約を削除しますか？`)) return;
   try {
     await api('DELETE', `reservations/${encodeURIComponent(v.id)}`);
-    toast('予約を削除しました');
     await reservationsView();
+    toast('予約を削除しました');
   } catch (e) {
     fail(e);
   }
@@ -419,6 +419,7 @@ async function route() {
   closeSheet();
   const h = location.hash.replace(/^#\/?/, '');
   let m;
+  main.setAttribute('aria-busy', 'true');
   try {
     if ((m = /^r\/(\d+)(\/edit)?$/.exec(h))) await remoteView(Number(m[1]), Boolean(m[2]));
     else if (h === 'new') newView();
@@ -429,6 +430,8 @@ async function route() {
     fail(e);
   }
   $('tores').hidden = h === 'res';
+  main.dataset.shown = location.hash;
+  main.setAttribute('aria-busy', 'false');
 }
 
 window.addEventListener('hashchange', route);

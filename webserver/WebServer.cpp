@@ -7,7 +7,6 @@
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
-#include "phone/PhoneFiles.h"
 #include "webserver/Codecs.h"
 #include "webserver/Dispatcher.h"
 #include "webserver/FileSender.h"
@@ -391,12 +390,6 @@ void WebServer::answer(int index, const Http::Decision& d) {
     if (slot.readable.isEnabled())
         slot.readable.setEnabled(false); // one request per connection
     slot.answering = true;
-    // The phone page is the program's own, whatever the classic rules would
-    // make of its paths.
-    if (d.action != Http::Action::Refuse && Phone::IsPhonePath(d.request.path)) {
-        sendAndClose(index, Phone::Response(d.request.path, HttpDate(clock_)));
-        return;
-    }
     switch (d.action) {
     case Http::Action::Refuse:
         sendAndClose(index, Http::AccessDeniedResponse(d.request.realm, AccessDeniedPage(),

@@ -29,7 +29,12 @@ const browser = await chromium.launch({
 });
 const phone = { viewport: { width: 390, height: 844 }, deviceScaleFactor: 3, isMobile: true, hasTouch: true };
 
-// Waits for the message line to say something and returns it.
+// Does something on the page and returns what the message line then says.
+async function after(page, action) {
+    await page.evaluate(() => { document.getElementById('toast').className = ''; });
+    await action();
+    return message(page);
+}
 async function message(page) {
     const toast = page.locator('#toast.show');
     await toast.waitFor();
@@ -40,19 +45,22 @@ async function message(page) {
 }
 const key = (page, name) => page.locator('.key', { hasText: name });
 const sheetButton = (page, name) => page.locator('#sheet button', { hasText: name });
-// A shown view has settled when its requests are answered.
-const settle = (page) => page.waitForLoadState('networkidle');
+// The page marks the view of the address once it is shown.
+const settle = (page) => page.waitForFunction(() => {
+    const main = document.getElementById('main');
+    return main.dataset.shown === location.hash && main.getAttribute('aria-busy') === 'false';
+});
 
 try {
     fs.mkdirSync(shots, { recursive: true });
     const context = await browser.newContext(phone);
     const page = await context.newPage();
     const foreign = [];
-    let bytes = 0;
     page.on('request', (r) => { if (!r.url().startsWith(base)) foreign.push(r.url()); });
-    page.on('response', async (r) => { try { bytes += (await r.body()).length; } catch { /* redirect */ } });
     await page.goto(`${base}/m/`);
     await settle(page);
+    const bytes = await page.evaluate(() => performance.getEntriesByType('navigation')
+        .concat(performance.getEntriesByType('resource')).reduce((n, e) => n + e.transferSize, 0));
     check((await page.locator('ul.list a').count()) === 6, 'the list shows the six remotes');
     check(bytes > 0 && bytes < 60 * 1024, `the page and its data weigh ${bytes} bytes`);
     check(foreign.length === 0, `nothing is fetched from elsewhere (${foreign})`);
@@ -60,7 +68,7 @@ try {
     // Every design's keypad fits the width, with keys a finger can hit.
     for (let id = 1; id <= 6; id++) {
         await page.goto(`${base}/m/#/r/${id}`);
-        await page.locator('.key').first().waitFor();
+        await settle(page);
         const sizes = await page.$$eval('.key', (keys) => keys.map((k) => {
             const box = k.getBoundingClientRect();
             const span = k.querySelector('span');
@@ -78,21 +86,22 @@ try {
     // A tap sends once; reload, back and forward send nothing.
     await page.goto(`${base}/m/#/`);
     await page.locator('ul.list a', { hasText: 'テレビ' }).tap();
-    await key(page, '電源').tap();
-    const done = await message(page);
+    const done = await after(page, () => key(page, '電源').tap());
     check(!done.error && done.text.includes('送信しました'), `a tap says ${done.text}`);
     check(sent().length === 1 && sent()[0].endsWith(signalHex('テレビ', '電源')), 'one tap, one transmission of its own bytes');
+    const acts = [];
+    page.on('request', (r) => { if (r.method() !== 'GET') acts.push(r.url()); });
     await page.reload();
     await settle(page);
     await page.goBack();
     await settle(page);
     await page.goForward();
     await settle(page);
-    check(page.url().endsWith('#/r/1') && sent().length === 1, 'reload, back and forward send nothing');
+    check(page.url().endsWith('#/r/1') && sent().length === 1 && acts.length === 0,
+        `reload, back and forward send nothing (${acts})`);
 
     // A key without a signal: the server's message, nothing sent.
-    await page.locator('.key[data-key="4"]').tap();
-    const refused = await message(page);
+    const refused = await after(page, () => page.locator('.key[data-key="4"]').tap());
     check(refused.error && refused.text.length > 0 && !refused.text.includes('送信しました'),
         `a key not learned shows the reason (${refused.text})`);
     check(sent().length === 1, 'the refused key sent nothing');
@@ -105,14 +114,13 @@ try {
     await page.locator('label', { hasText: 'デザイン3' }).tap();
     await page.locator('button', { hasText: '作成' }).tap();
     await page.waitForURL(/#\/r\/\d+\/edit$/);
-    const remoteId = /#\/r\/(\d+)/.exec(page.url())[1];
     await settle(page);
+    const remoteId = /#\/r\/(\d+)/.exec(page.url())[1];
     check((await page.locator('.key').count()) === 6, 'a new remote of design 3 has six keys');
     const learn = async (id, name, button) => {
         await page.locator(`.key[data-key="${id}"]`).tap();
         await page.fill('#key-name', name);
-        await sheetButton(page, button).tap();
-        return message(page);
+        return after(page, () => sheetButton(page, button).tap());
     };
     let m = await learn(0, '電源', '学習する');
     check(!m.error && m.text.includes('学習しました'), `the power key is learned (${m.text})`);
@@ -123,20 +131,17 @@ try {
     check(fs.existsSync(path.join(home, 'IRSignals', '扇風機-電源.bin')), 'the signal file is written');
 
     await page.locator('.modes a', { hasText: '操作' }).tap();
-    await key(page, '電源').tap();
-    m = await message(page);
+    m = await after(page, () => key(page, '電源').tap());
     check(!m.error && sent().length === 2 && sent()[1].endsWith(signalHex('扇風機', '電源')),
         `the learned key sends its signal (${m.text})`);
 
     await page.locator('.modes a', { hasText: '学習・編集' }).tap();
     await key(page, '風量').tap();
     await page.fill('#key-name', '首振り');
-    await sheetButton(page, '名前だけ変更').tap();
-    m = await message(page);
+    m = await after(page, () => sheetButton(page, '名前だけ変更').tap());
     check(!m.error && (await key(page, '首振り').count()) === 1, `a key is renamed (${m.text})`);
     await key(page, '首振り').tap();
-    await sheetButton(page, 'キーを削除').tap();
-    m = await message(page);
+    m = await after(page, () => sheetButton(page, 'キーを削除').tap());
     check(!m.error && (await key(page, '首振り').count()) === 0, `a key is deleted (${m.text})`);
 
     // A reservation added, moved and deleted.
@@ -146,20 +151,14 @@ try {
     await page.selectOption('#add-key', '0');
     await page.fill('#add-time', '23:58');
     await page.selectOption('#add-repeat', 'daily');
-    await page.locator('button', { hasText: '予約を追加' }).tap();
-    m = await message(page);
-    await settle(page);
+    m = await after(page, () => page.locator('button', { hasText: '予約を追加' }).tap());
     const row = page.locator('ul.list li', { hasText: '扇風機・電源' });
     check(!m.error && (await row.textContent()).includes('毎日 23:58'), `a daily reservation is added (${m.text})`);
     await row.locator('button', { hasText: '変更' }).tap();
     await page.fill('#move-time', '21:07');
-    await sheetButton(page, '変更').tap();
-    m = await message(page);
-    await settle(page);
+    m = await after(page, () => sheetButton(page, '変更').tap());
     check(!m.error && (await row.textContent()).includes('毎日 21:07'), `the reservation is moved (${m.text})`);
-    await row.locator('button', { hasText: '削除' }).tap();
-    m = await message(page);
-    await settle(page);
+    m = await after(page, () => row.locator('button', { hasText: '削除' }).tap());
     check(!m.error && (await row.count()) === 0, `the reservation is deleted (${m.text})`);
 
     await page.goto(`${base}/m/#/r/${remoteId}/edit`);
@@ -187,10 +186,8 @@ try {
     for (let n = 0; n < 20 && !(await key(desk, '温度+').evaluate((k) => k === document.activeElement)); n++)
         await desk.keyboard.press('Tab');
     const outline = await desk.evaluate(() => getComputedStyle(document.activeElement).outlineStyle);
-    await desk.keyboard.press('Enter');
-    await message(desk);
-    await desk.keyboard.press('Space');
-    await message(desk);
+    await after(desk, () => desk.keyboard.press('Enter'));
+    await after(desk, () => desk.keyboard.press('Space'));
     const last = sent().slice(-2);
     check(sent().length === 4 && last.every((l) => l.endsWith(signalHex('エアコン', '温度+'))),
         'Enter and Space each send the focused key once');
