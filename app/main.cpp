@@ -1,6 +1,7 @@
 #include "app/Demo.h"
 #include "app/Display.h"
 #include "app/Program.h"
+#include "app/RemoteCommand.h"
 #include "app/SignalWatcher.h"
 #include "core/Clock.h"
 #include "core/Help.h"
@@ -48,6 +49,7 @@ struct Options {
     int design = 0;
     std::optional<QString> exportCodes; // --export-codes DIR --format F [DEVICE...]
     QString format;
+    QString command; // "press" or "list": asks the running instance
 };
 
 const char* const Usage =
@@ -74,6 +76,10 @@ const char* const Usage =
     "                  [DEVICE]...\n"
     "                  write the learned remotes named (all when none is) as code\n"
     "                  files into DIR, then exit\n"
+    "  --press REMOTE KEY\n"
+    "                  press a key through the instance running on the folder;\n"
+    "                  exit 0 sent, 1 failed (with why), 2 no instance running\n"
+    "  --list          list the remotes and learned keys of the running instance\n"
     "  --help          show this help and exit\n"
     "  --version       show the version and exit\n";
 
@@ -108,8 +114,10 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
     QCommandLineOption design(u"design"_s, {}, u"N"_s);
     QCommandLineOption exportCodes(u"export-codes"_s, {}, u"DIR"_s);
     QCommandLineOption format(u"format"_s, {}, u"FORMAT"_s);
+    QCommandLineOption press(u"press"_s);
+    QCommandLineOption list(u"list"_s);
     parser.addOptions({home, headless, verbose, help, version, exportTo, import, overwrite,
-                       importCodes, remote, design, exportCodes, format});
+                       importCodes, remote, design, exportCodes, format, press, list});
     if (!parser.parse(args)) {
         std::fprintf(stderr, "kestrava: %s\nTry 'kestrava --help' for more information.\n",
                      qPrintable(parser.errorText()));
@@ -120,9 +128,15 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
         return 2;
     };
     const int modes = int(parser.isSet(exportTo)) + int(parser.isSet(import)) +
-                      int(parser.isSet(importCodes)) + int(parser.isSet(exportCodes));
+                      int(parser.isSet(importCodes)) + int(parser.isSet(exportCodes)) +
+                      int(parser.isSet(press)) + int(parser.isSet(list));
     if (modes > 1)
-        return usageError("--export, --import, --import-codes and --export-codes go one at a time");
+        return usageError("--export, --import, --import-codes, --export-codes, --press and --list"
+                          " go one at a time");
+    if (parser.isSet(press) && parser.positionalArguments().size() != 2)
+        return usageError("--press takes a remote and a key");
+    if (parser.isSet(list) && !parser.positionalArguments().isEmpty())
+        return usageError("--list takes no arguments");
     if ((parser.isSet(remote) || parser.isSet(design)) && !parser.isSet(importCodes))
         return usageError("--remote and --design go with --import-codes");
     if (parser.isSet(format) != parser.isSet(exportCodes))
@@ -140,7 +154,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
     if (parser.isSet(import) && parser.positionalArguments().isEmpty())
         return usageError("--import needs at least one archive");
     if (!parser.positionalArguments().isEmpty() && !parser.isSet(exportTo) &&
-        !parser.isSet(import) && !parser.isSet(exportCodes)) {
+        !parser.isSet(import) && !parser.isSet(exportCodes) && !parser.isSet(press)) {
         std::fprintf(stderr,
                      "kestrava: unexpected argument '%s'\n"
                      "Try 'kestrava --help' for more information.\n",
@@ -173,6 +187,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
     if (parser.isSet(exportCodes))
         o.exportCodes = parser.value(exportCodes);
     o.format = parser.value(format);
+    o.command = parser.isSet(press) ? u"press"_s : parser.isSet(list) ? u"list"_s : QString();
     return std::nullopt;
 }
 
@@ -254,6 +269,10 @@ int main(int argc, char** argv) {
                                                       .absolutePath())
                                 : ProgramFolder::Resolve(options.home);
     ProgramFolder folder(root);
+    if (!options.command.isEmpty()) {
+        QCoreApplication qapp(argc, argv);
+        return RunRemoteCommand(folder, options.command, options.names);
+    }
     if (options.exportDir || options.import || options.importCodes || options.exportCodes) {
         QCoreApplication qapp(argc, argv);
         return RunExchange(options, folder);
