@@ -10,6 +10,7 @@
 #include "desktop/MainWindow.h"
 #include "infrared/DeviceList.h"
 #include "learning/LearningLauncher.h"
+#include "phone/PhoneFiles.h"
 #include "remotes/Press.h"
 #include "remotes/Registry.h"
 #include "remotes/RemoteLauncher.h"
@@ -65,6 +66,7 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
                                    {u"reservation"_s, firing_.device, firing_.function});
     };
     webServer.AddFront(api.Route());
+    webServer.AddFront(Phone::Route());
 
     InstallMenuPages(dispatcher, settings);
     RemotePageServices remotePages;

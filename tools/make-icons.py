@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Draws the PNG sizes of the icon into dist/icons/, shape for shape as
+"""Draws the PNG sizes of the icon into dist/icons/ and those the phone page's
+manifest names into phone/, shape for shape as
 dist/kestrava.svg (Debian's ImageMagick cannot read SVG). Standard library only."""
 import math
 import os
@@ -71,3 +72,7 @@ out = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "dist", "ic
 os.makedirs(out, exist_ok=True)
 for size in (16, 32, 48, 64, 128, 256):
     png(os.path.join(out, "kestrava-%d.png" % size), size, render(size))
+# The phone page's home-screen icons.
+phone = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "phone")
+for size in (192, 512):
+    png(os.path.join(phone, "icon-%d.png" % size), size, render(size, samples=2))

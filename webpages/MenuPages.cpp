@@ -71,7 +71,9 @@ QString PageHead(const PageFrame& frame) {
 
 QString DefaultPage(SettingsStore& settings) {
     QString out = PageHead({true, true, u"Kestrava"_s, BrowserBodyTag});
-    out += u"<a href=\"cell.asp\">携帯用</a>"_s + CRLF + u"<HR>"_s + CRLF;
+    out += u"<a href=\"cell.asp\">携帯用</a>"_s + CRLF;
+    out += u"<a href=\"m/\">スマートフォン用</a>"_s + CRLF;
+    out += u"<HR>"_s + CRLF;
     out += u"<p><font size=\"2\"><B>Kestravaの操作</B></font></p>"_s + CRLF;
     out += menuEntry(u"remote.asp"_s, u"リモコン操作"_s);
     out += menuEntry(u"add1.asp"_s, u"予約の追加・編集"_s);

@@ -19,7 +19,7 @@ const QString DefaultHead =
     u"<body vlink=\"#0000FF\" bgcolor=\"#DDDDDD\">\r\n"_s;
 
 const QString DefaultLinks =
-    u"<a href=\"cell.asp\">携帯用</a>\r\n<HR>\r\n"
+    u"<a href=\"cell.asp\">携帯用</a>\r\n<a href=\"m/\">スマートフォン用</a>\r\n<HR>\r\n"
     u"<p><font size=\"2\"><B>Kestravaの操作</B></font></p>\r\n"
     u"<p><font size=\"2\"><a href=\"remote.asp\">リモコン操作</a></font></p>\r\n"
     u"<p><font size=\"2\"><a href=\"add1.asp\">予約の追加・編集</a></font></p>\r\n"

@@ -1,6 +1,7 @@
 #include "webserver/WebServer.h"
 #include "core/Password.h"
 #include "core/ShiftJis.h"
+#include "phone/PhoneFiles.h"
 #include "support/FixedClock.h"
 #include "support/HttpClient.h"
 #include "support/ScriptedPrompt.h"
@@ -150,6 +151,33 @@ TEST(WebServer, LoginGuardsPagesAndFilesAlike) {
     const QByteArray login = "Authorization: Basic dXNlcjpwYTpzcw==\r\n";
     EXPECT_EQ(BodyOf(s.get("/x.asp?a=1", login)), "");
     EXPECT_EQ(BodyOf(s.get("/pic/up.gif", login)), "GIF89a");
+}
+
+// The phone page comes from the program, not the folder, under the same login;
+// a name it does not have is missing, and only reading is allowed.
+TEST(WebServer, ThePhonePageComesFromTheProgram) {
+    Served s([](SettingsStore& st) {
+        st.WriteIni(u"Options", u"WebAuth", u"1");
+        st.WriteIni(u"Options", u"Web_User", u"user");
+        st.WriteIni(u"Options", u"Web_Pass", ScramblePassword(u"SET", u"pa:ss"));
+    });
+    s.server.AddFront(Phone::Route());
+    s.t.writeFile(u"m/app.js"_s, "from the folder");
+    const QByteArray login = "Host: a\r\nAuthorization: Basic dXNlcjpwYTpzcw==\r\n";
+    EXPECT_TRUE(s.get("/m/").startsWith("HTTP/1.1 401 "));
+    const QByteArray js = s.get("/m/app.js", login);
+    EXPECT_TRUE(HeadOf(js).contains("Content-Type: text/javascript; charset=utf-8\r\n"));
+    EXPECT_TRUE(HeadOf(js).contains("Content-Security-Policy: default-src 'self'"));
+    EXPECT_FALSE(BodyOf(js).contains("from the folder"));
+    EXPECT_TRUE(BodyOf(s.get("/m/?from=home", login)).startsWith("<!doctype html>"));
+    EXPECT_TRUE(HeadOf(s.get("/m/manifest.webmanifest", login))
+                    .contains("Content-Type: application/manifest+json\r\n"));
+    for (const QByteArray path : {"/m/x.js", "/m/../setting.ini", "/m/index.html/"})
+        EXPECT_TRUE(s.get(path, login).startsWith("HTTP/1.1 404 Not Found\r\n"))
+            << path.constData();
+    EXPECT_TRUE(Fetch(s.port(), "POST /m/ HTTP/1.1\r\n" + login + "Content-Length: 0\r\n\r\n")
+                    .startsWith("HTTP/1.1 405 "));
+    EXPECT_TRUE(s.calls.isEmpty());
 }
 
 // While setting.ini cannot be read, from the start on, nobody logs in; once it
