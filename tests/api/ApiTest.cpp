@@ -14,6 +14,8 @@
 #include "webserver/Dispatcher.h"
 #include "webserver/WebServer.h"
 
+#include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -128,6 +130,16 @@ TEST(Api, LoginOriginMethodsAndLimitsAreCheckedBeforeAnythingActs) {
     EXPECT_EQ(status[u"pressesWaiting"_s].toInt(), 0);
     EXPECT_TRUE(
         Served::json(a.call("GET", "/api/v1/openapi.json", {}, login)).contains(u"paths"_s));
+
+    // While setting.ini cannot be read the login is not known: nothing acts.
+    const QString ini = a.t.settings.path();
+    ASSERT_TRUE(QFile::rename(ini, ini + u".away"_s));
+    ASSERT_TRUE(QDir().mkdir(ini));
+    EXPECT_EQ(Served::status(a.call("POST", "/api/v1/remotes/1/keys/0/press", {}, login)), 401);
+    EXPECT_EQ(Served::status(a.call("GET", "/api/v1/remotes", {}, login)), 401);
+    EXPECT_EQ(a.sends(), 1);
+    ASSERT_TRUE(QDir().rmdir(ini));
+    ASSERT_TRUE(QFile::rename(ini + u".away"_s, ini));
 }
 
 TEST(Api, PressAnswersAfterTheSendWithHonestStatuses) {
