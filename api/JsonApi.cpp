@@ -564,16 +564,18 @@ void JsonApi::press(int remote, int key, int repeat, const Reply& r) {
             return;
         device_.Enqueue(path,
                         [this, self, r, path, left, step](SendResult result) {
-                            if (!self)
+                            if (!self) {
+                                *step = nullptr;
                                 return;
+                            }
                             switch (result) {
                             case SendResult::Sent:
                                 if (--*left > 0 && QFileInfo::exists(path))
                                     return (*step)();
+                                *step = nullptr; // ends the cycle of references
                                 if (*left > 0)
                                     return r.error(409, "not_learned",
                                                    u"送信中にキーが削除されました。"_s);
-                                *step = nullptr; // ends the cycle of references
                                 return r.json(200, {{u"ok"_s, true}});
                             case SendResult::Busy:
                                 *step = nullptr;
