@@ -116,6 +116,12 @@ void Mqtt::Close() {
 }
 
 void Mqtt::Reconfigure() {
+    // Configs under a name or prefix no longer ours would stay in Home Assistant.
+    const MqttConfig next = ReadMqttConfig(settings_, folder_);
+    if (next.nodeId != config_.nodeId || next.discoveryPrefix != config_.discoveryPrefix ||
+        next.topic != config_.topic || !next.discovery || !next.enabled())
+        for (const auto& [topic, payload] : published_)
+            connection_.Publish(topic, {}, true, 1);
     Close();
     published_.clear();
     synced_ = false;

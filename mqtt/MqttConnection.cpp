@@ -45,11 +45,12 @@ MqttConnection::~MqttConnection() {
         mosquitto_destroy(mosq_);
 }
 
-void MqttConnection::logState(const QString& state) {
-    if (state == lastState_)
+void MqttConnection::logState(State state, const QString& text) {
+    // One line per change: a broker away for an hour is one line, not one per try.
+    if (state == state_)
         return;
-    lastState_ = state;
-    qCInfo(lcMqtt).noquote() << state;
+    state_ = state;
+    qCInfo(lcMqtt).noquote() << text;
 }
 
 void MqttConnection::Open(const MqttConfig& config, const QString& willTopic) {
@@ -60,7 +61,7 @@ void MqttConnection::Open(const MqttConfig& config, const QString& willTopic) {
         return;
     open_ = true;
     retryMs_ = FirstRetryMs;
-    lastState_.clear();
+    state_ = State::None;
     attempt();
 }
 
@@ -79,7 +80,7 @@ void MqttConnection::Close() {
                 break;
     }
     if (open_)
-        logState(u"disconnected from the broker"_s);
+        logState(State::Closed, u"disconnected from the broker"_s);
     open_ = false;
     dropSocket();
     if (mosq_) {
@@ -192,9 +193,9 @@ void MqttConnection::lost(const QString& why) {
     setConnected(false);
     if (!open_)
         return;
-    logState(u"cannot reach %1:%2 (%3); trying again with back-off"_s.arg(config_.host)
-                 .arg(config_.port)
-                 .arg(why));
+    logState(State::Down, u"cannot reach %1:%2 (%3); trying again with back-off"_s.arg(config_.host)
+                              .arg(config_.port)
+                              .arg(why));
     retry_.start(retryMs_);
     retryMs_ = std::min(retryMs_ * 2, LastRetryMs);
 }
@@ -222,7 +223,8 @@ void MqttConnection::onConnect(mosquitto*, void* self, int rc) {
             if (!c->mosq_)
                 return;
             c->retryMs_ = FirstRetryMs;
-            c->logState(u"connected to %1:%2"_s.arg(c->config_.host).arg(c->config_.port));
+            c->logState(State::Up,
+                        u"connected to %1:%2"_s.arg(c->config_.host).arg(c->config_.port));
             c->setConnected(true);
         },
         Qt::QueuedConnection);

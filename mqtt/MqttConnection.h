@@ -58,7 +58,8 @@ private:
     void readable();
     void writable();
     void updateWrite();
-    void logState(const QString& state);
+    enum class State { None, Up, Down, Closed };
+    void logState(State state, const QString& text);
 
     mosquitto* mosq_ = nullptr;
     MqttConfig config_;
@@ -67,7 +68,7 @@ private:
     bool connected_ = false;
     int retryMs_ = FirstRetryMs;
     int lookup_ = -1;
-    QString lastState_;
+    State state_ = State::None;
     std::unique_ptr<QSocketNotifier> read_, write_;
     QTimer misc_;  // keep-alive and the library's timeouts
     QTimer retry_; // the next attempt after a loss

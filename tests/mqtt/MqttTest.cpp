@@ -113,6 +113,9 @@ TEST(Mqtt, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
     const QString dir = MakeHome(tmp.path(), u"home"_s, broker, u"den"_s);
     // A press left retained on the broker from long ago must not go out.
     broker.publish(u"kestrava/den/key/1/1/press"_s, "PRESS", true);
+    // A key deleted while the program was not running left its config behind.
+    const QString stale = u"homeassistant/button/kestrava_den/r9_k0/config"_s;
+    broker.publish(stale, R"({"name":"Gone"})", true);
     MqttWatcher ha(broker, {u"homeassistant/#"_s, u"kestrava/den/#"_s});
     ProgramProcess p({u"--headless"_s, u"--home"_s, dir});
     ASSERT_TRUE(ha.waitFor(u"kestrava/den/status"_s, "online")) << p.log().toStdString();
@@ -125,7 +128,7 @@ TEST(Mqtt, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
         return ha.on(u"homeassistant/device_automation/kestrava_den/r1_k1/config"_s).size() == 1;
     }));
     for (const auto& m : ha.messages) {
-        if (!m.topic.startsWith(prefix))
+        if (!m.topic.startsWith(prefix) || m.topic == stale)
             continue;
         const QJsonObject o = JsonOf(m.payload);
         ASSERT_FALSE(o.isEmpty()) << m.topic.toStdString();
@@ -151,6 +154,7 @@ TEST(Mqtt, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
             EXPECT_EQ(o.value(u"command_topic"_s).toString(), u"kestrava/den/ir/transmit"_s);
         }
     }
+    ASSERT_TRUE(WaitUntil([&] { return ha.on(stale)[0].payload.isEmpty(); }));
     EXPECT_EQ(buttons, 2);
     EXPECT_EQ(triggers, 2);
     EXPECT_TRUE(SimLog(dir).isEmpty()) << "a retained press went out";
@@ -205,6 +209,11 @@ TEST(Mqtt, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
         return JsonOf(ha.on(u"homeassistant/button/kestrava_den/r1_k1/config"_s)[0].payload)
                    .value(u"name"_s) == u"Volume"_s;
     }));
+    // A key learned elsewhere (here by hand) is a new button, and told.
+    WriteSignalFile(dir + u"/IRSignals/TV-Mute.bin"_s, SimDriver::NecSignal(0x40, 7));
+    SettingsStore(dir + u"/setting.ini"_s).WriteIni(u"Remote-1", u"Button-5", u"Mute");
+    ASSERT_TRUE(ha.waitFor(u"homeassistant/button/kestrava_den/r1_k5/config"_s, {}));
+    ASSERT_TRUE(ha.waitFor(u"kestrava/den/learned"_s, R"({"key":"Mute","remote":"TV"})"));
     SettingsStore(dir + u"/setting.ini"_s).DeleteIniSection(u"Remote-1");
     ASSERT_TRUE(WaitUntil([&] {
         return ha.on(u"homeassistant/button/kestrava_den/r1_k0/config"_s)[0].payload.isEmpty() &&
@@ -239,7 +248,8 @@ TEST(Mqtt, BrokerLostAndBackAndTheWillOfAKilledProgram) {
 
     broker.stop(); // its retained configs go with it: nothing persists
     ASSERT_TRUE(p.waitForLog(u"trying again"_s));
-    const QByteArray page = Fetch(web, "GET /api/v1/status HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
+    const QByteArray page =
+        Fetch(web, "GET /api/v1/status HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
     EXPECT_TRUE(page.startsWith("HTTP/1.1 200")) << page.left(100).toStdString();
     WaitMs(1500);
     ASSERT_TRUE(broker.start());
