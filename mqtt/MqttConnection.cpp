@@ -207,21 +207,19 @@ void MqttConnection::setConnected(bool on) {
     emit connectionChanged(on);
 }
 
-void MqttConnection::onConnect(mosquitto*, void* self, int rc) {
+// The callbacks run inside the library's read; what they start runs from the
+// event loop, and only while the same connection is still ours (a read that
+// failed has already dropped it, and that drop counts once).
+void MqttConnection::onConnect(mosquitto* m, void* self, int rc) {
     auto* c = static_cast<MqttConnection*>(self);
-    if (rc != 0) {
-        // Refused (bad name or password): the same back-off as a broker away.
-        QMetaObject::invokeMethod(
-            c, [c, rc] { c->lost(QString::fromUtf8(mosquitto_connack_string(rc))); },
-            Qt::QueuedConnection);
-        return;
-    }
-    // Told from the event loop, not from inside the library's read.
     QMetaObject::invokeMethod(
         c,
-        [c] {
-            if (!c->mosq_)
+        [c, m, rc] {
+            if (c->mosq_ != m)
                 return;
+            // Refused (bad name or password): the same back-off as a broker away.
+            if (rc != 0)
+                return c->lost(QString::fromUtf8(mosquitto_connack_string(rc)));
             c->retryMs_ = FirstRetryMs;
             c->logState(State::Up,
                         u"connected to %1:%2"_s.arg(c->config_.host).arg(c->config_.port));
@@ -230,11 +228,16 @@ void MqttConnection::onConnect(mosquitto*, void* self, int rc) {
         Qt::QueuedConnection);
 }
 
-void MqttConnection::onDisconnect(mosquitto*, void* self, int rc) {
+void MqttConnection::onDisconnect(mosquitto* m, void* self, int rc) {
     auto* c = static_cast<MqttConnection*>(self);
     if (rc != 0)
         QMetaObject::invokeMethod(
-            c, [c] { c->lost(u"connection lost"_s); }, Qt::QueuedConnection);
+            c,
+            [c, m] {
+                if (c->mosq_ == m)
+                    c->lost(u"connection lost"_s);
+            },
+            Qt::QueuedConnection);
 }
 
 void MqttConnection::onMessage(mosquitto*, void* self, const mosquitto_message* m) {

@@ -5,6 +5,7 @@
 #include "infrared/SignalStore.h"
 #include "infrared/SimDriver.h"
 #include "mqtt/MqttConfig.h"
+#include "mqtt/MqttConnection.h"
 #include "support/HttpClient.h"
 #include "support/MqttBroker.h"
 #include "support/ProgramProcess.h"
@@ -298,4 +299,27 @@ TEST(Mqtt, ThreeRoomsShareOneBroker) {
     WaitMs(300);
     EXPECT_TRUE(SimLog(dirs[0]).isEmpty());
     EXPECT_TRUE(SimLog(dirs[2]).isEmpty());
+}
+
+// A broker that refuses the login is tried again with a back-off that doubles
+// once per refusal, and is never taken for connected.
+TEST(Mqtt, RefusedLoginBacksOff) {
+    NEED_BROKER();
+    QTemporaryDir tmp;
+    MqttBroker broker(tmp.path(), u"ha"_s, u"right"_s);
+    ASSERT_TRUE(broker.start());
+    MqttConfig config;
+    config.host = u"127.0.0.1"_s;
+    config.port = broker.port;
+    config.nodeId = u"refused"_s;
+    config.user = u"ha"_s;
+    config.password = u"wrong"_s;
+    MqttConnection c;
+    int changes = 0;
+    QObject::connect(&c, &MqttConnection::connectionChanged, [&] { ++changes; });
+    c.Open(config, u"kestrava/refused/status"_s);
+    WaitMs(1500); // refused at once and after 1 s; the next try waits 2 s
+    EXPECT_FALSE(c.isConnected());
+    EXPECT_EQ(changes, 0);
+    EXPECT_EQ(c.retryMs(), 4 * MqttConnection::FirstRetryMs);
 }
