@@ -10,6 +10,7 @@
 #include "infrared/Transceiver.h"
 #include "infrared/formats/IrFormats.h"
 #include "learning/LearningStore.h"
+#include "remotes/Press.h"
 #include "remotes/Registry.h"
 #include "reservations/ReserveStore.h"
 #include "reservations/Scheduler.h"
@@ -50,32 +51,6 @@ QByteArray StampOf(const QString& path) {
            QByteArray::number(qlonglong(st.st_mtim.tv_sec)) + '.' +
            QByteArray::number(qlonglong(st.st_mtim.tv_nsec)) + ':' +
            QByteArray::number(qulonglong(st.st_ino));
-}
-
-// The signal a code stands for as a signal file holds it, or why it cannot be one.
-std::optional<SignalImage> ImageOf(const IrTiming& timing, QString* why) {
-    if (const QString problem = TimingProblem(timing); !problem.isEmpty()) {
-        *why = problem;
-        return {};
-    }
-    const auto blob = BlobFromTiming(timing);
-    if (!blob) {
-        *why = u"持続時間の種類が多すぎて信号ファイルにできません。"_s;
-        return {};
-    }
-    if (const QString problem = SignalProblem(*blob); !problem.isEmpty()) {
-        *why = problem;
-        return {};
-    }
-    const QByteArray bytes = blob->encode();
-    if (bytes.size() > SignalFileSize - 2) {
-        *why = u"信号ファイルには長すぎます。"_s;
-        return {};
-    }
-    SignalImage image{};
-    std::copy(bytes.begin(), bytes.end(), image.begin());
-    StampSignalLength(image, int(bytes.size()));
-    return image;
 }
 
 const QString NoRemoteText = u"リモコンが見つかりません。"_s;
@@ -603,17 +578,17 @@ void JsonApi::pressByName(const Api::Call& c, const Reply& r) {
     const int repeat = c.body.value(u"repeat"_s).toInt(1);
     if (repeat < 1 || repeat > MaxRepeat)
         return r.bad(u"repeat は 1～%1 の整数にしてください。"_s.arg(MaxRepeat));
-    const QString device = ShiftJis::RoundTrip(remote.toString());
-    const int slot =
-        remote.toString().isEmpty() ? 0 : FindRemoteSlot(settings_, device).existingSlot;
-    if (slot == 0)
+    NamedKey k;
+    switch (FindNamedKey(folder_, settings_, remote.toString(), key.toString(), &k)) {
+    case NamedKeyProblem::NoRemote:
         return r.notFound(u"「%1」というリモコンはありません。"_s.arg(remote.toString()));
-    const std::vector<QString> buttons = ReadRemoteButtons(settings_, slot);
-    const QString function = ShiftJis::RoundTrip(key.toString());
-    for (int k = 0; k < int(buttons.size()); ++k)
-        if (!function.isEmpty() && buttons[size_t(k)] == function)
-            return press(slot, k, repeat, r);
-    r.notFound(u"「%1」に「%2」というキーはありません。"_s.arg(remote.toString(), key.toString()));
+    case NamedKeyProblem::NoKey:
+        return r.notFound(
+            u"「%1」に「%2」というキーはありません。"_s.arg(remote.toString(), key.toString()));
+    case NamedKeyProblem::NotLearned:
+    case NamedKeyProblem::None:
+        return press(k.slot, k.key, repeat, r);
+    }
 }
 
 void JsonApi::transmit(const Api::Call& c, const Reply& r) {
@@ -622,7 +597,7 @@ void JsonApi::transmit(const Api::Call& c, const Reply& r) {
     const auto code = ReadTimingJson(bytes, u"request"_s, &why);
     if (!code)
         return r.bad(why);
-    const auto image = ImageOf(code->timing, &why);
+    const auto image = SignalImageOf(code->timing, &why);
     if (!image)
         return r.bad(why);
     const int repeat = c.body.value(u"repeat_count"_s).toInt(0);
@@ -751,7 +726,7 @@ void JsonApi::importCode(const Api::Call& c, const Reply& r) {
                     : u"信号が %1 個あります。一つだけにしてください。"_s.arg(read.codes.size()));
         timing = read.codes.front().timing;
     }
-    const auto image = ImageOf(*timing, &why);
+    const auto image = SignalImageOf(*timing, &why);
     if (!image)
         return r.bad(why);
     if (!storeKey(c.remote, c.key, t.name, *image, &why))

@@ -50,7 +50,8 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
       camera(folder_, settings_, prompt_),
       webServer(folder_, settings_, clock_, prompt_, dispatcher),
       api({folder_, settings_, clock_, device, scheduler, webServer,
-           [this] { return addressWatch.GlobalAddr(); }}) {
+           [this] { return addressWatch.GlobalAddr(); }}),
+      mqtt(folder_, settings_, device) {
     addressMail.setPrompt(&prompt);
     addressMail.setClock(&clock);
     scheduler.hibernate = [this] { power.HibernateNow(); };
@@ -132,6 +133,7 @@ void Program::Start() {
     scheduler.Start();
 
     internet.Start();
+    mqtt.Start();
     qCInfo(lcApp).noquote() << "started on" << folder.root();
 }
 
@@ -140,6 +142,8 @@ void Program::Close() {
         return;
     events.setClosing();
     qCInfo(lcApp) << "closing";
+    // Offline told before anything else goes.
+    mqtt.Close();
     emit events.releaseDevice();
     power.Close();
     addressWatch.Close();

@@ -4,6 +4,7 @@
 #include "camera/Camera.h"
 #include "core/ProgramEvents.h"
 #include "infrared/Transceiver.h"
+#include "mqtt/Mqtt.h"
 #include "power/Power.h"
 #include "reachability/AddressMail.h"
 #include "reachability/AddressWatch.h"
@@ -87,6 +88,8 @@ public:
     WebServer webServer;
     // The JSON API beside the pages, on the same server, queue and registry.
     JsonApi api;
+    // Home automation over MQTT, when a broker is set.
+    Mqtt mqtt;
 
     // The desktop: the windows and their launchers, none when headless.
     std::unique_ptr<RemoteLauncher> remoteLauncher;

@@ -72,6 +72,18 @@ inline const SettingKey PreviewAlwaysShow{QStringLiteral("Preview"), QStringLite
 inline const SettingKey HibernOrSuspend{QStringLiteral("Power"), QStringLiteral("HibernOrSuspend")};
 inline const SettingKey WakePortal{QStringLiteral("Power"), QStringLiteral("WakePortal")};
 
+// Home automation over MQTT. Server empty means off.
+inline const SettingKey MqttServer{QStringLiteral("MQTT"), QStringLiteral("Server")};
+inline const SettingKey MqttCAFile{QStringLiteral("MQTT"), QStringLiteral("CAFile")};
+inline const SettingKey MqttUser{QStringLiteral("MQTT"), QStringLiteral("User")};
+inline const SettingKey MqttPass{QStringLiteral("MQTT"), QStringLiteral("Password")};
+inline const SettingKey MqttNodeId{QStringLiteral("MQTT"), QStringLiteral("NodeId")};
+inline const SettingKey MqttTopic{QStringLiteral("MQTT"), QStringLiteral("Topic")};
+inline const SettingKey MqttDiscovery{QStringLiteral("MQTT"), QStringLiteral("Discovery")};
+inline const SettingKey MqttDiscoveryPrefix{QStringLiteral("MQTT"),
+                                            QStringLiteral("DiscoveryPrefix")};
+inline const SettingKey MqttListen{QStringLiteral("MQTT"), QStringLiteral("Listen")};
+
 inline const SettingKey WithWindows{QStringLiteral("Startup"), QStringLiteral("WithWindows")};
 inline const SettingKey DateFormat{QStringLiteral("DataFormat"), QStringLiteral("Time")};
 inline const SettingKey Hide{QStringLiteral("Pos"), QStringLiteral("Hide")};

@@ -2,8 +2,11 @@
 
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
+#include "core/ShiftJis.h"
 #include "infrared/SignalStore.h"
 #include "infrared/Transceiver.h"
+#include "infrared/formats/IrFormats.h"
+#include "learning/LearningStore.h"
 #include "remotes/Registry.h"
 
 #include <QFileInfo>
@@ -20,4 +23,47 @@ SendResult TXSignalById(Transceiver& device, QStringView remote, QStringView but
         return SendResult::Sent;
     return device.TransmitAndWait(path, Transceiver::Origin::Background,
                                   {u"page"_s, name, function});
+}
+
+NamedKeyProblem FindNamedKey(const ProgramFolder& folder, SettingsStore& settings,
+                             QStringView remote, QStringView key, NamedKey* out) {
+    const QString device = ShiftJis::RoundTrip(remote);
+    const int slot = device.isEmpty() ? 0 : FindRemoteSlot(settings, device).existingSlot;
+    if (slot == 0)
+        return NamedKeyProblem::NoRemote;
+    const std::vector<QString> buttons = ReadRemoteButtons(settings, slot);
+    const QString function = ShiftJis::RoundTrip(key);
+    for (int k = 0; k < int(buttons.size()); ++k) {
+        if (function.isEmpty() || buttons[size_t(k)] != function)
+            continue;
+        *out = {slot, k, settings.Read(Key::RemoteName(slot)), function,
+                SignalFilePath(folder, settings.Read(Key::RemoteName(slot)), function)};
+        return QFileInfo::exists(out->path) ? NamedKeyProblem::None : NamedKeyProblem::NotLearned;
+    }
+    return NamedKeyProblem::NoKey;
+}
+
+std::optional<SignalImage> SignalImageOf(const IrTiming& timing, QString* why) {
+    if (const QString problem = TimingProblem(timing); !problem.isEmpty()) {
+        *why = problem;
+        return {};
+    }
+    const auto blob = BlobFromTiming(timing);
+    if (!blob) {
+        *why = u"持続時間の種類が多すぎて信号ファイルにできません。"_s;
+        return {};
+    }
+    if (const QString problem = SignalProblem(*blob); !problem.isEmpty()) {
+        *why = problem;
+        return {};
+    }
+    const QByteArray bytes = blob->encode();
+    if (bytes.size() > SignalFileSize - 2) {
+        *why = u"信号ファイルには長すぎます。"_s;
+        return {};
+    }
+    SignalImage image{};
+    std::copy(bytes.begin(), bytes.end(), image.begin());
+    StampSignalLength(image, int(bytes.size()));
+    return image;
 }

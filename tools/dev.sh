@@ -19,7 +19,7 @@ cd "$(dirname "$0")/.."
 # What the program needs to build and run.
 PACKAGES=(
     cmake ninja-build g++ pkg-config ccache
-    qt6-base-dev qt6-qpa-plugins libzip-dev libcurl4-openssl-dev libminiupnpc-dev libv4l-dev
+    qt6-base-dev qt6-qpa-plugins libzip-dev libcurl4-openssl-dev libminiupnpc-dev libv4l-dev libmosquitto-dev
     fonts-noto-cjk
 )
 
@@ -33,6 +33,7 @@ TEST_PACKAGES=(
     miniupnpd miniupnpd-nftables nftables iproute2
     python3-dbusmock dbus
     lirc-compat-remotes
+    mosquitto mosquitto-clients
 )
 
 # What the kernel device tests add: the virtual machine, Debian's kernel to boot

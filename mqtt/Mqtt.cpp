@@ -1,0 +1,349 @@
+#include "mqtt/Mqtt.h"
+
+#include "core/AtomicFile.h"
+#include "core/ProgramFolder.h"
+#include "core/SettingKeys.h"
+#include "core/Settings.h"
+#include "infrared/SignalStore.h"
+#include "infrared/Transceiver.h"
+#include "mqtt/MqttCommands.h"
+#include "remotes/Press.h"
+#include "remotes/Registry.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLoggingCategory>
+
+#include <sys/stat.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+Q_LOGGING_CATEGORY(lcMqtt, "kestrava.mqtt")
+
+QByteArray StampOf(const QString& path) {
+    struct stat st {};
+    if (::stat(QFile::encodeName(path).constData(), &st) != 0)
+        return "-";
+    return QByteArray::number(qlonglong(st.st_size)) + ':' +
+           QByteArray::number(qlonglong(st.st_mtim.tv_sec)) + '.' +
+           QByteArray::number(qlonglong(st.st_mtim.tv_nsec)) + ':' +
+           QByteArray::number(qulonglong(st.st_ino));
+}
+
+QString ReasonOf(SendResult result) {
+    switch (result) {
+    case SendResult::Sent:
+        return {};
+    case SendResult::Busy:
+        return u"busy"_s;
+    case SendResult::NotOpened:
+        return u"not_opened"_s;
+    case SendResult::Failed:
+        break;
+    }
+    return u"failed"_s;
+}
+} // namespace
+
+Mqtt::Mqtt(const ProgramFolder& folder, SettingsStore& settings, Transceiver& device,
+           QObject* parent)
+    : QObject(parent), folder_(folder), settings_(settings), device_(device) {
+    connect(&connection_, &MqttConnection::connectionChanged, this, &Mqtt::connected);
+    connect(&connection_, &MqttConnection::message, this, &Mqtt::message);
+    // Every press from any front, as it ends.
+    connect(
+        &device_, &Transceiver::pressEnded, this,
+        [this](const SendLabel& label, SendResult result) {
+            if (label.source == u"learning")
+                return;
+            const bool ok = result == SendResult::Sent;
+            const QJsonObject o{{u"remote"_s, label.remote},
+                                {u"key"_s, label.key},
+                                {u"source"_s, label.source},
+                                {u"ok"_s, ok},
+                                {u"reason"_s, ok ? QJsonValue() : QJsonValue(ReasonOf(result))}};
+            publishEvent(u"event"_s, o);
+            publishEvent(u"last"_s, o, true);
+            if (label.source == u"reservation")
+                publishEvent(u"reservation"_s,
+                             {{u"remote"_s, label.remote}, {u"key"_s, label.key}, {u"ok"_s, ok}});
+        });
+    connect(&device_, &Transceiver::presenceChanged, this, [this](bool present) {
+        publishEvent(u"device"_s, {{u"state"_s, present ? u"back"_s : u"lost"_s}}, true);
+    });
+    settle_.setSingleShot(true);
+    settle_.setInterval(150);
+    connect(&settle_, &QTimer::timeout, this, [this] {
+        watch();
+        if (registryStamp() != stamp_)
+            syncDiscovery(false);
+    });
+    connect(&watcher_, &QFileSystemWatcher::directoryChanged, &settle_,
+            qOverload<>(&QTimer::start));
+    connect(&watcher_, &QFileSystemWatcher::fileChanged, &settle_, qOverload<>(&QTimer::start));
+    staleWindow_.setSingleShot(true);
+    staleWindow_.setInterval(3000);
+    connect(&staleWindow_, &QTimer::timeout, this, [this] {
+        connection_.Unsubscribe(config_.discoveryPrefix + u"/+/kestrava_"_s + config_.nodeId +
+                                u"/+/config"_s);
+    });
+}
+
+Mqtt::~Mqtt() = default;
+
+void Mqtt::Start() {
+    config_ = ReadMqttConfig(settings_, folder_);
+    if (!config_.enabled()) {
+        if (!config_.server.isEmpty())
+            qCWarning(lcMqtt).noquote()
+                << "not a broker address, MQTT stays off:" << config_.server;
+        return;
+    }
+    qCInfo(lcMqtt).noquote() << "node" << config_.nodeId << "on" << config_.server << "topic"
+                             << config_.topic;
+    watch();
+    connection_.Open(config_, config_.topic + u"/status"_s);
+}
+
+void Mqtt::Close() {
+    connection_.Close();
+    watcher_.removePaths(watcher_.files() + watcher_.directories());
+    settle_.stop();
+}
+
+void Mqtt::Reconfigure() {
+    Close();
+    published_.clear();
+    synced_ = false;
+    Start();
+}
+
+void Mqtt::watch() {
+    // setting.ini is replaced whole, so its folder is watched; IRSignals for the files.
+    const QStringList wanted{QFileInfo(settings_.path()).absolutePath(),
+                             folder_.path(u"IRSignals"_s)};
+    for (const QString& dir : wanted)
+        if (!watcher_.directories().contains(dir) && QFileInfo(dir).isDir())
+            watcher_.addPath(dir);
+}
+
+QByteArray Mqtt::registryStamp() const {
+    return StampOf(settings_.path()) + '|' + StampOf(folder_.path(u"IRSignals"_s));
+}
+
+void Mqtt::connected(bool on) {
+    emit connectionChanged(on);
+    if (!on) {
+        synced_ = false;
+        staleWindow_.stop();
+        return;
+    }
+    const QString t = config_.topic;
+    connection_.Publish(t + u"/status"_s, "online", true, 1);
+    connection_.Subscribe(t + u"/press"_s);
+    connection_.Subscribe(t + u"/key/+/+/press"_s);
+    connection_.Subscribe(Discovery::EmitterTopic(t));
+    if (config_.discovery) {
+        // Configs left from keys deleted while we were away come back retained.
+        connection_.Subscribe(config_.discoveryPrefix + u"/+/kestrava_"_s + config_.nodeId +
+                              u"/+/config"_s);
+        staleWindow_.start();
+    }
+    syncDiscovery(true);
+}
+
+std::vector<Discovery::Remote> Mqtt::readRemotes() {
+    std::vector<Discovery::Remote> out;
+    SettingsStore::Batch batch(settings_);
+    for (int slot = 1; slot <= MaxListedRemoteId; ++slot) {
+        const QString name = settings_.Read(Key::RemoteName(slot));
+        const Design* design = DesignByText(settings_.Read(Key::RemoteDesign(slot)));
+        if (name.isEmpty() || !design)
+            continue;
+        Discovery::Remote r{slot, name, design->id, {}};
+        const std::vector<QString> buttons = ReadRemoteButtons(settings_, slot);
+        for (int k = 0; k < int(buttons.size()); ++k) {
+            const QString& function = buttons[size_t(k)];
+            if (function.isEmpty())
+                continue;
+            const QString path = SignalFilePath(folder_, name, function);
+            const QFileInfo fi(path);
+            if (!fi.exists())
+                continue;
+            Decoded& d = decoded_[path];
+            const qint64 mtime = fi.lastModified().toMSecsSinceEpoch();
+            if (d.size != fi.size() || d.mtimeMs != mtime) {
+                QByteArray blob;
+                QString why;
+                d = {fi.size(), mtime, false};
+                if (ReadCheckedSignal(path, &blob, &why) == SignalRead::Ok)
+                    if (auto b = IrBlob::decode(blob))
+                        d.decodes = DecodeSignal(TimingFromBlob(*b)).decoded();
+            }
+            r.keys.push_back({k, function, d.decodes});
+        }
+        out.push_back(std::move(r));
+    }
+    return out;
+}
+
+void Mqtt::syncDiscovery(bool all) {
+    stamp_ = registryStamp();
+    if (!connection_.isConnected())
+        return;
+    Discovery::Configs next;
+    if (config_.discovery)
+        next = Discovery::Build(
+            {config_.nodeId, config_.topic, config_.discoveryPrefix, canListen && canListen()},
+            readRemotes());
+    int sent = 0, cleared = 0;
+    for (const auto& [topic, payload] : published_)
+        if (!next.contains(topic)) {
+            connection_.Publish(topic, {}, true, 1);
+            ++cleared;
+        }
+    const QString buttonPrefix = config_.discoveryPrefix + u"/button/"_s;
+    for (const auto& [topic, payload] : next) {
+        const auto old = published_.find(topic);
+        if (!all && old != published_.end() && old->second == payload)
+            continue;
+        connection_.Publish(topic, payload, true, 1);
+        ++sent;
+        // A key that was not there before has just been learned.
+        if (synced_ && old == published_.end() && topic.startsWith(buttonPrefix)) {
+            const QJsonObject o = QJsonDocument::fromJson(payload).object();
+            publishEvent(u"learned"_s,
+                         {{u"remote"_s, o.value(u"device"_s).toObject().value(u"name"_s)},
+                          {u"key"_s, o.value(u"name"_s)}});
+        }
+    }
+    if (sent || cleared)
+        qCDebug(lcMqtt) << "discovery:" << sent << "published," << cleared << "cleared";
+    published_ = std::move(next);
+    synced_ = true;
+}
+
+void Mqtt::message(const QString& topic, const QByteArray& payload, bool retained) {
+    if (!connection_.isConnected())
+        return;
+    // A retained discovery config of ours that we no longer have: left from
+    // before a restart, cleared now.
+    if (topic.startsWith(config_.discoveryPrefix + u'/') && topic.endsWith(u"/config")) {
+        if (retained && !payload.isEmpty() && !published_.contains(topic))
+            connection_.Publish(topic, {}, true, 1);
+        return;
+    }
+    if (!topic.startsWith(config_.topic + u'/'))
+        return;
+    const QString relative = topic.mid(config_.topic.size() + 1);
+    // A retained command is an old one: acted on when it was sent, or never.
+    if (retained) {
+        qCInfo(lcMqtt).noquote() << "ignored a retained command on" << relative;
+        return;
+    }
+    QString why;
+    if (relative == u"press") {
+        const auto press = MqttCommand::ParsePress(payload, &why);
+        if (!press)
+            return refused(relative, "bad_request", why);
+        NamedKey k;
+        switch (FindNamedKey(folder_, settings_, press->remote, press->key, &k)) {
+        case NamedKeyProblem::NoRemote:
+            return refused(relative, "not_found", u"no remote named \"%1\""_s.arg(press->remote));
+        case NamedKeyProblem::NoKey:
+            return refused(relative, "not_found",
+                           u"no key \"%1\" on \"%2\""_s.arg(press->key, press->remote));
+        case NamedKeyProblem::NotLearned:
+            return refused(relative, "not_learned", u"the key has no signal yet"_s);
+        case NamedKeyProblem::None:
+            return send(k.path, k.device, k.function);
+        }
+        return;
+    }
+    if (relative == u"ir/transmit")
+        return emitTimings(payload, relative);
+    if (const auto key = MqttCommand::ParseKeyTopic(relative)) {
+        if (payload != "PRESS")
+            return refused(relative, "bad_request", u"the payload must be PRESS"_s);
+        return pressKey(key->slot, key->button, relative);
+    }
+}
+
+void Mqtt::refused(const QString& relative, const QByteArray& code, const QString& why) {
+    qCWarning(lcMqtt).noquote() << "refused a message on" << relative.left(200) << "-"
+                                << why.left(300);
+    connection_.Publish(config_.topic + u"/error"_s,
+                        QJsonDocument(QJsonObject{{u"topic"_s, relative},
+                                                  {u"error"_s, QString::fromLatin1(code)},
+                                                  {u"message"_s, why}})
+                            .toJson(QJsonDocument::Compact),
+                        false);
+}
+
+void Mqtt::pressKey(int slot, int button, const QString& relative) {
+    const QString device = settings_.Read(Key::RemoteName(slot));
+    const std::vector<QString> buttons = ReadRemoteButtons(settings_, slot);
+    if (device.isEmpty() || button >= int(buttons.size()) || buttons[size_t(button)].isEmpty())
+        return refused(relative, "not_found", u"no such key"_s);
+    const QString function = buttons[size_t(button)];
+    const QString path = SignalFilePath(folder_, device, function);
+    if (!QFileInfo::exists(path))
+        return refused(relative, "not_learned", u"the key has no signal yet"_s);
+    send(path, device, function);
+}
+
+void Mqtt::send(const QString& path, const QString& device, const QString& function) {
+    // As on the pages: test mode sends nothing.
+    if (IsTestMode(settings_))
+        return;
+    device_.Enqueue(path, [](SendResult) {}, {u"mqtt"_s, device, function});
+}
+
+void Mqtt::emitTimings(const QByteArray& payload, const QString& relative) {
+    QString why;
+    const auto emit_ = MqttCommand::ParseEmit(payload, &why);
+    if (!emit_)
+        return refused(relative, "bad_request", why);
+    const auto image = SignalImageOf(emit_->timing, &why);
+    if (!image)
+        return refused(relative, "bad_request", why);
+    if (IsTestMode(settings_))
+        return;
+    // The queue takes signal files; this one is read back before Enqueue returns.
+    const QString path = folder_.path(u"mqtt-transmit.tmp"_s);
+    if (!WriteFileAtomically(
+            path, QByteArrayView(reinterpret_cast<const char*>(image->data()), SignalFileSize),
+            0644, &why))
+        return refused(relative, "not_written", why);
+    for (int i = 0; i <= emit_->repeat; ++i)
+        device_.Enqueue(path, [](SendResult) {}, {u"mqtt"_s, {}, {}});
+    QFile::remove(path);
+}
+
+void Mqtt::publishEvent(const QString& name, const QJsonObject& data, bool retain) {
+    connection_.Publish(config_.topic + u'/' + name,
+                        QJsonDocument(data).toJson(QJsonDocument::Compact), retain);
+}
+
+void Mqtt::PublishFrame(const IrTiming& timing, const IrCode& code) {
+    QJsonArray timings;
+    for (size_t i = 0; i < timing.durations.size(); ++i)
+        timings.append(i % 2 == 0 ? qint64(timing.durations[i]) : -qint64(timing.durations[i]));
+    QJsonObject o{{u"timings"_s, timings}, {u"modulation"_s, timing.carrierHz}};
+    if (code.decoded()) {
+        const QString spec = CodeSpec(code);
+        o[u"protocol"_s] = spec.section(u':', 0, 0);
+        o[u"scancode"_s] = spec.section(u':', 1);
+    }
+    connection_.Publish(Discovery::ReceiverTopic(config_.topic),
+                        QJsonDocument(o).toJson(QJsonDocument::Compact), false);
+}
+
+void Mqtt::PublishKeyHeard(int slot, int button, const QString& remote, const QString& key) {
+    connection_.Publish(Discovery::TriggerTopic(config_.topic, slot, button), "press", false);
+    publishEvent(u"heard"_s, {{u"remote"_s, remote}, {u"key"_s, key}});
+}

@@ -1,0 +1,88 @@
+#pragma once
+
+#include "infrared/IrProtocol.h"
+#include "infrared/IrSignal.h"
+#include "infrared/Transmission.h"
+#include "mqtt/Discovery.h"
+#include "mqtt/MqttConfig.h"
+#include "mqtt/MqttConnection.h"
+
+#include <QFileSystemWatcher>
+#include <QHash>
+#include <QObject>
+#include <QTimer>
+
+#include <functional>
+
+class ProgramFolder;
+class SettingsStore;
+class Transceiver;
+
+// Kestrava on an MQTT broker, for Home Assistant and anything else there:
+// discovery of the hub, the remotes and their keys; presses and raw timings
+// asked for on our topics, sent through the same queue as every other
+// press; every press, reservation, learned key and transceiver change told.
+class Mqtt : public QObject {
+    Q_OBJECT
+public:
+    Mqtt(const ProgramFolder& folder, SettingsStore& settings, Transceiver& device,
+         QObject* parent = nullptr);
+    ~Mqtt() override;
+
+    // Reads [MQTT] and connects when a server is set.
+    void Start();
+    // Publishes offline and disconnects.
+    void Close();
+    // Rereads [MQTT] and connects afresh (the settings dialog's OK).
+    void Reconfigure();
+
+    bool isConnected() const { return connection_.isConnected(); }
+    QString nodeId() const { return config_.nodeId; }
+    QString baseTopic() const { return config_.topic; }
+    QString server() const { return config_.server; }
+    const MqttConfig& config() const { return config_; }
+
+    // Whether the transceiver can receive between sends: a receiver entity then.
+    std::function<bool()> canListen;
+
+    // What the listener heard: every frame on the receiver's state topic, and
+    // a learned key's trigger.
+    void PublishFrame(const IrTiming& timing, const IrCode& code);
+    void PublishKeyHeard(int slot, int button, const QString& remote, const QString& key);
+
+    MqttConnection& connection() { return connection_; }
+
+signals:
+    void connectionChanged(bool connected);
+
+private:
+    void connected(bool on);
+    void message(const QString& topic, const QByteArray& payload, bool retained);
+    void refused(const QString& relative, const QByteArray& code, const QString& why);
+    void pressKey(int slot, int button, const QString& relative);
+    void send(const QString& path, const QString& device, const QString& function);
+    void emitTimings(const QByteArray& payload, const QString& relative);
+    void publishEvent(const QString& name, const QJsonObject& data, bool retain = false);
+    // Builds the configs and publishes what changed; cleared ones get an empty payload.
+    void syncDiscovery(bool all);
+    std::vector<Discovery::Remote> readRemotes();
+    QByteArray registryStamp() const;
+    void watch();
+
+    const ProgramFolder& folder_;
+    SettingsStore& settings_;
+    Transceiver& device_;
+    MqttConfig config_;
+    MqttConnection connection_;
+    Discovery::Configs published_;
+    bool synced_ = false; // published_ holds what the broker has
+    QByteArray stamp_;
+    QFileSystemWatcher watcher_;
+    QTimer settle_;      // changes to the registry come in bursts
+    QTimer staleWindow_; // while it runs, retained configs not ours now are cleared
+    struct Decoded {
+        qint64 size = -1, mtimeMs = 0;
+        bool decodes = false;
+    };
+    QHash<QString, Decoded> decoded_;
+};

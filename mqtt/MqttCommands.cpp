@@ -1,0 +1,73 @@
+#include "mqtt/MqttCommands.h"
+
+#include "infrared/formats/IrFormats.h"
+#include "remotes/Registry.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+
+using namespace Qt::StringLiterals;
+
+namespace MqttCommand {
+
+namespace {
+std::optional<QJsonObject> ObjectOf(QByteArrayView payload, QString* why) {
+    if (payload.size() > MaxPayload) {
+        *why = u"payload too large"_s;
+        return {};
+    }
+    QJsonParseError error{};
+    const QJsonDocument doc = QJsonDocument::fromJson(payload.toByteArray(), &error);
+    if (error.error != QJsonParseError::NoError || !doc.isObject()) {
+        *why = u"not a JSON object"_s;
+        return {};
+    }
+    return doc.object();
+}
+} // namespace
+
+std::optional<Press> ParsePress(QByteArrayView payload, QString* why) {
+    const auto o = ObjectOf(payload, why);
+    if (!o)
+        return {};
+    const QJsonValue remote = o->value(u"remote"_s), key = o->value(u"key"_s);
+    if (!remote.isString() || !key.isString() || remote.toString().isEmpty() ||
+        key.toString().isEmpty()) {
+        *why = u"\"remote\" and \"key\" must name a remote and its key"_s;
+        return {};
+    }
+    return Press{remote.toString(), key.toString()};
+}
+
+std::optional<KeyRef> ParseKeyTopic(QStringView relative) {
+    const auto parts = relative.split(u'/');
+    if (parts.size() != 4 || parts[0] != u"key" || parts[3] != u"press")
+        return {};
+    bool ok1 = false, ok2 = false;
+    const int slot = parts[1].toInt(&ok1);
+    const int button = parts[2].toInt(&ok2);
+    // Only plain decimal numbers, as we publish them.
+    if (!ok1 || !ok2 || slot < 1 || slot > MaxRemoteId || button < 0 || button > 999 ||
+        QString::number(slot) != parts[1] || QString::number(button) != parts[2])
+        return {};
+    return KeyRef{slot, button};
+}
+
+std::optional<Emit> ParseEmit(QByteArrayView payload, QString* why) {
+    const auto o = ObjectOf(payload, why);
+    if (!o)
+        return {};
+    const auto code = ReadTimingJson(payload, u"payload"_s, why);
+    if (!code)
+        return {};
+    const QJsonValue n = o->value(u"repeat_count"_s);
+    const double repeat = n.isUndefined() || n.isNull() ? 0 : n.toDouble(-1);
+    if ((!n.isUndefined() && !n.isNull() && !n.isDouble()) || repeat < 0 || repeat > MaxRepeat ||
+        repeat != int(repeat)) {
+        *why = u"\"repeat_count\" must be 0 to %1"_s.arg(MaxRepeat);
+        return {};
+    }
+    return Emit{code->timing, int(repeat)};
+}
+
+} // namespace MqttCommand

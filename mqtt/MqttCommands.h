@@ -1,0 +1,39 @@
+#pragma once
+
+#include "infrared/IrSignal.h"
+
+#include <QByteArrayView>
+#include <QString>
+#include <QStringView>
+
+#include <optional>
+
+// What a message on one of our command topics asks for. Everything here is
+// outside bytes: the parsers refuse with why rather than guess.
+namespace MqttCommand {
+
+// The longest payload taken; discovery-sized JSON is far below it.
+constexpr qsizetype MaxPayload = 64 * 1024;
+constexpr int MaxRepeat = 20;
+
+// <Topic>/press: {"remote": NAME, "key": NAME}.
+struct Press {
+    QString remote, key;
+};
+std::optional<Press> ParsePress(QByteArrayView payload, QString* why);
+
+// A button's command topic <Topic>/key/<slot>/<button>/press ("PRESS").
+struct KeyRef {
+    int slot = 0;
+    int button = -1;
+};
+std::optional<KeyRef> ParseKeyTopic(QStringView relative);
+
+// The emitter's command: {"timings": [signed µs], "modulation": HZ, "repeat_count": n}.
+struct Emit {
+    IrTiming timing;
+    int repeat = 0;
+};
+std::optional<Emit> ParseEmit(QByteArrayView payload, QString* why);
+
+} // namespace MqttCommand

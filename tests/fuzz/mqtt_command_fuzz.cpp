@@ -1,0 +1,39 @@
+// A message on one of our MQTT command topics: the topic after the base and
+// the payload, as the press, button and emitter commands read them.
+#include "mqtt/MqttCommands.h"
+#include "mqtt/MqttConfig.h"
+#include "remotes/Registry.h"
+
+#include <cstdlib>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    // Up to the first newline: a topic (and a server address); the rest: the payload.
+    const QByteArrayView all(reinterpret_cast<const char*>(data), qsizetype(size));
+    const qsizetype nl = all.indexOf('\n');
+    const QString topic = QString::fromUtf8(nl < 0 ? all : all.first(nl));
+    const QByteArrayView payload = nl < 0 ? QByteArrayView() : all.sliced(nl + 1);
+    if (const auto key = MqttCommand::ParseKeyTopic(topic))
+        if (key->slot < 1 || key->slot > MaxRemoteId || key->button < 0)
+            abort();
+    QString why;
+    if (const auto press = MqttCommand::ParsePress(payload, &why)) {
+        if (press->remote.isEmpty() || press->key.isEmpty())
+            abort();
+    } else if (why.isEmpty()) {
+        abort();
+    }
+    why.clear();
+    if (const auto emit = MqttCommand::ParseEmit(payload, &why)) {
+        if (emit->repeat < 0 || emit->repeat > MqttCommand::MaxRepeat ||
+            emit->timing.durations.empty())
+            abort();
+    } else if (why.isEmpty()) {
+        abort();
+    }
+    QString host;
+    quint16 port = 0;
+    bool tls = false;
+    if (ParseMqttServer(topic, &host, &port, &tls) && (host.isEmpty() || port == 0))
+        abort();
+    return 0;
+}
