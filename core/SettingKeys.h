@@ -52,18 +52,6 @@ inline const SettingKey ComPort{QStringLiteral("Tira"), QStringLiteral("ComPort"
 inline const SettingKey TransceiverPath{QStringLiteral("Tira"), QStringLiteral("Device")};
 inline const SettingKey TestMode{QStringLiteral("Tira"), QStringLiteral("Testmode")};
 
-// MQTT: the broker, who we are on it and what we tell it.
-inline const SettingKey MqttServer{QStringLiteral("MQTT"), QStringLiteral("Server")};
-inline const SettingKey MqttCAFile{QStringLiteral("MQTT"), QStringLiteral("CAFile")};
-inline const SettingKey MqttUser{QStringLiteral("MQTT"), QStringLiteral("User")};
-inline const SettingKey MqttPassword{QStringLiteral("MQTT"), QStringLiteral("Password")};
-inline const SettingKey MqttNodeId{QStringLiteral("MQTT"), QStringLiteral("NodeId")};
-inline const SettingKey MqttTopic{QStringLiteral("MQTT"), QStringLiteral("Topic")};
-inline const SettingKey MqttDiscovery{QStringLiteral("MQTT"), QStringLiteral("Discovery")};
-inline const SettingKey MqttDiscoveryPrefix{QStringLiteral("MQTT"),
-                                            QStringLiteral("DiscoveryPrefix")};
-inline const SettingKey MqttListen{QStringLiteral("MQTT"), QStringLiteral("Listen")};
-
 inline const SettingKey CameraDevice{QStringLiteral("Camera"), QStringLiteral("Device")};
 inline const SettingKey CameraPixelFormat{QStringLiteral("Camera"), QStringLiteral("PixelFormat")};
 inline const SettingKey CameraFrameSize{QStringLiteral("Camera"), QStringLiteral("FrameSize")};

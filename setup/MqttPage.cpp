@@ -63,7 +63,7 @@ void MqttPage::load() {
     txtServer_->setText(s.Read(Key::MqttServer));
     txtCAFile_->setText(s.Read(Key::MqttCAFile));
     txtUser_->setText(s.Read(Key::MqttUser));
-    txtPass_->setText(ScramblePassword(u"RESET", s.Read(Key::MqttPassword)));
+    txtPass_->setText(ScramblePassword(u"RESET", s.Read(Key::MqttPass)));
     txtNodeId_->setText(s.Read(Key::MqttNodeId));
     txtTopic_->setText(s.Read(Key::MqttTopic));
     // Discovery is on unless switched off.
@@ -100,7 +100,7 @@ void MqttPage::save() {
     s.Write(Key::MqttServer, txtServer_->text().trimmed());
     s.Write(Key::MqttCAFile, txtCAFile_->text().trimmed());
     s.Write(Key::MqttUser, txtUser_->text());
-    s.Write(Key::MqttPassword, ScramblePassword(u"SET", txtPass_->text()));
+    s.Write(Key::MqttPass, ScramblePassword(u"SET", txtPass_->text()));
     s.Write(Key::MqttNodeId, txtNodeId_->text().trimmed());
     s.Write(Key::MqttTopic, txtTopic_->text().trimmed());
     s.Write(Key::MqttDiscoveryPrefix, txtPrefix_->text().trimmed());
