@@ -189,7 +189,9 @@ void IrListener::Hear(const IrTiming& heard, qint64 startedMs) {
         lastMs_ = now; // still held
         return;
     }
-    const IrTiming folded = FoldRepeats(heard);
+    IrTiming folded = FoldRepeats(heard);
+    if (folded.carrierHz == 0) // receivers that do not measure it: the protocol's
+        folded.carrierHz = ProtocolCarrierHz(code.protocol);
     haveLast_ = true;
     lastCode_ = code;
     lastFrame_ = folded.frame();
