@@ -7,6 +7,7 @@
 #include "infrared/Transceiver.h"
 #include "remotes/Registry.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QLoggingCategory>
 
@@ -76,7 +77,7 @@ QString IrListener::target() const {
 
 bool IrListener::canListen() const {
     const QString t = target();
-    return !t.isEmpty() && IsLircDevice(t);
+    return t == u"sim" || (!t.isEmpty() && IsLircDevice(t));
 }
 
 void IrListener::SetListening(bool on) {
@@ -99,8 +100,15 @@ void IrListener::update() {
 }
 
 void IrListener::open() {
-    if (path_.isEmpty() || fd_ >= 0)
+    if (path_.isEmpty() || listening())
         return;
+    if (path_ == u"sim") {
+        simWatch_ = std::make_unique<QFileSystemWatcher>(QStringList{folder_.root()});
+        connect(simWatch_.get(), &QFileSystemWatcher::directoryChanged, this, &IrListener::readSim);
+        readSim();
+        qCInfo(lcListen) << "listening on the simulator";
+        return;
+    }
     const auto fail = [this](const char* why) {
         if (!failed_)
             qCWarning(lcListen).noquote()
@@ -129,6 +137,7 @@ void IrListener::open() {
 }
 
 void IrListener::close() {
+    simWatch_.reset();
     quiet_.stop();
     notifier_.reset();
     if (fd_ >= 0)
@@ -163,6 +172,24 @@ void IrListener::onReadable() {
         close();
         retry_.start();
         return;
+    }
+}
+
+void IrListener::readSim() {
+    QFile file(folder_.path(u"sim-receive"_s));
+    if (!file.exists() || !file.open(QIODevice::ReadOnly))
+        return;
+    const QByteArray text = file.read(64 * 1024);
+    file.close();
+    file.remove();
+    for (const QByteArray& line : text.split('\n')) {
+        QString why;
+        const auto code = ParseCodeSpec(QString::fromUtf8(line.trimmed()), &why);
+        const auto timing = code ? EncodeSignal(*code) : std::nullopt;
+        if (timing)
+            Hear(*timing, clock_.elapsed());
+        else if (!line.trimmed().isEmpty())
+            qCWarning(lcListen).noquote() << "sim-receive:" << why;
     }
 }
 

@@ -6,6 +6,7 @@
 
 #include <QByteArray>
 #include <QElapsedTimer>
+#include <QFileSystemWatcher>
 #include <QObject>
 #include <QSocketNotifier>
 #include <QString>
@@ -25,7 +26,8 @@ class Transceiver;
 // Tira has to leave capture mode to send and loses what it hears meanwhile, so
 // it is not used to listen. Frames that arrive while a send or a capture is
 // under way (or began before it ended) are our own echo or a key being
-// learned, and are dropped.
+// learned, and are dropped. The simulator hears the codes written into
+// sim-receive in the program folder, one "nec:0x4012" a line.
 class IrListener : public QObject {
     Q_OBJECT
 public:
@@ -38,7 +40,7 @@ public:
     void SetListening(bool on);
     // The transceiver set can receive between sends.
     bool canListen() const;
-    bool listening() const { return fd_ >= 0; }
+    bool listening() const { return fd_ >= 0 || simWatch_; }
 
     // A message as received, started at startedMs (on the listener's clock,
     // elapsedMs()); the device calls it, tests may.
@@ -72,6 +74,7 @@ private:
     void open();
     void close();
     void onReadable();
+    void readSim();
     void endMessage();
     bool muted(qint64 startedMs) const;
     const std::vector<Learned>& learned();
@@ -84,6 +87,7 @@ private:
     int fd_ = -1;
     bool failed_ = false; // logged as unable to listen
     std::unique_ptr<QSocketNotifier> notifier_;
+    std::unique_ptr<QFileSystemWatcher> simWatch_;
     Mode2Message message_;
     qint64 messageStart_ = 0;
     QTimer quiet_; // ends a message the kernel did not end
