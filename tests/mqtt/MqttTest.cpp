@@ -1,0 +1,291 @@
+#include "core/Password.h"
+#include "core/ProgramFolder.h"
+#include "core/Settings.h"
+#include "infrared/IrSignal.h"
+#include "infrared/SignalStore.h"
+#include "infrared/SimDriver.h"
+#include "mqtt/MqttConfig.h"
+#include "support/HttpClient.h"
+#include "support/MqttBroker.h"
+#include "support/ProgramProcess.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#include <set>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// A program folder with the simulator and a remote "TV" of two learned keys.
+QString MakeHome(const QString& root, const QString& name, const MqttBroker& broker,
+                 const QString& nodeId = {}) {
+    const QString dir = root + u'/' + name;
+    QDir().mkpath(dir + u"/IRSignals"_s);
+    SettingsStore s(dir + u"/setting.ini"_s);
+    s.WriteIni(u"Tira", u"Device", u"sim");
+    s.WriteIni(u"WebServer", u"Port", u"0");
+    s.Write(Key::MqttServer, u"127.0.0.1:"_s + QString::number(broker.port));
+    if (!nodeId.isEmpty())
+        s.Write(Key::MqttNodeId, nodeId);
+    if (!broker.user.isEmpty()) {
+        s.Write(Key::MqttUser, broker.user);
+        s.Write(Key::MqttPass, ScramblePassword(u"SET", broker.password));
+    }
+    s.WriteIni(u"Remote-1", u"Device", u"TV");
+    s.WriteIni(u"Remote-1", u"Design", u"4");
+    const QStringList keys{u"Power"_s, u"Vol"_s};
+    for (int k = 0; k < keys.size(); ++k) {
+        s.WriteIni(u"Remote-1", u"Button-"_s + QString::number(k), keys[k]);
+        WriteSignalFile(dir + u"/IRSignals/TV-"_s + keys[k] + u".bin"_s,
+                        SimDriver::NecSignal(0x40, uint8_t(k)));
+    }
+    return dir;
+}
+
+QStringList SimLog(const QString& dir) {
+    QFile f(dir + u"/sim-transmit.log"_s);
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromLatin1(f.readAll()).split(u'\n', Qt::SkipEmptyParts);
+}
+
+QJsonObject JsonOf(const QByteArray& payload) {
+    return QJsonDocument::fromJson(payload).object();
+}
+
+#define NEED_BROKER()                                                                              \
+    if (!MqttBroker::available())                                                                  \
+    GTEST_SKIP() << "no mosquitto here"
+
+} // namespace
+
+TEST(MqttConfig, ServerAddressesAndTheNodeIdKeptOnce) {
+    QString host;
+    quint16 port = 0;
+    bool tls = false;
+    EXPECT_TRUE(ParseMqttServer(u"broker.lan", &host, &port, &tls));
+    EXPECT_EQ(port, 1883);
+    EXPECT_TRUE(ParseMqttServer(u"mqtts://broker.lan", &host, &port, &tls));
+    EXPECT_TRUE(tls);
+    EXPECT_EQ(port, 8883);
+    EXPECT_TRUE(ParseMqttServer(u"[::1]:1884", &host, &port, &tls));
+    EXPECT_EQ(host, u"::1"_s);
+    EXPECT_EQ(port, 1884);
+    for (const char* bad : {"", "host:0", "host:70000", "mqtt://", "a b", "host:x"})
+        EXPECT_FALSE(ParseMqttServer(QString::fromLatin1(bad), &host, &port, &tls)) << bad;
+
+    // Different folders on one host are different nodes; the same folder is the same.
+    EXPECT_NE(DeriveNodeId(u"Living.Room"_s, u"/a"_s), DeriveNodeId(u"Living.Room"_s, u"/b"_s));
+    EXPECT_EQ(DeriveNodeId(u"Living.Room"_s, u"/a"_s), DeriveNodeId(u"Living.Room"_s, u"/a"_s));
+    EXPECT_TRUE(DeriveNodeId(u"Living.Room"_s, u"/a"_s).startsWith(u"living-room-"_s));
+
+    QTemporaryDir tmp;
+    ProgramFolder folder(tmp.path());
+    SettingsStore s(tmp.path() + u"/setting.ini"_s);
+    MqttConfig c = ReadMqttConfig(s, folder);
+    EXPECT_FALSE(c.enabled());
+    EXPECT_TRUE(s.Read(Key::MqttNodeId).isEmpty()) << "written with MQTT off";
+    s.Write(Key::MqttServer, u"127.0.0.1"_s);
+    s.Write(Key::MqttPass, ScramblePassword(u"SET", u"pw"_s));
+    s.Write(Key::MqttTopic, u"house/#"_s);
+    c = ReadMqttConfig(s, folder);
+    EXPECT_TRUE(c.enabled() && c.discovery);
+    EXPECT_EQ(c.password, u"pw"_s);
+    EXPECT_EQ(s.Read(Key::MqttNodeId), c.nodeId);
+    EXPECT_EQ(c.topic, u"kestrava/"_s + c.nodeId) << "a wildcard topic is not ours";
+    EXPECT_EQ(c.discoveryPrefix, u"homeassistant"_s);
+}
+
+// Home Assistant's side of one Kestrava: its configs, a button press, raw
+// timings, a bad command, a retained one, and a key renamed and a remote deleted.
+TEST(Mqtt, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
+    NEED_BROKER();
+    QTemporaryDir tmp;
+    MqttBroker broker(tmp.path());
+    ASSERT_TRUE(broker.start());
+    const QString dir = MakeHome(tmp.path(), u"home"_s, broker, u"den"_s);
+    // A press left retained on the broker from long ago must not go out.
+    broker.publish(u"kestrava/den/key/1/1/press"_s, "PRESS", true);
+    MqttWatcher ha(broker, {u"homeassistant/#"_s, u"kestrava/den/#"_s});
+    ProgramProcess p({u"--headless"_s, u"--home"_s, dir});
+    ASSERT_TRUE(ha.waitFor(u"kestrava/den/status"_s, "online")) << p.log().toStdString();
+    ASSERT_TRUE(ha.waitFor(u"homeassistant/infrared/kestrava_den/emitter/config"_s, {}));
+
+    const QString prefix = u"homeassistant/"_s;
+    std::set<QString> ids;
+    int buttons = 0, triggers = 0;
+    ASSERT_TRUE(WaitUntil([&] {
+        return ha.on(u"homeassistant/device_automation/kestrava_den/r1_k1/config"_s).size() == 1;
+    }));
+    for (const auto& m : ha.messages) {
+        if (!m.topic.startsWith(prefix))
+            continue;
+        const QJsonObject o = JsonOf(m.payload);
+        ASSERT_FALSE(o.isEmpty()) << m.topic.toStdString();
+        const QJsonObject device = o.value(u"device"_s).toObject();
+        EXPECT_FALSE(device.value(u"identifiers"_s).toArray().isEmpty()) << m.topic.toStdString();
+        const QString component = m.topic.section(u'/', 1, 1);
+        if (component == u"device_automation") {
+            ++triggers;
+            for (const char* f : {"automation_type", "topic", "type", "subtype", "payload"})
+                EXPECT_TRUE(o.value(QLatin1StringView(f)).isString()) << f;
+            continue;
+        }
+        EXPECT_TRUE(ids.insert(o.value(u"unique_id"_s).toString()).second);
+        EXPECT_EQ(o.value(u"availability_topic"_s).toString(), u"kestrava/den/status"_s);
+        if (component == u"button") {
+            ++buttons;
+            EXPECT_EQ(device.value(u"model"_s).toString(), u"Design 4"_s);
+            EXPECT_EQ(device.value(u"via_device"_s).toString(), u"kestrava_den"_s);
+            EXPECT_TRUE(o.value(u"command_topic"_s).toString().startsWith(u"kestrava/den/"_s));
+        } else {
+            EXPECT_EQ(component, u"infrared"_s);
+            EXPECT_EQ(o.value(u"schema"_s).toString(), u"emitter"_s);
+            EXPECT_EQ(o.value(u"command_topic"_s).toString(), u"kestrava/den/ir/transmit"_s);
+        }
+    }
+    EXPECT_EQ(buttons, 2);
+    EXPECT_EQ(triggers, 2);
+    EXPECT_TRUE(SimLog(dir).isEmpty()) << "a retained press went out";
+
+    // The button's PRESS goes out once and is told as an event.
+    const QString command =
+        JsonOf(ha.on(u"homeassistant/button/kestrava_den/r1_k0/config"_s)[0].payload)
+            .value(u"command_topic"_s)
+            .toString();
+    ASSERT_TRUE(broker.publish(command, "PRESS"));
+    ASSERT_TRUE(ha.waitFor(u"kestrava/den/event"_s, {}));
+    const QJsonObject event = JsonOf(ha.on(u"kestrava/den/event"_s)[0].payload);
+    EXPECT_EQ(event.value(u"source"_s).toString(), u"mqtt"_s);
+    EXPECT_EQ(event.value(u"key"_s).toString(), u"Power"_s);
+    EXPECT_TRUE(event.value(u"ok"_s).toBool());
+    WaitMs(300);
+    ASSERT_EQ(SimLog(dir).size(), 1);
+    EXPECT_TRUE(SimLog(dir)[0].endsWith(
+        QString::fromLatin1(SimDriver::NecSignal(0x40, 0).toHex(' ')).toUpper(),
+        Qt::CaseInsensitive));
+
+    // Timings for the emitter arrive with their durations.
+    ASSERT_TRUE(broker.publish(
+        u"kestrava/den/ir/transmit"_s,
+        R"({"timings":[9000,-4500,560,-1690,560,-560,560],"modulation":38000,"repeat_count":0})"));
+    ASSERT_TRUE(WaitUntil([&] { return SimLog(dir).size() == 2; }));
+    const QString line = SimLog(dir)[1];
+    const auto blob =
+        IrBlob::decode(QByteArray::fromHex(line.section(u' ', 2).toLatin1().replace(' ', "")));
+    ASSERT_TRUE(blob) << line.toStdString();
+    const std::vector<uint32_t> d = TimingFromBlob(*blob).frame();
+    const std::vector<uint32_t> want{9000, 4500, 560, 1690, 560, 560, 560};
+    ASSERT_EQ(d.size(), want.size());
+    for (size_t i = 0; i < d.size(); ++i)
+        EXPECT_NEAR(double(d[i]), double(want[i]), want[i] * 0.05) << i;
+
+    // Unknown keys and bad payloads are answered on the error topic, not sent.
+    ASSERT_TRUE(broker.publish(u"kestrava/den/press"_s, R"({"remote":"TV","key":"Mute"})"));
+    ASSERT_TRUE(broker.publish(u"kestrava/den/ir/transmit"_s, R"({"timings":"x"})"));
+    ASSERT_TRUE(WaitUntil([&] { return ha.on(u"kestrava/den/error"_s).size() == 2; }));
+    EXPECT_EQ(JsonOf(ha.on(u"kestrava/den/error"_s)[1].payload).value(u"error"_s).toString(),
+              u"not_found"_s);
+    EXPECT_EQ(SimLog(dir).size(), 2);
+
+    // A key renamed: its config says so at once; a remote deleted: its configs are cleared.
+    {
+        SettingsStore s(dir + u"/setting.ini"_s);
+        s.WriteIni(u"Remote-1", u"Button-1", u"Volume");
+        QFile::rename(dir + u"/IRSignals/TV-Vol.bin"_s, dir + u"/IRSignals/TV-Volume.bin"_s);
+    }
+    ASSERT_TRUE(WaitUntil([&] {
+        return JsonOf(ha.on(u"homeassistant/button/kestrava_den/r1_k1/config"_s)[0].payload)
+                   .value(u"name"_s) == u"Volume"_s;
+    }));
+    SettingsStore(dir + u"/setting.ini"_s).DeleteIniSection(u"Remote-1");
+    ASSERT_TRUE(WaitUntil([&] {
+        return ha.on(u"homeassistant/button/kestrava_den/r1_k0/config"_s)[0].payload.isEmpty() &&
+               ha.on(u"homeassistant/device_automation/kestrava_den/r1_k1/config"_s)[0]
+                   .payload.isEmpty();
+    }));
+    EXPECT_FALSE(
+        ha.on(u"homeassistant/infrared/kestrava_den/emitter/config"_s)[0].payload.isEmpty());
+
+    // An orderly close says offline.
+    p.stop();
+    EXPECT_TRUE(WaitUntil([&] { return ha.on(u"kestrava/den/status"_s)[0].payload == "offline"; }));
+}
+
+// The broker goes away and comes back: the pages go on meanwhile, and the
+// configs are back soon after; a program killed outright is offline by its will.
+TEST(Mqtt, BrokerLostAndBackAndTheWillOfAKilledProgram) {
+    NEED_BROKER();
+    QTemporaryDir tmp;
+    MqttBroker broker(tmp.path(), u"ha"_s, u"s3cret"_s);
+    ASSERT_TRUE(broker.start());
+    const QString dir = MakeHome(tmp.path(), u"home"_s, broker, u"hall"_s);
+    ProgramProcess p({u"--headless"_s, u"--home"_s, dir});
+    const quint16 web = p.webPort();
+    ASSERT_NE(web, 0);
+    const QString emitter = u"homeassistant/infrared/kestrava_hall/emitter/config"_s;
+    {
+        MqttWatcher ha(broker, {emitter});
+        ASSERT_TRUE(ha.waitFor(emitter, {})) << p.log().toStdString();
+    }
+    EXPECT_FALSE(p.log().contains(u"s3cret"_s));
+
+    broker.stop(); // its retained configs go with it: nothing persists
+    ASSERT_TRUE(p.waitForLog(u"trying again"_s));
+    const QByteArray page = Fetch(web, "GET /api/v1/status HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n");
+    EXPECT_TRUE(page.startsWith("HTTP/1.1 200")) << page.left(100).toStdString();
+    WaitMs(1500);
+    ASSERT_TRUE(broker.start());
+    QElapsedTimer back;
+    back.start();
+    MqttWatcher ha(broker, {emitter, u"kestrava/hall/status"_s});
+    ASSERT_TRUE(ha.waitFor(emitter, {}, 5000)) << p.log().toStdString();
+    EXPECT_LT(back.elapsed(), 5000);
+    EXPECT_EQ(p.log().count(u"trying again"_s), 1) << "one line per change of state";
+
+    ASSERT_TRUE(p.stop(SIGKILL));
+    EXPECT_TRUE(ha.waitFor(u"kestrava/hall/status"_s, "offline", 10000));
+}
+
+// Three rooms on one broker: three hubs, and a press for one room goes out there only.
+TEST(Mqtt, ThreeRoomsShareOneBroker) {
+    NEED_BROKER();
+    QTemporaryDir tmp;
+    MqttBroker broker(tmp.path());
+    ASSERT_TRUE(broker.start());
+    MqttWatcher ha(broker, {u"homeassistant/infrared/+/emitter/config"_s, u"kestrava/+/status"_s});
+    std::vector<QString> dirs;
+    std::vector<std::unique_ptr<ProgramProcess>> rooms;
+    for (const QString& room : {u"kitchen"_s, u"study"_s, u"attic"_s}) {
+        dirs.push_back(MakeHome(tmp.path(), room, broker)); // node ids derived
+        rooms.push_back(std::make_unique<ProgramProcess>(
+            QStringList{u"--headless"_s, u"--home"_s, dirs.back()}));
+    }
+    ASSERT_TRUE(WaitUntil([&] {
+        int online = 0;
+        for (const auto& m : ha.messages)
+            online += m.payload == "online";
+        return online == 3 && ha.messages.size() >= 6;
+    }));
+    std::set<QString> hubs, topics;
+    for (const auto& m : ha.messages)
+        (m.topic.startsWith(u"homeassistant/"_s) ? hubs : topics).insert(m.topic);
+    EXPECT_EQ(hubs.size(), 3u);
+    EXPECT_EQ(topics.size(), 3u);
+
+    const QString study = SettingsStore(dirs[1] + u"/setting.ini"_s).Read(Key::MqttNodeId);
+    ASSERT_FALSE(study.isEmpty());
+    ASSERT_TRUE(
+        broker.publish(u"kestrava/"_s + study + u"/press"_s, R"({"remote":"TV","key":"Vol"})"));
+    ASSERT_TRUE(WaitUntil([&] { return SimLog(dirs[1]).size() == 1; }));
+    WaitMs(300);
+    EXPECT_TRUE(SimLog(dirs[0]).isEmpty());
+    EXPECT_TRUE(SimLog(dirs[2]).isEmpty());
+}
