@@ -46,6 +46,10 @@ public:
     // Tells every event stream (name: press, learned, reservation, device).
     void Publish(const QByteArray& name, const QJsonObject& data);
 
+    // The status's "mqtt" object (server, connected, nodeId, topic,
+    // listening); null without it.
+    std::function<QJsonObject()> mqttStatus;
+
     // Longest repeat of one press.
     static constexpr int MaxRepeat = 20;
 

@@ -24,6 +24,7 @@
 #include <QDesktopServices>
 #include <QDir>
 #include <QEventLoop>
+#include <QJsonObject>
 #include <QLoggingCategory>
 #include <QUrl>
 
@@ -47,7 +48,7 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
       addressWatch(settings_, dnsService, addressMail, dynDns), portMapping(settings_, clock_),
       internet(settings_, dnsService, addressWatch, portMapping),
       power(settings_, prompt_, scheduler), device(folder_, settings_, prompt_),
-      camera(folder_, settings_, prompt_),
+      listener(folder_, settings_, device), camera(folder_, settings_, prompt_),
       webServer(folder_, settings_, clock_, prompt_, dispatcher),
       api({folder_, settings_, clock_, device, scheduler, webServer,
            [this] { return addressWatch.GlobalAddr(); }}),
@@ -65,6 +66,16 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
     scheduler.send = [this](const QString& path) {
         return device.TransmitTira(path, Transceiver::Origin::Background,
                                    {u"reservation"_s, firing_.device, firing_.function});
+    };
+    mqtt.canListen = [this] { return listener.canListen(); };
+    connect(&listener, &IrListener::frameHeard, &mqtt, &Mqtt::PublishFrame);
+    connect(&listener, &IrListener::keyHeard, &mqtt, &Mqtt::PublishKeyHeard);
+    api.mqttStatus = [this] {
+        return QJsonObject{{u"server"_s, mqtt.server()},
+                           {u"connected"_s, mqtt.isConnected()},
+                           {u"nodeId"_s, mqtt.nodeId()},
+                           {u"topic"_s, mqtt.baseTopic()},
+                           {u"listening"_s, listener.listening()}};
     };
     webServer.AddFront(api.Route());
     webServer.AddFront(Phone::Route());
@@ -134,6 +145,7 @@ void Program::Start() {
 
     internet.Start();
     mqtt.Start();
+    listener.SetListening(settings.IsOn(Key::MqttListen));
     qCInfo(lcApp).noquote() << "started on" << folder.root();
 }
 
@@ -144,6 +156,7 @@ void Program::Close() {
     qCInfo(lcApp) << "closing";
     // Offline told before anything else goes.
     mqtt.Close();
+    listener.SetListening(false);
     emit events.releaseDevice();
     power.Close();
     addressWatch.Close();
@@ -193,6 +206,10 @@ void Program::OpenDesktop() {
         preview->raise();
     };
     services.openUrl = [](const QUrl& url) { return QDesktopServices::openUrl(url); };
+    services.mqttChanged = [this] {
+        mqtt.Reconfigure();
+        listener.SetListening(settings.IsOn(Key::MqttListen));
+    };
     services.devices = [] {
         QList<QPair<QString, QString>> found;
         for (const IrDeviceEntry& d : ListIrDevices())

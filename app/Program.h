@@ -3,6 +3,7 @@
 #include "api/JsonApi.h"
 #include "camera/Camera.h"
 #include "core/ProgramEvents.h"
+#include "infrared/IrListener.h"
 #include "infrared/Transceiver.h"
 #include "mqtt/Mqtt.h"
 #include "power/Power.h"
@@ -80,6 +81,8 @@ public:
 
     // The transceiver: opened by the first send or capture, not at start.
     Transceiver device;
+    // Hears the hand-held remotes between sends while [MQTT] Listen is on.
+    IrListener listener;
     // The pages, classic and phone, with what they reach.
     Dispatcher dispatcher;
     // Streams while TakePic is on, from the start on.

@@ -9,20 +9,17 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
-// A LIRC device by its name, or by the kernel's list when a link names it.
-bool isLirc(const QString& path) {
+bool IsLircDevice(const QString& path) {
     QString real = QFileInfo(path).canonicalFilePath();
     return QFileInfo(path).fileName().startsWith(u"lirc") ||
            (!real.isEmpty() &&
             QFileInfo::exists(u"/sys/class/lirc/"_s + QFileInfo(real).fileName()));
 }
-} // namespace
 
 std::unique_ptr<IrDriver> MakeIrDriver(const QString& target, const ProgramFolder& folder) {
     if (target == u"sim")
         return std::make_unique<SimDriver>(folder.path(u"sim-transmit.log"));
-    if (isLirc(target))
+    if (IsLircDevice(target))
         return std::make_unique<LircDriver>(target);
     return std::make_unique<TiraSerialDriver>(target);
 }

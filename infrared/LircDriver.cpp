@@ -88,7 +88,7 @@ int LircDriver::tira_stop() {
     if (fd_ >= 0)
         io_->close(fd_);
     fd_ = -1;
-    message_.clear();
+    message_.finish();
     captured_.clear();
     pause_.stop();
     pieces_.clear();
@@ -122,8 +122,7 @@ int LircDriver::tira_start_capture() {
     if (io_->ioctl(fd_, LIRC_GET_REC_TIMEOUT, &timeout) != 0 || timeout == 0)
         timeout = LearnTimeoutUs;
     quiet_.setInterval(int(timeout / 1000) + 100);
-    message_.clear();
-    carrier_ = 0;
+    message_.finish();
     captured_.clear();
     capturing_ = true;
     return 0;
@@ -159,25 +158,23 @@ void LircDriver::onReadable() {
     }
 }
 
-void LircDriver::take(uint32_t record) {
-    if (!capturing_ || !captured_.isEmpty())
-        return; // nobody is listening
+bool Mode2Message::take(uint32_t record) {
     const uint32_t value = LIRC_VALUE(record);
     switch (LIRC_MODE2(record)) {
     case LIRC_MODE2_PULSE:
-        if (message_.size() % 2 == 1)
-            message_.back() += value; // two pulses in a row: one long pulse
+        if (durations_.size() % 2 == 1)
+            durations_.back() += value; // two pulses in a row: one long pulse
         else
-            message_.push_back(value);
+            durations_.push_back(value);
         break;
     case LIRC_MODE2_SPACE:
         if (value >= LIRC_VALUE_MASK) {
-            message_.clear(); // data lost (older kernels)
-        } else if (!message_.empty()) {
-            if (message_.size() % 2 == 0)
-                message_.back() += value;
+            durations_.clear(); // data lost (older kernels)
+        } else if (!durations_.empty()) {
+            if (durations_.size() % 2 == 0)
+                durations_.back() += value;
             else
-                message_.push_back(value);
+                durations_.push_back(value);
         } // leading spaces are the idle time before the press
         break;
     case LIRC_MODE2_FREQUENCY:
@@ -185,14 +182,28 @@ void LircDriver::take(uint32_t record) {
             carrier_ = int(value);
         break;
     case LIRC_MODE2_OVERFLOW:
-        message_.clear();
+        durations_.clear();
         break;
     case LIRC_MODE2_TIMEOUT:
-        finishMessage();
-        break;
+        return true;
     default:
         break;
     }
+    return false;
+}
+
+IrTiming Mode2Message::finish() {
+    if (durations_.size() % 2 == 0 && !durations_.empty())
+        durations_.pop_back();
+    IrTiming timing{std::exchange(durations_, {}), std::exchange(carrier_, 0), -1};
+    return timing;
+}
+
+void LircDriver::take(uint32_t record) {
+    if (!capturing_ || !captured_.isEmpty())
+        return; // nobody is listening
+    if (message_.take(record))
+        return finishMessage();
     if (!message_.empty() && captured_.isEmpty())
         quiet_.start();
 }
@@ -201,11 +212,7 @@ void LircDriver::finishMessage() {
     quiet_.stop();
     if (message_.empty())
         return;
-    if (message_.size() % 2 == 0)
-        message_.pop_back();
-    IrTiming timing{message_, carrier_, -1};
-    message_.clear();
-    carrier_ = 0;
+    IrTiming timing = message_.finish();
     if (auto blob = BlobFromTiming(FoldRepeats(timing))) {
         captured_ = blob->encode();
         setLearning(false);

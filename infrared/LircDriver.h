@@ -1,6 +1,7 @@
 #pragma once
 
 #include "infrared/IrDriver.h"
+#include "infrared/IrSignal.h"
 
 #include <QObject>
 #include <QSocketNotifier>
@@ -21,6 +22,21 @@ public:
     virtual int ioctl(int fd, unsigned long request, uint32_t* arg);
     virtual ssize_t read(int fd, void* buf, size_t size);
     virtual ssize_t write(int fd, const void* buf, size_t size);
+};
+
+// Gathers mode2 records into one message: pulses and spaces in a row are
+// merged, the idle time before it is dropped, lost data starts it afresh.
+class Mode2Message {
+public:
+    // True when the record ends the message (the kernel's timeout report).
+    bool take(uint32_t record);
+    // The message so far, ending with a pulse; empties it.
+    IrTiming finish();
+    bool empty() const { return durations_.empty(); }
+
+private:
+    std::vector<uint32_t> durations_;
+    int carrier_ = 0;
 };
 
 // The kernel's infrared device, /dev/lircN: learns through mode2 records (with
@@ -71,8 +87,7 @@ private:
     bool broken_ = false;
     bool capturing_ = false;
     std::unique_ptr<QSocketNotifier> notifier_;
-    std::vector<uint32_t> message_;
-    int carrier_ = 0;
+    Mode2Message message_;
     QTimer quiet_; // ends a message the kernel did not end
     QByteArray captured_;
     std::vector<Piece> pieces_; // of the transmission under way

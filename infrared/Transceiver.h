@@ -60,6 +60,8 @@ public:
     }
     // Sends waiting behind the one going out.
     int Waiting() const { return int(queue_.size()); }
+    // A send going out or waiting, an open under way or a capture armed.
+    bool Busy() const { return current_ || !queue_.empty() || opening_ || CaptureWaiting == 1; }
     bool Lost() const { return lost_; }
     // Why the last open failed, "" when it did not.
     QString Problem() const { return problem_; }

@@ -6,6 +6,7 @@
 #include "core/UserPrompt.h"
 #include "reachability/InternetAccess.h"
 #include "reachability/MailSettings.h"
+#include "setup/MqttPage.h"
 #include "setup/NotifyPage.h"
 #include "setup/PowerPage.h"
 #include "setup/ReservePage.h"
@@ -40,6 +41,7 @@ SetupWindow::SetupWindow(SetupParts parts, SetupServices services, QWidget* pare
         {parts.settings, parts.prompt, parts.dynDns, [this] { return web_->port(); }});
     power_ = new PowerPage({parts.folder, parts.settings, parts.prompt});
     reserve_ = new ReservePage({parts.settings, services.camera, services.cameraSettings});
+    mqtt_ = new MqttPage({parts.settings, services.mqttChanged});
     connect(web_, &WebAccessPage::internetChanged, notify_, &NotifyPage::setInternet);
     connect(notify_, &NotifyPage::globalUrlFound, web_, &WebAccessPage::showGlobalUrl);
     connect(power_, &PowerPage::powerControlChanged, this, &SetupWindow::powerControlChanged);
@@ -51,6 +53,7 @@ SetupWindow::SetupWindow(SetupParts parts, SetupServices services, QWidget* pare
     tabs_->addTab(notify_, u"ｲﾝﾀｰﾈｯﾄｱﾄﾞﾚｽ通知"_s);
     tabs_->addTab(power_, u"起動と電源管理"_s);
     tabs_->addTab(reserve_, u"予約実行設定"_s);
+    tabs_->addTab(mqtt_, u"MQTT"_s);
 
     auto* cmdOK = named(new QPushButton(u"OK"_s), u"cmdOK"_s);
     auto* cmdCancel = named(new QPushButton(u"キャンセル"_s), u"cmdCancel"_s);
@@ -83,6 +86,7 @@ void SetupWindow::load() {
     notify_->load();
     power_->load();
     reserve_->load();
+    mqtt_->load();
     const QString top = s.Read(Key::PositionTop(u"Setup")),
                   left = s.Read(Key::PositionLeft(u"Setup"));
     if (!top.isEmpty() && !left.isEmpty() && Val(top) >= 0 && Val(left) >= 0)
@@ -99,10 +103,15 @@ void SetupWindow::ok() {
     s.Write(Key::NotifyMail, bit(mail.notify));
     if (const QString problem = mail.authProblem(); !problem.isEmpty())
         return app_.prompt.Warning(problem);
+    if (const QString problem = mqtt_->problem(); !problem.isEmpty()) {
+        showTab(MqttTab);
+        return app_.prompt.Warning(problem);
+    }
     mail.store(s);
     power_->save();
     notify_->saveDns();
     web_->save();
+    mqtt_->save();
     app_.internet.MailNotifySaved(mail.notify);
     accept();
 }

@@ -9,6 +9,7 @@
 
 class DynDns;
 class InternetAccess;
+class MqttPage;
 class NotifyPage;
 class PowerPage;
 class ProgramEvents;
@@ -45,6 +46,8 @@ struct SetupServices {
     std::function<bool(const QUrl& url)> openUrl;
     // Devices to offer besides COM1..COM16: path and description.
     std::function<QList<QPair<QString, QString>>()> devices;
+    // The MQTT settings changed: the client rereads them and reconnects.
+    std::function<void()> mqttChanged;
 };
 
 // The settings dialog: a page per tab. Check boxes and option buttons are
@@ -54,7 +57,7 @@ struct SetupServices {
 class SetupWindow : public QDialog {
     Q_OBJECT
 public:
-    enum Tab { TiraTab, WebTab, NotifyTab, PowerTab, ReserveTab };
+    enum Tab { TiraTab, WebTab, NotifyTab, PowerTab, ReserveTab, MqttTab };
 
     SetupWindow(SetupParts parts, SetupServices services, QWidget* parent = nullptr);
     ~SetupWindow() override;
@@ -85,4 +88,5 @@ private:
     NotifyPage* notify_;
     PowerPage* power_;
     ReservePage* reserve_;
+    MqttPage* mqtt_;
 };

@@ -125,9 +125,13 @@ TEST(Api, LoginOriginMethodsAndLimitsAreCheckedBeforeAnythingActs) {
                login + "Origin: http://127.0.0.1:8080\r\n");
     EXPECT_EQ(Served::status(r), 200) << r.toStdString();
     EXPECT_EQ(a.sends(), 1);
-    const QJsonObject status = Served::json(a.call("GET", "/api/v1/status", {}, login));
+    QJsonObject status = Served::json(a.call("GET", "/api/v1/status", {}, login));
     EXPECT_EQ(status[u"port"_s].toInt(), a.server.WebPort());
     EXPECT_EQ(status[u"pressesWaiting"_s].toInt(), 0);
+    EXPECT_TRUE(status[u"mqtt"_s].isNull());
+    a.api.mqttStatus = [] { return QJsonObject{{u"nodeId"_s, u"den"_s}, {u"listening"_s, true}}; };
+    status = Served::json(a.call("GET", "/api/v1/status", {}, login));
+    EXPECT_EQ(status[u"mqtt"_s][u"nodeId"_s], u"den"_s);
     EXPECT_TRUE(
         Served::json(a.call("GET", "/api/v1/openapi.json", {}, login)).contains(u"paths"_s));
 

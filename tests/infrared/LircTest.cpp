@@ -1,7 +1,11 @@
 #include "core/Settings.h"
+#include "core/Wait.h"
 #include "infrared/FakeTira.h"
+#include "infrared/IrListener.h"
 #include "infrared/IrSignal.h"
 #include "infrared/LircDriver.h"
+#include "infrared/SignalStore.h"
+#include "infrared/SimDriver.h"
 #include "infrared/Transceiver.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
@@ -170,4 +174,75 @@ TEST(Lirc, ASignalLearnedByLircIsSentByATira) {
     EXPECT_EQ(uint8_t(ix[2]), 52); // unknown carrier: 38 kHz
     EXPECT_EQ(ix.size(), 28 + 36); // 71 durations
     EXPECT_EQ(tira.transmissions[1].size(), 28 + 2);
+}
+
+TEST(Lirc, ListensBetweenSendsAndNamesTheLearnedKey) {
+    Fixture f;
+    // An NEC key (the recording's code) and a raw one, learned.
+    f.t.writeRemote(1, u"TV"_s, 1, {u"Power"_s, u"Odd"_s});
+    const IrTiming odd{{3000, 3000, 1000, 2000, 1000, 2000, 1000}, 38000, -1};
+    ASSERT_TRUE(WriteSignalFile(SignalFilePath(f.t.folder, u"TV", u"Power"),
+                                SimDriver::NecSignal(0x40, 0x12)));
+    ASSERT_TRUE(
+        WriteSignalFile(SignalFilePath(f.t.folder, u"TV", u"Odd"), BlobFromTiming(odd)->encode()));
+
+    auto kernel = std::make_shared<FakeKernel>();
+    IrListener listener(f.t.folder, f.t.settings, f.device);
+    listener.io = kernel;
+    std::vector<IrCode> frames;
+    std::vector<QStringList> keys;
+    QObject::connect(&listener, &IrListener::frameHeard,
+                     [&](const IrTiming&, const IrCode& c) { frames.push_back(c); });
+    QObject::connect(
+        &listener, &IrListener::keyHeard,
+        [&](int slot, int button, const QString& remote, const QString& key) {
+            keys.push_back({QString::number(slot), QString::number(button), remote, key});
+        });
+    listener.SetListening(true);
+    ASSERT_TRUE(listener.canListen());
+    ASSERT_TRUE(listener.listening());
+    EXPECT_TRUE(kernel->set(LIRC_SET_REC_MODE, LIRC_MODE_MODE2));
+
+    // A held key: the frame with its repeats, then (still held) the repeat
+    // code alone, then the frame again right away. One report.
+    kernel->feed(mode2(38200));
+    ASSERT_TRUE(WaitForSignal(&listener, &IrListener::frameHeard, 2000));
+    kernel->feed({LIRC_PULSE(9000), LIRC_SPACE(2250), LIRC_PULSE(560), LIRC_TIMEOUT(125000)});
+    kernel->feed(mode2(38200));
+    WaitMs(400);
+    ASSERT_EQ(frames.size(), 1);
+    EXPECT_EQ(frames[0].protocol, IrProtocol::Nec);
+    EXPECT_EQ(frames[0].scancode, 0x4012u);
+    ASSERT_EQ(keys.size(), 1);
+    EXPECT_EQ(keys[0], (QStringList{u"1"_s, u"0"_s, u"TV"_s, u"Power"_s}));
+
+    // The raw key, its timings a little off.
+    std::vector<uint32_t> raw;
+    for (size_t i = 0; i < odd.durations.size(); ++i)
+        raw.push_back(i % 2 ? LIRC_SPACE(odd.durations[i] + 150)
+                            : LIRC_PULSE(odd.durations[i] - 100));
+    raw.push_back(LIRC_TIMEOUT(125000));
+    kernel->feed(raw);
+    ASSERT_TRUE(WaitForSignal(&listener, &IrListener::keyHeard, 1000));
+    EXPECT_EQ(keys.back(), (QStringList{u"1"_s, u"1"_s, u"TV"_s, u"Odd"_s}));
+
+    // The simulator hears what is written for it; frames that began before
+    // our own send ended are not heard.
+    f.t.settings.WriteIni(u"Tira", u"Device", u"sim");
+    listener.SetListening(true);
+    ASSERT_TRUE(listener.listening());
+    f.t.writeFile(u"sim-receive", "nec:0x4012\n");
+    ASSERT_TRUE(WaitForSignal(&listener, &IrListener::keyHeard, 2000));
+    EXPECT_EQ(keys.back(), (QStringList{u"1"_s, u"0"_s, u"TV"_s, u"Power"_s}));
+
+    const qint64 started = listener.elapsedMs();
+    emit f.device.sendEnded();
+    listener.Hear(odd, started);
+    EXPECT_EQ(frames.size(), 3);
+
+    // A Tira cannot listen without leaving the mode it sends in.
+    f.t.settings.WriteIni(u"Tira", u"Device", u"/dev/ttyUSB0");
+    listener.SetListening(true);
+    EXPECT_FALSE(listener.canListen());
+    EXPECT_FALSE(listener.listening());
 }

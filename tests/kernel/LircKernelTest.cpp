@@ -2,6 +2,7 @@
 // back on its own receiver. Run by tests/kernel/cases/10-lirc.sh.
 #include "core/Settings.h"
 #include "core/Wait.h"
+#include "infrared/IrListener.h"
 #include "infrared/IrSignal.h"
 #include "infrared/SignalStore.h"
 #include "infrared/TiraFacts.h"
@@ -17,6 +18,7 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QSocketNotifier>
+#include <QTcpServer>
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -428,4 +430,97 @@ TEST(LircKernel, UnpluggedDeviceFailsAndComesBack) {
     ExpectSentOnce(
         p, rx, [&] { return p.press(path) == SendResult::Sent; }, &figures);
     Figures(figures.join(u"; "_s));
+}
+
+// The listener on rc-loopback (receiving as usual, not learning): a frame
+// ir-ctl sends is heard once, decoded, and names the key learned with that
+// code; our own press, which rc-loopback hands back to every reader, is not heard.
+TEST(LircKernel, ListenerHearsAFrameOnceAndNamesTheKey) {
+    Program p;
+    const QString path = p.learnNec();
+    p.t.writeRemote(1, u"TV"_s, 4, {});
+    p.t.settings.WriteIni(u"Remote-1", u"Button-0", u"Power");
+    IrListener listener(p.t.folder, p.t.settings, p.device);
+    std::vector<IrCode> frames;
+    QStringList keys;
+    QObject::connect(&listener, &IrListener::frameHeard,
+                     [&](const IrTiming&, const IrCode& c) { frames.push_back(c); });
+    QObject::connect(&listener, &IrListener::keyHeard,
+                     [&](int slot, int button, const QString& remote, const QString& key) {
+                         keys << u"%1/%2 %3 %4"_s.arg(slot).arg(button).arg(remote, key);
+                     });
+    listener.SetListening(true);
+    ASSERT_TRUE(listener.listening());
+
+    QElapsedTimer clock;
+    clock.start();
+    RunTool(u"ir-ctl"_s, {u"-d"_s, Device, u"-S"_s, u"nec:0x4012"_s});
+    ASSERT_TRUE(WaitForSignal(&listener, &IrListener::keyHeard, 5000));
+    const qint64 heardMs = clock.elapsed();
+    WaitMs(800);
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_EQ(CodeSpec(frames[0]), u"nec:0x4012"_s);
+    EXPECT_EQ(keys, QStringList{u"1/0 TV Power"_s});
+
+    ASSERT_EQ(p.press(path), SendResult::Sent);
+    WaitMs(800);
+    EXPECT_EQ(frames.size(), 1u);
+    Figures(u"heard %1 ms after ir-ctl started"_s.arg(heardMs));
+}
+
+// The same through the program and a broker: the frame is published on the
+// receiver's state topic and fires the learned key's trigger.
+TEST(LircKernel, HeardKeyFiresItsTriggerOnTheBroker) {
+    Program p;
+    p.learnNec();
+    p.t.writeRemote(1, u"TV"_s, 4, {});
+    p.t.settings.WriteIni(u"Remote-1", u"Button-0", u"Power");
+    QTcpServer probe;
+    ASSERT_TRUE(probe.listen(QHostAddress::LocalHost));
+    const QString port = QString::number(probe.serverPort());
+    probe.close();
+    QFile conf(p.t.path(u"mosquitto.conf"));
+    ASSERT_TRUE(conf.open(QIODevice::WriteOnly));
+    conf.write(("listener " + port.toLatin1() +
+                " 127.0.0.1\nallow_anonymous true\npersistence false\nuser root\n"));
+    conf.close();
+    QProcess broker;
+    broker.start(u"/usr/sbin/mosquitto"_s, {u"-c"_s, conf.fileName()});
+    ASSERT_TRUE(broker.waitForStarted(5000));
+    WaitMs(1000);
+
+    p.t.settings.WriteIni(u"WebServer", u"Port", u"0");
+    p.t.settings.WriteIni(u"MQTT", u"Server", u"127.0.0.1:"_s + port);
+    p.t.settings.WriteIni(u"MQTT", u"NodeId", u"den");
+    p.t.settings.WriteIni(u"MQTT", u"Topic", u"kestrava/den");
+    p.t.settings.WriteIni(u"MQTT", u"Listen", u"1");
+    QProcess sub;
+    sub.start(u"mosquitto_sub"_s,
+              {u"-h"_s, u"127.0.0.1"_s, u"-p"_s, port, u"-v"_s, u"-t"_s, u"kestrava/den/status"_s,
+               u"-t"_s, u"kestrava/den/ir/received"_s, u"-t"_s, u"kestrava/den/trigger/#"_s});
+    ASSERT_TRUE(sub.waitForStarted(5000));
+    QString got;
+    const auto waitFor = [&](const QString& text, int ms) {
+        QElapsedTimer t;
+        t.start();
+        while (!got.contains(text) && t.elapsed() < ms) {
+            WaitForSignal(&sub, &QProcess::readyReadStandardOutput, 200);
+            got += QString::fromUtf8(sub.readAllStandardOutput());
+        }
+        return got.contains(text);
+    };
+    ProgramProcess program({u"--headless"_s, u"--home"_s, p.t.folder.root()});
+    ASSERT_TRUE(waitFor(u"kestrava/den/status online"_s, 20000))
+        << got.toStdString() << program.log().toStdString();
+    ASSERT_TRUE(program.waitForLog(u"listening on"_s)) << program.log().toStdString();
+    RunTool(u"ir-ctl"_s, {u"-d"_s, Device, u"-S"_s, u"nec:0x4012"_s});
+    EXPECT_TRUE(waitFor(u"kestrava/den/trigger/1/0 press"_s, 10000)) << got.toStdString();
+    EXPECT_TRUE(waitFor(u"\"scancode\":\"0x4012\""_s, 2000)) << got.toStdString();
+    WaitMs(800);
+    got += QString::fromUtf8(sub.readAllStandardOutput());
+    EXPECT_EQ(got.count(u"trigger/1/0"_s), 1) << got.toStdString();
+    sub.kill();
+    broker.kill();
+    sub.waitForFinished(2000);
+    broker.waitForFinished(2000);
 }

@@ -34,6 +34,7 @@ struct Desk {
     ScriptedPrompt prompt;
     Program app{t.folder, t.settings, clock, prompt};
     Transceiver device{t.folder, t.settings, prompt};
+    int mqttChanged = 0;
 
     SetupParts parts() {
         return {t.folder,      t.settings,   prompt,     app.events,
@@ -44,6 +45,7 @@ struct Desk {
         services.testTransceiver = [this](const QString& target, qint16 port) {
             return device.TestTarget(target, port);
         };
+        services.mqttChanged = [this] { ++mqttChanged; };
         auto dialog = std::make_unique<SetupWindow>(parts(), services);
         dialog->show();
         return dialog;
@@ -170,8 +172,24 @@ TEST(SetupWindow, OkChecksInOrderAndTheChoicesAreTried) {
     // Disabled with mail off, so the owner must turn mail on to fill them.
     Desk::find<QLineEdit>(w.get(), u"txtUserID"_s)->setText(u"me"_s);
     Desk::find<QLineEdit>(w.get(), u"txtPassword"_s)->setText(u"pw"_s);
+    // MQTT: a click is written and told at once; a server that is no
+    // host:port keeps the texts back.
+    w->showTab(SetupWindow::MqttTab);
+    Desk::click(w.get(), u"chkMqttListen"_s);
+    EXPECT_EQ(d.ini(u"MQTT", u"Listen"), u"1"_s);
+    EXPECT_EQ(d.mqttChanged, 1);
+    Desk::find<QLineEdit>(w.get(), u"txtMqttServer"_s)->setText(u"broker:http"_s);
+    Desk::find<QLineEdit>(w.get(), u"txtMqttPass"_s)->setText(u"mq"_s);
+    d.prompt.shown.clear();
+    Desk::click(w.get(), u"cmdOK"_s);
+    EXPECT_TRUE(d.prompt.shown.value(0).startsWith(u"warning:MQTT サーバー"_s));
+    EXPECT_TRUE(d.ini(u"MQTT", u"Password").isEmpty());
+    Desk::find<QLineEdit>(w.get(), u"txtMqttServer"_s)->setText(u"mqtts://broker:8883"_s);
     Desk::click(w.get(), u"cmdOK"_s);
     EXPECT_FALSE(w->isVisible());
+    EXPECT_EQ(d.ini(u"MQTT", u"Server"), u"mqtts://broker:8883"_s);
+    EXPECT_EQ(ScramblePassword(u"RESET", d.ini(u"MQTT", u"Password")), u"mq"_s);
+    EXPECT_EQ(d.mqttChanged, 2);
     EXPECT_EQ(d.ini(u"Options", u"MailFrom"), u"nobody"_s); // mail off: not checked
     EXPECT_EQ(ScramblePassword(u"RESET", d.ini(u"Options", u"Password")), u"pw"_s);
     EXPECT_EQ(d.ini(u"Tira", u"Device"), u"sim"_s);
