@@ -181,6 +181,8 @@ void IrListener::readSim() {
         return;
     const QByteArray text = file.read(64 * 1024);
     file.close();
+    if (!text.endsWith('\n') && text.size() < 64 * 1024)
+        return; // still being written: its last line is not whole yet
     file.remove();
     for (const QByteArray& line : text.split('\n')) {
         QString why;
