@@ -181,6 +181,8 @@ void IrListener::readSim() {
         return;
     const QByteArray text = file.read(64 * 1024);
     file.close();
+    if (!text.endsWith('\n') && text.size() < 64 * 1024)
+        return; // still being written: its last line is not whole yet
     file.remove();
     for (const QByteArray& line : text.split('\n')) {
         QString why;
@@ -209,14 +211,16 @@ void IrListener::Hear(const IrTiming& heard, qint64 startedMs) {
         return;
     const qint64 now = clock_.elapsed();
     const IrCode code = DecodeSignal(heard);
-    const bool soon = haveLast_ && now - lastMs_ <= RepeatGapMs;
+    IrTiming folded = FoldRepeats(heard);
+    // Measured from the end of the last frame to the start of this one: a key
+    // held long may come as several messages.
+    const bool soon = haveLast_ && startedMs - lastMs_ <= RepeatGapMs;
     if (soon && (code.decoded() ? sameCode(code, lastCode_)
-                                : (heard.durations.size() <= RepeatCodeDurations ||
+                                : (folded.frame().size() <= RepeatCodeDurations ||
                                    SameTimings(lastFrame_, heard.durations)))) {
         lastMs_ = now; // still held
         return;
     }
-    IrTiming folded = FoldRepeats(heard);
     if (folded.carrierHz == 0) // receivers that do not measure it: the protocol's
         folded.carrierHz = ProtocolCarrierHz(code.protocol);
     haveLast_ = true;

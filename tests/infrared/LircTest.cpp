@@ -204,10 +204,11 @@ TEST(Lirc, ListensBetweenSendsAndNamesTheLearnedKey) {
     EXPECT_TRUE(kernel->set(LIRC_SET_REC_MODE, LIRC_MODE_MODE2));
 
     // A held key: the frame with its repeats, then (still held) the repeat
-    // code alone, then the frame again right away. One report.
+    // codes alone, then the frame again right away. One report.
     kernel->feed(mode2(38200));
     ASSERT_TRUE(WaitForSignal(&listener, &IrListener::frameHeard, 2000));
-    kernel->feed({LIRC_PULSE(9000), LIRC_SPACE(2250), LIRC_PULSE(560), LIRC_TIMEOUT(125000)});
+    kernel->feed({LIRC_PULSE(9000), LIRC_SPACE(2250), LIRC_PULSE(560), LIRC_SPACE(96000),
+                  LIRC_PULSE(9000), LIRC_SPACE(2250), LIRC_PULSE(560), LIRC_TIMEOUT(125000)});
     kernel->feed(mode2(38200));
     WaitMs(400);
     ASSERT_EQ(frames.size(), 1);

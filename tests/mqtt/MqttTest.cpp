@@ -118,6 +118,7 @@ TEST(Mqtt, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
     const QString stale = u"homeassistant/button/kestrava_den/r9_k0/config"_s;
     broker.publish(stale, R"({"name":"Gone"})", true);
     MqttWatcher ha(broker, {u"homeassistant/#"_s, u"kestrava/den/#"_s});
+    SettingsStore(dir + u"/setting.ini"_s).Write(Key::MqttListen, u"1");
     ProgramProcess p({u"--headless"_s, u"--home"_s, dir});
     ASSERT_TRUE(ha.waitFor(u"kestrava/den/status"_s, "online")) << p.log().toStdString();
     ASSERT_TRUE(ha.waitFor(u"homeassistant/infrared/kestrava_den/emitter/config"_s, {}));
@@ -149,6 +150,8 @@ TEST(Mqtt, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
             EXPECT_EQ(device.value(u"model"_s).toString(), u"Design 4"_s);
             EXPECT_EQ(device.value(u"via_device"_s).toString(), u"kestrava_den"_s);
             EXPECT_TRUE(o.value(u"command_topic"_s).toString().startsWith(u"kestrava/den/"_s));
+        } else if (o.value(u"schema"_s) == u"receiver"_s) { // the simulator listens
+            EXPECT_EQ(o.value(u"state_topic"_s).toString(), u"kestrava/den/ir/received"_s);
         } else {
             EXPECT_EQ(component, u"infrared"_s);
             EXPECT_EQ(o.value(u"schema"_s).toString(), u"emitter"_s);
@@ -176,6 +179,15 @@ TEST(Mqtt, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
     EXPECT_TRUE(SimLog(dir)[0].endsWith(
         QString::fromLatin1(SimDriver::NecSignal(0x40, 0).toHex(' ')).toUpper(),
         Qt::CaseInsensitive));
+
+    // A frame heard (the simulator's) is published and fires the key's trigger.
+    QFile heard(dir + u"/sim-receive"_s);
+    ASSERT_TRUE(heard.open(QIODevice::WriteOnly) && heard.write("nec:0x4001\n") > 0);
+    heard.close();
+    ASSERT_TRUE(ha.waitFor(u"kestrava/den/trigger/1/1"_s, "press")) << p.log().toStdString();
+    ASSERT_TRUE(ha.waitFor(u"kestrava/den/ir/received"_s, {}));
+    EXPECT_EQ(JsonOf(ha.on(u"kestrava/den/ir/received"_s)[0].payload).value(u"scancode"_s),
+              u"0x4001"_s);
 
     // Timings for the emitter arrive with their durations.
     ASSERT_TRUE(broker.publish(
