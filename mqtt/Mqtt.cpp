@@ -124,7 +124,7 @@ void Mqtt::Reconfigure() {
             connection_.Publish(topic, {}, true, 1);
     Close();
     published_.clear();
-    synced_ = false;
+    keysKnown_ = false;
     Start();
 }
 
@@ -144,7 +144,6 @@ QByteArray Mqtt::registryStamp() const {
 void Mqtt::connected(bool on) {
     emit connectionChanged(on);
     if (!on) {
-        synced_ = false;
         staleWindow_.stop();
         return;
     }
@@ -201,36 +200,40 @@ void Mqtt::syncDiscovery(bool all) {
     stamp_ = registryStamp();
     if (!connection_.isConnected())
         return;
+    const std::vector<Discovery::Remote> remotes = readRemotes();
+    // A key that was not there before has just been learned, whichever front taught it.
+    QSet<QString> learned;
+    for (const Discovery::Remote& r : remotes)
+        for (const Discovery::Key& k : r.keys) {
+            const QString id =
+                QString::number(r.slot) + u'/' + QString::number(k.button) + u'/' + k.name;
+            learned.insert(id);
+            if (keysKnown_ && !learned_.contains(id))
+                publishEvent(u"learned"_s, {{u"remote"_s, r.name}, {u"key"_s, k.name}});
+        }
+    learned_ = std::move(learned);
+    keysKnown_ = true;
     Discovery::Configs next;
     if (config_.discovery)
         next = Discovery::Build(
             {config_.nodeId, config_.topic, config_.discoveryPrefix, canListen && canListen()},
-            readRemotes());
+            remotes);
     int sent = 0, cleared = 0;
     for (const auto& [topic, payload] : published_)
         if (!next.contains(topic)) {
             connection_.Publish(topic, {}, true, 1);
             ++cleared;
         }
-    const QString buttonPrefix = config_.discoveryPrefix + u"/button/"_s;
     for (const auto& [topic, payload] : next) {
         const auto old = published_.find(topic);
         if (!all && old != published_.end() && old->second == payload)
             continue;
         connection_.Publish(topic, payload, true, 1);
         ++sent;
-        // A key that was not there before has just been learned.
-        if (synced_ && old == published_.end() && topic.startsWith(buttonPrefix)) {
-            const QJsonObject o = QJsonDocument::fromJson(payload).object();
-            publishEvent(u"learned"_s,
-                         {{u"remote"_s, o.value(u"device"_s).toObject().value(u"name"_s)},
-                          {u"key"_s, o.value(u"name"_s)}});
-        }
     }
     if (sent || cleared)
         qCDebug(lcMqtt) << "discovery:" << sent << "published," << cleared << "cleared";
     published_ = std::move(next);
-    synced_ = true;
 }
 
 void Mqtt::message(const QString& topic, const QByteArray& payload, bool retained) {

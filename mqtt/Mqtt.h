@@ -10,6 +10,7 @@
 #include <QFileSystemWatcher>
 #include <QHash>
 #include <QObject>
+#include <QSet>
 #include <QTimer>
 
 #include <functional>
@@ -75,7 +76,8 @@ private:
     MqttConfig config_;
     MqttConnection connection_;
     Discovery::Configs published_;
-    bool synced_ = false; // published_ holds what the broker has
+    QSet<QString> learned_;  // "slot/button/name" of every learned key
+    bool keysKnown_ = false; // learned_ was read: keys new to it were learned since
     QByteArray stamp_;
     QFileSystemWatcher watcher_;
     QTimer settle_;      // changes to the registry come in bursts

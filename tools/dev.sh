@@ -181,6 +181,7 @@ bench)
     build build -DKESTRAVA_BENCH=ON
     build/bench/kestrava_bench "$@"
     bench/http/run.sh build
+    bench/mqtt/run.sh build
     ;;
 kernel)
     install_missing kernel

@@ -23,9 +23,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         abort();
     }
     why.clear();
-    if (const auto emit = MqttCommand::ParseEmit(payload, &why)) {
-        if (emit->repeat < 0 || emit->repeat > MqttCommand::MaxRepeat ||
-            emit->timing.durations.empty())
+    if (const auto e = MqttCommand::ParseEmit(payload, &why)) {
+        if (e->repeat < 0 || e->repeat > MqttCommand::MaxRepeat || e->timing.durations.empty())
             abort();
     } else if (why.isEmpty()) {
         abort();

@@ -1,14 +1,19 @@
+#include "mqtt/Mqtt.h"
 #include "core/Password.h"
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
+#include "infrared/IrProtocol.h"
 #include "infrared/IrSignal.h"
 #include "infrared/SignalStore.h"
 #include "infrared/SimDriver.h"
+#include "infrared/Transceiver.h"
 #include "mqtt/MqttConfig.h"
 #include "mqtt/MqttConnection.h"
 #include "support/HttpClient.h"
 #include "support/MqttBroker.h"
 #include "support/ProgramProcess.h"
+#include "support/ScriptedPrompt.h"
+#include "support/TempFolder.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -334,4 +339,46 @@ TEST(Mqtt, RefusedLoginBacksOff) {
     EXPECT_FALSE(c.isConnected());
     EXPECT_EQ(changes, 0);
     EXPECT_EQ(c.retryMs(), 4 * MqttConnection::FirstRetryMs);
+}
+
+// What the listener hears, in the program itself: the receiver appears where
+// the transceiver can listen, frames go out as signed timings on its state
+// topic and a learned key fires the trigger its config names.
+TEST(Mqtt, HeardFramesAndKeysReachTheReceiverAndTriggers) {
+    NEED_BROKER();
+    QTemporaryDir tmp;
+    MqttBroker broker(tmp.path());
+    ASSERT_TRUE(broker.start());
+    TempFolder t;
+    ScriptedPrompt prompt;
+    Transceiver device{t.folder, t.settings, prompt};
+    t.settings.Write(Key::MqttServer, u"127.0.0.1:"_s + QString::number(broker.port));
+    t.settings.Write(Key::MqttNodeId, u"ear"_s);
+    t.writeRemote(2, u"Amp"_s, 4, {u"On"_s});
+    WriteSignalFile(t.path(u"IRSignals/Amp-On.bin"), SimDriver::NecSignal(0x12, 0x34));
+    MqttWatcher ha(broker, {u"homeassistant/#"_s, u"kestrava/ear/#"_s});
+    Mqtt mqtt(t.folder, t.settings, device);
+    mqtt.canListen = [] { return true; };
+    mqtt.Start();
+    const QString receiver = u"homeassistant/infrared/kestrava_ear/receiver/config"_s;
+    const QString trigger = u"homeassistant/device_automation/kestrava_ear/r2_k0/config"_s;
+    ASSERT_TRUE(ha.waitFor(receiver, {}));
+    ASSERT_TRUE(ha.waitFor(trigger, {}));
+
+    const IrTiming timing = TimingFromBlob(*IrBlob::decode(SimDriver::NecSignal(0x12, 0x34)));
+    mqtt.PublishFrame(timing, DecodeSignal(timing));
+    const QString state = JsonOf(ha.on(receiver)[0].payload).value(u"state_topic"_s).toString();
+    ASSERT_TRUE(ha.waitFor(state, {}));
+    const QJsonObject frame = JsonOf(ha.on(state)[0].payload);
+    const QJsonArray timings = frame.value(u"timings"_s).toArray();
+    ASSERT_EQ(size_t(timings.size()), timing.durations.size());
+    EXPECT_GT(timings[0].toInt(), 0);
+    EXPECT_EQ(timings[1].toInt(), -int(timing.durations[1]));
+    EXPECT_EQ(frame.value(u"protocol"_s).toString(),
+              CodeSpec(DecodeSignal(timing)).section(u':', 0, 0));
+
+    mqtt.PublishKeyHeard(2, 0, u"Amp"_s, u"On"_s);
+    const QJsonObject config = JsonOf(ha.on(trigger)[0].payload);
+    EXPECT_TRUE(ha.waitFor(config.value(u"topic"_s).toString(),
+                           config.value(u"payload"_s).toString().toUtf8()));
 }
