@@ -115,23 +115,6 @@ void LearningSession::RemoveTempFiles(const ProgramFolder& folder) {
         dir.remove(name);
 }
 
-RemoteSlot FindRemoteSlot(SettingsStore& settings, const QString& deviceName) {
-    // Compared as stored: "AV〜" typed is the remote "AV～" read back.
-    const QString stored = ShiftJis::RoundTrip(deviceName);
-    RemoteSlot slot;
-    for (int i = 1; i <= MaxRemoteId; ++i) {
-        const QString device = settings.Read(Key::RemoteName(i));
-        if (device.isEmpty()) {
-            if (!slot.freeSlot)
-                slot.freeSlot = i;
-        } else if (device == stored) {
-            slot.existingSlot = i;
-            break;
-        }
-    }
-    return slot;
-}
-
 OwnSignalFiles::OwnSignalFiles(SettingsStore& settings, const QString& deviceName)
     : prefix_(SignalFilePrefix(deviceName)) {
     // Another device named "<device>-<more>" owns the files that start with

@@ -2,6 +2,7 @@
 
 #include "infrared/IrProtocol.h"
 #include "infrared/SignalStore.h"
+#include "remotes/Registry.h"
 
 #include <QString>
 #include <QStringList>
@@ -56,15 +57,6 @@ QString LearnedNameProblem(const QString& name);
 // not); kept as captured, an unknown carrier takes the protocol's. The image
 // and length change only when the result fits. Returns the code, raw when none.
 IrCode TidyCapture(SignalImage& image, int& length, bool clean);
-
-// Where a new remote goes: the first free Remote-<i> of 1 to 1000, and the one
-// that already holds a device of the same name (0 when none).
-struct RemoteSlot {
-    int freeSlot = 0;
-    int existingSlot = 0;
-    int slot() const { return existingSlot ? existingSlot : freeSlot; }
-};
-RemoteSlot FindRemoteSlot(SettingsStore& settings, const QString& deviceName);
 
 // Stores a remote learned in the wizard into Remote-<slot>: the device's old
 // signal files go first, and its keys when the slot held it before; then Device,

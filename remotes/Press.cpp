@@ -6,7 +6,6 @@
 #include "infrared/SignalStore.h"
 #include "infrared/Transceiver.h"
 #include "infrared/formats/IrFormats.h"
-#include "learning/LearningStore.h"
 #include "remotes/Registry.h"
 
 #include <QFileInfo>

@@ -131,3 +131,20 @@ DeviceList FillDevices(SettingsStore& settings) {
     list.shownText = u"--- 選択 ---"_s;
     return list;
 }
+
+RemoteSlot FindRemoteSlot(SettingsStore& settings, const QString& deviceName) {
+    // Compared as stored: "AV〜" typed is the remote "AV～" read back.
+    const QString stored = ShiftJis::RoundTrip(deviceName);
+    RemoteSlot slot;
+    for (int i = 1; i <= MaxRemoteId; ++i) {
+        const QString device = settings.Read(Key::RemoteName(i));
+        if (device.isEmpty()) {
+            if (!slot.freeSlot)
+                slot.freeSlot = i;
+        } else if (device == stored) {
+            slot.existingSlot = i;
+            break;
+        }
+    }
+    return slot;
+}

@@ -77,3 +77,12 @@ struct DeviceList {
     QString shownText; // what the closed list shows before a choice
 };
 DeviceList FillDevices(SettingsStore& settings);
+
+// Where a new remote goes: the first free Remote-<i> of 1 to 1000, and the one
+// that already holds a device of the same name (0 when none).
+struct RemoteSlot {
+    int freeSlot = 0;
+    int existingSlot = 0;
+    int slot() const { return existingSlot ? existingSlot : freeSlot; }
+};
+RemoteSlot FindRemoteSlot(SettingsStore& settings, const QString& deviceName);

@@ -1,12 +1,12 @@
 #include "core/Settings.h"
 #include "core/Wait.h"
 #include "infrared/FakeTira.h"
-#include "infrared/IrListener.h"
 #include "infrared/IrSignal.h"
 #include "infrared/LircDriver.h"
 #include "infrared/SignalStore.h"
 #include "infrared/SimDriver.h"
 #include "infrared/Transceiver.h"
+#include "remotes/IrListener.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 

@@ -2,12 +2,12 @@
 // back on its own receiver. Run by tests/kernel/cases/10-lirc.sh.
 #include "core/Settings.h"
 #include "core/Wait.h"
-#include "infrared/IrListener.h"
 #include "infrared/IrSignal.h"
 #include "infrared/SignalStore.h"
 #include "infrared/TiraFacts.h"
 #include "infrared/Transceiver.h"
 #include "kernel/Lane.h"
+#include "remotes/IrListener.h"
 #include "support/HttpClient.h"
 #include "support/ProgramProcess.h"
 #include "support/ScriptedPrompt.h"

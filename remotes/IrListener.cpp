@@ -1,4 +1,4 @@
-#include "infrared/IrListener.h"
+#include "remotes/IrListener.h"
 
 #include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
