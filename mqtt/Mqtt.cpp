@@ -93,7 +93,10 @@ Mqtt::Mqtt(const ProgramFolder& folder, SettingsStore& settings, Transceiver& de
     });
 }
 
-Mqtt::~Mqtt() = default;
+Mqtt::~Mqtt() {
+    // The connection goes after the timers and may still say it disconnected.
+    disconnect(&connection_, nullptr, this, nullptr);
+}
 
 void Mqtt::Start() {
     config_ = ReadMqttConfig(settings_, folder_);
