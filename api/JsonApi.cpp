@@ -26,7 +26,6 @@
 #include <QRegularExpression>
 
 #include <memory>
-#include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
 
@@ -39,18 +38,6 @@ QByteArray ErrorBody(const QByteArray& code, const QString& message) {
     return QJsonDocument(
                QJsonObject{{u"error"_s, QString::fromLatin1(code)}, {u"message"_s, message}})
         .toJson(QJsonDocument::Compact);
-}
-
-// Changes to the registry or the signal files show in these: the list of
-// remotes is made again only when one of them moved.
-QByteArray StampOf(const QString& path) {
-    struct stat st {};
-    if (::stat(QFile::encodeName(path).constData(), &st) != 0)
-        return "-";
-    return QByteArray::number(qlonglong(st.st_size)) + ':' +
-           QByteArray::number(qlonglong(st.st_mtim.tv_sec)) + '.' +
-           QByteArray::number(qlonglong(st.st_mtim.tv_nsec)) + ':' +
-           QByteArray::number(qulonglong(st.st_ino));
 }
 
 const QString NoRemoteText = u"リモコンが見つかりません。"_s;
@@ -254,9 +241,9 @@ QJsonObject JsonApi::remoteJson(int id) {
 }
 
 void JsonApi::remotes(const Reply& r) {
-    const QByteArray stamp = StampOf(settings_.path()) + '|' +
-                             StampOf(folder_.path(u"IRSignals"_s)) + '|' +
-                             QByteArray::number(generation_);
+    // The list of remotes is made again only when the registry or a signal file moved.
+    const QByteArray stamp =
+        RegistryStamp(settings_, folder_) + '|' + QByteArray::number(generation_);
     if (stamp != remotesStamp_ || remotesBody_.isEmpty()) {
         QJsonArray list;
         for (int id = 1; id <= MaxListedRemoteId; ++id)
@@ -432,6 +419,16 @@ struct KeyTarget {
 };
 } // namespace
 
+std::function<void(int, const QString&)> JsonApi::keyFailure(const Reply& r) {
+    return [r](int status, const QString& m) {
+        r.error(status,
+                status == 404   ? "not_found"
+                : status == 409 ? "conflict"
+                                : "bad_request",
+                m);
+    };
+}
+
 static bool FindKey(SettingsStore& settings, const Api::Call& c, bool nameRequired, KeyTarget* t,
                     const std::function<void(int, const QString&)>& fail) {
     t->device = settings.Read(Key::RemoteName(c.remote));
@@ -470,13 +467,7 @@ static bool FindKey(SettingsStore& settings, const Api::Call& c, bool nameRequir
 
 void JsonApi::renameKey(const Api::Call& c, const Reply& r) {
     KeyTarget t;
-    if (!FindKey(settings_, c, true, &t, [&](int status, const QString& m) {
-            r.error(status,
-                    status == 404   ? "not_found"
-                    : status == 409 ? "conflict"
-                                    : "bad_request",
-                    m);
-        }))
+    if (!FindKey(settings_, c, true, &t, keyFailure(r)))
         return;
     const QString old = t.buttons[size_t(c.key)];
     if (old != t.name) {
@@ -638,13 +629,7 @@ void JsonApi::transmit(const Api::Call& c, const Reply& r) {
 
 void JsonApi::learn(const Api::Call& c, const Reply& r) {
     KeyTarget t;
-    if (!FindKey(settings_, c, false, &t, [&](int status, const QString& m) {
-            r.error(status,
-                    status == 404   ? "not_found"
-                    : status == 409 ? "conflict"
-                                    : "bad_request",
-                    m);
-        }))
+    if (!FindKey(settings_, c, false, &t, keyFailure(r)))
         return;
     if (capturing_ || device_.CaptureWaiting == 1)
         return r.error(409, "busy",
@@ -680,13 +665,7 @@ void JsonApi::learn(const Api::Call& c, const Reply& r) {
     device_.timDeactivate.start();
     // The remote may have gone while the capture waited.
     KeyTarget now;
-    if (!FindKey(settings_, c, false, &now, [&](int status, const QString& m) {
-            r.error(status,
-                    status == 404   ? "not_found"
-                    : status == 409 ? "conflict"
-                                    : "bad_request",
-                    m);
-        }))
+    if (!FindKey(settings_, c, false, &now, keyFailure(r)))
         return;
     QString why;
     if (!storeKey(c.remote, c.key, t.name, image, &why))
@@ -698,13 +677,7 @@ void JsonApi::learn(const Api::Call& c, const Reply& r) {
 
 void JsonApi::importCode(const Api::Call& c, const Reply& r) {
     KeyTarget t;
-    if (!FindKey(settings_, c, false, &t, [&](int status, const QString& m) {
-            r.error(status,
-                    status == 404   ? "not_found"
-                    : status == 409 ? "conflict"
-                                    : "bad_request",
-                    m);
-        }))
+    if (!FindKey(settings_, c, false, &t, keyFailure(r)))
         return;
     const QJsonValue v = c.body.value(u"code"_s);
     if (!v.isString() || v.toString().trimmed().isEmpty())

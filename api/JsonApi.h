@@ -55,6 +55,8 @@ public:
 
 private:
     struct Reply;
+    // How a refusal of FindKey is answered.
+    static std::function<void(int, const QString&)> keyFailure(const Reply& r);
     void dispatch(const Api::Call& call, const FrontRequest& request, const Reply& reply);
     void status(const Reply& r);
     void remotes(const Reply& r);

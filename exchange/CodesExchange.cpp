@@ -1,5 +1,6 @@
 #include "exchange/CodesExchange.h"
 
+#include "core/AtomicFile.h"
 #include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
@@ -8,6 +9,7 @@
 #include "infrared/SignalStore.h"
 #include "infrared/formats/IrFormats.h"
 #include "learning/LearningStore.h"
+#include "remotes/Press.h"
 #include "remotes/Registry.h"
 
 #include <QDir>
@@ -21,31 +23,8 @@ namespace {
 
 struct Key_ {
     QString name;
-    QByteArray signal; // the signal file's bytes
+    SignalImage signal; // the signal file whole
 };
-
-// The signal as a signal file holds it, or why it cannot be one.
-QByteArray SignalBytes(const NamedSignal& code, QString* why) {
-    if (const QString problem = TimingProblem(code.timing); !problem.isEmpty()) {
-        *why = problem;
-        return {};
-    }
-    const auto blob = BlobFromTiming(code.timing);
-    if (!blob) {
-        *why = u"its durations are too many kinds for a signal file"_s;
-        return {};
-    }
-    if (const QString problem = SignalProblem(*blob); !problem.isEmpty()) {
-        *why = problem;
-        return {};
-    }
-    const QByteArray bytes = blob->encode();
-    if (bytes.size() > SignalFileSize - 2) {
-        *why = u"too long for a signal file"_s;
-        return {};
-    }
-    return bytes;
-}
 
 const Design* SmallestDesignFor(int keys) {
     const Design* best = nullptr;
@@ -108,8 +87,11 @@ void ImportRemote(const ProgramFolder& folder, SettingsStore& settings, const QS
     QDir().mkpath(QFileInfo(SignalFilePath(folder, device, u"x")).absolutePath());
     for (auto [button, key] : placed) {
         QString error;
-        if (!WriteSignalFile(SignalFilePath(folder, device, buttons[size_t(button)]), key->signal,
-                             &error)) {
+        const SignalImage& image = key->signal;
+        if (!WriteFileAtomically(SignalFilePath(folder, device, buttons[size_t(button)]),
+                                 QByteArrayView(reinterpret_cast<const char*>(image.data()),
+                                                qsizetype(image.size())),
+                                 0644, &error)) {
             result.error = u"%1: %2"_s.arg(key->name, error);
             return;
         }
@@ -158,9 +140,9 @@ CodesImportResult ImportCodes(const ProgramFolder& folder, SettingsStore& settin
         std::vector<Key_>& keys = group->second;
         QString why =
             code.name.isEmpty() ? u"a key without a name"_s : LearnedNameProblem(code.name);
-        QByteArray signal;
+        std::optional<SignalImage> signal;
         if (why.isEmpty())
-            signal = SignalBytes(code, &why);
+            signal = SignalImageOf(code.timing, &why);
         if (why.isEmpty() && std::any_of(keys.begin(), keys.end(), [&](const Key_& k) {
                 return ShiftJis::RoundTrip(k.name) == ShiftJis::RoundTrip(code.name);
             }))
@@ -169,7 +151,7 @@ CodesImportResult ImportCodes(const ProgramFolder& folder, SettingsStore& settin
             result.refused << u"%1: %2"_s.arg(code.name, why);
             continue;
         }
-        keys.push_back({code.name, signal});
+        keys.push_back({code.name, *signal});
     }
     for (const auto& [name, keys] : remotes) {
         if (keys.empty())

@@ -17,22 +17,10 @@
 #include <QJsonObject>
 #include <QLoggingCategory>
 
-#include <sys/stat.h>
-
 using namespace Qt::StringLiterals;
 
 namespace {
 Q_LOGGING_CATEGORY(lcMqtt, "kestrava.mqtt")
-
-QByteArray StampOf(const QString& path) {
-    struct stat st {};
-    if (::stat(QFile::encodeName(path).constData(), &st) != 0)
-        return "-";
-    return QByteArray::number(qlonglong(st.st_size)) + ':' +
-           QByteArray::number(qlonglong(st.st_mtim.tv_sec)) + '.' +
-           QByteArray::number(qlonglong(st.st_mtim.tv_nsec)) + ':' +
-           QByteArray::number(qulonglong(st.st_ino));
-}
 
 QString ReasonOf(SendResult result) {
     switch (result) {
@@ -79,7 +67,7 @@ Mqtt::Mqtt(const ProgramFolder& folder, SettingsStore& settings, Transceiver& de
     settle_.setInterval(150);
     connect(&settle_, &QTimer::timeout, this, [this] {
         watch();
-        if (registryStamp() != stamp_)
+        if (RegistryStamp(settings_, folder_) != stamp_)
             syncDiscovery(false);
     });
     connect(&watcher_, &QFileSystemWatcher::directoryChanged, &settle_,
@@ -140,10 +128,6 @@ void Mqtt::watch() {
             watcher_.addPath(dir);
 }
 
-QByteArray Mqtt::registryStamp() const {
-    return StampOf(settings_.path()) + '|' + StampOf(folder_.path(u"IRSignals"_s));
-}
-
 void Mqtt::connected(bool on) {
     emit connectionChanged(on);
     if (!on) {
@@ -200,7 +184,7 @@ std::vector<Discovery::Remote> Mqtt::readRemotes() {
 }
 
 void Mqtt::syncDiscovery(bool all) {
-    stamp_ = registryStamp();
+    stamp_ = RegistryStamp(settings_, folder_);
     if (!connection_.isConnected())
         return;
     const std::vector<Discovery::Remote> remotes = readRemotes();

@@ -67,7 +67,6 @@ private:
     // Builds the configs and publishes what changed; cleared ones get an empty payload.
     void syncDiscovery(bool all);
     std::vector<Discovery::Remote> readRemotes();
-    QByteArray registryStamp() const;
     void watch();
 
     const ProgramFolder& folder_;

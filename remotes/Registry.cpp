@@ -1,8 +1,13 @@
 #include "remotes/Registry.h"
 
+#include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
+
+#include <QFile>
+
+#include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
 
@@ -147,4 +152,20 @@ RemoteSlot FindRemoteSlot(SettingsStore& settings, const QString& deviceName) {
         }
     }
     return slot;
+}
+
+namespace {
+QByteArray StampOf(const QString& path) {
+    struct stat st {};
+    if (::stat(QFile::encodeName(path).constData(), &st) != 0)
+        return "-";
+    return QByteArray::number(qlonglong(st.st_size)) + ':' +
+           QByteArray::number(qlonglong(st.st_mtim.tv_sec)) + '.' +
+           QByteArray::number(qlonglong(st.st_mtim.tv_nsec)) + ':' +
+           QByteArray::number(qulonglong(st.st_ino));
+}
+} // namespace
+
+QByteArray RegistryStamp(const SettingsStore& settings, const ProgramFolder& folder) {
+    return StampOf(settings.path()) + '|' + StampOf(folder.path(u"IRSignals"_s));
 }

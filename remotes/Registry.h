@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+class ProgramFolder;
 class SettingsStore;
 
 // The registry of learned remotes: section Remote-<id> of setting.ini holds
@@ -86,3 +87,7 @@ struct RemoteSlot {
     int slot() const { return existingSlot ? existingSlot : freeSlot; }
 };
 RemoteSlot FindRemoteSlot(SettingsStore& settings, const QString& deviceName);
+
+// Changes to setting.ini or the signal files: the text differs whenever one
+// of them was written since (size, time and inode of each).
+QByteArray RegistryStamp(const SettingsStore& settings, const ProgramFolder& folder);
