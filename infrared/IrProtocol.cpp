@@ -1064,16 +1064,14 @@ IrCode SignalCodeCache::codeOf(const QString& path) {
     const QFileInfo fi(path);
     const int64_t mtime = fi.exists() ? fi.lastModified().toMSecsSinceEpoch() : 0;
     const int64_t size = fi.exists() ? fi.size() : -1;
-    for (Entry& e : entries_)
-        if (e.path == path && e.mtimeMs == mtime && e.size == size)
-            return e.code;
-    std::erase_if(entries_, [&](const Entry& e) { return e.path == path; });
-    IrCode code;
+    Entry& e = entries_[path];
+    if (e.size == size && e.mtimeMs == mtime) // a new entry matches only a missing file: raw
+        return e.code;
+    e = {mtime, size, {}};
     QByteArray blob;
     QString why;
     if (ReadCheckedSignal(path, &blob, &why) == SignalRead::Ok)
         if (auto b = IrBlob::decode(blob))
-            code = DecodeSignal(TimingFromBlob(*b));
-    entries_.push_back({path, mtime, size, code});
-    return code;
+            e.code = DecodeSignal(TimingFromBlob(*b));
+    return e.code;
 }

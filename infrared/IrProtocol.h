@@ -2,6 +2,7 @@
 
 #include "infrared/IrSignal.h"
 
+#include <QHash>
 #include <QString>
 #include <QStringView>
 
@@ -102,10 +103,9 @@ public:
 
 private:
     struct Entry {
-        QString path;
         int64_t mtimeMs = 0;
         int64_t size = -1;
         IrCode code;
     };
-    std::vector<Entry> entries_; // few hundred at most; newest last
+    QHash<QString, Entry> entries_; // by path
 };

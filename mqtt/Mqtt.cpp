@@ -166,17 +166,7 @@ std::vector<Discovery::Remote> Mqtt::readRemotes() {
             const QFileInfo fi(path);
             if (!fi.exists())
                 continue;
-            Decoded& d = decoded_[path];
-            const qint64 mtime = fi.lastModified().toMSecsSinceEpoch();
-            if (d.size != fi.size() || d.mtimeMs != mtime) {
-                QByteArray blob;
-                QString why;
-                d = {fi.size(), mtime, false};
-                if (ReadCheckedSignal(path, &blob, &why) == SignalRead::Ok)
-                    if (auto b = IrBlob::decode(blob))
-                        d.decodes = DecodeSignal(TimingFromBlob(*b)).decoded();
-            }
-            r.keys.push_back({k, function, d.decodes});
+            r.keys.push_back({k, function, codes_.codeOf(path).decoded()});
         }
         out.push_back(std::move(r));
     }

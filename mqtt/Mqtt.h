@@ -79,11 +79,7 @@ private:
     bool keysKnown_ = false; // learned_ was read: keys new to it were learned since
     QByteArray stamp_;
     QFileSystemWatcher watcher_;
-    QTimer settle_;      // changes to the registry come in bursts
-    QTimer staleWindow_; // while it runs, retained configs not ours now are cleared
-    struct Decoded {
-        qint64 size = -1, mtimeMs = 0;
-        bool decodes = false;
-    };
-    QHash<QString, Decoded> decoded_;
+    QTimer settle_;         // changes to the registry come in bursts
+    QTimer staleWindow_;    // while it runs, retained configs not ours now are cleared
+    SignalCodeCache codes_; // whether each key's signal decodes, read once per file
 };
