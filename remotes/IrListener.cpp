@@ -105,6 +105,9 @@ void IrListener::open() {
     if (path_ == u"sim") {
         simWatch_ = std::make_unique<QFileSystemWatcher>(QStringList{folder_.root()});
         connect(simWatch_.get(), &QFileSystemWatcher::directoryChanged, this, &IrListener::readSim);
+        simLater_.setSingleShot(true);
+        simLater_.setInterval(int(EchoMarginMs) * 2);
+        connect(&simLater_, &QTimer::timeout, this, &IrListener::readSim, Qt::UniqueConnection);
         readSim();
         qCInfo(lcListen) << "listening on the simulator";
         return;
@@ -138,6 +141,7 @@ void IrListener::open() {
 
 void IrListener::close() {
     simWatch_.reset();
+    simLater_.stop();
     quiet_.stop();
     notifier_.reset();
     if (fd_ >= 0)
@@ -177,7 +181,13 @@ void IrListener::onReadable() {
 
 void IrListener::readSim() {
     QFile file(folder_.path(u"sim-receive"_s));
-    if (!file.exists() || !file.open(QIODevice::ReadOnly))
+    if (!file.exists())
+        return;
+    if (muted(clock_.elapsed())) {
+        simLater_.start();
+        return;
+    }
+    if (!file.open(QIODevice::ReadOnly))
         return;
     const QByteArray text = file.read(64 * 1024);
     file.close();

@@ -90,8 +90,9 @@ private:
     std::unique_ptr<QFileSystemWatcher> simWatch_;
     Mode2Message message_;
     qint64 messageStart_ = 0;
-    QTimer quiet_; // ends a message the kernel did not end
-    QTimer retry_; // opens the device again after it failed
+    QTimer quiet_;    // ends a message the kernel did not end
+    QTimer retry_;    // opens the device again after it failed
+    QTimer simLater_; // a frame for the simulator waits while its own send is on air
     QElapsedTimer clock_;
     qint64 busyEndedMs_ = -1;
 
