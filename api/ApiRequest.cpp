@@ -26,6 +26,18 @@ Refusal Refuse(int status, const char* code, const QString& message) {
 
 } // namespace
 
+Refusal CheckBodyType(const QByteArray& method, const QByteArray& contentType,
+                      const QByteArray& body) {
+    if (method == "GET" || method == "HEAD" || (contentType.isEmpty() && body.isEmpty()))
+        return {};
+    // A form or text/plain is what another site's page can send without asking.
+    const QByteArray type = contentType.split(';').first().trimmed().toLower();
+    if (type == "application/json")
+        return {};
+    return Refuse(415, "unsupported_media_type",
+                  u"本文は JSON で送ってください（Content-Type: application/json）。"_s);
+}
+
 QByteArray AllowedMethods(Endpoint endpoint) {
     switch (endpoint) {
     case Endpoint::Status:

@@ -51,6 +51,13 @@ constexpr int MaxKeyIdInPath = 999;
 Refusal ParseCall(const QByteArray& method, const QString& path, const QByteArray& body,
                   Call* call);
 
+// An action (any method but GET and HEAD) takes a JSON body or none: a body
+// that is not application/json (parameters allowed), or a Content-Type that
+// is not, is refused with 415 before anything else is read. A body-less
+// action without Content-Type passes.
+Refusal CheckBodyType(const QByteArray& method, const QByteArray& contentType,
+                      const QByteArray& body);
+
 // The methods an endpoint answers, for Allow.
 QByteArray AllowedMethods(Endpoint endpoint);
 

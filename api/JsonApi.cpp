@@ -104,6 +104,10 @@ FrontRoute JsonApi::Route() {
     route.deniedType = route.tooLargeType = JsonType;
     route.deniedBody = ErrorBody("unauthorized", u"ログインが必要です。"_s);
     route.tooLargeBody = ErrorBody("too_large", u"リクエストが大きすぎます（64 KiB まで）。"_s);
+    route.misdirectedBody =
+        ErrorBody("misdirected", u"このサーバーの名前ではないホスト名で届きました。"_s);
+    route.tooManyBody =
+        ErrorBody("too_many", u"ログインの失敗が続いたため、しばらく待ってください。"_s);
     route.handler = [this](const FrontRequest& request, const FrontReply& reply) {
         Handle(request, reply);
     };
@@ -119,7 +123,10 @@ void JsonApi::Handle(const FrontRequest& request, const FrontReply& front) {
         return reply.error(403, "forbidden", u"ほかのサイトからの操作は受け付けません。"_s);
     }
     Api::Call call;
-    const Api::Refusal refusal = Api::ParseCall(request.method, request.path, request.body, &call);
+    Api::Refusal refusal =
+        Api::CheckBodyType(request.method, request.header("content-type"), request.body);
+    if (!refusal.status)
+        refusal = Api::ParseCall(request.method, request.path, request.body, &call);
     if (refusal.status) {
         const QByteArray allow =
             refusal.allow.isEmpty() ? QByteArray() : "Allow: " + refusal.allow + "\r\n";

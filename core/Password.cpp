@@ -1,5 +1,7 @@
 #include "core/Password.h"
 
+#include <QCryptographicHash>
+
 #include <array>
 
 namespace {
@@ -48,4 +50,18 @@ QString ScramblePassword(QStringView mode, QStringView text) {
         }
     }
     return out;
+}
+
+bool SameSecret(QStringView given, QStringView expected) {
+    // Digests of equal length, compared to the last byte.
+    auto digest = [](QStringView text) {
+        return QCryptographicHash::hash(
+            QByteArrayView(reinterpret_cast<const char*>(text.utf16()), text.size() * 2),
+            QCryptographicHash::Sha256);
+    };
+    const QByteArray a = digest(given), b = digest(expected);
+    volatile unsigned char diff = 0;
+    for (qsizetype i = 0; i < a.size(); ++i)
+        diff = diff | (a[i] ^ b[i]);
+    return diff == 0;
 }

@@ -11,3 +11,7 @@
 QString ScramblePassword(QStringView mode, QStringView text);
 
 bool IsStorablePassword(QStringView text);
+
+// Whether two secrets are equal, in a time that tells nothing of where they
+// differ or how long the expected one is.
+bool SameSecret(QStringView given, QStringView expected);

@@ -45,6 +45,8 @@ inline const SettingKey DnsLastIP{QStringLiteral("DynDns"), QStringLiteral("Last
 inline const SettingKey DnsLastUpdated{QStringLiteral("DynDns"), QStringLiteral("LastUpdated")};
 
 inline const SettingKey WebPort{QStringLiteral("WebServer"), QStringLiteral("Port")};
+// Names besides the machine's own and DNS_Host that the server answers to, comma separated.
+inline const SettingKey WebHosts{QStringLiteral("WebServer"), QStringLiteral("Hosts")};
 inline const SettingKey StreamingPort{QStringLiteral("Streaming"), QStringLiteral("Port")};
 
 // The transceiver. The test-mode key is one key whatever its case.

@@ -1,6 +1,7 @@
 #include "webserver/Codecs.h"
 
 #include "core/Clock.h"
+#include "core/Password.h"
 #include "core/ShiftJis.h"
 
 #include <QDateTime>
@@ -134,7 +135,9 @@ QString HtmlEscape(QStringView text) {
 }
 
 bool CheckLogon(const WebLogin& state, QStringView user, QStringView password) {
-    return user == state.WebUser && password == state.WebPass;
+    // Both are compared, whichever is wrong.
+    const bool rightUser = SameSecret(user, state.WebUser);
+    return SameSecret(password, state.WebPass) && rightUser;
 }
 
 QString HttpDate(const Clock& clock, int minutes) {

@@ -35,7 +35,7 @@ struct WebLogin {
     QString WebPass;
 };
 
-// The web server's user and password, compared exactly.
+// The web server's user and password, compared exactly and in constant time.
 bool CheckLogon(const WebLogin& state, QStringView user, QStringView password);
 
 // "Sat, 21 Nov 2026 08:00:00 GMT"; minutes moves the time of day only.

@@ -166,6 +166,12 @@ QByteArray StatusText(int status) {
         return "Conflict";
     case 413:
         return "Content Too Large";
+    case 415:
+        return "Unsupported Media Type";
+    case 421:
+        return "Misdirected Request";
+    case 429:
+        return "Too Many Requests";
     case 431:
         return "Request Header Fields Too Large";
     case 500:

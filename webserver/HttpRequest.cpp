@@ -50,16 +50,19 @@ qsizetype headerEnd(const QString& text) {
 }
 
 // The value of the first header line named `name` (lower case), without
-// surrounding blanks; "" when there is none.
-QString headerValue(const QString& text, qsizetype end, QStringView name) {
+// surrounding blanks; "" when there is none. found tells the two apart.
+QString headerValue(const QString& text, qsizetype end, QStringView name, bool* found = nullptr) {
     qsizetype pos = text.indexOf(u'\n');
     while (pos >= 0 && pos + 1 < end) {
         const qsizetype from = pos + 1;
         const QString line = toLineEnd(text, from, from);
         const qsizetype colon = line.indexOf(u':');
         if (colon == name.size() &&
-            QStringView(line).first(colon).compare(name, Qt::CaseInsensitive) == 0)
+            QStringView(line).first(colon).compare(name, Qt::CaseInsensitive) == 0) {
+            if (found)
+                *found = true;
             return QStringView(line).sliced(colon + 1).trimmed().toString();
+        }
         pos = text.indexOf(u'\n', from);
     }
     return {};
@@ -129,13 +132,12 @@ Request ParseRequest(const QString& text) {
     // Only the Host line counts: a host named anywhere else (the path, another
     // header) would send our redirect wherever a link's author likes. A value
     // with control characters could split the response header; it is ignored.
-    r.host = headerValue(text, end < 0 ? text.size() : end, u"host");
+    r.host = headerValue(text, end < 0 ? text.size() : end, u"host", &r.hasHost);
     for (QChar c : std::as_const(r.host))
         if (c.unicode() < 0x20 || c.unicode() == 0x7f) {
             r.host.clear();
             break;
         }
-    r.realm = r.host;
 
     qsizetype a = lower.indexOf(u"authorization:"_s);
     r.hasAuthorization = a >= 0;
@@ -249,9 +251,9 @@ QByteArray RedirectResponse(const QString& host) {
                    u"<a HREF=\"http://\">here</a></body>"_s);
 }
 
-QByteArray AccessDeniedResponse(const QString& realm, const QString& body, const QString& date) {
+QByteArray AccessDeniedResponse(const QString& body, const QString& date) {
     return respond(u"HTTP/1.1 401 Access Denied\r\n"_s + ServerLine + u"Date: "_s + date + CRLF +
-                       u"WWW-Authenticate: Basic realm=\""_s + realm +
+                       u"WWW-Authenticate: Basic realm=\""_s + QLatin1StringView(Realm) +
                        u"\"\r\n"
                        u"Connection: Close\r\n"_s,
                    body, false);
@@ -266,6 +268,18 @@ QByteArray FileNotFoundResponse(const QString& date) {
 QByteArray ForbiddenResponse(const QString& date) {
     return respond(u"HTTP/1.1 403 Forbidden\r\n"_s + ServerLine + u"Date: "_s + date + CRLF,
                    u"<html>\r\n403 Forbidden\r\n</html>\r\n"_s);
+}
+
+QByteArray MisdirectedResponse(const QString& date) {
+    return respond(u"HTTP/1.1 421 Misdirected Request\r\n"_s + ServerLine + u"Date: "_s + date +
+                       CRLF,
+                   u"<html>\r\n421 Misdirected Request\r\n</html>\r\n"_s);
+}
+
+QByteArray TooManyResponse(int retryAfter, const QString& date) {
+    return respond(u"HTTP/1.1 429 Too Many Requests\r\n"_s + ServerLine + u"Date: "_s + date +
+                       u"\r\nRetry-After: "_s + QString::number(retryAfter) + CRLF,
+                   u"<html>\r\n429 Too Many Requests\r\n</html>\r\n"_s);
 }
 
 QByteArray FileResponseHead(qint64 size, qint64 start, const QString& typeLines,

@@ -21,10 +21,13 @@ enum class Frame { Incomplete, Complete, TooLarge, Malformed };
 // bytes of body. length receives the request's size when complete.
 Frame CheckFrame(const QByteArray& data, qsizetype* length);
 
+// The realm a refused login names: always this, never what the client sent.
+inline constexpr char Realm[] = "Kestrava";
+
 struct Request {
-    QString text;  // the whole request, decoded from CP932
-    QString host;  // value of the first Host line, "" without one
-    QString realm; // what the 401 names as realm: the host
+    QString text;         // the whole request, decoded from CP932
+    QString host;         // value of the first Host line, "" without one
+    bool hasHost = false; // a Host line came, even one whose value is unusable
     bool hasAuthorization = false;
     QString user, password; // from Basic credentials
     QString path;           // with its query; "" for methods other than GET and POST
@@ -49,10 +52,13 @@ Route ClassifyPath(const QString& path, bool redirectArmed);
 // Everything the server decides from the bytes received so far: wait for
 // more, drop the connection, refuse the login, or answer with a page, a
 // redirect or a file. A function of its inputs alone, so it can be fuzzed.
-enum class Action { Wait, Drop, Refuse, Page, Redirect, File };
+// The server itself may turn a decision into Misdirected (a Host not ours) or
+// TooMany (logins held up for a while).
+enum class Action { Wait, Drop, Refuse, Page, Redirect, File, Misdirected, TooMany };
 struct Decision {
     Action action = Action::Wait;
     qsizetype length = 0; // bytes of the request when complete
+    int retryAfter = 0;   // seconds, for TooMany
     Request request;
 };
 // state: whether a login is required, and which.
@@ -60,9 +66,11 @@ Decision Decide(const QByteArray& received, bool redirectArmed, const WebLogin& 
 
 QByteArray PageResponse(const QString& html, const QString& date);
 QByteArray RedirectResponse(const QString& host);
-QByteArray AccessDeniedResponse(const QString& realm, const QString& body, const QString& date);
+QByteArray AccessDeniedResponse(const QString& body, const QString& date);
 QByteArray FileNotFoundResponse(const QString& date);
 QByteArray ForbiddenResponse(const QString& date);
+QByteArray MisdirectedResponse(const QString& date);
+QByteArray TooManyResponse(int retryAfter, const QString& date);
 // The head of a file's answer from byte start on (200 from the first byte,
 // 206 from any other); typeLines end in CRLF.
 QByteArray FileResponseHead(qint64 size, qint64 start, const QString& typeLines,

@@ -35,6 +35,13 @@ Q_LOGGING_CATEGORY(lcWeb, "kestrava.web")
 // the event loop runs again.
 constexpr qsizetype ReadBytes = 16 * 1024;
 constexpr qint64 SendTurnBytes = 8 * 1024 * 1024;
+
+// What a page request's login was, for the throttle.
+LoginThrottle::Login LoginOf(const Http::Decision& d) {
+    return !d.request.hasAuthorization        ? LoginThrottle::Login::None
+           : d.action == Http::Action::Refuse ? LoginThrottle::Login::Wrong
+                                              : LoginThrottle::Login::Right;
+}
 } // namespace
 
 const QString WebServer::PortInUseText =
@@ -366,6 +373,13 @@ void WebServer::onReadable(int index) {
     Http::Decision d = Http::Decide(data, redirectArmed_, login_);
     if (!loginKnown && d.action != Http::Action::Wait && d.action != Http::Action::Drop)
         d.action = Http::Action::Refuse;
+    if (d.action != Http::Action::Wait && d.action != Http::Action::Drop) {
+        if (!hostRule_.Admits(d.request))
+            d.action = Http::Action::Misdirected;
+        else if (loginKnown && login_.WebAuthOn &&
+                 (d.retryAfter = throttle_.Attempt(slot.peerAddress(), LoginOf(d))) > 0)
+            d.action = Http::Action::TooMany;
+    }
     if (d.action == Http::Action::Wait) {
         if (fresh)
             slot.received = QByteArray(buffer, fresh);
@@ -392,8 +406,13 @@ void WebServer::answer(int index, const Http::Decision& d) {
     slot.answering = true;
     switch (d.action) {
     case Http::Action::Refuse:
-        sendAndClose(index, Http::AccessDeniedResponse(d.request.realm, AccessDeniedPage(),
-                                                       HttpDate(clock_)));
+        sendAndClose(index, Http::AccessDeniedResponse(AccessDeniedPage(), HttpDate(clock_)));
+        return;
+    case Http::Action::Misdirected:
+        sendAndClose(index, Http::MisdirectedResponse(HttpDate(clock_)));
+        return;
+    case Http::Action::TooMany:
+        sendAndClose(index, Http::TooManyResponse(d.retryAfter, HttpDate(clock_)));
         return;
     case Http::Action::Redirect:
         redirectArmed_ = true;
@@ -479,19 +498,21 @@ void WebServer::answerFront(int index, const QByteArray& data, bool fresh,
     bool isV4 = false;
     const quint32 v4 = address.toIPv4Address(&isV4);
     request.peer = isV4 ? QHostAddress(v4).toString() : address.toString();
+    if (!hostRule_.Admits(request))
+        return reply.Send(421, route.deniedType, route.misdirectedBody, "Connection: close\r\n");
     // The same login as the pages, refused while it cannot be read.
-    if (!LoginKnown() ||
-        (login_.WebAuthOn &&
-         (!request.hasAuthorization || !CheckLogon(login_, request.user, request.password)))) {
-        const QString host = QString::fromUtf8(request.header("host"));
-        QByteArray realm = host.toUtf8();
-        realm.replace('"', "");
-        for (char& c : realm)
-            if (uchar(c) < 0x20)
-                c = ' ';
+    const bool loginKnown = LoginKnown();
+    const auto login = !request.hasAuthorization ? LoginThrottle::Login::None
+                       : CheckLogon(login_, request.user, request.password)
+                           ? LoginThrottle::Login::Right
+                           : LoginThrottle::Login::Wrong;
+    if (loginKnown && login_.WebAuthOn)
+        if (const int wait = throttle_.Attempt(address, login))
+            return reply.Send(429, route.deniedType, route.tooManyBody,
+                              "Retry-After: " + QByteArray::number(wait) + "\r\n");
+    if (!loginKnown || (login_.WebAuthOn && login != LoginThrottle::Login::Right))
         return reply.Send(401, route.deniedType, route.deniedBody,
-                          "WWW-Authenticate: Basic realm=\"" + realm + "\"\r\n");
-    }
+                          "WWW-Authenticate: Basic realm=\"" + QByteArray(Http::Realm) + "\"\r\n");
     route.handler(request, reply);
 }
 

@@ -9,6 +9,8 @@
 
 #include "webserver/Codecs.h"
 #include "webserver/FrontRequest.h"
+#include "webserver/HostRule.h"
+#include "webserver/LoginThrottle.h"
 
 #include <functional>
 #include <memory>
@@ -64,6 +66,9 @@ struct FrontRoute {
     QByteArray deniedBody = "401 Unauthorized\n";
     QByteArray tooLargeType = "text/plain; charset=utf-8";
     QByteArray tooLargeBody = "413 Content Too Large\n";
+    // Refusals before the handler, in deniedType: a Host not ours, logins held up.
+    QByteArray misdirectedBody = "421 Misdirected Request\n";
+    QByteArray tooManyBody = "429 Too Many Requests\n";
     std::function<void(const FrontRequest&, const FrontReply&)> handler;
 };
 
@@ -167,6 +172,8 @@ private:
     UserPrompt& prompt_;
     Dispatcher& dispatcher_;
     WebLogin login_;
+    HostRule hostRule_{settings_};
+    LoginThrottle throttle_{clock_};
     bool listened_ = false;
     QTimer timObjMove_; // 5 s, one shot: ends the redirect window
     QTcpServer server_; // listens; connections are taken from its socket here

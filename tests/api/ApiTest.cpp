@@ -34,6 +34,7 @@ public:
     explicit Served(bool withDevice = true) {
         clock.at = QDateTime(QDate(2026, 11, 21), QTime(8, 0), Qt::UTC);
         t.settings.WriteIni(u"WebServer", u"Port", u"0");
+        t.settings.WriteIni(u"WebServer", u"Hosts", u"h");
         if (withDevice)
             t.settings.WriteIni(u"Tira", u"Device", u"sim");
         device.factory = [this](const QString&) {
@@ -51,9 +52,12 @@ public:
         server.InitWebServer();
     }
 
-    // A request; the whole answer (the connection closes after it).
+    // A request, its body as JSON unless extra says otherwise; the whole answer
+    // (the connection closes after it).
     QByteArray call(const QByteArray& method, const QByteArray& path, const QByteArray& body = {},
-                    const QByteArray& extra = {}) {
+                    QByteArray extra = {}) {
+        if (!body.isEmpty() && !extra.contains("Content-Type:"))
+            extra += "Content-Type: application/json\r\n";
         return Fetch(server.WebPort(), method + ' ' + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n" +
                                            extra +
                                            "Content-Length: " + QByteArray::number(body.size()) +
@@ -103,7 +107,7 @@ TEST(Api, LoginOriginMethodsAndLimitsAreCheckedBeforeAnythingActs) {
 
     QByteArray r = a.call("POST", "/api/v1/remotes/1/keys/0/press");
     EXPECT_EQ(Served::status(r), 401);
-    EXPECT_TRUE(HeadOf(r).contains("WWW-Authenticate: Basic"));
+    EXPECT_TRUE(HeadOf(r).contains("WWW-Authenticate: Basic realm=\"Kestrava\"\r\n"));
     EXPECT_EQ(Served::json(r)[u"error"_s], u"unauthorized"_s);
     // Another site's page, even with the owner's login, acts on nothing.
     r = a.call("POST", "/api/v1/remotes/1/keys/0/press", {},
@@ -144,6 +148,63 @@ TEST(Api, LoginOriginMethodsAndLimitsAreCheckedBeforeAnythingActs) {
     EXPECT_EQ(a.sends(), 1);
     ASSERT_TRUE(QDir().rmdir(ini));
     ASSERT_TRUE(QFile::rename(ini + u".away"_s, ini));
+
+    // Five wrong logins: then even the right one waits, and nothing is pressed.
+    const QByteArray wrong = "Authorization: Basic " + QByteArray("me:x").toBase64() + "\r\n";
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(Served::status(a.call("GET", "/api/v1/status", {}, wrong)), 401);
+    r = a.call("POST", "/api/v1/remotes/1/keys/0/press", {}, login);
+    EXPECT_EQ(Served::status(r), 429);
+    EXPECT_TRUE(HeadOf(r).contains("\r\nRetry-After: 30\r\n"));
+    EXPECT_EQ(Served::json(r)[u"error"_s], u"too_many"_s);
+    EXPECT_EQ(a.sends(), 1);
+}
+
+// A page of another site that points its name at this machine (DNS rebinding)
+// and asks with that name and its own Origin: refused on the classic pages, the
+// API and the event stream, with no login asked for, and nothing is pressed.
+TEST(Api, RequestsNamingAnotherHostActOnNothing) {
+    Served a;
+    a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
+    const QByteArray foreign = "Host: evil.example:8080\r\nOrigin: http://evil.example:8080\r\n";
+    EXPECT_EQ(Served::status(Fetch(a.server.WebPort(), "GET /remote1.asp?DevID=1&Button=0 "
+                                                       "HTTP/1.1\r\n" +
+                                                           foreign + "\r\n")),
+              421);
+    const QByteArray r =
+        Fetch(a.server.WebPort(), "POST /api/v1/remotes/1/keys/0/press HTTP/1.1\r\n" + foreign +
+                                      "Content-Length: 0\r\n\r\n");
+    EXPECT_EQ(Served::status(r), 421);
+    EXPECT_EQ(Served::json(r)[u"error"_s], u"misdirected"_s);
+    RawConnection events(a.server.WebPort());
+    events.send("GET /api/v1/events HTTP/1.1\r\n" + foreign + "\r\n");
+    EXPECT_EQ(Served::status(events.readAll(3000)), 421);
+    EXPECT_EQ(a.api.Listeners(), 0);
+    EXPECT_EQ(a.sends(), 0);
+}
+
+// Actions take JSON only: a text/plain or form body, which another site's page
+// can send without asking, is refused whatever it holds, and nothing is pressed.
+TEST(Api, ActionsTakeJsonBodiesOnly) {
+    Served a;
+    a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
+    const QByteArray body = R"({"remote":"TV","key":"Power"})";
+    for (const QByteArray type : {"text/plain;charset=UTF-8", "application/x-www-form-urlencoded",
+                                  "multipart/form-data; boundary=x", "application/jsonp", ""}) {
+        const QByteArray r =
+            a.call("POST", "/api/v1/press", body, "Content-Type: " + type + "\r\n");
+        EXPECT_EQ(Served::status(r), 415) << type.constData();
+        EXPECT_EQ(Served::json(r)[u"error"_s], u"unsupported_media_type"_s);
+    }
+    // A form without fields carries its type too.
+    EXPECT_EQ(Served::status(a.call("POST", "/api/v1/remotes/1/keys/0/press", {},
+                                    "Content-Type: application/x-www-form-urlencoded\r\n")),
+              415);
+    EXPECT_EQ(a.sends(), 0);
+    EXPECT_EQ(Served::status(a.call("POST", "/api/v1/press", body,
+                                    "Content-Type: Application/JSON; charset=utf-8\r\n")),
+              200);
+    EXPECT_EQ(a.sends(), 1);
 }
 
 TEST(Api, PressAnswersAfterTheSendWithHonestStatuses) {
@@ -187,7 +248,7 @@ TEST(Api, ARemoteDeletedWhileItsPressesWaitEndsThemClearly) {
     a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
     RawConnection press(a.server.WebPort());
     press.send("POST /api/v1/remotes/1/keys/0/press HTTP/1.1\r\nHost: h\r\nContent-Length: "
-               "13\r\nConnection: close\r\n\r\n{\"repeat\":20}");
+               "13\r\nContent-Type: application/json\r\nConnection: close\r\n\r\n{\"repeat\":20}");
     ASSERT_TRUE(WaitUntil([&] { return a.sends() >= 1; }));
     EXPECT_EQ(Served::status(a.call("DELETE", "/api/v1/remotes/1")), 204);
     const QByteArray r = press.readAll(20000);
@@ -215,7 +276,9 @@ TEST(Api, LearnsARemoteWithoutADesktop) {
 
     // A second capture while one waits is refused; the first learns the key.
     RawConnection first(a.server.WebPort());
-    first.send("POST " + base + "/keys/0/learn HTTP/1.1\r\nHost: h\r\nContent-Length: " +
+    first.send("POST " + base +
+               "/keys/0/learn HTTP/1.1\r\nHost: h\r\nContent-Type: application/json\r\n"
+               "Content-Length: " +
                QByteArray::number(u"{\"name\":\"冷房\"}"_s.toUtf8().size()) +
                "\r\nConnection: close\r\n\r\n" + u"{\"name\":\"冷房\"}"_s.toUtf8());
     // The test waits below the capture's own loop: the second asks from inside it.

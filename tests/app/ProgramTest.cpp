@@ -253,7 +253,7 @@ TEST(Program, PressesFromManyPhonesAtOnceAllGoOutInOrder) {
     for (int k = 0; k < 10; ++k) {
         phones.push_back(std::make_unique<RawConnection>(listening));
         phones.back()->send("GET /cremote.asp?DevID=1&Button=" + QByteArray::number(k) +
-                            "&Device=TV HTTP/1.1\r\nHost: x\r\n\r\n");
+                            "&Device=TV HTTP/1.1\r\nHost: localhost\r\n\r\n");
         WaitMs(5);
     }
     for (auto& phone : phones) {
@@ -297,7 +297,7 @@ TEST(Program, ReservationMadeThroughThePagesFiresInItsMinute) {
         "&Min=" + due.toString(u"mm").toLatin1() +
         "&B1=%92%C7%89%C1&Dev=%83e%83%8C%83r&Func=%93d%8C%B9"; // 追加 テレビ 電源
     const QByteArray page =
-        BodyOf(Fetch(port, "POST /add2.asp HTTP/1.1\r\nHost: x\r\nContent-Length: " +
+        BodyOf(Fetch(port, "POST /add2.asp HTTP/1.1\r\nHost: localhost\r\nContent-Length: " +
                                QByteArray::number(body.size()) + "\r\n\r\n" + body));
     const QString file = dir + u"/reserve/"_s + due.toString(u"yyyy_MM_dd HH_mm");
     ASSERT_TRUE(QFileInfo::exists(file)) << page.toStdString();
@@ -362,7 +362,8 @@ TEST(Program, ExportsAndImportsFromTheCommandLine) {
     EXPECT_EQ(
         run({u"--home"_s, to, u"--import"_s, u"--overwrite"_s, out + u"/エアコン.kxp"_s}, &output),
         0);
-    const QByteArray page = BodyOf(Fetch(port, "GET /remote.asp HTTP/1.1\r\nHost: x\r\n\r\n"));
+    const QByteArray page =
+        BodyOf(Fetch(port, "GET /remote.asp HTTP/1.1\r\nHost: localhost\r\n\r\n"));
     EXPECT_TRUE(page.contains(ShiftJis::Encode(u"エアコン"_s))) << page.toStdString();
 }
 

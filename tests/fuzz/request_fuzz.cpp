@@ -1,9 +1,10 @@
 // The server's decision on the bytes of a request: framing, request line,
-// headers, login, routing, the site it says it comes from, then the file path
-// and the byte range it names.
+// headers, login, routing, the site it says it comes from, the host it names,
+// then the file path and the byte range it names.
 #include "core/ProgramFolder.h"
 #include "webserver/Codecs.h"
 #include "webserver/FileSender.h"
+#include "webserver/HostRule.h"
 #include "webserver/HttpRequest.h"
 
 #include <QDir>
@@ -56,7 +57,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (d.request.host.contains(u'\r') || d.request.host.contains(u'\n'))
         abort();
     Http::RedirectResponse(d.request.host);
-    Http::AccessDeniedResponse(d.request.realm, {}, {});
+    // A name never keeps a port; only an IPv6 literal holds colons.
+    if (const QString name = HostRule::NameOf(d.request.host);
+        name.contains(u':') && !name.startsWith(u'['))
+        abort();
+    Http::AccessDeniedResponse({}, {});
     Http::ClassifyPath(d.request.path, armed);
     Http::FromAnotherSite(d.request);
     ContentTypeLines(d.request.path);

@@ -94,10 +94,10 @@ Page FetchPage(quint16 port) {
     QElapsedTimer timer;
     timer.start();
     const QByteArray page =
-        Fetch(port, "GET /remote4.asp?DevID=1&Device=TV HTTP/1.1\r\nHost: x\r\n\r\n");
+        Fetch(port, "GET /remote4.asp?DevID=1&Device=TV HTTP/1.1\r\nHost: localhost\r\n\r\n");
     p.ms = timer.elapsed();
     p.ok = page.startsWith("HTTP/1.1 200") && page.contains("pic/pict.jpg");
-    p.jpeg = BodyOf(Fetch(port, "GET /pic/pict.jpg HTTP/1.1\r\nHost: x\r\n\r\n"));
+    p.jpeg = BodyOf(Fetch(port, "GET /pic/pict.jpg HTTP/1.1\r\nHost: localhost\r\n\r\n"));
     return p;
 }
 

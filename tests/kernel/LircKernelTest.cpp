@@ -309,7 +309,8 @@ TEST(LircKernel, PagePressReachesTheWireOnce) {
         p, rx,
         [&] {
             const QByteArray page = Fetch(
-                port, "GET /cremote.asp?DevID=1&Button=0&Device=TV HTTP/1.1\r\nHost: x\r\n\r\n");
+                port,
+                "GET /cremote.asp?DevID=1&Button=0&Device=TV HTTP/1.1\r\nHost: localhost\r\n\r\n");
             return page.startsWith("HTTP/1.1 200");
         },
         &figures);

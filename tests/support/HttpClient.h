@@ -11,7 +11,11 @@
 // while it waits (the server lives on the same thread).
 class RawConnection {
 public:
-    explicit RawConnection(quint16 port, const QHostAddress& host = QHostAddress::LocalHost) {
+    // from: the client's own address (127.0.0.2 is another client on this machine).
+    explicit RawConnection(quint16 port, const QHostAddress& host = QHostAddress::LocalHost,
+                           const QHostAddress& from = {}) {
+        if (!from.isNull())
+            socket.bind(from);
         socket.connectToHost(host, port);
         if (socket.state() != QAbstractSocket::ConnectedState)
             WaitForSignal(&socket, &QTcpSocket::connected, 5000);
@@ -39,8 +43,9 @@ public:
 };
 
 inline QByteArray Fetch(quint16 port, const QByteArray& request,
-                        const QHostAddress& host = QHostAddress::LocalHost) {
-    RawConnection c(port, host);
+                        const QHostAddress& host = QHostAddress::LocalHost,
+                        const QHostAddress& from = {}) {
+    RawConnection c(port, host, from);
     c.send(request);
     return c.readAll();
 }

@@ -64,16 +64,16 @@ TEST(HttpRoute, PagesRedirectsAndFiles) {
 }
 
 TEST(HttpParse, HostOnlyFromItsOwnLine) {
-    const std::tuple<const char*, const char*, const char*> cases[] = {
-        // request, host, POST body
-        {"POST /host:evil HTTP/1.1\nContent-Length: 10\n\nHost: evil", "", "Host: evil"},
-        {"GET / HTTP/1.1\r\nXHost: evil\r\nhost:\tgood \r\n\r\n", "good", ""},
-        {"GET / HTTP/1.1\r\nHost: evil\rLocation: x\r\n\r\n", "", ""},
+    const std::tuple<const char*, const char*, bool, const char*> cases[] = {
+        // request, host, whether a Host line came, POST body
+        {"POST /host:evil HTTP/1.1\nContent-Length: 10\n\nHost: evil", "", false, "Host: evil"},
+        {"GET / HTTP/1.1\r\nXHost: evil\r\nhost:\tgood \r\n\r\n", "good", true, ""},
+        {"GET / HTTP/1.1\r\nHost: evil\rLocation: x\r\n\r\n", "", true, ""},
     };
-    for (const auto& [text, host, body] : cases) {
+    for (const auto& [text, host, hasHost, body] : cases) {
         const Request r = ParseRequest(QString::fromLatin1(text));
         EXPECT_EQ(r.host, QString::fromLatin1(host)) << text;
-        EXPECT_EQ(r.realm, r.host);
+        EXPECT_EQ(r.hasHost, hasHost) << text;
         EXPECT_EQ(r.postBody, QString::fromLatin1(body)) << text;
     }
 }

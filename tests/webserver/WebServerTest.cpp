@@ -12,6 +12,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QSysInfo>
 #include <QTcpServer>
 #include <gtest/gtest.h>
 
@@ -32,6 +33,8 @@ public:
                     quint16 fallbackPort = 0) {
         clock.at = QDateTime(QDate(2026, 11, 21), QTime(8, 0), Qt::UTC);
         t.settings.WriteIni(u"WebServer", u"Port", u"0");
+        // The names the tests' requests use are the server's own.
+        t.settings.WriteIni(u"WebServer", u"Hosts", u"a,h");
         server.portFallback = [fallbackPort](const QList<quint16>&) { return fallbackPort; };
         if (configure)
             configure(t.settings);
@@ -129,6 +132,7 @@ TEST(WebServer, RequestsArriveInPiecesAndBodiesReachThePage) {
     }
 }
 
+// The realm is the program's, never the Host the client sent.
 TEST(WebServer, LoginGuardsPagesAndFilesAlike) {
     Served s([](SettingsStore& st) {
         st.WriteIni(u"Options", u"WebAuth", u"1");
@@ -139,7 +143,7 @@ TEST(WebServer, LoginGuardsPagesAndFilesAlike) {
     for (const QByteArray path : {"/default.asp", "/pic/up.gif"})
         EXPECT_EQ(s.get(path, "Host: h\r\n"),
                   "HTTP/1.1 401 Access Denied\r\nServer: Kestrava1.0\r\n" + DateLine +
-                      "WWW-Authenticate: Basic realm=\"h\"\r\nConnection: Close\r\n"
+                      "WWW-Authenticate: Basic realm=\"Kestrava\"\r\nConnection: Close\r\n"
                       "Content-Length: 38\r\nContent-Type: text/html\r\n\r\n<html>\r\n"
                       "401.2 Access Denied\r\n</html>\r\n")
             << path.constData();
@@ -253,6 +257,106 @@ TEST(WebServer, ActionsFromAnotherSiteAreRefused) {
     for (const QByteArray shows : {"GET /remote4.asp?DevID=1&Button=&Device=x HTTP/1.1",
                                    "GET /list.asp HTTP/1.1", "GET /pic/x.gif HTTP/1.1"})
         EXPECT_FALSE(ask(shows, foreign[0]).startsWith("HTTP/1.1 403")) << shows.constData();
+}
+
+// A page of another site that points its own name at this machine (DNS
+// rebinding) still names its host: only this server's names are served, on the
+// pages, files, help and the fronts alike. No Host at all is served as before.
+TEST(WebServer, OnlyRequestsNamingThisServerAreServed) {
+    Served s([](SettingsStore& st) {
+        st.WriteIni(u"Options", u"DNS_Host", u"Home.Example.net");
+        st.WriteIni(u"WebServer", u"Hosts", u" a , other.example:8080 ,h");
+    });
+    s.server.AddFront(Phone::Route());
+    const QByteArray machine = QSysInfo::machineHostName().toUtf8();
+    const std::pair<QByteArray, bool> hosts[] = {
+        {"Host: 127.0.0.1:8080", true},
+        {"Host: [::1]:8080", true},
+        {"Host: LOCALHOST.", true},
+        {"Host: " + machine, true},
+        {"Host: " + machine.toUpper() + ".local:80", true},
+        {"Host: home.example.NET.", true},
+        {"Host: other.example", true},
+        {"", true},
+        {"Host: evil.example:8080", false},
+        {"Host: 127.0.0.1.evil.example", false},
+        {"Host: localhost.evil.example", false},
+        {"Host: home.example.net.evil", false},
+        {"Host: ::1", false},
+        {"Host: a b", false},
+        {"Host:", false},
+    };
+    for (const auto& [line, served] : hosts)
+        for (const QByteArray path : {"/x.asp", "/help/wake.html", "/m/"}) {
+            const QByteArray r =
+                Fetch(s.port(), "GET " + path + " HTTP/1.1\r\n" +
+                                    (line.isEmpty() ? "" : line + "\r\n") + "\r\n");
+            EXPECT_EQ(r.startsWith("HTTP/1.1 421 "), !served)
+                << line.constData() << path.constData();
+        }
+
+    // The attack itself: with no login, a press from the other site's page.
+    s.calls.clear();
+    EXPECT_EQ(s.get("/remote4.asp?DevID=1&Button=3&Device=x",
+                    "Host: evil.example:8080\r\nOrigin: http://evil.example:8080\r\n"),
+              "HTTP/1.1 421 Misdirected Request\r\nServer: Kestrava1.0\r\n" + DateLine +
+                  "Content-Length: 42\r\nContent-Type: text/html\r\nConnection: close\r\n\r\n"
+                  "<html>\r\n421 Misdirected Request\r\n</html>\r\n");
+    EXPECT_TRUE(s.calls.isEmpty());
+}
+
+// While setting.ini cannot be read, its names are not taken for ours.
+TEST(WebServer, TheHostRuleFailsClosedWhenTheSettingsCannotBeRead) {
+    Served s([](SettingsStore& st) { st.WriteIni(u"WebServer", u"Hosts", u"other.example"); });
+    EXPECT_TRUE(s.get("/x.asp", "Host: other.example\r\n").startsWith("HTTP/1.1 200 "));
+    const QString ini = s.t.folder.settingsPath();
+    ASSERT_TRUE(QFile::rename(ini, ini + u".away"_s));
+    ASSERT_TRUE(QDir().mkdir(ini));
+    EXPECT_TRUE(s.get("/x.asp", "Host: other.example\r\n").startsWith("HTTP/1.1 421 "));
+    // The login cannot be known either; localhost is still ours and only asked for it.
+    EXPECT_TRUE(s.get("/x.asp", "Host: localhost\r\n").startsWith("HTTP/1.1 401 "));
+}
+
+// After five wrong logins an address waits, whatever it sends, each lockout
+// twice as long as the last; another address logs in meanwhile, and a right
+// login after the wait forgets the wrong ones. Pages and fronts share the count.
+TEST(WebServer, WrongLoginsAreHeldUpPerAddress) {
+    Served s([](SettingsStore& st) {
+        st.WriteIni(u"Options", u"WebAuth", u"1");
+        st.WriteIni(u"Options", u"Web_User", u"user");
+        st.WriteIni(u"Options", u"Web_Pass", ScramblePassword(u"SET", u"pa:ss"));
+    });
+    s.server.AddFront(Phone::Route());
+    const QByteArray wrong = "Authorization: Basic " + QByteArray("user:nope").toBase64() + "\r\n";
+    const QByteArray right = "Authorization: Basic dXNlcjpwYTpzcw==\r\n";
+    const QHostAddress home(u"127.0.0.1"_s), other(u"127.0.0.2"_s);
+    auto ask = [&](const QHostAddress& from, const QByteArray& login,
+                   const QByteArray& path = "/default.asp") {
+        return Fetch(s.port(), "GET " + path + " HTTP/1.1\r\nHost: h\r\n" + login + "\r\n",
+                     QHostAddress::LocalHost, from);
+    };
+    auto status = [](const QByteArray& r) { return r.mid(9, 3).toInt(); };
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(status(ask(home, wrong, i == 4 ? "/m/" : "/default.asp")), 401) << i;
+    EXPECT_EQ(ask(home, right),
+              "HTTP/1.1 429 Too Many Requests\r\nServer: Kestrava1.0\r\n" + DateLine +
+                  "Retry-After: 30\r\nContent-Length: 40\r\nContent-Type: text/html\r\n"
+                  "Connection: close\r\n\r\n<html>\r\n429 Too Many Requests\r\n</html>\r\n");
+    EXPECT_TRUE(HeadOf(ask(home, right, "/m/")).contains("\r\nRetry-After: 30\r\n"));
+    EXPECT_EQ(status(ask(home, {})), 429);
+    EXPECT_EQ(BodyOf(ask(other, right)), "page:default.asp");
+    EXPECT_EQ(s.calls, QStringList{u"default.asp"_s});
+
+    s.clock.at = s.clock.at.addSecs(31);
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(status(ask(home, wrong)), 401) << i;
+    EXPECT_TRUE(HeadOf(ask(home, right)).contains("\r\nRetry-After: 60\r\n"));
+    s.clock.at = s.clock.at.addSecs(61);
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(status(ask(home, right)), 200) << round;
+        for (int i = 0; i < 4; ++i)
+            EXPECT_EQ(status(ask(home, wrong)), 401) << round << i;
+    }
 }
 
 // The help pages are served read-only from their own folder under /help/,
