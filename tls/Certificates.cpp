@@ -45,6 +45,7 @@ QStringList namesOf(const QSslCertificate& c) {
     QStringList names = c.subjectAlternativeNames().values(QSsl::DnsEntry);
     if (names.isEmpty())
         names = c.subjectInfo(QSslCertificate::CommonName);
+    names.sort();
     return names;
 }
 
@@ -150,6 +151,9 @@ bool Certificates::use(const QByteArray& chainPem, const QByteArray& keyPem, con
 }
 
 void Certificates::watchFiles() {
+    // A watch follows a link to the file it named then: watch the new one.
+    if (!watcher_.files().isEmpty())
+        watcher_.removePaths(watcher_.files());
     const QStringList paths{certPath_, keyPath_, QFileInfo(certPath_).absolutePath(),
                             QFileInfo(keyPath_).absolutePath()};
     for (const QString& p : paths)
@@ -168,9 +172,8 @@ void Certificates::reloadFiles() {
     info_.problem = why;
     if (info_.source.isEmpty())
         info_.source = certPath_;
-    qCWarning(lcTls).noquote() << "cannot use the certificate" << certPath_ << "with" << keyPath_
-                               << u'(' + why + u')'
-                               << (config_.isNull() ? "" : "; the old one keeps serving");
+    qCWarning(lcTls).noquote() << u"cannot use the certificate %1 with %2 (%3)%4"_s.arg(
+        certPath_, keyPath_, why, config_.isNull() ? QString() : u"; the old one keeps serving"_s);
 }
 
 QStringList Certificates::wantedNames() {
@@ -257,9 +260,9 @@ void Certificates::issued(const QByteArray& chainPem, const QByteArray& keyPem) 
 
 void Certificates::failed(const QString& reason) {
     info_.problem = reason;
-    qCWarning(lcTls).noquote() << "no certificate from the CA:" << reason << "- next try in"
-                               << retryMs_ / 1000 << "s"
-                               << (config_.isNull() ? "" : "; the old one keeps serving");
+    qCWarning(lcTls).noquote() << u"no certificate from the CA: %1; next try in %2 s%3"_s.arg(
+        reason, QString::number(retryMs_ / 1000),
+        config_.isNull() ? QString() : u"; the old one keeps serving"_s);
     renew_.start(retryMs_);
     retryMs_ = qMin(retryMs_ * 2, maxRetryMs_);
 }
