@@ -480,9 +480,9 @@ void WebServer::answerFront(int index, const QByteArray& data, bool fresh,
     const quint32 v4 = address.toIPv4Address(&isV4);
     request.peer = isV4 ? QHostAddress(v4).toString() : address.toString();
     // The same login as the pages, refused while it cannot be read.
-    if (!LoginKnown() ||
-        (login_.WebAuthOn &&
-         (!request.hasAuthorization || !CheckLogon(login_, request.user, request.password)))) {
+    if (!route.open && (!LoginKnown() || (login_.WebAuthOn &&
+                                          (!request.hasAuthorization ||
+                                           !CheckLogon(login_, request.user, request.password))))) {
         const QString host = QString::fromUtf8(request.header("host"));
         QByteArray realm = host.toUtf8();
         realm.replace('"', "");

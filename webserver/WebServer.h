@@ -64,6 +64,8 @@ struct FrontRoute {
     QByteArray deniedBody = "401 Unauthorized\n";
     QByteArray tooLargeType = "text/plain; charset=utf-8";
     QByteArray tooLargeBody = "413 Content Too Large\n";
+    // Served without the login (the ACME challenge answers).
+    bool open = false;
     std::function<void(const FrontRequest&, const FrontReply&)> handler;
 };
 
