@@ -207,7 +207,8 @@ void JsonApi::status(const Reply& r) {
                             : QJsonValue(QJsonObject{{u"date"_s, next.left(10).replace(u'/', u'-')},
                                                      {u"time"_s, next.mid(11)}})},
             {u"pressesWaiting"_s, device_.Waiting()},
-            {u"mqtt"_s, mqttStatus ? QJsonValue(mqttStatus()) : QJsonValue()}});
+            {u"mqtt"_s, mqttStatus ? QJsonValue(mqttStatus()) : QJsonValue()},
+            {u"https"_s, httpsStatus ? QJsonValue(httpsStatus()) : QJsonValue()}});
 }
 
 QJsonObject JsonApi::keyJson(const QString& device, int key, const QString& function) {

@@ -49,6 +49,9 @@ public:
     // The status's "mqtt" object (server, connected, nodeId, topic,
     // listening); null without it.
     std::function<QJsonObject()> mqttStatus;
+    // The status's "https" object (port, names, expires, source, problem);
+    // null without it.
+    std::function<QJsonObject()> httpsStatus;
 
     // Longest repeat of one press.
     static constexpr int MaxRepeat = 20;

@@ -24,6 +24,7 @@
 #include <QDesktopServices>
 #include <QDir>
 #include <QEventLoop>
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QLoggingCategory>
 #include <QUrl>
@@ -50,6 +51,7 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
       power(settings_, prompt_, scheduler), device(folder_, settings_, prompt_),
       listener(folder_, settings_, device), camera(folder_, settings_, prompt_),
       webServer(folder_, settings_, clock_, prompt_, dispatcher),
+      certificates(folder_, settings_, clock_),
       api({folder_, settings_, clock_, device, scheduler, webServer,
            [this] { return addressWatch.GlobalAddr(); }}),
       mqtt(folder_, settings_, device) {
@@ -77,8 +79,32 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
                            {u"topic"_s, mqtt.baseTopic()},
                            {u"listening"_s, listener.listening()}};
     };
+    api.httpsStatus = [this] {
+        const CertificateInfo info = certificates.Info();
+        const qint64 port = Val(settings.Read(Key::HttpsPort));
+        if (port <= 0 && info.source.isEmpty())
+            return QJsonObject();
+        return QJsonObject{
+            {u"port"_s, port > 0 ? QJsonValue(port) : QJsonValue()},
+            {u"names"_s, QJsonArray::fromStringList(info.names)},
+            {u"expires"_s, info.expires.isValid()
+                               ? QJsonValue(info.expires.toUTC().toString(Qt::ISODate))
+                               : QJsonValue()},
+            {u"source"_s, info.source},
+            {u"problem"_s, info.problem.isEmpty() ? QJsonValue() : QJsonValue(info.problem)}};
+    };
     webServer.AddFront(api.Route());
     webServer.AddFront(Phone::Route());
+    webServer.AddFront(AcmeChallengeRoute(certificates));
+    // clang-format off
+    // TODO(lead): the HTTPS listener serves the certificate; uncomment on merge.
+    // connect(&certificates, &Certificates::Changed, this, [this] { webServer.SetTlsConfiguration(certificates.ServerConfiguration()); });
+    // clang-format on
+    // While the CA may look, the router also forwards port 80 to the web port.
+    connect(&certificates, &Certificates::challengeOpenChanged, this, [this](bool open) {
+        if (settings.IsOn(Key::Internet) && (portMapping.MappingDone || !open))
+            portMapping.MapChallengePort(open);
+    });
 
     InstallMenuPages(dispatcher, settings);
     RemotePageServices remotePages;
@@ -101,6 +127,21 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
     webServer.portFallback = [this](const QList<quint16>& tried) {
         return FirstFreeWebPort(settings, tried);
     };
+}
+
+FrontRoute AcmeChallengeRoute(const Certificates& certificates) {
+    FrontRoute route;
+    route.prefix = Certificates::ChallengePath;
+    route.open = true;
+    route.maxBody = 0;
+    route.handler = [&certificates](const FrontRequest& request, const FrontReply& reply) {
+        const QByteArray answer =
+            certificates.ChallengeAnswer(request.path.mid(Certificates::ChallengePath.size()));
+        if (answer.isEmpty())
+            return reply.Send(404, "text/plain", "404 Not Found\n");
+        reply.Send(200, "text/plain", answer);
+    };
+    return route;
 }
 
 void Program::Start() {
@@ -140,6 +181,7 @@ void Program::Start() {
             webServer.InitWebServer();
     }
 
+    certificates.Start();
     scheduler.FillGrid();
     scheduler.Start();
 
@@ -206,6 +248,7 @@ void Program::OpenDesktop() {
         preview->raise();
     };
     services.openUrl = [](const QUrl& url) { return QDesktopServices::openUrl(url); };
+    services.certificate = [this] { return certificates.Info(); };
     services.mqttChanged = [this] {
         mqtt.Reconfigure();
         listener.SetListening(settings.IsOn(Key::MqttListen));

@@ -14,6 +14,7 @@
 #include "remotes/IrListener.h"
 #include "reservations/ReserveStore.h"
 #include "reservations/Scheduler.h"
+#include "tls/Certificates.h"
 #include "webserver/Dispatcher.h"
 #include "webserver/WebServer.h"
 
@@ -37,6 +38,9 @@ class UserPrompt;
 // The program put together: the subsystem objects that run with or without
 // windows, in start order, the start order itself and the close order, told
 // on events. The windows only show it.
+// The answers to a CA's HTTP-01 checks, served on the plain port without the login.
+FrontRoute AcmeChallengeRoute(const Certificates& certificates);
+
 class Program : public QObject {
     Q_OBJECT
 public:
@@ -89,6 +93,9 @@ public:
     Camera camera;
     // Listens from the start order on.
     WebServer webServer;
+    // The HTTPS certificate, from files or an ACME CA; started once the web
+    // server listens (the CA's check comes to its plain port).
+    Certificates certificates;
     // The JSON API beside the pages, on the same server, queue and registry.
     JsonApi api;
     // Home automation over MQTT, when a broker is set.

@@ -45,8 +45,15 @@ inline const SettingKey DnsLastIP{QStringLiteral("DynDns"), QStringLiteral("Last
 inline const SettingKey DnsLastUpdated{QStringLiteral("DynDns"), QStringLiteral("LastUpdated")};
 
 inline const SettingKey WebPort{QStringLiteral("WebServer"), QStringLiteral("Port")};
-// Names besides the machine's own and DNS_Host that the server answers to, comma separated.
+// HTTPS: its port, the names the server answers to (comma separated), and
+// its certificate: from files, else from an ACME CA for DNS_Host and Hosts.
+inline const SettingKey HttpsPort{QStringLiteral("WebServer"), QStringLiteral("HttpsPort")};
 inline const SettingKey WebHosts{QStringLiteral("WebServer"), QStringLiteral("Hosts")};
+inline const SettingKey CertFile{QStringLiteral("WebServer"), QStringLiteral("CertFile")};
+inline const SettingKey KeyFile{QStringLiteral("WebServer"), QStringLiteral("KeyFile")};
+inline const SettingKey AcmeDirectory{QStringLiteral("WebServer"), QStringLiteral("AcmeDirectory")};
+inline const SettingKey AcmeEmail{QStringLiteral("WebServer"), QStringLiteral("AcmeEmail")};
+inline const SettingKey AcmeCAFile{QStringLiteral("WebServer"), QStringLiteral("AcmeCAFile")};
 inline const SettingKey StreamingPort{QStringLiteral("Streaming"), QStringLiteral("Port")};
 
 // The transceiver. The test-mode key is one key whatever its case.

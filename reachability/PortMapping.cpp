@@ -130,26 +130,56 @@ void PortMapping::run(std::function<QString()> work, Done done) {
 
 void PortMapping::UPnPAddMapping(const QString& port, const QString& client,
                                  const QString& protocol, const QString& description, Done done) {
-    const int n = portNumber(port);
+    addMapping(portNumber(port), portNumber(port), client, protocol, description, std::move(done));
+}
+
+void PortMapping::addMapping(int external, int internal, const QString& client,
+                             const QString& protocol, const QString& description, Done done) {
     const QByteArray url = settings_.Read(Key::UPnPDescURL).trimmed().toUtf8();
-    const QByteArray number = QByteArray::number(n), host = client.toUtf8(),
-                     proto = protocol.toUtf8(), desc = description.toUtf8();
+    const QByteArray outside = QByteArray::number(external), inside = QByteArray::number(internal),
+                     host = client.toUtf8(), proto = protocol.toUtf8(), desc = description.toUtf8();
     run(
         [=] {
             Igd igd;
-            if (n == 0 || !findIgd(url, igd))
+            if (external == 0 || internal == 0 || !findIgd(url, igd))
                 return Failed;
             const int r =
                 UPNP_AddPortMapping(igd.urls.controlURL, igd.data.first.servicetype,
-                                    number.constData(), number.constData(), host.constData(),
+                                    outside.constData(), inside.constData(), host.constData(),
                                     desc.constData(), proto.constData(), nullptr, "0");
             if (r != UPNPCOMMAND_SUCCESS) {
-                qCDebug(lcUpnp) << "add" << number << "failed:" << r << strupnperror(r);
+                qCDebug(lcUpnp) << "add" << outside << "failed:" << r << strupnperror(r);
                 return Failed;
             }
             return Success;
         },
         std::move(done));
+}
+
+void PortMapping::MapChallengePort(bool open, Done done) {
+    if (!done)
+        done = [](const QString&) {};
+    challengeWanted_ = open;
+    if (!open) {
+        if (!challengeMapped_)
+            return done(Success);
+        challengeMapped_ = false;
+        return UPnPRemoveMapping(u"80"_s, u"TCP"_s, std::move(done));
+    }
+    const QString address = GetPrivateIP();
+    if (address == Failed)
+        return done(Failed);
+    addMapping(80, portNumber(settings_.Read(Key::WebPort)), address, u"TCP"_s,
+               u"Kestrava certificate check"_s, [this, done](const QString& r) {
+                   if (r == Failed)
+                       qCWarning(lcUpnp) << "the router does not forward port 80 to the web "
+                                            "port; a CA's check over HTTP may not reach it";
+                   challengeMapped_ = r != Failed;
+                   // Closed while the router was asked.
+                   if (challengeMapped_ && !challengeWanted_)
+                       return MapChallengePort(false, done);
+                   done(r);
+               });
 }
 
 void PortMapping::UPnPRemoveMapping(const QString& port, const QString& protocol, Done done) {

@@ -33,6 +33,10 @@ public:
     void MapWebPort(Done done);
     // Also ends both timers and forgets the mapping, whatever the router says.
     void DeleteMappingPort(const QString& port, const QString& protocol, Done done = {});
+    // A CA checks a name over HTTP on port 80: while it may, the router
+    // forwards external port 80 to the web port, and no longer afterwards.
+    void MapChallengePort(bool open, Done done = {});
+    bool ChallengeMapped() const { return challengeMapped_; }
     // A failed list is asked once more after 5 seconds.
     void ListMapping(Done done);
 
@@ -69,6 +73,8 @@ private:
     void delayTick();
     void reWriteTick();
     void run(std::function<QString()> work, Done done);
+    void addMapping(int external, int internal, const QString& client, const QString& protocol,
+                    const QString& description, Done done);
 
     SettingsStore& settings_;
     const Clock& clock_;
@@ -78,6 +84,7 @@ private:
     // mark the mapping as done afterwards.
     quint64 generation_ = 0;
     bool reWriteBusy_ = false;
+    bool challengeMapped_ = false, challengeWanted_ = false;
     struct Link;
     std::shared_ptr<Link> link_; // lets a worker reach this object while it lives
 };

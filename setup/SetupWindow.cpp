@@ -35,8 +35,8 @@ SetupWindow::SetupWindow(SetupParts parts, SetupServices services, QWidget* pare
 
     transceiver_ = new TransceiverPage({parts.folder, parts.settings, parts.prompt, parts.scheduler,
                                         services.testTransceiver, services.devices});
-    web_ = new WebAccessPage(
-        {parts.settings, parts.prompt, parts.internet, parts.webServer, services.openUrl});
+    web_ = new WebAccessPage({parts.settings, parts.prompt, parts.internet, parts.webServer,
+                              services.openUrl, services.certificate});
     notify_ = new NotifyPage(
         {parts.settings, parts.prompt, parts.dynDns, [this] { return web_->port(); }});
     power_ = new PowerPage({parts.folder, parts.settings, parts.prompt});

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tls/Certificates.h"
+
 #include <QDialog>
 #include <QList>
 #include <QPair>
@@ -48,6 +50,8 @@ struct SetupServices {
     std::function<QList<QPair<QString, QString>>()> devices;
     // The MQTT settings changed: the client rereads them and reconnects.
     std::function<void()> mqttChanged;
+    // The HTTPS certificate, for the web page.
+    std::function<CertificateInfo()> certificate;
 };
 
 // The settings dialog: a page per tab. Check boxes and option buttons are

@@ -37,6 +37,9 @@ WebAccessPage::WebAccessPage(Parts parts, QWidget* parent)
     chkWebAuth_ = named(new QCheckBox(u"アクセスに認証を必要とする"_s), u"chkWebAuth"_s);
     txtWebUser_ = field(u"txtWebUser"_s);
     txtWebPass_ = field(u"txtWebPass"_s, true);
+    lblCertificate_ = named(new QLabel, u"lblCertificate"_s);
+    lblCertificate_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    lblCertificate_->setWordWrap(true);
 
     connect(cboPortNo_, &QComboBox::activated, this, &WebAccessPage::portChanged);
     connect(cboPortNo_->lineEdit(), &QLineEdit::editingFinished, this, [this] {
@@ -75,8 +78,10 @@ WebAccessPage::WebAccessPage(Parts parts, QWidget* parent)
     grid->addWidget(txtWebUser_, 5, 1);
     grid->addWidget(new QLabel(u"パスワード"_s), 6, 0);
     grid->addWidget(txtWebPass_, 6, 1);
+    grid->addWidget(new QLabel(u"HTTPS証明書"_s), 7, 0);
+    grid->addWidget(lblCertificate_, 7, 1, 1, 2);
     grid->setColumnStretch(1, 1);
-    grid->setRowStretch(7, 1);
+    grid->setRowStretch(8, 1);
 }
 
 void WebAccessPage::load() {
@@ -96,6 +101,15 @@ void WebAccessPage::load() {
     txtWebUser_->setText(s.Read(Key::WebUser));
     txtWebPass_->setText(ScramblePassword(u"RESET", s.Read(Key::WebPass)));
     updateLogin();
+
+    const CertificateInfo c = parts_.certificate ? parts_.certificate() : CertificateInfo();
+    QString text = c.expires.isValid() ? c.names.join(u", "_s) + u"（"_s +
+                                             c.expires.toLocalTime().toString(u"yyyy/MM/dd"_s) +
+                                             u"まで）\n"_s + c.source
+                                       : u"なし"_s;
+    if (!c.problem.isEmpty())
+        text += u"\n"_s + c.problem;
+    lblCertificate_->setText(text);
 }
 
 void WebAccessPage::loadInternet() {

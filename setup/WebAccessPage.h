@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tls/Certificates.h"
+
 #include <QString>
 #include <QWidget>
 
@@ -27,6 +29,7 @@ public:
         InternetAccess& internet;
         WebServer* webServer; // none in some tests
         std::function<bool(const QUrl& url)> openUrl;
+        std::function<CertificateInfo()> certificate; // none in some tests
     };
     explicit WebAccessPage(Parts parts, QWidget* parent = nullptr);
 
@@ -61,4 +64,5 @@ private:
     QCheckBox* chkWebAuth_;
     QLineEdit* txtWebUser_;
     QLineEdit* txtWebPass_;
+    QLabel* lblCertificate_;
 };

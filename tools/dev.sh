@@ -34,6 +34,7 @@ TEST_PACKAGES=(
     python3-dbusmock dbus
     lirc-compat-remotes
     mosquitto mosquitto-clients
+    pebble
 )
 
 # What the kernel device tests add: the virtual machine, Debian's kernel to boot

@@ -18,10 +18,11 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Never served, whatever the path: settings, signals, reservations and the
-// working files of the program.
+// Never served, whatever the path: settings, signals, reservations, the
+// HTTPS keys and the working files of the program.
 bool isPrivate(const QStringList& parts) {
-    static const QStringList folders = {u"irsignals"_s, u"reserve"_s, u"testmode"_s, u"unzip"_s};
+    static const QStringList folders = {u"irsignals"_s, u"reserve"_s, u"testmode"_s, u"unzip"_s,
+                                        u"acme"_s};
     static const QStringList suffixes = {u".tmp"_s, u".bat"_s, u".log"_s, u".job"_s, u".lock"_s};
     const QString first = parts.first().toLower();
     if (parts.size() == 1 && first == u"setting.ini")

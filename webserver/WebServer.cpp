@@ -506,11 +506,11 @@ void WebServer::answerFront(int index, const QByteArray& data, bool fresh,
                        : CheckLogon(login_, request.user, request.password)
                            ? LoginThrottle::Login::Right
                            : LoginThrottle::Login::Wrong;
-    if (loginKnown && login_.WebAuthOn)
+    if (!route.open && loginKnown && login_.WebAuthOn)
         if (const int wait = throttle_.Attempt(address, login))
             return reply.Send(429, route.deniedType, route.tooManyBody,
                               "Retry-After: " + QByteArray::number(wait) + "\r\n");
-    if (!loginKnown || (login_.WebAuthOn && login != LoginThrottle::Login::Right))
+    if (!route.open && (!loginKnown || (login_.WebAuthOn && login != LoginThrottle::Login::Right)))
         return reply.Send(401, route.deniedType, route.deniedBody,
                           "WWW-Authenticate: Basic realm=\"" + QByteArray(Http::Realm) + "\"\r\n");
     route.handler(request, reply);

@@ -69,6 +69,8 @@ struct FrontRoute {
     // Refusals before the handler, in deniedType: a Host not ours, logins held up.
     QByteArray misdirectedBody = "421 Misdirected Request\n";
     QByteArray tooManyBody = "429 Too Many Requests\n";
+    // Served without the login (the ACME challenge answers).
+    bool open = false;
     std::function<void(const FrontRequest&, const FrontReply&)> handler;
 };
 

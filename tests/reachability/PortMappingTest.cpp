@@ -30,7 +30,9 @@ namespace {
 // router's outside address 11.0.0.2 must not be a private one).
 class Router {
 public:
-    explicit Router(bool withChains) : name(u"kvt"_s + QString::number(getpid())) {
+    // A rule given comes before Debian's example rules (ports 1024 and up only).
+    explicit Router(bool withChains, const QByteArray& rule = {})
+        : name(u"kvt"_s + QString::number(getpid())) {
         QString script = uR"(set -e
 S=%1
 for n in gw lan wan; do ip netns add $S$n; ip -n $S$n link set lo up; done
@@ -70,7 +72,8 @@ NFT
         conf.open(QIODevice::WriteOnly);
         conf.write("ext_ifname=wan0\nlistening_ip=lan0\nport=5000\nenable_natpmp=no\n"
                    "secure_mode=yes\n"
-                   "uuid=3d3cec3a-8cf0-11e0-98ee-001a6bd2d07b\n"
+                   "uuid=3d3cec3a-8cf0-11e0-98ee-001a6bd2d07b\n" +
+                   rule +
                    "allow 1024-65535 192.168.77.0/24 1024-65535\ndeny 0-65535 0.0.0.0/0 0-65535\n");
         conf.close();
         daemon.setProcessChannelMode(QProcess::MergedChannels);
@@ -291,4 +294,35 @@ TEST(PortMapping, TheProgramMapsMailsAndUpdatesAfterTenSecondsAndRemovesTheMappi
     EXPECT_TRUE(dyndns.requests[0].contains("&myip=11.0.0.2 "));
     ASSERT_TRUE(p.stop());
     EXPECT_EQ(list(), u""_s);
+}
+
+// The CA's HTTP check comes to port 80: forwarded while open, if the router lets
+// a LAN host have a port below 1024 at all (Debian's example rules do not).
+TEST(PortMapping, ForwardsPort80ToTheWebPortWhileACertificateCheckIsOpen) {
+    for (const bool allowed : {false, true}) {
+        Router router(true, allowed ? "allow 80 192.168.77.0/24 1024-65535\n" : "");
+        if (!router.problem.isEmpty())
+            GTEST_SKIP() << router.problem.toStdString();
+        Mapper m(u"18080"_s);
+        QTcpServer web;
+        ASSERT_TRUE(web.listen(QHostAddress::AnyIPv4, 18080));
+        QObject::connect(&web, &QTcpServer::newConnection, [&] {
+            QTcpSocket* s = web.nextPendingConnection();
+            QObject::connect(s, &QTcpSocket::readyRead, s, [s] {
+                s->write("hello");
+                s->disconnectFromHost();
+            });
+        });
+        EXPECT_EQ(Ask([&](auto d) { m.mapping.MapChallengePort(true, d); }),
+                  allowed ? u"Success"_s : u"Failed"_s);
+        if (allowed) {
+            EXPECT_EQ(Ask([&](auto d) { m.mapping.ListMapping(d); }),
+                      u"Description:Kestrava certificate check ExternalPort:80 Protocol:TCP "
+                      u"InternalPort:18080 InternalClient:192.168.77.2\r\n"_s);
+            EXPECT_EQ(router.readFromWan(80), "hello");
+        }
+        EXPECT_EQ(Ask([&](auto d) { m.mapping.MapChallengePort(false, d); }), u"Success"_s)
+            << allowed;
+        EXPECT_EQ(Ask([&](auto d) { m.mapping.ListMapping(d); }), u""_s);
+    }
 }

@@ -444,6 +444,7 @@ TEST(WebServer, PrivateAndOutsideFilesAnswerAsMissingAndNothingIsCreated) {
     Served s;
     s.t.settings.WriteIni(u"Options", u"Web_Pass", u"secret");
     s.t.writeFile(u"IRSignals/TV-power.bin", "signal");
+    s.t.writeFile(u"acme/certificate.pem", "secret key");
     s.t.writeFile(u"empty.gif", "");
     s.t.writeFile(u"../outside.txt", "outside");
     QFile::link(u"/etc/hostname"_s, s.t.path(u"link.txt"));
@@ -454,9 +455,9 @@ TEST(WebServer, PrivateAndOutsideFilesAnswerAsMissingAndNothingIsCreated) {
                   "Connection: Close\r\nContent-Length: 32\r\nContent-Type: text/html\r\n\r\n"
                   "<html>\r\n404 Not Found\r\n</html>\r\n");
     for (const QByteArray path :
-         {"/SETTING.INI", "/irsignals/TV-power.bin", "/kestrava.lock", "/empty.gif",
-          "/../outside.txt", "/%2e%2e/outside.txt", "/pic/..%2f..%2foutside.txt", "/link.txt",
-          "/\\..\\outside.txt", "/pic"}) {
+         {"/SETTING.INI", "/irsignals/TV-power.bin", "/ACME/certificate.pem", "/kestrava.lock",
+          "/empty.gif", "/../outside.txt", "/%2e%2e/outside.txt", "/pic/..%2f..%2foutside.txt",
+          "/link.txt", "/\\..\\outside.txt", "/pic"}) {
         QByteArray r = s.get(path);
         EXPECT_TRUE(r.startsWith("HTTP/1.1 404 Object Not Found\r\n") ||
                     r.startsWith("HTTP/1.1 302"))
