@@ -5,6 +5,8 @@
 #include <QLoggingCategory>
 
 #include <mosquitto.h>
+#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
 
 using namespace Qt::StringLiterals;
 
@@ -123,7 +125,24 @@ void MqttConnection::connectTo(const QString& address) {
         mosquitto_username_pw_set(
             mosq_, config_.user.toUtf8().constData(),
             config_.password.isEmpty() ? nullptr : config_.password.toUtf8().constData());
+    refusedCertificate_.clear();
     if (config_.tls) {
+        // A context of our own only to hear why a certificate is refused; the
+        // library still loads the CAs into it. OpenSSL checks the name too,
+        // so a mismatch has its own reason.
+        SSL_CTX* context = SSL_CTX_new(TLS_client_method());
+        if (!context)
+            return lost(u"TLS: out of memory"_s);
+        const QByteArray host = config_.host.toUtf8();
+        X509_VERIFY_PARAM* param = SSL_CTX_get0_param(context);
+        if (QHostAddress(config_.host).isNull())
+            X509_VERIFY_PARAM_set1_host(param, host.constData(), size_t(host.size()));
+        else
+            X509_VERIFY_PARAM_set1_ip_asc(param, host.constData());
+        SSL_CTX_set_cert_verify_callback(context, &MqttConnection::verifyCertificate, this);
+        mosquitto_void_option(mosq_, MOSQ_OPT_SSL_CTX, context);
+        mosquitto_int_option(mosq_, MOSQ_OPT_SSL_CTX_WITH_DEFAULTS, 1);
+        SSL_CTX_free(context); // the library holds its own reference
         const QByteArray ca = config_.caFile.toUtf8();
         const int rc =
             mosquitto_tls_set(mosq_, ca.isEmpty() ? nullptr : ca.constData(),
@@ -184,7 +203,17 @@ void MqttConnection::updateWrite() {
         write_->setEnabled(mosquitto_want_write(mosq_));
 }
 
-void MqttConnection::lost(const QString& why) {
+int MqttConnection::verifyCertificate(x509_store_ctx_st* store, void* self) {
+    const int ok = X509_verify_cert(store);
+    if (ok <= 0)
+        static_cast<MqttConnection*>(self)->refusedCertificate_ =
+            u"the broker's certificate is refused: "_s +
+            QString::fromUtf8(X509_verify_cert_error_string(X509_STORE_CTX_get_error(store)));
+    return ok;
+}
+
+void MqttConnection::lost(const QString& reason) {
+    const QString why = refusedCertificate_.isEmpty() ? reason : refusedCertificate_;
     dropSocket();
     if (mosq_) {
         mosquitto_destroy(mosq_);
