@@ -19,6 +19,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+constexpr qsizetype MaxAnswerBytes = 16 * 1024 * 1024;
+
 struct Answer {
     int status = 0; // 0: no answer
     QJsonObject body;
@@ -58,7 +60,8 @@ Answer Ask(quint16 port, const QByteArray& auth, const QByteArray& method, const
                                   .trimmed()
                                   .toLongLong();
         }
-        if ((end >= 0 && received.size() >= end + 4 + length) ||
+        // Our own answers are small: a peer that goes on is not waited for.
+        if ((end >= 0 && received.size() >= end + 4 + length) || received.size() > MaxAnswerBytes ||
             socket.state() != QAbstractSocket::ConnectedState || timer.elapsed() >= timeoutMs)
             break;
         WaitForSignal(&socket, &QTcpSocket::readyRead, int(timeoutMs - timer.elapsed()));

@@ -1,6 +1,7 @@
 #include "core/Settings.h"
 
 #include "core/AtomicFile.h"
+#include "core/BoundedRead.h"
 #include "core/ShiftJis.h"
 
 #include <QAbstractEventDispatcher>
@@ -70,30 +71,16 @@ QByteArray oneLine(QStringView text, QStringView forbidden = {}) {
     return ShiftJis::Encode(s);
 }
 
-// Reads the whole file; false with errno kept when any part of it fails.
+// Reads the whole file; false with errno kept when any part of it fails. A
+// registry of the most remotes with every key named is far below the limit.
 bool readAll(const QString& path, QByteArray& out, int& err) {
-    int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        err = errno;
-        return false;
-    }
-    out.clear();
-    char buf[65536];
-    for (;;) {
-        ssize_t n = ::read(fd, buf, sizeof buf);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0) {
-            err = errno;
-            ::close(fd);
-            return false;
-        }
-        if (n == 0)
-            break;
-        out.append(buf, n);
-    }
-    ::close(fd);
-    return true;
+    BoundedRead read = ReadBounded(path, 16 * 1024 * 1024);
+    if (read.result == BoundedRead::TooLarge)
+        err = EFBIG;
+    else if (!read.ok())
+        err = read.errnum;
+    out = std::move(read.bytes);
+    return read.ok();
 }
 
 // Counts turns of the event loop: it moves whenever the loop wakes or is about

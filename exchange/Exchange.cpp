@@ -1,6 +1,7 @@
 #include "exchange/Exchange.h"
 
 #include "core/AtomicFile.h"
+#include "core/BoundedRead.h"
 #include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
@@ -339,13 +340,15 @@ bool ExportDevice(const ProgramFolder& folder, SettingsStore& settings, const QS
         return fail(archivePath + u": "_s + ZipErrorText(code));
     bool added = AddEntry(archive, ShiftJis::Encode(ExpName), ExpText(settings, device, slot));
     for (const QString& path : DeviceSignalFiles(folder, settings, device)) {
-        QFile file(path);
-        if (!file.open(QIODevice::ReadOnly)) {
+        const BoundedRead file = ReadBounded(path, SignalFileSize);
+        if (!file.ok()) {
             zip_discard(archive);
-            return fail(path + u": "_s + file.errorString());
+            return fail(path + u": "_s +
+                        (file.result == BoundedRead::TooLarge ? u"too large for a signal file"_s
+                                                              : file.error));
         }
-        added = added &&
-                AddEntry(archive, ShiftJis::Encode(QFileInfo(path).fileName()), file.readAll());
+        added =
+            added && AddEntry(archive, ShiftJis::Encode(QFileInfo(path).fileName()), file.bytes);
     }
     if (!added || zip_close(archive) != 0) {
         const QString why = QString::fromLocal8Bit(zip_strerror(archive));
@@ -445,13 +448,15 @@ ImportResult ImportArchive(const ProgramFolder& folder, SettingsStore& settings,
     for (const QString& name : dir.entryList(QDir::Files | QDir::Hidden, QDir::Name)) {
         if (!own.Owns(name))
             continue;
-        QFile in(dir.filePath(name));
         const QString function = ShiftJis::RoundTrip(name).mid(prefix.size()).chopped(4);
         const QString target = SignalFilePath(folder, result.device, function);
         QString error;
-        if (!in.open(QIODevice::ReadOnly))
-            error = in.fileName() + u": "_s + in.errorString();
-        else if (WriteFileAtomically(target, in.readAll(), 0644, &error)) {
+        // Unpacked by us, within the archive's own limit.
+        const BoundedRead in = ReadBounded(dir.filePath(name), MaxArchiveBytes);
+        if (!in.ok())
+            error = dir.filePath(name) + u": "_s +
+                    (in.result == BoundedRead::TooLarge ? u"too large"_s : in.error);
+        else if (WriteFileAtomically(target, in.bytes, 0644, &error)) {
             written << target;
             continue;
         }

@@ -1,5 +1,7 @@
 #include "infrared/DeviceList.h"
 
+#include "core/BoundedRead.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -13,8 +15,9 @@ using namespace Qt::StringLiterals;
 
 namespace {
 QString readText(const QString& path) {
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()).trimmed() : QString();
+    // sysfs attributes: one short line each.
+    const BoundedRead f = ReadBounded(path, 4096);
+    return f.ok() ? QString::fromUtf8(f.bytes).trimmed() : QString();
 }
 
 const QStringList SerialPatterns = {u"ttyUSB*"_s, u"ttyACM*"_s};

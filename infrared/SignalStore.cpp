@@ -1,6 +1,7 @@
 #include "infrared/SignalStore.h"
 
 #include "core/AtomicFile.h"
+#include "core/BoundedRead.h"
 #include "core/ProgramFolder.h"
 #include "core/ShiftJis.h"
 #include "infrared/IrSignal.h"
@@ -46,10 +47,11 @@ SignalRead readImage(const QString& path, QByteArray* image) {
     QFileInfo info(path);
     if (!info.exists() || info.isDir())
         return SignalRead::Missing;
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    // Whatever follows the image is not read.
+    BoundedRead file = ReadBounded(path, SignalFileSize, {.prefix = true});
+    if (!file.ok())
         return SignalRead::Unreadable;
-    *image = file.read(SignalFileSize);
+    *image = std::move(file.bytes);
     return SignalRead::Ok;
 }
 } // namespace

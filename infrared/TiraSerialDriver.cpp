@@ -1,5 +1,6 @@
 #include "infrared/TiraSerialDriver.h"
 
+#include "core/BoundedRead.h"
 #include "core/Wait.h"
 #include "infrared/IrSignal.h"
 #include "infrared/TiraFacts.h"
@@ -60,10 +61,8 @@ QString TiraSerialDriver::HolderOf(const QString& path) {
         for (const QFileInfo& fd : fds.entryInfoList(QDir::System | QDir::NoDotAndDotDot)) {
             if (fd.symLinkTarget() != real)
                 continue;
-            QFile comm(u"/proc/"_s + pid + u"/comm"_s);
-            QString name = comm.open(QIODevice::ReadOnly)
-                               ? QString::fromLocal8Bit(comm.readAll()).trimmed()
-                               : QString();
+            const BoundedRead comm = ReadBounded(u"/proc/"_s + pid + u"/comm"_s, 256);
+            QString name = comm.ok() ? QString::fromLocal8Bit(comm.bytes).trimmed() : QString();
             return name + u" (pid "_s + pid + u')';
         }
     }

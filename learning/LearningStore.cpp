@@ -1,6 +1,7 @@
 #include "learning/LearningStore.h"
 
 #include "core/AtomicFile.h"
+#include "core/BoundedRead.h"
 #include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
@@ -23,12 +24,14 @@ void CopyTempToStore(const ProgramFolder& folder, const LearningSession& session
         const LearningSession::Signal& s = list[size_t(n - 1)];
         if (s.function.isEmpty())
             continue;
-        QFile tmp(session.TempPath(n));
-        if (!tmp.open(QIODevice::ReadOnly)) {
-            qCWarning(lcLearning).noquote() << "missing" << tmp.fileName();
+        const BoundedRead tmp = ReadBounded(session.TempPath(n), SignalFileSize);
+        if (!tmp.ok()) {
+            qCWarning(lcLearning).noquote()
+                << (tmp.result == BoundedRead::TooLarge ? "too large for a signal:" : "missing")
+                << session.TempPath(n);
             continue;
         }
-        const QByteArray bytes = tmp.readAll();
+        const QByteArray& bytes = tmp.bytes;
         QString error;
         if (!WriteFileAtomically(SignalFilePath(folder, deviceName, s.function), bytes, 0644,
                                  &error))

@@ -252,7 +252,10 @@ void Mqtt::message(const QString& topic, const QByteArray& payload, bool retaine
     }
     if (relative == u"ir/transmit")
         return emitTimings(payload, relative);
-    if (const auto key = MqttCommand::ParseKeyTopic(relative)) {
+    const auto key = MqttCommand::ParseKeyTopic(relative, &why);
+    if (!key && !why.isEmpty())
+        return refused(relative, "bad_request", why);
+    if (key) {
         if (payload != "PRESS")
             return refused(relative, "bad_request", u"the payload must be PRESS"_s);
         return pressKey(key->slot, key->button, relative);

@@ -39,18 +39,33 @@ std::optional<Press> ParsePress(QByteArrayView payload, QString* why) {
     return Press{remote.toString(), key.toString()};
 }
 
-std::optional<KeyRef> ParseKeyTopic(QStringView relative) {
+std::optional<KeyRef> ParseKeyTopic(QStringView relative, QString* why) {
+    if (!relative.startsWith(u"key/"))
+        return {};
     const auto parts = relative.split(u'/');
-    if (parts.size() != 4 || parts[0] != u"key" || parts[3] != u"press")
+    if (parts.size() != 4 || parts[3] != u"press") {
+        *why = u"a key's command topic is key/<remote>/<key>/press"_s;
         return {};
-    bool ok1 = false, ok2 = false;
-    const int slot = parts[1].toInt(&ok1);
-    const int button = parts[2].toInt(&ok2);
+    }
     // Only plain decimal numbers, as we publish them.
-    if (!ok1 || !ok2 || slot < 1 || slot > MaxRemoteId || button < 0 || button > 999 ||
-        QString::number(slot) != parts[1] || QString::number(button) != parts[2])
+    auto number = [](QStringView text, int low, int high) -> std::optional<int> {
+        bool ok = false;
+        const int n = text.toInt(&ok);
+        if (!ok || n < low || n > high || QString::number(n) != text)
+            return {};
+        return n;
+    };
+    const auto slot = number(parts[1], 1, MaxRemoteId);
+    if (!slot) {
+        *why = u"the remote number must be 1 to %1"_s.arg(MaxRemoteId);
         return {};
-    return KeyRef{slot, button};
+    }
+    const auto button = number(parts[2], 0, 999);
+    if (!button) {
+        *why = u"the key number must be 0 to 999"_s;
+        return {};
+    }
+    return KeyRef{*slot, *button};
 }
 
 std::optional<Emit> ParseEmit(QByteArrayView payload, QString* why) {

@@ -22,12 +22,14 @@ struct Press {
 };
 std::optional<Press> ParsePress(QByteArrayView payload, QString* why);
 
-// A button's command topic <Topic>/key/<slot>/<button>/press ("PRESS").
+// A button's command topic <Topic>/key/<slot>/<button>/press ("PRESS"). A
+// topic under key/ that names no possible key is refused with why; any other
+// topic is not a key's (why stays empty).
 struct KeyRef {
     int slot = 0;
     int button = -1;
 };
-std::optional<KeyRef> ParseKeyTopic(QStringView relative);
+std::optional<KeyRef> ParseKeyTopic(QStringView relative, QString* why);
 
 // The emitter's command: {"timings": [signed µs], "modulation": HZ, "repeat_count": n}.
 struct Emit {

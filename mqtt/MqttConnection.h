@@ -12,6 +12,7 @@
 
 struct mosquitto;
 struct mosquitto_message;
+struct x509_store_ctx_st;
 
 // One connection to a broker through libmosquitto, run by the Qt event loop:
 // the socket on notifiers, the library's housekeeping on a timer, no thread
@@ -48,6 +49,7 @@ private:
     static void onConnect(mosquitto*, void* self, int rc);
     static void onDisconnect(mosquitto*, void* self, int rc);
     static void onMessage(mosquitto*, void* self, const mosquitto_message* m);
+    static int verifyCertificate(x509_store_ctx_st* store, void* self);
 
     void attempt();
     void connectTo(const QString& address);
@@ -69,6 +71,7 @@ private:
     int retryMs_ = FirstRetryMs;
     int lookup_ = -1;
     State state_ = State::None;
+    QString refusedCertificate_; // why the broker's certificate was not taken
     std::unique_ptr<QSocketNotifier> read_, write_;
     QTimer misc_;  // keep-alive and the library's timeouts
     QTimer retry_; // the next attempt after a loss

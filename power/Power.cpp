@@ -1,5 +1,6 @@
 #include "power/Power.h"
 
+#include "core/BoundedRead.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
@@ -155,9 +156,8 @@ bool Power::SetResumeTask(const QDateTime& when) {
     };
     // An RTC kept in local time (beside Windows) counts its alarm in local time too.
     qint64 seconds = when.toSecsSinceEpoch();
-    QFile adjtime(adjtimePath);
-    if (adjtime.open(QIODevice::ReadOnly) &&
-        adjtime.readAll().split('\n').value(2).trimmed() == "LOCAL")
+    const BoundedRead adjtime = ReadBounded(adjtimePath, 4096);
+    if (adjtime.ok() && adjtime.bytes.split('\n').value(2).trimmed() == "LOCAL")
         seconds += when.offsetFromUtc();
     bool ok = write("0\n") && write(QByteArray::number(seconds) + '\n');
     // Many clocks (rtc_cmos without a day alarm) refuse anything beyond the
@@ -186,8 +186,9 @@ bool Power::SetResumeTask(const QDateTime& when) {
 
 QString MacAddress(const QString& netDir, const QString& routeFile) {
     auto read = [&](const QString& nic, const char16_t* file) {
-        QFile f(netDir + u'/' + nic + u'/' + QString::fromUtf16(file));
-        return f.open(QIODevice::ReadOnly) ? QString::fromLatin1(f.readAll().trimmed()) : QString();
+        const BoundedRead f =
+            ReadBounded(netDir + u'/' + nic + u'/' + QString::fromUtf16(file), 4096);
+        return f.ok() ? QString::fromLatin1(f.bytes.trimmed()) : QString();
     };
     // The IPv4 routes: which interfaces have an address, and which carry the
     // default route at what metric.

@@ -1,5 +1,6 @@
 #include "remotes/IrListener.h"
 
+#include "core/BoundedRead.h"
 #include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
@@ -187,10 +188,10 @@ void IrListener::readSim() {
         simLater_.start();
         return;
     }
-    if (!file.open(QIODevice::ReadOnly))
+    const BoundedRead read = ReadBounded(file.fileName(), 64 * 1024, {.prefix = true});
+    if (!read.ok())
         return;
-    const QByteArray text = file.read(64 * 1024);
-    file.close();
+    const QByteArray& text = read.bytes;
     if (!text.endsWith('\n') && text.size() < 64 * 1024)
         return; // still being written: its last line is not whole yet
     file.remove();

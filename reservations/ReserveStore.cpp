@@ -1,6 +1,7 @@
 #include "reservations/ReserveStore.h"
 
 #include "core/AtomicFile.h"
+#include "core/BoundedRead.h"
 #include "core/ProgramFolder.h"
 #include "core/ShiftJis.h"
 #include "remotes/Registry.h"
@@ -35,35 +36,29 @@ struct FileBytes {
 // A reservation is a plain file: a link is neither followed nor replaced (it
 // may point anywhere), and a pipe would stall the whole program.
 FileBytes readFile(const QString& path) {
-    const int fd =
-        ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) {
-        const int err = errno;
-        if (err == ENOENT)
-            return {FileBytes::Missing, {}};
-        if (err == ELOOP)
-            qCWarning(lcStore).noquote() << "skipping" << path << "- a link";
-        else
-            qCWarning(lcStore).noquote()
-                << "cannot read" << path << "-" << QString::fromLocal8Bit(std::strerror(err));
-        return {FileBytes::Refused, {}};
-    }
-    QFile f;
-    f.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle);
-    struct stat st {};
-    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-        qCWarning(lcStore).noquote() << "skipping" << path << "- not a plain file";
-        return {FileBytes::Refused, {}};
-    }
-    // Nothing we write comes near this; a larger file is someone else's and
-    // would only swell the grid and the pages.
-    using Reserve::MaxFileBytes;
-    QByteArray data = st.st_size > MaxFileBytes ? QByteArray() : f.read(MaxFileBytes + 1);
-    if (st.st_size > MaxFileBytes || data.size() > MaxFileBytes) {
+    // Nothing we write comes near the limit; a larger file is someone else's
+    // and would only swell the grid and the pages.
+    BoundedRead read =
+        ReadBounded(path, Reserve::MaxFileBytes, {.plainOnly = true, .noFollow = true});
+    switch (read.result) {
+    case BoundedRead::Ok:
+        return {FileBytes::Read, std::move(read.bytes)};
+    case BoundedRead::Missing:
+        return {FileBytes::Missing, {}};
+    case BoundedRead::TooLarge:
         qCWarning(lcStore).noquote() << "ignoring" << path << "- too large for a reservation";
         return {FileBytes::TooLarge, {}};
+    case BoundedRead::NotPlain:
+        qCWarning(lcStore).noquote() << "skipping" << path << "- not a plain file";
+        return {FileBytes::Refused, {}};
+    case BoundedRead::Failed:
+        break;
     }
-    return {FileBytes::Read, std::move(data)};
+    if (read.errnum == ELOOP)
+        qCWarning(lcStore).noquote() << "skipping" << path << "- a link";
+    else
+        qCWarning(lcStore).noquote() << "cannot read" << path << "-" << read.error;
+    return {FileBytes::Refused, {}};
 }
 
 bool isPlainFile(const QString& path) {

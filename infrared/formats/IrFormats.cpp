@@ -1,6 +1,7 @@
 #include "infrared/formats/IrFormats.h"
 
 #include "core/AtomicFile.h"
+#include "core/BoundedRead.h"
 #include "infrared/SignalStore.h"
 #include "infrared/formats/FormatText.h"
 
@@ -215,21 +216,20 @@ IrCodeRead ReadIrCodes(QByteArrayView bytes, const QString& fileName,
 IrCodeRead ReadIrCodePath(const QString& path, const IrFormatOptions& options) {
     const QFileInfo info(path);
     if (!info.isDir()) {
-        QFile file(path);
-        if (!file.open(QIODevice::ReadOnly)) {
+        BoundedRead file = ReadBounded(path, MaxCodeFileBytes);
+        if (file.result == BoundedRead::TooLarge) {
             IrCodeRead read;
-            read.error = At(path, 0, u"cannot be read: "_s + file.errorString());
+            read.error = At(path, 0,
+                            u"more than the %1 MB a file of codes may have"_s.arg(MaxCodeFileBytes /
+                                                                                  (1024 * 1024)));
             return read;
         }
-        if (file.size() > MaxCodeFileBytes) {
+        if (!file.ok()) {
             IrCodeRead read;
-            read.error =
-                At(path, 0,
-                   u"%1 bytes, more than the %2 MB a file of codes may have"_s.arg(file.size())
-                       .arg(MaxCodeFileBytes / (1024 * 1024)));
+            read.error = At(path, 0, u"cannot be read: "_s + file.error);
             return read;
         }
-        return ReadIrCodes(file.readAll(), path, options);
+        return ReadIrCodes(file.bytes, path, options);
     }
     // A directory: each file one signal, named after the file.
     IrCodeRead all;

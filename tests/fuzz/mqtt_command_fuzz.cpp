@@ -12,10 +12,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const qsizetype nl = all.indexOf('\n');
     const QString topic = QString::fromUtf8(nl < 0 ? all : all.first(nl));
     const QByteArrayView payload = nl < 0 ? QByteArrayView() : all.sliced(nl + 1);
-    if (const auto key = MqttCommand::ParseKeyTopic(topic))
-        if (key->slot < 1 || key->slot > MaxRemoteId || key->button < 0)
-            abort();
     QString why;
+    if (const auto key = MqttCommand::ParseKeyTopic(topic, &why)) {
+        if (key->slot < 1 || key->slot > MaxRemoteId || key->button < 0 || !why.isEmpty())
+            abort();
+    } else if (why.isEmpty() == topic.startsWith(u"key/")) {
+        abort(); // a key topic refused says why; no other topic is answered
+    }
+    why.clear();
     if (const auto press = MqttCommand::ParsePress(payload, &why)) {
         if (press->remote.isEmpty() || press->key.isEmpty())
             abort();

@@ -23,6 +23,7 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
+#include <map>
 #include <set>
 
 using namespace Qt::StringLiterals;
@@ -381,4 +382,109 @@ TEST(Mqtt, HeardFramesAndKeysReachTheReceiverAndTriggers) {
     const QJsonObject config = JsonOf(ha.on(trigger)[0].payload);
     EXPECT_TRUE(ha.waitFor(config.value(u"topic"_s).toString(),
                            config.value(u"payload"_s).toString().toUtf8()));
+}
+
+// A key's command topic that names no possible key is answered on the error
+// topic like any other refused command.
+TEST(Mqtt, ImpossibleKeyIdsAreAnswered) {
+    NEED_BROKER();
+    QTemporaryDir tmp;
+    MqttBroker broker(tmp.path());
+    ASSERT_TRUE(broker.start());
+    TempFolder t;
+    ScriptedPrompt prompt;
+    Transceiver device{t.folder, t.settings, prompt};
+    t.settings.Write(Key::MqttServer, u"127.0.0.1:"_s + QString::number(broker.port));
+    t.settings.Write(Key::MqttNodeId, u"ids"_s);
+    MqttWatcher ha(broker, {u"kestrava/ids/#"_s});
+    Mqtt mqtt(t.folder, t.settings, device);
+    mqtt.Start();
+    ASSERT_TRUE(ha.waitFor(u"kestrava/ids/status"_s, "online"));
+    const QString remote = u"the remote number must be 1 to 1000"_s;
+    const QString key = u"the key number must be 0 to 999"_s;
+    const std::map<QString, QString> cases{
+        {u"key/x/0/press"_s, remote},       {u"key/0/0/press"_s, remote},
+        {u"key/1001/0/press"_s, remote},    {u"key/-1/0/press"_s, remote},
+        {u"key/01/0/press"_s, remote},      {u"key//0/press"_s, remote},
+        {u"key/1/1000/press"_s, key},       {u"key/1/-1/press"_s, key},
+        {u"key/1/ 2/press"_s, key},         {u"key/1//press"_s, key},
+        {u"key/1/99999999999/press"_s, key}};
+    for (const auto& [topic, why] : cases)
+        ASSERT_TRUE(broker.publish(u"kestrava/ids/"_s + topic, "PRESS"));
+    ASSERT_TRUE(WaitUntil([&] { return ha.on(u"kestrava/ids/error"_s).size() == cases.size(); }));
+    for (const auto& m : ha.on(u"kestrava/ids/error"_s)) {
+        const QJsonObject o = JsonOf(m.payload);
+        const QString topic = o.value(u"topic"_s).toString();
+        ASSERT_TRUE(cases.contains(topic)) << m.payload.toStdString();
+        EXPECT_EQ(o.value(u"error"_s).toString(), u"bad_request"_s) << topic.toStdString();
+        EXPECT_EQ(o.value(u"message"_s).toString(), cases.at(topic)) << topic.toStdString();
+    }
+}
+
+// Over TLS: a broker the configured CA vouches for carries discovery and
+// presses like any other; one vouched for by another CA, or whose certificate
+// is for another name, is never connected to, and the log says why.
+TEST(Mqtt, TlsTakesOnlyTheBrokerTheCaVouchesFor) {
+    NEED_BROKER();
+    QTemporaryDir tmp;
+    const QString d = tmp.path();
+    const MqttTls ca = MakeCertificate(d, u"ca"_s, u"DNS:ca"_s);
+    const MqttTls other = MakeCertificate(d, u"other-ca"_s, u"DNS:other"_s);
+    const MqttTls good = MakeCertificate(d, u"broker"_s, u"IP:127.0.0.1"_s, ca);
+    const MqttTls elsewhere = MakeCertificate(d, u"elsewhere"_s, u"DNS:elsewhere.example"_s, ca);
+    ASSERT_FALSE(ca.cert.isEmpty() || other.cert.isEmpty() || good.cert.isEmpty() ||
+                 elsewhere.cert.isEmpty());
+    MqttBroker broker(d, {}, {}, good);
+    ASSERT_TRUE(broker.start());
+    TempFolder t;
+    ScriptedPrompt prompt;
+    Transceiver device{t.folder, t.settings, prompt};
+    t.settings.WriteIni(u"Tira", u"Device", u"sim");
+    t.settings.Write(Key::MqttServer, u"mqtts://127.0.0.1:"_s + QString::number(broker.port));
+    t.settings.Write(Key::MqttCAFile, ca.ca);
+    t.settings.Write(Key::MqttNodeId, u"safe"_s);
+    t.writeRemote(1, u"TV"_s, 4, {u"Power"_s});
+    WriteSignalFile(t.path(u"IRSignals/TV-Power.bin"), SimDriver::NecSignal(0x40, 0));
+    {
+        MqttWatcher ha(broker, {u"homeassistant/#"_s, u"kestrava/safe/#"_s});
+        Mqtt mqtt(t.folder, t.settings, device);
+        mqtt.Start();
+        const QString config = u"homeassistant/button/kestrava_safe/r1_k0/config"_s;
+        ASSERT_TRUE(ha.waitFor(config, {}));
+        ASSERT_TRUE(broker.publish(
+            JsonOf(ha.on(config)[0].payload).value(u"command_topic"_s).toString(), "PRESS"));
+        ASSERT_TRUE(ha.waitFor(u"kestrava/safe/event"_s, {}));
+        EXPECT_TRUE(JsonOf(ha.on(u"kestrava/safe/event"_s)[0].payload).value(u"ok"_s).toBool());
+    }
+
+    QDir(d).mkdir(u"elsewhere"_s);
+    MqttBroker misnamed(d + u"/elsewhere"_s, {}, {}, elsewhere);
+    ASSERT_TRUE(misnamed.start());
+    static QStringList logged;
+    const QtMessageHandler before = qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext&, const QString& text) { logged << text; });
+    const struct {
+        quint16 port;
+        QString caFile, reason;
+    } cases[] = {{broker.port, other.ca, u"self-signed certificate in certificate chain"_s},
+                 {misnamed.port, ca.ca, u"IP address mismatch"_s}};
+    for (const auto& c : cases) {
+        logged.clear();
+        MqttConfig config;
+        config.host = u"127.0.0.1"_s;
+        config.port = c.port;
+        config.tls = true;
+        config.caFile = c.caFile;
+        config.nodeId = u"wary"_s;
+        MqttConnection connection;
+        bool connected = false;
+        QObject::connect(&connection, &MqttConnection::connectionChanged,
+                         [&](bool on) { connected = connected || on; });
+        connection.Open(config, u"kestrava/wary/status"_s);
+        EXPECT_TRUE(WaitUntil([] { return !logged.filter(u"cannot reach"_s).isEmpty(); }, 5000));
+        EXPECT_TRUE(logged.join(u'\n').contains(u"certificate is refused: "_s + c.reason))
+            << logged.join(u'\n').toStdString();
+        EXPECT_FALSE(connected);
+    }
+    qInstallMessageHandler(before);
 }

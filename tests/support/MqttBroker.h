@@ -14,17 +14,61 @@
 #include <memory>
 #include <unistd.h>
 
+// The files of a TLS listener: its CA, certificate and key.
+struct MqttTls {
+    QString ca, cert, key;
+};
+
+// A certificate for subjectAltName (as "IP:127.0.0.1"), made with the openssl
+// command: self-signed as a CA when ca is empty, else signed by ca. Files are
+// dir/name.pem and dir/name.key.
+inline MqttTls MakeCertificate(const QString& dir, const QString& name,
+                               const QString& subjectAltName, const MqttTls& ca = {}) {
+    MqttTls made{ca.cert, dir + u'/' + name + QStringLiteral(".pem"),
+                 dir + u'/' + name + QStringLiteral(".key")};
+    QStringList a{QStringLiteral("req"),
+                  QStringLiteral("-x509"),
+                  QStringLiteral("-newkey"),
+                  QStringLiteral("ec"),
+                  QStringLiteral("-pkeyopt"),
+                  QStringLiteral("ec_paramgen_curve:prime256v1"),
+                  QStringLiteral("-nodes"),
+                  QStringLiteral("-days"),
+                  QStringLiteral("2"),
+                  QStringLiteral("-subj"),
+                  QStringLiteral("/CN=") + name,
+                  QStringLiteral("-keyout"),
+                  made.key,
+                  QStringLiteral("-out"),
+                  made.cert};
+    a << QStringLiteral("-addext") << QStringLiteral("subjectAltName=") + subjectAltName;
+    if (ca.cert.isEmpty())
+        made.ca = made.cert;
+    else
+        a << QStringLiteral("-CA") << ca.cert << QStringLiteral("-CAkey") << ca.key;
+    QProcess openssl;
+    openssl.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    openssl.start(QStringLiteral("openssl"), a);
+    if (!openssl.waitForFinished(20000) || openssl.exitCode() != 0)
+        return {};
+    return made;
+}
+
 // Debian's mosquitto on a free port of 127.0.0.1, its config in the test's folder.
 class MqttBroker {
 public:
-    // With a user, only that user and password are let in.
-    explicit MqttBroker(const QString& dir, const QString& user = {}, const QString& password = {})
-        : dir_(dir), user(user), password(password) {
+    // With a user, only that user and password are let in; with tls, only TLS.
+    explicit MqttBroker(const QString& dir, const QString& user = {}, const QString& password = {},
+                        const MqttTls& tls = {})
+        : dir_(dir), tls_(tls), user(user), password(password) {
         QTcpServer probe;
         probe.listen(QHostAddress::LocalHost, 0);
         port = probe.serverPort();
         probe.close();
         QByteArray conf = "listener " + QByteArray::number(port) + " 127.0.0.1\n";
+        if (!tls.cert.isEmpty())
+            conf += "cafile " + tls.ca.toUtf8() + "\ncertfile " + tls.cert.toUtf8() + "\nkeyfile " +
+                    tls.key.toUtf8() + "\n";
         // Started as root it would become "mosquitto", who cannot read the test's folder.
         if (::geteuid() == 0)
             conf += "user root\n";
@@ -70,6 +114,8 @@ public:
                       QString::number(port)};
         if (!user.isEmpty())
             a << QStringLiteral("-u") << user << QStringLiteral("-P") << password;
+        if (!tls_.cert.isEmpty())
+            a << QStringLiteral("--cafile") << tls_.ca;
         return a;
     }
     bool publish(const QString& topic, const QByteArray& payload, bool retain = false) const {
@@ -85,6 +131,7 @@ public:
 
 private:
     QString dir_;
+    MqttTls tls_;
 
 public:
     QString user, password;
