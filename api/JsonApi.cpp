@@ -315,11 +315,11 @@ void JsonApi::createRemote(const Api::Call& c, const Reply& r) {
         return r.error(409, "conflict",
                        u"リモコンはこれ以上登録できません（%1 台まで）。"_s.arg(MaxListedRemoteId));
     // The wizard's store with no keys: the old files of that name go first.
-    const LearningSession empty(folder_);
-    StoreLearnedRemote(folder_, settings_, slot, device, design->id, empty);
+    const bool stored =
+        StoreRemote(folder_, settings_, {slot.freeSlot, device, design->id, true, {}, {}});
     changed();
     const QJsonObject o = remoteJson(slot.freeSlot);
-    if (o.isEmpty())
+    if (!stored || o.isEmpty())
         return r.error(500, "not_written", u"設定ファイルに書き込めませんでした。"_s);
     r.json(201, o);
 }
@@ -385,28 +385,20 @@ void JsonApi::deleteRemote(const Api::Call& c, const Reply& r) {
 
 bool JsonApi::storeKey(int remote, int key, const QString& function, const SignalImage& image,
                        QString* why) {
-    const QString device = settings_.Read(Key::RemoteName(remote));
-    LearningSession session(folder_);
-    QString error;
-    const int n = session.Add(image, function, key, &error);
-    if (n == 0) {
-        *why = u"学習した信号を保存できませんでした。"_s + u'\n' + error;
-        return false;
-    }
+    RemoteChange change{remote, settings_.Read(Key::RemoteName(remote)), 0, false, {}, {}};
     // The key's old name loses its file when the key gets another.
-    std::vector<DeletedFunction> deleted;
     const QString old = GetButtonFunc(settings_, QString::number(remote), QString::number(key));
     if (!old.isEmpty() && old != function)
-        deleted.push_back({old, key});
-    StoreRemoteEdit(folder_, settings_, remote, device, deleted, session);
-    QFile::remove(session.TempPath(n));
+        change.deleted.push_back({old, key});
+    change.keys.push_back(
+        {key, function,
+         QByteArray(reinterpret_cast<const char*>(image.data()), qsizetype(image.size()))});
+    QString error;
+    const bool stored = StoreRemote(folder_, settings_, change, &error);
     changed();
-    if (GetButtonFunc(settings_, QString::number(remote), QString::number(key)) != function ||
-        !QFileInfo::exists(SignalFilePath(folder_, device, function))) {
-        *why = u"設定ファイルか信号ファイルに書き込めませんでした。"_s;
-        return false;
-    }
-    return true;
+    if (!stored)
+        *why = u"学習した信号を保存できませんでした。"_s + u'\n' + error;
+    return stored;
 }
 
 // The remote and key of a call that changes a key, with the key's new name;
@@ -500,10 +492,12 @@ void JsonApi::deleteKey(const Api::Call& c, const Reply& r) {
     if (c.key >= int(buttons.size()))
         return r.notFound(NoKeyText);
     const QString function = buttons[size_t(c.key)];
-    if (!function.isEmpty())
-        StoreRemoteEdit(folder_, settings_, c.remote, device, {{function, c.key}},
-                        LearningSession(folder_));
+    const bool stored =
+        function.isEmpty() ||
+        StoreRemote(folder_, settings_, {c.remote, device, 0, false, {{function, c.key}}, {}});
     changed();
+    if (!stored)
+        return r.error(500, "not_written", u"設定ファイルに書き込めませんでした。"_s);
     r.none();
 }
 
@@ -691,7 +685,8 @@ void JsonApi::importCode(const Api::Call& c, const Reply& r) {
         if (!timing)
             return r.bad(u"この符号からは信号を作れません。"_s);
     } else {
-        const IrCodeRead read = ReadIrCodes(text.toUtf8(), u"code"_s);
+        // The text came whole in the JSON; only trimming took its last line break.
+        const IrCodeRead read = ReadIrCodes(text.toUtf8() + '\n', u"code"_s);
         if (!read.ok())
             return r.bad(read.error);
         if (read.codes.size() != 1)

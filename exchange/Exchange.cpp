@@ -460,20 +460,22 @@ ImportResult ImportArchive(const ProgramFolder& folder, SettingsStore& settings,
                 QFile::remove(path);
         return finish(ImportResult::Refused, u"cannot copy a signal file: "_s + error);
     }
-    if (found) {
-        // Old signals the archive does not have go with the old remote.
-        for (const QString& path : before)
-            if (!written.contains(path) && !QFile::remove(path))
-                qCWarning(lcExchange).noquote() << "cannot delete" << path;
-        if (!settings.DeleteIniSection(RemoteSection(found)))
-            return finish(ImportResult::Refused, u"setting.ini cannot be written"_s);
-    }
-    settings.Write(Key::RemoteName(slot), result.device);
-    settings.Write(Key::RemoteDesign(slot), exp.design);
+    // Then the registry in one write, the old remote's section with it; when
+    // that fails, the copied signals go again.
+    std::vector<std::pair<SettingKey, QString>> values{{Key::RemoteName(slot), result.device},
+                                                       {Key::RemoteDesign(slot), exp.design}};
     for (const auto& [k, function] : exp.buttons)
-        settings.Write(Key::RemoteButton(slot, k), function);
-    if (settings.Read(Key::RemoteName(slot)) != result.device)
+        values.push_back({Key::RemoteButton(slot, k), function});
+    if (!settings.WriteAll(values, found ? RemoteSection(found) : QString())) {
+        for (const QString& path : written)
+            if (!before.contains(path))
+                QFile::remove(path);
         return finish(ImportResult::Refused, u"setting.ini cannot be written"_s);
+    }
+    // Old signals the archive does not have go with the old remote.
+    for (const QString& path : before)
+        if (!written.contains(path) && !QFile::remove(path))
+            qCWarning(lcExchange).noquote() << "cannot delete" << path;
     result.slot = slot;
     return finish(ImportResult::Imported);
 }

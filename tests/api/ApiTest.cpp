@@ -6,6 +6,7 @@
 #include "remotes/Press.h"
 #include "reservations/Scheduler.h"
 #include "support/FixedClock.h"
+#include "support/FullDisk.h"
 #include "support/HttpClient.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
@@ -259,6 +260,26 @@ TEST(Api, LearnsARemoteWithoutADesktop) {
     ASSERT_EQ(keys.size(), 13);
     EXPECT_TRUE(keys[0][u"learned"_s].toBool());
     EXPECT_FALSE(keys[2][u"learned"_s].toBool());
+}
+
+// A disk too full for setting.ini while a code is imported onto a key that
+// had another name: the key keeps its name and its file, and no file of the
+// new name is left without a key.
+TEST(Api, ACodeImportedOnAFullDiskLeavesTheKeyAsItWas) {
+    Served a;
+    a.learnedKey(1, u"TV"_s, 1, {u"Vol"_s});
+    for (auto key : {u"A", u"B", u"C"})
+        a.t.settings.WriteIni(u"Pad", key, QString(1000, u'x')); // past one signal file's size
+    QByteArray r;
+    {
+        FullDisk full(SignalFileSize); // a signal file still fits, setting.ini no longer does
+        ASSERT_TRUE(full.ok());
+        r = a.call("PUT", "/api/v1/remotes/1/keys/0/code",
+                   R"({"name":"Power","code":"nec:0x0408"})", "Content-Type: application/json\r\n");
+    }
+    EXPECT_EQ(Served::status(r), 500) << r.toStdString();
+    EXPECT_EQ(a.t.settings.ReadIni(RemoteSection(1), ButtonKey(0)), u"Vol"_s);
+    EXPECT_EQ(QDir(a.t.path(u"IRSignals")).entryList(QDir::Files), QStringList{u"TV-Vol.bin"_s});
 }
 
 TEST(Api, ReservationsShareTheStoreAndTheScheduler) {
