@@ -2,6 +2,7 @@
 
 #include "core/AtomicFile.h"
 #include "core/Clock.h"
+#include "core/NameText.h"
 #include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
@@ -288,7 +289,8 @@ static QString NameFrom(const QJsonObject& body, const QString& field, bool requ
         bad(u"名前が長すぎます。"_s);
         return {};
     }
-    if (const QString problem = LearnedNameProblem(name); !problem.isEmpty()) {
+    // As sent: a TAB or line end at either end is no blank to trim.
+    if (const QString problem = LearnedNameProblem(v.toString()); !problem.isEmpty()) {
         bad(problem);
         return {};
     }
@@ -563,6 +565,8 @@ void JsonApi::pressByName(const Api::Call& c, const Reply& r) {
     const QJsonValue remote = c.body.value(u"remote"_s), key = c.body.value(u"key"_s);
     if (!remote.isString() || !key.isString())
         return r.bad(u"remote と key に名前を入れてください。"_s);
+    if (HasControlOrBrokenChar(remote.toString()) || HasControlOrBrokenChar(key.toString()))
+        return r.bad(u"remote と key の名前に制御文字や壊れた文字は使えません。"_s);
     const int repeat = c.body.value(u"repeat"_s).toInt(1);
     if (repeat < 1 || repeat > MaxRepeat)
         return r.bad(u"repeat は 1～%1 の整数にしてください。"_s.arg(MaxRepeat));

@@ -1,6 +1,7 @@
 #include "exchange/Exchange.h"
 
 #include "core/AtomicFile.h"
+#include "core/NameText.h"
 #include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
@@ -85,11 +86,6 @@ QString EntryName(zip_t* archive, zip_uint64_t index) {
     return utf8.hasError() ? ShiftJis::Decode(bytes) : name;
 }
 
-bool HasControlChar(const QString& text) {
-    return std::any_of(text.begin(), text.end(),
-                       [](QChar c) { return c.unicode() < 0x20 || c.unicode() == 0x7f; });
-}
-
 // Why an entry name may not be unpacked; empty when it may. Entries are flat:
 // anything that could name another folder is refused.
 QString BadEntryName(const QString& name) {
@@ -101,7 +97,7 @@ QString BadEntryName(const QString& name) {
         return u"entry \"%1\" holds \"..\""_s.arg(name);
     if (name.contains(u':'))
         return u"entry \"%1\" names a drive"_s.arg(name);
-    if (HasControlChar(name))
+    if (HasControlOrBrokenChar(name))
         return u"entry \"%1\" holds a control character"_s.arg(name);
     return {};
 }
@@ -250,14 +246,15 @@ QString Unpack(zip_t* opened, EntrySink& sink, QByteArray* exp) {
 }
 
 bool UsableDeviceName(const QString& device) {
-    return !device.trimmed().isEmpty() && !HasBadFileChar(device) && !HasControlChar(device);
+    return !device.trimmed().isEmpty() && !HasBadFileChar(device) &&
+           !HasControlOrBrokenChar(device);
 }
 
 // What setting.ini can hold of a value, and what a name may be.
 QString BadValue(const QString& what, const QString& value) {
     if (ShiftJis::Encode(value).size() > SettingsStore::MaxValueBytes)
         return u"%1 is longer than %2 bytes"_s.arg(what).arg(SettingsStore::MaxValueBytes);
-    if (HasControlChar(value))
+    if (HasControlOrBrokenChar(value))
         return u"%1 holds a control character"_s.arg(what);
     return {};
 }

@@ -1,6 +1,7 @@
 #include "learning/LearningStore.h"
 
 #include "core/AtomicFile.h"
+#include "core/NameText.h"
 #include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
@@ -53,6 +54,8 @@ QString LearningSession::TempPath(int n) const {
 }
 
 QString LearnedNameProblem(const QString& name) {
+    if (HasControlOrBrokenChar(name))
+        return u"名前には制御文字（タブや改行など）や壊れた文字は使えません。"_s;
     if (HasBadFileChar(name))
         return u"文字列には \"* / : < > ? \\ | は使えません。"_s;
     const QString lost = ShiftJis::Unmappable(name);

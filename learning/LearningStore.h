@@ -51,7 +51,8 @@ private:
 };
 
 // Why a device or function name cannot be used, "" when it can: it names
-// files, and must read back from setting.ini as it was typed.
+// files, and must read back from setting.ini as it was typed. Every front that
+// takes such a name asks this, with the name as it came (before trimming).
 QString LearnedNameProblem(const QString& name);
 
 // A captured signal made ready to store. One that decodes is replaced by its

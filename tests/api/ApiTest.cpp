@@ -262,6 +262,29 @@ TEST(Api, LearnsARemoteWithoutADesktop) {
     EXPECT_FALSE(keys[2][u"learned"_s].toBool());
 }
 
+// Names come into setting.ini, file names and pages: a control character or
+// half a surrogate pair anywhere in one (a trailing TAB too) is refused on
+// every call that names a remote or a key, and nothing is stored.
+TEST(Api, NamesWithControlOrBrokenCharactersAreRefused) {
+    Served a;
+    a.learnedKey(1, u"TV"_s, 1, {u"Vol"_s});
+    const QByteArray json = "Content-Type: application/json\r\n";
+    for (const QByteArray bad : {"A\\u0000B", "A\\tB", "A\\u0085B", "A\\ud800B", "AB\\n"}) {
+        const QByteArray name = "{\"name\":\"" + bad + "\",\"design\":1}";
+        EXPECT_EQ(Served::status(a.call("POST", "/api/v1/remotes", name, json)), 400) << bad.data();
+        EXPECT_EQ(Served::status(a.call("PATCH", "/api/v1/remotes/1", name, json)), 400)
+            << bad.data();
+        EXPECT_EQ(Served::status(a.call("PATCH", "/api/v1/remotes/1/keys/0", name, json)), 400)
+            << bad.data();
+        EXPECT_EQ(Served::status(a.call("POST", "/api/v1/remotes/1/keys/1/learn", name, json)), 400)
+            << bad.data();
+    }
+    EXPECT_EQ(a.t.settings.ReadIni(RemoteSection(1), u"Device"), u"TV"_s);
+    EXPECT_EQ(a.t.settings.ReadIni(RemoteSection(1), ButtonKey(0)), u"Vol"_s);
+    EXPECT_EQ(a.t.settings.ReadIni(RemoteSection(2), u"Device"), QString());
+    EXPECT_EQ(QDir(a.t.path(u"IRSignals")).entryList(QDir::Files), QStringList{u"TV-Vol.bin"_s});
+}
+
 // A disk too full for setting.ini while a code is imported onto a key that
 // had another name: the key keeps its name and its file, and no file of the
 // new name is left without a key.
