@@ -584,9 +584,16 @@ void JsonApi::pressByName(const Api::Call& c, const Reply& r) {
 }
 
 void JsonApi::transmit(const Api::Call& c, const Reply& r) {
-    QString why;
+    QString why, field;
     const QByteArray bytes = QJsonDocument(c.body).toJson(QJsonDocument::Compact);
-    const auto code = ReadTimingJson(bytes, u"request"_s, &why);
+    const auto code = ReadTimingJson(bytes, u"request"_s, &why, &field);
+    if (field == u"modulation")
+        return r.bad(u"modulation（搬送波）は %1～%2 Hz にしてください。"_s.arg(MinCarrierHz)
+                         .arg(MaxCarrierHz));
+    if (field == u"timings")
+        return r.bad(
+            u"timings は µs の数の列で、パルス（正の数）から始めてください（間は負の数）。\n"_s +
+            why);
     if (!code)
         return r.bad(why);
     const auto image = SignalImageOf(code->timing, &why);

@@ -175,6 +175,29 @@ TEST(Api, PressAnswersAfterTheSendWithHonestStatuses) {
     EXPECT_EQ(Served::status(a.call("POST", "/api/v1/transmit", R"({"timings":[0]})")), 400);
 }
 
+// Raw timings are refused, naming the field, when the carrier is no IR
+// carrier or the signal starts with a space; nothing is sent.
+TEST(Api, TransmitRefusesACarrierOutOfRangeAndALeadingSpace) {
+    Served a;
+    const struct {
+        const char* body;
+        const char16_t* field;
+    } cases[] = {
+        {R"({"timings":[9000,-4500,560],"modulation":0})", u"modulation"},
+        {R"({"timings":[9000,-4500,560],"modulation":9999})", u"modulation"},
+        {R"({"timings":[9000,-4500,560],"modulation":500001})", u"modulation"},
+        {R"({"timings":[-9000,4500,-560,560],"modulation":38000})", u"timings"},
+    };
+    for (const auto& c : cases) {
+        const QByteArray r =
+            a.call("POST", "/api/v1/transmit", c.body, "Content-Type: application/json\r\n");
+        EXPECT_EQ(Served::status(r), 400) << c.body;
+        EXPECT_TRUE(Served::json(r)[u"message"_s].toString().startsWith(QStringView(c.field)))
+            << r.toStdString();
+    }
+    EXPECT_EQ(a.sends(), 0);
+}
+
 TEST(Api, WithoutATransceiverAPressIsABadGateway) {
     Served a(false);
     a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
