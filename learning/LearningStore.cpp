@@ -183,18 +183,18 @@ bool StoreRemote(const ProgramFolder& folder, SettingsStore& settings, const Rem
         return false;
     };
     for (const StoredKey& k : change.keys) {
+        // A later key of the same name writes over the earlier one's file.
         const QString path = SignalFilePath(folder, change.device, k.function);
-        if (kept.contains(path)) {
-            // A later key of the same name: its signal is the one kept.
-        } else if (!QFileInfo::exists(path)) {
-            made << path;
-        } else if (const QString before = KeepOld(path); !before.isEmpty()) {
-            replaced.push_back({path, before});
-        }
+        const bool first = !kept.contains(path), isNew = first && !QFileInfo::exists(path);
+        if (first && !isNew)
+            if (const QString before = KeepOld(path); !before.isEmpty())
+                replaced.push_back({path, before});
         kept << path;
         QString why;
         if (!WriteFileAtomically(path, k.signal, 0644, &why))
             return undo(why);
+        if (isNew)
+            made << path;
     }
     std::vector<std::pair<SettingKey, QString>> values;
     if (change.design) {
