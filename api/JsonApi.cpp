@@ -2,6 +2,7 @@
 
 #include "core/AtomicFile.h"
 #include "core/Clock.h"
+#include "core/NameText.h"
 #include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
@@ -296,7 +297,8 @@ static QString NameFrom(const QJsonObject& body, const QString& field, bool requ
         bad(u"名前が長すぎます。"_s);
         return {};
     }
-    if (const QString problem = LearnedNameProblem(name); !problem.isEmpty()) {
+    // As sent: a TAB or line end at either end is no blank to trim.
+    if (const QString problem = LearnedNameProblem(v.toString()); !problem.isEmpty()) {
         bad(problem);
         return {};
     }
@@ -323,11 +325,11 @@ void JsonApi::createRemote(const Api::Call& c, const Reply& r) {
         return r.error(409, "conflict",
                        u"リモコンはこれ以上登録できません（%1 台まで）。"_s.arg(MaxListedRemoteId));
     // The wizard's store with no keys: the old files of that name go first.
-    const LearningSession empty(folder_);
-    StoreLearnedRemote(folder_, settings_, slot, device, design->id, empty);
+    const bool stored =
+        StoreRemote(folder_, settings_, {slot.freeSlot, device, design->id, true, {}, {}});
     changed();
     const QJsonObject o = remoteJson(slot.freeSlot);
-    if (o.isEmpty())
+    if (!stored || o.isEmpty())
         return r.error(500, "not_written", u"設定ファイルに書き込めませんでした。"_s);
     r.json(201, o);
 }
@@ -393,28 +395,20 @@ void JsonApi::deleteRemote(const Api::Call& c, const Reply& r) {
 
 bool JsonApi::storeKey(int remote, int key, const QString& function, const SignalImage& image,
                        QString* why) {
-    const QString device = settings_.Read(Key::RemoteName(remote));
-    LearningSession session(folder_);
-    QString error;
-    const int n = session.Add(image, function, key, &error);
-    if (n == 0) {
-        *why = u"学習した信号を保存できませんでした。"_s + u'\n' + error;
-        return false;
-    }
+    RemoteChange change{remote, settings_.Read(Key::RemoteName(remote)), 0, false, {}, {}};
     // The key's old name loses its file when the key gets another.
-    std::vector<DeletedFunction> deleted;
     const QString old = GetButtonFunc(settings_, QString::number(remote), QString::number(key));
     if (!old.isEmpty() && old != function)
-        deleted.push_back({old, key});
-    StoreRemoteEdit(folder_, settings_, remote, device, deleted, session);
-    QFile::remove(session.TempPath(n));
+        change.deleted.push_back({old, key});
+    change.keys.push_back(
+        {key, function,
+         QByteArray(reinterpret_cast<const char*>(image.data()), qsizetype(image.size()))});
+    QString error;
+    const bool stored = StoreRemote(folder_, settings_, change, &error);
     changed();
-    if (GetButtonFunc(settings_, QString::number(remote), QString::number(key)) != function ||
-        !QFileInfo::exists(SignalFilePath(folder_, device, function))) {
-        *why = u"設定ファイルか信号ファイルに書き込めませんでした。"_s;
-        return false;
-    }
-    return true;
+    if (!stored)
+        *why = u"学習した信号を保存できませんでした。"_s + u'\n' + error;
+    return stored;
 }
 
 // The remote and key of a call that changes a key, with the key's new name;
@@ -508,10 +502,12 @@ void JsonApi::deleteKey(const Api::Call& c, const Reply& r) {
     if (c.key >= int(buttons.size()))
         return r.notFound(NoKeyText);
     const QString function = buttons[size_t(c.key)];
-    if (!function.isEmpty())
-        StoreRemoteEdit(folder_, settings_, c.remote, device, {{function, c.key}},
-                        LearningSession(folder_));
+    const bool stored =
+        function.isEmpty() ||
+        StoreRemote(folder_, settings_, {c.remote, device, 0, false, {{function, c.key}}, {}});
     changed();
+    if (!stored)
+        return r.error(500, "not_written", u"設定ファイルに書き込めませんでした。"_s);
     r.none();
 }
 
@@ -577,6 +573,8 @@ void JsonApi::pressByName(const Api::Call& c, const Reply& r) {
     const QJsonValue remote = c.body.value(u"remote"_s), key = c.body.value(u"key"_s);
     if (!remote.isString() || !key.isString())
         return r.bad(u"remote と key に名前を入れてください。"_s);
+    if (HasControlOrBrokenChar(remote.toString()) || HasControlOrBrokenChar(key.toString()))
+        return r.bad(u"remote と key の名前に制御文字や壊れた文字は使えません。"_s);
     const int repeat = c.body.value(u"repeat"_s).toInt(1);
     if (repeat < 1 || repeat > MaxRepeat)
         return r.bad(u"repeat は 1～%1 の整数にしてください。"_s.arg(MaxRepeat));
@@ -594,9 +592,16 @@ void JsonApi::pressByName(const Api::Call& c, const Reply& r) {
 }
 
 void JsonApi::transmit(const Api::Call& c, const Reply& r) {
-    QString why;
+    QString why, field;
     const QByteArray bytes = QJsonDocument(c.body).toJson(QJsonDocument::Compact);
-    const auto code = ReadTimingJson(bytes, u"request"_s, &why);
+    const auto code = ReadTimingJson(bytes, u"request"_s, &why, &field);
+    if (field == u"modulation")
+        return r.bad(u"modulation（搬送波）は %1～%2 Hz にしてください。"_s.arg(MinCarrierHz)
+                         .arg(MaxCarrierHz));
+    if (field == u"timings")
+        return r.bad(
+            u"timings は µs の数の列で、パルス（正の数）から始めてください（間は負の数）。\n"_s +
+            why);
     if (!code)
         return r.bad(why);
     const auto image = SignalImageOf(code->timing, &why);
@@ -699,7 +704,8 @@ void JsonApi::importCode(const Api::Call& c, const Reply& r) {
         if (!timing)
             return r.bad(u"この符号からは信号を作れません。"_s);
     } else {
-        const IrCodeRead read = ReadIrCodes(text.toUtf8(), u"code"_s);
+        // The text came whole in the JSON; only trimming took its last line break.
+        const IrCodeRead read = ReadIrCodes(text.toUtf8() + '\n', u"code"_s);
         if (!read.ok())
             return r.bad(read.error);
         if (read.codes.size() != 1)

@@ -16,6 +16,7 @@
 #include "desktop/OpenHelp.h"
 #include "exchange/CodesExchange.h"
 #include "exchange/Exchange.h"
+#include "learning/LearningStore.h"
 #include "power/Power.h"
 
 #include <QApplication>
@@ -301,6 +302,8 @@ int main(int argc, char** argv) {
     }
 
     folder.RemoveStaleTemporaries();
+    if (const int n = LearningSession::RemoveTempFiles(folder))
+        qCInfo(lcMain).noquote() << "removed" << n << "signals of a learning that never finished";
     SettingsStore settings(folder.settingsPath());
     if (options.demo && PrepareDemoFolder(folder, settings))
         qCInfo(lcMain).noquote() << "prepared demo folder" << folder.root();

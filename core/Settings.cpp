@@ -349,15 +349,23 @@ bool SettingsStore::writable() {
     return false;
 }
 
-void SettingsStore::WriteIni(QStringView section, QStringView key, QStringView value) {
+bool SettingsStore::WriteIni(QStringView section, QStringView key, QStringView value) {
+    return WriteAll({{SettingKey{section.toString(), key.toString()}, value.toString()}});
+}
+
+bool SettingsStore::WriteAll(const std::vector<std::pair<SettingKey, QString>>& values,
+                             QStringView clearSection) {
     if (!writable())
-        return;
+        return false;
     IniText next = text_;
     // A fresh installation serves the home network only until its owner opens it.
     if (!signature_.exists && !next.hasKeys())
         next.setValue(Key::Internet.section, Key::Internet.key, u"0");
-    next.setValue(section, key, value);
-    save(next);
+    if (!clearSection.isEmpty())
+        next.removeSection(clearSection);
+    for (const auto& [key, value] : values)
+        next.setValue(key.section, key.key, value);
+    return save(next);
 }
 
 bool SettingsStore::DeleteIniSection(QStringView section) {

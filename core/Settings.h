@@ -81,9 +81,13 @@ public:
     QString Read(const SettingKey& k) { return ReadIni(k.section, k.key); }
     // A flag is on only when its value is exactly "1".
     bool IsOn(const SettingKey& k) { return Read(k) == u"1"; }
-    // Creates file, section and key as needed. A failure is logged, not reported.
-    void WriteIni(QStringView section, QStringView key, QStringView value);
-    void Write(const SettingKey& k, QStringView value) { WriteIni(k.section, k.key, value); }
+    // Creates file, section and key as needed. A failure is logged, and false.
+    bool WriteIni(QStringView section, QStringView key, QStringView value);
+    bool Write(const SettingKey& k, QStringView value) { return WriteIni(k.section, k.key, value); }
+    // Several values in one replacement of the file, after removing the section
+    // clearSection when one is named: all of it is written, or (false) none.
+    bool WriteAll(const std::vector<std::pair<SettingKey, QString>>& values,
+                  QStringView clearSection = {});
     // Removes every section of that name with its keys; false when the file
     // could not be written.
     bool DeleteIniSection(QStringView section);

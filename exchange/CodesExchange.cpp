@@ -1,6 +1,5 @@
 #include "exchange/CodesExchange.h"
 
-#include "core/AtomicFile.h"
 #include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
@@ -83,23 +82,15 @@ void ImportRemote(const ProgramFolder& folder, SettingsStore& settings, const QS
     }
     if (placed.empty())
         return;
-    // Signal files first: a registry entry never names a file not yet there.
-    QDir().mkpath(QFileInfo(SignalFilePath(folder, device, u"x")).absolutePath());
-    for (auto [button, key] : placed) {
-        QString error;
-        const SignalImage& image = key->signal;
-        if (!WriteFileAtomically(SignalFilePath(folder, device, buttons[size_t(button)]),
-                                 QByteArrayView(reinterpret_cast<const char*>(image.data()),
-                                                qsizetype(image.size())),
-                                 0644, &error)) {
-            result.error = u"%1: %2"_s.arg(key->name, error);
-            return;
-        }
-    }
-    settings.Write(Key::RemoteName(slot), device);
-    settings.Write(Key::RemoteDesign(slot), design->text());
+    RemoteChange change{slot, device, design->id, false, {}, {}};
     for (auto [button, key] : placed)
-        settings.Write(Key::RemoteButton(slot, button), buttons[size_t(button)]);
+        change.keys.push_back({button, buttons[size_t(button)],
+                               QByteArray(reinterpret_cast<const char*>(key->signal.data()),
+                                          qsizetype(key->signal.size()))});
+    if (QString error; !StoreRemote(folder, settings, change, &error)) {
+        result.error = u"%1: %2"_s.arg(name, error);
+        return;
+    }
     result.remotes.push_back(done);
 }
 

@@ -32,8 +32,9 @@ struct CodesImportResult {
 };
 
 // Reads the file and stores its keys as learned ones: signal files first,
-// then the registry, so that a running instance (which rereads setting.ini)
-// shows the remote whole. A lircd.conf of several remotes makes one remote
+// then the registry in one write, so that a running instance (which rereads
+// setting.ini) shows the remote whole, and a remote that cannot be written
+// whole (a full disk) is left as it was. A lircd.conf of several remotes makes one remote
 // each unless a remote name is given. Key names follow the learning rules;
 // a key that breaks them, or has no free button, is refused on its own.
 CodesImportResult ImportCodes(const ProgramFolder& folder, SettingsStore& settings,

@@ -2,6 +2,7 @@
 
 #include "core/AtomicFile.h"
 #include "core/BoundedRead.h"
+#include "core/NameText.h"
 #include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
@@ -86,11 +87,6 @@ QString EntryName(zip_t* archive, zip_uint64_t index) {
     return utf8.hasError() ? ShiftJis::Decode(bytes) : name;
 }
 
-bool HasControlChar(const QString& text) {
-    return std::any_of(text.begin(), text.end(),
-                       [](QChar c) { return c.unicode() < 0x20 || c.unicode() == 0x7f; });
-}
-
 // Why an entry name may not be unpacked; empty when it may. Entries are flat:
 // anything that could name another folder is refused.
 QString BadEntryName(const QString& name) {
@@ -102,7 +98,7 @@ QString BadEntryName(const QString& name) {
         return u"entry \"%1\" holds \"..\""_s.arg(name);
     if (name.contains(u':'))
         return u"entry \"%1\" names a drive"_s.arg(name);
-    if (HasControlChar(name))
+    if (HasControlOrBrokenChar(name))
         return u"entry \"%1\" holds a control character"_s.arg(name);
     return {};
 }
@@ -251,14 +247,15 @@ QString Unpack(zip_t* opened, EntrySink& sink, QByteArray* exp) {
 }
 
 bool UsableDeviceName(const QString& device) {
-    return !device.trimmed().isEmpty() && !HasBadFileChar(device) && !HasControlChar(device);
+    return !device.trimmed().isEmpty() && !HasBadFileChar(device) &&
+           !HasControlOrBrokenChar(device);
 }
 
 // What setting.ini can hold of a value, and what a name may be.
 QString BadValue(const QString& what, const QString& value) {
     if (ShiftJis::Encode(value).size() > SettingsStore::MaxValueBytes)
         return u"%1 is longer than %2 bytes"_s.arg(what).arg(SettingsStore::MaxValueBytes);
-    if (HasControlChar(value))
+    if (HasControlOrBrokenChar(value))
         return u"%1 holds a control character"_s.arg(what);
     return {};
 }
@@ -465,20 +462,22 @@ ImportResult ImportArchive(const ProgramFolder& folder, SettingsStore& settings,
                 QFile::remove(path);
         return finish(ImportResult::Refused, u"cannot copy a signal file: "_s + error);
     }
-    if (found) {
-        // Old signals the archive does not have go with the old remote.
-        for (const QString& path : before)
-            if (!written.contains(path) && !QFile::remove(path))
-                qCWarning(lcExchange).noquote() << "cannot delete" << path;
-        if (!settings.DeleteIniSection(RemoteSection(found)))
-            return finish(ImportResult::Refused, u"setting.ini cannot be written"_s);
-    }
-    settings.Write(Key::RemoteName(slot), result.device);
-    settings.Write(Key::RemoteDesign(slot), exp.design);
+    // Then the registry in one write, the old remote's section with it; when
+    // that fails, the copied signals go again.
+    std::vector<std::pair<SettingKey, QString>> values{{Key::RemoteName(slot), result.device},
+                                                       {Key::RemoteDesign(slot), exp.design}};
     for (const auto& [k, function] : exp.buttons)
-        settings.Write(Key::RemoteButton(slot, k), function);
-    if (settings.Read(Key::RemoteName(slot)) != result.device)
+        values.push_back({Key::RemoteButton(slot, k), function});
+    if (!settings.WriteAll(values, found ? RemoteSection(found) : QString())) {
+        for (const QString& path : written)
+            if (!before.contains(path))
+                QFile::remove(path);
         return finish(ImportResult::Refused, u"setting.ini cannot be written"_s);
+    }
+    // Old signals the archive does not have go with the old remote.
+    for (const QString& path : before)
+        if (!written.contains(path) && !QFile::remove(path))
+            qCWarning(lcExchange).noquote() << "cannot delete" << path;
     result.slot = slot;
     return finish(ImportResult::Imported);
 }

@@ -2,6 +2,7 @@
 
 #include "core/AtomicFile.h"
 #include "core/BoundedRead.h"
+#include "core/NameText.h"
 #include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
@@ -10,40 +11,42 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QLoggingCategory>
+#include <QRegularExpression>
+
+#include <cerrno>
+#include <cstdio>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 Q_LOGGING_CATEGORY(lcLearning, "kestrava.learning")
 
-void CopyTempToStore(const ProgramFolder& folder, const LearningSession& session,
-                     const QString& deviceName, SettingsStore& settings, int slot) {
-    const auto& list = session.signalList();
-    for (int n = 1; n <= int(list.size()); ++n) {
-        const LearningSession::Signal& s = list[size_t(n - 1)];
-        if (s.function.isEmpty())
-            continue;
-        const BoundedRead tmp = ReadBounded(session.TempPath(n), SignalFileSize);
-        if (!tmp.ok()) {
-            qCWarning(lcLearning).noquote()
-                << (tmp.result == BoundedRead::TooLarge ? "too large for a signal:" : "missing")
-                << session.TempPath(n);
-            continue;
-        }
-        const QByteArray& bytes = tmp.bytes;
-        QString error;
-        if (!WriteFileAtomically(SignalFilePath(folder, deviceName, s.function), bytes, 0644,
-                                 &error))
-            qCWarning(lcLearning).noquote() << error;
-        settings.Write(Key::RemoteButton(slot, s.button), s.function);
-    }
-}
-
 void RemoveFiles(const QStringList& paths) {
     for (const QString& path : paths)
         if (!QFile::remove(path))
             qCWarning(lcLearning).noquote() << "cannot delete" << path;
+}
+
+// A second name for the file as it is, so that its old contents can come
+// back after it was replaced, without needing room on the disk. Named as the
+// temporaries that a start removes when a crash left them. "" when the file
+// system has no hard links.
+QString KeepOld(const QString& path) {
+    static quint32 counter = 0;
+    const QByteArray from = QFile::encodeName(path);
+    for (int tries = 0; tries < 100; ++tries) {
+        const QByteArray to =
+            from + '.' + QByteArray::number(getpid()) + '.' +
+            QByteArray::number(++counter % 2176782336u, 36).rightJustified(6, '0') + ".tmp";
+        if (::link(from.constData(), to.constData()) == 0)
+            return QFile::decodeName(to);
+        if (errno != EEXIST)
+            break;
+    }
+    return {};
 }
 } // namespace
 
@@ -52,6 +55,8 @@ QString LearningSession::TempPath(int n) const {
 }
 
 QString LearnedNameProblem(const QString& name) {
+    if (HasControlOrBrokenChar(name))
+        return u"名前には制御文字（タブや改行など）や壊れた文字は使えません。"_s;
     if (HasBadFileChar(name))
         return u"文字列には \"* / : < > ? \\ | は使えません。"_s;
     const QString lost = ShiftJis::Unmappable(name);
@@ -112,10 +117,14 @@ void LearningSession::Remove(int n) {
         signals_[size_t(n - 1)].function.clear();
 }
 
-void LearningSession::RemoveTempFiles(const ProgramFolder& folder) {
+int LearningSession::RemoveTempFiles(const ProgramFolder& folder) {
+    static const QRegularExpression own(u"^[0-9]+\\.tmp$"_s);
     QDir dir(folder.root());
+    int removed = 0;
     for (const QString& name : dir.entryList({u"*.tmp"_s}, QDir::Files | QDir::Hidden))
-        dir.remove(name);
+        if (own.match(name).hasMatch() && dir.remove(name))
+            ++removed;
+    return removed;
 }
 
 OwnSignalFiles::OwnSignalFiles(SettingsStore& settings, const QString& deviceName)
@@ -152,36 +161,106 @@ QStringList DeviceSignalFiles(const ProgramFolder& folder, SettingsStore& settin
     return files;
 }
 
-void StoreLearnedRemote(const ProgramFolder& folder, SettingsStore& settings,
-                        const RemoteSlot& slot, const QString& deviceName, int design,
-                        const LearningSession& session) {
+bool StoreRemote(const ProgramFolder& folder, SettingsStore& settings, const RemoteChange& change,
+                 QString* error) {
     QDir().mkpath(folder.path(u"IRSignals"));
-    // Files left under this name from earlier go too, so the remote holds
-    // exactly what was learned now.
-    RemoveFiles(DeviceSignalFiles(folder, settings, deviceName));
-    if (slot.existingSlot)
-        settings.DeleteIniSection(RemoteSection(slot.existingSlot));
-    settings.Write(Key::RemoteName(slot.slot()), deviceName);
-    settings.Write(Key::RemoteDesign(slot.slot()), QString::number(design));
-    CopyTempToStore(folder, session, deviceName, settings, slot.slot());
+    // Files to delete once the registry no longer names them.
+    QStringList old;
+    if (change.replace)
+        old = DeviceSignalFiles(folder, settings, change.device);
+    for (const DeletedFunction& d : change.deleted)
+        old << SignalFilePath(folder, change.device, d.function);
+    QStringList made, kept;
+    std::vector<std::pair<QString, QString>> replaced; // the file, its old contents' name
+    const auto undo = [&](const QString& why) {
+        RemoveFiles(made);
+        for (const auto& [path, before] : replaced)
+            if (::rename(QFile::encodeName(before).constData(),
+                         QFile::encodeName(path).constData()))
+                qCWarning(lcLearning).noquote() << "cannot restore" << path;
+        qCWarning(lcLearning).noquote() << "not stored:" << why;
+        if (error)
+            *error = why;
+        return false;
+    };
+    for (const StoredKey& k : change.keys) {
+        // A later key of the same name writes over the earlier one's file.
+        const QString path = SignalFilePath(folder, change.device, k.function);
+        const bool first = !kept.contains(path), isNew = first && !QFileInfo::exists(path);
+        if (first && !isNew)
+            if (const QString before = KeepOld(path); !before.isEmpty())
+                replaced.push_back({path, before});
+        kept << path;
+        QString why;
+        if (!WriteFileAtomically(path, k.signal, 0644, &why))
+            return undo(why);
+        if (isNew)
+            made << path;
+    }
+    std::vector<std::pair<SettingKey, QString>> values;
+    if (change.design) {
+        values.push_back({Key::RemoteName(change.slot), change.device});
+        values.push_back({Key::RemoteDesign(change.slot), QString::number(change.design)});
+    }
+    for (const DeletedFunction& d : change.deleted)
+        values.push_back({Key::RemoteButton(change.slot, d.button), QString()});
+    for (const StoredKey& k : change.keys)
+        values.push_back({Key::RemoteButton(change.slot, k.button), k.function});
+    if (!settings.WriteAll(values, change.replace ? RemoteSection(change.slot) : QString()))
+        return undo(settings.path() + u": cannot be written"_s);
+    for (const auto& [path, before] : replaced)
+        RemoveFiles({before});
+    for (const QString& path : old)
+        if (!kept.contains(path) && QFileInfo::exists(path))
+            RemoveFiles({path});
+    return true;
 }
 
-void StoreRemoteEdit(const ProgramFolder& folder, SettingsStore& settings, int slot,
-                     const QString& deviceName, const std::vector<DeletedFunction>& deleted,
-                     const LearningSession& session) {
-    QDir().mkpath(folder.path(u"IRSignals"));
-    for (const DeletedFunction& d : deleted) {
-        QFile::remove(SignalFilePath(folder, deviceName, d.function));
-        settings.Write(Key::RemoteButton(slot, d.button), u""_s);
+namespace {
+// The session's signals as keys to store; one whose temporary is gone is left out.
+std::vector<StoredKey> KeysOf(const LearningSession& session) {
+    std::vector<StoredKey> keys;
+    const auto& list = session.signalList();
+    for (int n = 1; n <= int(list.size()); ++n) {
+        const LearningSession::Signal& s = list[size_t(n - 1)];
+        if (s.function.isEmpty())
+            continue;
+        BoundedRead tmp = ReadBounded(session.TempPath(n), SignalFileSize);
+        if (!tmp.ok()) {
+            qCWarning(lcLearning).noquote()
+                << (tmp.result == BoundedRead::TooLarge ? "too large for a signal:" : "missing")
+                << session.TempPath(n);
+            continue;
+        }
+        keys.push_back({s.button, s.function, std::move(tmp.bytes)});
     }
-    CopyTempToStore(folder, session, deviceName, settings, slot);
+    return keys;
+}
+} // namespace
+
+bool StoreLearnedRemote(const ProgramFolder& folder, SettingsStore& settings,
+                        const RemoteSlot& slot, const QString& deviceName, int design,
+                        const LearningSession& session, QString* error) {
+    // Files left under this name from earlier go too, so the remote holds
+    // exactly what was learned now.
+    return StoreRemote(folder, settings,
+                       {slot.slot(), deviceName, design, true, {}, KeysOf(session)}, error);
+}
+
+bool StoreRemoteEdit(const ProgramFolder& folder, SettingsStore& settings, int slot,
+                     const QString& deviceName, const std::vector<DeletedFunction>& deleted,
+                     const LearningSession& session, QString* error) {
+    return StoreRemote(folder, settings, {slot, deviceName, 0, false, deleted, KeysOf(session)},
+                       error);
 }
 
 void DeleteRemote(const ProgramFolder& folder, SettingsStore& settings, int slot,
                   const QString& deviceName) {
-    // The files first: the section tells which other devices to spare.
-    RemoveFiles(DeviceSignalFiles(folder, settings, deviceName));
-    settings.DeleteIniSection(RemoteSection(slot));
+    // The section first, so that no key is left naming a deleted file; the
+    // files are chosen before, while the section tells which devices to spare.
+    const QStringList files = DeviceSignalFiles(folder, settings, deviceName);
+    if (settings.DeleteIniSection(RemoteSection(slot)))
+        RemoveFiles(files);
 }
 
 std::vector<EditableRemote> EditableRemotes(SettingsStore& settings) {

@@ -4,6 +4,7 @@
 #include "infrared/SignalStore.h"
 #include "remotes/Registry.h"
 
+#include <QByteArray>
 #include <QString>
 #include <QStringList>
 
@@ -39,9 +40,10 @@ public:
     void Remove(int n);
     QString TempPath(int n) const;
 
-    // Deletes every *.tmp of the program folder, as the learning window does
-    // when it closes.
-    static void RemoveTempFiles(const ProgramFolder& folder);
+    // Deletes the sessions' <n>.tmp files of the program folder, as the learning
+    // window does when it closes and the program at start (a killed one leaves
+    // them, and the API takes 1.tmp for an open window). Returns how many.
+    static int RemoveTempFiles(const ProgramFolder& folder);
 
 private:
     const ProgramFolder& folder_;
@@ -49,7 +51,8 @@ private:
 };
 
 // Why a device or function name cannot be used, "" when it can: it names
-// files, and must read back from setting.ini as it was typed.
+// files, and must read back from setting.ini as it was typed. Every front that
+// takes such a name asks this, with the name as it came (before trimming).
 QString LearnedNameProblem(const QString& name);
 
 // A captured signal made ready to store. One that decodes is replaced by its
@@ -58,23 +61,49 @@ QString LearnedNameProblem(const QString& name);
 // and length change only when the result fits. Returns the code, raw when none.
 IrCode TidyCapture(SignalImage& image, int& length, bool clean);
 
-// Stores a remote learned in the wizard into Remote-<slot>: the device's old
-// signal files go first, and its keys when the slot held it before; then Device,
-// Design and a Button-<k> for each signal, whose file is copied from its
-// temporary. Errors are skipped, as there is nothing to undo.
-void StoreLearnedRemote(const ProgramFolder& folder, SettingsStore& settings,
-                        const RemoteSlot& slot, const QString& deviceName, int design,
-                        const LearningSession& session);
-
-// The editor's finish: each deleted function loses its signal file and gets an
-// empty Button-<k>; then the session's signals are stored as in the wizard.
 struct DeletedFunction {
     QString function;
     int button = 0;
 };
-void StoreRemoteEdit(const ProgramFolder& folder, SettingsStore& settings, int slot,
+
+// One key to store: its picture button, its function name and the bytes of
+// its signal file.
+struct StoredKey {
+    int button = 0;
+    QString function;
+    QByteArray signal;
+};
+
+// A change to one remote: Remote-<slot> in the registry and the device's files.
+struct RemoteChange {
+    int slot = 0;
+    QString device;
+    int design = 0;                       // when set, Device and Design are written too
+    bool replace = false;                 // the slot's keys and the device's old files go first
+    std::vector<DeletedFunction> deleted; // each loses its file and its Button-<k>
+    std::vector<StoredKey> keys;
+};
+
+// Stores the change whole or not at all, so that a full disk or a setting.ini
+// that cannot be written leaves no Button-<k> naming a missing file and no
+// file without its key: the signal files first, then every registry change in
+// one write; when either fails the files it made go again, and false with why.
+// Files the registry no longer names go last.
+bool StoreRemote(const ProgramFolder& folder, SettingsStore& settings, const RemoteChange& change,
+                 QString* error = nullptr);
+
+// Stores a remote learned in the wizard into Remote-<slot>, with a Button-<k>
+// for each signal of the session, in place of whatever the slot and the
+// device's files held. As StoreRemote.
+bool StoreLearnedRemote(const ProgramFolder& folder, SettingsStore& settings,
+                        const RemoteSlot& slot, const QString& deviceName, int design,
+                        const LearningSession& session, QString* error = nullptr);
+
+// The editor's finish: each deleted function loses its signal file and gets an
+// empty Button-<k>, and the session's signals are stored. As StoreRemote.
+bool StoreRemoteEdit(const ProgramFolder& folder, SettingsStore& settings, int slot,
                      const QString& deviceName, const std::vector<DeletedFunction>& deleted,
-                     const LearningSession& session);
+                     const LearningSession& session, QString* error = nullptr);
 
 // Deletes Remote-<slot> and the device's signal files.
 void DeleteRemote(const ProgramFolder& folder, SettingsStore& settings, int slot,

@@ -33,6 +33,9 @@ using namespace Qt::StringLiterals;
 const QString LearningWindow::Title = u"Kestrava - リモコン信号の学習"_s;
 const QString LearningWindow::NoFunctionText = u"機能名を指定してください"_s;
 const QString LearningWindow::NoDesignText = u"リモコンの型を選択してください。"_s;
+const QString LearningWindow::NotStoredText =
+    u"学習した信号を保存できませんでした。ディスクの空きを確かめてから、もう一度「完了」を押して"
+    u"ください。"_s;
 const QString LearningWindow::SessionFullText =
     u"一度に学習できる信号は100個までです。"
     u"いったん「完了」で保存してから、「学習済みリモコンの編集」で続けてください。"_s;

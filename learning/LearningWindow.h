@@ -77,6 +77,7 @@ public:
     static const QString NoFunctionText;
     static const QString SessionFullText;
     static const QString NoDesignText;
+    static const QString NotStoredText;
 
     // Item data roles of the list lines.
     static constexpr int ItemDataRole = Qt::UserRole;      // temp file or button

@@ -110,7 +110,12 @@ void LearningWizard::finish() {
             app_.prompt.Warning(NoFreeSlotText);
             return;
         }
-        StoreLearnedRemote(app_.folder, app_.settings, slot, name, selectedDesign(), session_);
+        QString why;
+        if (!StoreLearnedRemote(app_.folder, app_.settings, slot, name, selectedDesign(), session_,
+                                &why)) {
+            app_.prompt.Warning(NotStoredText + u'\n' + why);
+            return;
+        }
     }
     device_.DeActivateTira();
     emit devicesChanged();

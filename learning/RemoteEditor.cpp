@@ -140,8 +140,12 @@ void RemoteEditor::deleteLine(QListWidgetItem* item) {
 }
 
 void RemoteEditor::finish() {
-    if (!deviceName().isEmpty())
-        StoreRemoteEdit(app_.folder, app_.settings, slot(), deviceName(), deleted_, session_);
+    QString why;
+    if (!deviceName().isEmpty() && !StoreRemoteEdit(app_.folder, app_.settings, slot(),
+                                                    deviceName(), deleted_, session_, &why)) {
+        app_.prompt.Warning(NotStoredText + u'\n' + why);
+        return;
+    }
     device_.DeActivateTira();
     emit devicesChanged();
     closeWindow();

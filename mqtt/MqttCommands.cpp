@@ -1,5 +1,6 @@
 #include "mqtt/MqttCommands.h"
 
+#include "core/NameText.h"
 #include "infrared/formats/IrFormats.h"
 #include "remotes/Registry.h"
 
@@ -32,7 +33,8 @@ std::optional<Press> ParsePress(QByteArrayView payload, QString* why) {
         return {};
     const QJsonValue remote = o->value(u"remote"_s), key = o->value(u"key"_s);
     if (!remote.isString() || !key.isString() || remote.toString().isEmpty() ||
-        key.toString().isEmpty()) {
+        key.toString().isEmpty() || HasControlOrBrokenChar(remote.toString()) ||
+        HasControlOrBrokenChar(key.toString())) {
         *why = u"\"remote\" and \"key\" must name a remote and its key"_s;
         return {};
     }

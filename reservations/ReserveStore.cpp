@@ -2,6 +2,7 @@
 
 #include "core/AtomicFile.h"
 #include "core/BoundedRead.h"
+#include "core/NameText.h"
 #include "core/ProgramFolder.h"
 #include "core/ShiftJis.h"
 #include "remotes/Registry.h"
@@ -218,8 +219,7 @@ QStringList ListNames(const QString& folderPath) {
 
 bool IsWritableName(QStringView name) {
     return !name.isEmpty() && name.size() <= MaxNameLength && !name.contains(u'|') &&
-           std::none_of(name.begin(), name.end(),
-                        [](QChar c) { return c.category() == QChar::Other_Control; });
+           !HasControlOrBrokenChar(name);
 }
 
 AddResult AddLine(const QString& path, QStringView device, QStringView function) {

@@ -62,7 +62,7 @@ constexpr qsizetype MaxNameLength = 200;
 QStringList ListNames(const QString& folderPath);
 
 // A device or function name a line may hold: not empty, not too long, no "|"
-// and no control character (a TAB or line end would break the rows).
+// and no control or broken character (a TAB or line end would break the rows).
 bool IsWritableName(QStringView name);
 
 enum class AddResult { Added, BadName, FileFull, TooManyFiles, NotWritten };

@@ -1,6 +1,7 @@
 #include "tls/Certificates.h"
 
 #include "core/AtomicFile.h"
+#include "core/BoundedRead.h"
 #include "core/Clock.h"
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
@@ -26,19 +27,12 @@ namespace {
 constexpr qint64 MaxPemBytes = 1024 * 1024;
 constexpr int DayMs = 24 * 3600 * 1000;
 
-// Read whole up to a limit, whatever stat says of its size.
 QByteArray readPem(const QString& path, QString* why) {
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly)) {
-        *why = path + u": "_s + f.errorString();
-        return {};
-    }
-    QByteArray bytes = f.read(MaxPemBytes + 1);
-    if (bytes.size() > MaxPemBytes) {
-        *why = path + u": too large"_s;
-        return {};
-    }
-    return bytes;
+    const BoundedRead read = ReadBounded(path, MaxPemBytes);
+    if (!read.ok())
+        *why = path + u": "_s +
+               (read.result == BoundedRead::TooLarge ? u"too large"_s : read.error);
+    return read.ok() ? read.bytes : QByteArray();
 }
 
 QStringList namesOf(const QSslCertificate& c) {

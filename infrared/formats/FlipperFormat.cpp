@@ -42,8 +42,13 @@ QString littleEndianText(uint32_t v) {
         .toUpper();
 }
 
-// The entry's signal, or why it cannot be had.
-std::optional<NamedSignal> signalOf(const Entry& e, QString* why, int* whyLine) {
+// Flipper ends a capture at a silence far shorter than this; a longer
+// duration is a damaged number, not a signal.
+constexpr uint64_t MaxDurationUs = 1000000;
+
+// The entry's signal, or why it cannot be had; damaged is set when a raw
+// entry's numbers are not what the format allows, which refuses the file.
+std::optional<NamedSignal> signalOf(const Entry& e, QString* why, int* whyLine, bool* damaged) {
     *whyLine = e.line;
     auto field = [&](const char* key) -> std::optional<QByteArray> {
         auto it = e.fields.find(key);
@@ -61,18 +66,20 @@ std::optional<NamedSignal> signalOf(const Entry& e, QString* why, int* whyLine) 
             *why = u"a raw entry needs frequency and data"_s;
             return std::nullopt;
         }
-        std::optional<uint64_t> hz = Number(*freq, 100000000);
-        if (!hz) {
+        *damaged = true;
+        std::optional<uint64_t> hz = Number(*freq, MaxCarrierHz);
+        if (!hz || *hz < uint64_t(MinCarrierHz)) {
             *whyLine = lineOf("frequency");
-            *why = Quote(*freq) + u" is not a frequency in Hz"_s;
+            *why = Quote(*freq) +
+                   u" is not a carrier of %1 to %2 Hz"_s.arg(MinCarrierHz).arg(MaxCarrierHz);
             return std::nullopt;
         }
         s.timing.carrierHz = int(*hz);
         for (QByteArrayView w : Words(*data)) {
-            std::optional<uint64_t> us = Number(w, MaxSignalUs);
+            std::optional<uint64_t> us = Number(w, MaxDurationUs);
             if (!us || *us == 0) {
                 *whyLine = lineOf("data");
-                *why = Quote(w) + u" is not a duration in µs"_s;
+                *why = Quote(w) + u" is not a duration of 1 to %1 µs"_s.arg(MaxDurationUs);
                 return std::nullopt;
             }
             if (s.timing.durations.size() >= size_t(MaxDurations)) {
@@ -82,6 +89,7 @@ std::optional<NamedSignal> signalOf(const Entry& e, QString* why, int* whyLine) 
             }
             s.timing.durations.push_back(uint32_t(*us));
         }
+        *damaged = false;
         *whyLine = lineOf("data");
     } else if (type == "parsed") {
         const std::optional<QByteArray> protocol = field("protocol"), address = field("address"),
@@ -122,7 +130,8 @@ IrCodeRead ReadFlipper(QByteArrayView bytes, const QString& fileName) {
     };
     bool sawType = false, sawVersion = false;
     std::vector<Entry> entries;
-    for (const Line& line : SplitLines(bytes)) {
+    const std::vector<Line> lines = SplitLines(bytes);
+    for (const Line& line : lines) {
         if (line.text.isEmpty() || line.text.startsWith('#'))
             continue;
         const qsizetype colon = line.text.indexOf(':');
@@ -156,10 +165,20 @@ IrCodeRead ReadFlipper(QByteArrayView bytes, const QString& fileName) {
     }
     if (!sawVersion)
         return fail(0, u"not a Flipper IR file (no header)"_s);
+    // Every line ends in a line break; a file that stops inside its last data
+    // line was cut, and its last number may be cut with it.
+    if (!entries.empty() && !bytes.endsWith('\n')) {
+        const auto data = entries.back().fields.find("data");
+        if (data != entries.back().fields.end() && data->first == lines.back().number)
+            return fail(data->first, u"the file ends inside this data line: it is cut short"_s);
+    }
     for (const Entry& e : entries) {
         QString why;
         int whyLine = 0;
-        std::optional<NamedSignal> s = signalOf(e, &why, &whyLine);
+        bool damaged = false;
+        std::optional<NamedSignal> s = signalOf(e, &why, &whyLine, &damaged);
+        if (damaged)
+            return fail(whyLine, QString::fromUtf8(e.fields.value("name").second) + u": "_s + why);
         if (s)
             read.codes.push_back(std::move(*s));
         else
@@ -195,8 +214,14 @@ QByteArray WriteFlipper(const std::vector<NamedSignal>& codes, QString* error) {
             return {};
         }
         QStringList data;
-        for (uint32_t us : d)
+        for (uint32_t us : d) {
+            if (us > MaxDurationUs) {
+                *error = c.name + u": a duration over %1 µs, which no Flipper file holds"_s.arg(
+                                      MaxDurationUs);
+                return {};
+            }
             data << QString::number(us);
+        }
         out += u"type: raw\nfrequency: %1\nduty_cycle: 0.330000\ndata: %2\n"_s
                    .arg(t.carrierHz > 0 ? t.carrierHz : DefaultCarrierHz)
                    .arg(data.join(u' '));

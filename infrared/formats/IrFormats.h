@@ -101,8 +101,11 @@ std::optional<NamedSignal> ReadBroadlink(QByteArrayView bytes, const QString& fi
                                          double unitUs, QString* error);
 QByteArray WriteBroadlink(const NamedSignal& code, double unitUs, QString* error);
 
+// Refuses a "modulation" outside MinCarrierHz to MaxCarrierHz and timings that
+// start with a space; field (when given) names the member at fault, "" when the
+// bytes are no JSON.
 std::optional<NamedSignal> ReadTimingJson(QByteArrayView bytes, const QString& fileName,
-                                          QString* error);
+                                          QString* error, QString* field = nullptr);
 QByteArray WriteTimingJson(const NamedSignal& code);
 
 IrCodeRead ReadFlipper(QByteArrayView bytes, const QString& fileName);

@@ -14,7 +14,9 @@ using namespace Qt::StringLiterals;
 using namespace IrFormatText;
 
 std::optional<NamedSignal> ReadTimingJson(QByteArrayView bytes, const QString& fileName,
-                                          QString* error) {
+                                          QString* error, QString* field) {
+    if (field)
+        field->clear();
     QJsonParseError parseError;
     const QJsonDocument doc = QJsonDocument::fromJson(bytes.toByteArray(), &parseError);
     if (parseError.error != QJsonParseError::NoError) {
@@ -24,8 +26,10 @@ std::optional<NamedSignal> ReadTimingJson(QByteArrayView bytes, const QString& f
         *error = At(fileName, line, parseError.errorString());
         return std::nullopt;
     }
-    auto fail = [&](const QString& what) {
+    auto fail = [&](const QString& what, const QString& named = u"timings"_s) {
         *error = At(fileName, 0, what);
+        if (field)
+            *field = named;
         return std::nullopt;
     };
     if (!doc.isObject() || !doc.object().value(u"timings"_s).isArray())
@@ -43,8 +47,10 @@ std::optional<NamedSignal> ReadTimingJson(QByteArrayView bytes, const QString& f
             return fail(u"timing %1 is not a duration in µs"_s.arg(i + 1));
         const bool pulse = v > 0;
         const auto us = uint32_t(std::lround(std::abs(v)));
+        // A signal starts with the carrier on; one that starts with a space
+        // is cut or has its signs turned.
         if (d.empty() && !pulse)
-            continue;
+            return fail(u"timing 1 is a space (negative); a signal starts with a pulse"_s);
         if (!d.empty() && (d.size() % 2 == 1) == pulse)
             d.back() += us;
         else
@@ -53,8 +59,10 @@ std::optional<NamedSignal> ReadTimingJson(QByteArrayView bytes, const QString& f
     const QJsonValue modulation = o.value(u"modulation"_s);
     if (!modulation.isUndefined() && !modulation.isNull()) {
         const double hz = modulation.toDouble(-1);
-        if (!modulation.isDouble() || hz < 0 || hz > 1e9)
-            return fail(u"\"modulation\" is not a frequency in Hz"_s);
+        if (!modulation.isDouble() || hz < MinCarrierHz || hz > MaxCarrierHz)
+            return fail(u"\"modulation\" is not a carrier of %1 to %2 Hz"_s.arg(MinCarrierHz)
+                            .arg(MaxCarrierHz),
+                        u"modulation"_s);
         code.timing.carrierHz = int(std::lround(hz));
     }
     if (o.value(u"repeat_count"_s).toDouble(0) > 0)

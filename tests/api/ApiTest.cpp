@@ -6,6 +6,7 @@
 #include "remotes/Press.h"
 #include "reservations/Scheduler.h"
 #include "support/FixedClock.h"
+#include "support/FullDisk.h"
 #include "support/HttpClient.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
@@ -235,6 +236,29 @@ TEST(Api, PressAnswersAfterTheSendWithHonestStatuses) {
     EXPECT_EQ(Served::status(a.call("POST", "/api/v1/transmit", R"({"timings":[0]})")), 400);
 }
 
+// Raw timings are refused, naming the field, when the carrier is no IR
+// carrier or the signal starts with a space; nothing is sent.
+TEST(Api, TransmitRefusesACarrierOutOfRangeAndALeadingSpace) {
+    Served a;
+    const struct {
+        const char* body;
+        const char16_t* field;
+    } cases[] = {
+        {R"({"timings":[9000,-4500,560],"modulation":0})", u"modulation"},
+        {R"({"timings":[9000,-4500,560],"modulation":9999})", u"modulation"},
+        {R"({"timings":[9000,-4500,560],"modulation":500001})", u"modulation"},
+        {R"({"timings":[-9000,4500,-560,560],"modulation":38000})", u"timings"},
+    };
+    for (const auto& c : cases) {
+        const QByteArray r =
+            a.call("POST", "/api/v1/transmit", c.body, "Content-Type: application/json\r\n");
+        EXPECT_EQ(Served::status(r), 400) << c.body;
+        EXPECT_TRUE(Served::json(r)[u"message"_s].toString().startsWith(QStringView(c.field)))
+            << r.toStdString();
+    }
+    EXPECT_EQ(a.sends(), 0);
+}
+
 TEST(Api, WithoutATransceiverAPressIsABadGateway) {
     Served a(false);
     a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
@@ -322,6 +346,49 @@ TEST(Api, LearnsARemoteWithoutADesktop) {
     ASSERT_EQ(keys.size(), 13);
     EXPECT_TRUE(keys[0][u"learned"_s].toBool());
     EXPECT_FALSE(keys[2][u"learned"_s].toBool());
+}
+
+// Names come into setting.ini, file names and pages: a control character or
+// half a surrogate pair anywhere in one (a trailing TAB too) is refused on
+// every call that names a remote or a key, and nothing is stored.
+TEST(Api, NamesWithControlOrBrokenCharactersAreRefused) {
+    Served a;
+    a.learnedKey(1, u"TV"_s, 1, {u"Vol"_s});
+    const QByteArray json = "Content-Type: application/json\r\n";
+    for (const QByteArray bad : {"A\\u0000B", "A\\tB", "A\\u0085B", "A\\ud800B", "AB\\n"}) {
+        const QByteArray name = "{\"name\":\"" + bad + "\",\"design\":1}";
+        EXPECT_EQ(Served::status(a.call("POST", "/api/v1/remotes", name, json)), 400) << bad.data();
+        EXPECT_EQ(Served::status(a.call("PATCH", "/api/v1/remotes/1", name, json)), 400)
+            << bad.data();
+        EXPECT_EQ(Served::status(a.call("PATCH", "/api/v1/remotes/1/keys/0", name, json)), 400)
+            << bad.data();
+        EXPECT_EQ(Served::status(a.call("POST", "/api/v1/remotes/1/keys/1/learn", name, json)), 400)
+            << bad.data();
+    }
+    EXPECT_EQ(a.t.settings.ReadIni(RemoteSection(1), u"Device"), u"TV"_s);
+    EXPECT_EQ(a.t.settings.ReadIni(RemoteSection(1), ButtonKey(0)), u"Vol"_s);
+    EXPECT_EQ(a.t.settings.ReadIni(RemoteSection(2), u"Device"), QString());
+    EXPECT_EQ(QDir(a.t.path(u"IRSignals")).entryList(QDir::Files), QStringList{u"TV-Vol.bin"_s});
+}
+
+// A disk too full for setting.ini while a code is imported onto a key that
+// had another name: the key keeps its name and its file, and no file of the
+// new name is left without a key.
+TEST(Api, ACodeImportedOnAFullDiskLeavesTheKeyAsItWas) {
+    Served a;
+    a.learnedKey(1, u"TV"_s, 1, {u"Vol"_s});
+    for (auto key : {u"A", u"B", u"C"})
+        a.t.settings.WriteIni(u"Pad", key, QString(1000, u'x')); // past one signal file's size
+    QByteArray r;
+    {
+        FullDisk full(SignalFileSize); // a signal file still fits, setting.ini no longer does
+        ASSERT_TRUE(full.ok());
+        r = a.call("PUT", "/api/v1/remotes/1/keys/0/code",
+                   R"({"name":"Power","code":"nec:0x0408"})", "Content-Type: application/json\r\n");
+    }
+    EXPECT_EQ(Served::status(r), 500) << r.toStdString();
+    EXPECT_EQ(a.t.settings.ReadIni(RemoteSection(1), ButtonKey(0)), u"Vol"_s);
+    EXPECT_EQ(QDir(a.t.path(u"IRSignals")).entryList(QDir::Files), QStringList{u"TV-Vol.bin"_s});
 }
 
 TEST(Api, ReservationsShareTheStoreAndTheScheduler) {

@@ -51,16 +51,19 @@ TEST(Program, RunsHeadlessOnceOnItsFolderAndClosesOnSigterm) {
     const QString dir = tmp.path() + u"/home"_s;
     auto env = QProcessEnvironment::systemEnvironment();
     env.insert(u"KESTRAVA_HOME"_s, dir); // the folder when --home is not given
-    // Temporaries of a save that a killed process left behind go; others stay.
+    // Temporaries of a save or a learning that a killed process left behind
+    // go; others stay.
     QDir().mkpath(dir + u"/IRSignals"_s);
     const QString stale[] = {dir + u"/setting.ini.4194305.Ab12Cd.tmp"_s,
-                             dir + u"/IRSignals/TV-1.bin.4194305.x9Z7q0.tmp"_s};
-    for (const QString& file : {stale[0], stale[1], dir + u"/notes.tmp"_s})
+                             dir + u"/IRSignals/TV-1.bin.4194305.x9Z7q0.tmp"_s, dir + u"/1.tmp"_s,
+                             dir + u"/12.tmp"_s};
+    for (const QString& file : stale)
         ASSERT_TRUE(writeFile(file));
+    ASSERT_TRUE(writeFile(dir + u"/notes.tmp"_s));
     ProgramProcess p({u"--headless"_s}, env);
     ASSERT_TRUE(p.waitForLog(u"started on "_s + dir)) << p.log().toStdString();
-    EXPECT_FALSE(QFileInfo::exists(stale[0]));
-    EXPECT_FALSE(QFileInfo::exists(stale[1]));
+    for (const QString& file : stale)
+        EXPECT_FALSE(QFileInfo::exists(file)) << file.toStdString();
     EXPECT_TRUE(QFileInfo::exists(dir + u"/notes.tmp"_s));
 
     // A first start without a screen says where to go instead of greeting, and

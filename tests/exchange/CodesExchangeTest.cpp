@@ -2,8 +2,10 @@
 #include "core/Settings.h"
 #include "infrared/IrProtocol.h"
 #include "infrared/SignalStore.h"
+#include "support/FullDisk.h"
 #include "support/TempFolder.h"
 
+#include <QDir>
 #include <QFile>
 
 #include <gtest/gtest.h>
@@ -87,4 +89,23 @@ TEST(CodesExchange, ImportExtendsAndExportRoundTrips) {
     }
 
     EXPECT_FALSE(ImportCodes(t.folder, t.settings, {t.path(u"none.ir"_s), {}, 0}).error.isEmpty());
+}
+
+// A disk too full for setting.ini: the import is refused and leaves no
+// signal file that no key names.
+TEST(CodesExchange, AnImportOnAFullDiskLeavesNoFileBehind) {
+    TempFolder t;
+    t.writeFile(u"tv.ir"_s, Library);
+    for (auto key : {u"A", u"B", u"C"})
+        t.settings.WriteIni(u"Pad", key, QString(1000, u'x')); // past one signal file's size
+    CodesImportResult r;
+    {
+        FullDisk full(SignalFileSize); // a signal file still fits, setting.ini no longer does
+        ASSERT_TRUE(full.ok());
+        r = ImportCodes(t.folder, t.settings, {t.path(u"tv.ir"_s), u"テレビ"_s, 0});
+    }
+    EXPECT_FALSE(r.error.isEmpty());
+    EXPECT_TRUE(r.remotes.empty());
+    EXPECT_EQ(t.settings.ReadIni(u"Remote-1", u"Device"), QString());
+    EXPECT_TRUE(QDir(t.path(u"IRSignals")).entryList(QDir::Files).isEmpty());
 }

@@ -2,6 +2,7 @@
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
 #include "remotes/Registry.h"
+#include "support/FullDisk.h"
 #include "support/TempFolder.h"
 
 #include <QDir>
@@ -273,6 +274,28 @@ TEST(Exchange, RefusesHostileArchivesWhole) {
     EXPECT_EQ(description.buttons.size(), 2u);
     EXPECT_EQ(to.import(goodPath).outcome, ImportResult::Imported);
     EXPECT_EQ(to.key(2, u"Button-7"_s), long1023);
+}
+
+// A disk too full for setting.ini once the signals are copied: the archive
+// is refused, and no copied signal stays without its remote.
+TEST(Exchange, AnImportWhoseRegistryCannotBeWrittenLeavesNoSignals) {
+    Install from, to;
+    from.t.writeRemote(1, u"TV"_s, 2, {u"電源"_s});
+    QTemporaryDir out;
+    const QString archive = ArchivePath(out.path(), u"TV"_s);
+    QString error;
+    ASSERT_TRUE(ExportDevice(from.t.folder, from.t.settings, u"TV"_s, 1, archive, &error));
+    for (auto key : {u"A", u"B", u"C"})
+        to.t.settings.WriteIni(u"Pad", key, QString(1000, u'x'));
+    ImportResult r;
+    {
+        FullDisk full(2000); // the archive's files fit, setting.ini no longer does
+        ASSERT_TRUE(full.ok());
+        r = to.import(archive);
+    }
+    EXPECT_EQ(r.outcome, ImportResult::Refused);
+    EXPECT_TRUE(to.signalFiles().isEmpty()) << to.signalFiles().join(u' ').toStdString();
+    EXPECT_EQ(to.key(1, u"Device"_s), QString());
 }
 
 // On a full disk the import says so in the system's words, whether the disk

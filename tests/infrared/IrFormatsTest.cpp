@@ -314,11 +314,21 @@ TEST(IrFormats, HostileInputIsRefusedClearly) {
         manyKeys += "  K 0x1\n";
     QByteArray deepJson = QByteArray(100000, '[') + QByteArray(100000, ']');
     deepJson.prepend("{\"timings\": ");
+    // A Flipper file whose raw numbers are damaged is refused whole, its good
+    // keys too: line 11 is Bad's frequency, 12 its data.
+    const QByteArray flipper = "Filetype: IR signals file\nVersion: 1\n#\nname: Good\ntype: raw\n"
+                               "frequency: 38000\ndata: 9000 4500 560\n#\nname: Bad\ntype: raw\n";
     struct Case {
         QByteArray bytes;
         QString error;
     };
     const Case cases[] = {
+        {flipper + "frequency: 38000\ndata: 9000 -4500 560\n", u"f:12: Bad: '-4500' is not a"_s},
+        {flipper + "frequency: 38000\ndata: 9000 0 560\n", u"f:12: Bad: '0' is not a duration"_s},
+        {flipper + "frequency: 38000\ndata: 9000 1000001\n", u"f:12: Bad: '1000001' is not a"_s},
+        {flipper + "frequency: 38000\ndata: 9000 4500 560x\n", u"f:12: Bad: '560x' is not a"_s},
+        {flipper + "frequency: 38000\ndata: 9000 4500 5", u"f:12: the file ends inside"_s},
+        {flipper + "frequency: 0\ndata: 9000\n", u"f:11: Bad: '0' is not a carrier"_s},
         {million, u"f:2050: more than 4096 durations"_s},
         {"+9000 -0 +560", u"f:1: a duration of zero"_s},
         {"+9000 -4500 +560 -99999999", u"f:1: '-99999999' is not a duration"_s},
@@ -326,10 +336,11 @@ TEST(IrFormats, HostileInputIsRefusedClearly) {
         {"0000 0001 0001 0000 0010 0010", u"f:1: carrier of 4145146 Hz"_s},
         {"0000 006D 0002 0000 0010 0010", u"f:1: the code announces 2 pairs"_s},
         {"Filetype: IR signals file\nVersion: 1\nname: x\ntype: raw\nfrequency: 10000000\n"
-         "data: 100 100 100",
-         u"f: holds no code that can be brought over"_s},
+         "data: 100 100 100\n",
+         u"f:5: x: '10000000' is not a carrier"_s},
         {R"({"timings": [9000, -4500, 0]})", u"f: timing 3 is not a duration"_s},
-        {R"({"timings": [9000, -4500, 560], "modulation": 10000000})", u"f: carrier of"_s},
+        {R"({"timings": [9000, -4500, 560], "modulation": 10000000})",
+         u"f: \"modulation\" is not a carrier"_s},
         {deepJson, u"f:1: "_s},
         {fifty, u"f: 52428813 bytes, more than the 16 MB"_s},
         {manyKeys, u"f:20008: more than 20000 keys"_s},

@@ -1,6 +1,7 @@
 #include "learning/LearningStore.h"
 #include "core/Settings.h"
 #include "remotes/Registry.h"
+#include "support/FullDisk.h"
 #include "support/TempFolder.h"
 
 #include <QDir>
@@ -89,6 +90,43 @@ TEST(LearningStore, OverwriteClearsOldRemoteButSparesOtherDevices) {
     EXPECT_EQ(QDir(s.t.path(u"IRSignals")).entryList(QDir::Files, QDir::Name),
               (QStringList{u"TV-2-電源.bin"_s, u"TV-ch1.bin"_s}));
     EXPECT_EQ(s.key(2, u"Button-0"_s), u"電源"_s);
+}
+
+// A disk too full for the signal files, or for setting.ini, at the end of the
+// editor or the wizard: nothing of it is stored, the remote stays as it was,
+// with no key naming a missing file and no file without its key.
+TEST(LearningStore, AFullDiskStoresNothingOfTheFinish) {
+    const struct {
+        bool wizard;
+        rlim_t disk;   // no file grows past it
+        bool largeIni; // setting.ini past a signal file's size
+    } cases[] = {{false, SignalFileSize - 500, false}, {true, SignalFileSize, true}};
+    for (const auto& c : cases) {
+        Store s;
+        s.t.writeRemote(1, u"TV"_s, 2, {u"電源"_s});
+        if (c.largeIni)
+            for (auto key : {u"A", u"B", u"C"})
+                s.t.settings.WriteIni(u"Pad", key, QString(1000, u'x'));
+        s.learn(u"入力"_s, 1);
+        s.learn(u"音量"_s, 2);
+        bool stored = true;
+        {
+            FullDisk full(c.disk);
+            ASSERT_TRUE(full.ok());
+            stored = c.wizard ? StoreLearnedRemote(s.t.folder, s.t.settings,
+                                                   FindRemoteSlot(s.t.settings, u"TV"_s), u"TV"_s,
+                                                   4, s.session)
+                              : StoreRemoteEdit(s.t.folder, s.t.settings, 1, u"TV"_s,
+                                                {{u"電源"_s, 0}}, s.session);
+        }
+        EXPECT_FALSE(stored);
+        EXPECT_EQ(s.keys(1, {u"Design"_s, u"Button-0"_s, u"Button-1"_s, u"Button-2"_s}),
+                  (QStringList{u"2"_s, u"電源"_s, QString(), QString()}))
+            << c.wizard;
+        EXPECT_EQ(QDir(s.t.path(u"IRSignals")).entryList(QDir::Files),
+                  QStringList{u"TV-電源.bin"_s})
+            << c.wizard;
+    }
 }
 
 // With all 1000 slots taken a new name finds none, the same name still finds

@@ -102,6 +102,26 @@ TEST(LearningWizard, RefusesAndRetries) {
     EXPECT_TRUE(d.prompt.shown.isEmpty());
 }
 
+// A name pasted with a control character or half a surrogate pair is
+// refused in either field, by the rule the API follows; nothing is learned.
+TEST(LearningWizard, RefusesNamesWithControlOrBrokenCharacters) {
+    LearningDesk d;
+    auto* w = d.study();
+    const QString bad[] = {u"a"_s + QChar(0) + u"b"_s, u"a\tb"_s, u"a"_s + QChar(0x85) + u"b"_s,
+                           u"a"_s + QChar(0xd800) + u"b"_s};
+    for (const QString& name : bad) {
+        d.prompt.shown.clear();
+        w->txtDeviceName->setText(name);
+        w->txtFunc->setText(name);
+        d.clickPictureWhenAsked(w, 0);
+        QTest::mouseClick(w->cmdFuncOK, Qt::LeftButton);
+        EXPECT_FALSE(d.prompt.shown.isEmpty()); // at 決定, and while typed the first time
+        for (const QString& shown : d.prompt.shown)
+            EXPECT_TRUE(shown.startsWith(u"warning:名前には制御文字"_s)) << shown.toStdString();
+        EXPECT_TRUE(d.lines(w).isEmpty());
+    }
+}
+
 // The air-conditioner design asks first, with help; No shows no picture and
 // learning waits for a design. Same device name: No returns with everything
 // intact (Yes: NamesAreTheOnesSettingIniGivesBack).
