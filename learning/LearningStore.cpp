@@ -118,11 +118,12 @@ void LearningSession::Remove(int n) {
 }
 
 int LearningSession::RemoveTempFiles(const ProgramFolder& folder) {
-    static const QRegularExpression own(u"^[0-9]+\\.tmp$"_s);
+    static const QRegularExpression numbered(u"^[0-9]+\\.tmp$"_s);
+    const QString tested = QFileInfo(TestSignalPath(folder)).fileName();
     QDir dir(folder.root());
     int removed = 0;
     for (const QString& name : dir.entryList({u"*.tmp"_s}, QDir::Files | QDir::Hidden))
-        if (own.match(name).hasMatch() && dir.remove(name))
+        if ((numbered.match(name).hasMatch() || name == tested) && dir.remove(name))
             ++removed;
     return removed;
 }

@@ -40,9 +40,10 @@ public:
     void Remove(int n);
     QString TempPath(int n) const;
 
-    // Deletes the sessions' <n>.tmp files of the program folder, as the learning
-    // window does when it closes and the program at start (a killed one leaves
-    // them, and the API takes 1.tmp for an open window). Returns how many.
+    // Deletes the learning's temporaries of the program folder (<n>.tmp and the
+    // test send's testsignal.tmp), as the learning window does when it closes
+    // and the program at start (a killed one leaves them, and the API takes
+    // 1.tmp for an open window). Returns how many.
     static int RemoveTempFiles(const ProgramFolder& folder);
 
 private:
