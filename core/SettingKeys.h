@@ -45,6 +45,7 @@ inline const SettingKey DnsLastIP{QStringLiteral("DynDns"), QStringLiteral("Last
 inline const SettingKey DnsLastUpdated{QStringLiteral("DynDns"), QStringLiteral("LastUpdated")};
 
 inline const SettingKey WebPort{QStringLiteral("WebServer"), QStringLiteral("Port")};
+inline const SettingKey HttpsPort{QStringLiteral("WebServer"), QStringLiteral("HttpsPort")};
 inline const SettingKey StreamingPort{QStringLiteral("Streaming"), QStringLiteral("Port")};
 
 // The transceiver. The test-mode key is one key whatever its case.
