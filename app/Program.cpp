@@ -96,10 +96,9 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
     webServer.AddFront(api.Route());
     webServer.AddFront(Phone::Route());
     webServer.AddFront(AcmeChallengeRoute(certificates));
-    // clang-format off
-    // TODO(lead): the HTTPS listener serves the certificate; uncomment on merge.
-    // connect(&certificates, &Certificates::Changed, this, [this] { webServer.SetTlsConfiguration(certificates.ServerConfiguration()); });
-    // clang-format on
+    // HTTPS listens once a certificate is there, and takes each renewed one.
+    connect(&certificates, &Certificates::Changed, this,
+            [this] { webServer.SetTlsConfiguration(certificates.ServerConfiguration()); });
     // While the CA may look, the router also forwards port 80 to the web port.
     connect(&certificates, &Certificates::challengeOpenChanged, this, [this](bool open) {
         if (settings.IsOn(Key::Internet) && (portMapping.MappingDone || !open))

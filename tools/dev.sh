@@ -34,7 +34,7 @@ TEST_PACKAGES=(
     python3-dbusmock dbus
     lirc-compat-remotes
     mosquitto mosquitto-clients
-    pebble
+    pebble openssl curl wrk nginx
 )
 
 # What the kernel device tests add: the virtual machine, Debian's kernel to boot
@@ -182,6 +182,7 @@ bench)
     build build -DKESTRAVA_BENCH=ON
     build/bench/kestrava_bench "$@"
     bench/http/run.sh build
+    bench/https/run.sh build
     bench/mqtt/run.sh build
     ;;
 kernel)

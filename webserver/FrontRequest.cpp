@@ -150,6 +150,8 @@ QByteArray StatusText(int status) {
         return "Created";
     case 204:
         return "No Content";
+    case 301:
+        return "Moved Permanently";
     case 400:
         return "Bad Request";
     case 401:

@@ -16,6 +16,8 @@
 #include <QHostAddress>
 #include <QLoggingCategory>
 #include <QSocketNotifier>
+#include <QSslKey>
+#include <QSslSocket>
 
 #include <algorithm>
 #include <cerrno>
@@ -42,18 +44,26 @@ LoginThrottle::Login LoginOf(const Http::Decision& d) {
            : d.action == Http::Action::Refuse ? LoginThrottle::Login::Wrong
                                               : LoginThrottle::Login::Right;
 }
+// Over TLS a file is read and encrypted here: no more of it than this is held
+// per connection, read a piece at a time.
+constexpr qint64 TlsHeldBytes = 256 * 1024;
+constexpr qint64 TlsPieceBytes = 64 * 1024;
 } // namespace
 
 const QString WebServer::PortInUseText =
     u"指定したポート番号はほかのアプリケーションが使用中で開けません。\r\n"
     u"次に表示される空きポート番号から新しいポート番号を選択してください。"_s;
 
-// One connection at a time on a non-blocking socket of its own.
+// One connection at a time on a non-blocking socket of its own. A plain
+// connection is read and written on its descriptor; one from the HTTPS port
+// goes through its TLS socket, which owns the descriptor.
 struct WebServer::Slot {
     int fd = -1; // -1 while the slot is free
     sockaddr_storage peer{};
-    QByteArray received;
-    QByteArray out; // what is still to be sent before the file
+    QSslSocket* tls = nullptr;
+    bool reading = false; // TLS: what arrives is read now (the notifier's part)
+    QByteArray received;  // read and not yet answered, this connection's alone
+    QByteArray out;       // what is still to be sent before the file
     qsizetype sent = 0;
     ServedFile file;
     off_t fileAt = 0, fileEnd = 0;
@@ -72,8 +82,8 @@ struct WebServer::Slot {
 
 WebServer::WebServer(const ProgramFolder& folder, SettingsStore& settings, const Clock& clock,
                      UserPrompt& prompt, Dispatcher& dispatcher, QObject* parent)
-    : QObject(parent), helpFolder(HelpFolder()), folder_(folder), settings_(settings),
-      clock_(clock), prompt_(prompt), dispatcher_(dispatcher) {
+    : QObject(parent), atHome(IsPrivateAddress), helpFolder(HelpFolder()), folder_(folder),
+      settings_(settings), clock_(clock), prompt_(prompt), dispatcher_(dispatcher) {
     timObjMove_.setInterval(5000);
     timObjMove_.setSingleShot(true);
     connect(&timObjMove_, &QTimer::timeout, this, [this] { redirectArmed_ = false; });
@@ -88,15 +98,22 @@ WebServer::WebServer(const ProgramFolder& folder, SettingsStore& settings, const
     connect(&acceptRetry_, &QTimer::timeout, this, [this] {
         if (acceptNotifier_)
             acceptNotifier_->setEnabled(true);
+        if (httpsNotifier_)
+            httpsNotifier_->setEnabled(true);
     });
     release_.setSingleShot(true);
     connect(&release_, &QTimer::timeout, this, &WebServer::releaseIdleSlots);
 }
 
 WebServer::~WebServer() {
-    for (auto& slot : slots_)
-        if (slot && slot->fd >= 0)
+    for (auto& slot : slots_) {
+        if (slot && slot->tls) {
+            slot->tls->disconnect(this);
+            delete slot->tls;
+        } else if (slot && slot->fd >= 0) {
             ::close(slot->fd);
+        }
+    }
 }
 
 void WebServer::setTimeouts(int requestMs, int stallMs, int releaseMs) {
@@ -118,6 +135,57 @@ void WebServer::ListenFromSetup(const QString& port, const QString& user, const 
 }
 
 bool WebServer::InitWebServer() {
+    started_ = true;
+    const bool ok = listenPlain();
+    listenHttps();
+    return ok;
+}
+
+void WebServer::SetTlsConfiguration(const QSslConfiguration& configuration) {
+    tls_ = configuration;
+    tls_.setProtocol(QSsl::TlsV1_2OrLater);
+    tls_.setPeerVerifyMode(QSslSocket::VerifyNone);
+    hasTls_ = !tls_.localCertificate().isNull() && !tls_.privateKey().isNull();
+    if (started_)
+        listenHttps();
+}
+
+quint16 WebServer::HttpsPort() const {
+    return httpsServer_.isListening() ? httpsServer_.serverPort() : 0;
+}
+
+// The HTTPS port is the owner's alone: nothing is stored, nothing replaces it.
+void WebServer::listenHttps() {
+    const QString portText = settings_.Read(Key::HttpsPort).trimmed();
+    bool number = false;
+    const int n = portText.toInt(&number); // 0: any free port
+    const bool usable = number && n >= 0 && n <= 65535;
+    if (!hasTls_ || !usable) {
+        if (!portText.isEmpty() && !usable)
+            qCWarning(lcWeb).noquote()
+                << "WebServer/HttpsPort" << portText << "is not a port number (1-65535)";
+        httpsNotifier_.reset();
+        httpsServer_.close();
+        return;
+    }
+    if (httpsServer_.isListening() && (n == 0 || httpsServer_.serverPort() == n))
+        return; // the new certificate counts from the next connection on
+    httpsNotifier_.reset();
+    httpsServer_.close();
+    httpsServer_.setListenBacklogSize(SOMAXCONN);
+    bool ok = httpsServer_.listen(QHostAddress::Any, quint16(n));
+    if (!ok && httpsServer_.serverError() == QAbstractSocket::UnsupportedSocketOperationError)
+        ok = httpsServer_.listen(QHostAddress::AnyIPv4, quint16(n));
+    if (!ok) {
+        qCWarning(lcWeb).noquote()
+            << u"cannot listen for HTTPS on port %1: %2"_s.arg(n).arg(httpsServer_.errorString());
+        return;
+    }
+    takeConnections(httpsServer_, httpsNotifier_, true);
+    qCInfo(lcWeb).noquote() << "HTTPS listening on port" << httpsServer_.serverPort();
+}
+
+bool WebServer::listenPlain() {
     SettingsStore& settings = settings_;
     loginRead_ = false;
     if (!LoginKnown())
@@ -153,7 +221,7 @@ bool WebServer::InitWebServer() {
         if (!ok && server_.serverError() == QAbstractSocket::UnsupportedSocketOperationError)
             ok = server_.listen(QHostAddress::AnyIPv4, quint16(port)); // no IPv6 here
         if (ok) {
-            takeConnections();
+            takeConnections(server_, acceptNotifier_, false);
             listened_ = true;
             // The port in use is the one in hand, whether or not it could be stored.
             if (storeChoice)
@@ -211,15 +279,17 @@ bool WebServer::Admits(const QHostAddress& peer) {
 
 // The listener's own notifier is paused; connections are accepted here, with
 // their address and already non-blocking, without an object of their own.
-void WebServer::takeConnections() {
-    server_.pauseAccepting();
-    acceptNotifier_ =
-        std::make_unique<QSocketNotifier>(server_.socketDescriptor(), QSocketNotifier::Read);
-    connect(acceptNotifier_.get(), &QSocketNotifier::activated, this, &WebServer::onAcceptable);
+void WebServer::takeConnections(QTcpServer& server, std::unique_ptr<QSocketNotifier>& notifier,
+                                bool secure) {
+    server.pauseAccepting();
+    notifier = std::make_unique<QSocketNotifier>(server.socketDescriptor(), QSocketNotifier::Read);
+    connect(notifier.get(), &QSocketNotifier::activated, this,
+            [this, secure] { onAcceptable(secure); });
 }
 
-void WebServer::onAcceptable() {
-    const int listener = int(server_.socketDescriptor());
+void WebServer::onAcceptable(bool secure) {
+    QSocketNotifier* notifier = secure ? httpsNotifier_.get() : acceptNotifier_.get();
+    const int listener = int((secure ? httpsServer_ : server_).socketDescriptor());
     for (int n = 0; n < 64; ++n) { // then others have a turn
         sockaddr_storage peer{};
         socklen_t length = sizeof peer;
@@ -230,16 +300,16 @@ void WebServer::onAcceptable() {
         if (fd < 0) {
             if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
                 qCWarning(lcWeb) << "cannot accept:" << strerror(errno);
-                acceptNotifier_->setEnabled(false);
+                notifier->setEnabled(false);
                 acceptRetry_.start();
             }
             return;
         }
-        accepted(fd, peer);
+        accepted(fd, peer, secure);
     }
 }
 
-void WebServer::accepted(int fd, const sockaddr_storage& peer) {
+void WebServer::accepted(int fd, const sockaddr_storage& peer, bool secure) {
     int index = 0;
     for (size_t i = 0; i < slots_.size(); ++i)
         if (!slots_[i] || slots_[i]->fd < 0) {
@@ -281,8 +351,70 @@ void WebServer::accepted(int fd, const sockaddr_storage& peer) {
         freeSlot(index);
         return;
     }
-    slot.deadline.start(requestTimeoutMs_);
+    slot.deadline.start(requestTimeoutMs_); // the handshake too
+    if (secure) {
+        startTls(index);
+        return;
+    }
     onReadable(index); // the request is often there already
+}
+
+void WebServer::startTls(int index) {
+    Slot& slot = slotAt(index);
+    auto* socket = new QSslSocket(this);
+    // What a client sends while its answer is written waits in the kernel.
+    socket->setReadBufferSize(4 * ReadBytes);
+    socket->setSslConfiguration(tls_);
+    const auto current = [this, index, socket] {
+        return size_t(index) <= slots_.size() && slots_[size_t(index - 1)] &&
+               slotAt(index).tls == socket;
+    };
+    connect(socket, &QSslSocket::readyRead, this, [this, index, current] {
+        if (current())
+            onReadable(index);
+    });
+    connect(socket, &QSslSocket::encryptedBytesWritten, this, [this, index, current] {
+        if (!current())
+            return;
+        // The handshake's and a kept connection's last answer's bytes need nothing more.
+        Slot& s = slotAt(index);
+        if (s.out.isEmpty() && !s.file.isOpen())
+            return;
+        s.deadline.start(stallMs_); // it takes what it is sent
+        flushTls(index);
+    });
+    connect(socket, &QAbstractSocket::disconnected, this, [this, index, current] {
+        if (current())
+            freeSlot(index);
+    });
+    connect(socket, &QAbstractSocket::errorOccurred, this, [this, index, current] {
+        if (current())
+            freeSlot(index);
+    });
+    if (!socket->setSocketDescriptor(slot.fd)) {
+        delete socket;
+        freeSlot(index);
+        return;
+    }
+    slot.tls = socket;
+    slot.reading = true;
+    socket->startServerEncryption();
+}
+
+// Whether what the client sends is read now: the plain descriptor's notifier,
+// or the TLS socket's readyRead taken or left.
+void WebServer::watchReads(int index, bool on) {
+    Slot& slot = slotAt(index);
+    if (slot.tls) {
+        slot.reading = on;
+    } else if (on) {
+        if (!slot.readable.isEnabled()) {
+            slot.readable.setSocket(slot.fd);
+            slot.readable.setEnabled(true);
+        }
+    } else if (slot.readable.isEnabled()) {
+        slot.readable.setEnabled(false);
+    }
 }
 
 int WebServer::oldestReading() const {
@@ -303,9 +435,27 @@ void WebServer::freeSlot(int index) {
         slot.readable.setEnabled(false);
     if (slot.writable.isEnabled())
         slot.writable.setEnabled(false);
-    if (slot.fd >= 0)
+    if (QSslSocket* socket = std::exchange(slot.tls, nullptr)) {
+        socket->disconnect(this);
+        const bool answered = socket->state() == QAbstractSocket::ConnectedState &&
+                              socket->isEncrypted() && socket->bytesToWrite() == 0 &&
+                              socket->encryptedBytesToWrite() == 0;
+        if (answered) {
+            // Its close_notify goes out before the socket does.
+            connect(socket, &QAbstractSocket::disconnected, socket, &QObject::deleteLater);
+            QTimer::singleShot(1000, socket, &QObject::deleteLater);
+            socket->disconnectFromHost();
+            if (socket->state() == QAbstractSocket::UnconnectedState)
+                socket->deleteLater();
+        } else {
+            socket->abort();
+            socket->deleteLater();
+        }
+    } else if (slot.fd >= 0) {
         ::close(slot.fd);
+    }
     slot.fd = -1;
+    slot.reading = false;
     slot.received.clear();
     slot.out.clear();
     slot.sent = 0;
@@ -335,61 +485,115 @@ void WebServer::releaseIdleSlots() {
 
 void WebServer::onReadable(int index) {
     Slot& slot = slotAt(index);
-    // A request that comes in one piece is looked at where it was read.
-    static char buffer[ReadBytes];
-    ssize_t fresh = 0;
-    for (;;) {
-        const ssize_t n = ::read(slot.fd, buffer, sizeof buffer);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n == 0 || (n < 0 && errno != EAGAIN)) {
-            freeSlot(index); // gone before its request was complete
-            return;
+    if (slot.tls) {
+        if (!slot.reading)
+            return; // read once this answer is out
+        slot.received += slot.tls->readAll();
+    } else {
+        char buffer[ReadBytes];
+        for (;;) {
+            const ssize_t n = ::read(slot.fd, buffer, sizeof buffer);
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n == 0 || (n < 0 && errno != EAGAIN)) {
+                freeSlot(index); // gone before its request was complete
+                return;
+            }
+            if (n < 0)
+                break;
+            slot.received.append(buffer, n);
+            if (n < ReadBytes || slot.received.size() > Http::MaxHeaderBytes + Http::MaxBodyBytes)
+                break;
         }
-        if (n < 0)
-            break;
-        if (n < ReadBytes && slot.received.isEmpty()) {
-            fresh = n;
-            break;
-        }
-        slot.received.append(buffer, n);
-        if (n < ReadBytes || slot.received.size() > Http::MaxHeaderBytes + Http::MaxBodyBytes)
-            break;
     }
     if (slot.streaming) {
         slot.received.clear(); // nothing is asked on a stream; its end is what counts
         return;
     }
-    const QByteArray data = fresh ? QByteArray::fromRawData(buffer, fresh) : slot.received;
     if (!fronts_.empty()) {
-        const QByteArray target = RequestLinePath(data);
+        const QByteArray target = RequestLinePath(slot.received);
         for (const FrontRoute& route : fronts_)
             if (!target.isEmpty() && target.startsWith(route.prefix.toUtf8())) {
-                answerFront(index, data, fresh, route);
+                answerFront(index, route);
                 return;
             }
     }
     const bool loginKnown = LoginKnown();
-    Http::Decision d = Http::Decide(data, redirectArmed_, login_);
+    Http::Decision d = Http::Decide(slot.received, redirectArmed_, login_);
     if (!loginKnown && d.action != Http::Action::Wait && d.action != Http::Action::Drop)
         d.action = Http::Action::Refuse;
-    if (d.action != Http::Action::Wait && d.action != Http::Action::Drop) {
-        if (!hostRule_.Admits(d.request))
-            d.action = Http::Action::Misdirected;
-        else if (loginKnown && login_.WebAuthOn &&
-                 (d.retryAfter = throttle_.Attempt(slot.peerAddress(), LoginOf(d))) > 0)
-            d.action = Http::Action::TooMany;
-    }
+    const bool decided = d.action != Http::Action::Wait && d.action != Http::Action::Drop;
+    if (decided && !hostRule_.Admits(d.request))
+        d.action = Http::Action::Misdirected;
     if (d.action == Http::Action::Wait) {
-        if (fresh)
-            slot.received = QByteArray(buffer, fresh);
-        if (!slot.readable.isEnabled()) {
-            slot.readable.setSocket(slot.fd);
-            slot.readable.setEnabled(true);
-        }
+        watchReads(index, true);
         return;
     }
+    // An outside client is sent to HTTPS before any login is looked at.
+    if (decided && d.action != Http::Action::Misdirected && movesToHttps(index)) {
+        const QByteArray location =
+            httpsLocation(index, d.request.host.toLatin1(), RequestLinePath(slot.received));
+        slot.received.clear();
+        slot.deadline.stop();
+        watchReads(index, false);
+        slot.answering = true;
+        sendAndClose(index, "HTTP/1.1 301 Moved Permanently\r\nLocation: " + location +
+                                "\r\nServer: Kestrava1.0\r\nContent-Length: 0\r\n"
+                                "Connection: close\r\n\r\n");
+        return;
+    }
+    if (decided && d.action != Http::Action::Misdirected && loginKnown && login_.WebAuthOn &&
+        (d.retryAfter = throttle_.Attempt(slot.peerAddress(), LoginOf(d))) > 0)
+        d.action = Http::Action::TooMany;
     answer(index, d);
+}
+
+// While HTTPS is on, a client from outside the home network is not served on
+// the plain port: its password would cross the internet readable.
+bool WebServer::movesToHttps(int index) const {
+    const Slot& slot = *slots_[size_t(index - 1)];
+    return !slot.tls && httpsServer_.isListening() && !(atHome && atHome(slot.peerAddress()));
+}
+
+// https://<host without its port>[:port]<target>, from what the client asked
+// for; a Host that could break the header gives way to the address it reached.
+QByteArray WebServer::httpsLocation(int index, QByteArray host, const QByteArray& target) const {
+    if (host.startsWith('[')) {
+        const qsizetype end = host.indexOf(']');
+        host = end < 0 ? QByteArray() : host.left(end + 1);
+    } else if (const qsizetype colon = host.lastIndexOf(':'); colon >= 0) {
+        host.truncate(colon);
+    }
+    bool clean = !host.isEmpty();
+    for (const char c : std::as_const(host))
+        clean = clean && (std::isalnum(uchar(c)) || std::strchr(".-[]:", c));
+    if (!clean) {
+        sockaddr_storage local{};
+        socklen_t length = sizeof local;
+        QHostAddress address;
+        if (::getsockname(slots_[size_t(index - 1)]->fd, reinterpret_cast<sockaddr*>(&local),
+                          &length) == 0)
+            address = QHostAddress(reinterpret_cast<const sockaddr*>(&local));
+        bool isV4 = false;
+        const quint32 v4 = address.toIPv4Address(&isV4);
+        host = isV4 ? QHostAddress(v4).toString().toLatin1()
+                    : "[" + address.toString().toLatin1() + "]";
+    }
+    QByteArray path;
+    for (const char c : target) {
+        if (uchar(c) <= 0x20 || uchar(c) == 0x7f) {
+            path.clear();
+            break;
+        }
+        if (uchar(c) >= 0x80)
+            path += '%' + QByteArray(1, c).toHex().toUpper();
+        else
+            path += c;
+    }
+    if (!path.startsWith('/'))
+        path = "/";
+    const quint16 port = httpsServer_.serverPort();
+    return "https://" + host + (port == 443 ? QByteArray() : ":" + QByteArray::number(port)) + path;
 }
 
 void WebServer::answer(int index, const Http::Decision& d) {
@@ -401,8 +605,7 @@ void WebServer::answer(int index, const Http::Decision& d) {
     }
     slot.received.clear();
     slot.deadline.stop();
-    if (slot.readable.isEnabled())
-        slot.readable.setEnabled(false); // one request per connection
+    watchReads(index, false); // one request per connection
     slot.answering = true;
     switch (d.action) {
     case Http::Action::Refuse:
@@ -459,26 +662,23 @@ void WebServer::AddFront(FrontRoute route) {
     fronts_.push_back(std::move(route));
 }
 
-void WebServer::answerFront(int index, const QByteArray& data, bool fresh,
-                            const FrontRoute& route) {
+void WebServer::answerFront(int index, const FrontRoute& route) {
     Slot& slot = slotAt(index);
     FrontRequest request;
     qsizetype length = 0;
-    const FrontFrame frame = ReadFrontRequest(data, route.maxBody, &request, &length);
+    const FrontFrame frame = ReadFrontRequest(slot.received, route.maxBody, &request, &length);
     if (frame == FrontFrame::Incomplete) {
-        if (fresh)
-            slot.received = data;
-        if (!slot.readable.isEnabled()) {
-            slot.readable.setSocket(slot.fd);
-            slot.readable.setEnabled(true);
-        }
+        watchReads(index, true);
         return;
     }
+    const QByteArray target = RequestLinePath(slot.received);
     // Whatever follows this request is the next one on the connection.
-    slot.received = frame == FrontFrame::Complete ? data.mid(length) : QByteArray();
+    if (frame == FrontFrame::Complete)
+        slot.received.remove(0, length);
+    else
+        slot.received.clear();
     slot.deadline.stop();
-    if (slot.readable.isEnabled())
-        slot.readable.setEnabled(false);
+    watchReads(index, false);
     slot.answering = true;
     slot.since = ++acceptCount_;
     const FrontReply reply(this, index, slot.since);
@@ -500,6 +700,10 @@ void WebServer::answerFront(int index, const QByteArray& data, bool fresh,
     request.peer = isV4 ? QHostAddress(v4).toString() : address.toString();
     if (!hostRule_.Admits(request))
         return reply.Send(421, route.deniedType, route.misdirectedBody, "Connection: close\r\n");
+    if (!route.open && movesToHttps(index))
+        return reply.Send(301, {}, {},
+                          "Location: " + httpsLocation(index, request.header("host"), target) +
+                              "\r\nConnection: close\r\n");
     // The same login as the pages, refused while it cannot be read.
     const bool loginKnown = LoginKnown();
     const auto login = !request.hasAuthorization ? LoginThrottle::Login::None
@@ -542,9 +746,8 @@ void WebServer::readNext(int index) {
     slot.answering = false;
     slot.keepAfter = false;
     slot.deadline.start(requestTimeoutMs_);
-    slot.readable.setSocket(slot.fd);
-    slot.readable.setEnabled(true);
-    if (!slot.received.isEmpty()) {
+    watchReads(index, true);
+    if (!slot.received.isEmpty() || (slot.tls && slot.tls->bytesAvailable() > 0)) {
         const quint64 since = slot.since;
         QTimer::singleShot(0, this, [this, index, since] {
             if (frontCurrent(index, since) && !slotAt(index).answering)
@@ -587,8 +790,7 @@ bool FrontReply::StartStream(const QByteArray& type) const {
     slot.keepAfter = false;
     slot.answering = false;
     // The client's closing is noticed as the end of its reading side.
-    slot.readable.setSocket(slot.fd);
-    slot.readable.setEnabled(true);
+    server_->watchReads(index_, true);
     server_->frontSend(index_,
                        "HTTP/1.1 200 OK\r\nServer: Kestrava1.0\r\nDate: " +
                            HttpDate(server_->clock_).toLatin1() + "\r\nContent-Type: " + type +
@@ -600,9 +802,8 @@ bool FrontReply::StartStream(const QByteArray& type) const {
 bool FrontReply::Write(const QByteArray& bytes) const {
     if (!open() || !server_->slotAt(index_).streaming)
         return false;
-    WebServer::Slot& slot = server_->slotAt(index_);
     // A client that reads nothing is not kept in memory without end.
-    if (slot.out.size() - slot.sent > 1024 * 1024) {
+    if (server_->backlog(index_) > 1024 * 1024) {
         server_->freeSlot(index_);
         return false;
     }
@@ -668,6 +869,10 @@ void WebServer::sendFile(int index, const QString& path, const QString& requestT
 // client that takes nothing for the stall limit loses its connection.
 void WebServer::flush(int index) {
     Slot& slot = slotAt(index);
+    if (slot.tls) {
+        flushTls(index);
+        return;
+    }
     bool progress = false;
     while (slot.sent < slot.out.size()) {
         const ssize_t n = ::send(slot.fd, slot.out.constData() + slot.sent,
@@ -726,4 +931,50 @@ void WebServer::flush(int index) {
         slot.writable.setSocket(slot.fd);
         slot.writable.setEnabled(true);
     }
+}
+
+// The answer is handed to the TLS socket, a file a piece at a time as the
+// client takes it; the connection closes once all of it has gone out.
+void WebServer::flushTls(int index) {
+    Slot& slot = slotAt(index);
+    QSslSocket& socket = *slot.tls;
+    if (slot.sent < slot.out.size()) {
+        socket.write(slot.out.constData() + slot.sent, slot.out.size() - slot.sent);
+        slot.sent = slot.out.size();
+    }
+    while (slot.file.isOpen() && slot.fileAt < slot.fileEnd &&
+           socket.bytesToWrite() + socket.encryptedBytesToWrite() <= TlsHeldBytes - TlsPieceBytes) {
+        const qint64 n = std::min<qint64>(TlsPieceBytes, slot.fileEnd - slot.fileAt);
+        QByteArray piece(n, Qt::Uninitialized);
+        if (::pread(slot.file.fd(), piece.data(), size_t(n), slot.fileAt) != n) {
+            freeSlot(index); // the file shrank
+            return;
+        }
+        slot.fileAt += off_t(n);
+        socket.write(piece);
+    }
+    const bool handed = !slot.file.isOpen() || slot.fileAt >= slot.fileEnd;
+    if (handed && slot.streaming) {
+        slot.deadline.stop();
+        return;
+    }
+    if (handed && slot.keepAfter && !slot.answering) {
+        readNext(index);
+        return;
+    }
+    if (handed && socket.bytesToWrite() == 0 && socket.encryptedBytesToWrite() == 0) {
+        freeSlot(index);
+        return;
+    }
+    if (!slot.deadline.isActive())
+        slot.deadline.start(stallMs_);
+}
+
+// Bytes of an answer not yet taken by the client.
+qint64 WebServer::backlog(int index) {
+    const Slot& slot = slotAt(index);
+    qint64 bytes = slot.out.size() - slot.sent;
+    if (slot.tls)
+        bytes += slot.tls->bytesToWrite() + slot.tls->encryptedBytesToWrite();
+    return bytes;
 }

@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QObject>
 #include <QPointer>
+#include <QSslConfiguration>
 #include <QString>
 #include <QTcpServer>
 #include <QTimer>
@@ -69,9 +70,10 @@ struct FrontRoute {
     // Refusals before the handler, in deniedType: a Host not ours, logins held up.
     QByteArray misdirectedBody = "421 Misdirected Request\n";
     QByteArray tooManyBody = "429 Too Many Requests\n";
-    // Served without the login (the ACME challenge answers).
-    bool open = false;
     std::function<void(const FrontRequest&, const FrontReply&)> handler;
+    // Served without login, and on the plain port to clients outside too
+    // (the ACME challenge answers).
+    bool open = false;
 };
 
 // The listener and its connection slots. Each accepted connection takes the
@@ -96,7 +98,20 @@ public:
     // that is missing, not 1-65535 or cannot be opened is reported with the
     // reason and replaced by one from portFallback; only a missing one is
     // stored. True when listening.
+    // Then listens for HTTPS on [WebServer] HttpsPort once a certificate is set.
     bool InitWebServer();
+
+    // The certificate chain and key for HTTPS (TLS 1.2 and later); taken by
+    // connections accepted from now on. Without one, or without a port, there
+    // is no HTTPS listener.
+    void SetTlsConfiguration(const QSslConfiguration& configuration);
+    // 0 while not listening for HTTPS.
+    quint16 HttpsPort() const;
+
+    // Which clients are at home: while HTTPS is on, any other client on the
+    // plain port is sent there before it is asked for anything. Tests fake
+    // an outside client with it.
+    std::function<bool(const QHostAddress&)> atHome;
 
     // A port to use instead, not one of those tried; nothing when none is free.
     std::function<std::optional<quint16>(const QList<quint16>& tried)> portFallback;
@@ -151,18 +166,27 @@ private:
     friend class FrontReply;
     struct Slot;
 
-    void takeConnections();
-    void onAcceptable();
-    void accepted(int fd, const sockaddr_storage& peer);
+    bool listenPlain();
+    void listenHttps();
+    void takeConnections(QTcpServer& server, std::unique_ptr<QSocketNotifier>& notifier,
+                         bool secure);
+    void onAcceptable(bool secure);
+    void accepted(int fd, const sockaddr_storage& peer, bool secure);
+    void startTls(int index);
+    void watchReads(int index, bool on);
     void onReadable(int index);
     void answer(int index, const Http::Decision& d);
-    void answerFront(int index, const QByteArray& data, bool fresh, const FrontRoute& route);
+    void answerFront(int index, const FrontRoute& route);
+    bool movesToHttps(int index) const;
+    QByteArray httpsLocation(int index, QByteArray host, const QByteArray& target) const;
     void frontSend(int index, QByteArray bytes, bool close);
     bool frontCurrent(int index, quint64 since) const;
     void readNext(int index);
     void sendAndClose(int index, const QByteArray& response);
     void sendFile(int index, const QString& path, const QString& requestText);
     void flush(int index);
+    void flushTls(int index);
+    qint64 backlog(int index);
     void freeSlot(int index);
     void releaseIdleSlots();
     Slot& slotAt(int index) { return *slots_[size_t(index - 1)]; }
@@ -180,7 +204,12 @@ private:
     QTimer timObjMove_; // 5 s, one shot: ends the redirect window
     QTcpServer server_; // listens; connections are taken from its socket here
     std::unique_ptr<QSocketNotifier> acceptNotifier_;
-    QTimer acceptRetry_; // out of descriptors: try again shortly
+    QTcpServer httpsServer_;
+    std::unique_ptr<QSocketNotifier> httpsNotifier_;
+    QSslConfiguration tls_;
+    bool hasTls_ = false;
+    bool started_ = false; // InitWebServer has run
+    QTimer acceptRetry_;   // out of descriptors: try again shortly
     QTimer release_;
     std::vector<std::unique_ptr<Slot>> slots_; // slot n at index n - 1; null: given back
     std::vector<FrontRoute> fronts_;

@@ -3,6 +3,7 @@
 #include "infrared/SignalStore.h"
 #include "infrared/SimDriver.h"
 #include "infrared/Transceiver.h"
+#include "phone/PhoneFiles.h"
 #include "remotes/Press.h"
 #include "reservations/Scheduler.h"
 #include "support/FixedClock.h"
@@ -446,4 +447,92 @@ TEST(Api, EventsSeeAPressFromAClassicPageAndConnectionsStayForTheApiOnly) {
     EXPECT_EQ(all.count("HTTP/1.1 200 OK"), 3);
     EXPECT_TRUE(all.contains("\"remotes\""));
     EXPECT_EQ(c.socket.state(), QAbstractSocket::UnconnectedState);
+}
+
+// Each kind of request, sent in pieces cut where the server could be misled
+// (request line, headers, between head and body, body; one byte at a time),
+// is answered exactly as when it comes whole; so are two requests on one
+// keep-alive connection cut inside the second.
+TEST(Api, RequestsInPiecesAreAnsweredAsIfWhole) {
+    Served a;
+    a.server.AddFront(Phone::Route());
+    a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
+    const QByteArray host = "Host: 127.0.0.1\r\nUser-Agent: test\r\n";
+    const auto post = [&](const QByteArray& path, const QByteArray& body) {
+        return "POST " + path + " HTTP/1.1\r\n" + host +
+               "Content-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" + body;
+    };
+    const QByteArray remotes = "GET /api/v1/remotes HTTP/1.1\r\n" + host + "\r\n";
+    const QByteArray requests[] = {
+        "GET /remote1.asp?DevID=1 HTTP/1.1\r\n" + host + "\r\n",
+        post("/remote1.asp", "DevID=1&Button=0"),
+        post("/api/v1/remotes/1/keys/0/press", R"({"repeat":1})"),
+        "GET /m/ HTTP/1.1\r\n" + host + "\r\n",
+        "GET /api/v1/events HTTP/1.1\r\n" + host + "\r\n",
+        remotes + post("/api/v1/remotes/1/keys/0/press", "{}") +
+            "GET /api/v1/remotes HTTP/1.1\r\n" + host + "Connection: close\r\n\r\n",
+    };
+    // Reads until the server closes, or until a stream's head is complete.
+    const auto answer = [](RawConnection& c, bool stream) {
+        if (!stream)
+            return c.readAll();
+        WaitUntil([&] {
+            c.received += c.socket.readAll();
+            return c.received.contains("\r\n\r\n");
+        });
+        return HeadOf(c.received);
+    };
+    for (const QByteArray& request : requests) {
+        const bool stream = request.contains("/events");
+        RawConnection whole(a.server.WebPort());
+        whole.send(request);
+        const QByteArray expected = answer(whole, stream);
+        ASSERT_TRUE(expected.startsWith("HTTP/1.1 200 OK")) << expected.constData();
+
+        const qsizetype head = request.indexOf("\r\n\r\n") + 4;
+        const qsizetype last = request.lastIndexOf("\r\n\r\n") + 4;
+        QList<QList<qsizetype>> cuts = {
+            {5}, {head - 20}, {head}, {5, 40, head, head + 3}, {last - 30, last - 2}};
+        QList<qsizetype> bytes;
+        for (qsizetype i = 1; i < head; ++i)
+            bytes << i;
+        cuts << bytes;
+        for (const QList<qsizetype>& at : cuts) {
+            RawConnection c(a.server.WebPort());
+            c.socket.setSocketOption(QAbstractSocket::LowDelayOption, 1);
+            qsizetype from = 0;
+            for (const qsizetype cut : at) {
+                c.send(request.mid(from, cut - from));
+                WaitMs(at.size() > 10 ? 1 : 30);
+                from = cut;
+            }
+            c.send(request.mid(from));
+            EXPECT_EQ(answer(c, stream), expected)
+                << request.left(40).constData() << " cut at " << at.first() << " of " << at.size();
+        }
+    }
+}
+
+// A connection's unfinished request is made of its own bytes only: another
+// client's request read meanwhile, with its login, cannot complete it.
+TEST(Api, AnUnfinishedRequestCannotBorrowAnotherClientsLogin) {
+    Served a;
+    a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
+    a.t.settings.WriteIni(u"Options", u"WebAuth", u"1");
+    a.t.settings.WriteIni(u"Options", u"Web_User", u"me");
+    a.t.settings.WriteIni(u"Options", u"Web_Pass", u"");
+    a.server.InitWebServer();
+    const QByteArray victim = "GET /api/v1/status HTTP/1.1\r\nHost: 127.0.0.1\r\nUser-Agent: "
+                              "home-assistant/2026.11 aiohttp/3.9\r\nAuthorization: Basic " +
+                              QByteArray("me:").toBase64() + "\r\n\r\n";
+    RawConnection attacker(a.server.WebPort());
+    QByteArray start = "GET /api/v1/status HTTP/1.1\r\nX-Pad: ";
+    start += QByteArray(victim.size() - start.size(), 'a');
+    attacker.send(start);
+    WaitMs(50);
+    EXPECT_EQ(Served::status(Fetch(a.server.WebPort(), victim)), 200);
+    attacker.send("POST /api/v1/remotes/1/keys/0/press HTTP/1.1\r\nX: ");
+    WaitMs(200);
+    EXPECT_EQ(a.sends(), 0);
+    EXPECT_FALSE(attacker.socket.readAll().contains("HTTP/1.1 200"));
 }

@@ -1,4 +1,5 @@
 #include "webserver/WebServer.h"
+#include "core/NetAddress.h"
 #include "core/Password.h"
 #include "core/ShiftJis.h"
 #include "phone/PhoneFiles.h"
@@ -12,6 +13,11 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QSslCertificate>
+#include <QSslKey>
+#include <QStandardPaths>
 #include <QSysInfo>
 #include <QTcpServer>
 #include <gtest/gtest.h>
@@ -64,6 +70,49 @@ public:
 };
 
 const QByteArray DateLine = "Date: Sat, 21 Nov 2026 08:00:00 GMT\r\n";
+
+// A certificate for 127.0.0.1 made by openssl for the test.
+struct TestCertificate {
+    TestCertificate() {
+        const QString key = dir.filePath(u"key.pem"_s);
+        QProcess p;
+        p.start(u"openssl"_s, {u"req"_s, u"-x509"_s, u"-newkey"_s, u"ec"_s, u"-pkeyopt"_s,
+                               u"ec_paramgen_curve:prime256v1"_s, u"-nodes"_s, u"-keyout"_s, key,
+                               u"-out"_s, path, u"-days"_s, u"2"_s, u"-subj"_s, u"/CN=127.0.0.1"_s,
+                               u"-addext"_s, u"subjectAltName=IP:127.0.0.1"_s});
+        if (!p.waitForFinished(30000) || p.exitCode() != 0)
+            return;
+        QFile keyFile(key);
+        keyFile.open(QIODevice::ReadOnly);
+        config.setLocalCertificate(QSslCertificate::fromPath(path).value(0));
+        config.setPrivateKey(QSslKey(keyFile.readAll(), QSsl::Ec));
+        made = !config.privateKey().isNull() && !config.localCertificate().isNull();
+    }
+    QTemporaryDir dir;
+    QString path = dir.filePath(u"cert.pem"_s);
+    QSslConfiguration config;
+    bool made = false;
+};
+
+// curl with events running for the server on this thread; its output, or
+// its exit code when it fails.
+QByteArray Curl(const QStringList& args, QByteArray* log = nullptr) {
+    QProcess p;
+    p.start(u"curl"_s, QStringList{u"-s"_s, u"-m"_s, u"10"_s} + args);
+    WaitForSignal(&p, &QProcess::finished, 15000);
+    if (log)
+        *log = p.readAllStandardError();
+    return p.exitCode() == 0 ? p.readAllStandardOutput()
+                             : "exit " + QByteArray::number(p.exitCode());
+}
+
+FrontRoute Front(const QString& prefix,
+                 std::function<void(const FrontRequest&, const FrontReply&)> handler) {
+    FrontRoute route;
+    route.prefix = prefix;
+    route.handler = std::move(handler);
+    return route;
+}
 
 quint16 freePort() {
     QTcpServer probe;
@@ -562,5 +611,123 @@ TEST(WebServer, TwoThousandIdleConnectionsDoNotLockOthersOut) {
     idle.clear();
     WaitMs(600);
     EXPECT_LE(s.server.SlotCount(), WebServer::PoolSlots);
+    EXPECT_TRUE(s.get("/x.asp").startsWith("HTTP/1.1 200 OK"));
+}
+
+// The HTTPS port serves the same bytes as the plain one: pages, files whole and
+// from a byte on, a front's requests on one connection. TLS below 1.2 is
+// refused; a client that never finishes its handshake loses its connection.
+TEST(WebServer, HttpsServesWhatThePlainPortServes) {
+    TestCertificate cert;
+    if (!cert.made || QStandardPaths::findExecutable(u"curl"_s).isEmpty())
+        GTEST_SKIP() << "needs openssl and curl";
+    Served s([](SettingsStore& st) { st.WriteIni(u"WebServer", u"HttpsPort", u"0"); });
+    EXPECT_EQ(s.server.HttpsPort(), 0); // no certificate yet
+    s.server.SetTlsConfiguration(cert.config);
+    ASSERT_NE(s.server.HttpsPort(), 0);
+    s.server.AddFront(Front(u"/api/"_s, [](const FrontRequest& r, const FrontReply& reply) {
+        reply.Send(200, "text/plain", r.path.toUtf8());
+    }));
+    QByteArray large(700 * 1024 + 3, 0);
+    for (int i = 0; i < large.size(); ++i)
+        large[i] = char(i % 253);
+    s.t.writeFile(u"pic/large.mpg", large);
+    s.t.writeFile(u"pic/up.gif", large.left(1000));
+
+    const QString plain = u"http://127.0.0.1:%1"_s.arg(s.port());
+    const QString tls = u"https://127.0.0.1:%1"_s.arg(s.server.HttpsPort());
+    const QList<QStringList> cases = {
+        {u"/x.asp?DevID=1"_s},
+        {u"/pic/up.gif"_s, u"-r"_s, u"100-"_s},
+        {u"/pic/large.mpg"_s},
+        {u"/pic/large.mpg"_s, u"-r"_s, u"70000-"_s},
+        {u"/api/a"_s, u"/api/b"_s, u"/api/c"_s},
+    };
+    for (const QStringList& c : cases) {
+        QStringList over = {u"-D"_s, u"-"_s},
+                    overTls = {u"-D"_s, u"-"_s, u"-v"_s, u"--cacert"_s, cert.path};
+        for (const QString& arg : c) {
+            over << (arg.startsWith(u'/') ? plain + arg : arg);
+            overTls << (arg.startsWith(u'/') ? tls + arg : arg);
+        }
+        QByteArray log;
+        const QByteArray expected = Curl(over);
+        EXPECT_TRUE(expected.startsWith("HTTP/1.1 20")) << expected.left(60).constData();
+        EXPECT_EQ(Curl(overTls, &log), expected) << c.first().toStdString();
+        if (c.filter(QRegularExpression(u"^/"_s)).size() > 1) {
+            EXPECT_EQ(log.count("Re-using existing connection"), 2) << log.constData();
+        }
+    }
+    EXPECT_EQ(BodyOf(Curl({u"-D"_s, u"-"_s, u"--cacert"_s, cert.path, tls + u"/pic/large.mpg"_s})),
+              large);
+
+    // The client offers TLS 1.1 at most, then 1.2 at most, both on its lowest security level.
+    const QStringList old = {u"--cacert"_s,           cert.path,      u"--ciphers"_s,
+                             u"DEFAULT@SECLEVEL=0"_s, u"--tlsv1.1"_s, tls + u"/pic/up.gif"_s};
+    EXPECT_TRUE(Curl(old + QStringList{u"--tls-max"_s, u"1.1"_s}).startsWith("exit "));
+    EXPECT_EQ(Curl(old + QStringList{u"--tls-max"_s, u"1.2"_s}), large.left(1000));
+
+    RawConnection silent(s.server.HttpsPort());
+    silent.readAll(3000);
+    EXPECT_EQ(silent.socket.state(), QAbstractSocket::UnconnectedState);
+}
+
+// With HTTPS on, a client outside the home network is sent there from the
+// plain port before anything asks it for a password; the address it gets is
+// made of its Host without the port, or of the address it reached. Routes that
+// are open stay on plain HTTP; the home network keeps plain HTTP.
+TEST(WebServer, OutsideClientsOnThePlainPortAreSentToHttps) {
+    TestCertificate cert;
+    if (!cert.made)
+        GTEST_SKIP() << "needs openssl";
+    Served s([](SettingsStore& st) {
+        st.WriteIni(u"WebServer", u"HttpsPort", u"0");
+        st.WriteIni(u"Options", u"WebAuth", u"1");
+        st.WriteIni(u"Options", u"Web_User", u"user");
+    });
+    s.server.SetTlsConfiguration(cert.config);
+    const QByteArray https = QByteArray::number(s.server.HttpsPort());
+    QStringList handled;
+    const auto handler = [&](const FrontRequest& r, const FrontReply& reply) {
+        handled << r.path;
+        reply.Send(200, "text/plain", "ok");
+    };
+    s.server.AddFront(Front(u"/api/"_s, handler));
+    FrontRoute challenge = Front(u"/.well-known/acme-challenge/"_s, handler);
+    challenge.open = true;
+    s.server.AddFront(challenge);
+    s.server.atHome = [](const QHostAddress&) { return false; };
+
+    const struct {
+        QByteArray request, location;
+    } cases[] = {
+        {"GET /x.asp?DevID=1&Device=\x83"
+         "e HTTP/1.1\r\nHost: a.example:8080\r\n\r\n",
+         "https://a.example:" + https + "/x.asp?DevID=1&Device=%83e"},
+        {"GET /pic/up.gif HTTP/1.1\r\nHost: [fd00::1]:8080\r\n\r\n",
+         "https://[fd00::1]:" + https + "/pic/up.gif"},
+        {"POST /api/v1/press HTTP/1.1\r\nContent-Length: 2\r\n\r\n{}",
+         "https://127.0.0.1:" + https + "/api/v1/press"},
+        {"GET / HTTP/1.1\r\nHost: a\"\x01"
+         "b\r\n\r\n",
+         "https://127.0.0.1:" + https + "/"},
+    };
+    for (const auto& c : cases) {
+        const QByteArray answer = Fetch(s.port(), c.request);
+        EXPECT_TRUE(answer.startsWith("HTTP/1.1 301 Moved Permanently\r\n") &&
+                    answer.contains("\r\nLocation: " + c.location + "\r\n"))
+            << answer.constData();
+        EXPECT_FALSE(answer.contains("WWW-Authenticate")) << answer.constData();
+    }
+    EXPECT_EQ(Fetch(s.port(), cases[0].request),
+              "HTTP/1.1 301 Moved Permanently\r\nLocation: https://a.example:" + https +
+                  "/x.asp?DevID=1&Device=%83e\r\nServer: Kestrava1.0\r\nContent-Length: "
+                  "0\r\nConnection: close\r\n\r\n");
+    EXPECT_TRUE(s.calls.isEmpty());
+    EXPECT_TRUE(handled.isEmpty());
+
+    s.server.SetWebAuthOn(false);
+    EXPECT_EQ(BodyOf(s.get("/.well-known/acme-challenge/token")), "ok");
+    s.server.atHome = IsPrivateAddress;
     EXPECT_TRUE(s.get("/x.asp").startsWith("HTTP/1.1 200 OK"));
 }
