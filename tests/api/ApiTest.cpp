@@ -458,8 +458,10 @@ TEST(Api, RequestsInPiecesAreAnsweredAsIfWhole) {
     a.server.AddFront(Phone::Route());
     a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
     const QByteArray host = "Host: 127.0.0.1\r\nUser-Agent: test\r\n";
-    const auto post = [&](const QByteArray& path, const QByteArray& body) {
-        return "POST " + path + " HTTP/1.1\r\n" + host +
+    // Alone on its connection, a request says so: the answer ends with it.
+    const QByteArray alone = host + "Connection: close\r\n";
+    const auto post = [&](const QByteArray& path, const QByteArray& body, bool last = true) {
+        return "POST " + path + " HTTP/1.1\r\n" + (last ? alone : host) +
                "Content-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" + body;
     };
     const QByteArray remotes = "GET /api/v1/remotes HTTP/1.1\r\n" + host + "\r\n";
@@ -467,9 +469,9 @@ TEST(Api, RequestsInPiecesAreAnsweredAsIfWhole) {
         "GET /remote1.asp?DevID=1 HTTP/1.1\r\n" + host + "\r\n",
         post("/remote1.asp", "DevID=1&Button=0"),
         post("/api/v1/remotes/1/keys/0/press", R"({"repeat":1})"),
-        "GET /m/ HTTP/1.1\r\n" + host + "\r\n",
+        "GET /m/ HTTP/1.1\r\n" + alone + "\r\n",
         "GET /api/v1/events HTTP/1.1\r\n" + host + "\r\n",
-        remotes + post("/api/v1/remotes/1/keys/0/press", "{}") +
+        remotes + post("/api/v1/remotes/1/keys/0/press", "{}", false) +
             "GET /api/v1/remotes HTTP/1.1\r\n" + host + "Connection: close\r\n\r\n",
     };
     // Reads until the server closes, or until a stream's head is complete.
