@@ -461,7 +461,9 @@ TEST(Api, RequestsInPiecesAreAnsweredAsIfWhole) {
     // Alone on its connection, a request says so: the answer ends with it.
     const QByteArray alone = host + "Connection: close\r\n";
     const auto post = [&](const QByteArray& path, const QByteArray& body, bool last = true) {
-        return "POST " + path + " HTTP/1.1\r\n" + (last ? alone : host) +
+        const QByteArray type =
+            path.startsWith("/api/") ? "Content-Type: application/json\r\n" : "";
+        return "POST " + path + " HTTP/1.1\r\n" + (last ? alone : host) + type +
                "Content-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" + body;
     };
     const QByteArray remotes = "GET /api/v1/remotes HTTP/1.1\r\n" + host + "\r\n";

@@ -682,6 +682,7 @@ TEST(WebServer, OutsideClientsOnThePlainPortAreSentToHttps) {
         GTEST_SKIP() << "needs openssl";
     Served s([](SettingsStore& st) {
         st.WriteIni(u"WebServer", u"HttpsPort", u"0");
+        st.WriteIni(u"WebServer", u"Hosts", u"a,h,a.example");
         st.WriteIni(u"Options", u"WebAuth", u"1");
         st.WriteIni(u"Options", u"Web_User", u"user");
     });
@@ -708,9 +709,6 @@ TEST(WebServer, OutsideClientsOnThePlainPortAreSentToHttps) {
          "https://[fd00::1]:" + https + "/pic/up.gif"},
         {"POST /api/v1/press HTTP/1.1\r\nContent-Length: 2\r\n\r\n{}",
          "https://127.0.0.1:" + https + "/api/v1/press"},
-        {"GET / HTTP/1.1\r\nHost: a\"\x01"
-         "b\r\n\r\n",
-         "https://127.0.0.1:" + https + "/"},
     };
     for (const auto& c : cases) {
         const QByteArray answer = Fetch(s.port(), c.request);
