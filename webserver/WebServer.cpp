@@ -145,6 +145,9 @@ void WebServer::SetTlsConfiguration(const QSslConfiguration& configuration) {
     tls_ = configuration;
     tls_.setProtocol(QSsl::TlsV1_2OrLater);
     tls_.setPeerVerifyMode(QSslSocket::VerifyNone);
+    // Clients are not asked for certificates: without this each connection's
+    // context would load every root certificate of the system.
+    tls_.setCaCertificates({});
     hasTls_ = !tls_.localCertificate().isNull() && !tls_.privateKey().isNull();
     if (started_)
         listenHttps();

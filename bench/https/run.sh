@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# HTTPS under load: keep-alive requests for the phone page (/m/) at 1, 50 and
+# HTTPS under load, the program itself with its certificate from files: keep-alive requests for the phone page (/m/) at 1, 50 and
 # 500 connections (wrk) against nginx (one worker, the same certificate and
 # page, TLS 1.3), then the same over plain HTTP, the handshake of a new
 # connection (p50/p99 of 200, curl's own timing), and the server's RSS idle
@@ -14,8 +14,7 @@ secs=${SECONDS_PER_CASE:-5}
 for tool in wrk nginx curl openssl; do
     command -v "$tool" >/dev/null || { echo "needs $tool (apt-get install wrk nginx curl openssl)"; exit 2; }
 done
-server=$build/bench/kestrava_https_bench_server
-[ -x "$server" ] || { echo "build first: tools/dev.sh bench"; exit 2; }
+[ -x "$build/app/kestrava" ] || { echo "build first: tools/dev.sh test"; exit 2; }
 
 server_cpu=() client_cpu=()
 if [ "$(nproc)" -ge 2 ]; then server_cpu=(taskset -c 0) client_cpu=(taskset -c 1); fi
@@ -29,10 +28,11 @@ kport=18621 ksport=18622 nport=18680 nsport=18681
 openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 \
     -keyout "$work/key.pem" -out "$work/cert.pem" -subj /CN=127.0.0.1 \
     -addext subjectAltName=IP:127.0.0.1 2>/dev/null
-printf '[WebServer]\r\nPort=%s\r\nHttpsPort=%s\r\n' $kport $ksport >"$home/setting.ini"
+printf '[WebServer]\r\nPort=%s\r\nHttpsPort=%s\r\nCertFile=%s\r\nKeyFile=%s\r\n[Tira]\r\nDevice=sim\r\n' \
+    $kport $ksport "$work/cert.pem" "$work/key.pem" >"$home/setting.ini"
 
 chmod -R a+rX "$work" # nginx's worker runs as another user
-"${server_cpu[@]}" "$server" "$home" "$work/cert.pem" "$work/key.pem" 2>"$work/kestrava.log" &
+"${server_cpu[@]}" "$build/app/kestrava" --headless --home "$home" 2>"$work/kestrava.log" &
 kpid=$!
 for _ in $(seq 50); do curl -sf --cacert "$work/cert.pem" -o /dev/null "https://127.0.0.1:$ksport/m/" && break; sleep 0.1; done
 curl -s --cacert "$work/cert.pem" -o "$home/m/index.html" "https://127.0.0.1:$ksport/m/"

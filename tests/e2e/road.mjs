@@ -26,8 +26,9 @@ export const check = (ok, what) => {
 export const cp932 = (text) => execFileSync('iconv', ['-f', 'UTF-8', '-t', 'CP932'], { input: text });
 export const fromCp932 = (bytes) => execFileSync('iconv', ['-f', 'CP932', '-t', 'UTF-8'], { input: bytes }).toString();
 
-// Starts the program; resolves with the process and its web port.
-function start(args) {
+// Starts the program; resolves with the process and its web port once it has
+// started (and its log matches also, when given).
+function start(args, also = null) {
     const proc = spawn(binary, ['--headless', ...args], {
         env: { ...process.env, DISPLAY: '', WAYLAND_DISPLAY: '' },
         stdio: ['ignore', 'ignore', 'pipe'],
@@ -38,7 +39,7 @@ function start(args) {
         proc.stderr.on('data', (d) => {
             log += d;
             const m = /listening on port (\d+)/.exec(log);
-            if (m && /started on/.test(log)) { clearTimeout(timer); resolve({ proc, port: Number(m[1]) }); }
+            if (m && /started on/.test(log) && (!also || also.test(log))) { clearTimeout(timer); resolve({ proc, port: Number(m[1]) }); }
         });
         proc.on('exit', () => reject(new Error(`ended:\n${log}`)));
     });
@@ -59,6 +60,9 @@ export async function startDemo() {
     const { proc, port } = await start(['--home', home]);
     return { home, proc, base: `http://127.0.0.1:${port}` };
 }
+
+// The program again on a folder made by startDemo.
+export const startOn = (home, also) => start(['--home', home], also);
 
 export function finish(home) {
     console.log(`${passed} passed, ${failed} failed`);
