@@ -30,8 +30,8 @@ constexpr int DayMs = 24 * 3600 * 1000;
 QByteArray readPem(const QString& path, QString* why) {
     const BoundedRead read = ReadBounded(path, MaxPemBytes);
     if (!read.ok())
-        *why = path + u": "_s +
-               (read.result == BoundedRead::TooLarge ? u"too large"_s : read.error);
+        *why =
+            path + u": "_s + (read.result == BoundedRead::TooLarge ? u"too large"_s : read.error);
     return read.ok() ? read.bytes : QByteArray();
 }
 
