@@ -148,6 +148,22 @@ struct Mapper {
     PortMapping mapping{t.settings, clock};
 };
 
+// The web port behind the router: answers "hello" to whatever it is sent.
+struct HelloServer {
+    HelloServer() {
+        listening = server.listen(QHostAddress::AnyIPv4, 18080);
+        QObject::connect(&server, &QTcpServer::newConnection, [this] {
+            QTcpSocket* s = server.nextPendingConnection();
+            QObject::connect(s, &QTcpSocket::readyRead, s, [s] {
+                s->write("hello");
+                s->disconnectFromHost();
+            });
+        });
+    }
+    QTcpServer server;
+    bool listening = false;
+};
+
 } // namespace
 
 TEST(PortMapping, MapsTheWebPortThroughTheRouterAndKeepsItThere) {
@@ -155,15 +171,8 @@ TEST(PortMapping, MapsTheWebPortThroughTheRouterAndKeepsItThere) {
     if (!router.problem.isEmpty())
         GTEST_SKIP() << router.problem.toStdString();
     Mapper m(u"18080"_s);
-    QTcpServer web;
-    ASSERT_TRUE(web.listen(QHostAddress::AnyIPv4, 18080));
-    QObject::connect(&web, &QTcpServer::newConnection, [&] {
-        QTcpSocket* s = web.nextPendingConnection();
-        QObject::connect(s, &QTcpSocket::readyRead, s, [s] {
-            s->write("hello");
-            s->disconnectFromHost();
-        });
-    });
+    HelloServer web;
+    ASSERT_TRUE(web.listening);
 
     m.mapping.Start();
     ASSERT_TRUE(WaitUntil([&] { return m.mapping.MappingDone; }));
@@ -304,15 +313,8 @@ TEST(PortMapping, ForwardsPort80ToTheWebPortWhileACertificateCheckIsOpen) {
         if (!router.problem.isEmpty())
             GTEST_SKIP() << router.problem.toStdString();
         Mapper m(u"18080"_s);
-        QTcpServer web;
-        ASSERT_TRUE(web.listen(QHostAddress::AnyIPv4, 18080));
-        QObject::connect(&web, &QTcpServer::newConnection, [&] {
-            QTcpSocket* s = web.nextPendingConnection();
-            QObject::connect(s, &QTcpSocket::readyRead, s, [s] {
-                s->write("hello");
-                s->disconnectFromHost();
-            });
-        });
+        HelloServer web;
+        ASSERT_TRUE(web.listening);
         EXPECT_EQ(Ask([&](auto d) { m.mapping.MapChallengePort(true, d); }),
                   allowed ? u"Success"_s : u"Failed"_s);
         if (allowed) {
