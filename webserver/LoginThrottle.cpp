@@ -11,6 +11,8 @@ namespace {
 Q_LOGGING_CATEGORY(lcLogin, "kestrava.web")
 
 qint64 LockMs(int lockouts) {
+    if (lockouts <= 0)
+        return 0;
     const qint64 secs = qint64(LoginThrottle::FirstLockSecs) << std::min(lockouts - 1, 16);
     return std::min<qint64>(secs, LoginThrottle::MaxLockSecs) * 1000;
 }
