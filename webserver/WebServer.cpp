@@ -1,4 +1,5 @@
 #include "webserver/WebServer.h"
+#include "webserver/ConnectionSlot.h"
 
 #include "core/Help.h"
 #include "core/NetAddress.h"
@@ -30,12 +31,10 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
 Q_LOGGING_CATEGORY(lcWeb, "kestrava.web")
 
-// Bytes a connection reads at a time, and the most it sends of a file before
-// the event loop runs again.
-constexpr qsizetype ReadBytes = 16 * 1024;
+namespace {
+// The most a connection sends of a file before the event loop runs again.
 constexpr qint64 SendTurnBytes = 8 * 1024 * 1024;
 
 // What a page request's login was, for the throttle.
@@ -44,41 +43,11 @@ LoginThrottle::Login LoginOf(const Http::Decision& d) {
            : d.action == Http::Action::Refuse ? LoginThrottle::Login::Wrong
                                               : LoginThrottle::Login::Right;
 }
-// Over TLS a file is read and encrypted here: no more of it than this is held
-// per connection, read a piece at a time.
-constexpr qint64 TlsHeldBytes = 256 * 1024;
-constexpr qint64 TlsPieceBytes = 64 * 1024;
 } // namespace
 
 const QString WebServer::PortInUseText =
     u"指定したポート番号はほかのアプリケーションが使用中で開けません。\r\n"
     u"次に表示される空きポート番号から新しいポート番号を選択してください。"_s;
-
-// One connection at a time on a non-blocking socket of its own. A plain
-// connection is read and written on its descriptor; one from the HTTPS port
-// goes through its TLS socket, which owns the descriptor.
-struct WebServer::Slot {
-    int fd = -1; // -1 while the slot is free
-    sockaddr_storage peer{};
-    QSslSocket* tls = nullptr;
-    bool reading = false; // TLS: what arrives is read now (the notifier's part)
-    QByteArray received;  // read and not yet answered, this connection's alone
-    QByteArray out;       // what is still to be sent before the file
-    qsizetype sent = 0;
-    ServedFile file;
-    off_t fileAt = 0, fileEnd = 0;
-    bool answering = false;
-    bool keepAfter = false; // a front's answer: read the next request after it
-    bool streaming = false; // a front's answer that stays open
-    quint64 since = 0;      // order of acceptance, and of each request on it
-    QSocketNotifier readable{QSocketNotifier::Read};
-    QSocketNotifier writable{QSocketNotifier::Write};
-    QTimer deadline; // the whole request within the limit, then no stall
-
-    QHostAddress peerAddress() const {
-        return QHostAddress(reinterpret_cast<const sockaddr*>(&peer));
-    }
-};
 
 WebServer::WebServer(const ProgramFolder& folder, SettingsStore& settings, const Clock& clock,
                      UserPrompt& prompt, Dispatcher& dispatcher, QObject* parent)
@@ -139,53 +108,6 @@ bool WebServer::InitWebServer() {
     const bool ok = listenPlain();
     listenHttps();
     return ok;
-}
-
-void WebServer::SetTlsConfiguration(const QSslConfiguration& configuration) {
-    tls_ = configuration;
-    tls_.setProtocol(QSsl::TlsV1_2OrLater);
-    tls_.setPeerVerifyMode(QSslSocket::VerifyNone);
-    // Clients are not asked for certificates: without this each connection's
-    // context would load every root certificate of the system.
-    tls_.setCaCertificates({});
-    hasTls_ = !tls_.localCertificate().isNull() && !tls_.privateKey().isNull();
-    if (started_)
-        listenHttps();
-}
-
-quint16 WebServer::HttpsPort() const {
-    return httpsServer_.isListening() ? httpsServer_.serverPort() : 0;
-}
-
-// The HTTPS port is the owner's alone: nothing is stored, nothing replaces it.
-void WebServer::listenHttps() {
-    const QString portText = settings_.Read(Key::HttpsPort).trimmed();
-    bool number = false;
-    const int n = portText.toInt(&number); // 0: any free port
-    const bool usable = number && n >= 0 && n <= 65535;
-    if (!hasTls_ || !usable) {
-        if (!portText.isEmpty() && !usable)
-            qCWarning(lcWeb).noquote()
-                << "WebServer/HttpsPort" << portText << "is not a port number (1-65535)";
-        httpsNotifier_.reset();
-        httpsServer_.close();
-        return;
-    }
-    if (httpsServer_.isListening() && (n == 0 || httpsServer_.serverPort() == n))
-        return; // the new certificate counts from the next connection on
-    httpsNotifier_.reset();
-    httpsServer_.close();
-    httpsServer_.setListenBacklogSize(SOMAXCONN);
-    bool ok = httpsServer_.listen(QHostAddress::Any, quint16(n));
-    if (!ok && httpsServer_.serverError() == QAbstractSocket::UnsupportedSocketOperationError)
-        ok = httpsServer_.listen(QHostAddress::AnyIPv4, quint16(n));
-    if (!ok) {
-        qCWarning(lcWeb).noquote()
-            << u"cannot listen for HTTPS on port %1: %2"_s.arg(n).arg(httpsServer_.errorString());
-        return;
-    }
-    takeConnections(httpsServer_, httpsNotifier_, true);
-    qCInfo(lcWeb).noquote() << "HTTPS listening on port" << httpsServer_.serverPort();
 }
 
 bool WebServer::listenPlain() {
@@ -362,48 +284,6 @@ void WebServer::accepted(int fd, const sockaddr_storage& peer, bool secure) {
     onReadable(index); // the request is often there already
 }
 
-void WebServer::startTls(int index) {
-    Slot& slot = slotAt(index);
-    auto* socket = new QSslSocket(this);
-    // What a client sends while its answer is written waits in the kernel.
-    socket->setReadBufferSize(4 * ReadBytes);
-    socket->setSslConfiguration(tls_);
-    const auto current = [this, index, socket] {
-        return size_t(index) <= slots_.size() && slots_[size_t(index - 1)] &&
-               slotAt(index).tls == socket;
-    };
-    connect(socket, &QSslSocket::readyRead, this, [this, index, current] {
-        if (current())
-            onReadable(index);
-    });
-    connect(socket, &QSslSocket::encryptedBytesWritten, this, [this, index, current] {
-        if (!current())
-            return;
-        // The handshake's and a kept connection's last answer's bytes need nothing more.
-        Slot& s = slotAt(index);
-        if (s.out.isEmpty() && !s.file.isOpen())
-            return;
-        s.deadline.start(stallMs_); // it takes what it is sent
-        flushTls(index);
-    });
-    connect(socket, &QAbstractSocket::disconnected, this, [this, index, current] {
-        if (current())
-            freeSlot(index);
-    });
-    connect(socket, &QAbstractSocket::errorOccurred, this, [this, index, current] {
-        if (current())
-            freeSlot(index);
-    });
-    if (!socket->setSocketDescriptor(slot.fd)) {
-        delete socket;
-        freeSlot(index);
-        return;
-    }
-    slot.tls = socket;
-    slot.reading = true;
-    socket->startServerEncryption();
-}
-
 // Whether what the client sends is read now: the plain descriptor's notifier,
 // or the TLS socket's readyRead taken or left.
 void WebServer::watchReads(int index, bool on) {
@@ -549,54 +429,6 @@ void WebServer::onReadable(int index) {
         (d.retryAfter = throttle_.Attempt(slot.peerAddress(), LoginOf(d))) > 0)
         d.action = Http::Action::TooMany;
     answer(index, d);
-}
-
-// While HTTPS is on, a client from outside the home network is not served on
-// the plain port: its password would cross the internet readable.
-bool WebServer::movesToHttps(int index) const {
-    const Slot& slot = *slots_[size_t(index - 1)];
-    return !slot.tls && httpsServer_.isListening() && !(atHome && atHome(slot.peerAddress()));
-}
-
-// https://<host without its port>[:port]<target>, from what the client asked
-// for; a Host that could break the header gives way to the address it reached.
-QByteArray WebServer::httpsLocation(int index, QByteArray host, const QByteArray& target) const {
-    if (host.startsWith('[')) {
-        const qsizetype end = host.indexOf(']');
-        host = end < 0 ? QByteArray() : host.left(end + 1);
-    } else if (const qsizetype colon = host.lastIndexOf(':'); colon >= 0) {
-        host.truncate(colon);
-    }
-    bool clean = !host.isEmpty();
-    for (const char c : std::as_const(host))
-        clean = clean && (std::isalnum(uchar(c)) || std::strchr(".-[]:", c));
-    if (!clean) {
-        sockaddr_storage local{};
-        socklen_t length = sizeof local;
-        QHostAddress address;
-        if (::getsockname(slots_[size_t(index - 1)]->fd, reinterpret_cast<sockaddr*>(&local),
-                          &length) == 0)
-            address = QHostAddress(reinterpret_cast<const sockaddr*>(&local));
-        bool isV4 = false;
-        const quint32 v4 = address.toIPv4Address(&isV4);
-        host = isV4 ? QHostAddress(v4).toString().toLatin1()
-                    : "[" + address.toString().toLatin1() + "]";
-    }
-    QByteArray path;
-    for (const char c : target) {
-        if (uchar(c) <= 0x20 || uchar(c) == 0x7f) {
-            path.clear();
-            break;
-        }
-        if (uchar(c) >= 0x80)
-            path += '%' + QByteArray(1, c).toHex().toUpper();
-        else
-            path += c;
-    }
-    if (!path.startsWith('/'))
-        path = "/";
-    const quint16 port = httpsServer_.serverPort();
-    return "https://" + host + (port == 443 ? QByteArray() : ":" + QByteArray::number(port)) + path;
 }
 
 void WebServer::answer(int index, const Http::Decision& d) {
@@ -759,66 +591,6 @@ void WebServer::readNext(int index) {
     }
 }
 
-bool FrontReply::open() const {
-    return server_ && server_->frontCurrent(index_, since_);
-}
-
-void FrontReply::Send(int status, const QByteArray& type, const QByteArray& body,
-                      const QByteArray& headerLines) const {
-    if (!open() || server_->slotAt(index_).streaming)
-        return;
-    WebServer::Slot& slot = server_->slotAt(index_);
-    if (!slot.answering)
-        return; // answered already
-    const bool close = !slot.keepAfter || headerLines.contains("Connection: close");
-    QByteArray head = "HTTP/1.1 " + QByteArray::number(status) + ' ' + StatusText(status) +
-                      "\r\nServer: Kestrava1.0\r\nDate: " + HttpDate(server_->clock_).toLatin1() +
-                      "\r\n";
-    if (!type.isEmpty())
-        head += "Content-Type: " + type + "\r\n";
-    head += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
-    head += headerLines;
-    if (!headerLines.contains("Connection: close"))
-        head += close ? "Connection: close\r\n" : "Connection: keep-alive\r\n";
-    head += "\r\n";
-    slot.answering = false;
-    server_->frontSend(index_, head + body, close);
-}
-
-bool FrontReply::StartStream(const QByteArray& type) const {
-    if (!open())
-        return false;
-    WebServer::Slot& slot = server_->slotAt(index_);
-    slot.streaming = true;
-    slot.keepAfter = false;
-    slot.answering = false;
-    // The client's closing is noticed as the end of its reading side.
-    server_->watchReads(index_, true);
-    server_->frontSend(index_,
-                       "HTTP/1.1 200 OK\r\nServer: Kestrava1.0\r\nDate: " +
-                           HttpDate(server_->clock_).toLatin1() + "\r\nContent-Type: " + type +
-                           "\r\nCache-Control: no-store\r\nConnection: close\r\n\r\n",
-                       true);
-    return open();
-}
-
-bool FrontReply::Write(const QByteArray& bytes) const {
-    if (!open() || !server_->slotAt(index_).streaming)
-        return false;
-    // A client that reads nothing is not kept in memory without end.
-    if (server_->backlog(index_) > 1024 * 1024) {
-        server_->freeSlot(index_);
-        return false;
-    }
-    server_->frontSend(index_, bytes, true);
-    return open();
-}
-
-void FrontReply::Close() const {
-    if (open())
-        server_->freeSlot(index_);
-}
-
 void WebServer::sendAndClose(int index, const QByteArray& response) {
     Slot& slot = slotAt(index);
     slot.out = response;
@@ -934,43 +706,6 @@ void WebServer::flush(int index) {
         slot.writable.setSocket(slot.fd);
         slot.writable.setEnabled(true);
     }
-}
-
-// The answer is handed to the TLS socket, a file a piece at a time as the
-// client takes it; the connection closes once all of it has gone out.
-void WebServer::flushTls(int index) {
-    Slot& slot = slotAt(index);
-    QSslSocket& socket = *slot.tls;
-    if (slot.sent < slot.out.size()) {
-        socket.write(slot.out.constData() + slot.sent, slot.out.size() - slot.sent);
-        slot.sent = slot.out.size();
-    }
-    while (slot.file.isOpen() && slot.fileAt < slot.fileEnd &&
-           socket.bytesToWrite() + socket.encryptedBytesToWrite() <= TlsHeldBytes - TlsPieceBytes) {
-        const qint64 n = std::min<qint64>(TlsPieceBytes, slot.fileEnd - slot.fileAt);
-        QByteArray piece(n, Qt::Uninitialized);
-        if (::pread(slot.file.fd(), piece.data(), size_t(n), slot.fileAt) != n) {
-            freeSlot(index); // the file shrank
-            return;
-        }
-        slot.fileAt += off_t(n);
-        socket.write(piece);
-    }
-    const bool handed = !slot.file.isOpen() || slot.fileAt >= slot.fileEnd;
-    if (handed && slot.streaming) {
-        slot.deadline.stop();
-        return;
-    }
-    if (handed && slot.keepAfter && !slot.answering) {
-        readNext(index);
-        return;
-    }
-    if (handed && socket.bytesToWrite() == 0 && socket.encryptedBytesToWrite() == 0) {
-        freeSlot(index);
-        return;
-    }
-    if (!slot.deadline.isActive())
-        slot.deadline.start(stallMs_);
 }
 
 // Bytes of an answer not yet taken by the client.
