@@ -192,8 +192,12 @@ void IrListener::readSim() {
     if (!read.ok())
         return;
     const QByteArray& text = read.bytes;
-    if (!text.endsWith('\n') && text.size() < 64 * 1024)
-        return; // still being written: its last line is not whole yet
+    if (!text.endsWith('\n') && text.size() < 64 * 1024) {
+        // Still being written: its last line is not whole yet. The folder's
+        // watcher says nothing of a file that only grows, so look again.
+        simLater_.start();
+        return;
+    }
     file.remove();
     for (const QByteArray& line : text.split('\n')) {
         QString why;
