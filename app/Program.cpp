@@ -70,6 +70,8 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
                                    {u"reservation"_s, firing_.device, firing_.function});
     };
     mqtt.canListen = [this] { return listener.canListen(); };
+    mqtt.listening = [this] { return listener.listening(); };
+    mqtt.webPort = [this] { return webServer.WebPort(); };
     connect(&listener, &IrListener::frameHeard, &mqtt, &Mqtt::PublishFrame);
     connect(&listener, &IrListener::keyHeard, &mqtt, &Mqtt::PublishKeyHeard);
     api.mqttStatus = [this] {

@@ -20,6 +20,24 @@ QString EmitterTopic(const QString& topic) {
 QString ReceiverTopic(const QString& topic) {
     return topic + u"/ir/received"_s;
 }
+QString HeardTopic(const QString& topic, int slot) {
+    return u"%1/heard/%2"_s.arg(topic).arg(slot);
+}
+QString TriggerSubtype(int button) {
+    return u"key "_s + QString::number(button);
+}
+QString TransceiverTopic(const QString& topic) {
+    return topic + u"/hub/transceiver"_s;
+}
+QString ListeningTopic(const QString& topic) {
+    return topic + u"/hub/listening"_s;
+}
+QString LastPressTopic(const QString& topic) {
+    return topic + u"/hub/last_press"_s;
+}
+QString LastHeardTopic(const QString& topic) {
+    return topic + u"/hub/last_heard"_s;
+}
 
 namespace {
 QByteArray Json(const QJsonObject& o) {
@@ -31,33 +49,59 @@ Configs Build(const Hub& hub, const std::vector<Remote>& remotes) {
     Configs out;
     const QString node = u"kestrava_"_s + hub.nodeId;
     const QString availability = hub.topic + u"/status"_s;
-    const QJsonObject origin{{u"name"_s, u"Kestrava"_s},
-                             {u"sw_version"_s, QString::fromLatin1(KESTRAVA_VERSION)}};
-    const QJsonObject hubDevice{{u"identifiers"_s, QJsonArray{node}},
-                                {u"name"_s, u"Kestrava "_s + hub.nodeId},
-                                {u"manufacturer"_s, u"Kestrava"_s},
-                                {u"model"_s, u"IR transceiver"_s},
-                                {u"sw_version"_s, QString::fromLatin1(KESTRAVA_VERSION)}};
-    const auto topicOf = [&](const char* component, const QString& object) {
-        return hub.prefix + u'/' + QLatin1StringView(component) + u'/' + node + u'/' + object +
-               u"/config"_s;
+    const QString version = QString::fromLatin1(KESTRAVA_VERSION);
+    QJsonObject origin{{u"name"_s, u"Kestrava"_s}, {u"sw_version"_s, version}};
+    QJsonObject hubDevice{{u"identifiers"_s, QJsonArray{node}},
+                          {u"name"_s, u"Kestrava "_s + hub.nodeId},
+                          {u"manufacturer"_s, u"Kestrava"_s},
+                          {u"model"_s, u"IR transceiver"_s},
+                          {u"sw_version"_s, version}};
+    if (!hub.pageUrl.isEmpty()) {
+        origin[u"support_url"_s] = hub.pageUrl + u"/help/index.html"_s;
+        hubDevice[u"configuration_url"_s] = hub.pageUrl + u"/m/"_s;
+    }
+    const auto add = [&](const char* component, const QString& object, QJsonObject config) {
+        config[u"origin"_s] = origin;
+        out[hub.prefix + u'/' + QLatin1StringView(component) + u'/' + node + u'/' + object +
+            u"/config"_s] = Json(config);
     };
-    out[topicOf("infrared", u"emitter"_s)] = Json({{u"schema"_s, u"emitter"_s},
-                                                   {u"name"_s, u"IR emitter"_s},
-                                                   {u"unique_id"_s, node + u"_emitter"_s},
-                                                   {u"command_topic"_s, EmitterTopic(hub.topic)},
-                                                   {u"availability_topic"_s, availability},
-                                                   {u"device"_s, hubDevice},
-                                                   {u"origin"_s, origin}});
-    if (hub.canListen)
-        out[topicOf("infrared", u"receiver"_s)] =
-            Json({{u"schema"_s, u"receiver"_s},
-                  {u"name"_s, u"IR receiver"_s},
-                  {u"unique_id"_s, node + u"_receiver"_s},
-                  {u"state_topic"_s, ReceiverTopic(hub.topic)},
-                  {u"availability_topic"_s, availability},
-                  {u"device"_s, hubDevice},
-                  {u"origin"_s, origin}});
+    // The hub's own entities; they alone make its device where Home Assistant
+    // knows no MQTT infrared.
+    const auto hubEntity = [&](const QString& object, const QString& name) {
+        return QJsonObject{{u"name"_s, name},
+                           {u"unique_id"_s, node + u'_' + object},
+                           {u"availability_topic"_s, availability},
+                           {u"device"_s, hubDevice}};
+    };
+    QJsonObject emitter = hubEntity(u"emitter"_s, u"IR emitter"_s);
+    emitter[u"schema"_s] = u"emitter"_s;
+    emitter[u"command_topic"_s] = EmitterTopic(hub.topic);
+    add("infrared", u"emitter"_s, emitter);
+    const auto diagnostic = [&](const char* component, const QString& object, const QString& name,
+                                const QString& state) {
+        QJsonObject o = hubEntity(object, name);
+        o[u"entity_category"_s] = u"diagnostic"_s;
+        o[u"state_topic"_s] = state;
+        if (QLatin1StringView(component) == u"sensor")
+            o[u"json_attributes_topic"_s] = state + u"/attributes"_s;
+        return o;
+    };
+    QJsonObject transceiver = diagnostic("binary_sensor", u"transceiver"_s, u"Transceiver"_s,
+                                         TransceiverTopic(hub.topic));
+    transceiver[u"device_class"_s] = u"connectivity"_s;
+    add("binary_sensor", u"transceiver"_s, transceiver);
+    add("binary_sensor", u"listening"_s,
+        diagnostic("binary_sensor", u"listening"_s, u"Listening"_s, ListeningTopic(hub.topic)));
+    add("sensor", u"last_press"_s,
+        diagnostic("sensor", u"last_press"_s, u"Last press"_s, LastPressTopic(hub.topic)));
+    if (hub.canListen) {
+        QJsonObject receiver = hubEntity(u"receiver"_s, u"IR receiver"_s);
+        receiver[u"schema"_s] = u"receiver"_s;
+        receiver[u"state_topic"_s] = ReceiverTopic(hub.topic);
+        add("infrared", u"receiver"_s, receiver);
+        add("sensor", u"last_heard"_s,
+            diagnostic("sensor", u"last_heard"_s, u"Last heard code"_s, LastHeardTopic(hub.topic)));
+    }
     for (const Remote& r : remotes) {
         const QString id = node + u"_r"_s + QString::number(r.slot);
         const QJsonObject device{{u"identifiers"_s, QJsonArray{id}},
@@ -65,24 +109,35 @@ Configs Build(const Hub& hub, const std::vector<Remote>& remotes) {
                                  {u"manufacturer"_s, u"Kestrava"_s},
                                  {u"model"_s, u"Design "_s + QString::number(r.design)},
                                  {u"via_device"_s, node}};
+        QJsonArray names;
         for (const Key& k : r.keys) {
+            names.append(k.name);
             const QString object = u"r%1_k%2"_s.arg(r.slot).arg(k.button);
-            out[topicOf("button", object)] =
-                Json({{u"name"_s, k.name},
-                      {u"unique_id"_s, node + u'_' + object},
-                      {u"command_topic"_s, ButtonCommandTopic(hub.topic, r.slot, k.button)},
-                      {u"payload_press"_s, u"PRESS"_s},
-                      {u"availability_topic"_s, availability},
-                      {u"device"_s, device}});
-            if (k.decodes)
-                out[topicOf("device_automation", object)] =
-                    Json({{u"automation_type"_s, u"trigger"_s},
-                          {u"topic"_s, TriggerTopic(hub.topic, r.slot, k.button)},
-                          {u"type"_s, u"button_short_press"_s},
-                          {u"subtype"_s, k.name},
-                          {u"payload"_s, u"press"_s},
-                          {u"device"_s, device}});
+            add("button", object,
+                {{u"name"_s, k.name},
+                 {u"unique_id"_s, node + u'_' + object},
+                 {u"command_topic"_s, ButtonCommandTopic(hub.topic, r.slot, k.button)},
+                 {u"payload_press"_s, u"PRESS"_s},
+                 {u"availability_topic"_s, availability},
+                 {u"device"_s, device}});
+            // Raw keys too: the listener matches them by their timings.
+            add("device_automation", object,
+                {{u"automation_type"_s, u"trigger"_s},
+                 {u"topic"_s, TriggerTopic(hub.topic, r.slot, k.button)},
+                 {u"type"_s, u"button_short_press"_s},
+                 {u"subtype"_s, TriggerSubtype(k.button)},
+                 {u"payload"_s, u"press"_s},
+                 {u"device"_s, device}});
         }
+        if (hub.canListen && !names.isEmpty())
+            add("event", u"r%1"_s.arg(r.slot),
+                {{u"name"_s, u"Key heard"_s},
+                 {u"unique_id"_s, id + u"_heard"_s},
+                 {u"state_topic"_s, HeardTopic(hub.topic, r.slot)},
+                 {u"event_types"_s, names},
+                 {u"device_class"_s, u"button"_s},
+                 {u"availability_topic"_s, availability},
+                 {u"device"_s, device}});
     }
     return out;
 }

@@ -7,16 +7,18 @@
 #include <vector>
 
 // Home Assistant's MQTT discovery for one Kestrava: the hub (the transceiver
-// with its infrared emitter and, where it can listen, receiver), a device
-// per learned remote through the hub, a button per learned key and a trigger
-// per key that decodes. Ids come from the node id, the remote's slot and the
-// key's index, so renaming one key leaves the others' entities as they are.
+// with its infrared emitter and, where it can listen, receiver, and its
+// diagnostic sensors), a device per learned remote through the hub, a button
+// and a device trigger per learned key and, where it can listen, an event
+// entity per remote. The hub is made by its sensors too, so a Home Assistant
+// without MQTT infrared still has it. Ids, topics and each trigger's type and
+// subtype come from the node id, the remote's slot and the key's index, never
+// from a name: a key renamed keeps its entities and the automations on them.
 namespace Discovery {
 
 struct Key {
     int button = 0;
     QString name;
-    bool decodes = false; // a protocol was recognised: the listener can tell it
 };
 struct Remote {
     int slot = 0;
@@ -29,6 +31,7 @@ struct Hub {
     QString topic;  // our base topic
     QString prefix; // discovery prefix
     bool canListen = false;
+    QString pageUrl; // "http://host:port" of our web pages; empty: not known
 };
 
 // Retained config payloads by topic.
@@ -40,5 +43,16 @@ QString ButtonCommandTopic(const QString& topic, int slot, int button);
 QString TriggerTopic(const QString& topic, int slot, int button);
 QString EmitterTopic(const QString& topic);
 QString ReceiverTopic(const QString& topic);
+// The event entity of a remote: {"event_type": key name}.
+QString HeardTopic(const QString& topic, int slot);
+// A trigger's subtype: the key's index, which a rename keeps.
+QString TriggerSubtype(int button);
+
+// The hub's diagnostic states, retained: ON/OFF, and a sensor's text state with
+// its JSON attributes on <state topic>/attributes.
+QString TransceiverTopic(const QString& topic);
+QString ListeningTopic(const QString& topic);
+QString LastPressTopic(const QString& topic);
+QString LastHeardTopic(const QString& topic);
 
 } // namespace Discovery

@@ -10,12 +10,15 @@
 #include "remotes/Press.h"
 #include "remotes/Registry.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
+#include <QHostInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLoggingCategory>
+#include <QUrl>
 
 using namespace Qt::StringLiterals;
 
@@ -56,12 +59,23 @@ Mqtt::Mqtt(const ProgramFolder& folder, SettingsStore& settings, Transceiver& de
                                 {u"reason"_s, ok ? QJsonValue() : QJsonValue(ReasonOf(result))}};
             publishEvent(u"event"_s, o);
             publishEvent(u"last"_s, o, true);
+            QJsonObject attributes = o;
+            attributes[u"at"_s] = QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs);
+            publishSensor(Discovery::LastPressTopic(config_.topic),
+                          ok ? u"sent"_s : ReasonOf(result), attributes);
             if (label.source == u"reservation")
                 publishEvent(u"reservation"_s,
                              {{u"remote"_s, label.remote}, {u"key"_s, label.key}, {u"ok"_s, ok}});
         });
     connect(&device_, &Transceiver::presenceChanged, this, [this](bool present) {
         publishEvent(u"device"_s, {{u"state"_s, present ? u"back"_s : u"lost"_s}}, true);
+        connection_.Publish(Discovery::TransceiverTopic(config_.topic), present ? "ON" : "OFF",
+                            true);
+    });
+    heardLater_.setSingleShot(true);
+    heardLater_.setInterval(0);
+    connect(&heardLater_, &QTimer::timeout, this, [this] {
+        publishSensor(Discovery::LastHeardTopic(config_.topic), heardState_, heardAttributes_);
     });
     settle_.setSingleShot(true);
     settle_.setInterval(150);
@@ -104,6 +118,7 @@ void Mqtt::Close() {
     connection_.Close();
     watcher_.removePaths(watcher_.files() + watcher_.directories());
     settle_.stop();
+    heardLater_.stop();
 }
 
 void Mqtt::Reconfigure() {
@@ -139,6 +154,7 @@ void Mqtt::connected(bool on) {
     connection_.Subscribe(t + u"/press"_s);
     connection_.Subscribe(t + u"/key/+/+/press"_s);
     connection_.Subscribe(Discovery::EmitterTopic(t));
+    publishHubStates();
     if (config_.discovery) {
         // Configs left from keys deleted while we were away come back retained.
         connection_.Subscribe(config_.discoveryPrefix + u"/+/kestrava_"_s + config_.nodeId +
@@ -166,7 +182,7 @@ std::vector<Discovery::Remote> Mqtt::readRemotes() {
             const QFileInfo fi(path);
             if (!fi.exists())
                 continue;
-            r.keys.push_back({k, function, codes_.codeOf(path).decoded()});
+            r.keys.push_back({k, function});
         }
         out.push_back(std::move(r));
     }
@@ -178,12 +194,12 @@ void Mqtt::syncDiscovery(bool all) {
     if (!connection_.isConnected())
         return;
     const std::vector<Discovery::Remote> remotes = readRemotes();
-    // A key that was not there before has just been learned, whichever front taught it.
+    // A key that was not there before has just been learned, whichever front
+    // taught it; one renamed is the same key.
     QSet<QString> learned;
     for (const Discovery::Remote& r : remotes)
         for (const Discovery::Key& k : r.keys) {
-            const QString id =
-                QString::number(r.slot) + u'/' + QString::number(k.button) + u'/' + k.name;
+            const QString id = QString::number(r.slot) + u'/' + QString::number(k.button);
             learned.insert(id);
             if (keysKnown_ && !learned_.contains(id))
                 publishEvent(u"learned"_s, {{u"remote"_s, r.name}, {u"key"_s, k.name}});
@@ -192,9 +208,9 @@ void Mqtt::syncDiscovery(bool all) {
     keysKnown_ = true;
     Discovery::Configs next;
     if (config_.discovery)
-        next = Discovery::Build(
-            {config_.nodeId, config_.topic, config_.discoveryPrefix, canListen && canListen()},
-            remotes);
+        next = Discovery::Build({config_.nodeId, config_.topic, config_.discoveryPrefix,
+                                 canListen && canListen(), pageUrl()},
+                                remotes);
     int sent = 0, cleared = 0;
     for (const auto& [topic, payload] : published_)
         if (!next.contains(topic)) {
@@ -271,6 +287,14 @@ void Mqtt::refused(const QString& relative, const QByteArray& code, const QStrin
                                                   {u"message"_s, why}})
                             .toJson(QJsonDocument::Compact),
                         false);
+    // Home Assistant never reads the error topic; its sensor shows the refusal.
+    publishSensor(Discovery::LastPressTopic(config_.topic), QString::fromLatin1(code),
+                  {{u"source"_s, u"mqtt"_s},
+                   {u"ok"_s, false},
+                   {u"reason"_s, QString::fromLatin1(code)},
+                   {u"message"_s, why.left(300)},
+                   {u"topic"_s, relative.left(200)},
+                   {u"at"_s, QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs)}});
 }
 
 void Mqtt::pressKey(int slot, int button, const QString& relative) {
@@ -302,14 +326,16 @@ void Mqtt::emitTimings(const QByteArray& payload, const QString& relative) {
         return refused(relative, "bad_request", why);
     if (IsTestMode(settings_))
         return;
+    // Home Assistant's commands carry their repeats inside the timings (its
+    // protocol library appends repeat_count repeat codes or sequences), so the
+    // timings go out once, as they are; repeat_count only says how many are in.
     // The queue takes signal files; this one is read back before Enqueue returns.
     const QString path = folder_.path(u"mqtt-transmit.tmp"_s);
     if (!WriteFileAtomically(
             path, QByteArrayView(reinterpret_cast<const char*>(image->data()), SignalFileSize),
             0644, &why))
         return refused(relative, "not_written", why);
-    for (int i = 0; i <= emit_->repeat; ++i)
-        device_.Enqueue(path, [](SendResult) {}, {u"mqtt"_s, {}, {}});
+    device_.Enqueue(path, [](SendResult) {}, {u"mqtt"_s, {}, {}});
     QFile::remove(path);
 }
 
@@ -318,21 +344,69 @@ void Mqtt::publishEvent(const QString& name, const QJsonObject& data, bool retai
                         QJsonDocument(data).toJson(QJsonDocument::Compact), retain);
 }
 
+void Mqtt::publishSensor(const QString& topic, const QString& state,
+                         const QJsonObject& attributes) {
+    connection_.Publish(topic + u"/attributes"_s,
+                        QJsonDocument(attributes).toJson(QJsonDocument::Compact), true);
+    connection_.Publish(topic, state.toUtf8(), true);
+}
+
+void Mqtt::publishHubStates() {
+    const QString t = config_.topic;
+    connection_.Publish(Discovery::TransceiverTopic(t), device_.Lost() ? "OFF" : "ON", true);
+    connection_.Publish(Discovery::ListeningTopic(t), listening && listening() ? "ON" : "OFF",
+                        true);
+}
+
+QString Mqtt::pageUrl() const {
+    // Home Assistant is on the home network with us: our host name as the
+    // network knows it, else the dynamic DNS name we were given.
+    const quint16 port = webPort ? webPort() : 0;
+    if (port == 0)
+        return {};
+    QString host = QHostInfo::localHostName();
+    if (host.isEmpty() || host == u"localhost")
+        host = settings_.Read(Key::DnsHost).trimmed();
+    const QUrl url(u"http://"_s + host + u':' + QString::number(port), QUrl::StrictMode);
+    if (host.isEmpty() || !url.isValid() || url.host().isEmpty())
+        return {};
+    return url.toString();
+}
+
 void Mqtt::PublishFrame(const IrTiming& timing, const IrCode& code) {
+    if (timing.durations.empty())
+        return;
+    // Exactly what Home Assistant's receiver schema takes; what we decoded
+    // goes to the last-heard sensor.
     QJsonArray timings;
     for (size_t i = 0; i < timing.durations.size(); ++i)
         timings.append(i % 2 == 0 ? qint64(timing.durations[i]) : -qint64(timing.durations[i]));
-    QJsonObject o{{u"timings"_s, timings}, {u"modulation"_s, timing.carrierHz}};
-    if (code.decoded()) {
-        const QString spec = CodeSpec(code);
-        o[u"protocol"_s] = spec.section(u':', 0, 0);
-        o[u"scancode"_s] = spec.section(u':', 1);
-    }
     connection_.Publish(Discovery::ReceiverTopic(config_.topic),
-                        QJsonDocument(o).toJson(QJsonDocument::Compact), false);
+                        QJsonDocument(QJsonObject{{u"timings"_s, timings},
+                                                  {u"modulation"_s, qint64(timing.carrierHz)}})
+                            .toJson(QJsonDocument::Compact),
+                        false);
+    const QString spec = code.decoded() ? CodeSpec(code) : QString();
+    heardState_ = code.decoded() ? spec : u"raw"_s;
+    heardAttributes_ = {
+        {u"protocol"_s, code.decoded() ? spec.section(u':', 0, 0) : u"raw"_s},
+        {u"scancode"_s, code.decoded() ? QJsonValue(spec.section(u':', 1)) : QJsonValue()},
+        {u"modulation"_s, qint64(timing.carrierHz)},
+        {u"timings"_s, qint64(timing.durations.size())},
+        {u"remote"_s, QJsonValue()},
+        {u"key"_s, QJsonValue()},
+        {u"at"_s, QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs)}};
+    heardLater_.start();
 }
 
 void Mqtt::PublishKeyHeard(int slot, int button, const QString& remote, const QString& key) {
     connection_.Publish(Discovery::TriggerTopic(config_.topic, slot, button), "press", false);
+    connection_.Publish(
+        Discovery::HeardTopic(config_.topic, slot),
+        QJsonDocument(QJsonObject{{u"event_type"_s, key}}).toJson(QJsonDocument::Compact), false);
     publishEvent(u"heard"_s, {{u"remote"_s, remote}, {u"key"_s, key}});
+    if (heardLater_.isActive()) {
+        heardAttributes_[u"remote"_s] = remote;
+        heardAttributes_[u"key"_s] = key;
+    }
 }

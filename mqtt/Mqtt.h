@@ -9,6 +9,7 @@
 
 #include <QFileSystemWatcher>
 #include <QHash>
+#include <QJsonObject>
 #include <QObject>
 #include <QSet>
 #include <QTimer>
@@ -45,9 +46,13 @@ public:
 
     // Whether the transceiver can receive between sends: a receiver entity then.
     std::function<bool()> canListen;
+    // Whether it is being listened to now, for the hub's sensor.
+    std::function<bool()> listening;
+    // The web server's port, for the hub's link to our pages (0: none).
+    std::function<quint16()> webPort;
 
-    // What the listener heard: every frame on the receiver's state topic, and
-    // a learned key's trigger.
+    // What the listener heard: every frame on the receiver's state topic and
+    // the hub's last-heard sensor, and a learned key's trigger and event.
     void PublishFrame(const IrTiming& timing, const IrCode& code);
     void PublishKeyHeard(int slot, int button, const QString& remote, const QString& key);
 
@@ -64,6 +69,10 @@ private:
     void send(const QString& path, const QString& device, const QString& function);
     void emitTimings(const QByteArray& payload, const QString& relative);
     void publishEvent(const QString& name, const QJsonObject& data, bool retain = false);
+    // The hub's sensors: a state and its JSON attributes, retained.
+    void publishSensor(const QString& topic, const QString& state, const QJsonObject& attributes);
+    void publishHubStates();
+    QString pageUrl() const;
     // Builds the configs and publishes what changed; cleared ones get an empty payload.
     void syncDiscovery(bool all);
     std::vector<Discovery::Remote> readRemotes();
@@ -75,11 +84,15 @@ private:
     MqttConfig config_;
     MqttConnection connection_;
     Discovery::Configs published_;
-    QSet<QString> learned_;  // "slot/button/name" of every learned key
+    QSet<QString> learned_;  // "slot/button" of every learned key: a rename is no new key
     bool keysKnown_ = false; // learned_ was read: keys new to it were learned since
     QByteArray stamp_;
     QFileSystemWatcher watcher_;
-    QTimer settle_;         // changes to the registry come in bursts
-    QTimer staleWindow_;    // while it runs, retained configs not ours now are cleared
-    SignalCodeCache codes_; // whether each key's signal decodes, read once per file
+    QTimer settle_;      // changes to the registry come in bursts
+    QTimer staleWindow_; // while it runs, retained configs not ours now are cleared
+    // A frame heard waits for the keys it matches (told right after it) before
+    // the last-heard sensor is published.
+    QTimer heardLater_;
+    QString heardState_;
+    QJsonObject heardAttributes_;
 };

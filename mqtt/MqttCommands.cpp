@@ -77,14 +77,15 @@ std::optional<Emit> ParseEmit(QByteArrayView payload, QString* why) {
     const auto code = ReadTimingJson(payload, u"payload"_s, why);
     if (!code)
         return {};
+    // Not applied again, but still a count: anything else is not Home Assistant's.
     const QJsonValue n = o->value(u"repeat_count"_s);
-    const double repeat = n.isUndefined() || n.isNull() ? 0 : n.toDouble(-1);
-    if ((!n.isUndefined() && !n.isNull() && !n.isDouble()) || repeat < 0 || repeat > MaxRepeat ||
-        repeat != int(repeat)) {
-        *why = u"\"repeat_count\" must be 0 to %1"_s.arg(MaxRepeat);
+    const double repeats = n.isUndefined() || n.isNull() ? 0 : n.toDouble(-1);
+    if ((!n.isUndefined() && !n.isNull() && !n.isDouble()) || repeats < 0 || repeats > 1e6 ||
+        repeats != int(repeats)) {
+        *why = u"\"repeat_count\" must be a whole number, 0 or more"_s;
         return {};
     }
-    return Emit{code->timing, int(repeat)};
+    return Emit{code->timing, int(repeats)};
 }
 
 } // namespace MqttCommand

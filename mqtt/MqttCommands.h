@@ -14,7 +14,6 @@ namespace MqttCommand {
 
 // The longest payload taken; discovery-sized JSON is far below it.
 constexpr qsizetype MaxPayload = 64 * 1024;
-constexpr int MaxRepeat = 20;
 
 // <Topic>/press: {"remote": NAME, "key": NAME}.
 struct Press {
@@ -32,9 +31,11 @@ struct KeyRef {
 std::optional<KeyRef> ParseKeyTopic(QStringView relative, QString* why);
 
 // The emitter's command: {"timings": [signed µs], "modulation": HZ, "repeat_count": n}.
+// Home Assistant's timings already hold the n repeats; without repeat_count
+// (as ESPHome-style senders write it) it is 0.
 struct Emit {
     IrTiming timing;
-    int repeat = 0;
+    int repeats = 0; // how many the timings hold, as the sender says
 };
 std::optional<Emit> ParseEmit(QByteArrayView payload, QString* why);
 

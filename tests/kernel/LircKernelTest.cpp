@@ -470,7 +470,8 @@ TEST(LircKernel, ListenerHearsAFrameOnceAndNamesTheKey) {
 }
 
 // The same through the program and a broker: the frame is published on the
-// receiver's state topic and fires the learned key's trigger.
+// receiver's state topic, decoded on the hub's last-heard sensor, and fires
+// the learned key's trigger.
 TEST(LircKernel, HeardKeyFiresItsTriggerOnTheBroker) {
     Program p;
     p.learnNec();
@@ -498,7 +499,8 @@ TEST(LircKernel, HeardKeyFiresItsTriggerOnTheBroker) {
     QProcess sub;
     sub.start(u"mosquitto_sub"_s,
               {u"-h"_s, u"127.0.0.1"_s, u"-p"_s, port, u"-v"_s, u"-t"_s, u"kestrava/den/status"_s,
-               u"-t"_s, u"kestrava/den/ir/received"_s, u"-t"_s, u"kestrava/den/trigger/#"_s});
+               u"-t"_s, u"kestrava/den/ir/received"_s, u"-t"_s, u"kestrava/den/trigger/#"_s,
+               u"-t"_s, u"kestrava/den/hub/last_heard/attributes"_s});
     ASSERT_TRUE(sub.waitForStarted(5000));
     QString got;
     const auto waitFor = [&](const QString& text, int ms) {
