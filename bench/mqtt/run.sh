@@ -44,8 +44,9 @@ t = [int(x) for x in sys.stdin.read().split()]
 while t and t[-1] < 0: t.pop()
 print(sum(abs(x) for x in t) // 1000)')
 
-# A button and a trigger per key, and the emitter.
-"$build/bench/kestrava_mqtt_bench" "$port" kestrava/bench $((50 * 66 * 2 + 1)) "$air_ms" \
+# A button and a trigger per key and a key-heard event per remote (the
+# simulator can listen); the hub's emitter, receiver and four sensors.
+"$build/bench/kestrava_mqtt_bench" "$port" kestrava/bench $((50 * (66 * 2 + 1) + 6)) "$air_ms" \
     >"$work/client.out" &
 cpid=$!
 for _ in $(seq 50); do grep -q ready "$work/client.out" 2>/dev/null && break; sleep 0.1; done
