@@ -154,7 +154,7 @@ void Mqtt::connected(bool on) {
     connection_.Subscribe(t + u"/press"_s);
     connection_.Subscribe(t + u"/key/+/+/press"_s);
     connection_.Subscribe(Discovery::EmitterTopic(t));
-    publishHubStates();
+    PublishHubStates();
     if (config_.discovery) {
         // Configs left from keys deleted while we were away come back retained.
         connection_.Subscribe(config_.discoveryPrefix + u"/+/kestrava_"_s + config_.nodeId +
@@ -351,7 +351,7 @@ void Mqtt::publishSensor(const QString& topic, const QString& state,
     connection_.Publish(topic, state.toUtf8(), true);
 }
 
-void Mqtt::publishHubStates() {
+void Mqtt::PublishHubStates() {
     const QString t = config_.topic;
     connection_.Publish(Discovery::TransceiverTopic(t), device_.Lost() ? "OFF" : "ON", true);
     connection_.Publish(Discovery::ListeningTopic(t), listening && listening() ? "ON" : "OFF",

@@ -55,6 +55,9 @@ public:
     // the hub's last-heard sensor, and a learned key's trigger and event.
     void PublishFrame(const IrTiming& timing, const IrCode& code);
     void PublishKeyHeard(int slot, int button, const QString& remote, const QString& key);
+    // The hub's transceiver and listening states again, as when connecting
+    // (for whoever turns listening on or off while connected).
+    void PublishHubStates();
 
     MqttConnection& connection() { return connection_; }
 
@@ -71,7 +74,6 @@ private:
     void publishEvent(const QString& name, const QJsonObject& data, bool retain = false);
     // The hub's sensors: a state and its JSON attributes, retained.
     void publishSensor(const QString& topic, const QString& state, const QJsonObject& attributes);
-    void publishHubStates();
     QString pageUrl() const;
     // Builds the configs and publishes what changed; cleared ones get an empty payload.
     void syncDiscovery(bool all);
