@@ -54,7 +54,8 @@ PathState StateOf(const QByteArray& path) {
 
 Lircd::Lircd(const ProgramFolder& folder, SettingsStore& settings, Transceiver& device,
              QObject* parent)
-    : QObject(parent), folder_(folder), settings_(settings), device_(device) {}
+    : QObject(parent), atHome(IsPrivateAddress), folder_(folder), settings_(settings),
+      device_(device) {}
 
 Lircd::~Lircd() {
     Close();
@@ -97,7 +98,7 @@ void Lircd::Start() {
     connect(tcp_.get(), &QTcpServer::newConnection, this, [this] {
         while (QTcpSocket* s = tcp_->nextPendingConnection()) {
             // Like the web server's home network: never served from outside.
-            if (!IsPrivateAddress(s->peerAddress())) {
+            if (!atHome || !atHome(s->peerAddress())) {
                 qCInfo(lcLircd).noquote()
                     << "refused a client from outside:" << s->peerAddress().toString();
                 s->abort();
@@ -105,6 +106,7 @@ void Lircd::Start() {
                 continue;
             }
             connect(s, &QTcpSocket::disconnected, this, [this, s] { finish(s); });
+            s->setReadBufferSize(8 * LircdMaxLine);
             accepted(s);
         }
     });
@@ -140,6 +142,7 @@ bool Lircd::openSocket(const QString& path) {
     connect(local_.get(), &QLocalServer::newConnection, this, [this] {
         while (QLocalSocket* s = local_->nextPendingConnection()) {
             connect(s, &QLocalSocket::disconnected, this, [this, s] { finish(s); });
+            s->setReadBufferSize(8 * LircdMaxLine);
             accepted(s);
         }
     });

@@ -10,10 +10,12 @@
 #include <QString>
 #include <QTimer>
 
+#include <functional>
 #include <memory>
 #include <vector>
 
 class ProgramFolder;
+class QHostAddress;
 class QIODevice;
 class QLocalServer;
 class QTcpServer;
@@ -45,6 +47,9 @@ public:
     // A learned key heard, its repeats counted from 0.
     void KeyHeard(const IrCode& code, int repeat, const QString& remote, const QString& key);
 
+    // Which TCP clients are at home, as for the web server; the others are
+    // turned away. Tests fake an outside client with it.
+    std::function<bool(const QHostAddress&)> atHome;
     // How long a held key (SEND_START) repeats at most without SEND_STOP.
     int holdLimitMs = 10000;
     // What a client may leave unread before it is dropped.

@@ -16,6 +16,7 @@
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTcpServer>
+#include <QTcpSocket>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -180,15 +181,28 @@ TEST(Lircd, SocketFileReplacedWhenStaleAndRemovedAtClose) {
         logged.join(u'\n').contains(u"cannot make the lircd socket "_s + t.path(u"missing/lircd")));
 }
 
-// A client writing an endless line, and one that never reads, are dropped;
-// the others are answered and get every line heard.
+// A client from outside the home network is turned away on the TCP port; a
+// client writing an endless line, and one that never reads, are dropped; the
+// others are answered and get every line heard.
 TEST(Lircd, BadClientsDoNotHoldUpTheOthers) {
     TempFolder t;
     ScriptedPrompt prompt;
     Transceiver device{t.folder, t.settings, prompt};
+    QTcpServer probe; // a free port
+    probe.listen(QHostAddress::LocalHost);
+    t.settings.Write(Key::LircdPort, QString::number(probe.serverPort()));
+    probe.close();
     t.settings.Write(Key::LircdSocket, u"lircd"_s);
     Lircd lircd(t.folder, t.settings, device);
+    lircd.atHome = [](const QHostAddress&) { return false; };
     lircd.Start();
+    QTcpSocket outside;
+    outside.connectToHost(QHostAddress::LocalHost, lircd.port());
+    ASSERT_TRUE(outside.waitForConnected(2000));
+    outside.write("VERSION\n");
+    ASSERT_TRUE(WaitUntil([&] { return outside.state() == QTcpSocket::UnconnectedState; }));
+    EXPECT_EQ(outside.readAll(), "");
+
     QLocalSocket good, endless;
     good.connectToServer(lircd.socketPath());
     endless.connectToServer(lircd.socketPath());
