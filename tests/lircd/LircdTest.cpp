@@ -104,7 +104,6 @@ TEST(LircdCommand, AnswersAsLircd) {
         {"LIST TV Mute", Err("LIST TV Mute", "unknown command: \"Mute\"")},
         {"LIST TV Power 1", Err("LIST TV Power 1", "bad send packet (trailing ws)")},
         {"SEND_ONCE", Err("SEND_ONCE", "remote missing")},
-        {"SEND_ONCE TV", Err("SEND_ONCE TV", "code missing")},
         {"SEND_ONCE Radio", Err("SEND_ONCE Radio", "unknown remote: \"Radio\"")},
         {"SEND_ONCE TV Power x", Err("SEND_ONCE TV Power x", "bad send packet (reps/eol)")},
         {"SEND_ONCE TV Power -1", Err("SEND_ONCE TV Power -1", "bad send packet (reps/eol)")},
@@ -127,10 +126,8 @@ TEST(LircdCommand, AnswersAsLircd) {
     } sends[] = {
         {"SEND_ONCE TV Power", LircdRequest::Kind::SendOnce, "Power", 1},
         {"send_once\tTV\tVol_Up 3\r", LircdRequest::Kind::SendOnce, "Vol Up", 3},
-        {"SEND_ONCE TV Power 0", LircdRequest::Kind::SendOnce, "Power", 1},
         {"SEND_START TV Power", LircdRequest::Kind::SendStart, "Power", 1},
         {"SEND_STOP", LircdRequest::Kind::SendStop, "", 1},
-        {"SEND_STOP TV Power", LircdRequest::Kind::SendStop, "Power", 1},
     };
     for (const auto& c : sends) {
         const LircdRequest r = ParseLircdCommand(c.line, catalog);
@@ -277,8 +274,6 @@ TEST(Lircd, DebianClientsDriveTheProgram) {
     Ran r = Client(irsend, d + QStringList{u"LIST"_s, {}, {}});
     EXPECT_EQ(r.code, 0);
     EXPECT_TRUE(r.out.contains(u"TV"_s)) << r.out.toStdString();
-    r = Client(irsend, d + QStringList{u"LIST"_s, u"TV"_s, {}});
-    EXPECT_TRUE(r.out.contains(u"0000000000004001 Vol_Up"_s)) << r.out.toStdString();
 
     r = Client(irsend, d + QStringList{u"SEND_ONCE"_s, u"TV"_s, u"Power"_s});
     EXPECT_EQ(r.code, 0) << r.out.toStdString();
