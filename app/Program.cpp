@@ -54,7 +54,7 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
       certificates(folder_, settings_, clock_),
       api({folder_, settings_, clock_, device, scheduler, webServer,
            [this] { return addressWatch.GlobalAddr(); }}),
-      mqtt(folder_, settings_, device) {
+      mqtt(folder_, settings_, device), lircd(folder_, settings_, device) {
     addressMail.setPrompt(&prompt);
     addressMail.setClock(&clock);
     scheduler.hibernate = [this] { power.HibernateNow(); };
@@ -74,6 +74,7 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
     mqtt.webPort = [this] { return webServer.WebPort(); };
     connect(&listener, &IrListener::frameHeard, &mqtt, &Mqtt::PublishFrame);
     connect(&listener, &IrListener::keyHeard, &mqtt, &Mqtt::PublishKeyHeard);
+    connect(&listener, &IrListener::keyFrame, &lircd, &Lircd::KeyHeard);
     api.mqttStatus = [this] {
         return QJsonObject{{u"server"_s, mqtt.server()},
                            {u"connected"_s, mqtt.isConnected()},
@@ -188,7 +189,8 @@ void Program::Start() {
 
     internet.Start();
     mqtt.Start();
-    listener.SetListening(settings.IsOn(Key::MqttListen));
+    lircd.Start();
+    listener.SetListening(settings.IsOn(Key::MqttListen) || lircd.wanted());
     qCInfo(lcApp).noquote() << "started on" << folder.root();
 }
 
@@ -199,6 +201,7 @@ void Program::Close() {
     qCInfo(lcApp) << "closing";
     // Offline told before anything else goes.
     mqtt.Close();
+    lircd.Close();
     listener.SetListening(false);
     emit events.releaseDevice();
     power.Close();
@@ -252,7 +255,7 @@ void Program::OpenDesktop() {
     services.certificate = [this] { return certificates.Info(); };
     services.mqttChanged = [this] {
         mqtt.Reconfigure();
-        listener.SetListening(settings.IsOn(Key::MqttListen));
+        listener.SetListening(settings.IsOn(Key::MqttListen) || lircd.wanted());
     };
     services.devices = [] {
         QList<QPair<QString, QString>> found;

@@ -4,6 +4,7 @@
 #include "camera/Camera.h"
 #include "core/ProgramEvents.h"
 #include "infrared/Transceiver.h"
+#include "lircd/Lircd.h"
 #include "mqtt/Mqtt.h"
 #include "power/Power.h"
 #include "reachability/AddressMail.h"
@@ -85,7 +86,7 @@ public:
 
     // The transceiver: opened by the first send or capture, not at start.
     Transceiver device;
-    // Hears the hand-held remotes between sends while [MQTT] Listen is on.
+    // Hears the hand-held remotes between sends while [MQTT] Listen or lircd is on.
     IrListener listener;
     // The pages, classic and phone, with what they reach.
     Dispatcher dispatcher;
@@ -100,6 +101,8 @@ public:
     JsonApi api;
     // Home automation over MQTT, when a broker is set.
     Mqtt mqtt;
+    // lircd's socket for LIRC's clients, when [Lircd] names a path or port.
+    Lircd lircd;
 
     // The desktop: the windows and their launchers, none when headless.
     std::unique_ptr<RemoteLauncher> remoteLauncher;

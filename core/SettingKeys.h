@@ -81,6 +81,10 @@ inline const SettingKey MqttDiscoveryPrefix{QStringLiteral("MQTT"),
                                             QStringLiteral("DiscoveryPrefix")};
 inline const SettingKey MqttListen{QStringLiteral("MQTT"), QStringLiteral("Listen")};
 
+// The lircd-compatible socket: a path and a TCP port, each off when empty.
+inline const SettingKey LircdSocket{QStringLiteral("Lircd"), QStringLiteral("Socket")};
+inline const SettingKey LircdPort{QStringLiteral("Lircd"), QStringLiteral("Port")};
+
 inline const SettingKey WithWindows{QStringLiteral("Startup"), QStringLiteral("WithWindows")};
 inline const SettingKey DateFormat{QStringLiteral("DataFormat"), QStringLiteral("Time")};
 inline const SettingKey Hide{QStringLiteral("Pos"), QStringLiteral("Hide")};

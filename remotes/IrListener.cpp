@@ -34,6 +34,15 @@ QByteArray stampOf(const QString& path) {
            QByteArray::number(info.size());
 }
 
+// Frames in a message: a space of 20 ms or more ends one (as FoldRepeats takes it).
+int framesIn(const std::vector<uint32_t>& d) {
+    int frames = d.empty() ? 0 : 1;
+    for (size_t i = 1; i + 1 < d.size(); i += 2)
+        if (d[i] >= 20000)
+            ++frames;
+    return frames;
+}
+
 bool sameCode(const IrCode& a, const IrCode& b) {
     return a.protocol == b.protocol && a.scancode == b.scancode && a.toggle == b.toggle &&
            a.frames == b.frames;
@@ -234,6 +243,11 @@ void IrListener::Hear(const IrTiming& heard, qint64 startedMs) {
                                 : (folded.frame().size() <= RepeatCodeDurations ||
                                    SameTimings(lastFrame_, heard.durations)))) {
         lastMs_ = now; // still held
+        for (int f = framesIn(heard.durations); f > 0; --f) {
+            ++repeats_;
+            for (const Learned& k : lastKeys_)
+                emit keyFrame(lastCode_, repeats_, k.remote, k.key);
+        }
         return;
     }
     if (folded.carrierHz == 0) // receivers that do not measure it: the protocol's
@@ -242,15 +256,25 @@ void IrListener::Hear(const IrTiming& heard, qint64 startedMs) {
     lastCode_ = code;
     lastFrame_ = folded.frame();
     lastMs_ = now;
+    lastKeys_.clear();
+    repeats_ = 0;
     emit frameHeard(folded, code);
     for (const Learned& k : learned()) {
         const bool match =
             k.code.decoded() ? code.decoded() && k.code.protocol == code.protocol &&
                                    k.code.scancode == code.scancode && k.code.frames == code.frames
                              : !code.decoded() && SameTimings(k.frame, heard.durations);
-        if (match)
+        if (match) {
+            lastKeys_.push_back(k);
             emit keyHeard(k.slot, k.button, k.remote, k.key);
+        }
     }
+    // A message may hold the key's repeats already.
+    const int frames = framesIn(heard.durations);
+    for (const Learned& k : lastKeys_)
+        for (int f = 0; f < frames; ++f)
+            emit keyFrame(code, f, k.remote, k.key);
+    repeats_ = std::max(frames - 1, 0);
 }
 
 // Read again whenever setting.ini or the signal folder has changed since.

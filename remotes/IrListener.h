@@ -59,6 +59,9 @@ signals:
     void frameHeard(const IrTiming& timing, const IrCode& code);
     // A frame that matches a learned key: its remote slot and button, and their names.
     void keyHeard(int slot, int button, const QString& remote, const QString& key);
+    // Every frame of a learned key, a held key's repeats counted: 0 for the
+    // frame that keyHeard tells of, then 1, 2, ... while it is held.
+    void keyFrame(const IrCode& code, int repeat, const QString& remote, const QString& key);
 
 private:
     struct Learned {
@@ -101,6 +104,8 @@ private:
     IrCode lastCode_;
     std::vector<uint32_t> lastFrame_;
     qint64 lastMs_ = 0;
+    std::vector<Learned> lastKeys_; // the learned keys the last frame matched
+    int repeats_ = 0;               // frames of the held key after its first
 
     std::vector<Learned> learned_;
     QByteArray learnedStamp_;

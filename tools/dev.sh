@@ -32,7 +32,7 @@ TEST_PACKAGES=(
     python3-aiosmtpd dovecot-pop3d
     miniupnpd miniupnpd-nftables nftables iproute2
     python3-dbusmock dbus
-    lirc-compat-remotes
+    lirc lirc-compat-remotes
     mosquitto mosquitto-clients
     pebble openssl curl wrk nginx
 )

@@ -198,6 +198,12 @@ TEST(Lirc, ListensBetweenSendsAndNamesTheLearnedKey) {
         [&](int slot, int button, const QString& remote, const QString& key) {
             keys.push_back({QString::number(slot), QString::number(button), remote, key});
         });
+    std::vector<int> repeats;
+    QObject::connect(&listener, &IrListener::keyFrame,
+                     [&](const IrCode& c, int repeat, const QString&, const QString& key) {
+                         if (key == u"Power" && c.scancode == 0x4012)
+                             repeats.push_back(repeat);
+                     });
     listener.SetListening(true);
     ASSERT_TRUE(listener.canListen());
     ASSERT_TRUE(listener.listening());
@@ -216,6 +222,11 @@ TEST(Lirc, ListensBetweenSendsAndNamesTheLearnedKey) {
     EXPECT_EQ(frames[0].scancode, 0x4012u);
     ASSERT_EQ(keys.size(), 1);
     EXPECT_EQ(keys[0], (QStringList{u"1"_s, u"0"_s, u"TV"_s, u"Power"_s}));
+    // Every frame of it, counted on across the messages (for lircd's clients):
+    // the recording's three, two repeat codes, the recording's three again.
+    EXPECT_EQ(repeats.size(), 8u);
+    for (size_t i = 0; i < repeats.size(); ++i)
+        EXPECT_EQ(repeats[i], int(i));
 
     // The raw key, its timings a little off.
     std::vector<uint32_t> raw;

@@ -1,0 +1,369 @@
+#include "lircd/Lircd.h"
+
+#include "core/NetAddress.h"
+#include "core/ProgramFolder.h"
+#include "core/SettingKeys.h"
+#include "core/Settings.h"
+#include "infrared/SignalStore.h"
+#include "infrared/Transceiver.h"
+#include "remotes/Registry.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QLocalServer>
+#include <QLocalSocket>
+#include <QLoggingCategory>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+#include <cerrno>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+Q_LOGGING_CATEGORY(lcLircd, "kestrava.lircd")
+
+// What is at a socket path: nothing, a socket nobody serves (left by a
+// program that ended without removing it), a live one, or something else.
+enum class PathState { Free, Stale, Live, NotSocket };
+PathState StateOf(const QByteArray& path) {
+    struct stat st {};
+    if (::lstat(path.constData(), &st) != 0)
+        return PathState::Free;
+    if (!S_ISSOCK(st.st_mode))
+        return PathState::NotSocket;
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    if (size_t(path.size()) >= sizeof addr.sun_path)
+        return PathState::NotSocket;
+    std::memcpy(addr.sun_path, path.constData(), size_t(path.size()));
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return PathState::Live;
+    const int rc = ::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+    const int error = errno;
+    ::close(fd);
+    return rc == 0 || error != ECONNREFUSED ? PathState::Live : PathState::Stale;
+}
+} // namespace
+
+Lircd::Lircd(const ProgramFolder& folder, SettingsStore& settings, Transceiver& device,
+             QObject* parent)
+    : QObject(parent), atHome(IsPrivateAddress), folder_(folder), settings_(settings),
+      device_(device) {}
+
+Lircd::~Lircd() {
+    Close();
+}
+
+bool Lircd::wanted() const {
+    return !settings_.Read(Key::LircdSocket).trimmed().isEmpty() ||
+           !settings_.Read(Key::LircdPort).trimmed().isEmpty();
+}
+
+QString Lircd::socketPath() const {
+    return local_ ? socketPath_ : QString();
+}
+
+quint16 Lircd::port() const {
+    return tcp_ ? tcp_->serverPort() : 0;
+}
+
+void Lircd::Start() {
+    Close();
+    const QString socket = settings_.Read(Key::LircdSocket).trimmed();
+    if (!socket.isEmpty())
+        openSocket(QDir(folder_.root()).absoluteFilePath(socket));
+    const QString portText = settings_.Read(Key::LircdPort).trimmed();
+    if (portText.isEmpty())
+        return;
+    bool ok = false;
+    const uint port = portText.toUInt(&ok);
+    if (!ok || port == 0 || port > 65535) {
+        qCWarning(lcLircd).noquote() << "[Lircd] Port is not a port number:" << portText;
+        return;
+    }
+    tcp_ = std::make_unique<QTcpServer>();
+    if (!tcp_->listen(QHostAddress::Any, quint16(port))) {
+        qCWarning(lcLircd).noquote()
+            << "cannot listen on TCP port" << port << "-" << tcp_->errorString();
+        tcp_.reset();
+        return;
+    }
+    connect(tcp_.get(), &QTcpServer::newConnection, this, [this] {
+        while (QTcpSocket* s = tcp_->nextPendingConnection()) {
+            // Like the web server's home network: never served from outside.
+            if (!atHome || !atHome(s->peerAddress())) {
+                qCInfo(lcLircd).noquote()
+                    << "refused a client from outside:" << s->peerAddress().toString();
+                s->abort();
+                s->deleteLater();
+                continue;
+            }
+            connect(s, &QTcpSocket::disconnected, this, [this, s] { finish(s); });
+            s->setReadBufferSize(8 * LircdMaxLine);
+            accepted(s);
+        }
+    });
+    qCInfo(lcLircd) << "lircd clients of the home network are served on TCP port" << port;
+}
+
+bool Lircd::openSocket(const QString& path) {
+    const QByteArray native = QFile::encodeName(path);
+    switch (StateOf(native)) {
+    case PathState::Live:
+        qCWarning(lcLircd).noquote() << "another program serves" << path << "- lircd socket off";
+        return false;
+    case PathState::NotSocket:
+        qCWarning(lcLircd).noquote()
+            << path << "is not a socket (or too long a path); left alone, lircd socket off";
+        return false;
+    case PathState::Stale:
+        ::unlink(native.constData());
+        break;
+    case PathState::Free:
+        break;
+    }
+    local_ = std::make_unique<QLocalServer>();
+    // Any local user's client may connect, as to lircd's own socket.
+    local_->setSocketOptions(QLocalServer::WorldAccessOption);
+    if (!local_->listen(path)) {
+        qCWarning(lcLircd).noquote()
+            << "cannot make the lircd socket" << path << "-" << local_->errorString();
+        local_.reset();
+        return false;
+    }
+    socketPath_ = path;
+    connect(local_.get(), &QLocalServer::newConnection, this, [this] {
+        while (QLocalSocket* s = local_->nextPendingConnection()) {
+            connect(s, &QLocalSocket::disconnected, this, [this, s] { finish(s); });
+            s->setReadBufferSize(8 * LircdMaxLine);
+            accepted(s);
+        }
+    });
+    qCInfo(lcLircd).noquote() << "lircd socket at" << path;
+    return true;
+}
+
+void Lircd::Close() {
+    while (!clients_.empty())
+        finish(clients_.back().io);
+    if (local_) {
+        local_->close(); // removes the file
+        local_.reset();
+    }
+    tcp_.reset();
+    if (held_)
+        held_->stopped = true;
+}
+
+void Lircd::accepted(QIODevice* io) {
+    clients_.push_back({io, {}, false});
+    connect(io, &QIODevice::readyRead, this, [this, io] { readable(io); });
+}
+
+Lircd::Client* Lircd::clientOf(QIODevice* io) {
+    for (Client& c : clients_)
+        if (c.io == io)
+            return &c;
+    return nullptr;
+}
+
+void Lircd::finish(QIODevice* io) {
+    const auto it = std::find_if(clients_.begin(), clients_.end(),
+                                 [io](const Client& c) { return c.io == io; });
+    if (it == clients_.end())
+        return;
+    clients_.erase(it);
+    disconnect(io, nullptr, this, nullptr);
+    if (auto* s = qobject_cast<QLocalSocket*>(io))
+        s->abort();
+    else if (auto* t = qobject_cast<QTcpSocket*>(io))
+        t->abort();
+    io->deleteLater();
+}
+
+void Lircd::readable(QIODevice* io) {
+    for (;;) {
+        Client* c = clientOf(io);
+        if (!c)
+            return;
+        if (c->in.size() < 8 * LircdMaxLine)
+            c->in += io->read(8 * LircdMaxLine - c->in.size());
+        if (c->waiting)
+            return; // read on when its send is over
+        const qsizetype end = c->in.indexOf('\n');
+        if (end < 0 ? c->in.size() > LircdMaxLine : end > LircdMaxLine) {
+            qCInfo(lcLircd) << "dropped a client that wrote a line too long";
+            return finish(io);
+        }
+        if (end < 0) {
+            if (io->bytesAvailable() == 0)
+                return;
+            continue;
+        }
+        const QByteArray line = c->in.left(end);
+        c->in.remove(0, end + 1);
+        handle(*c, line);
+    }
+}
+
+void Lircd::answer(QIODevice* io, const QByteArray& reply) {
+    if (!io || !clientOf(io))
+        return;
+    // A client that does not read is not waited for.
+    if (io->bytesToWrite() + reply.size() > MaxUnread) {
+        qCInfo(lcLircd) << "dropped a client that does not read";
+        return finish(io);
+    }
+    io->write(reply);
+}
+
+void Lircd::handle(Client& client, const QByteArray& line) {
+    QIODevice* io = client.io;
+    const LircdRequest r = ParseLircdCommand(line, catalog());
+    switch (r.kind) {
+    case LircdRequest::Kind::Reply:
+        return answer(io, r.reply);
+    case LircdRequest::Kind::SendOnce:
+        if (held_)
+            return answer(io, LircdError(line, "busy: repeating"));
+        client.waiting = true;
+        return sendTimes(io, line, r.remote->name, r.key->name, r.times);
+    case LircdRequest::Kind::SendStart:
+        if (held_)
+            return answer(io, LircdError(line, "already repeating"));
+        held_ = std::make_unique<Held>(Held{SignalFilePath(folder_, r.remote->name, r.key->name),
+                                            r.remote->name,
+                                            r.key->name,
+                                            io,
+                                            line,
+                                            false,
+                                            false,
+                                            {}});
+        held_->since.start();
+        client.waiting = true;
+        return holdNext();
+    case LircdRequest::Kind::SendStop:
+        if (!held_ || held_->stopped)
+            return answer(io, LircdError(line, "not repeating"));
+        if (r.remote && r.remote->name != held_->remote)
+            return answer(io, LircdError(line, "specified remote does not match"));
+        if (r.key && r.key->name != held_->key)
+            return answer(io, LircdError(line, "specified code does not match"));
+        held_->stopped = true;
+        if (IsTestMode(settings_)) // no send under way to end it
+            held_.reset();
+        return answer(io, LircdSuccess(line));
+    }
+}
+
+// The client's next command waits until this one is answered, as with lircd.
+void Lircd::sendTimes(QPointer<QIODevice> io, QByteArray line, QString remote, QString key,
+                      int left) {
+    const auto done = [this, io, line](const QByteArray& reply) {
+        answer(io, reply);
+        if (Client* c = io ? clientOf(io) : nullptr) {
+            c->waiting = false;
+            QMetaObject::invokeMethod(
+                this, [this, io] { io ? readable(io) : void(); }, Qt::QueuedConnection);
+        }
+    };
+    // As on the pages: test mode sends nothing.
+    if (IsTestMode(settings_))
+        return done(LircdSuccess(line));
+    const QString path = SignalFilePath(folder_, remote, key);
+    QPointer<Lircd> self(this);
+    device_.Enqueue(path,
+                    [self, done, io, line, remote, key, left](SendResult result) {
+                        if (!self)
+                            return;
+                        if (result != SendResult::Sent)
+                            return done(LircdError(line, "transmission failed"));
+                        if (left > 1)
+                            return self->sendTimes(io, line, remote, key, left - 1);
+                        done(LircdSuccess(line));
+                    },
+                    {u"lircd"_s, remote, key});
+}
+
+// A held key goes out again as soon as its last send is over, until SEND_STOP
+// or the hold limit.
+void Lircd::holdNext() {
+    Held& h = *held_;
+    const auto answerStarter = [this](const QByteArray& reply) {
+        held_->answered = true;
+        QPointer<QIODevice> io = held_->starter;
+        answer(io, reply);
+        if (Client* c = io ? clientOf(io) : nullptr) {
+            c->waiting = false;
+            QMetaObject::invokeMethod(
+                this, [this, io] { io ? readable(io) : void(); }, Qt::QueuedConnection);
+        }
+    };
+    if (IsTestMode(settings_)) {
+        answerStarter(LircdSuccess(h.line));
+        QTimer::singleShot(holdLimitMs, this, [this, mine = held_.get()] {
+            if (held_.get() == mine)
+                held_.reset();
+        });
+        return;
+    }
+    QPointer<Lircd> self(this);
+    device_.Enqueue(h.path,
+                    [self, answerStarter](SendResult result) {
+                        if (!self || !self->held_)
+                            return;
+                        Held& h = *self->held_;
+                        if (!h.answered)
+                            answerStarter(result == SendResult::Sent
+                                              ? LircdSuccess(h.line)
+                                              : LircdError(h.line, "transmission failed"));
+                        if (result != SendResult::Sent || h.stopped ||
+                            h.since.elapsed() >= self->holdLimitMs)
+                            return self->held_.reset();
+                        self->holdNext();
+                    },
+                    {u"lircd"_s, h.remote, h.key});
+}
+
+void Lircd::KeyHeard(const IrCode& code, int repeat, const QString& remote, const QString& key) {
+    if (clients_.empty())
+        return;
+    const QByteArray line = LircdKeyLine(code.decoded() ? code.scancode : 0, repeat, key, remote);
+    std::vector<QIODevice*> all;
+    for (const Client& c : clients_)
+        all.push_back(c.io);
+    for (QIODevice* io : all)
+        answer(io, line);
+}
+
+// Read again whenever setting.ini or the signal folder has changed since.
+const LircdCatalog& Lircd::catalog() {
+    const QByteArray stamp = RegistryStamp(settings_, folder_);
+    if (stamp == catalogStamp_)
+        return catalog_;
+    catalogStamp_ = stamp;
+    catalog_.clear();
+    SettingsStore::Batch batch(settings_);
+    for (int slot = 1; slot <= MaxListedRemoteId; ++slot) {
+        const QString name = settings_.Read(Key::RemoteName(slot));
+        if (name.isEmpty())
+            continue;
+        LircdRemote remote{name, {}};
+        for (const QString& key : ReadRemoteButtons(settings_, slot)) {
+            const QString path = SignalFilePath(folder_, name, key);
+            if (key.isEmpty() || !QFileInfo::exists(path))
+                continue;
+            const IrCode code = codes_.codeOf(path);
+            remote.keys.push_back({key, code.decoded() ? code.scancode : 0});
+        }
+        catalog_.push_back(std::move(remote));
+    }
+    return catalog_;
+}

@@ -1,0 +1,335 @@
+#include "lircd/Lircd.h"
+#include "core/ProgramFolder.h"
+#include "core/Settings.h"
+#include "infrared/SignalStore.h"
+#include "infrared/SimDriver.h"
+#include "infrared/Transceiver.h"
+#include "lircd/LircdCommand.h"
+#include "support/ProgramProcess.h"
+#include "support/ScriptedPrompt.h"
+#include "support/TempFolder.h"
+#include "support/WaitUntil.h"
+
+#include <QDir>
+#include <QFile>
+#include <QLocalSocket>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QByteArray Ok(const char* line, const QList<QByteArray>& data = {}) {
+    return LircdSuccess(line, data);
+}
+QByteArray Err(const char* line, const char* why) {
+    return LircdError(line, why);
+}
+
+// A socket file left behind by a server that ended without removing it.
+void LeaveStaleSocket(const QString& path) {
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    const QByteArray p = QFile::encodeName(path);
+    std::memcpy(addr.sun_path, p.constData(), size_t(p.size()));
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+    ::listen(fd, 1);
+    ::close(fd);
+}
+
+struct Ran {
+    int code = -1;
+    QString out;
+};
+Ran Client(const QString& program, const QStringList& args, const QProcessEnvironment& env = {}) {
+    QProcess p;
+    if (!env.isEmpty())
+        p.setProcessEnvironment(env);
+    p.setProcessChannelMode(QProcess::MergedChannels);
+    p.start(program, args);
+    p.waitForFinished(10000);
+    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
+            QString::fromUtf8(p.readAll())};
+}
+
+QStringList SimLog(const QString& dir) {
+    QFile f(dir + u"/sim-transmit.log"_s);
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromLatin1(f.readAll()).split(u'\n', Qt::SkipEmptyParts);
+}
+
+void Hear(const QString& dir, const QByteArray& lines) {
+    QFile f(dir + u"/sim-receive.tmp"_s);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly) && f.write(lines) == lines.size());
+    f.close();
+    ASSERT_TRUE(f.rename(dir + u"/sim-receive"_s));
+}
+
+} // namespace
+
+// Each answer byte for byte as lircd gives it, names ours in UTF-8.
+TEST(LircdCommand, AnswersAsLircd) {
+    const LircdCatalog catalog{{u"TV"_s, {{u"Power"_s, 0x4000}, {u"Vol Up"_s, 0x4001}}},
+                               {u"居間のエアコン"_s, {{u"冷房～"_s, 0}}},
+                               {u"Empty"_s, {}}};
+    const struct {
+        const char* line;
+        QByteArray reply;
+    } replies[] = {
+        {"", Err("", "bad send packet")},
+        {" \t", Err(" \t", "bad send packet")},
+        {"FOO bar", Err("FOO bar", "unknown directive: \"FOO\"")},
+        {"SIMULATE 0000000000000001 00 Power TV",
+         Err("SIMULATE 0000000000000001 00 Power TV", "SIMULATE command is disabled")},
+        {"LIST  ", Ok("LIST  ", {"TV", "居間のエアコン", "Empty"})},
+        {"list TV", Ok("list TV", {"0000000000004000 Power", "0000000000004001 Vol_Up"})},
+        {"LIST tv vol_up", Ok("LIST tv vol_up", {"0000000000004001 Vol_Up"})},
+        // U+301C is what CP932 keeps as U+FF5E.
+        {"LIST 居間のエアコン 冷房〜",
+         Ok("LIST 居間のエアコン 冷房〜", {"0000000000000000 冷房～"})},
+        {"LIST Empty", Ok("LIST Empty")},
+        {"LIST Radio", Err("LIST Radio", "unknown remote: \"Radio\"")},
+        {"LIST TV Mute", Err("LIST TV Mute", "unknown command: \"Mute\"")},
+        {"LIST TV Power 1", Err("LIST TV Power 1", "bad send packet (trailing ws)")},
+        {"SEND_ONCE", Err("SEND_ONCE", "remote missing")},
+        {"SEND_ONCE Radio", Err("SEND_ONCE Radio", "unknown remote: \"Radio\"")},
+        {"SEND_ONCE TV Power x", Err("SEND_ONCE TV Power x", "bad send packet (reps/eol)")},
+        {"SEND_ONCE TV Power -1", Err("SEND_ONCE TV Power -1", "bad send packet (reps/eol)")},
+        {"SEND_ONCE TV Power 601",
+         Err("SEND_ONCE TV Power 601", "too many repeats: \"601\" > \"600\"")},
+        {"SEND_ONCE TV Power 2 2", Err("SEND_ONCE TV Power 2 2", "bad send packet (trailing ws)")},
+        {"SEND_START TV", Err("SEND_START TV", "code missing")},
+        {"VERSION\r", Ok("VERSION\r", {KESTRAVA_VERSION})},
+    };
+    for (const auto& c : replies) {
+        const LircdRequest r = ParseLircdCommand(c.line, catalog);
+        EXPECT_EQ(r.kind, LircdRequest::Kind::Reply) << c.line;
+        EXPECT_EQ(r.reply, c.reply) << c.line;
+    }
+    const struct {
+        const char* line;
+        LircdRequest::Kind kind;
+        const char* key; // "" for none
+        int times;
+    } sends[] = {
+        {"SEND_ONCE TV Power", LircdRequest::Kind::SendOnce, "Power", 1},
+        {"send_once\tTV\tVol_Up 3\r", LircdRequest::Kind::SendOnce, "Vol Up", 3},
+        {"SEND_START TV Power", LircdRequest::Kind::SendStart, "Power", 1},
+        {"SEND_STOP", LircdRequest::Kind::SendStop, "", 1},
+    };
+    for (const auto& c : sends) {
+        const LircdRequest r = ParseLircdCommand(c.line, catalog);
+        EXPECT_EQ(r.kind, c.kind) << c.line;
+        EXPECT_EQ(r.key ? r.key->name : QString(), QString::fromUtf8(c.key)) << c.line;
+        EXPECT_EQ(r.times, c.times) << c.line;
+    }
+    EXPECT_EQ(LircdKeyLine(0x4001, 0x1a, u"Vol Up", u"居間のTV"),
+              "0000000000004001 1a Vol_Up 居間のTV\n");
+}
+
+// The socket file: a stale one replaced and removed at close; a file that is
+// not a socket, or a folder that is not there, left alone and said so.
+TEST(Lircd, SocketFileReplacedWhenStaleAndRemovedAtClose) {
+    TempFolder t;
+    ScriptedPrompt prompt;
+    Transceiver device{t.folder, t.settings, prompt};
+    static QStringList logged;
+    logged.clear();
+    const QtMessageHandler before = qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext&, const QString& text) { logged << text; });
+    const QString path = t.path(u"lircd");
+    LeaveStaleSocket(path);
+    t.settings.Write(Key::LircdSocket, u"lircd"_s);
+    {
+        Lircd lircd(t.folder, t.settings, device);
+        lircd.Start();
+        EXPECT_EQ(lircd.socketPath(), path);
+        QLocalSocket client;
+        client.connectToServer(path);
+        ASSERT_TRUE(client.waitForConnected(2000));
+        lircd.Close();
+        EXPECT_FALSE(QFile::exists(path));
+    }
+    t.writeFile(u"plain", "a file");
+    t.settings.Write(Key::LircdSocket, u"plain"_s);
+    Lircd second(t.folder, t.settings, device);
+    second.Start();
+    EXPECT_TRUE(second.socketPath().isEmpty());
+    EXPECT_EQ(t.readFile(u"plain"), "a file");
+    t.settings.Write(Key::LircdSocket, u"missing/lircd"_s);
+    second.Start();
+    EXPECT_TRUE(second.socketPath().isEmpty());
+    qInstallMessageHandler(before);
+    EXPECT_TRUE(logged.join(u'\n').contains(u"plain is not a socket"_s))
+        << logged.join(u'\n').toStdString();
+    EXPECT_TRUE(
+        logged.join(u'\n').contains(u"cannot make the lircd socket "_s + t.path(u"missing/lircd")));
+}
+
+// A client from outside the home network is turned away on the TCP port; a
+// client writing an endless line, and one that never reads, are dropped; the
+// others are answered and get every line heard.
+TEST(Lircd, BadClientsDoNotHoldUpTheOthers) {
+    TempFolder t;
+    ScriptedPrompt prompt;
+    Transceiver device{t.folder, t.settings, prompt};
+    QTcpServer probe; // a free port
+    probe.listen(QHostAddress::LocalHost);
+    t.settings.Write(Key::LircdPort, QString::number(probe.serverPort()));
+    probe.close();
+    t.settings.Write(Key::LircdSocket, u"lircd"_s);
+    Lircd lircd(t.folder, t.settings, device);
+    lircd.atHome = [](const QHostAddress&) { return false; };
+    lircd.Start();
+    QTcpSocket outside;
+    outside.connectToHost(QHostAddress::LocalHost, lircd.port());
+    ASSERT_TRUE(outside.waitForConnected(2000));
+    outside.write("VERSION\n");
+    ASSERT_TRUE(WaitUntil([&] { return outside.state() == QTcpSocket::UnconnectedState; }));
+    EXPECT_EQ(outside.readAll(), "");
+
+    QLocalSocket good, endless;
+    good.connectToServer(lircd.socketPath());
+    endless.connectToServer(lircd.socketPath());
+    ASSERT_TRUE(good.waitForConnected(2000) && endless.waitForConnected(2000));
+    // A raw socket never read from: the kernel's buffer fills, then ours.
+    const int mute = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    const QByteArray p = QFile::encodeName(lircd.socketPath());
+    std::memcpy(addr.sun_path, p.constData(), size_t(p.size()));
+    ASSERT_EQ(::connect(mute, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+    ASSERT_TRUE(WaitUntil([&] { return lircd.clients() == 3; }));
+
+    endless.write(QByteArray(LircdMaxLine + 1, 'x'));
+    ASSERT_TRUE(WaitUntil([&] { return endless.state() == QLocalSocket::UnconnectedState; }));
+    const int lines = 20000; // about 800 kB
+    QByteArray got;
+    for (int i = 0; i < lines; ++i) {
+        lircd.KeyHeard(IrCode{IrProtocol::Nec, 0x4001, false, {}, false}, i & 0xff, u"TV"_s,
+                       u"Vol"_s);
+        if (i % 500 == 0)
+            got += (WaitMs(1), good.readAll());
+    }
+    ASSERT_TRUE(WaitUntil([&] {
+        got += good.readAll();
+        return got.count('\n') >= lines;
+    })) << got.count('\n');
+    EXPECT_EQ(got.count('\n'), lines);
+    EXPECT_EQ(lircd.clients(), 1) << "the client that does not read is still there";
+    good.write("VERSION\n");
+    ASSERT_TRUE(WaitUntil([&] { return good.bytesAvailable() > 0; }));
+    EXPECT_EQ(good.readAll(), LircdSuccess("VERSION", {KESTRAVA_VERSION}));
+    ::close(mute);
+}
+
+// LIRC's own clients from Debian against the program: irsend lists, sends
+// once and holds a key (through the socket and through the TCP port); irw
+// reads the keys heard, repeats counted; irexec runs its lircrc's command.
+TEST(Lircd, DebianClientsDriveTheProgram) {
+    const QString irsend = QStandardPaths::findExecutable(u"irsend"_s);
+    const QString irw = QStandardPaths::findExecutable(u"irw"_s);
+    const QString irexec = QStandardPaths::findExecutable(u"irexec"_s);
+    if (irsend.isEmpty() || irw.isEmpty() || irexec.isEmpty())
+        GTEST_SKIP() << "no lirc here";
+    QTemporaryDir tmp;
+    const QString dir = tmp.path();
+    QDir().mkpath(dir + u"/IRSignals"_s);
+    QString port;
+    {
+        SettingsStore s(dir + u"/setting.ini"_s);
+        s.WriteIni(u"Tira", u"Device", u"sim");
+        s.WriteIni(u"WebServer", u"Port", u"0");
+        s.Write(Key::LircdSocket, u"lircd"_s);
+        QTcpServer probe; // a free port
+        probe.listen(QHostAddress::LocalHost);
+        port = QString::number(probe.serverPort());
+        s.Write(Key::LircdPort, port);
+        s.WriteIni(u"Remote-1", u"Device", u"TV");
+        s.WriteIni(u"Remote-1", u"Design", u"4");
+        const QStringList keys{u"Power"_s, u"Vol Up"_s};
+        for (int k = 0; k < keys.size(); ++k) {
+            s.WriteIni(u"Remote-1", u"Button-"_s + QString::number(k), keys[k]);
+            WriteSignalFile(dir + u"/IRSignals/TV-"_s + keys[k] + u".bin"_s,
+                            SimDriver::NecSignal(0x40, uint8_t(k)));
+        }
+    }
+    const QString socket = dir + u"/lircd"_s;
+    ProgramProcess p({u"--headless"_s, u"--home"_s, dir});
+    ASSERT_TRUE(p.waitForLog(u"lircd socket at"_s)) << p.log().toStdString();
+    const QStringList d{u"-d"_s, socket};
+
+    Ran r = Client(irsend, d + QStringList{u"LIST"_s, {}, {}});
+    EXPECT_EQ(r.code, 0);
+    EXPECT_TRUE(r.out.contains(u"TV"_s)) << r.out.toStdString();
+
+    r = Client(irsend, d + QStringList{u"SEND_ONCE"_s, u"TV"_s, u"Power"_s});
+    EXPECT_EQ(r.code, 0) << r.out.toStdString();
+    EXPECT_EQ(SimLog(dir).size(), 1) << "answered before the send went out";
+    r = Client(irsend, d + QStringList{u"SEND_ONCE"_s, u"TV"_s, u"Mute"_s});
+    EXPECT_NE(r.code, 0);
+    EXPECT_TRUE(r.out.contains(u"unknown command: \"Mute\""_s)) << r.out.toStdString();
+    r = Client(irsend, d + QStringList{u"--count=3"_s, u"SEND_ONCE"_s, u"TV"_s, u"Vol_Up"_s});
+    EXPECT_EQ(r.code, 0) << r.out.toStdString();
+    EXPECT_EQ(SimLog(dir).size(), 4);
+
+    // A held key repeats until stopped, and not after.
+    ASSERT_EQ(Client(irsend, d + QStringList{u"SEND_START"_s, u"TV"_s, u"Vol_Up"_s}).code, 0);
+    WaitMs(600);
+    r = Client(irsend, d + QStringList{u"SEND_STOP"_s, u"TV"_s, u"Vol_Up"_s});
+    EXPECT_EQ(r.code, 0) << r.out.toStdString();
+    WaitMs(300);
+    const qsizetype held = SimLog(dir).size();
+    EXPECT_GE(held, 4 + 3);
+    WaitMs(500);
+    EXPECT_EQ(SimLog(dir).size(), held);
+    r = Client(irsend, d + QStringList{u"SEND_STOP"_s, u"TV"_s, u"Vol_Up"_s});
+    EXPECT_TRUE(r.out.contains(u"not repeating"_s)) << r.out.toStdString();
+
+    // The same through the TCP port, as lircd's --listen.
+    r = Client(irsend, {u"--address=127.0.0.1:"_s + port, u"SEND_ONCE"_s, u"TV"_s, u"Power"_s});
+    EXPECT_EQ(r.code, 0) << r.out.toStdString();
+    EXPECT_EQ(SimLog(dir).size(), held + 1);
+
+    // Keys heard: irw prints each line, irexec runs what its lircrc says.
+    QFile rc(dir + u"/lircrc"_s);
+    ASSERT_TRUE(rc.open(QIODevice::WriteOnly));
+    rc.write("begin\n prog = irexec\n button = Vol_Up\n config = touch " + QFile::encodeName(dir) +
+             "/ran\nend\n");
+    rc.close();
+    QProcess watch, exec;
+    watch.start(irw, {socket});
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"LIRC_SOCKET_PATH"_s, socket);
+    exec.setProcessEnvironment(env);
+    exec.start(irexec, {dir + u"/lircrc"_s});
+    ASSERT_TRUE(watch.waitForStarted() && exec.waitForStarted());
+    WaitMs(700); // both connected
+    Hear(dir, "nec:0x4001\nnec:0x4001\n");
+    QByteArray seen;
+    EXPECT_TRUE(WaitUntil([&] {
+        seen += watch.readAllStandardOutput();
+        return seen.count('\n') >= 2;
+    })) << p.log().toStdString();
+    EXPECT_EQ(seen, "0000000000004001 00 Vol_Up TV\n0000000000004001 01 Vol_Up TV\n");
+    EXPECT_TRUE(WaitUntil([&] { return QFile::exists(dir + u"/ran"_s); }));
+    watch.kill();
+    exec.kill();
+    watch.waitForFinished();
+    exec.waitForFinished();
+
+    ASSERT_TRUE(p.stop());
+    EXPECT_FALSE(QFile::exists(socket));
+}
