@@ -74,13 +74,14 @@ int LircDriver::tira_start(int) {
     if (features_ & LIRC_CAN_SEND_PULSE)
         io_->ioctl(fd_, LIRC_SET_SEND_MODE, &mode);
     broken_ = false;
+    learning_ = false;
     notifier_ = std::make_unique<QSocketNotifier>(fd_, QSocketNotifier::Read);
     connect(notifier_.get(), &QSocketNotifier::activated, this, &LircDriver::onReadable);
     return 0;
 }
 
 int LircDriver::tira_stop() {
-    if (capturing_ && fd_ >= 0 && !broken_)
+    if (fd_ >= 0 && !broken_)
         setLearning(false);
     capturing_ = false;
     quiet_.stop();
@@ -98,14 +99,24 @@ int LircDriver::tira_stop() {
 }
 
 void LircDriver::setLearning(bool on) {
-    // These are settings of the whole device, so they are put back afterwards.
+    // Learning listens on the receiver the device always uses. A separate
+    // wideband (learning) receiver hears only a remote held right at it, and
+    // only one of the two works at a time, so a key pressed from the usual
+    // distance would go unheard. The drivers that have one switch to it for
+    // carrier reports too, so the carrier is measured only where there is a
+    // single receiver. These are settings of the whole device: put back after.
+    if (on == learning_)
+        return;
+    learning_ = on;
     uint32_t v = on ? 1 : 0;
-    if (features_ & LIRC_CAN_USE_WIDEBAND_RECEIVER)
-        io_->ioctl(fd_, LIRC_SET_WIDEBAND_RECEIVER, &v);
-    if (features_ & LIRC_CAN_MEASURE_CARRIER)
+    if ((features_ & LIRC_CAN_MEASURE_CARRIER) && !(features_ & LIRC_CAN_USE_WIDEBAND_RECEIVER))
         io_->ioctl(fd_, LIRC_SET_MEASURE_CARRIER_MODE, &v);
-    uint32_t timeout = LearnTimeoutUs;
-    if (on && (features_ & LIRC_CAN_SET_REC_TIMEOUT))
+    if (!(features_ & LIRC_CAN_SET_REC_TIMEOUT))
+        return;
+    uint32_t timeout = on ? LearnTimeoutUs : savedTimeoutUs_;
+    if (on && io_->ioctl(fd_, LIRC_GET_REC_TIMEOUT, &savedTimeoutUs_) != 0)
+        savedTimeoutUs_ = 0;
+    if (timeout > 0)
         io_->ioctl(fd_, LIRC_SET_REC_TIMEOUT, &timeout);
 }
 
@@ -131,8 +142,7 @@ int LircDriver::tira_start_capture() {
 int LircDriver::tira_cancel_capture() {
     if (fd_ < 0 || broken_)
         return NotOpen;
-    if (capturing_)
-        setLearning(false);
+    setLearning(false);
     capturing_ = false;
     captured_.clear();
     return 0;

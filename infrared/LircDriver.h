@@ -39,9 +39,9 @@ private:
     int carrier_ = 0;
 };
 
-// The kernel's infrared device, /dev/lircN: learns through mode2 records (with
-// the wideband receiver and carrier measurement where offered) and sends in
-// pulse mode with the carrier set.
+// The kernel's infrared device, /dev/lircN: learns through mode2 records on its
+// usual receiver (with carrier measurement where that needs no other one) and
+// sends in pulse mode with the carrier set.
 class LircDriver final : public QObject, public IrDriver {
     Q_OBJECT
 public:
@@ -86,6 +86,8 @@ private:
     uint32_t features_ = 0;
     bool broken_ = false;
     bool capturing_ = false;
+    bool learning_ = false;       // the device is set up for learning
+    uint32_t savedTimeoutUs_ = 0; // its receive timeout before
     std::unique_ptr<QSocketNotifier> notifier_;
     Mode2Message message_;
     QTimer quiet_; // ends a message the kernel did not end
