@@ -98,18 +98,21 @@ int LircDriver::tira_stop() {
     return 0;
 }
 
+bool LircDriver::learnsCloseUp() const {
+    return features_ & LIRC_CAN_USE_WIDEBAND_RECEIVER;
+}
+
 void LircDriver::setLearning(bool on) {
-    // Learning listens on the receiver the device always uses. A separate
-    // wideband (learning) receiver hears only a remote held right at it, and
-    // only one of the two works at a time, so a key pressed from the usual
-    // distance would go unheard. The drivers that have one switch to it for
-    // carrier reports too, so the carrier is measured only where there is a
-    // single receiver. These are settings of the whole device: put back after.
+    // The learning receiver (short range, any carrier) and carrier reports
+    // are settings of the whole device: the usual receiver is put back
+    // afterwards, or listening and other readers hear nothing until a reload.
     if (on == learning_)
         return;
     learning_ = on;
     uint32_t v = on ? 1 : 0;
-    if ((features_ & LIRC_CAN_MEASURE_CARRIER) && !(features_ & LIRC_CAN_USE_WIDEBAND_RECEIVER))
+    if (features_ & LIRC_CAN_USE_WIDEBAND_RECEIVER)
+        io_->ioctl(fd_, LIRC_SET_WIDEBAND_RECEIVER, &v);
+    if (features_ & LIRC_CAN_MEASURE_CARRIER)
         io_->ioctl(fd_, LIRC_SET_MEASURE_CARRIER_MODE, &v);
     if (!(features_ & LIRC_CAN_SET_REC_TIMEOUT))
         return;

@@ -39,9 +39,9 @@ private:
     int carrier_ = 0;
 };
 
-// The kernel's infrared device, /dev/lircN: learns through mode2 records on its
-// usual receiver (with carrier measurement where that needs no other one) and
-// sends in pulse mode with the carrier set.
+// The kernel's infrared device, /dev/lircN: learns through mode2 records (with
+// the wideband receiver and carrier measurement where offered) and sends in
+// pulse mode with the carrier set.
 class LircDriver final : public QObject, public IrDriver {
     Q_OBJECT
 public:
@@ -64,6 +64,10 @@ public:
     void transmitAsync(int repeat, int frequency, QByteArray data, Done done) override;
 
     enum Error { NotOpen = 1, CannotReceive, CannotSend, BadSignal, Io };
+
+    // It learns through a separate short-range receiver: the remote has to be
+    // held close to it.
+    bool learnsCloseUp() const;
 
 private:
     void onReadable();

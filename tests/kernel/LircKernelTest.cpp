@@ -35,11 +35,12 @@ namespace {
 const QString Device = u"/dev/lirc0"_s;
 
 // A second reader of the device: every message the receiver reports, split at
-// long silences.
+// long silences, with the carrier when the learning receiver measured it.
 class Receiver : public QObject {
 public:
     struct Message {
         std::vector<uint32_t> durations;
+        int carrier = 0;
     };
     std::vector<Message> messages;
     bool gone = false;
@@ -97,6 +98,12 @@ private:
                     end();
                 else if (!current_.durations.empty())
                     current_.durations.push_back(v);
+                break;
+            case LIRC_MODE2_FREQUENCY: // the closing silence, with carrier reports on
+                if (v >= EndUs)
+                    end();
+                else if (current_.carrier == 0)
+                    current_.carrier = int(v);
                 break;
             case LIRC_MODE2_TIMEOUT:
                 end();
@@ -312,20 +319,25 @@ TEST(LircKernel, PagePressReachesTheWireOnce) {
 }
 
 // What the kernel encodes itself reaches the learning path whole: every
-// duration a second reader sees.
+// duration a second reader sees, and the carrier.
 TEST(LircKernel, KernelEncodedSignalsAreCapturedWhole) {
     Program p;
     p.device.captureTimeoutMs = 5000;
     ASSERT_TRUE(p.device.ActivateTira(0));
     Receiver rx;
     QStringList figures;
-    for (const QString& scancode :
-         {u"nec:0x4012"_s, u"rc5:0x1e0c"_s, u"sony12:0x10015"_s, u"rc6_0:0x0c0d"_s}) {
+    const std::pair<QString, int> sends[] = {{u"nec:0x4012"_s, 38000},
+                                             {u"rc5:0x1e0c"_s, 36000},
+                                             {u"sony12:0x10015"_s, 40000},
+                                             {u"rc6_0:0x0c0d"_s, 36000}};
+    for (const auto& [scancode, carrier] : sends) {
         SCOPED_TRACE(scancode.toStdString());
         rx.messages.clear();
         QProcess irctl;
         QTimer::singleShot(300, &irctl, [&] {
-            irctl.start(u"ir-ctl"_s, {u"-d"_s, Device, u"-S"_s, scancode});
+            // rc-loopback hands its learning receiver only what goes out on
+            // transmitter 2.
+            irctl.start(u"ir-ctl"_s, {u"-d"_s, Device, u"-e"_s, u"1,2"_s, u"-S"_s, scancode});
         });
         QElapsedTimer t;
         t.start();
@@ -336,15 +348,20 @@ TEST(LircKernel, KernelEncodedSignalsAreCapturedWhole) {
         ASSERT_TRUE(rx.waitFor(1, 2000));
         auto blob = IrBlob::decode(QByteArrayView(p.device.SignalBuf.data(), p.device.SignalLen));
         ASSERT_TRUE(blob);
-        std::vector<uint32_t> captured = TimingFromBlob(*blob).frame();
+        const IrTiming got = TimingFromBlob(*blob);
+        std::vector<uint32_t> captured = got.frame();
         const auto& wire = rx.messages[0];
         const int worst = Mismatch(captured, wire.durations);
         EXPECT_GE(worst, 0) << "captured " << qPrintable(Text(captured)) << "\nsent     "
                             << qPrintable(Text(wire.durations));
-        figures << u"%1 %2/%3 durations within %4 us in %5 ms"_s.arg(scancode.section(u':', 0, 0))
+        EXPECT_NEAR(got.carrierHz, wire.carrier, wire.carrier / 50);
+        EXPECT_EQ(wire.carrier, carrier);
+        figures << u"%1 %2/%3 durations within %4 us at %5 Hz in %6 ms"_s
+                       .arg(scancode.section(u':', 0, 0))
                        .arg(captured.size())
                        .arg(wire.durations.size())
                        .arg(worst)
+                       .arg(got.carrierHz)
                        .arg(ms);
     }
     Figures(figures.join(u"; "_s));

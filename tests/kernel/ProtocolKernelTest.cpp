@@ -96,7 +96,8 @@ QString KernelName(uint16_t proto) {
 
 } // namespace
 
-// ir-ctl -S captured through the program's LIRC path decodes to the same code.
+// ir-ctl -S on transmitter 2 (the one rc-loopback's learning receiver hears),
+// captured through the program's LIRC path, decodes to the same code.
 TEST(ProtocolKernel, KernelEncodedSignalsDecode) {
     Program p;
     p.device.captureTimeoutMs = 5000;
@@ -107,7 +108,7 @@ TEST(ProtocolKernel, KernelEncodedSignalsDecode) {
         SCOPED_TRACE(spec.toStdString());
         QProcess irctl;
         QTimer::singleShot(300, &irctl, [&] {
-            irctl.start(u"ir-ctl"_s, {u"-d"_s, Device, u"-S"_s, spec});
+            irctl.start(u"ir-ctl"_s, {u"-d"_s, Device, u"-e"_s, u"1,2"_s, u"-S"_s, spec});
         });
         ASSERT_TRUE(p.device.CaptureTira())
             << "nothing captured; ir-ctl: " << irctl.readAllStandardError().toStdString();
@@ -117,6 +118,7 @@ TEST(ProtocolKernel, KernelEncodedSignalsDecode) {
         const IrTiming got = TimingFromBlob(*blob);
         const IrCode code = DecodeSignal(got);
         EXPECT_EQ(CodeSpec(code), Spec(spec)) << qPrintable(IrCtlText(got.durations));
+        EXPECT_EQ(ProtocolCarrierHz(code.protocol), got.carrierHz);
         if (CodeSpec(code) == Spec(spec))
             ++matched;
         else

@@ -1,11 +1,11 @@
 # What a user runs first on a LIRC device: kestrava-ir capture, and the program
 # headless learning a key through its API (as the phone page does), while
-# ir-ctl sends a frame 1, 3 and 8 s later, on its default emitter like a remote
-# across the room. Both learn each frame at once. The stored signals must carry
+# ir-ctl sends a frame 1, 3 and 8 s later on rc-loopback's second emitter, the
+# one its learning receiver hears (a remote held close to it). Both learn each
+# frame at once. The stored signals must carry
 # the code sent and the durations a second reader (ir-ctl -r) saw. kestrava-ir's
 # seconds count from its prompt: here, where every file the loader opens
 # crosses 9p under emulation, it takes a second or more to start.
-# A fresh rc-loopback: an earlier case changed its emitter mask.
 rmmod rc-loopback 2>/dev/null
 modprobe rc-loopback && wait_for /dev/lirc0 5
 IR=$LANE_BUILD/tools/kestrava-ir/kestrava-ir
@@ -75,7 +75,7 @@ for send in 1:nec:0x0408 3:rc5:0x1e0c 8:sony12:0x010015; do
         "$URL/remotes/$id/keys/$key/learn" >"$DIR/api-$delay.out" 2>&1 &
     request=$!
     sleep "$delay"
-    ir-ctl -d /dev/lirc0 -S "$spec"
+    ir-ctl -d /dev/lirc0 -e 2 -S "$spec"
     wait $request
     api_rc=$?
     learned=$(ms "$start")

@@ -1,4 +1,5 @@
-# The listener on rc-loopback, reloaded as it is after boot.
+# The listener on rc-loopback. Reloaded: a capture before may have left its
+# learning receiver on, which takes only what goes out on transmitter 2.
 rmmod rc-loopback 2>/dev/null
 modprobe rc-loopback && wait_for /dev/lirc0 5
 gtest listen-loopback 'LircKernel.ListenerHearsAFrameOnceAndNamesTheKey'

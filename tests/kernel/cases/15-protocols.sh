@@ -3,7 +3,7 @@
 rmmod rc-loopback 2>/dev/null
 modprobe rc-loopback && wait_for /dev/lirc0 5
 gtest protocols-kernel-encoded 'ProtocolKernel.KernelEncodedSignalsDecode'
-# A fresh one for the kernel's decoders.
+# Learning mode stays on in rc-loopback after a capture; a fresh one is off.
 rmmod rc-loopback && modprobe rc-loopback && wait_for /dev/lirc0 5
 # All the kernel's decoders on (ir-keytable -p all, which also wants the input
 # device's node). The kernel cannot load them itself from inside the chroot.
