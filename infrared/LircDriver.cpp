@@ -74,13 +74,14 @@ int LircDriver::tira_start(int) {
     if (features_ & LIRC_CAN_SEND_PULSE)
         io_->ioctl(fd_, LIRC_SET_SEND_MODE, &mode);
     broken_ = false;
+    learning_ = false;
     notifier_ = std::make_unique<QSocketNotifier>(fd_, QSocketNotifier::Read);
     connect(notifier_.get(), &QSocketNotifier::activated, this, &LircDriver::onReadable);
     return 0;
 }
 
 int LircDriver::tira_stop() {
-    if (capturing_ && fd_ >= 0 && !broken_)
+    if (fd_ >= 0 && !broken_)
         setLearning(false);
     capturing_ = false;
     quiet_.stop();
@@ -97,15 +98,28 @@ int LircDriver::tira_stop() {
     return 0;
 }
 
+bool LircDriver::learnsCloseUp() const {
+    return features_ & LIRC_CAN_USE_WIDEBAND_RECEIVER;
+}
+
 void LircDriver::setLearning(bool on) {
-    // These are settings of the whole device, so they are put back afterwards.
+    // The learning receiver (short range, any carrier) and carrier reports
+    // are settings of the whole device: the usual receiver is put back
+    // afterwards, or listening and other readers hear nothing until a reload.
+    if (on == learning_)
+        return;
+    learning_ = on;
     uint32_t v = on ? 1 : 0;
     if (features_ & LIRC_CAN_USE_WIDEBAND_RECEIVER)
         io_->ioctl(fd_, LIRC_SET_WIDEBAND_RECEIVER, &v);
     if (features_ & LIRC_CAN_MEASURE_CARRIER)
         io_->ioctl(fd_, LIRC_SET_MEASURE_CARRIER_MODE, &v);
-    uint32_t timeout = LearnTimeoutUs;
-    if (on && (features_ & LIRC_CAN_SET_REC_TIMEOUT))
+    if (!(features_ & LIRC_CAN_SET_REC_TIMEOUT))
+        return;
+    uint32_t timeout = on ? LearnTimeoutUs : savedTimeoutUs_;
+    if (on && io_->ioctl(fd_, LIRC_GET_REC_TIMEOUT, &savedTimeoutUs_) != 0)
+        savedTimeoutUs_ = 0;
+    if (timeout > 0)
         io_->ioctl(fd_, LIRC_SET_REC_TIMEOUT, &timeout);
 }
 
@@ -131,8 +145,7 @@ int LircDriver::tira_start_capture() {
 int LircDriver::tira_cancel_capture() {
     if (fd_ < 0 || broken_)
         return NotOpen;
-    if (capturing_)
-        setLearning(false);
+    setLearning(false);
     capturing_ = false;
     captured_.clear();
     return 0;

@@ -65,6 +65,10 @@ public:
 
     enum Error { NotOpen = 1, CannotReceive, CannotSend, BadSignal, Io };
 
+    // It learns through a separate short-range receiver: the remote has to be
+    // held close to it.
+    bool learnsCloseUp() const;
+
 private:
     void onReadable();
     void take(uint32_t record);
@@ -86,6 +90,8 @@ private:
     uint32_t features_ = 0;
     bool broken_ = false;
     bool capturing_ = false;
+    bool learning_ = false;       // the device is set up for learning
+    uint32_t savedTimeoutUs_ = 0; // its receive timeout before
     std::unique_ptr<QSocketNotifier> notifier_;
     Mode2Message message_;
     QTimer quiet_; // ends a message the kernel did not end

@@ -40,6 +40,7 @@ public:
     std::vector<std::pair<unsigned long, uint32_t>> ioctls;
     std::vector<std::vector<uint32_t>> writes;
     int feedFd = -1;
+    uint32_t timeout = 125000;
 
     ~FakeKernel() override {
         if (feedFd >= 0)
@@ -54,10 +55,12 @@ public:
     }
     int close(int fd) override { return ::close(fd); }
     int ioctl(int, unsigned long request, uint32_t* arg) override {
-        if (request == LIRC_GET_FEATURES) {
-            *arg = features;
+        if (request == LIRC_GET_FEATURES || request == LIRC_GET_REC_TIMEOUT) {
+            *arg = request == LIRC_GET_FEATURES ? features : timeout;
             return 0;
         }
+        if (request == LIRC_SET_REC_TIMEOUT)
+            timeout = *arg;
         ioctls.push_back({request, *arg});
         return 0;
     }
@@ -130,10 +133,12 @@ TEST(Lirc, LearnsARecordedNecRemoteAndSendsItBack) {
     QTimer::singleShot(30, [&] { f.kernel->feed({records.begin(), records.begin() + 20}); });
     QTimer::singleShot(60, [&] { f.kernel->feed({records.begin() + 20, records.end()}); });
     ASSERT_TRUE(f.device.CaptureTira());
-    // Wideband and carrier measurement on for the capture, put back afterwards.
+    // Wideband and carrier measurement on for the capture, put back afterwards
+    // with the device's own receive timeout.
     for (unsigned long request : {LIRC_SET_WIDEBAND_RECEIVER, LIRC_SET_MEASURE_CARRIER_MODE})
         EXPECT_TRUE(f.kernel->set(request, 1) && f.kernel->set(request, 0)) << request;
     EXPECT_TRUE(f.kernel->set(LIRC_SET_REC_TIMEOUT, 150000));
+    EXPECT_EQ(f.kernel->timeout, 125000u);
 
     // Stored as the frame and one repeat code, in the common blob.
     auto blob = IrBlob::decode(f.signal());

@@ -300,7 +300,12 @@ int capture(const QString& device, const QString& path, int seconds) {
     driver->tira_cancel_capture();
     driver->tira_stop();
     if (data.isEmpty()) {
-        complain(rc ? u"the capture failed"_s : u"nothing was received"_s);
+        const auto* lirc = dynamic_cast<const LircDriver*>(driver.get());
+        complain(rc                              ? u"the capture failed"_s
+                 : lirc && lirc->learnsCloseUp() ? u"nothing was received (this device learns "
+                                                   u"through its short-range learning receiver: "
+                                                   u"hold the remote a few centimetres from it)"_s
+                                                 : u"nothing was received"_s);
         return 1;
     }
     SignalImage image{};
