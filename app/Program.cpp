@@ -190,7 +190,7 @@ void Program::Start() {
     internet.Start();
     mqtt.Start();
     lircd.Start();
-    listener.SetListening(settings.IsOn(Key::MqttListen) || lircd.wanted());
+    updateListening();
     qCInfo(lcApp).noquote() << "started on" << folder.root();
 }
 
@@ -215,6 +215,11 @@ void Program::Close() {
 }
 
 Program::~Program() = default;
+
+void Program::updateListening() {
+    listener.SetListening(settings.IsOn(Key::MqttListen) || lircd.wanted());
+    mqtt.PublishHubStates();
+}
 
 void Program::SetHeadless(bool on) {
     headless = on;
@@ -255,7 +260,7 @@ void Program::OpenDesktop() {
     services.certificate = [this] { return certificates.Info(); };
     services.mqttChanged = [this] {
         mqtt.Reconfigure();
-        listener.SetListening(settings.IsOn(Key::MqttListen) || lircd.wanted());
+        updateListening();
     };
     services.devices = [] {
         QList<QPair<QString, QString>> found;

@@ -118,6 +118,8 @@ public:
     static const QString FirstRunText;
 
 private:
+    // Listening is on while MQTT or the lircd socket wants it; the hub tells.
+    void updateListening();
     // The reservation being fired, for the label of its send.
     Reserve::Operation firing_;
 };
