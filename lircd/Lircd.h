@@ -72,7 +72,6 @@ private:
     };
     void accepted(QIODevice* io);
     void readable(QIODevice* io);
-    void gone(QIODevice* io);
     void handle(Client& client, const QByteArray& line);
     void sendTimes(QPointer<QIODevice> io, QByteArray line, QString remote, QString key, int left);
     void holdNext();
