@@ -126,20 +126,63 @@ IrTiming TimingFromBlob(const IrBlob& blob) {
     return t;
 }
 
-std::optional<IrBlob> BlobFromTiming(const IrTiming& timing) {
+std::optional<IrBlob> BlobFromTiming(const IrTiming& timing, int* entriesNeeded) {
     if (timing.durations.empty())
         return std::nullopt;
     IrBlob b;
     b.timeBase = TiraFacts::UnitUs;
-    std::vector<uint32_t> counts;
-    counts.reserve(timing.durations.size());
+    // Each duration may take any entry within its tolerance, less the half
+    // unit the table's rounding can add. Taken in order, a duration joins the
+    // group below while the group's common range still reaches it: the
+    // fewest entries that keep every duration in place. One Broadlink unit
+    // is tried first, so shared codes come back to the unit when they can.
+    struct Group {
+        uint32_t first = 0, last = 0;
+        double lo = 0, hi = 0, sum = 0;
+        uint64_t n = 0;
+    };
+    std::map<uint32_t, uint64_t> histogram;
     for (uint32_t us : timing.durations)
-        counts.push_back(std::clamp<uint32_t>((us + b.timeBase / 2) / b.timeBase, 1, 0xFFFF));
-    Clustering c = ClusterDurations(counts, IrBlob::MaxTable, 3);
-    if (c.table.empty())
+        ++histogram[us];
+    std::vector<Group> groups;
+    for (bool tight : {true, false}) {
+        groups.clear();
+        for (auto [us, n] : histogram) {
+            const double reach =
+                (tight ? TableToleranceUs(0) : TableToleranceUs(us)) - b.timeBase / 2.0;
+            if (groups.empty() || us - reach > groups.back().hi)
+                groups.push_back({us, us, us - reach, us + reach, 0, 0});
+            Group& g = groups.back();
+            g.last = us;
+            g.lo = std::max(g.lo, us - reach);
+            g.hi = std::min(g.hi, us + reach);
+            g.sum += double(us) * double(n);
+            g.n += n;
+        }
+        if (int(groups.size()) <= IrBlob::MaxTable)
+            break;
+    }
+    if (int(groups.size()) > IrBlob::MaxTable) {
+        if (entriesNeeded)
+            *entriesNeeded = int(groups.size());
         return std::nullopt;
-    b.table.assign(c.table.begin(), c.table.end());
-    b.sequence = c.index;
+    }
+    const uint32_t most = 0xFFFFFF / uint32_t(b.timeBase);
+    std::vector<int> tableOf(groups.size(), -1);
+    b.sequence.reserve(timing.durations.size());
+    for (uint32_t us : timing.durations) {
+        const auto g = size_t(std::partition_point(groups.begin(), groups.end(),
+                                                   [us](const Group& x) { return x.last < us; }) -
+                              groups.begin());
+        if (tableOf[g] < 0) {
+            const Group& x = groups[g];
+            const double at = std::clamp(x.sum / double(x.n), x.lo, x.hi);
+            tableOf[g] = int(b.table.size());
+            b.table.push_back(
+                int32_t(std::clamp<long>(std::lround(at / b.timeBase), 1, long(most))));
+        }
+        b.sequence.push_back(uint8_t(tableOf[g]));
+    }
     b.pulsePeriodNs = timing.carrierHz > 0 ? int32_t(std::lround(1e9 / timing.carrierHz)) : 0;
     b.repeatBegin = timing.repeatBegin;
     return b;

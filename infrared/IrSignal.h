@@ -55,8 +55,15 @@ struct IrTiming {
 constexpr int DefaultCarrierHz = 38000;
 
 IrTiming TimingFromBlob(const IrBlob& blob);
-// Near-equal durations share a table entry, as a learned signal needs.
-std::optional<IrBlob> BlobFromTiming(const IrTiming& timing);
+// Near-equal durations share a table entry, as a learned signal needs, but
+// none moves by more than TableToleranceUs. Nothing when the durations need
+// more than MaxTable entries for that; entriesNeeded then says how many.
+std::optional<IrBlob> BlobFromTiming(const IrTiming& timing, int* entriesNeeded = nullptr);
+// 5 %, or one Broadlink unit (269/8192 ms) for short durations, so codes
+// shared in that unit come back from a signal file as they were.
+inline double TableToleranceUs(double us) {
+    return us * 0.05 > 32.837 ? us * 0.05 : 32.837;
+}
 
 // A captured message of several frames (a key held down) in the form the
 // maker's library keeps: the first frame, then one copy of the frame that

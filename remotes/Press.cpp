@@ -47,9 +47,12 @@ std::optional<SignalImage> SignalImageOf(const IrTiming& timing, QString* why) {
         *why = problem;
         return {};
     }
-    const auto blob = BlobFromTiming(timing);
+    int needed = 0;
+    const auto blob = BlobFromTiming(timing, &needed);
     if (!blob) {
-        *why = u"持続時間の種類が多すぎて信号ファイルにできません。"_s;
+        *why = u"持続時間が %1 種類あり、信号ファイルの %2 種類に収めると 5 % 以上ずれるため"
+               u"信号ファイルにできません。"_s.arg(needed)
+                   .arg(IrBlob::MaxTable);
         return {};
     }
     if (const QString problem = SignalProblem(*blob); !problem.isEmpty()) {

@@ -1,7 +1,12 @@
 // Broadlink's IR packet, base64 (or hex) as shared for Home Assistant: 0x26,
 // a repeat count, the 16-bit little-endian length of what follows, one byte
-// per duration or 0x00 and 16 bits big-endian, then 0x0d 0x05. The packet's
-// unit is the caller's (the maker's notes give 8192/269 µs).
+// per duration or 0x00 and 16 bits big-endian, then 0x0d 0x05. The unit is
+// the caller's (the maker's notes give 269/8192 ms, about 32.84 µs).
+//
+// Codes learned by the devices are looser than that: the length may stop
+// short of the end marker or run past it, zeros may stand before the marker
+// and after it, and some packets carry no marker at all, only zeros after
+// the announced length. All of those are read; anything else is refused.
 #include "infrared/formats/FormatText.h"
 #include "infrared/formats/IrFormats.h"
 
@@ -53,18 +58,40 @@ std::optional<NamedSignal> ReadBroadlink(QByteArrayView bytes, const QString& fi
                         : u"not a Broadlink infrared packet (type %1, not 0x26)"_s.arg(
                               byte(0), 2, 16, QChar(u'0')));
     const qsizetype length = qsizetype(byte(2) | byte(3) << 8);
-    if (length < 2 || 4 + length > packet.size())
+    if (4 + length > packet.size())
         return fail(
             u"the packet announces %1 bytes and has %2"_s.arg(length).arg(packet.size() - 4));
-    const qsizetype end = 4 + length - 2;
-    if (byte(end) != 0x0D || byte(end + 1) != 0x05)
-        return fail(u"the packet does not end in 0x0d 0x05"_s);
+    // Where the durations stop: zeros, 0x0d 0x05, zeros up to the end of the
+    // packet; or, past the announced length, nothing but zeros.
+    const auto endsAt = [&](qsizetype at) {
+        qsizetype i = at;
+        while (i < packet.size() && byte(i) == 0)
+            ++i;
+        if (i == packet.size())
+            return true;
+        if (i + 2 > packet.size() || byte(i) != 0x0D || byte(i + 1) != 0x05)
+            return false;
+        for (i += 2; i < packet.size(); ++i)
+            if (byte(i) != 0)
+                return false;
+        return true;
+    };
+    const auto onlyZeros = [&](qsizetype at) {
+        return std::all_of(packet.begin() + at, packet.end(), [](char c) { return c == 0; });
+    };
     NamedSignal code;
     auto& d = code.timing.durations;
-    for (qsizetype i = 4; i < end;) {
+    for (qsizetype i = 4;;) {
+        if (endsAt(i)) {
+            if (onlyZeros(i) && i < 4 + length)
+                return fail(
+                    u"the packet ends at byte %1, before the %2 bytes it announces"_s.arg(i).arg(
+                        length));
+            break;
+        }
         uint32_t units = byte(i++);
         if (units == 0) {
-            if (i + 2 > end)
+            if (i + 2 > packet.size())
                 return fail(u"a long duration is cut short at byte %1"_s.arg(i));
             units = byte(i) << 8 | byte(i + 1);
             i += 2;
@@ -75,6 +102,8 @@ std::optional<NamedSignal> ReadBroadlink(QByteArrayView bytes, const QString& fi
             return fail(u"more than %1 durations"_s.arg(MaxDurations));
         d.push_back(uint32_t(std::lround(units * unitUs)));
     }
+    if (d.empty())
+        return fail(u"the packet holds no durations"_s);
     // A repeat count sends the whole packet again.
     if (byte(1) > 0)
         code.timing.repeatBegin = 0;

@@ -338,11 +338,14 @@ std::optional<NamedSignal> ReadSignalBlob(QByteArrayView bytes, const QString& f
 }
 
 QByteArray WriteSignalBlob(const NamedSignal& code, QString* error) {
-    const std::optional<IrBlob> blob = BlobFromTiming(code.timing);
+    int needed = 0;
+    const std::optional<IrBlob> blob = BlobFromTiming(code.timing, &needed);
     const QByteArray bytes = blob ? blob->encode() : QByteArray();
     if (!blob || bytes.size() > SignalFileSize - 2) {
         *error = blob ? u"too long for a signal file"_s
-                      : u"more distinct durations than a signal file can hold"_s;
+                      : u"needs %1 distinct durations to keep each within 5 %, and a signal file "
+                        u"holds %2"_s.arg(needed)
+                            .arg(IrBlob::MaxTable);
         return {};
     }
     SignalImage image{};

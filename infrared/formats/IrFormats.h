@@ -36,10 +36,9 @@ std::optional<IrFormat> IrFormatFromPath(const QString& path);
 bool IrFormatIsSingle(IrFormat format);
 QString IrFormatExtension(IrFormat format);
 
-// Broadlink's duration unit: the one of the maker's published protocol notes,
-// or python-broadlink's 32.84 µs, with which codes made by that library were
-// written.
-constexpr double BroadlinkUnitUs = 8192.0 / 269.0;
+// Broadlink's duration unit: the maker's published notes give 269/8192 ms;
+// python-broadlink rounds it to 32.84 µs.
+constexpr double BroadlinkUnitUs = 269000.0 / 8192.0;
 constexpr double PythonBroadlinkUnitUs = 32.84;
 
 struct IrFormatOptions {

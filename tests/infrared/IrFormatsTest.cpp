@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QDirIterator>
+#include <QFile>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -128,21 +129,14 @@ TEST(IrFormats, ReadsSamplesInTheirUnits) {
     EXPECT_EQ(r.codes[0].timing.repeatBegin, 2);
     EXPECT_EQ(r.codes[0].name, u"sample"_s);
 
-    // Broadlink: 0x1d units of 8192/269 µs; a long pause as 0x00 + 16 bits.
+    // Broadlink: 0x1d units of 269/8192 ms; a long pause as 0x00 + 16 bits.
     r = readText("JgAcAB0dOjo6HR0dHR0dHR0dHR0dHR0dHTodAAtnDQUAAAAAAAAAAAAAAAA=");
     ASSERT_TRUE(r.ok()) << r.error.toStdString();
     const auto& b = r.codes[0].timing.durations;
     ASSERT_EQ(b.size(), 24u);
-    EXPECT_EQ(b[0], 883u);
-    EXPECT_EQ(b[2], 1766u);
-    EXPECT_EQ(b.back(), 88894u);
-    IrFormatOptions python{PythonBroadlinkUnitUs};
-    EXPECT_EQ(
-        ReadIrCodes(QByteArray("JgAcAB0dOjo6HR0dHR0dHR0dHR0dHR0dHTodAAtnDQUAAAAAAAAAAAAAAAA="),
-                    u"x"_s, python)
-            .codes[0]
-            .timing.durations[0],
-        952u);
+    EXPECT_EQ(b[0], 952u);
+    EXPECT_EQ(b[2], 1905u);
+    EXPECT_EQ(b.back(), 95851u);
 
     // mode2's lines, a capture's leading silence dropped; ir-ctl's signs.
     r = readText("space 16777215\ncarrier 36000\npulse 889\nspace 889\npulse 1778\n");
@@ -347,7 +341,9 @@ TEST(IrFormats, HostileInputIsRefusedClearly) {
         {"begin remote\n name a\nbegin remote\n", u"f:3: 'begin remote' inside a remote"_s},
         {"begin remote\n name a\n", u"f:2: the file ends inside a remote"_s},
         {"JgA=AAAAAAAA", u"f: not base64"_s},
-        {"JgAEAB0dAAAA", u"f: the packet does not end in 0x0d 0x05"_s},
+        {"JgAEAB0dAAAA", u"f: the packet ends at byte 6, before the 4 bytes it announces"_s},
+        {"260004001d1d000b", u"f: a long duration is cut short at byte 7"_s},
+        {"260007001d0000001d0d05", u"f: a duration of zero at byte 5"_s},
         {"JgAQAB0dDQUA", u"f: the packet announces 16 bytes and has 5"_s},
         {"sgAEAB0dDQU=", u"f: a radio (RF) code"_s},
     };
@@ -424,4 +420,46 @@ TEST(IrFormats, LircCompatRemotesImportOrAreRefused) {
                 "to the file's code\n",
                 files, imported, codes, refusedFiles, refusedRemotes, checkable, decodedAlike);
     EXPECT_GT(imported, 20);
+}
+
+// Codes learned by Broadlink devices as shared for Home Assistant, with the
+// endings real packets have (zeros around the end marker, a length short of
+// it or without one), read; through a signal file and back to Broadlink every
+// duration stays within one Broadlink unit.
+TEST(IrFormats, RealBroadlinkCodesKeepTheirTimings) {
+    QFile list(QStringLiteral(KESTRAVA_TEST_DATA "/broadlink/smartir.txt"));
+    ASSERT_TRUE(list.open(QIODevice::ReadOnly));
+    int read = 0;
+    for (const QByteArray& line : list.readAll().split('\n')) {
+        const QList<QByteArray> field = line.split(' ');
+        if (field.size() != 3)
+            continue;
+        const std::string what = (field[0] + ' ' + field[1]).toStdString();
+        const IrCodeRead r = ReadIrCodes(field[2], u"code"_s);
+        ASSERT_TRUE(r.ok()) << what << ": " << r.error.toStdString();
+        ++read;
+        QString error;
+        const QByteArray file = WriteSignalBlob(r.codes[0], &error);
+        ASSERT_FALSE(file.isEmpty()) << what << ": " << error.toStdString();
+        const auto stored = ReadSignalBlob(file, u"x.bin"_s, &error);
+        ASSERT_TRUE(stored) << what << ": " << error.toStdString();
+        const QByteArray again = WriteBroadlink(*stored, BroadlinkUnitUs, &error);
+        const auto back = ReadBroadlink(again, u"x"_s, BroadlinkUnitUs, &error);
+        ASSERT_TRUE(back) << what << ": " << error.toStdString();
+        const auto& a = r.codes[0].timing.durations;
+        const auto& z = back->timing.durations;
+        ASSERT_GE(z.size(), a.size()) << what; // an odd count gains its pause
+        for (size_t i = 0; i < a.size(); ++i)
+            EXPECT_LE(std::abs(double(a[i]) - z[i]), BroadlinkUnitUs + 1)
+                << what << " duration " << i << ": " << a[i] << " -> " << z[i];
+    }
+    EXPECT_EQ(read, 8);
+
+    // Durations 12 % apart cannot share entries: 21 of them are refused.
+    IrTiming ladder;
+    for (double us = 1000; ladder.durations.size() < 21; us *= 1.12)
+        ladder.durations.push_back(uint32_t(us));
+    QString error;
+    EXPECT_TRUE(WriteSignalBlob({u"x"_s, {}, ladder, {}}, &error).isEmpty());
+    EXPECT_TRUE(error.startsWith(u"needs 21 distinct durations"_s)) << error.toStdString();
 }

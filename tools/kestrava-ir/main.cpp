@@ -56,7 +56,7 @@ const char* const Usage =
     "                            bin (a signal file); IN's format is found from its\n"
     "                            content, OUT's from --to or its extension; many\n"
     "                            signals into a one-signal format need a directory\n"
-    "                            as OUT. UNIT: broadlink (8192/269 us, default),\n"
+    "                            as OUT. UNIT: broadlink (269/8192 ms, default),\n"
     "                            python-broadlink (32.84 us) or a number of us\n"
     "  --help                    show this help and exit\n"
     "  --version                 show the version and exit\n"
