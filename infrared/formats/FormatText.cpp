@@ -37,6 +37,17 @@ std::vector<QByteArrayView> Words(QByteArrayView line) {
     return words;
 }
 
+std::vector<QByteArrayView> Fields(QByteArrayView text, char separator) {
+    std::vector<QByteArrayView> fields;
+    for (;;) {
+        const qsizetype end = text.indexOf(separator);
+        fields.push_back((end < 0 ? text : text.first(end)).trimmed());
+        if (end < 0)
+            return fields;
+        text = text.sliced(end + 1);
+    }
+}
+
 QString At(const QString& fileName, int line, const QString& what) {
     return line > 0 ? u"%1:%2: %3"_s.arg(fileName).arg(line).arg(what)
                     : u"%1: %2"_s.arg(fileName, what);

@@ -21,6 +21,8 @@ std::vector<Line> SplitLines(QByteArrayView bytes);
 // ASCII white space, as QByteArrayView::trimmed() takes it.
 bool IsSpace(char c);
 std::vector<QByteArrayView> Words(QByteArrayView line);
+// The parts between separators, each trimmed; empty ones kept.
+std::vector<QByteArrayView> Fields(QByteArrayView text, char separator);
 
 QString At(const QString& fileName, int line, const QString& what);
 // Text for a message: at most 40 characters of the bytes, as text.

@@ -23,10 +23,15 @@ struct Named {
     QStringView extension;
 };
 constexpr Named Formats[] = {
-    {IrFormat::IrCtl, u"irctl", u"txt"},    {IrFormat::Pronto, u"pronto", u"pronto"},
-    {IrFormat::Flipper, u"flipper", u"ir"}, {IrFormat::Broadlink, u"broadlink", u"b64"},
-    {IrFormat::Lircd, u"lircd", u"conf"},   {IrFormat::Json, u"json", u"json"},
+    {IrFormat::IrCtl, u"irctl", u"txt"},
+    {IrFormat::Pronto, u"pronto", u"pronto"},
+    {IrFormat::Flipper, u"flipper", u"ir"},
+    {IrFormat::Broadlink, u"broadlink", u"b64"},
+    {IrFormat::Lircd, u"lircd", u"conf"},
+    {IrFormat::Json, u"json", u"json"},
     {IrFormat::Bin, u"bin", u"bin"},
+    {IrFormat::GlobalCache, u"globalcache", u"gc"},
+    {IrFormat::RawList, u"esphome", u"esphome"},
 };
 
 bool isBase64(QByteArrayView word) {
@@ -78,6 +83,10 @@ std::optional<IrFormat> IrFormatFromPath(const QString& path) {
         return IrFormat::Bin;
     if (ext == u"pronto" || ext == u"hex")
         return IrFormat::Pronto;
+    if (ext == u"gc" || ext == u"globalcache")
+        return IrFormat::GlobalCache;
+    if (ext == u"esphome")
+        return IrFormat::RawList;
     if (ext == u"b64" || ext == u"broadlink")
         return IrFormat::Broadlink;
     if (ext == u"txt" || ext == u"irctl" || ext == u"mode2")
@@ -130,6 +139,14 @@ std::optional<IrFormat> DetectIrFormat(QByteArrayView bytes) {
             return IrFormat::Json;
         if (line.text.startsWith('#'))
             continue;
+        if (line.text.size() >= 7 &&
+            line.text.first(7).compare("sendir,", Qt::CaseInsensitive) == 0)
+            return IrFormat::GlobalCache;
+        if (line.text.startsWith('[') ||
+            (line.text.contains(',') && std::all_of(line.text.begin(), line.text.end(), [](char c) {
+                 return (c >= '0' && c <= '9') || c == ',' || c == '-' || c == '+' || IsSpace(c);
+             })))
+            return IrFormat::RawList;
         const std::vector<QByteArrayView> words = Words(line.text);
         if (words.empty())
             break;
@@ -141,7 +158,8 @@ std::optional<IrFormat> DetectIrFormat(QByteArrayView bytes) {
              (words[0].startsWith("26") && isHex(words[0]))) &&
             isBase64(words[0]))
             return IrFormat::Broadlink;
-        if (words.size() >= 4 && (words[0] == "0000" || words[0] == "0100") &&
+        static const QByteArrayList prontoKinds{"0000", "0100", "5000", "5001", "6000", "900A"};
+        if (words.size() >= 4 && prontoKinds.contains(words[0].toByteArray().toUpper()) &&
             std::all_of(words.begin(), words.end(),
                         [](QByteArrayView w) { return w.size() == 4 && isHex(w); }))
             return IrFormat::Pronto;
@@ -196,6 +214,12 @@ IrCodeRead ReadIrCodes(QByteArrayView bytes, const QString& fileName,
         break;
     case IrFormat::Bin:
         single(ReadSignalBlob(bytes, fileName, &read.error));
+        break;
+    case IrFormat::GlobalCache:
+        single(ReadGlobalCache(bytes, fileName, &read.error));
+        break;
+    case IrFormat::RawList:
+        single(ReadRawList(bytes, fileName, &read.error));
         break;
     case IrFormat::Flipper:
     case IrFormat::Lircd: {
@@ -292,6 +316,12 @@ QByteArray WriteIrCodes(IrFormat format, const std::vector<NamedSignal>& codes, 
             break;
         case IrFormat::Bin:
             out = WriteSignalBlob(codes.front(), &problem);
+            break;
+        case IrFormat::GlobalCache:
+            out = WriteGlobalCache(codes.front(), &problem);
+            break;
+        case IrFormat::RawList:
+            out = WriteRawList(codes.front());
             break;
         case IrFormat::Flipper:
             out = WriteFlipper(codes, &problem);

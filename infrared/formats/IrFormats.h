@@ -25,7 +25,7 @@ struct NamedSignal {
     IrCode code;
 };
 
-enum class IrFormat { IrCtl, Pronto, Flipper, Broadlink, Lircd, Json, Bin };
+enum class IrFormat { IrCtl, Pronto, Flipper, Broadlink, Lircd, Json, Bin, GlobalCache, RawList };
 
 // "irctl", "pronto", ... as the command line names them, and back.
 QString IrFormatName(IrFormat format);
@@ -112,6 +112,16 @@ QByteArray WriteFlipper(const std::vector<NamedSignal>& codes, QString* error);
 
 IrCodeRead ReadLircd(QByteArrayView bytes, const QString& fileName);
 QByteArray WriteLircd(const std::vector<NamedSignal>& codes, QString* error);
+
+std::optional<NamedSignal> ReadGlobalCache(QByteArrayView bytes, const QString& fileName,
+                                           QString* error);
+QByteArray WriteGlobalCache(const NamedSignal& code, QString* error);
+
+// ESPHome's signed lists, and plain comma-separated durations; written as the
+// former.
+std::optional<NamedSignal> ReadRawList(QByteArrayView bytes, const QString& fileName,
+                                       QString* error);
+QByteArray WriteRawList(const NamedSignal& code);
 
 std::optional<NamedSignal> ReadSignalBlob(QByteArrayView bytes, const QString& fileName,
                                           QString* error);

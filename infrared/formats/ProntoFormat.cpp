@@ -1,6 +1,12 @@
 // Pronto hex, the learned form: 0000 FREQ N1 N2, then N1 burst pairs sent once
 // and N2 that repeat, all in carrier periods. The carrier is
 // 1 / (FREQ x 0.241246 µs).
+// The short forms name a protocol's code instead, FREQ 0000 meaning the
+// protocol's own carrier: 5000 FREQ 0000 0001 SYSTEM COMMAND (RC5),
+// 5001 FREQ 0000 0002 SYSTEM COMMAND DATA 0000 (RC5x), 6000 FREQ 0000 0001
+// SYSTEM COMMAND (RC6 mode 0) and 900A FREQ 0000 0001 DEVICE FUNCTION (NEC,
+// each word a byte and the byte sent after it, usually its complement). The
+// whole frame repeats while a key is held, as the Pronto sends them.
 #include "infrared/formats/FormatText.h"
 #include "infrared/formats/IrFormats.h"
 
@@ -12,6 +18,79 @@ using namespace IrFormatText;
 namespace {
 
 constexpr double ProntoClockUs = 0.241246;
+
+QString hex4(uint32_t v) {
+    return u"%1"_s.arg(v, 4, 16, QChar(u'0')).toUpper();
+}
+
+// The code a short form names, or why not.
+std::optional<IrCode> shortFormCode(const std::vector<uint32_t>& w, QString* why) {
+    IrCode code;
+    const auto need = [&](size_t pairs) {
+        if (w[2] != 0 || w[3] != pairs || w.size() != 4 + 2 * pairs) {
+            *why = u"a %1 code is %2 words: %1 FREQ 0000 %3 and %4 more"_s.arg(hex4(w[0]))
+                       .arg(4 + 2 * pairs)
+                       .arg(hex4(uint32_t(pairs)))
+                       .arg(2 * pairs);
+            return false;
+        }
+        return true;
+    };
+    switch (w[0]) {
+    case 0x5000:
+        if (!need(1))
+            return std::nullopt;
+        code.protocol = IrProtocol::Rc5;
+        code.scancode = w[4] << 8 | w[5];
+        if (w[4] > 0x1F || w[5] > 0x7F) {
+            *why = u"RC5 has systems 0 to 31 and commands 0 to 127"_s;
+            return std::nullopt;
+        }
+        break;
+    case 0x5001:
+        if (!need(2))
+            return std::nullopt;
+        code.protocol = IrProtocol::Rc5x20;
+        code.scancode = w[4] << 16 | w[5] << 8 | w[6];
+        if (w[4] > 0x1F || w[5] > 0x7F || w[6] > 0x3F) {
+            *why = u"RC5x has systems 0 to 31, commands 0 to 127 and data 0 to 63"_s;
+            return std::nullopt;
+        }
+        break;
+    case 0x6000:
+        if (!need(1))
+            return std::nullopt;
+        code.protocol = IrProtocol::Rc6_0;
+        code.scancode = w[4] << 8 | w[5];
+        if (w[4] > 0xFF || w[5] > 0xFF) {
+            *why = u"RC6 has systems and commands 0 to 255"_s;
+            return std::nullopt;
+        }
+        break;
+    case 0x900A: {
+        if (!need(1))
+            return std::nullopt;
+        const uint32_t a = w[4] >> 8, a2 = w[4] & 0xFF, c = w[5] >> 8, c2 = w[5] & 0xFF;
+        code.repeats = true;
+        if (c2 != (~c & 0xFF)) {
+            code.protocol = IrProtocol::Nec32;
+            code.scancode = a2 << 24 | a << 16 | c2 << 8 | c;
+        } else if (a2 != (~a & 0xFF)) {
+            code.protocol = IrProtocol::Necx;
+            code.scancode = a << 16 | a2 << 8 | c;
+        } else {
+            code.protocol = IrProtocol::Nec;
+            code.scancode = a << 8 | c;
+        }
+        break;
+    }
+    default:
+        *why = u"%1 is no Pronto code this program knows (0000, 5000, 5001, 6000, 900A)"_s.arg(
+            hex4(w[0]));
+        return std::nullopt;
+    }
+    return code;
+}
 
 } // namespace
 
@@ -40,10 +119,28 @@ std::optional<NamedSignal> ReadPronto(QByteArrayView bytes, const QString& fileN
     }
     if (words.size() < 4)
         return fail(words.empty() ? 0 : words.back().line, u"too short for a Pronto code"_s);
-    if (words[0].value != 0)
-        return fail(words[0].line,
-                    u"only learned Pronto codes (0000) can be read; this one is %1"_s.arg(
-                        words[0].value, 4, 16, QChar(u'0')));
+    if (words[0].value != 0) {
+        std::vector<uint32_t> values;
+        for (const Word& w : words)
+            values.push_back(w.value);
+        QString why;
+        NamedSignal code;
+        const std::optional<IrCode> named = shortFormCode(values, &why);
+        std::optional<IrTiming> timing = named ? EncodeSignal(*named) : std::nullopt;
+        if (!timing)
+            return fail(words[0].line,
+                        why.isEmpty() ? u"a code its protocol has no room for"_s : why);
+        if (words[1].value != 0)
+            timing->carrierHz = int(std::lround(1e6 / (words[1].value * ProntoClockUs)));
+        if (!named->repeats)
+            timing->repeatBegin = 0;
+        code.timing = std::move(*timing);
+        code.code = *named;
+        const QString problem = TimingProblem(code.timing);
+        if (!problem.isEmpty())
+            return fail(words[1].line, problem);
+        return code;
+    }
     if (words[1].value == 0)
         return fail(words[1].line, u"frequency word of zero"_s);
     const size_t once = words[2].value, again = words[3].value;

@@ -58,10 +58,12 @@ TEST(IrFormats, EveryFormatRoundTrips) {
         bool keepsRepeat;
         bool keepsGap;
     };
-    for (const Case& c : {Case{IrFormat::IrCtl, true, true}, Case{IrFormat::Pronto, true, true},
-                          Case{IrFormat::Broadlink, false, true}, Case{IrFormat::Json, false, true},
-                          Case{IrFormat::Bin, true, true}, Case{IrFormat::Flipper, false, false},
-                          Case{IrFormat::Lircd, false, false}})
+    for (const Case& c :
+         {Case{IrFormat::IrCtl, true, true}, Case{IrFormat::Pronto, true, true},
+          Case{IrFormat::Broadlink, false, true}, Case{IrFormat::Json, false, true},
+          Case{IrFormat::Bin, true, true}, Case{IrFormat::Flipper, false, false},
+          Case{IrFormat::Lircd, false, false}, Case{IrFormat::GlobalCache, true, true},
+          Case{IrFormat::RawList, false, true}})
         for (const NamedSignal& sent : {nec, odd}) {
             const QString what = IrFormatName(c.format) + u" "_s + sent.name;
             QString error;
@@ -74,7 +76,7 @@ TEST(IrFormats, EveryFormatRoundTrips) {
             const IrTiming& t = back.codes[0].timing;
             const IrCode before = DecodeSignal(sent.timing), after = DecodeSignal(t);
             EXPECT_EQ(CodeSpec(after), CodeSpec(before)) << what.toStdString();
-            if (c.format != IrFormat::Broadlink) {
+            if (c.format != IrFormat::Broadlink && c.format != IrFormat::RawList) {
                 // Pronto has the carrier to a few tenths of a percent.
                 EXPECT_NEAR(t.carrierHz, sent.timing.carrierHz, sent.timing.carrierHz / 200)
                     << what.toStdString();
@@ -164,6 +166,65 @@ TEST(IrFormats, ReadsSamplesInTheirUnits) {
     EXPECT_EQ(r.codes[0].name, u"Power"_s);
     ASSERT_EQ(r.refused.size(), 1);
     EXPECT_TRUE(r.refused[0].startsWith(u"tv.ir:12: Odd: "_s)) << r.refused[0].toStdString();
+}
+
+// Codes as other programs and their users publish them. Sources:
+// RemoteCentral forum posts 1280830 (RC5 short form and IrScrutinizer's
+// learned rendering of it), 706189 (RC5x), 1023143 and 800938 (NEC 900A),
+// hifi-remote.com topic 6047 (RC5 command above 63); Global Caché's sendir
+// example (docs.itron.nz/api/sendir.html); ESPHome's "Setting up RMT
+// devices" guide (a Received Raw dump). The 6000 line is the documented form.
+TEST(IrFormats, ReadsCodesOtherProgramsWrote) {
+    struct Case {
+        const char* text;
+        IrProtocol protocol;
+        uint32_t scancode;
+        size_t durations; // raw ones only
+        uint32_t first;
+        int carrierHz;
+    };
+    const Case cases[] = {
+        {"5000 0000 0000 0001 000D 000D", IrProtocol::Rc5, 0x0d0d, 0, 0, 36000},
+        {"0000 0073 0000 000A 0020 0020 0040 0020 0020 0040 0020 0020 0040 0040 0040 0020 "
+         "0020 0040 0020 0020 0040 0040 0020 0CA8",
+         IrProtocol::Rc5, 0x0d0d, 0, 0, 36045},
+        {"5000 0000 0000 0001 001B 0072", IrProtocol::Rc5, 0x1b72, 0, 0, 36000},
+        {"5001 0000 0000 0002 0010 000C 0001 0000", IrProtocol::Rc5x20, 0x100c01, 0, 0, 36000},
+        {"6000 0000 0000 0001 0000 000C", IrProtocol::Rc6_0, 0x000c, 0, 0, 36000},
+        {"900A 006D 0000 0001 10EF 0DF2", IrProtocol::Nec, 0x100d, 0, 0, 38029},
+        {"900a 006d 0000 0001 fe01 00ff", IrProtocol::Nec, 0xfe00, 0, 0, 38029},
+        {"sendir,1:2,10,38000,1,1,60,15,60,15,60,15,60,30,60,15,60,30,60,15,60,15", IrProtocol::Raw,
+         0, 16, 1579, 38000},
+        {"[4088, -1542, 1019, -510, 513, -1019, 510, -509, 511, -510, 1020,\n-1020, 1022, -1019, "
+         "510, -509, 511, -510, 511, -509, 511, -510,\n1020, -1019, 510, -511, 1020, -510, 512, "
+         "-508, 510, -1020, 1022]",
+         IrProtocol::Raw, 0, 33, 4088, 0},
+        {"9000,4500,560,560,560", IrProtocol::Raw, 0, 5, 9000, 0},
+    };
+    for (const Case& c : cases) {
+        const IrCodeRead r = readText(c.text);
+        ASSERT_TRUE(r.ok()) << c.text << ": " << r.error.toStdString();
+        const IrTiming& t = r.codes.at(0).timing;
+        const IrCode decoded = DecodeSignal(t);
+        EXPECT_EQ(decoded.protocol, c.protocol) << c.text;
+        EXPECT_EQ(t.carrierHz, c.carrierHz) << c.text;
+        if (c.protocol != IrProtocol::Raw) {
+            EXPECT_EQ(decoded.scancode, c.scancode) << c.text;
+            if (r.codes[0].code.decoded()) { // a short form names its code
+                EXPECT_EQ(r.codes[0].code.scancode, c.scancode) << c.text;
+            }
+            // Written out as a learned code, it reads back the same.
+            QString error;
+            const QByteArray learned = WritePronto(r.codes[0], &error);
+            EXPECT_TRUE(learned.startsWith("0000 ")) << c.text;
+            EXPECT_EQ(DecodeSignal(readText(learned.constData()).codes.at(0).timing).scancode,
+                      c.scancode)
+                << c.text;
+        } else {
+            EXPECT_EQ(t.durations.size(), c.durations) << c.text;
+            EXPECT_EQ(t.durations.front(), c.first) << c.text;
+        }
+    }
 }
 
 // Flipper's protocols come in as the kernel's protocol and scancode, with
@@ -346,6 +407,16 @@ TEST(IrFormats, HostileInputIsRefusedClearly) {
         {"260007001d0000001d0d05", u"f: a duration of zero at byte 5"_s},
         {"JgAQAB0dDQUA", u"f: the packet announces 16 bytes and has 5"_s},
         {"sgAEAB0dDQU=", u"f: a radio (RF) code"_s},
+        {"5000 0000 0000 0001 0020 0001", u"f:1: RC5 has systems 0 to 31"_s},
+        {"900A 006D 0000 0002 10EF 0DF2 0000 0000", u"f:1: a 900A code is 6 words"_s},
+        {"sendir,1:1,1,38000,1,2,10,10", u"f:1: '2' is not an offset"_s},
+        {"sendir,1:1,1,38000,1,1,10,10,10", u"f:1: 3 durations; sendir takes"_s},
+        {"sendir,1:1,1,38000,1,1,A,B", u"f:1: 'A' stands for a pair of the compressed"_s},
+        {"sendir,1:1,1,1000,1,1,10,10", u"f:1: '1000' is not a carrier"_s},
+        // A receiver dumping inverted, as people paste it.
+        {"[-9126, 4465, -623, 514]", u"f:1: the list starts with a pause"_s},
+        {"[9000, -4500, 560", u"f:1: the list has no closing ']'"_s},
+        {"[9000, -4500, 5x]", u"f:1: '5x' is not a duration"_s},
     };
     for (const Case& c : cases) {
         const auto start = std::chrono::steady_clock::now();
