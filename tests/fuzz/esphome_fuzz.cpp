@@ -1,5 +1,7 @@
 // ESPHome lists and comma-separated durations,, read from any bytes; the content's own detection
 // too.
+// Seeds: the "Received Raw" dump of ESPHome's "Setting up RMT devices" guide
+// (esphome.io/guides/setting_up_rmt_devices) and a plain list.
 #include "FormatFuzz.h"
 
 using namespace Qt::StringLiterals;

@@ -1,4 +1,6 @@
-// Global Caché sendir commands,, read from any bytes; the content's own detection too.
+// Global Caché sendir commands, read from any bytes; the content's own detection too.
+// Seeds: the sendir example of the API document published at
+// docs.itron.nz/api/sendir.html, and an NEC frame with its repeat.
 #include "FormatFuzz.h"
 
 using namespace Qt::StringLiterals;

@@ -171,7 +171,7 @@ TEST(IrFormats, ReadsSamplesInTheirUnits) {
 // Codes as other programs and their users publish them. Sources:
 // RemoteCentral forum posts 1280830 (RC5 short form and IrScrutinizer's
 // learned rendering of it), 706189 (RC5x), 1023143 and 800938 (NEC 900A),
-// hifi-remote.com topic 6047 (RC5 command above 63); Global Caché's sendir
+// hifi-remote.com topic 6047 (RC5 command above 63); the sendir
 // example (docs.itron.nz/api/sendir.html); ESPHome's "Setting up RMT
 // devices" guide (a Received Raw dump). The 6000 line is the documented form.
 TEST(IrFormats, ReadsCodesOtherProgramsWrote) {
