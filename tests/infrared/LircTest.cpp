@@ -143,7 +143,6 @@ TEST(Lirc, LearnsARecordedNecRemoteAndSendsItBack) {
     // Stored as the frame and one repeat code, in the common blob.
     auto blob = IrBlob::decode(f.signal());
     ASSERT_TRUE(blob);
-    EXPECT_LE(blob->table.size(), 8u);
     IrTiming t = TimingFromBlob(*blob);
     EXPECT_EQ(t.carrierHz, 38200);
     EXPECT_EQ(t.repeatBegin, 68);
