@@ -1,5 +1,6 @@
 #include "exchange/CodesExchange.h"
 
+#include "core/NameText.h"
 #include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
@@ -33,19 +34,23 @@ const Design* SmallestDesignFor(int keys) {
     return best ? best : DesignByText(u"6");
 }
 
-// Stores one remote's keys; refusals go to result.refused.
-void ImportRemote(const ProgramFolder& folder, SettingsStore& settings, const QString& name,
-                  int askedDesign, const std::vector<Key_>& keys, CodesImportResult& result) {
+// Stores one remote's keys; refusals go to result.refused. Gives back the keys
+// that found no free button, for the next remote.
+std::vector<Key_> ImportRemote(const ProgramFolder& folder, SettingsStore& settings,
+                               const QString& name, int askedDesign, const std::vector<Key_>& keys,
+                               CodesImportResult& result) {
     const QString device = ShiftJis::RoundTrip(name);
     if (const QString problem = LearnedNameProblem(name); !problem.isEmpty() || name.isEmpty()) {
         result.refused << u"%1: %2"_s.arg(name, name.isEmpty() ? u"no remote name"_s : problem);
-        return;
+        return {};
     }
     const RemoteSlot where = FindRemoteSlot(settings, device);
     const int slot = where.slot();
     if (slot == 0 || slot > MaxListedRemoteId) {
-        result.refused << u"%1: no free remote among 1 to %2"_s.arg(name).arg(MaxListedRemoteId);
-        return;
+        result.refused << u"%1: no free remote among 1 to %2; %3 keys left out"_s.arg(name)
+                              .arg(MaxListedRemoteId)
+                              .arg(keys.size());
+        return {};
     }
     // The remote's buttons as they are, then the new keys on the free ones.
     const Design* design = nullptr;
@@ -62,6 +67,7 @@ void ImportRemote(const ProgramFolder& folder, SettingsStore& settings, const QS
     }
     CodesImported done{device, slot, design->id};
     std::vector<std::pair<int, const Key_*>> placed;
+    std::vector<Key_> left;
     for (const Key_& key : keys) {
         const QString function = ShiftJis::RoundTrip(key.name);
         auto same = std::find(buttons.begin(), buttons.end(), function);
@@ -72,8 +78,7 @@ void ImportRemote(const ProgramFolder& folder, SettingsStore& settings, const QS
         }
         auto free = std::find(buttons.begin(), buttons.end(), QString());
         if (free == buttons.end()) {
-            result.refused
-                << u"%1: no free button on %2 (design %3)"_s.arg(key.name, name).arg(design->id);
+            left.push_back(key);
             continue;
         }
         *free = function;
@@ -81,7 +86,7 @@ void ImportRemote(const ProgramFolder& folder, SettingsStore& settings, const QS
         ++done.added;
     }
     if (placed.empty())
-        return;
+        return left;
     RemoteChange change{slot, device, design->id, false, {}, {}};
     for (auto [button, key] : placed)
         change.keys.push_back({button, buttons[size_t(button)],
@@ -89,9 +94,10 @@ void ImportRemote(const ProgramFolder& folder, SettingsStore& settings, const QS
                                           qsizetype(key->signal.size()))});
     if (QString error; !StoreRemote(folder, settings, change, &error)) {
         result.error = u"%1: %2"_s.arg(name, error);
-        return;
+        return {};
     }
     result.remotes.push_back(done);
+    return left;
 }
 
 } // namespace
@@ -121,33 +127,51 @@ CodesImportResult ImportCodes(const ProgramFolder& folder, SettingsStore& settin
     std::vector<std::pair<QString, std::vector<Key_>>> remotes;
     const QString fallback = QFileInfo(request.path).completeBaseName();
     for (const NamedSignal& code : read.codes) {
-        const QString remote = !request.remote.isEmpty()
-                                   ? request.remote
-                                   : (code.group.isEmpty() ? fallback : code.group);
+        const QString remote =
+            FileNameOf(!request.remote.isEmpty() ? request.remote
+                                                 : (code.group.isEmpty() ? fallback : code.group),
+                       false);
         auto group = std::find_if(remotes.begin(), remotes.end(),
                                   [&](const auto& r) { return r.first == remote; });
         if (group == remotes.end())
             group = remotes.insert(remotes.end(), {remote, {}});
         std::vector<Key_>& keys = group->second;
-        QString why =
-            code.name.isEmpty() ? u"a key without a name"_s : LearnedNameProblem(code.name);
+        // Names as convert makes file names of them: what a file name cannot
+        // hold becomes '_', and a name that comes again gets "-2", "-3".
+        const QString mapped = FileNameOf(code.name, false);
+        QString why = code.name.isEmpty() ? u"a key without a name"_s : LearnedNameProblem(mapped);
         std::optional<SignalImage> signal;
         if (why.isEmpty())
             signal = SignalImageOf(code.timing, &why);
-        if (why.isEmpty() && std::any_of(keys.begin(), keys.end(), [&](const Key_& k) {
-                return ShiftJis::RoundTrip(k.name) == ShiftJis::RoundTrip(code.name);
-            }))
-            why = u"the name comes twice; the first is kept"_s;
         if (!why.isEmpty()) {
             result.refused << u"%1: %2"_s.arg(code.name, why);
             continue;
         }
-        keys.push_back({code.name, *signal});
+        const auto taken = [&](const QString& n) {
+            return std::any_of(keys.begin(), keys.end(), [&](const Key_& k) {
+                return ShiftJis::RoundTrip(k.name) == ShiftJis::RoundTrip(n);
+            });
+        };
+        QString name = mapped;
+        for (int n = 2; taken(name); ++n)
+            name = mapped + u'-' + QString::number(n);
+        if (name != code.name)
+            result.renamed << u"%1: stored as %2"_s.arg(code.name, name);
+        keys.push_back({name, *signal});
     }
-    for (const auto& [name, keys] : remotes) {
-        if (keys.empty())
-            continue;
-        ImportRemote(folder, settings, name, request.design, keys, result);
+    // A remote past its design's last button goes on as "Name (2)", "Name (3)".
+    for (const auto& [name, all] : remotes) {
+        std::vector<Key_> keys = all;
+        for (int part = 1; !keys.empty() && result.error.isEmpty(); ++part) {
+            const QString partName = part == 1 ? name : u"%1 (%2)"_s.arg(name).arg(part);
+            const size_t before = keys.size();
+            keys = ImportRemote(folder, settings, partName, request.design, keys, result);
+            if (part > 1 && !keys.empty() && keys.size() == before) {
+                for (const Key_& k : keys)
+                    result.refused << u"%1: no free button on %2"_s.arg(k.name, partName);
+                break;
+            }
+        }
         if (!result.error.isEmpty())
             break;
     }
@@ -162,6 +186,8 @@ QStringList DescribeCodesImport(const QString& path, const CodesImportResult& re
         lines << u"%1: %2 (remote %3, design %4): %5 keys added, %6 replaced"_s.arg(
             path, r.device, QString::number(r.slot), QString::number(r.design),
             QString::number(r.added), QString::number(r.replaced));
+    for (const QString& renamed : result.renamed)
+        lines << u"%1: %2"_s.arg(path, renamed);
     for (const QString& refused : result.refused)
         lines << u"%1: not imported: %2"_s.arg(path, refused);
     if (!result.error.isEmpty())
@@ -222,16 +248,16 @@ bool ExportCodes(const ProgramFolder& folder, SettingsStore& settings, const QSt
         QString error;
         QString where;
         if (IrFormatIsSingle(*format)) {
-            where = QDir(dir).filePath(r.name);
+            where = QDir(dir).filePath(FileNameOf(r.name));
             QDir().mkpath(where);
             for (const NamedSignal& code : codes) {
                 const QString path =
-                    QDir(where).filePath(code.name + u'.' + IrFormatExtension(*format));
+                    QDir(where).filePath(FileNameOf(code.name + u'.' + IrFormatExtension(*format)));
                 if (!SaveIrCodes(path, *format, {code}, &error))
                     break;
             }
         } else {
-            where = QDir(dir).filePath(r.name + u'.' + IrFormatExtension(*format));
+            where = QDir(dir).filePath(FileNameOf(r.name + u'.' + IrFormatExtension(*format)));
             SaveIrCodes(where, *format, codes, &error);
         }
         if (!error.isEmpty()) {

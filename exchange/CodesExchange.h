@@ -28,6 +28,7 @@ struct CodesImportResult {
     QString error;                      // nothing was imported, and why
     std::vector<CodesImported> remotes; // what was
     QStringList refused;                // "KEY: why", one per key left out
+    QStringList renamed;                // "KEY: stored as NAME", mapped or made unique
     bool ok() const { return error.isEmpty() && refused.isEmpty(); }
 };
 
@@ -35,8 +36,10 @@ struct CodesImportResult {
 // then the registry in one write, so that a running instance (which rereads
 // setting.ini) shows the remote whole, and a remote that cannot be written
 // whole (a full disk) is left as it was. A lircd.conf of several remotes makes one remote
-// each unless a remote name is given. Key names follow the learning rules;
-// a key that breaks them, or has no free button, is refused on its own.
+// each unless a remote name is given. Names are mapped as FileNameOf maps them, a
+// name that comes again is kept as "NAME-2", and keys past the design's last button
+// go on into "REMOTE (2)"; each such change is listed in renamed. A key whose name
+// breaks the other learning rules is refused on its own.
 CodesImportResult ImportCodes(const ProgramFolder& folder, SettingsStore& settings,
                               const CodesImport& request);
 

@@ -2,6 +2,7 @@
 
 #include "core/AtomicFile.h"
 #include "core/BoundedRead.h"
+#include "core/NameText.h"
 #include "core/ProgramFolder.h"
 #include "core/ShiftJis.h"
 #include "infrared/IrSignal.h"
@@ -14,12 +15,12 @@
 using namespace Qt::StringLiterals;
 
 QString SignalFilePrefix(QStringView device) {
-    return ShiftJis::RoundTrip(device) + u'-';
+    return FileNameOf(ShiftJis::RoundTrip(device), false) + u'-';
 }
 
 QString SignalFilePath(const ProgramFolder& folder, QStringView device, QStringView function) {
-    return folder.path(u"IRSignals/"_s + SignalFilePrefix(device) + ShiftJis::RoundTrip(function) +
-                       u".bin"_s);
+    return folder.path(u"IRSignals/"_s + SignalFilePrefix(device) +
+                       FileNameOf(ShiftJis::RoundTrip(function), false) + u".bin"_s);
 }
 
 QString TestSignalPath(const ProgramFolder& folder) {

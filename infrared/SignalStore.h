@@ -19,7 +19,8 @@ using SignalImage = std::array<uint8_t, SignalFileSize>;
 
 // IRSignals/<device>-<function>.bin. Files are named from the names as
 // setting.ini gives them back (CP932 folds 〜 into ～ and the like), so a name
-// finds the same file whether it was typed or read.
+// finds the same file whether it was typed or read; characters a file name
+// cannot hold become '_' (FileNameOf), so no name writes outside IRSignals.
 QString SignalFilePath(const ProgramFolder& folder, QStringView device, QStringView function);
 // "<device>-": every signal file of the device starts so.
 QString SignalFilePrefix(QStringView device);

@@ -94,8 +94,10 @@ bool FlipperParsedSignal(const QString& protocol, uint32_t a, uint32_t c, NamedS
             return false;
         code = make(IrProtocol::Samsung32, a << 8 | c);
     } else if (protocol == u"RC5" || protocol == u"RC5X") {
-        // RC5X is RC5 with the second start bit cleared: commands 64 to 127.
-        if (!fits(0x1F, 0x3F))
+        // The 7th command bit goes out inverted in the second start bit; RC5X
+        // is RC5 with that bit set (second start bit cleared), so its commands
+        // 0 to 127 name 64 to 127. RC5 commands above 63 say the same.
+        if (!fits(0x1F, 0x7F))
             return false;
         code = make(IrProtocol::Rc5, a << 8 | c | (protocol == u"RC5X" ? 0x40 : 0));
     } else if (protocol == u"RC6") {

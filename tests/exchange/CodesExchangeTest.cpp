@@ -44,11 +44,10 @@ TEST(CodesExchange, ImportExtendsAndExportRoundTrips) {
     t.writeFile(u"tv.ir"_s, Library);
     CodesImportResult r = ImportCodes(t.folder, t.settings, {file, u"テレビ"_s, 0});
     ASSERT_EQ(r.remotes.size(), 1u) << r.error.toStdString();
-    EXPECT_EQ(r.remotes[0].added, 2);
+    EXPECT_EQ(r.remotes[0].added, 3);
     EXPECT_EQ(r.remotes[0].design, 3); // the smallest that holds them
-    ASSERT_EQ(r.refused.size(), 2) << r.refused.join(u'\n').toStdString();
+    ASSERT_EQ(r.refused.size(), 1) << r.refused.join(u'\n').toStdString();
     EXPECT_TRUE(r.refused[0].startsWith(u"Vol😀: 「😀」"_s));
-    EXPECT_TRUE(r.refused[1].startsWith(u"Power: the name comes twice"_s));
     const int slot = r.remotes[0].slot;
     EXPECT_EQ(t.settings.ReadIni(u"Remote-%1"_s.arg(slot), u"Device"), u"テレビ"_s);
     EXPECT_EQ(t.settings.ReadIni(u"Remote-%1"_s.arg(slot), u"Button-0"), u"Power"_s);
@@ -65,6 +64,7 @@ TEST(CodesExchange, ImportExtendsAndExportRoundTrips) {
     EXPECT_EQ(r.remotes[0].design, 3); // an existing remote keeps its design
     EXPECT_EQ(r.remotes[0].added, 1);
     EXPECT_EQ(r.remotes[0].replaced, 1);
+    EXPECT_EQ(CodeSpec(CodeOf(t, u"テレビ"_s, u"Power-2"_s)), u"nec:0x040a"_s);
     EXPECT_EQ(CodeSpec(CodeOf(t, u"テレビ"_s, u"Power"_s)), u"nec:0x040b"_s);
 
     // Out as a Flipper file and a lircd.conf, in again elsewhere.
@@ -81,7 +81,7 @@ TEST(CodesExchange, ImportExtendsAndExportRoundTrips) {
         r = ImportCodes(other.folder, other.settings, {path, u"テレビ"_s, 0});
         ASSERT_TRUE(r.ok()) << format.toStdString() << ": " << r.error.toStdString()
                             << r.refused.join(u'\n').toStdString();
-        EXPECT_EQ(r.remotes[0].added, 3) << format.toStdString();
+        EXPECT_EQ(r.remotes[0].added, 4) << format.toStdString();
         for (const QString& key : {u"Power"_s, u"Mute"_s})
             EXPECT_EQ(CodeSpec(CodeOf(other, u"テレビ"_s, key)),
                       CodeSpec(CodeOf(t, u"テレビ"_s, key)))
@@ -108,4 +108,32 @@ TEST(CodesExchange, AnImportOnAFullDiskLeavesNoFileBehind) {
     EXPECT_TRUE(r.remotes.empty());
     EXPECT_EQ(t.settings.ReadIni(u"Remote-1", u"Device"), QString());
     EXPECT_TRUE(QDir(t.path(u"IRSignals")).entryList(QDir::Files).isEmpty());
+}
+
+// Real Flipper-IRDB files: names a file name cannot hold are mapped as convert
+// maps them, names that come again are kept as NAME-2, and a file of more keys
+// than the largest remote holds goes on into "NAME (2)"; nothing is dropped.
+TEST(CodesExchange, ImportKeepsEveryKeyOfRealFiles) {
+    TempFolder t;
+    const QString data = QStringLiteral(KESTRAVA_TEST_DATA "/flipper-irdb/");
+    CodesImportResult r =
+        ImportCodes(t.folder, t.settings, {data + u"jvc-mini-system.ir"_s, u"JVC"_s, 0});
+    ASSERT_TRUE(r.ok()) << r.error.toStdString() << r.refused.join(u'\n').toStdString();
+    EXPECT_EQ(r.remotes[0].added, 22);
+    EXPECT_EQ(r.renamed, QStringList({u"WAKE_UP/SLEEP: stored as WAKE_UP_SLEEP"_s,
+                                      u"INPUT:_FM/AM: stored as INPUT__FM_AM"_s,
+                                      u"VOL+: stored as VOL+-2"_s, u"VOL-: stored as VOL--2"_s,
+                                      u"INPUT:_MD/AUX: stored as INPUT__MD_AUX"_s}));
+    EXPECT_EQ(CodeOf(t, u"JVC"_s, u"INPUT__FM_AM"_s).protocol,
+              CodeOf(t, u"JVC"_s, u"VOL+-2"_s).protocol);
+    EXPECT_EQ(QDir(t.path(u"IRSignals"_s)).entryList(QDir::Files).size(), 22);
+
+    r = ImportCodes(t.folder, t.settings, {data + u"adcom-pre-amplifier.ir"_s, u"Adcom"_s, 0});
+    ASSERT_TRUE(r.ok()) << r.error.toStdString() << r.refused.join(u'\n').toStdString();
+    ASSERT_EQ(r.remotes.size(), 3u);
+    EXPECT_EQ(r.remotes[1].device, u"Adcom (2)"_s);
+    EXPECT_EQ(r.remotes[2].device, u"Adcom (3)"_s);
+    EXPECT_EQ(r.remotes[0].added + r.remotes[1].added + r.remotes[2].added, 181);
+    EXPECT_TRUE(r.renamed.contains(u"TUNER: stored as TUNER-2"_s));
+    EXPECT_TRUE(r.renamed.contains(u"SKIP_>>: stored as SKIP___"_s));
 }

@@ -4,6 +4,7 @@
 // replayed with ir-ctl.
 #include "core/AtomicFile.h"
 #include "core/Log.h"
+#include "core/NameText.h"
 #include "core/ProgramFolder.h"
 #include "core/Wait.h"
 #include "infrared/DeviceList.h"
@@ -361,16 +362,6 @@ int send(const QString& device, const QString& path) {
     return 0;
 }
 
-// A name as a file name: no folders, nothing hidden, nothing unprintable.
-QString fileNameFor(const QString& name) {
-    QString out;
-    for (QChar c : name)
-        out += (c == u'/' || c == u'\\' || !c.isPrint()) ? u'_' : c;
-    while (out.startsWith(u'.'))
-        out.remove(0, 1);
-    return out.isEmpty() ? u"signal"_s : out.left(100);
-}
-
 int convert(const QStringList& args) {
     QStringList paths;
     std::optional<IrFormat> to;
@@ -450,9 +441,12 @@ int convert(const QStringList& args) {
             complain(code.name + u": "_s + error);
             return 1;
         }
-        QString base = fileNameFor(code.group.isEmpty() || read.codes.size() < 2
-                                       ? code.name
-                                       : code.group + u"-"_s + code.name);
+        // Names as file names by the program's one rule, so that no name
+        // (":", "..", "a/b") writes outside OUT.
+        QString base = FileNameOf(QStringView(code.group.isEmpty() || read.codes.size() < 2
+                                                  ? code.name
+                                                  : code.group + u"-"_s + code.name)
+                                      .left(100));
         QString name = base + u"."_s + IrFormatExtension(*to);
         for (int n = 2; taken.contains(name); ++n)
             name = base + u"-"_s + QString::number(n) + u"."_s + IrFormatExtension(*to);
