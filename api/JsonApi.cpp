@@ -532,7 +532,7 @@ void JsonApi::press(int remote, int key, int repeat, const Reply& r) {
     auto left = std::make_shared<int>(repeat);
     auto step = std::make_shared<std::function<void()>>();
     QPointer<JsonApi> self(this);
-    *step = [this, self, r, path, device, function, left, step] {
+    *step = [this, self, r, path, device, function, left, step, repeat] {
         if (!self)
             return;
         device_.Enqueue(path,
@@ -566,7 +566,7 @@ void JsonApi::press(int remote, int key, int repeat, const Reply& r) {
                                                    : u"送信する前にキーが削除されました。"_s);
                             }
                         },
-                        {u"api"_s, device, function});
+                        {u"api"_s, device, function, *left < repeat});
     };
     (*step)();
 }

@@ -120,6 +120,26 @@ uint32_t ProtocolScancodeMask(IrProtocol protocol) {
     return info(protocol).mask;
 }
 
+std::vector<IrProtocol> KnownProtocols() {
+    std::vector<IrProtocol> all;
+    for (const ProtocolInfo& p : Protocols)
+        if (p.protocol != IrProtocol::Raw)
+            all.push_back(p.protocol);
+    return all;
+}
+
+bool HasToggle(IrProtocol protocol) {
+    switch (protocol) {
+    case IrProtocol::Rc5:
+    case IrProtocol::Rc5x20:
+    case IrProtocol::Rc6_0:
+    case IrProtocol::Rc6Mce:
+        return true;
+    default:
+        return false;
+    }
+}
+
 IrCodeFields FieldsOf(const IrCode& c) {
     IrCodeFields f;
     const uint32_t sc = c.scancode;

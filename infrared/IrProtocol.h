@@ -47,7 +47,7 @@ enum class IrProtocol : uint8_t {
 struct IrCode {
     IrProtocol protocol = IrProtocol::Raw;
     uint32_t scancode = 0;
-    bool toggle = false;                      // rc5, rc5x_20, rc6_0, rc6_mce
+    bool toggle = false;                      // where HasToggle
     std::vector<std::vector<uint8_t>> frames; // aeha
     // The signal went on after the first frame with repeats of it (the
     // protocol's repeat frame or the frame again): a held key.
@@ -59,11 +59,16 @@ struct IrCode {
 
 // "nec", "rc6_mce", "samsung32", "aeha", "raw".
 QString ProtocolName(IrProtocol protocol);
+// Every protocol of the table but raw, in the enum's order.
+std::vector<IrProtocol> KnownProtocols();
 std::optional<IrProtocol> ProtocolFromName(QStringView name); // case-insensitive
 // NEC 38 kHz, Sony 40 kHz, RC5/RC6 36 kHz, AEHA 37 kHz...; 0 for raw.
 int ProtocolCarrierHz(IrProtocol protocol);
 // Highest scancode the protocol has room for; 0 for aeha and raw.
 uint32_t ProtocolScancodeMask(IrProtocol protocol);
+// The protocol's frames carry a bit (IrCode::toggle) that the remote flips at
+// every press, so that a device tells two presses from one held key.
+bool HasToggle(IrProtocol protocol);
 
 // The protocol's own fields, as far as it has them.
 struct IrCodeFields {

@@ -364,8 +364,31 @@ void Transceiver::Enqueue(const QString& path, std::function<void(SendResult)> d
         return refuse(SendResult::Busy);
     }
     timDeactivate.stop();
+    if (!label.remote.isEmpty())
+        blob = toggled(path, label, std::move(blob));
     queue_.push_back({path, std::move(blob), std::move(done), std::move(label)});
     sendNext();
+}
+
+// The first send of a remote goes out with the toggle stored; each later
+// press has it flipped. The frame is written afresh from its decode, on the
+// stored carrier.
+QByteArray Transceiver::toggled(const QString& path, const SendLabel& label, QByteArray blob) {
+    IrCode code = codes_.codeOf(path);
+    if (!HasToggle(code.protocol))
+        return blob;
+    if (const auto last = toggles_.constFind(label.remote); last != toggles_.cend())
+        code.toggle = label.again ? *last : !*last;
+    toggles_.insert(label.remote, code.toggle);
+    const auto stored = IrBlob::decode(blob);
+    auto timing = EncodeSignal(code);
+    if (!stored || !timing)
+        return blob;
+    auto fresh = BlobFromTiming(*timing);
+    if (!fresh)
+        return blob;
+    fresh->pulsePeriodNs = stored->pulsePeriodNs;
+    return fresh->encode();
 }
 
 void Transceiver::sendNext() {

@@ -2,6 +2,7 @@
 
 #include "infrared/DeviceList.h"
 #include "infrared/IrDriver.h"
+#include "infrared/IrProtocol.h"
 #include "infrared/SignalStore.h"
 #include "infrared/Transmission.h"
 
@@ -49,6 +50,9 @@ public:
     bool CancelCaptureTira();
     // Queues a send of a signal file; done hears how it ended. At most
     // MaxQueued sends wait behind the one going out; more are Busy at once.
+    // A key's signal with a toggle bit goes out with the bit flipped from the
+    // last send of its remote (kept unless label.again), as from a hand-held
+    // remote.
     void Enqueue(const QString& path, std::function<void(SendResult)> done, SendLabel label = {});
     // Enqueue, waiting with events running until this send has ended. Tells
     // the person (or the log) when the device cannot be opened.
@@ -123,6 +127,7 @@ private:
         SendLabel label;
     };
     void sendNext();
+    QByteArray toggled(const QString& path, const SendLabel& label, QByteArray blob);
     void finishJob(SendResult result);
     void openAsync(qint16 port, std::function<void(bool)> done);
     bool opened(int rc, IrDriver* d, const QString& target, const QString& configured);
@@ -156,4 +161,6 @@ private:
     bool testing_ = false;
     UsbIdentity identity_; // of the device last opened for identityFor_
     QString identityFor_;
+    SignalCodeCache codes_;
+    QHash<QString, bool> toggles_; // the last toggle sent, by remote
 };

@@ -265,7 +265,7 @@ void Lircd::handle(Client& client, const QByteArray& line) {
 
 // The client's next command waits until this one is answered, as with lircd.
 void Lircd::sendTimes(QPointer<QIODevice> io, QByteArray line, QString remote, QString key,
-                      int left) {
+                      int left, bool again) {
     const auto done = [this, io, line](const QByteArray& reply) {
         answer(io, reply);
         if (Client* c = io ? clientOf(io) : nullptr) {
@@ -286,10 +286,10 @@ void Lircd::sendTimes(QPointer<QIODevice> io, QByteArray line, QString remote, Q
                         if (result != SendResult::Sent)
                             return done(LircdError(line, "transmission failed"));
                         if (left > 1)
-                            return self->sendTimes(io, line, remote, key, left - 1);
+                            return self->sendTimes(io, line, remote, key, left - 1, true);
                         done(LircdSuccess(line));
                     },
-                    {u"lircd"_s, remote, key});
+                    {u"lircd"_s, remote, key, again});
 }
 
 // A held key goes out again as soon as its last send is over, until SEND_STOP
@@ -329,7 +329,7 @@ void Lircd::holdNext() {
                             return self->held_.reset();
                         self->holdNext();
                     },
-                    {u"lircd"_s, h.remote, h.key});
+                    {u"lircd"_s, h.remote, h.key, h.answered});
 }
 
 void Lircd::KeyHeard(const IrCode& code, int repeat, const QString& remote, const QString& key) {

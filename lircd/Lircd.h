@@ -73,7 +73,9 @@ private:
     void accepted(QIODevice* io);
     void readable(QIODevice* io);
     void handle(Client& client, const QByteArray& line);
-    void sendTimes(QPointer<QIODevice> io, QByteArray line, QString remote, QString key, int left);
+    // again: a repeat of the send before, not a new press.
+    void sendTimes(QPointer<QIODevice> io, QByteArray line, QString remote, QString key, int left,
+                   bool again = false);
     void holdNext();
     void answer(QIODevice* io, const QByteArray& reply);
     void finish(QIODevice* io);

@@ -83,10 +83,7 @@ TEST(IrProtocol, EncodedCodesDecodeToThemselves) {
                 SCOPED_TRACE(spec.toStdString() + (repeats ? " repeats" : "") +
                              (toggle ? " toggle" : ""));
                 IrCode c = code(spec, repeats, toggle);
-                const bool toggles =
-                    c.protocol == IrProtocol::Rc5 || c.protocol == IrProtocol::Rc5x20 ||
-                    c.protocol == IrProtocol::Rc6_0 || c.protocol == IrProtocol::Rc6Mce;
-                if (toggle && !toggles)
+                if (toggle && !HasToggle(c.protocol))
                     continue;
                 auto t = EncodeSignal(c);
                 ASSERT_TRUE(t);

@@ -1,6 +1,7 @@
 #include "lircd/Lircd.h"
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
+#include "infrared/IrProtocol.h"
 #include "infrared/SignalStore.h"
 #include "infrared/SimDriver.h"
 #include "infrared/Transceiver.h"
@@ -34,6 +35,17 @@ QByteArray Ok(const char* line, const QList<QByteArray>& data = {}) {
 }
 QByteArray Err(const char* line, const char* why) {
     return LircdError(line, why);
+}
+
+// What went out, decoded, with the carrier it went out on.
+std::vector<std::pair<IrCode, int>> SentCodes(const QStringList& log) {
+    std::vector<std::pair<IrCode, int>> sent;
+    for (const QString& line : log) {
+        const auto blob = IrBlob::decode(QByteArray::fromHex(line.section(u' ', 2).toLatin1()));
+        const IrTiming t = blob ? TimingFromBlob(*blob) : IrTiming{};
+        sent.emplace_back(DecodeSignal(t), t.carrierHz);
+    }
+    return sent;
 }
 
 // A socket file left behind by a server that ended without removing it.
@@ -332,4 +344,67 @@ TEST(Lircd, DebianClientsDriveTheProgram) {
 
     ASSERT_TRUE(p.stop());
     EXPECT_FALSE(QFile::exists(socket));
+}
+
+// Each press of a remote flips the toggle bit from the last one, as the
+// hand-held remote does, another remote's presses aside; the sends of one
+// press with a count keep it. The stored carrier stays.
+TEST(Lircd, PressesFlipTheToggleBitPerRemote) {
+    TempFolder t;
+    t.folder.CreateDataFolders();
+    ScriptedPrompt prompt;
+    t.settings.Write(Key::TransceiverPath, u"sim"_s);
+    t.settings.Write(Key::LircdSocket, u"lircd"_s);
+    const struct {
+        int slot, button;
+        QString remote, key, spec;
+        bool toggle;
+    } keys[] = {{1, 0, u"TV"_s, u"1"_s, u"rc5:0x0001"_s, false},
+                {1, 1, u"TV"_s, u"Vol"_s, u"rc5:0x0010"_s, false},
+                {2, 0, u"PC"_s, u"OK"_s, u"rc6_mce:0x800f0422"_s, true}};
+    for (const auto& k : keys) {
+        IrCode code = *ParseCodeSpec(k.spec);
+        code.toggle = k.toggle;
+        code.repeats = true;
+        IrTiming timing = *EncodeSignal(code);
+        timing.carrierHz = 38000;
+        t.settings.WriteIni(RemoteSection(k.slot), u"Device", k.remote);
+        t.settings.WriteIni(RemoteSection(k.slot), u"Design", u"4"_s);
+        t.settings.WriteIni(RemoteSection(k.slot), ButtonKey(k.button), k.key);
+        ASSERT_TRUE(WriteSignalFile(SignalFilePath(t.folder, k.remote, k.key),
+                                    BlobFromTiming(timing)->encode()));
+    }
+    Transceiver device{t.folder, t.settings, prompt};
+    Lircd lircd(t.folder, t.settings, device);
+    lircd.Start();
+    QLocalSocket client;
+    client.connectToServer(lircd.socketPath());
+    ASSERT_TRUE(client.waitForConnected(2000));
+    for (const char* line :
+         {"SEND_ONCE TV 1", "SEND_ONCE PC OK", "SEND_ONCE TV 1", "SEND_ONCE TV Vol 2"}) {
+        client.write(QByteArray(line) + '\n');
+        QByteArray got;
+        ASSERT_TRUE(WaitUntil([&] {
+            got += client.readAll();
+            return got.endsWith("END\n");
+        })) << line;
+        EXPECT_TRUE(got.contains("SUCCESS")) << got.constData();
+    }
+    const auto sent = SentCodes(SimLog(t.root()));
+    ASSERT_EQ(sent.size(), 5u);
+    const struct {
+        const char* spec;
+        bool toggle;
+    } want[] = {{"rc5:0x0001", false},
+                {"rc6_mce:0x800f0422", true},
+                {"rc5:0x0001", true},
+                {"rc5:0x0010", false},
+                {"rc5:0x0010", false}};
+    for (size_t i = 0; i < sent.size(); ++i) {
+        IrCode code = *ParseCodeSpec(QString::fromLatin1(want[i].spec));
+        code.toggle = want[i].toggle;
+        code.repeats = true;
+        EXPECT_EQ(sent[i].first, code) << i;
+        EXPECT_EQ(sent[i].second, 38000) << i;
+    }
 }
