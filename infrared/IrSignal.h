@@ -29,11 +29,12 @@ struct IrBlob {
     static std::optional<IrBlob> decode(QByteArrayView bytes);
 };
 
-// What a transceiver can send: carriers outside this range are damage, and no
-// key's signal lasts seconds (the reply waits grow with the length).
+// What a transceiver can send: carriers outside this range are damage. A key's
+// signal may last seconds (some fans send a message of 7 s), not more than 10
+// (the reply waits grow with the length).
 constexpr int MinCarrierHz = 10000;
 constexpr int MaxCarrierHz = 500000;
-constexpr uint64_t MaxSignalUs = 3000000;
+constexpr uint64_t MaxSignalUs = 10000000;
 // Why a well-formed blob is still not to be sent; empty when it may be.
 QString SignalProblem(const IrBlob& blob);
 

@@ -262,12 +262,13 @@ bool LircDriver::cut(const std::vector<uint32_t>& durations, std::vector<Piece>*
         size_t fits = begin, cut = 0;
         uint64_t total = 0;
         for (size_t i = begin; i < d.size(); ++i) {
+            // A pause ends the write before it, however long it is.
+            if ((i - begin) % 2 == 1 && d[i] >= MinCutUs)
+                cut = i;
             total += d[i];
             if (i - begin + 1 > MaxSendValues || total > MaxSendUs)
                 break;
             fits = i + 1;
-            if ((i - begin) % 2 == 1 && d[i] >= MinCutUs)
-                cut = i;
         }
         size_t stop = fits == d.size() ? fits : cut;
         if (stop <= begin)
@@ -315,12 +316,18 @@ int LircDriver::prepare(int repeat, int frequency, QByteArrayView data,
     uint32_t duty = SendDutyCyclePercent;
     if (features_ & LIRC_CAN_SET_SEND_DUTY_CYCLE)
         io_->ioctl(fd_, LIRC_SET_SEND_DUTY_CYCLE, &duty);
+    const auto cannotCut = [this] {
+        qCWarning(lcLirc).noquote()
+            << path_ << "cannot send the signal: it goes on for more than" << MaxSendUs / 1000
+            << "ms or" << MaxSendValues << "durations without a pause to cut it at";
+        return int(Io);
+    };
     if (!cut(timing.frame(), pieces))
-        return Io;
+        return cannotCut();
     for (int i = 0; timing.repeats() && i < repeat; ++i) {
         pieces->back().pauseMs = int(std::min<uint32_t>(timing.gapUs() / 1000, 1000));
         if (!cut(timing.repeatFrame(), pieces))
-            return Io;
+            return cannotCut();
     }
     return 0;
 }

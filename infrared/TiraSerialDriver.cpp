@@ -475,6 +475,40 @@ int TiraSerialDriver::tira_get_ir_data(QString* text) {
     return 0;
 }
 
+// One "IX" count holds at most 524 ms: a frame with a longer pause goes out as
+// several commands, the pause waited out between them. A longer pulse cannot
+// go out at all.
+bool TiraSerialDriver::commandsFor(const std::vector<uint32_t>& durations, int carrierHz,
+                                   std::vector<Step>* steps) {
+    constexpr uint32_t LongestUs = 0xFFFF * TiraFacts::UnitUs;
+    size_t begin = 0;
+    while (begin < durations.size()) {
+        size_t end = begin;
+        uint64_t us = 0;
+        while (end < durations.size() && !(end % 2 == 1 && durations[end] > LongestUs)) {
+            if (end % 2 == 0 && durations[end] > LongestUs) {
+                qCWarning(lcTira).noquote()
+                    << path_ << "cannot send a pulse of" << durations[end] / 1000
+                    << "ms: one Tira count holds at most" << LongestUs / 1000 << "ms";
+                return false;
+            }
+            us += durations[end++];
+        }
+        const QByteArray cmd = TiraTransmitCommand(
+            {durations.begin() + long(begin), durations.begin() + long(end)}, carrierHz);
+        if (cmd.isEmpty())
+            return false;
+        steps->push_back({.send = cmd,
+                          .reply = "OIX",
+                          .timeoutMs = TiraFacts::TransmitReplySlackMs + int(us / 1000),
+                          .why = "did not confirm a transmission"});
+        if (end < durations.size())
+            steps->push_back({.timeoutMs = int(durations[end] / 1000)});
+        begin = end + 1;
+    }
+    return !steps->empty();
+}
+
 int TiraSerialDriver::transmitSteps(int repeat, int frequency, QByteArrayView data,
                                     std::vector<Step>* steps) {
     if (mode_ == Mode::Closed)
@@ -488,9 +522,9 @@ int TiraSerialDriver::transmitSteps(int repeat, int frequency, QByteArrayView da
         return BadSignal;
     IrTiming timing = TimingFromBlob(*blob);
     const int carrier = frequency > 0 ? frequency : timing.carrierHz;
-    QByteArray first = TiraTransmitCommand(timing.frame(), carrier);
-    QByteArray again = TiraTransmitCommand(timing.repeatFrame(), carrier);
-    if (first.isEmpty() || (timing.repeats() && again.isEmpty()))
+    std::vector<Step> first, again;
+    if (!commandsFor(timing.frame(), carrier, &first) ||
+        (timing.repeats() && !commandsFor(timing.repeatFrame(), carrier, &again)))
         return BadSignal;
     if (!timing.repeats())
         repeat = 0;
@@ -500,21 +534,12 @@ int TiraSerialDriver::transmitSteps(int repeat, int frequency, QByteArrayView da
     const bool wasCapturing = capturing_ && captured_.isEmpty();
     if (mode_ == Mode::Timing)
         steps->push_back(leaveTimingMode());
-    auto lengthMs = [](const std::vector<uint32_t>& us) {
-        uint64_t sum = 0;
-        for (uint32_t d : us)
-            sum += d;
-        return int(std::min<uint64_t>(sum / 1000, MaxSignalUs / 1000));
-    };
     const int gapMs = int(std::min<uint32_t>(timing.gapUs() / 1000, 1000));
     for (int i = 0; i <= std::clamp(repeat, 0, 10); ++i) {
         if (i > 0)
             steps->push_back({.timeoutMs = gapMs});
-        steps->push_back({.send = i == 0 ? first : again,
-                          .reply = "OIX",
-                          .timeoutMs = TiraFacts::TransmitReplySlackMs +
-                                       lengthMs(i == 0 ? timing.frame() : timing.repeatFrame()),
-                          .why = "did not confirm a transmission"});
+        const std::vector<Step>& frame = i == 0 ? first : again;
+        steps->insert(steps->end(), frame.begin(), frame.end());
     }
     if (wasCapturing) // back to listening for the capture that was armed before
         steps->push_back({.send = QByteArray(TiraFacts::CaptureCommand, 4),

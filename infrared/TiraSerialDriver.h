@@ -84,6 +84,8 @@ private:
     int openPort();
     std::vector<Step> startSteps();
     int transmitSteps(int repeat, int frequency, QByteArrayView data, std::vector<Step>* steps);
+    bool commandsFor(const std::vector<uint32_t>& durations, int carrierHz,
+                     std::vector<Step>* steps);
 
     void onReadable();
     void parseStream();

@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <linux/lirc.h>
+#include <numeric>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -261,4 +262,24 @@ TEST(Lirc, ListensBetweenSendsAndNamesTheLearnedKey) {
     listener.SetListening(true);
     EXPECT_FALSE(listener.canListen());
     EXPECT_FALSE(listener.listening());
+}
+
+// A 7 s signal (a fan's frame held down) goes out in writes the kernel takes,
+// cut at its pauses, a pause longer than one write included.
+TEST(Lirc, LongSignalsGoOutInWritesCutAtPauses) {
+    Fixture f;
+    IrTiming held{{}, 38000, -1};
+    for (int frame = 0; frame < 120; ++frame)
+        held.durations.insert(held.durations.end(),
+                              {2200, 730, 740, 1460, 740, frame == 60 ? 700000u : 51000u});
+    ASSERT_TRUE(WriteSignalFile(f.t.path(u"long.bin"), BlobFromTiming(held)->encode()));
+    ASSERT_EQ(f.device.TransmitAndWait(f.t.path(u"long.bin"), Transceiver::Origin::Background),
+              SendResult::Sent);
+    size_t values = 0;
+    for (const auto& w : f.kernel->writes) {
+        EXPECT_EQ(w.size() % 2, 1u);
+        EXPECT_LE(std::accumulate(w.begin(), w.end(), 0u), 500000u);
+        values += w.size();
+    }
+    EXPECT_EQ(values + f.kernel->writes.size() - 1, held.frame().size());
 }

@@ -1,6 +1,7 @@
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/Wait.h"
+#include "exchange/CodesExchange.h"
 #include "infrared/DeviceList.h"
 #include "infrared/FakeTira.h"
 #include "infrared/IrSignal.h"
@@ -19,6 +20,7 @@
 
 #include <gtest/gtest.h>
 #include <map>
+#include <numeric>
 
 using namespace Qt::StringLiterals;
 
@@ -44,6 +46,16 @@ QByteArray necBlob() {
     TiraBurst burst;
     ParseTiraBurst(NecStream, &burst);
     return BlobFromTiming(TimingFromTiraBurst(burst))->encode();
+}
+
+// The durations (µs) an "IX" command sends.
+std::vector<uint32_t> IxDurations(const QByteArray& ix) {
+    std::vector<uint32_t> d;
+    for (qsizetype i = 28; i < ix.size(); ++i)
+        for (int nibble : {uint8_t(ix[i]) >> 4, ix[i] & 0x0F})
+            if (nibble != 0x0F)
+                d.push_back((uint8_t(ix[4 + 2 * nibble]) << 8 | uint8_t(ix[5 + 2 * nibble])) * 8u);
+    return d;
 }
 
 } // namespace
@@ -305,4 +317,37 @@ TEST(TiraSerial, PortIsHeldExclusivelyAndRefusalsSayWhy) {
     TiraSerialDriver missing(u"/nonexistent/ttyUSB9"_s);
     EXPECT_EQ(missing.tira_start(0), TiraSerialDriver::Missing);
     EXPECT_TRUE(missing.problem().contains(u"見つかりません"_s));
+}
+
+// A real Dyson remote's 7 s key (its frame held down) imports and goes out
+// whole in one command; a pause longer than one count holds is waited out
+// between two.
+TEST(TiraSerial, LongSignalsGoOutWhole) {
+    Fixture f;
+    const CodesImportResult r = ImportCodes(
+        f.t.folder, f.t.settings,
+        {QStringLiteral(KESTRAVA_TEST_DATA "/flipper-irdb/dyson-purifier-humidify-ph04.ir"),
+         u"Dyson"_s, 0});
+    ASSERT_TRUE(r.ok()) << r.error.toStdString() << r.refused.join(u'\n').toStdString();
+    EXPECT_EQ(r.remotes[0].added, 13);
+    EXPECT_EQ(f.device.TransmitAndWait(SignalFilePath(f.t.folder, u"Dyson", u"Filter_reset"),
+                                       Transceiver::Origin::Background),
+              SendResult::Sent);
+    ASSERT_EQ(f.tira->transmissions.size(), 1);
+    const std::vector<uint32_t> sent = IxDurations(f.tira->transmissions[0]);
+    EXPECT_EQ(sent.size(), 795u);
+    EXPECT_NEAR(std::accumulate(sent.begin(), sent.end(), 0.0), 7155131, 7155131 * 0.01);
+
+    const IrTiming paused{{560, 700000, 1120, 40000}, 38000, -1};
+    ASSERT_TRUE(
+        WriteSignalFile(f.t.path(u"IRSignals/Fan-Off.bin"_s), BlobFromTiming(paused)->encode()));
+    QElapsedTimer took;
+    took.start();
+    EXPECT_EQ(f.device.TransmitAndWait(f.t.path(u"IRSignals/Fan-Off.bin"_s),
+                                       Transceiver::Origin::Background),
+              SendResult::Sent);
+    EXPECT_GE(took.elapsed(), 700);
+    ASSERT_EQ(f.tira->transmissions.size(), 3);
+    EXPECT_EQ(IxDurations(f.tira->transmissions[1]), std::vector<uint32_t>{560});
+    EXPECT_EQ(IxDurations(f.tira->transmissions[2]), std::vector<uint32_t>{1120});
 }
