@@ -79,7 +79,7 @@ void BM_Decode(benchmark::State& state, IrProtocol protocol) {
 // Every protocol of the table, so that one missing from Codes shows.
 [[maybe_unused]] const bool Registered = [] {
     for (IrProtocol p : KnownProtocols())
-        benchmark::RegisterBenchmark(("BM_Decode/" + ProtocolName(p)).toStdString().c_str(),
+        benchmark::RegisterBenchmark(("BM_Decode/" + ProtocolName(p).toStdString()).c_str(),
                                      BM_Decode, p)
             ->Unit(benchmark::kMicrosecond);
     return true;
