@@ -37,6 +37,7 @@ TiraSerialDriver::TiraSerialDriver(QString path, QObject* parent)
     window_.setSingleShot(true);
     connect(&window_, &QTimer::timeout, this, &TiraSerialDriver::finishCapture);
     stepTimer_.setSingleShot(true);
+    stepTimer_.setTimerType(Qt::PreciseTimer); // pauses between sends are air time
     connect(&stepTimer_, &QTimer::timeout, this, &TiraSerialDriver::stepTimedOut);
 }
 
@@ -216,7 +217,9 @@ void TiraSerialDriver::nextStep() {
             return finish(Io);
     }
     // Every wait on the device ends, whatever the device does.
-    stepTimer_.start(std::clamp(s.timeoutMs, 0, 10000));
+    // The longest wait is for the reply to a whole signal of the longest kind.
+    stepTimer_.start(
+        std::clamp(s.timeoutMs, 0, int(MaxSignalUs / 1000) + TiraFacts::TransmitReplySlackMs));
     checkReply();
 }
 
