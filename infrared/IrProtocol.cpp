@@ -24,7 +24,7 @@ struct ProtocolInfo {
     uint32_t mask;
 };
 
-constexpr std::array<ProtocolInfo, 19> Protocols{{
+constexpr std::array<ProtocolInfo, 25> Protocols{{
     {IrProtocol::Raw, "raw", "raw", 0, 0},
     {IrProtocol::Nec, "nec", "NEC", 38000, 0xFFFF},
     {IrProtocol::Necx, "necx", "NECx", 38000, 0xFFFFFF},
@@ -44,20 +44,31 @@ constexpr std::array<ProtocolInfo, 19> Protocols{{
     {IrProtocol::Sharp, "sharp", "Sharp", 38000, 0x1FFF},
     {IrProtocol::Sanyo, "sanyo", "Sanyo", 38000, 0x1FFFFF},
     {IrProtocol::Aeha, "aeha", "AEHA", 37000, 0},
+    {IrProtocol::Pioneer, "pioneer", "Pioneer", 40000, 0xFFFFFF},
+    {IrProtocol::Proton, "proton", "Proton", 38500, 0xFFFF},
+    {IrProtocol::Rca, "rca", "RCA", 58000, 0xFFF},
+    {IrProtocol::Rca38, "rca38", "RCA-38", 38700, 0xFFF},
+    {IrProtocol::Samsung36, "samsung36", "Samsung36", 37900, 0xFFFF0FFF},
+    {IrProtocol::GiCable, "gicable", "G.I. Cable", 38700, 0xFFF},
 }};
 
 const ProtocolInfo& info(IrProtocol p) {
     return Protocols[size_t(p)];
 }
 
-constexpr std::array<const Family*, 5> Families{&NecFamily, &SonyFamily, &Rc6Family, &Rc5Family,
-                                                &SharpFamily};
+constexpr std::array<const Family*, 11> Families{
+    &NecFamily,     &SonyFamily,   &Rc6Family, &Rc5Family,       &SharpFamily,  &KaseikyoFamily,
+    &PioneerFamily, &ProtonFamily, &RcaFamily, &Samsung36Family, &GiCableFamily};
 
-bool decodeFrame(const Durations& d, size_t at, Frame* out) {
+// Some protocols share a frame and differ only in their carrier.
+bool decodeFrame(const Durations& d, size_t at, int carrierHz, Frame* out) {
     for (const Family* f : Families) {
         *out = Frame{};
-        if (f->decode(d, at, out))
+        if (f->decode(d, at, out)) {
+            pioneerByCarrier(out->code, carrierHz);
+            rcaByCarrier(out->code, carrierHz);
             return true;
+        }
     }
     return false;
 }
@@ -167,6 +178,11 @@ IrCodeFields FieldsOf(const IrCode& c) {
         f.command = (sc >> 8) & 0x7F;
         f.extra = sc & 0x3F;
         break;
+    case IrProtocol::Samsung36:
+        f.address = sc >> 16;
+        f.command = sc & 0xFF;
+        f.extra = (sc >> 8) & 0xF;
+        break;
     case IrProtocol::Aeha:
         if (!c.frames.empty() && c.frames[0].size() >= 2)
             f.maker = uint16_t(c.frames[0][0] | c.frames[0][1] << 8);
@@ -182,7 +198,7 @@ IrCodeFields FieldsOf(const IrCode& c) {
 IrCode DecodeSignal(const IrTiming& timing) {
     const Durations& d = timing.durations;
     Frame first;
-    if (d.empty() || !decodeFrame(d, 0, &first) || first.repeatOnly)
+    if (d.empty() || !decodeFrame(d, 0, timing.carrierHz, &first) || first.repeatOnly)
         return {};
     IrCode code = first.code;
     size_t at = first.end; // a pause, or the end
@@ -196,15 +212,19 @@ IrCode DecodeSignal(const IrTiming& timing) {
             at = end;
             continue;
         }
-        if (!decodeFrame(d, start, &next))
+        if (!decodeFrame(d, start, timing.carrierHz, &next))
             return {};
         if (next.repeatOnly) {
-            const bool nec = code.protocol == IrProtocol::Nec ||
-                             code.protocol == IrProtocol::Necx ||
-                             code.protocol == IrProtocol::Nec32;
+            const bool nec =
+                code.protocol == IrProtocol::Nec || code.protocol == IrProtocol::Necx ||
+                code.protocol == IrProtocol::Nec32 || code.protocol == IrProtocol::Sanyo ||
+                code.protocol == IrProtocol::GiCable;
             if (!nec && code.protocol != IrProtocol::Aeha)
                 return {};
             code.repeats = true;
+        } else if (code.protocol == IrProtocol::Pioneer) {
+            if (!pioneerNext(code, next.code))
+                return {};
         } else if (code.protocol == next.code.protocol && code.protocol != IrProtocol::Aeha &&
                    code.scancode == next.code.scancode) {
             code.repeats = true;
@@ -312,9 +332,13 @@ QJsonValue IrpJson(const IrCode& code) {
 }
 
 QStringList IrpProtocolNames() {
-    return {u"NEC1"_s,     u"NEC2"_s,     u"NEC1-f16"_s, u"NECx1"_s, u"JVC"_s,  u"Aiwa"_s,
-            u"Sony12"_s,   u"Sony15"_s,   u"Sony20"_s,   u"RC5"_s,   u"RC5x"_s, u"RC6"_s,
-            u"RC6-6-20"_s, u"RC6-6-24"_s, u"RC6-6-32"_s, u"MCE"_s,   u"Sharp"_s};
+    return {u"NEC1"_s,       u"NEC2"_s,   u"NEC1-f16"_s,     u"NECx1"_s,    u"JVC"_s,
+            u"Aiwa"_s,       u"Sony12"_s, u"Sony15"_s,       u"Sony20"_s,   u"RC5"_s,
+            u"RC5x"_s,       u"RC6"_s,    u"RC6-6-20"_s,     u"RC6-6-24"_s, u"RC6-6-32"_s,
+            u"MCE"_s,        u"Sharp"_s,  u"Panasonic"_s,    u"Denon-K"_s,  u"JVC-48"_s,
+            u"SharpDVD"_s,   u"Teac-K"_s, u"Mitsubishi-K"_s, u"Fujitsu"_s,  u"Kaseikyo"_s,
+            u"Pioneer"_s,    u"Proton"_s, u"RCA"_s,          u"RCA-38"_s,   u"Samsung36"_s,
+            u"G.I. Cable"_s, u"NEC42"_s};
 }
 
 namespace {
@@ -392,7 +416,10 @@ QString CodeSpec(const IrCode& code) {
     }
     const int digits = ProtocolScancodeMask(code.protocol) > 0xFFFF ? 6 : 4;
     const int width = ProtocolScancodeMask(code.protocol) > 0xFFFFFF ? 8 : digits;
-    return name + u":0x"_s + u"%1"_s.arg(code.scancode, width, 16, QChar(u'0'));
+    QString spec = name + u":0x"_s + u"%1"_s.arg(code.scancode, width, 16, QChar(u'0'));
+    if (code.protocol == IrProtocol::Pioneer && !code.frames.empty())
+        spec += u"+0x"_s + hexBytes(code.frames[0], false);
+    return spec;
 }
 
 std::optional<IrCode> ParseCodeSpec(QStringView text, QString* why) {
@@ -404,7 +431,7 @@ std::optional<IrCode> ParseCodeSpec(QStringView text, QString* why) {
     const qsizetype colon = text.indexOf(u':');
     if (colon < 0)
         return fail(u"not PROTOCOL:SCANCODE"_s);
-    const QStringView value = text.mid(colon + 1).trimmed();
+    QStringView value = text.mid(colon + 1).trimmed();
     const auto protocol = ProtocolFromName(text.left(colon).trimmed());
     // Our names take one scancode (aeha its frames); the IR databases' names
     // their parameters.
@@ -430,6 +457,15 @@ std::optional<IrCode> ParseCodeSpec(QStringView text, QString* why) {
             code.frames.push_back(std::move(bytes));
         }
         return code;
+    }
+    QStringView second;
+    if (code.protocol == IrProtocol::Pioneer && value.contains(u'+')) {
+        second = value.mid(value.indexOf(u'+') + 1).trimmed();
+        value = value.left(value.indexOf(u'+')).trimmed();
+        std::vector<uint8_t> bytes;
+        if (!parseHex(second, &bytes) || bytes.size() != 3)
+            return fail(u"pioneer's second frame is 0xDDSSFF"_s);
+        code.frames.push_back(std::move(bytes));
     }
     bool ok = false;
     const qulonglong v = value.startsWith(u"0x"_s, Qt::CaseInsensitive)

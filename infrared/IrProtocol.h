@@ -34,7 +34,13 @@ enum class IrProtocol : uint8_t {
     Jvc,
     Sharp,
     Sanyo,
-    Aeha, // Japanese appliance format; Panasonic/Kaseikyo is maker 0x2002
+    Aeha,      // Japanese appliance format; Panasonic/Kaseikyo is maker 0x2002
+    Pioneer,   // NEC's frame at 40 kHz: D<<16|S<<8|F; a second frame in frames
+    Proton,    // D<<8|F
+    Rca,       // D<<8|F, 58 kHz
+    Rca38,     // D<<8|F, 38.7 kHz
+    Samsung36, // D<<24|S<<16|E<<8|F
+    GiCable,   // D<<8|F
 };
 
 // A decoded signal.
@@ -48,7 +54,7 @@ struct IrCode {
     IrProtocol protocol = IrProtocol::Raw;
     uint32_t scancode = 0;
     bool toggle = false;                      // where HasToggle
-    std::vector<std::vector<uint8_t>> frames; // aeha
+    std::vector<std::vector<uint8_t>> frames; // aeha; pioneer's second frame (D, S, F)
     // The signal went on after the first frame with repeats of it (the
     // protocol's repeat frame or the frame again): a held key.
     bool repeats = false;
@@ -113,7 +119,8 @@ IrCode DecodeSignal(const IrTiming& timing);
 // beyond the protocol's room or aeha without a frame.
 std::optional<IrTiming> EncodeSignal(const IrCode& code);
 
-// "nec:0x0408", "aeha:0x022080003dbc" (frames' bytes in hex, joined by ',').
+// "nec:0x0408", "aeha:0x022080003dbc" (frames' bytes in hex, joined by ','),
+// "pioneer:0xaf50bc+0xa55a1c" (a key of two frames).
 QString CodeSpec(const IrCode& code);
 // The reverse; the scancode may be decimal or 0x-hex. Also takes the IR
 // databases' PROTOCOL:D,S,F (D,F where there is no S; E=, M=, N= by name).

@@ -144,10 +144,25 @@ bool FlipperParsedSignal(const QString& protocol, uint32_t a, uint32_t c, NamedS
         put(bits, ~c & 0xFF, 8, false);
         signal->timing = pulseDistance(Rca, bits);
         return true;
+    } else if (protocol == u"Pioneer") {
+        if (!fits(0xFF, 0xFF))
+            return false;
+        code = make(IrProtocol::Pioneer, a << 16 | (~a & 0xFF) << 8 | c);
     } else if (protocol == u"Kaseikyo") {
-        *why = u"Kaseikyo entries cannot be read (the layout of Flipper's address is not "
-               u"documented); learn the key or bring it as raw"_s;
-        return false;
+        // Flipper's address is id<<24 | maker<<8 | genre1<<4 | genre2 (maker
+        // bytes as sent, first in the low byte), its 10-bit command the data;
+        // the frame's check nibble and byte follow from them.
+        if (!fits(0x03FFFFFF, 0x3FF))
+            return false;
+        const uint32_t maker = a >> 8 & 0xFFFF;
+        const uint8_t m0 = uint8_t(maker), m1 = uint8_t(maker >> 8);
+        std::vector<uint8_t> b{m0, m1};
+        b.push_back(uint8_t((((m0 ^ m1) & 0xF) ^ (m0 ^ m1) >> 4) | (a >> 4 & 0xF) << 4));
+        b.push_back(uint8_t((a & 0xF) | (c & 0xF) << 4));
+        b.push_back(uint8_t((a >> 24 & 3) << 6 | c >> 4));
+        b.push_back(uint8_t(b[2] ^ b[3] ^ b[4]));
+        code.protocol = IrProtocol::Aeha;
+        code.frames.push_back(std::move(b));
     } else {
         *why = u"protocol %1 is not known"_s.arg(protocol);
         return false;
@@ -209,6 +224,28 @@ bool FlipperParsedOf(const NamedSignal& signal, QString* protocol, uint32_t* add
         *address = ((sc >> 16) & 0x1F) | ((sc >> 8) & 0xFF) << 5;
         *command = sc & 0x7F;
         return true;
+    case IrProtocol::Pioneer:
+        if (!code.frames.empty() || ((sc >> 16) ^ (sc >> 8 & 0xFF)) != 0xFF)
+            return false;
+        *protocol = u"Pioneer"_s;
+        *address = sc >> 16;
+        *command = sc & 0xFF;
+        return true;
+    case IrProtocol::Aeha: {
+        // Kaseikyo as Flipper reads it: six bytes, the maker's check nibble
+        // and the XOR of bytes 2 to 4 last.
+        if (code.frames.size() != 1 || code.frames[0].size() != 6)
+            return false;
+        const auto& b = code.frames[0];
+        const uint8_t makerCheck = uint8_t(((b[0] ^ b[1]) & 0xF) ^ (b[0] ^ b[1]) >> 4);
+        if ((b[2] & 0xF) != makerCheck || b[5] != (b[2] ^ b[3] ^ b[4]))
+            return false;
+        *protocol = u"Kaseikyo"_s;
+        *address = uint32_t(b[4] >> 6) << 24 | uint32_t(b[1]) << 16 | uint32_t(b[0]) << 8 |
+                   uint32_t(b[2] >> 4) << 4 | (b[3] & 0xF);
+        *command = uint32_t(b[3] >> 4) | uint32_t(b[4] & 0x3F) << 4;
+        return true;
+    }
     default:
         return false;
     }

@@ -199,5 +199,18 @@ extern const Family SonyFamily;
 extern const Family Rc6Family;
 extern const Family Rc5Family;
 extern const Family SharpFamily;
+extern const Family KaseikyoFamily; // names aeha frames; reads none itself
+extern const Family PioneerFamily;  // the NEC reader reads it; the carrier decides
+extern const Family ProtonFamily;
+extern const Family RcaFamily;
+extern const Family Samsung36Family;
+extern const Family GiCableFamily;
+
+// A NEC frame on Pioneer's 40 kHz is Pioneer's; RCA's below 48 kHz RCA-38.
+void pioneerByCarrier(IrCode& code, int carrierHz);
+void rcaByCarrier(IrCode& code, int carrierHz);
+// Folds the next frame of a Pioneer key in: its second frame, or a repeat;
+// false when it is neither.
+bool pioneerNext(IrCode& code, const IrCode& next);
 
 } // namespace irproto

@@ -59,7 +59,11 @@ bool decodeLeader(const Durations& d, size_t at, Frame* out) {
         if (!end)
             return false;
         out->end = end;
-        if (bits.count == 32) {
+        if (bits.count == 0) { // Aiwa's ditto: the leader, a pulse and a long pause
+            if (end < d.size() && d[end] < 20000)
+                return false;
+            out->repeatOnly = true;
+        } else if (bits.count == 32) {
             out->code = necCode(bits.bytes[0], bits.bytes[1], bits.bytes[2], bits.bytes[3]);
         } else if (bits.count == 16) {
             out->code.protocol = IrProtocol::Jvc;
@@ -98,7 +102,9 @@ bool decodeLeader(const Durations& d, size_t at, Frame* out) {
         if (!end)
             return false;
         out->end = end;
-        if (bits.count == 0) {
+        if (bits.count == 0) { // a long pause follows, not a first bit a little long
+            if (end < d.size() && d[end] < 8000)
+                return false;
             out->repeatOnly = true;
             return true;
         }
@@ -193,6 +199,10 @@ bool writeRepeat(const IrCode& code, Writer& w) {
         w.add(16 * NecUnit, 4 * NecUnit);
         w.d.push_back(uint32_t(NecUnit));
         w.pauseTo(from, NecPeriod, uint32_t(10 * NecUnit));
+        return true;
+    case IrProtocol::Sanyo: // Aiwa's ditto
+        w.add(16 * NecUnit, 8 * NecUnit);
+        w.add(NecUnit, 165 * NecUnit);
         return true;
     case IrProtocol::Jvc: {
         const std::array<uint8_t, 2> b{uint8_t(code.scancode >> 8), uint8_t(code.scancode)};
