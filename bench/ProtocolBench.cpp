@@ -35,6 +35,12 @@ const char* const Codes[] = {
     "sharp:0x1ea5",
     "sanyo:0x1fff12",
     "aeha:0x022080003dbc",
+    "pioneer:0xa55a1c",
+    "proton:0x12a5",
+    "rca:0x0f5a",
+    "rca38:0x0a12",
+    "samsung36:0x07070a12",
+    "gicable:0x05a3",
 };
 // clang-format on
 
