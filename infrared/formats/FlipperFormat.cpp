@@ -165,13 +165,6 @@ IrCodeRead ReadFlipper(QByteArrayView bytes, const QString& fileName) {
     }
     if (!sawVersion)
         return fail(0, u"not a Flipper IR file (no header)"_s);
-    // Every line ends in a line break; a file that stops inside its last data
-    // line was cut, and its last number may be cut with it.
-    if (!entries.empty() && !bytes.endsWith('\n')) {
-        const auto data = entries.back().fields.find("data");
-        if (data != entries.back().fields.end() && data->first == lines.back().number)
-            return fail(data->first, u"the file ends inside this data line: it is cut short"_s);
-    }
     for (const Entry& e : entries) {
         QString why;
         int whyLine = 0;

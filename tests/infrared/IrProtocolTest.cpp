@@ -286,9 +286,8 @@ TEST(IrProtocol, RealRemotesDecode) {
         SCOPED_TRACE(std::string(k.file) + " " + k.key);
         QFile file(QStringLiteral(KESTRAVA_TEST_DATA "/flipper-irdb/") + QLatin1StringView(k.file));
         ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-        // Flipper-IRDB's raw files end without a newline; the reader takes
-        // that for a file cut short.
-        const IrCodeRead read = ReadIrCodes(file.readAll() + '\n', file.fileName());
+        // Flipper-IRDB's raw files end without a newline: read as they are.
+        const IrCodeRead read = ReadIrCodes(file.readAll(), file.fileName());
         ASSERT_TRUE(read.ok()) << read.error.toStdString();
         EXPECT_TRUE(read.refused.isEmpty()) << read.refused.join(u'\n').toStdString();
         const auto s =
