@@ -24,7 +24,7 @@ struct ProtocolInfo {
     uint32_t mask;
 };
 
-constexpr std::array<ProtocolInfo, 19> Protocols{{
+constexpr std::array<ProtocolInfo, 29> Protocols{{
     {IrProtocol::Raw, "raw", "raw", 0, 0},
     {IrProtocol::Nec, "nec", "NEC", 38000, 0xFFFF},
     {IrProtocol::Necx, "necx", "NECx", 38000, 0xFFFFFF},
@@ -44,14 +44,26 @@ constexpr std::array<ProtocolInfo, 19> Protocols{{
     {IrProtocol::Sharp, "sharp", "Sharp", 38000, 0x1FFF},
     {IrProtocol::Sanyo, "sanyo", "Sanyo", 38000, 0x1FFFFF},
     {IrProtocol::Aeha, "aeha", "AEHA", 37000, 0},
+    {IrProtocol::Denon, "denon", "Denon", 38000, 0x1FFF},
+    {IrProtocol::Denon1, "denon1", "Denon{1}", 38000, 0x1FFF},
+    {IrProtocol::Denon2, "denon2", "Denon{2}", 38000, 0x1FFF},
+    {IrProtocol::Mitsubishi, "mitsubishi", "Mitsubishi", 32600, 0xFFFF},
+    {IrProtocol::Recs80, "recs80", "RECS80", 38000, 0x073F},
+    {IrProtocol::Dish, "dish", "Dish Network", 57600, 0x1F1F3F},
+    {IrProtocol::DirecTv, "directv", "DirecTV", 38000, 0x0FFF},
+    {IrProtocol::RcMm12, "rc_mm_12", "RC-MM-12", 36000, 0x0FFF},
+    {IrProtocol::RcMm24, "rc_mm_24", "RC-MM-24", 36000, 0xFFFFFF},
+    {IrProtocol::RcMm32, "rc_mm_32", "RC-MM-32", 36000, 0xFFFF7FFF},
 }};
 
 const ProtocolInfo& info(IrProtocol p) {
     return Protocols[size_t(p)];
 }
 
-constexpr std::array<const Family*, 5> Families{&NecFamily, &SonyFamily, &Rc6Family, &Rc5Family,
-                                                &SharpFamily};
+constexpr std::array<const Family*, 10> Families{
+    &NecFamily,        &SonyFamily,   &Rc6Family,  &Rc5Family,     &SharpFamily,
+    &MitsubishiFamily, &Recs80Family, &DishFamily, &DirecTvFamily, &RcMmFamily,
+};
 
 bool decodeFrame(const Durations& d, size_t at, Frame* out) {
     for (const Family* f : Families) {
@@ -146,6 +158,15 @@ IrCodeFields FieldsOf(const IrCode& c) {
         f.address = (sc >> 16) & 0x1F;
         f.command = (sc >> 8) & 0x7F;
         f.extra = sc & 0x3F;
+        break;
+    case IrProtocol::Dish:
+    case IrProtocol::RcMm24:
+    case IrProtocol::RcMm32:
+        f.address = sc >> (c.protocol == IrProtocol::RcMm32 ? 24 : 16);
+        f.subdevice = (sc >> (c.protocol == IrProtocol::RcMm32 ? 16 : 8)) & 0xFF;
+        f.command = sc & 0xFF;
+        if (c.protocol == IrProtocol::RcMm32)
+            f.extra = (sc >> 8) & 0x7F;
         break;
     case IrProtocol::Aeha:
         if (!c.frames.empty() && c.frames[0].size() >= 2)
@@ -270,6 +291,8 @@ QString IrpSpec(const IrpCode& irp) {
         parts << u"M=%1"_s.arg(irp.M);
     if (irp.N >= 0)
         parts << u"N=%1"_s.arg(irp.N);
+    if (irp.X >= 0)
+        parts << u"X=%1"_s.arg(irp.X);
     return irp.protocol + u':' + parts.join(u',');
 }
 
@@ -288,13 +311,18 @@ QJsonValue IrpJson(const IrCode& code) {
         o[u"M"_s] = qint64(irp->M);
     if (irp->N >= 0)
         o[u"N"_s] = qint64(irp->N);
+    if (irp->X >= 0)
+        o[u"X"_s] = qint64(irp->X);
     return o;
 }
 
 QStringList IrpProtocolNames() {
-    return {u"NEC1"_s,     u"NEC2"_s,     u"NEC1-f16"_s, u"NECx1"_s, u"JVC"_s,  u"Aiwa"_s,
-            u"Sony12"_s,   u"Sony15"_s,   u"Sony20"_s,   u"RC5"_s,   u"RC5x"_s, u"RC6"_s,
-            u"RC6-6-20"_s, u"RC6-6-24"_s, u"RC6-6-32"_s, u"MCE"_s,   u"Sharp"_s};
+    return {u"NEC1"_s,       u"NEC2"_s,   u"NEC1-f16"_s,     u"NECx1"_s,    u"JVC"_s,
+            u"Aiwa"_s,       u"Sony12"_s, u"Sony15"_s,       u"Sony20"_s,   u"RC5"_s,
+            u"RC5x"_s,       u"RC6"_s,    u"RC6-6-20"_s,     u"RC6-6-24"_s, u"RC6-6-32"_s,
+            u"MCE"_s,        u"Sharp"_s,  u"Denon"_s,        u"Denon{1}"_s, u"Denon{2}"_s,
+            u"Mitsubishi"_s, u"RECS80"_s, u"Dish_Network"_s, u"DirecTV"_s,  u"Nokia12"_s,
+            u"Nokia"_s,      u"Nokia32"_s};
 }
 
 namespace {
@@ -327,10 +355,11 @@ std::optional<IrCode> parseIrpSpec(QStringView name, QStringView value, QString*
                         : key == u"E" ? &irp.E
                         : key == u"M" ? &irp.M
                         : key == u"N" ? &irp.N
+                        : key == u"X" ? &irp.X
                                       : nullptr;
         if (!slot) {
             if (why)
-                *why = u"'%1' is not one of D, S, F, E, M, N"_s.arg(key);
+                *why = u"'%1' is not one of D, S, F, E, M, N, X"_s.arg(key);
             return std::nullopt;
         }
         *slot = v;

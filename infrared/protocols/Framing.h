@@ -198,6 +198,11 @@ extern const Family NecFamily; // 9 ms / 4.5 ms leaders: NEC, Samsung, JVC, Sany
 extern const Family SonyFamily;
 extern const Family Rc6Family;
 extern const Family Rc5Family;
-extern const Family SharpFamily;
+extern const Family SharpFamily; // and Denon
+extern const Family MitsubishiFamily;
+extern const Family Recs80Family;
+extern const Family DishFamily;
+extern const Family DirecTvFamily;
+extern const Family RcMmFamily;
 
 } // namespace irproto
