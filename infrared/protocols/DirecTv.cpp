@@ -20,19 +20,20 @@ size_t readFrame(const Durations& d, size_t at, int leader, uint32_t* value) {
     if (at + 1 >= d.size())
         return 0;
     Judge j;
-    j.slack = 0.25 * Unit;
+    j.slack = 0.35 * Unit;
     j.scale = unitScale(d, at + 2, Unit, true, true, 3 * Unit);
     return twoPass(j, [&](Judge& jj) -> size_t {
-        if (!jj.near(d[at], leader * Unit) || !jj.near(d[at + 1], 2 * Unit))
+        // The leader only tells first frames (10 units) from repeats (5).
+        const double want = leader * Unit * jj.scale;
+        if (std::abs(d[at] - want) > 0.4 * want || !jj.near(d[at + 1], 2 * Unit))
             return 0;
-        jj.count(d[at], leader * Unit);
         jj.count(d[at + 1], 2 * Unit);
         uint32_t v = 0;
         size_t i = at + 2;
         for (int n = 0; n < 16; ++n, ++i) {
             if (i >= d.size())
                 return 0;
-            const double units = d[i] > 1.5 * Unit * jj.scale ? 2 : 1;
+            const double units = d[i] > 4.0 / 3 * Unit * jj.scale ? 2 : 1; // relatively halfway
             if (!jj.near(d[i], units * Unit))
                 return 0;
             jj.count(d[i], units * Unit);

@@ -26,7 +26,7 @@ size_t readGroup(const Durations& d, size_t at, bool leader, uint32_t* v) {
     Bits bits;
     Judge j;
     j.slack = 150;
-    j.scale = unitScale(d, leader ? at + 2 : at, Unit, true, false, 3000);
+    j.scale = unitScale(d, leader ? at + 2 : at, Unit, true, false, 11 * Unit);
     const size_t end = twoPass(j, [&](Judge& jj) -> size_t {
         bits = Bits{};
         const size_t e = readPd(d, at, t, jj, bits);
