@@ -41,6 +41,16 @@ const char* const Codes[] = {
     "rca38:0x0a12",
     "samsung36:0x07070a12",
     "gicable:0x05a3",
+    "denon:0x0c4d",
+    "denon1:0x1fff",
+    "denon2:0x0200",
+    "mitsubishi:0x4702",
+    "recs80:0x073f",
+    "dish:0x1f1f3f",
+    "directv:0x0c10",
+    "rc_mm_12:0x0abc",
+    "rc_mm_24:0xfedcba",
+    "rc_mm_32:0x2480260c",
 };
 // clang-format on
 

@@ -24,7 +24,7 @@ struct ProtocolInfo {
     uint32_t mask;
 };
 
-constexpr std::array<ProtocolInfo, 25> Protocols{{
+constexpr std::array<ProtocolInfo, 35> Protocols{{
     {IrProtocol::Raw, "raw", "raw", 0, 0},
     {IrProtocol::Nec, "nec", "NEC", 38000, 0xFFFF},
     {IrProtocol::Necx, "necx", "NECx", 38000, 0xFFFFFF},
@@ -50,15 +50,28 @@ constexpr std::array<ProtocolInfo, 25> Protocols{{
     {IrProtocol::Rca38, "rca38", "RCA-38", 38700, 0xFFF},
     {IrProtocol::Samsung36, "samsung36", "Samsung36", 37900, 0xFFFF0FFF},
     {IrProtocol::GiCable, "gicable", "G.I. Cable", 38700, 0xFFF},
+    {IrProtocol::Denon, "denon", "Denon", 38000, 0x1FFF},
+    {IrProtocol::Denon1, "denon1", "Denon{1}", 38000, 0x1FFF},
+    {IrProtocol::Denon2, "denon2", "Denon{2}", 38000, 0x1FFF},
+    {IrProtocol::Mitsubishi, "mitsubishi", "Mitsubishi", 32600, 0xFFFF},
+    {IrProtocol::Recs80, "recs80", "RECS80", 38000, 0x073F},
+    {IrProtocol::Dish, "dish", "Dish Network", 57600, 0x1F1F3F},
+    {IrProtocol::DirecTv, "directv", "DirecTV", 38000, 0x0FFF},
+    {IrProtocol::RcMm12, "rc_mm_12", "RC-MM-12", 36000, 0x0FFF},
+    {IrProtocol::RcMm24, "rc_mm_24", "RC-MM-24", 36000, 0xFFFFFF},
+    {IrProtocol::RcMm32, "rc_mm_32", "RC-MM-32", 36000, 0xFFFF7FFF},
 }};
 
 const ProtocolInfo& info(IrProtocol p) {
     return Protocols[size_t(p)];
 }
 
-constexpr std::array<const Family*, 11> Families{
-    &NecFamily,     &SonyFamily,   &Rc6Family, &Rc5Family,       &SharpFamily,  &KaseikyoFamily,
-    &PioneerFamily, &ProtonFamily, &RcaFamily, &Samsung36Family, &GiCableFamily};
+constexpr std::array<const Family*, 16> Families{
+    &NecFamily,    &SonyFamily,      &Rc6Family,     &Rc5Family,
+    &SharpFamily,  &KaseikyoFamily,  &PioneerFamily, &ProtonFamily,
+    &RcaFamily,    &Samsung36Family, &GiCableFamily, &MitsubishiFamily,
+    &Recs80Family, &DishFamily,      &DirecTvFamily, &RcMmFamily,
+};
 
 // Some protocols share a frame and differ only in their carrier.
 bool decodeFrame(const Durations& d, size_t at, int carrierHz, Frame* out) {
@@ -145,6 +158,8 @@ bool HasToggle(IrProtocol protocol) {
     case IrProtocol::Rc5x20:
     case IrProtocol::Rc6_0:
     case IrProtocol::Rc6Mce:
+    case IrProtocol::Recs80:
+    case IrProtocol::RcMm32:
         return true;
     default:
         return false;
@@ -182,6 +197,15 @@ IrCodeFields FieldsOf(const IrCode& c) {
         f.address = sc >> 16;
         f.command = sc & 0xFF;
         f.extra = (sc >> 8) & 0xF;
+        break;
+    case IrProtocol::Dish:
+    case IrProtocol::RcMm24:
+    case IrProtocol::RcMm32:
+        f.address = sc >> (c.protocol == IrProtocol::RcMm32 ? 24 : 16);
+        f.subdevice = (sc >> (c.protocol == IrProtocol::RcMm32 ? 16 : 8)) & 0xFF;
+        f.command = sc & 0xFF;
+        if (c.protocol == IrProtocol::RcMm32)
+            f.extra = (sc >> 8) & 0x7F;
         break;
     case IrProtocol::Aeha:
         if (!c.frames.empty() && c.frames[0].size() >= 2)
@@ -310,6 +334,8 @@ QString IrpSpec(const IrpCode& irp) {
         parts << u"M=%1"_s.arg(irp.M);
     if (irp.N >= 0)
         parts << u"N=%1"_s.arg(irp.N);
+    if (irp.X >= 0)
+        parts << u"X=%1"_s.arg(irp.X);
     return irp.protocol + u':' + parts.join(u',');
 }
 
@@ -328,6 +354,8 @@ QJsonValue IrpJson(const IrCode& code) {
         o[u"M"_s] = qint64(irp->M);
     if (irp->N >= 0)
         o[u"N"_s] = qint64(irp->N);
+    if (irp->X >= 0)
+        o[u"X"_s] = qint64(irp->X);
     return o;
 }
 
@@ -338,7 +366,9 @@ QStringList IrpProtocolNames() {
             u"MCE"_s,        u"Sharp"_s,  u"Panasonic"_s,    u"Denon-K"_s,  u"JVC-48"_s,
             u"SharpDVD"_s,   u"Teac-K"_s, u"Mitsubishi-K"_s, u"Fujitsu"_s,  u"Kaseikyo"_s,
             u"Pioneer"_s,    u"Proton"_s, u"RCA"_s,          u"RCA-38"_s,   u"Samsung36"_s,
-            u"G.I. Cable"_s, u"NEC42"_s};
+            u"G.I. Cable"_s, u"NEC42"_s,  u"Denon"_s,        u"Denon{1}"_s, u"Denon{2}"_s,
+            u"Mitsubishi"_s, u"RECS80"_s, u"Dish_Network"_s, u"DirecTV"_s,  u"Nokia12"_s,
+            u"Nokia"_s,      u"Nokia32"_s};
 }
 
 namespace {
@@ -371,10 +401,11 @@ std::optional<IrCode> parseIrpSpec(QStringView name, QStringView value, QString*
                         : key == u"E" ? &irp.E
                         : key == u"M" ? &irp.M
                         : key == u"N" ? &irp.N
+                        : key == u"X" ? &irp.X
                                       : nullptr;
         if (!slot) {
             if (why)
-                *why = u"'%1' is not one of D, S, F, E, M, N"_s.arg(key);
+                *why = u"'%1' is not one of D, S, F, E, M, N, X"_s.arg(key);
             return std::nullopt;
         }
         *slot = v;

@@ -34,13 +34,23 @@ enum class IrProtocol : uint8_t {
     Jvc,
     Sharp,
     Sanyo,
-    Aeha,      // Japanese appliance format; Panasonic/Kaseikyo is maker 0x2002
-    Pioneer,   // NEC's frame at 40 kHz: D<<16|S<<8|F; a second frame in frames
-    Proton,    // D<<8|F
-    Rca,       // D<<8|F, 58 kHz
-    Rca38,     // D<<8|F, 38.7 kHz
-    Samsung36, // D<<24|S<<16|E<<8|F
-    GiCable,   // D<<8|F
+    Aeha,       // Japanese appliance format; Panasonic/Kaseikyo is maker 0x2002
+    Pioneer,    // NEC's frame at 40 kHz: D<<16|S<<8|F; a second frame in frames
+    Proton,     // D<<8|F
+    Rca,        // D<<8|F, 58 kHz
+    Rca38,      // D<<8|F, 38.7 kHz
+    Samsung36,  // D<<24|S<<16|E<<8|F
+    GiCable,    // D<<8|F
+    Denon,      // Sharp's frame with other check bits: address<<8|command
+    Denon1,     // Denon's first half alone (DecodeIR's Denon{1})
+    Denon2,     // its second, inverted half alone (Denon{2}); command as sent first
+    Mitsubishi, // address<<8|command
+    Recs80,     // address<<8|command, the toggle apart
+    Dish,       // Dish Network: device<<16|subdevice<<8|function
+    DirecTv,    // device<<8|function; the check nibble is computed
+    RcMm12,     // the kernel's rc-mm-12, -24 and -32: the bits as sent,
+    RcMm24,     //   rc_mm_32 without its toggle bit 0x8000
+    RcMm32,
 };
 
 // A decoded signal.
@@ -94,13 +104,14 @@ struct IrpCode {
     int64_t D = -1, S = -1, F = -1;
     int64_t E = -1;         // NEC1-f16's second command byte, Kaseikyo's extra nibble...
     int64_t M = -1, N = -1; // Kaseikyo's maker bytes
+    int64_t X = -1;         // Nokia32's 7 bits beside its toggle
     bool operator==(const IrpCode&) const = default;
 };
 // Nothing for raw and for codes no IRP protocol describes.
 std::optional<IrpCode> IrpOf(const IrCode& code);
 // Nothing, with why, for a name we do not know or values it cannot hold.
 std::optional<IrCode> CodeFromIrp(const IrpCode& irp, QString* why = nullptr);
-// "NEC1:4,251,8"; "RC5:0,12" when there is no S; E, M, N as E=, M=, N=.
+// "NEC1:4,251,8"; "RC5:0,12" when there is no S; E, M, N, X as E=, M=, N=, X=.
 QString IrpSpec(const IrpCode& irp);
 // {"protocol", "D", "S", "F"} (null where the protocol has none; E, M, N
 // only where it has them); null when IrpOf has nothing.

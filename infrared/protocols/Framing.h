@@ -198,13 +198,18 @@ extern const Family NecFamily; // 9 ms / 4.5 ms leaders: NEC, Samsung, JVC, Sany
 extern const Family SonyFamily;
 extern const Family Rc6Family;
 extern const Family Rc5Family;
-extern const Family SharpFamily;
+extern const Family SharpFamily;    // and Denon
 extern const Family KaseikyoFamily; // names aeha frames; reads none itself
 extern const Family PioneerFamily;  // the NEC reader reads it; the carrier decides
 extern const Family ProtonFamily;
 extern const Family RcaFamily;
 extern const Family Samsung36Family;
 extern const Family GiCableFamily;
+extern const Family MitsubishiFamily;
+extern const Family Recs80Family;
+extern const Family DishFamily;
+extern const Family DirecTvFamily;
+extern const Family RcMmFamily;
 
 // A NEC frame on Pioneer's 40 kHz is Pioneer's; RCA's below 48 kHz RCA-38.
 void pioneerByCarrier(IrCode& code, int carrierHz);

@@ -10,44 +10,102 @@ constexpr uint32_t SonyPeriod = 45000;
 
 // Sony: 4T leader pulse, then bits as 1T space + 1T (0) or 2T (1) pulse, LSB
 // first: 7 command bits, 5 or 8 device bits, 8 subdevice bits in the 20-bit form.
-size_t readSony(const Durations& d, size_t at, Judge& j, Bits& bits) {
-    const size_t n = d.size();
-    if (!j.near(d[at], 4 * SonyUnit))
-        return 0;
-    j.count(d[at], 4 * SonyUnit);
-    ++at;
-    const double longest = (SonyUnit * (1 + j.tol) + j.slack) * j.scale;
-    for (;;) {
-        if (at >= n)
-            return at;
-        const uint32_t space = d[at];
-        if (space > longest)
-            return space >= 5 * SonyUnit * j.scale * 0.75 ? at : 0;
-        if (!j.near(space, SonyUnit))
-            return 0;
-        j.count(space, SonyUnit);
-        if (++at >= n)
-            return 0;
-        const double want = d[at] > 4.0 / 3 * SonyUnit * j.scale ? 2 * SonyUnit : SonyUnit;
-        if (!j.near(d[at], want) || !bits.push(want > SonyUnit))
-            return 0;
-        j.count(d[at], want);
-        ++at;
+//
+// Receivers lengthen pulses and shorten spaces by as much, up to a quarter of
+// the unit on some (712/488 µs for 600/600), so pulses are judged against the
+// short pulses measured on the frame rather than against the spaces' unit.
+bool readSony(const Durations& d, size_t at, Bits& bits, size_t* end) {
+    std::array<uint32_t, 21> marks{};
+    double spaces = 0;
+    int n = 0;
+    size_t i = at + 1;
+    for (; i + 1 < d.size() && d[i] < 3 * SonyUnit; i += 2) {
+        if (n == int(marks.size()))
+            return false;
+        spaces += d[i];
+        marks[size_t(n++)] = d[i + 1];
     }
+    if (n < 12)
+        return false;
+    const double space = spaces / n;
+    // Short and long pulses apart at 4/3 of the spaces' unit, then halfway
+    // (relatively) between the two kinds' means.
+    auto mean = [&](double split, bool longs, int* count) {
+        double sum = 0;
+        *count = 0;
+        for (int k = 0; k < n; ++k)
+            if ((marks[size_t(k)] >= split) == longs) {
+                sum += marks[size_t(k)];
+                ++*count;
+            }
+        return *count ? sum / *count : 0.0;
+    };
+    double split = 4.0 / 3 * space, shortMark = 0, longMark = 0;
+    int shorts = 0, longs = 0;
+    for (int pass = 0; pass < 2; ++pass) {
+        const double s = mean(split, false, &shorts), l = mean(split, true, &longs);
+        if (!shorts || !longs)
+            break;
+        shortMark = s;
+        longMark = l;
+        split = 2 * s * l / (s + l);
+    }
+    if (shortMark == 0) {
+        // Stretched pulses all over 4/3 of the spaces: apart where the sorted
+        // pulses jump most, if the jump is a unit's.
+        std::array<uint32_t, 21> sorted = marks;
+        std::sort(sorted.begin(), sorted.begin() + n);
+        double jump = 1;
+        for (int k = 1; k < n; ++k)
+            if (sorted[size_t(k)] > jump * sorted[size_t(k - 1)]) {
+                jump = double(sorted[size_t(k)]) / sorted[size_t(k - 1)];
+                split = (sorted[size_t(k)] + sorted[size_t(k - 1)]) / 2.0;
+            }
+        const double s = mean(split, false, &shorts), l = mean(split, true, &longs);
+        const double unit = (s + space) / 2;
+        if (shorts && longs && std::abs(l - s - unit) <= 0.3 * unit) {
+            shortMark = s;
+            longMark = l;
+        }
+    }
+    if (shortMark == 0) {
+        // All one kind. Short ones are about as long as the spaces and 3T
+        // shorter than the leader, long ones twice the spaces and 2T shorter:
+        // whichever fits better.
+        const double m = mean(0, true, &longs);
+        const bool allLong = m * (m + space) > std::sqrt(2.0) * space * (d[at] - m);
+        shortMark = allLong ? m - (m + space) / 3 : m;
+        split = allLong ? 0 : 1e9;
+    }
+    const double unit = (shortMark + space) / 2;
+    if (longMark == 0)
+        longMark = shortMark + unit;
+    if (unit < 0.6 * SonyUnit || unit > 1.4 * SonyUnit)
+        return false;
+    auto near = [](double measured, double want, double tol) {
+        return std::abs(measured - want) <= tol * std::max(want, SonyUnit);
+    };
+    if (!near(d[at], shortMark + 3 * unit, 0.4))
+        return false;
+    for (int k = 0; k < n; ++k) {
+        const bool one = marks[size_t(k)] >= split;
+        if (!near(d[at + 1 + 2 * size_t(k)], space, 0.35) ||
+            !near(marks[size_t(k)], one ? longMark : shortMark, 0.4) || !bits.push(one))
+            return false;
+    }
+    // Then the pause, or the end of the signal.
+    if (i < d.size() && d[i] < 5 * unit * 0.75)
+        return false;
+    *end = std::min(i, d.size());
+    return true;
 }
 
 bool decodeSony(const Durations& d, size_t at, Frame* out) {
     if (d[at] < 1200 || d[at] > 4500)
         return false;
     Bits bits;
-    Judge j;
-    j.slack = 0.3 * SonyUnit;
-    j.scale = unitScale(d, at + 1, SonyUnit, false, true, 3 * SonyUnit);
-    const size_t end = twoPass(j, [&](Judge& jj) {
-        bits = Bits{};
-        return readSony(d, at, jj, bits);
-    });
-    if (!end)
+    size_t end = 0;
+    if (!readSony(d, at, bits, &end))
         return false;
     const uint32_t cmd = bits.take(0, 7);
     IrCode& c = out->code;

@@ -198,6 +198,8 @@ QJsonObject codeJson(const IrTiming& t, const IrCode& code) {
     case IrProtocol::Rc5x20:
     case IrProtocol::Rc6_0:
     case IrProtocol::Rc6Mce:
+    case IrProtocol::Recs80:
+    case IrProtocol::RcMm32:
         o[u"toggle"_s] = code.toggle ? 1 : 0;
         break;
     default:
