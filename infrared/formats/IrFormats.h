@@ -8,6 +8,8 @@
 #include <QString>
 #include <QStringList>
 
+class QJsonObject;
+
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -25,7 +27,19 @@ struct NamedSignal {
     IrCode code;
 };
 
-enum class IrFormat { IrCtl, Pronto, Flipper, Broadlink, Lircd, Json, Bin, GlobalCache, RawList };
+enum class IrFormat {
+    IrCtl,
+    Pronto,
+    Flipper,
+    Broadlink,
+    Lircd,
+    Json,
+    Bin,
+    GlobalCache,
+    RawList,
+    SmartIr, // read only
+    Tasmota,
+};
 
 // "irctl", "pronto", ... as the command line names them, and back.
 QString IrFormatName(IrFormat format);
@@ -126,3 +140,17 @@ QByteArray WriteRawList(const NamedSignal& code);
 std::optional<NamedSignal> ReadSignalBlob(QByteArrayView bytes, const QString& fileName,
                                           QString* error);
 QByteArray WriteSignalBlob(const NamedSignal& code, QString* error);
+
+// SmartIR's device files: every code under "commands" one signal, named by
+// its path ("cool_auto_24"), all of one remote named after the device.
+bool IsSmartIrDevice(const QJsonObject& object);
+IrCodeRead ReadSmartIr(QByteArrayView bytes, const QString& fileName,
+                       const IrFormatOptions& options = {});
+
+// Tasmota's codes: its protocol JSON (bare, in "IrReceived", or after
+// "IRsend") and its raw IRsend lists; written as JSON where the protocol is
+// one Tasmota has, as a raw list otherwise.
+bool IsTasmotaCode(const QJsonObject& object);
+std::optional<NamedSignal> ReadTasmota(QByteArrayView bytes, const QString& fileName,
+                                       QString* error);
+QByteArray WriteTasmota(const NamedSignal& code, QString* error);

@@ -217,26 +217,22 @@ QJsonObject codeJson(const IrTiming& t, const IrCode& code) {
 
 enum class ShowAs { Text, Mode2, Json };
 
-int show(const QString& path, ShowAs as) {
-    QByteArray bytes;
-    if (!readSignal(path, &bytes))
-        return 1;
-    auto blob = IrBlob::decode(bytes);
-    if (!blob)
-        return 1;
-    IrTiming t = TimingFromBlob(*blob);
-    const IrCode code = DecodeSignal(t);
+void showTiming(const IrTiming& t, const IrCode& code, ShowAs as, const QString& name) {
     if (as == ShowAs::Json) {
-        print(QString::fromUtf8(QJsonDocument(codeJson(t, code)).toJson(QJsonDocument::Compact)) +
-              u'\n');
-        return 0;
+        QJsonObject o = codeJson(t, code);
+        if (!name.isNull())
+            o[u"name"_s] = name;
+        print(QString::fromUtf8(QJsonDocument(o).toJson(QJsonDocument::Compact)) + u'\n');
+        return;
     }
+    if (!name.isNull())
+        print(u"# key "_s + name + u'\n');
     int carrier = t.carrierHz > 0 ? t.carrierHz : DefaultCarrierHz;
     if (as == ShowAs::Mode2) {
         print(u"carrier "_s + QString::number(carrier) + u'\n');
         for (size_t i = 0; i < t.durations.size(); ++i)
             print((i % 2 ? u"space "_s : u"pulse "_s) + QString::number(t.durations[i]) + u'\n');
-        return 0;
+        return;
     }
     print(u"# carrier "_s + QString::number(carrier) + u" Hz"_s +
           (t.carrierHz > 0 ? u""_s : u" (not stored; assumed)"_s) + u", "_s +
@@ -249,6 +245,38 @@ int show(const QString& path, ShowAs as) {
     print(IrCtlText(t.frame()) + u'\n');
     if (t.repeatBegin >= 0)
         print(u"# repeating part\n"_s + IrCtlText(t.repeatFrame()) + u'\n');
+}
+
+// A signal file, or any file of codes: each of its keys in turn.
+int show(const QString& path, ShowAs as) {
+    QFile file(path);
+    QByteArray head;
+    if (file.open(QIODevice::ReadOnly))
+        head = file.read(MaxCodeFileBytes);
+    const std::optional<IrFormat> format = DetectIrFormat(head);
+    if (!format || *format == IrFormat::Bin || QFileInfo(path).isDir()) {
+        QByteArray bytes;
+        if (!readSignal(path, &bytes))
+            return 1;
+        auto blob = IrBlob::decode(bytes);
+        if (!blob)
+            return 1;
+        const IrTiming t = TimingFromBlob(*blob);
+        showTiming(t, DecodeSignal(t), as, QString());
+        return 0;
+    }
+    const IrCodeRead read = ReadIrCodePath(path);
+    for (const QString& note : read.refused)
+        complain(u"left out: "_s + note);
+    if (!read.ok()) {
+        complain(read.error);
+        return 1;
+    }
+    for (const NamedSignal& c : read.codes) {
+        const QString name = c.group.isEmpty() ? c.name : c.group + u": "_s + c.name;
+        showTiming(c.timing, c.code.decoded() ? c.code : DecodeSignal(c.timing), as,
+                   read.codes.size() > 1 || !c.name.isEmpty() ? name : QString());
+    }
     return 0;
 }
 
