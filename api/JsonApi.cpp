@@ -217,7 +217,7 @@ QJsonObject JsonApi::keyJson(const QString& device, int key, const QString& func
     const QString path = function.isEmpty() ? QString() : SignalFilePath(folder_, device, function);
     const bool learned = !path.isEmpty() && QFileInfo::exists(path);
     o[u"learned"_s] = learned;
-    QJsonValue protocol, scancode, code;
+    QJsonValue protocol, scancode, code, irp;
     if (learned) {
         const IrCode ir = codes_.codeOf(path);
         if (ir.decoded()) {
@@ -225,11 +225,13 @@ QJsonObject JsonApi::keyJson(const QString& device, int key, const QString& func
             protocol = spec.section(u':', 0, 0);
             scancode = spec.section(u':', 1);
             code = CodeDisplay(ir);
+            irp = IrpJson(ir);
         }
     }
     o[u"protocol"_s] = protocol;
     o[u"scancode"_s] = scancode;
     o[u"code"_s] = code;
+    o[u"irp"_s] = irp;
     return o;
 }
 

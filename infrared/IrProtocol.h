@@ -3,7 +3,9 @@
 #include "infrared/IrSignal.h"
 
 #include <QHash>
+#include <QJsonValue>
 #include <QString>
+#include <QStringList>
 #include <QStringView>
 
 #include <cstdint>
@@ -74,6 +76,27 @@ struct IrCodeFields {
 };
 IrCodeFields FieldsOf(const IrCode& code);
 
+// A code in the IR databases' convention (DecodeIR, IrScrutinizer, irdb):
+// their protocol name and its parameters, -1 where the protocol has none.
+struct IrpCode {
+    QString protocol; // "NEC1", "Sony12", "RC5", "G.I. Cable"...
+    int64_t D = -1, S = -1, F = -1;
+    int64_t E = -1;         // NEC1-f16's second command byte, Kaseikyo's extra nibble...
+    int64_t M = -1, N = -1; // Kaseikyo's maker bytes
+    bool operator==(const IrpCode&) const = default;
+};
+// Nothing for raw and for codes no IRP protocol describes.
+std::optional<IrpCode> IrpOf(const IrCode& code);
+// Nothing, with why, for a name we do not know or values it cannot hold.
+std::optional<IrCode> CodeFromIrp(const IrpCode& irp, QString* why = nullptr);
+// "NEC1:4,251,8"; "RC5:0,12" when there is no S; E, M, N as E=, M=, N=.
+QString IrpSpec(const IrpCode& irp);
+// {"protocol", "D", "S", "F"} (null where the protocol has none; E, M, N
+// only where it has them); null when IrpOf has nothing.
+QJsonValue IrpJson(const IrCode& code);
+// The IRP protocol names CodeFromIrp takes, for messages.
+QStringList IrpProtocolNames();
+
 // Recognises a signal (pulse/space/... µs, repeats included). Durations are
 // judged against the protocol's time unit as measured on the signal, each
 // within ±25 %. Anything not wholly one protocol's frames is raw.
@@ -87,8 +110,9 @@ std::optional<IrTiming> EncodeSignal(const IrCode& code);
 
 // "nec:0x0408", "aeha:0x022080003dbc" (frames' bytes in hex, joined by ',').
 QString CodeSpec(const IrCode& code);
-// The reverse; the scancode may be decimal or 0x-hex. Nothing, with why, when
-// the text is not one.
+// The reverse; the scancode may be decimal or 0x-hex. Also takes the IR
+// databases' PROTOCOL:D,S,F (D,F where there is no S; E=, M=, N= by name).
+// Nothing, with why, when the text is not one.
 std::optional<IrCode> ParseCodeSpec(QStringView text, QString* why = nullptr);
 // "NEC 0x0408", "Sony12 0x010015", "AEHA 2002 80003DBC"; "raw" when raw.
 QString CodeDisplay(const IrCode& code);

@@ -196,6 +196,48 @@ TEST(IrProtocol, CodeTextAndFields) {
     }
 }
 
+// The IR databases' names and parameters (DecodeIR, IrScrutinizer, irdb) for
+// codes whose meaning they publish, and back.
+TEST(IrProtocol, IrpNamesAndParameters) {
+    const struct {
+        const char* spec;
+        const char* irp;
+    } known[] = {
+        {"nec:0x0408", "NEC1:4,251,8"},
+        {"necx:0x12a55e", "NEC1:18,165,94"},
+        {"nec32:0x12345678", "NEC1-f16:52,18,120,E=86"},
+        {"samsung32:0x0707", "NECx1:7,7,7"},
+        {"sony12:0x010015", "Sony12:1,21"},
+        {"sony20:0x1f5a7f", "Sony20:31,90,127"},
+        {"rc5:0x000c", "RC5:0,12"},
+        {"rc5x_20:0x1e7c3f", "RC5x:30,124,63"},
+        {"rc6_0:0x000c", "RC6:0,12"},
+        {"rc6_mce:0x800f040c", "MCE:4,15,12"},
+        {"jvc:0x1234", "JVC:18,52"},
+        {"sharp:0x1ea5", "Sharp:30,165"},
+        {"sanyo:0x1fff12", "Aiwa:255,31,18"},
+    };
+    for (const auto& k : known) {
+        const IrCode c = code(QString::fromLatin1(k.spec));
+        const auto irp = IrpOf(c);
+        ASSERT_TRUE(irp) << k.spec;
+        EXPECT_EQ(IrpSpec(*irp), QString::fromLatin1(k.irp)) << k.spec;
+        EXPECT_EQ(ParseCodeSpec(QString::fromLatin1(k.irp)), c) << k.irp;
+    }
+    for (const QString& spec : Specs) {
+        if (auto c = code(spec); c.protocol != IrProtocol::Aeha) {
+            EXPECT_EQ(CodeFromIrp(*IrpOf(c)), c) << spec.toStdString();
+        }
+    }
+    EXPECT_EQ(ParseCodeSpec(u"nec2:D=4,F=8"_s), code(u"nec:0x0408"_s));
+    for (const QString& bad : {u"NEC1:256,1"_s, u"Sony12:32,1"_s, u"RC5x:1,2"_s, u"Bogus:1,2"_s,
+                               u"NECx1:1,2,3"_s, u"RC5:1,2,3,4,5"_s, u"JVC:Q=1,2"_s}) {
+        QString why;
+        EXPECT_FALSE(ParseCodeSpec(bad, &why)) << bad.toStdString();
+        EXPECT_FALSE(why.isEmpty());
+    }
+}
+
 // A file is decoded once until it changes.
 TEST(IrProtocol, CacheDecodesAFileUntilItChanges) {
     QTemporaryDir dir;

@@ -50,7 +50,8 @@ const char* const Usage =
     "                            with its carrier and protocol (ir-ctl's text, mode2\n"
     "                            or JSON form)\n"
     "  encode PROTO:SCANCODE FILE  write the signal of a code (nec:0x0408, as\n"
-    "                            ir-ctl -S takes it) as a signal file\n"
+    "                            ir-ctl -S takes it, or PROTOCOL:D,S,F as the IR\n"
+    "                            databases write it: NEC1:4,251,8) as a signal file\n"
     "  convert IN OUT [--to FORMAT] [--broadlink-unit UNIT]\n"
     "                            convert one signal or a file of many between\n"
     "                            irctl, pronto, flipper, broadlink, lircd, json,\n"
@@ -174,6 +175,7 @@ QJsonObject codeJson(const IrTiming& t, const IrCode& code) {
     if (code.decoded() && code.protocol != IrProtocol::Aeha)
         o[u"scancode"_s] = CodeSpec(code).section(u':', 1); // "0x0408", as ir-ctl -S takes it
     o[u"spec"_s] = CodeSpec(code);
+    o[u"irp"_s] = IrpJson(code);
     o[u"carrier"_s] = t.carrierHz;
     std::vector<uint32_t> first = t.durations;
     if (t.repeats())
