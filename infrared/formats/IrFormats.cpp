@@ -36,6 +36,7 @@ constexpr Named Formats[] = {
     {IrFormat::RawList, u"esphome", u"esphome"},
     {IrFormat::SmartIr, u"smartir", u"json"},
     {IrFormat::Tasmota, u"tasmota", u"tasmota"},
+    {IrFormat::IrdbCsv, u"irdb", u"csv"},
 };
 
 bool isBase64(QByteArrayView word) {
@@ -108,6 +109,8 @@ std::optional<IrFormat> IrFormatFromPath(const QString& path) {
         return IrFormat::RawList;
     if (ext == u"tasmota")
         return IrFormat::Tasmota;
+    if (ext == u"csv")
+        return IrFormat::IrdbCsv;
     if (ext == u"b64" || ext == u"broadlink")
         return IrFormat::Broadlink;
     if (ext == u"txt" || ext == u"irctl" || ext == u"mode2")
@@ -116,7 +119,8 @@ std::optional<IrFormat> IrFormatFromPath(const QString& path) {
 }
 
 bool IrFormatIsSingle(IrFormat format) {
-    return format != IrFormat::Flipper && format != IrFormat::Lircd && format != IrFormat::SmartIr;
+    return format != IrFormat::Flipper && format != IrFormat::Lircd &&
+           format != IrFormat::SmartIr && format != IrFormat::IrdbCsv;
 }
 
 QString TimingProblem(const IrTiming& timing) {
@@ -165,6 +169,8 @@ std::optional<IrFormat> DetectIrFormat(QByteArrayView bytes) {
         if (line.text.size() >= 7 &&
             line.text.first(7).compare("sendir,", Qt::CaseInsensitive) == 0)
             return IrFormat::GlobalCache;
+        if (LooksLikeIrdbCsv(line.text))
+            return IrFormat::IrdbCsv;
         if (line.text.startsWith('[') ||
             (line.text.contains(',') && std::all_of(line.text.begin(), line.text.end(), [](char c) {
                  return (c >= '0' && c <= '9') || c == ',' || c == '-' || c == '+' || IsSpace(c);
@@ -249,6 +255,9 @@ IrCodeRead ReadIrCodes(QByteArrayView bytes, const QString& fileName,
         break;
     case IrFormat::SmartIr:
         read = ReadSmartIr(bytes, fileName, options);
+        break;
+    case IrFormat::IrdbCsv:
+        read = ReadIrdbCsv(bytes, fileName);
         break;
     case IrFormat::Flipper:
     case IrFormat::Lircd: {
@@ -357,6 +366,9 @@ QByteArray WriteIrCodes(IrFormat format, const std::vector<NamedSignal>& codes, 
             break;
         case IrFormat::SmartIr:
             problem = u"SmartIR files are read, not written"_s;
+            break;
+        case IrFormat::IrdbCsv:
+            out = WriteIrdbCsv(codes, &problem);
             break;
         case IrFormat::Flipper:
             out = WriteFlipper(codes, &problem);

@@ -39,6 +39,7 @@ enum class IrFormat {
     RawList,
     SmartIr, // read only
     Tasmota,
+    IrdbCsv,
 };
 
 // "irctl", "pronto", ... as the command line names them, and back.
@@ -154,3 +155,10 @@ bool IsTasmotaCode(const QJsonObject& object);
 std::optional<NamedSignal> ReadTasmota(QByteArrayView bytes, const QString& fileName,
                                        QString* error);
 QByteArray WriteTasmota(const NamedSignal& code, QString* error);
+
+// irdb's CSV: a key a row, encoded from its IRP protocol and D, S, F; rows of
+// a protocol we cannot send are refused each with the reason. Written for
+// codes that have an IRP protocol with D, S and F alone.
+bool LooksLikeIrdbCsv(QByteArrayView firstLine);
+IrCodeRead ReadIrdbCsv(QByteArrayView bytes, const QString& fileName);
+QByteArray WriteIrdbCsv(const std::vector<NamedSignal>& codes, QString* error);

@@ -345,6 +345,45 @@ TEST(IrFormats, SmartIrDeviceFilesAreOneRemote) {
     EXPECT_TRUE(xiaomi.error.contains(u"\"Xiaomi\""_s)) << xiaomi.error.toStdString();
 }
 
+// irdb's rows: each a key of one remote (named after the collection's
+// folders), encoded from its IRP protocol; a protocol we cannot send is
+// refused by row and name. Written back, the rows read as the same codes.
+TEST(IrFormats, IrdbCsvRowsAreKeysOfOneRemote) {
+    const QString data = QStringLiteral(KESTRAVA_TEST_DATA "/irdb/");
+    IrCodeRead r = ReadIrCodePath(data + u"codes/Sony/TV/1,-1.csv"_s);
+    ASSERT_TRUE(r.ok()) << r.error.toStdString();
+    EXPECT_EQ(r.format, IrFormat::IrdbCsv);
+    ASSERT_EQ(r.codes.size(), 8u);
+    EXPECT_EQ(r.codes[0].group, u"Sony TV"_s);
+    EXPECT_EQ(CodeSpec(DecodeSignal(r.codes[2].timing)), u"sony12:0x010002"_s);
+
+    r = ReadIrCodePath(data + u"mixed.csv"_s);
+    ASSERT_TRUE(r.ok()) << r.error.toStdString();
+    const std::pair<const char*, IrProtocol> expected[] = {
+        {"UP", IrProtocol::Nec},         {"KEY_POWER", IrProtocol::Rc5},
+        {"MUTE", IrProtocol::Rc6_0},     {"", IrProtocol::Jvc},
+        {"SKIP", IrProtocol::Samsung32}, {"KEY_0", IrProtocol::Rc6Mce},
+        {"VOLUME +", IrProtocol::Sharp},
+    };
+    ASSERT_GE(r.codes.size(), std::size(expected));
+    for (size_t i = 0; i < std::size(expected); ++i) {
+        EXPECT_EQ(r.codes[i].name, QLatin1StringView(expected[i].first));
+        EXPECT_EQ(DecodeSignal(r.codes[i].timing).protocol, expected[i].second)
+            << expected[i].first;
+    }
+    EXPECT_TRUE(r.codes.back().name == u"SP-A, FRONT"_s ||
+                r.refused.join(u'\n').contains(u"SP-A, FRONT: "_s));
+    EXPECT_TRUE(r.refused.join(u'\n').contains(u"mixed.csv:10: TV/RADIO: the protocol 'XMP-1'"_s))
+        << r.refused.join(u'\n').toStdString();
+
+    QString error;
+    const QByteArray written = WriteIrCodes(IrFormat::IrdbCsv, r.codes, &error);
+    const IrCodeRead back = ReadIrCodes(written, u"again.csv"_s);
+    ASSERT_EQ(back.codes.size(), r.codes.size()) << error.toStdString() << written.constData();
+    for (size_t i = 0; i < r.codes.size(); ++i)
+        EXPECT_EQ(back.codes[i].code, r.codes[i].code) << written.constData();
+}
+
 // Flipper's protocols come in as the kernel's protocol and scancode, with
 // timings that decode to them, and go out again as the same entry.
 TEST(IrFormats, FlipperProtocolsAsTheKernelNamesThem) {
