@@ -199,8 +199,8 @@ bool ExportCodes(const ProgramFolder& folder, SettingsStore& settings, const QSt
                  const QString& formatName, const QStringList& devices, QStringList* lines) {
     const auto format = IrFormatFromName(formatName);
     if (!format) {
-        *lines << u"%1: not a format (flipper, lircd, pronto, broadlink, json, irctl, bin)"_s.arg(
-            formatName);
+        *lines << u"%1: not a format (flipper, lircd, irdb, pronto, broadlink, json, irctl, "
+                  u"globalcache, esphome, tasmota, bin)"_s.arg(formatName);
         return false;
     }
     std::vector<EditableRemote> chosen;

@@ -46,20 +46,33 @@ const char* const Usage =
     "  capture DEVICE FILE [S]   learn one signal (wait up to S seconds, default 11)\n"
     "                            and store it as a signal file\n"
     "  send DEVICE FILE          send a signal file\n"
-    "  show FILE [--mode2|--json] print a signal file as pulse/space durations in µs\n"
+    "  show FILE [--mode2|--json] print a signal file, or each key of any file of\n"
+    "                            codes convert reads, as pulse/space durations in µs\n"
     "                            with its carrier and protocol (ir-ctl's text, mode2\n"
     "                            or JSON form)\n"
     "  encode PROTO:SCANCODE FILE  write the signal of a code (nec:0x0408, as\n"
     "                            ir-ctl -S takes it, or PROTOCOL:D,S,F as the IR\n"
     "                            databases write it: NEC1:4,251,8) as a signal file\n"
     "  convert IN OUT [--to FORMAT] [--broadlink-unit UNIT]\n"
-    "                            convert one signal or a file of many between\n"
-    "                            irctl, pronto, flipper, broadlink, lircd, json,\n"
-    "                            globalcache (sendir), esphome (a [µs] list) and\n"
-    "                            bin (a signal file); IN's format is found from its\n"
-    "                            content, OUT's from --to or its extension; many\n"
-    "                            signals into a one-signal format need a directory\n"
-    "                            as OUT. UNIT: broadlink (269/8192 ms, default),\n"
+    "                            convert one signal or a file of many; IN's format\n"
+    "                            is found from its content, OUT's from --to or its\n"
+    "                            extension; many signals into a one-signal format\n"
+    "                            need a directory as OUT. FORMAT, read and written:\n"
+    "                              irctl       ir-ctl/mode2 text (.txt)\n"
+    "                              pronto      Pronto hex: 0000 learned, 5000 RC5,\n"
+    "                                          5001 RC5x, 6000 RC6, 900A NEC (.pronto)\n"
+    "                              flipper     Flipper Zero .ir files (many keys)\n"
+    "                              broadlink   Broadlink base64 or hex (.b64)\n"
+    "                              lircd       lircd.conf remotes (many keys, .conf)\n"
+    "                              json        Home Assistant timings (.json)\n"
+    "                              globalcache Global Cache sendir (.gc)\n"
+    "                              esphome     ESPHome [µs] lists, comma-separated\n"
+    "                                          durations (.esphome)\n"
+    "                              tasmota     Tasmota IRsend JSON or raw (.tasmota)\n"
+    "                              irdb        irdb CSV rows in IRP (many keys, .csv)\n"
+    "                              bin         a signal file (.bin)\n"
+    "                            and read only: smartir (SmartIR device files)\n"
+    "                            UNIT: broadlink (269/8192 ms, default),\n"
     "                            python-broadlink (32.84 us) or a number of us\n"
     "  --help                    show this help and exit\n"
     "  --version                 show the version and exit\n"
@@ -401,7 +414,8 @@ int convert(const QStringList& args) {
             to = IrFormatFromName(args[++i]);
             if (!to) {
                 complain(u"unknown format '"_s + args[i] +
-                         u"' (irctl, pronto, flipper, broadlink, lircd, json or bin)"_s);
+                         u"' (irctl, pronto, flipper, broadlink, lircd, json, globalcache, "
+                         u"esphome, tasmota, irdb or bin)"_s);
                 return 2;
             }
         } else if (args[i] == u"--broadlink-unit" && i + 1 < args.size()) {
