@@ -14,6 +14,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QSet>
 
 #include <map>
 
@@ -125,6 +126,7 @@ CodesImportResult ImportCodes(const ProgramFolder& folder, SettingsStore& settin
     }
     // Keys by remote, in the file's order; names checked as learning checks them.
     std::vector<std::pair<QString, std::vector<Key_>>> remotes;
+    std::map<QString, QSet<QString>> takenNames; // by remote, as Shift_JIS keeps them
     const QString fallback = QFileInfo(request.path).completeBaseName();
     for (const NamedSignal& code : read.codes) {
         const QString remote =
@@ -147,14 +149,11 @@ CodesImportResult ImportCodes(const ProgramFolder& folder, SettingsStore& settin
             result.refused << u"%1: %2"_s.arg(code.name, why);
             continue;
         }
-        const auto taken = [&](const QString& n) {
-            return std::any_of(keys.begin(), keys.end(), [&](const Key_& k) {
-                return ShiftJis::RoundTrip(k.name) == ShiftJis::RoundTrip(n);
-            });
-        };
+        QSet<QString>& taken = takenNames[remote];
         QString name = mapped;
-        for (int n = 2; taken(name); ++n)
+        for (int n = 2; taken.contains(ShiftJis::RoundTrip(name)); ++n)
             name = mapped + u'-' + QString::number(n);
+        taken.insert(ShiftJis::RoundTrip(name));
         if (name != code.name)
             result.renamed << u"%1: stored as %2"_s.arg(code.name, name);
         keys.push_back({name, *signal});
