@@ -17,6 +17,7 @@
 #include <QSet>
 
 #include <map>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -45,6 +46,8 @@ std::vector<Key_> ImportRemote(const ProgramFolder& folder, SettingsStore& setti
         result.refused << u"%1: %2"_s.arg(name, name.isEmpty() ? u"no remote name"_s : problem);
         return {};
     }
+    // The registry is read key by key below; the file is checked once for them.
+    std::optional<SettingsStore::Batch> reading(std::in_place, settings);
     const RemoteSlot where = FindRemoteSlot(settings, device);
     const int slot = where.slot();
     if (slot == 0 || slot > MaxListedRemoteId) {
@@ -86,6 +89,7 @@ std::vector<Key_> ImportRemote(const ProgramFolder& folder, SettingsStore& setti
         placed.push_back({int(free - buttons.begin()), &key});
         ++done.added;
     }
+    reading.reset();
     if (placed.empty())
         return left;
     RemoteChange change{slot, device, design->id, false, {}, {}};
