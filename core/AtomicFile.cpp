@@ -20,7 +20,8 @@ bool fail(QString* error, const QString& what, int err) {
 
 } // namespace
 
-bool WriteFileAtomically(const QString& path, QByteArrayView data, unsigned mode, QString* error) {
+bool WriteFileAtomically(const QString& path, QByteArrayView data, unsigned mode, QString* error,
+                         bool flush) {
     const QByteArray target = QFile::encodeName(path);
     QByteArray temp = target + '.' + QByteArray::number(getpid()) + ".XXXXXX.tmp";
     int fd = mkstemps(temp.data(), 4);
@@ -48,7 +49,7 @@ bool WriteFileAtomically(const QString& path, QByteArrayView data, unsigned mode
         p += n;
         left -= n;
     }
-    int err = fsync(fd) == 0 ? 0 : errno;
+    int err = !flush || fsync(fd) == 0 ? 0 : errno;
     if (close(fd) != 0 && err == 0)
         err = errno;
     if (err != 0) {
@@ -61,4 +62,13 @@ bool WriteFileAtomically(const QString& path, QByteArrayView data, unsigned mode
         return fail(error, path, err);
     }
     return true;
+}
+
+bool SyncFileSystem(const QString& path, QString* error) {
+    const int fd = open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return fail(error, path, errno);
+    const int err = syncfs(fd) == 0 ? 0 : errno;
+    close(fd);
+    return err == 0 || fail(error, path, err);
 }

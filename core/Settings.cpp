@@ -225,7 +225,11 @@ void IniText::setValue(QStringView section, QStringView key, QStringView value) 
         line.end = eol_;
         lines_.insert(lines_.begin() + insertAt, std::move(line));
     }
-    index();
+    // The line changed is the one index() reads for the key (the first in the
+    // first section of the name): its entry alone changes, as index() would
+    // make it. A whole index() per value made writing a large registry
+    // quadratic.
+    values_.insert(indexKey(fs, fk), ShiftJis::Decode(cutValue(trimmed(valueBytes))));
 }
 
 bool IniText::removeSection(QStringView section) {

@@ -14,8 +14,10 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QSet>
 
 #include <map>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -44,6 +46,8 @@ std::vector<Key_> ImportRemote(const ProgramFolder& folder, SettingsStore& setti
         result.refused << u"%1: %2"_s.arg(name, name.isEmpty() ? u"no remote name"_s : problem);
         return {};
     }
+    // The registry is read key by key below; the file is checked once for them.
+    std::optional<SettingsStore::Batch> reading(std::in_place, settings);
     const RemoteSlot where = FindRemoteSlot(settings, device);
     const int slot = where.slot();
     if (slot == 0 || slot > MaxListedRemoteId) {
@@ -85,6 +89,7 @@ std::vector<Key_> ImportRemote(const ProgramFolder& folder, SettingsStore& setti
         placed.push_back({int(free - buttons.begin()), &key});
         ++done.added;
     }
+    reading.reset();
     if (placed.empty())
         return left;
     RemoteChange change{slot, device, design->id, false, {}, {}};
@@ -125,6 +130,7 @@ CodesImportResult ImportCodes(const ProgramFolder& folder, SettingsStore& settin
     }
     // Keys by remote, in the file's order; names checked as learning checks them.
     std::vector<std::pair<QString, std::vector<Key_>>> remotes;
+    std::map<QString, QSet<QString>> takenNames; // by remote, as Shift_JIS keeps them
     const QString fallback = QFileInfo(request.path).completeBaseName();
     for (const NamedSignal& code : read.codes) {
         const QString remote =
@@ -147,14 +153,11 @@ CodesImportResult ImportCodes(const ProgramFolder& folder, SettingsStore& settin
             result.refused << u"%1: %2"_s.arg(code.name, why);
             continue;
         }
-        const auto taken = [&](const QString& n) {
-            return std::any_of(keys.begin(), keys.end(), [&](const Key_& k) {
-                return ShiftJis::RoundTrip(k.name) == ShiftJis::RoundTrip(n);
-            });
-        };
+        QSet<QString>& taken = takenNames[remote];
         QString name = mapped;
-        for (int n = 2; taken(name); ++n)
+        for (int n = 2; taken.contains(ShiftJis::RoundTrip(name)); ++n)
             name = mapped + u'-' + QString::number(n);
+        taken.insert(ShiftJis::RoundTrip(name));
         if (name != code.name)
             result.renamed << u"%1: stored as %2"_s.arg(code.name, name);
         keys.push_back({name, *signal});
@@ -199,8 +202,8 @@ bool ExportCodes(const ProgramFolder& folder, SettingsStore& settings, const QSt
                  const QString& formatName, const QStringList& devices, QStringList* lines) {
     const auto format = IrFormatFromName(formatName);
     if (!format) {
-        *lines << u"%1: not a format (flipper, lircd, pronto, broadlink, json, irctl, bin)"_s.arg(
-            formatName);
+        *lines << u"%1: not a format (flipper, lircd, irdb, pronto, broadlink, json, irctl, "
+                  u"globalcache, esphome, tasmota, bin)"_s.arg(formatName);
         return false;
     }
     std::vector<EditableRemote> chosen;

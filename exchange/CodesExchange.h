@@ -44,7 +44,8 @@ CodesImportResult ImportCodes(const ProgramFolder& folder, SettingsStore& settin
                               const CodesImport& request);
 
 // Writes the learned remotes named (all when none is) into dir in the format
-// named (flipper, lircd, pronto, broadlink, json, irctl, bin): a file per remote,
+// named (flipper, lircd, irdb, pronto, broadlink, json, irctl, globalcache,
+// esphome, tasmota, bin): a file per remote,
 // or a folder per remote with a file per key for single-signal formats.
 // Decodable keys carry their protocol and scancode. One line per remote into
 // lines; false if any failed.

@@ -193,11 +193,16 @@ bool StoreRemote(const ProgramFolder& folder, SettingsStore& settings, const Rem
                 replaced.push_back({path, before});
         kept << path;
         QString why;
-        if (!WriteFileAtomically(path, k.signal, 0644, &why))
+        // New files are flushed together below: one flush instead of one a
+        // key makes a large import take seconds, not minutes. A file that
+        // replaces another is flushed before it takes the old one's name.
+        if (!WriteFileAtomically(path, k.signal, 0644, &why, !isNew))
             return undo(why);
         if (isNew)
             made << path;
     }
+    if (QString why; !made.isEmpty() && !SyncFileSystem(folder.path(u"IRSignals"), &why))
+        return undo(why);
     std::vector<std::pair<SettingKey, QString>> values;
     if (change.design) {
         values.push_back({Key::RemoteName(change.slot), change.device});

@@ -184,6 +184,7 @@ bench)
     bench/http/run.sh build
     bench/https/run.sh build
     bench/mqtt/run.sh build
+    bench/import/run.sh build
     ;;
 kernel)
     install_missing kernel

@@ -5,8 +5,9 @@
 //
 // Codes learned by the devices are looser than that: the length may stop
 // short of the end marker or run past it, zeros may stand before the marker
-// and after it, and some packets carry no marker at all, only zeros after
-// the announced length. All of those are read; anything else is refused.
+// and after it, some packets carry no marker at all, only zeros after the
+// announced length, and some end one byte short, in the marker's 0x0d. All of those are read;
+// anything else is refused.
 #include "infrared/formats/FormatText.h"
 #include "infrared/formats/IrFormats.h"
 
@@ -40,13 +41,27 @@ std::optional<NamedSignal> ReadBroadlink(QByteArrayView bytes, const QString& fi
     if (hex) {
         packet = QByteArray::fromHex(text);
     } else {
+        // Shared codes carry any number of '=' at the end, or none; the
+        // characters before them tell how many bytes there are.
+        while (text.endsWith('='))
+            text.chop(1);
+        if (text.size() % 4 == 1)
+            return fail(u"base64 with one character too many or too few (%1 characters)"_s.arg(
+                text.size()));
         auto decoded = QByteArray::fromBase64Encoding(
             text, QByteArray::AbortOnBase64DecodingErrors | QByteArray::Base64Encoding);
         if (!decoded)
             decoded = QByteArray::fromBase64Encoding(text, QByteArray::AbortOnBase64DecodingErrors |
                                                                QByteArray::Base64UrlEncoding);
-        if (!decoded)
-            return fail(u"not base64"_s);
+        if (!decoded) {
+            const auto odd = std::find_if(text.begin(), text.end(), [](char c) {
+                return !std::isalnum(uchar(c)) && c != '+' && c != '/' && c != '-' && c != '_';
+            });
+            return fail(odd == text.end() ? u"not base64"_s
+                                          : u"not base64: %1 at character %2"_s
+                                                .arg(Quote(QByteArrayView(&*odd, 1)))
+                                                .arg(odd - text.begin() + 1));
+        }
         packet = *decoded;
     }
     if (packet.size() < 4)
@@ -58,6 +73,9 @@ std::optional<NamedSignal> ReadBroadlink(QByteArrayView bytes, const QString& fi
                         : u"not a Broadlink infrared packet (type %1, not 0x26)"_s.arg(
                               byte(0), 2, 16, QChar(u'0')));
     const qsizetype length = qsizetype(byte(2) | byte(3) << 8);
+    // Some shared codes lost their last byte, the 0x05 of the end marker.
+    if (4 + length == packet.size() + 1 && byte(packet.size() - 1) == 0x0D)
+        packet.append('\x05');
     if (4 + length > packet.size())
         return fail(
             u"the packet announces %1 bytes and has %2"_s.arg(length).arg(packet.size() - 4));

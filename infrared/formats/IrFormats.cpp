@@ -8,6 +8,8 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
 
 #include <algorithm>
 #include <cmath>
@@ -32,6 +34,9 @@ constexpr Named Formats[] = {
     {IrFormat::Bin, u"bin", u"bin"},
     {IrFormat::GlobalCache, u"globalcache", u"gc"},
     {IrFormat::RawList, u"esphome", u"esphome"},
+    {IrFormat::SmartIr, u"smartir", u"json"},
+    {IrFormat::Tasmota, u"tasmota", u"tasmota"},
+    {IrFormat::IrdbCsv, u"irdb", u"csv"},
 };
 
 bool isBase64(QByteArrayView word) {
@@ -45,6 +50,21 @@ bool isHex(QByteArrayView word) {
     return std::all_of(word.begin(), word.end(), [](char c) {
         return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
     });
+}
+
+// Which of the JSON formats: SmartIR's device files, Tasmota's codes (whose
+// compact raw data is logged unquoted, so not always JSON), or timings.
+IrFormat jsonFormat(QByteArrayView bytes) {
+    QJsonParseError error;
+    const QJsonDocument doc = QJsonDocument::fromJson(bytes.toByteArray(), &error);
+    if (error.error != QJsonParseError::NoError)
+        return bytes.contains("\"RawData\"") ? IrFormat::Tasmota : IrFormat::Json;
+    const QJsonObject o = doc.object();
+    if (IsSmartIrDevice(o))
+        return IrFormat::SmartIr;
+    if (IsTasmotaCode(o))
+        return IrFormat::Tasmota;
+    return IrFormat::Json;
 }
 
 } // namespace
@@ -87,6 +107,10 @@ std::optional<IrFormat> IrFormatFromPath(const QString& path) {
         return IrFormat::GlobalCache;
     if (ext == u"esphome")
         return IrFormat::RawList;
+    if (ext == u"tasmota")
+        return IrFormat::Tasmota;
+    if (ext == u"csv")
+        return IrFormat::IrdbCsv;
     if (ext == u"b64" || ext == u"broadlink")
         return IrFormat::Broadlink;
     if (ext == u"txt" || ext == u"irctl" || ext == u"mode2")
@@ -95,7 +119,8 @@ std::optional<IrFormat> IrFormatFromPath(const QString& path) {
 }
 
 bool IrFormatIsSingle(IrFormat format) {
-    return format != IrFormat::Flipper && format != IrFormat::Lircd;
+    return format != IrFormat::Flipper && format != IrFormat::Lircd &&
+           format != IrFormat::SmartIr && format != IrFormat::IrdbCsv;
 }
 
 QString TimingProblem(const IrTiming& timing) {
@@ -136,12 +161,16 @@ std::optional<IrFormat> DetectIrFormat(QByteArrayView bytes) {
         if (line.text.startsWith("Filetype:"))
             return IrFormat::Flipper;
         if (line.text.startsWith('{'))
-            return IrFormat::Json;
+            return jsonFormat(bytes);
+        if (line.text.size() >= 7 && line.text.first(6).compare("IRsend", Qt::CaseInsensitive) == 0)
+            return IrFormat::Tasmota;
         if (line.text.startsWith('#'))
             continue;
         if (line.text.size() >= 7 &&
             line.text.first(7).compare("sendir,", Qt::CaseInsensitive) == 0)
             return IrFormat::GlobalCache;
+        if (LooksLikeIrdbCsv(line.text))
+            return IrFormat::IrdbCsv;
         if (line.text.startsWith('[') ||
             (line.text.contains(',') && std::all_of(line.text.begin(), line.text.end(), [](char c) {
                  return (c >= '0' && c <= '9') || c == ',' || c == '-' || c == '+' || IsSpace(c);
@@ -220,6 +249,15 @@ IrCodeRead ReadIrCodes(QByteArrayView bytes, const QString& fileName,
         break;
     case IrFormat::RawList:
         single(ReadRawList(bytes, fileName, &read.error));
+        break;
+    case IrFormat::Tasmota:
+        single(ReadTasmota(bytes, fileName, &read.error));
+        break;
+    case IrFormat::SmartIr:
+        read = ReadSmartIr(bytes, fileName, options);
+        break;
+    case IrFormat::IrdbCsv:
+        read = ReadIrdbCsv(bytes, fileName);
         break;
     case IrFormat::Flipper:
     case IrFormat::Lircd: {
@@ -322,6 +360,15 @@ QByteArray WriteIrCodes(IrFormat format, const std::vector<NamedSignal>& codes, 
             break;
         case IrFormat::RawList:
             out = WriteRawList(codes.front());
+            break;
+        case IrFormat::Tasmota:
+            out = WriteTasmota(codes.front(), &problem);
+            break;
+        case IrFormat::SmartIr:
+            problem = u"SmartIR files are read, not written"_s;
+            break;
+        case IrFormat::IrdbCsv:
+            out = WriteIrdbCsv(codes, &problem);
             break;
         case IrFormat::Flipper:
             out = WriteFlipper(codes, &problem);

@@ -8,6 +8,8 @@
 #include <QString>
 #include <QStringList>
 
+class QJsonObject;
+
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -25,7 +27,20 @@ struct NamedSignal {
     IrCode code;
 };
 
-enum class IrFormat { IrCtl, Pronto, Flipper, Broadlink, Lircd, Json, Bin, GlobalCache, RawList };
+enum class IrFormat {
+    IrCtl,
+    Pronto,
+    Flipper,
+    Broadlink,
+    Lircd,
+    Json,
+    Bin,
+    GlobalCache,
+    RawList,
+    SmartIr, // read only
+    Tasmota,
+    IrdbCsv,
+};
 
 // "irctl", "pronto", ... as the command line names them, and back.
 QString IrFormatName(IrFormat format);
@@ -126,3 +141,24 @@ QByteArray WriteRawList(const NamedSignal& code);
 std::optional<NamedSignal> ReadSignalBlob(QByteArrayView bytes, const QString& fileName,
                                           QString* error);
 QByteArray WriteSignalBlob(const NamedSignal& code, QString* error);
+
+// SmartIR's device files: every code under "commands" one signal, named by
+// its path ("cool_auto_24"), all of one remote named after the device.
+bool IsSmartIrDevice(const QJsonObject& object);
+IrCodeRead ReadSmartIr(QByteArrayView bytes, const QString& fileName,
+                       const IrFormatOptions& options = {});
+
+// Tasmota's codes: its protocol JSON (bare, in "IrReceived", or after
+// "IRsend") and its raw IRsend lists; written as JSON where the protocol is
+// one Tasmota has, as a raw list otherwise.
+bool IsTasmotaCode(const QJsonObject& object);
+std::optional<NamedSignal> ReadTasmota(QByteArrayView bytes, const QString& fileName,
+                                       QString* error);
+QByteArray WriteTasmota(const NamedSignal& code, QString* error);
+
+// irdb's CSV: a key a row, encoded from its IRP protocol and D, S, F; rows of
+// a protocol we cannot send are refused each with the reason. Written for
+// codes that have an IRP protocol with D, S and F alone.
+bool LooksLikeIrdbCsv(QByteArrayView firstLine);
+IrCodeRead ReadIrdbCsv(QByteArrayView bytes, const QString& fileName);
+QByteArray WriteIrdbCsv(const std::vector<NamedSignal>& codes, QString* error);

@@ -33,7 +33,8 @@ std::optional<NamedSignal> ReadTimingJson(QByteArrayView bytes, const QString& f
         return std::nullopt;
     };
     if (!doc.isObject() || !doc.object().value(u"timings"_s).isArray())
-        return fail(u"no \"timings\" array"_s);
+        return fail(
+            u"no \"timings\" array (nor SmartIR's \"commands\" or Tasmota's \"Protocol\")"_s);
     const QJsonObject o = doc.object();
     const QJsonArray timings = o.value(u"timings"_s).toArray();
     if (timings.size() > MaxDurations)

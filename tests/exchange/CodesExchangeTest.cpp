@@ -136,4 +136,15 @@ TEST(CodesExchange, ImportKeepsEveryKeyOfRealFiles) {
     EXPECT_EQ(r.remotes[0].added + r.remotes[1].added + r.remotes[2].added, 181);
     EXPECT_TRUE(r.renamed.contains(u"TUNER: stored as TUNER-2"_s));
     EXPECT_TRUE(r.renamed.contains(u"SKIP_>>: stored as SKIP___"_s));
+
+    // A SmartIR air conditioner: one remote named after the device, its
+    // 151 mode/fan/temperature keys over three.
+    r = ImportCodes(t.folder, t.settings,
+                    {QStringLiteral(KESTRAVA_TEST_DATA "/smartir/climate-2301.json"), {}, 0});
+    ASSERT_TRUE(r.ok()) << r.error.toStdString() << r.refused.join(u'\n').toStdString();
+    ASSERT_EQ(r.remotes.size(), 3u);
+    EXPECT_EQ(r.remotes[0].device, u"Zanussi ZACS_I-07 HPF_A17_N1"_s);
+    EXPECT_EQ(r.remotes[0].added + r.remotes[1].added + r.remotes[2].added, 151);
+    EXPECT_TRUE(QFile::exists(
+        SignalFilePath(t.folder, u"Zanussi ZACS_I-07 HPF_A17_N1 (3)"_s, u"heat_turbo_30"_s)));
 }

@@ -63,7 +63,7 @@ TEST(IrFormats, EveryFormatRoundTrips) {
           Case{IrFormat::Broadlink, false, true}, Case{IrFormat::Json, false, true},
           Case{IrFormat::Bin, true, true}, Case{IrFormat::Flipper, false, false},
           Case{IrFormat::Lircd, false, false}, Case{IrFormat::GlobalCache, true, true},
-          Case{IrFormat::RawList, false, true}})
+          Case{IrFormat::RawList, false, true}, Case{IrFormat::Tasmota, false, true}})
         for (const NamedSignal& sent : {nec, odd}) {
             const QString what = IrFormatName(c.format) + u" "_s + sent.name;
             QString error;
@@ -87,6 +87,11 @@ TEST(IrFormats, EveryFormatRoundTrips) {
                 EXPECT_TRUE(bytes.contains("protocol: NEC\naddress: 04 00 00 00\n"
                                            "command: 08 00 00 00\n"))
                     << bytes.constData();
+                EXPECT_EQ(back.codes[0].code.scancode, 0x0408u);
+                continue;
+            }
+            if (c.format == IrFormat::Tasmota && before.decoded()) {
+                EXPECT_TRUE(bytes.contains(R"("Data":"0x20DF10EF")")) << bytes.constData();
                 EXPECT_EQ(back.codes[0].code.scancode, 0x0408u);
                 continue;
             }
@@ -174,6 +179,9 @@ TEST(IrFormats, ReadsSamplesInTheirUnits) {
 // hifi-remote.com topic 6047 (RC5 command above 63); the sendir
 // example (docs.itron.nz/api/sendir.html); ESPHome's "Setting up RMT
 // devices" guide (a Received Raw dump). The 6000 line is the documented form.
+// Tasmota: its IR page (tasmota.github.io/docs/Tasmota-IR, LG's power key),
+// IRremoteESP8266's IRsendDemo (NEC 0x00FFE01F, Sony 0xA90, Samsung
+// 0xE0E040BF) and the compact raw example of its "IRSend RAW Encoding" page.
 TEST(IrFormats, ReadsCodesOtherProgramsWrote) {
     struct Case {
         const char* text;
@@ -200,6 +208,22 @@ TEST(IrFormats, ReadsCodesOtherProgramsWrote) {
          "-508, 510, -1020, 1022]",
          IrProtocol::Raw, 0, 33, 4088, 0},
         {"9000,4500,560,560,560", IrProtocol::Raw, 0, 5, 9000, 0},
+        {R"(IRsend {"Protocol":"NEC","Bits":32,"Data":"0x20DF10EF"})", IrProtocol::Nec, 0x0408, 0,
+         0, 38000},
+        {R"({"IrReceived":{"Protocol":"NEC","Bits":32,"Data":"0x00FFE01F","Repeat":0}})",
+         IrProtocol::Nec, 0x0007, 0, 0, 38000},
+        {R"({"Protocol":"NEC","Bits":32,"DataLSB":"0x04FB08F7"})", IrProtocol::Nec, 0x0408, 0, 0,
+         38000},
+        {R"({"Protocol":"SONY","Bits":12,"Data":"0xA90"})", IrProtocol::Sony12, 0x010015, 0, 0,
+         40000},
+        {R"({"Protocol":"SAMSUNG","Bits":32,"Data":"0xE0E040BF"})", IrProtocol::Samsung32, 0x0702,
+         0, 0, 38000},
+        {"IRsend 0,+8570-4240+550-1580C-510+565-1565F-505Fh+570gFhIdChIgFeFgFgIhFgIhF-525C-1560Ih"
+         "IkI-520ChFhFhFgFhIkIhIgIgIkIkI-25270A-4225IkIhIgIhIhIkFhIkFjCgIhIkIkI-500IkIhIhIkFhIgIl+"
+         "545hIhIoIgIhIkFhFgIkIgFgI",
+         IrProtocol::Nec, 0xa50a, 0, 0, 38000},
+        {"IRsend raw,0,9000,4500,560,560,1690,00100000110111110001000011101111", IrProtocol::Nec,
+         0x0408, 0, 0, 38000},
     };
     for (const Case& c : cases) {
         const IrCodeRead r = readText(c.text);
@@ -225,6 +249,139 @@ TEST(IrFormats, ReadsCodesOtherProgramsWrote) {
             EXPECT_EQ(t.durations.front(), c.first) << c.text;
         }
     }
+}
+
+// Tasmota's "Data" is the frame's bits as sent: every protocol it shares with
+// us goes out as its JSON and comes back as the same code; a protocol we do
+// not send is refused by name.
+TEST(IrFormats, TasmotaSpeaksEachProtocolItShares) {
+    struct Case {
+        IrCode code;
+        const char* data;
+    };
+    const auto codeOf = [](IrProtocol protocol, uint32_t scancode, bool toggle = false) {
+        IrCode c;
+        c.protocol = protocol;
+        c.scancode = scancode;
+        c.toggle = toggle;
+        return c;
+    };
+    IrCode panasonic = codeOf(IrProtocol::Aeha, 0);
+    panasonic.frames = {{0x02, 0x20, 0x80, 0x00, 0x3d, 0xbd}};
+    const Case cases[] = {
+        {codeOf(IrProtocol::Nec, 0x0408), R"("Protocol":"NEC","Bits":32,"Data":"0x20DF10EF")"},
+        {codeOf(IrProtocol::Necx, 0x04a108), R"("Protocol":"NEC","Bits":32,"Data":"0x208510EF")"},
+        {codeOf(IrProtocol::Nec32, 0x12345678),
+         R"("Protocol":"NEC","Bits":32,"Data":"0x2C481E6A")"},
+        {codeOf(IrProtocol::Samsung32, 0x0702),
+         R"("Protocol":"SAMSUNG","Bits":32,"Data":"0xE0E040BF")"},
+        {codeOf(IrProtocol::Sony12, 0x010015), R"("Protocol":"SONY","Bits":12,"Data":"0xA90")"},
+        {codeOf(IrProtocol::Sony15, 0x970019), R"("Protocol":"SONY","Bits":15,"Data":"0x4CE9")"},
+        {codeOf(IrProtocol::Sony20, 0x1a0b39), R"("Protocol":"SONY","Bits":20,"Data":"0x9CBD0")"},
+        {codeOf(IrProtocol::Rc5, 0x050c, true), R"("Protocol":"RC5","Bits":12,"Data":"0x94C")"},
+        {codeOf(IrProtocol::Rc5, 0x0547), R"("Protocol":"RC5X","Bits":13,"Data":"0x0147")"},
+        {codeOf(IrProtocol::Rc6_0, 0x040c, true), R"("Protocol":"RC6","Bits":20,"Data":"0x1040C")"},
+        {codeOf(IrProtocol::Rc6Mce, 0x800f040c, true),
+         R"("Protocol":"RC6","Bits":36,"Data":"0xC800F840C")"},
+        {codeOf(IrProtocol::Jvc, 0x0317), R"("Protocol":"JVC","Bits":16,"Data":"0xC0E8")"},
+        {codeOf(IrProtocol::Sharp, 0x0102), R"("Protocol":"SHARP","Bits":15,"Data":"0x4102")"},
+        {panasonic, R"("Protocol":"PANASONIC","Bits":48,"Data":"0x40040100BCBD")"},
+    };
+    for (const Case& c : cases) {
+        const std::string what = CodeSpec(c.code).toStdString();
+        NamedSignal sent{u"k"_s, {}, *EncodeSignal(c.code), c.code};
+        QString error;
+        const QByteArray bytes = WriteTasmota(sent, &error);
+        EXPECT_TRUE(bytes.contains(c.data)) << what << ": " << bytes.constData();
+        const auto back = ReadTasmota(bytes, u"t"_s, &error);
+        ASSERT_TRUE(back) << what << ": " << error.toStdString();
+        EXPECT_EQ(back->code, c.code) << what << ": " << CodeSpec(back->code).toStdString();
+        EXPECT_EQ(CodeSpec(DecodeSignal(back->timing)), CodeSpec(c.code)) << what;
+    }
+    QString error;
+    EXPECT_FALSE(ReadTasmota(R"({"Protocol":"DAIKIN","Bits":8,"Data":"0x1"})", u"t"_s, &error));
+    EXPECT_TRUE(error.contains(u"DAIKIN"_s)) << error.toStdString();
+}
+
+// SmartIR device files, one remote each, every code a key named by its path;
+// what a file holds that is no code is left out by name.
+TEST(IrFormats, SmartIrDeviceFilesAreOneRemote) {
+    struct Case {
+        const char* file;
+        const char* remote;
+        int codes;
+        const char* key;
+        IrProtocol protocol;
+    };
+    const Case cases[] = {
+        {"media_player-1000.json", "Philips 26PFL560H", 15, "sources_Channel 11", IrProtocol::Rc5},
+        {"media_player-9999.json", "Yamaha AX-380", 10, "sources_Aux", IrProtocol::Nec},
+        {"climate-2301.json", "Zanussi ZACS/I-07 HPF/A17/N1", 151, "heat_high_30", IrProtocol::Raw},
+        {"climate-7062.json", "LG P12RK", 105, "cool_auto_18", IrProtocol::Raw},
+    };
+    for (const Case& c : cases) {
+        const QString path =
+            QStringLiteral(KESTRAVA_TEST_DATA "/smartir/") + QLatin1StringView(c.file);
+        const IrCodeRead r = ReadIrCodePath(path);
+        ASSERT_TRUE(r.ok()) << c.file << ": " << r.error.toStdString();
+        EXPECT_EQ(r.format, IrFormat::SmartIr) << c.file;
+        EXPECT_TRUE(r.refused.isEmpty()) << c.file << ": " << r.refused.join(u'\n').toStdString();
+        ASSERT_EQ(int(r.codes.size()), c.codes) << c.file;
+        const auto key = std::find_if(r.codes.begin(), r.codes.end(), [&](const NamedSignal& s) {
+            return s.name == QLatin1StringView(c.key);
+        });
+        ASSERT_NE(key, r.codes.end()) << c.file << " " << c.key;
+        EXPECT_EQ(key->group, QLatin1StringView(c.remote)) << c.file;
+        EXPECT_EQ(DecodeSignal(key->timing).protocol, c.protocol) << c.file;
+    }
+    const IrCodeRead odd = readText(
+        R"({"supportedController":"Broadlink","commandsEncoding":"Base64","commands":{
+           "off":"JgAcAB0dOjo6HR0dHR0dHR0dHR0dHR0dHTodAAtnDQUAAAAAAAAAAAAAAAA==",
+           "_comment":"a remark", "on":null, "cool":{"20":"!!"}}})");
+    EXPECT_EQ(odd.codes.size(), 1u);
+    EXPECT_EQ(odd.refused.size(), 2) << odd.refused.join(u'\n').toStdString();
+    const IrCodeRead xiaomi = readText(
+        R"({"supportedController":"Xiaomi","commandsEncoding":"Raw","commands":{"off":"nE2m"}})");
+    EXPECT_TRUE(xiaomi.error.contains(u"\"Xiaomi\""_s)) << xiaomi.error.toStdString();
+}
+
+// irdb's rows: each a key of one remote (named after the collection's
+// folders), encoded from its IRP protocol; a protocol we cannot send is
+// refused by row and name. Written back, the rows read as the same codes.
+TEST(IrFormats, IrdbCsvRowsAreKeysOfOneRemote) {
+    const QString data = QStringLiteral(KESTRAVA_TEST_DATA "/irdb/");
+    IrCodeRead r = ReadIrCodePath(data + u"codes/Sony/TV/1,-1.csv"_s);
+    ASSERT_TRUE(r.ok()) << r.error.toStdString();
+    EXPECT_EQ(r.format, IrFormat::IrdbCsv);
+    ASSERT_EQ(r.codes.size(), 8u);
+    EXPECT_EQ(r.codes[0].group, u"Sony TV"_s);
+    EXPECT_EQ(CodeSpec(DecodeSignal(r.codes[2].timing)), u"sony12:0x010002"_s);
+
+    r = ReadIrCodePath(data + u"mixed.csv"_s);
+    ASSERT_TRUE(r.ok()) << r.error.toStdString();
+    const std::pair<const char*, IrProtocol> expected[] = {
+        {"UP", IrProtocol::Nec},         {"KEY_POWER", IrProtocol::Rc5},
+        {"MUTE", IrProtocol::Rc6_0},     {"", IrProtocol::Jvc},
+        {"SKIP", IrProtocol::Samsung32}, {"KEY_0", IrProtocol::Rc6Mce},
+        {"VOLUME +", IrProtocol::Sharp},
+    };
+    ASSERT_GE(r.codes.size(), std::size(expected));
+    for (size_t i = 0; i < std::size(expected); ++i) {
+        EXPECT_EQ(r.codes[i].name, QLatin1StringView(expected[i].first));
+        EXPECT_EQ(DecodeSignal(r.codes[i].timing).protocol, expected[i].second)
+            << expected[i].first;
+    }
+    EXPECT_TRUE(r.codes.back().name == u"SP-A, FRONT"_s ||
+                r.refused.join(u'\n').contains(u"SP-A, FRONT: "_s));
+    EXPECT_TRUE(r.refused.join(u'\n').contains(u"mixed.csv:10: TV/RADIO: the protocol 'XMP-1'"_s))
+        << r.refused.join(u'\n').toStdString();
+
+    QString error;
+    const QByteArray written = WriteIrCodes(IrFormat::IrdbCsv, r.codes, &error);
+    const IrCodeRead back = ReadIrCodes(written, u"again.csv"_s);
+    ASSERT_EQ(back.codes.size(), r.codes.size()) << error.toStdString() << written.constData();
+    for (size_t i = 0; i < r.codes.size(); ++i)
+        EXPECT_EQ(back.codes[i].code, r.codes[i].code) << written.constData();
 }
 
 // Flipper's protocols come in as the kernel's protocol and scancode, with
@@ -521,7 +678,7 @@ TEST(IrFormats, RealBroadlinkCodesKeepTheirTimings) {
             EXPECT_LE(std::abs(double(a[i]) - z[i]), BroadlinkUnitUs + 1)
                 << what << " duration " << i << ": " << a[i] << " -> " << z[i];
     }
-    EXPECT_EQ(read, 8);
+    EXPECT_EQ(read, 9);
 
     // Durations 12 % apart cannot share entries: 21 of them are refused.
     IrTiming ladder;

@@ -46,20 +46,33 @@ const char* const Usage =
     "  capture DEVICE FILE [S]   learn one signal (wait up to S seconds, default 11)\n"
     "                            and store it as a signal file\n"
     "  send DEVICE FILE          send a signal file\n"
-    "  show FILE [--mode2|--json] print a signal file as pulse/space durations in µs\n"
+    "  show FILE [--mode2|--json] print a signal file, or each key of any file of\n"
+    "                            codes convert reads, as pulse/space durations in µs\n"
     "                            with its carrier and protocol (ir-ctl's text, mode2\n"
     "                            or JSON form)\n"
     "  encode PROTO:SCANCODE FILE  write the signal of a code (nec:0x0408, as\n"
     "                            ir-ctl -S takes it, or PROTOCOL:D,S,F as the IR\n"
     "                            databases write it: NEC1:4,251,8) as a signal file\n"
     "  convert IN OUT [--to FORMAT] [--broadlink-unit UNIT]\n"
-    "                            convert one signal or a file of many between\n"
-    "                            irctl, pronto, flipper, broadlink, lircd, json,\n"
-    "                            globalcache (sendir), esphome (a [µs] list) and\n"
-    "                            bin (a signal file); IN's format is found from its\n"
-    "                            content, OUT's from --to or its extension; many\n"
-    "                            signals into a one-signal format need a directory\n"
-    "                            as OUT. UNIT: broadlink (269/8192 ms, default),\n"
+    "                            convert one signal or a file of many; IN's format\n"
+    "                            is found from its content, OUT's from --to or its\n"
+    "                            extension; many signals into a one-signal format\n"
+    "                            need a directory as OUT. FORMAT, read and written:\n"
+    "                              irctl       ir-ctl/mode2 text (.txt)\n"
+    "                              pronto      Pronto hex: 0000 learned, 5000 RC5,\n"
+    "                                          5001 RC5x, 6000 RC6, 900A NEC (.pronto)\n"
+    "                              flipper     Flipper Zero .ir files (many keys)\n"
+    "                              broadlink   Broadlink base64 or hex (.b64)\n"
+    "                              lircd       lircd.conf remotes (many keys, .conf)\n"
+    "                              json        Home Assistant timings (.json)\n"
+    "                              globalcache Global Cache sendir (.gc)\n"
+    "                              esphome     ESPHome [µs] lists, comma-separated\n"
+    "                                          durations (.esphome)\n"
+    "                              tasmota     Tasmota IRsend JSON or raw (.tasmota)\n"
+    "                              irdb        irdb CSV rows in IRP (many keys, .csv)\n"
+    "                              bin         a signal file (.bin)\n"
+    "                            and read only: smartir (SmartIR device files)\n"
+    "                            UNIT: broadlink (269/8192 ms, default),\n"
     "                            python-broadlink (32.84 us) or a number of us\n"
     "  --help                    show this help and exit\n"
     "  --version                 show the version and exit\n"
@@ -221,26 +234,22 @@ QJsonObject codeJson(const IrTiming& t, const IrCode& code) {
 
 enum class ShowAs { Text, Mode2, Json };
 
-int show(const QString& path, ShowAs as) {
-    QByteArray bytes;
-    if (!readSignal(path, &bytes))
-        return 1;
-    auto blob = IrBlob::decode(bytes);
-    if (!blob)
-        return 1;
-    IrTiming t = TimingFromBlob(*blob);
-    const IrCode code = DecodeSignal(t);
+void showTiming(const IrTiming& t, const IrCode& code, ShowAs as, const QString& name) {
     if (as == ShowAs::Json) {
-        print(QString::fromUtf8(QJsonDocument(codeJson(t, code)).toJson(QJsonDocument::Compact)) +
-              u'\n');
-        return 0;
+        QJsonObject o = codeJson(t, code);
+        if (!name.isNull())
+            o[u"name"_s] = name;
+        print(QString::fromUtf8(QJsonDocument(o).toJson(QJsonDocument::Compact)) + u'\n');
+        return;
     }
+    if (!name.isNull())
+        print(u"# key "_s + name + u'\n');
     int carrier = t.carrierHz > 0 ? t.carrierHz : DefaultCarrierHz;
     if (as == ShowAs::Mode2) {
         print(u"carrier "_s + QString::number(carrier) + u'\n');
         for (size_t i = 0; i < t.durations.size(); ++i)
             print((i % 2 ? u"space "_s : u"pulse "_s) + QString::number(t.durations[i]) + u'\n');
-        return 0;
+        return;
     }
     print(u"# carrier "_s + QString::number(carrier) + u" Hz"_s +
           (t.carrierHz > 0 ? u""_s : u" (not stored; assumed)"_s) + u", "_s +
@@ -253,6 +262,38 @@ int show(const QString& path, ShowAs as) {
     print(IrCtlText(t.frame()) + u'\n');
     if (t.repeatBegin >= 0)
         print(u"# repeating part\n"_s + IrCtlText(t.repeatFrame()) + u'\n');
+}
+
+// A signal file, or any file of codes: each of its keys in turn.
+int show(const QString& path, ShowAs as) {
+    QFile file(path);
+    QByteArray head;
+    if (file.open(QIODevice::ReadOnly))
+        head = file.read(MaxCodeFileBytes);
+    const std::optional<IrFormat> format = DetectIrFormat(head);
+    if (!format || *format == IrFormat::Bin || QFileInfo(path).isDir()) {
+        QByteArray bytes;
+        if (!readSignal(path, &bytes))
+            return 1;
+        auto blob = IrBlob::decode(bytes);
+        if (!blob)
+            return 1;
+        const IrTiming t = TimingFromBlob(*blob);
+        showTiming(t, DecodeSignal(t), as, QString());
+        return 0;
+    }
+    const IrCodeRead read = ReadIrCodePath(path);
+    for (const QString& note : read.refused)
+        complain(u"left out: "_s + note);
+    if (!read.ok()) {
+        complain(read.error);
+        return 1;
+    }
+    for (const NamedSignal& c : read.codes) {
+        const QString name = c.group.isEmpty() ? c.name : c.group + u": "_s + c.name;
+        showTiming(c.timing, c.code.decoded() ? c.code : DecodeSignal(c.timing), as,
+                   read.codes.size() > 1 || !c.name.isEmpty() ? name : QString());
+    }
     return 0;
 }
 
@@ -375,7 +416,8 @@ int convert(const QStringList& args) {
             to = IrFormatFromName(args[++i]);
             if (!to) {
                 complain(u"unknown format '"_s + args[i] +
-                         u"' (irctl, pronto, flipper, broadlink, lircd, json or bin)"_s);
+                         u"' (irctl, pronto, flipper, broadlink, lircd, json, globalcache, "
+                         u"esphome, tasmota, irdb or bin)"_s);
                 return 2;
             }
         } else if (args[i] == u"--broadlink-unit" && i + 1 < args.size()) {
