@@ -205,6 +205,8 @@ struct Program {
         nec.repeatBegin = int(nec.durations.size());
         add(9000, 2250);
         nec.durations.push_back(560);
+        if (gapUs > 100000) // the pause before each repeat, not the default one
+            nec.durations.push_back(gapUs);
         nec.carrierHz = 38000;
         auto blob = BlobFromTiming(nec);
         EXPECT_TRUE(blob);
