@@ -206,18 +206,8 @@ QJsonObject codeJson(const IrTiming& t, const IrCode& code) {
     put("command", f.command);
     put("subdevice", f.subdevice);
     put("extra", f.extra);
-    switch (code.protocol) {
-    case IrProtocol::Rc5:
-    case IrProtocol::Rc5x20:
-    case IrProtocol::Rc6_0:
-    case IrProtocol::Rc6Mce:
-    case IrProtocol::Recs80:
-    case IrProtocol::RcMm32:
+    if (HasToggle(code.protocol))
         o[u"toggle"_s] = code.toggle ? 1 : 0;
-        break;
-    default:
-        break;
-    }
     if (f.maker) {
         o[u"maker"_s] = u"0x"_s + u"%1"_s.arg(*f.maker, 4, 16, QChar(u'0'));
         QJsonArray frames;
