@@ -100,12 +100,7 @@ std::optional<IrpCode> irp(const IrCode& c) {
 std::optional<IrCode> fromIrp(const IrpCode& i, QString* why) {
     if (!irpNameIs(i.protocol, "DirecTV"))
         return std::nullopt;
-    if (!irpRange(i, 'D', i.D, 0xF, why) || !irpRange(i, 'F', i.F, 0xFF, why))
-        return std::nullopt;
-    IrCode c;
-    c.protocol = IrProtocol::DirecTv;
-    c.scancode = uint32_t(i.D << 8 | i.F);
-    return c;
+    return codeOfDF(i, IrProtocol::DirecTv, 0xF, 0xFF, why);
 }
 
 } // namespace

@@ -144,4 +144,14 @@ bool irpRange(const IrpCode& irp, char param, int64_t value, int64_t max, QStrin
     return false;
 }
 
+std::optional<IrCode> codeOfDF(const IrpCode& irp, IrProtocol protocol, int64_t dMax, int64_t fMax,
+                               QString* why) {
+    if (!irpRange(irp, 'D', irp.D, dMax, why) || !irpRange(irp, 'F', irp.F, fMax, why))
+        return std::nullopt;
+    IrCode c;
+    c.protocol = protocol;
+    c.scancode = uint32_t(irp.D << 8 | irp.F);
+    return c;
+}
+
 } // namespace irproto

@@ -193,6 +193,11 @@ bool irpRange(const IrpCode& irp, char param, int64_t value, int64_t max, QStrin
 // JVC repeats its 16 bits without the leader.
 bool decodeJvcRepeat(const Durations& d, size_t at, uint32_t scancode, size_t* end);
 
+// The code of a protocol whose scancode is D<<8|F, from an IRP code of its
+// name; nothing, with why, when D or F is out of range.
+std::optional<IrCode> codeOfDF(const IrpCode& irp, IrProtocol protocol, int64_t dMax, int64_t fMax,
+                               QString* why);
+
 // The families, in the order they are tried on a frame.
 extern const Family NecFamily; // 9 ms / 4.5 ms leaders: NEC, Samsung, JVC, Sanyo, AEHA
 extern const Family SonyFamily;

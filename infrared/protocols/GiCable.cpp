@@ -65,12 +65,7 @@ std::optional<IrpCode> irp(const IrCode& c) {
 std::optional<IrCode> fromIrp(const IrpCode& i, QString* why) {
     if (!irpNameIs(i.protocol, "G.I. Cable"))
         return std::nullopt;
-    if (!irpRange(i, 'D', i.D, 0xF, why) || !irpRange(i, 'F', i.F, 0xFF, why))
-        return std::nullopt;
-    IrCode c;
-    c.protocol = IrProtocol::GiCable;
-    c.scancode = uint32_t(i.D << 8 | i.F);
-    return c;
+    return codeOfDF(i, IrProtocol::GiCable, 0xF, 0xFF, why);
 }
 
 } // namespace

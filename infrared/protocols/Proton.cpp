@@ -57,12 +57,7 @@ std::optional<IrpCode> irp(const IrCode& c) {
 std::optional<IrCode> fromIrp(const IrpCode& i, QString* why) {
     if (!irpNameIs(i.protocol, "Proton"))
         return std::nullopt;
-    if (!irpRange(i, 'D', i.D, 0xFF, why) || !irpRange(i, 'F', i.F, 0xFF, why))
-        return std::nullopt;
-    IrCode c;
-    c.protocol = IrProtocol::Proton;
-    c.scancode = uint32_t(i.D << 8 | i.F);
-    return c;
+    return codeOfDF(i, IrProtocol::Proton, 0xFF, 0xFF, why);
 }
 
 } // namespace

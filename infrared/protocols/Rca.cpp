@@ -56,12 +56,7 @@ std::optional<IrCode> fromIrp(const IrpCode& i, QString* why) {
     const bool rca38 = irpNameIs(i.protocol, "RCA-38");
     if (!rca38 && !irpNameIs(i.protocol, "RCA"))
         return std::nullopt;
-    if (!irpRange(i, 'D', i.D, 0xF, why) || !irpRange(i, 'F', i.F, 0xFF, why))
-        return std::nullopt;
-    IrCode c;
-    c.protocol = rca38 ? IrProtocol::Rca38 : IrProtocol::Rca;
-    c.scancode = uint32_t(i.D << 8 | i.F);
-    return c;
+    return codeOfDF(i, rca38 ? IrProtocol::Rca38 : IrProtocol::Rca, 0xF, 0xFF, why);
 }
 
 } // namespace

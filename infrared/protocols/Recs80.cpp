@@ -51,12 +51,7 @@ std::optional<IrpCode> irp(const IrCode& c) {
 std::optional<IrCode> fromIrp(const IrpCode& i, QString* why) {
     if (!irpNameIs(i.protocol, "RECS80"))
         return std::nullopt;
-    if (!irpRange(i, 'D', i.D, 7, why) || !irpRange(i, 'F', i.F, 0x3F, why))
-        return std::nullopt;
-    IrCode c;
-    c.protocol = IrProtocol::Recs80;
-    c.scancode = uint32_t(i.D << 8 | i.F);
-    return c;
+    return codeOfDF(i, IrProtocol::Recs80, 7, 0x3F, why);
 }
 
 } // namespace

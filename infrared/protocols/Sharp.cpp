@@ -125,21 +125,18 @@ std::optional<IrpCode> irp(const IrCode& c) {
 }
 
 std::optional<IrCode> fromIrp(const IrpCode& i, QString* why) {
-    IrCode c;
+    IrProtocol p;
     if (irpNameIs(i.protocol, "Sharp"))
-        c.protocol = IrProtocol::Sharp;
+        p = IrProtocol::Sharp;
     else if (irpNameIs(i.protocol, "Denon"))
-        c.protocol = IrProtocol::Denon;
+        p = IrProtocol::Denon;
     else if (irpNameIs(i.protocol, "Denon{1}"))
-        c.protocol = IrProtocol::Denon1;
+        p = IrProtocol::Denon1;
     else if (irpNameIs(i.protocol, "Denon{2}"))
-        c.protocol = IrProtocol::Denon2;
+        p = IrProtocol::Denon2;
     else
         return std::nullopt;
-    if (!irpRange(i, 'D', i.D, 0x1F, why) || !irpRange(i, 'F', i.F, 0xFF, why))
-        return std::nullopt;
-    c.scancode = uint32_t(i.D << 8 | i.F);
-    return c;
+    return codeOfDF(i, p, 0x1F, 0xFF, why);
 }
 
 } // namespace
