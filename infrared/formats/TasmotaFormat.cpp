@@ -97,15 +97,11 @@ std::optional<IrCode> codeOf(const Frame& f, QString* why) {
             }
             c.protocol = IrProtocol::Samsung32;
             c.scancode = a << 8 | cmd;
-        } else if ((cmd ^ ncmd) != 0xFF) { // as the kernel names NEC's variants
-            c.protocol = IrProtocol::Nec32;
-            c.scancode = na << 24 | a << 16 | ncmd << 8 | cmd;
-        } else if ((a ^ na) != 0xFF) {
-            c.protocol = IrProtocol::Necx;
-            c.scancode = a << 16 | na << 8 | cmd;
         } else {
-            c.protocol = IrProtocol::Nec;
-            c.scancode = a << 8 | cmd;
+            // NEC1-f16 holds any four bytes; it names nec, necx or nec32 by them.
+            IrpCode irp{u"NEC1-f16"_s, a, na, cmd};
+            irp.E = ncmd;
+            c = *CodeFromIrp(irp);
         }
     } else if (p == u"SONY") {
         if (!need({12, 15, 20}))
