@@ -1,0 +1,70 @@
+#pragma once
+
+// What every air-conditioner family shares: its capabilities, an encoder of a
+// whole state and a decoder of a frame, and readers and writers of the
+// pulse-distance sections nearly all of them send. Internal to infrared/; the
+// public face is infrared/Climate.h.
+
+#include "infrared/Climate.h"
+#include "infrared/protocols/Framing.h"
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace climate {
+
+using Bytes = std::vector<uint8_t>;
+
+// One stretch of a message: optional leader, bits (pulse + short/long space),
+// a trailer pulse, then the pause before the next section (or the message's
+// end).
+struct Section {
+    irproto::PdTiming timing;
+    int bits = 0;       // exact count read and written
+    uint32_t gapUs = 0; // pause written after the section
+    bool msbFirst = false;
+};
+
+// Reads the sections one after another from `at` (a leader of the first
+// marks where it starts). Each section's bits come back as bytes, LSB of
+// each byte first (MSB first where the section says so). Nothing when a
+// section does not match exactly its bit count.
+std::optional<std::vector<Bytes>> readSections(const IrTiming& t, std::span<const Section> sections,
+                                               size_t at = 0, size_t* end = nullptr);
+// Writes the sections with their bytes; the last gap ends the message.
+void writeSections(irproto::Writer& w, std::span<const Section> sections,
+                   const std::vector<Bytes>& bytes);
+IrTiming timingOf(irproto::Writer& w, int carrierHz);
+
+// Checks most families use.
+uint8_t sumBytes(std::span<const uint8_t> b); // mod 256
+uint8_t xorBytes(std::span<const uint8_t> b);
+uint8_t sumNibbles(std::span<const uint8_t> b); // both nibbles of each, mod 16
+uint8_t reverseBits(uint8_t v, int n = 8);
+
+// Clamp-free helpers for the codec's own fields.
+inline int wholeDegrees(double t) {
+    return int(t + (t >= 0 ? 0.5 : -0.5));
+}
+inline bool halfDegree(double t) {
+    return int(t * 2 + 0.5) % 2 == 1;
+}
+
+struct Codec {
+    ClimateCaps (*caps)();
+    // The state was fitted to caps already.
+    std::optional<IrTiming> (*encode)(const ClimateState& s);
+    std::optional<ClimateHeard> (*decode)(const IrTiming& t);
+};
+
+// One per family (a file each under infrared/climate/); declared here, listed
+// in codecs() in decoding order.
+// -- families A --
+// -- families B --
+
+// The table, in decoding order.
+std::span<const Codec* const> codecs();
+
+} // namespace climate
