@@ -194,6 +194,13 @@ std::shared_ptr<Table> readTable(const QByteArray& bytes, QString* why) {
     return table;
 }
 
+// A table's code heard: the whole frame, not one that only begins alike (a
+// short "off" code would match every longer one).
+bool sameFrame(const IrTiming& code, const IrTiming& heard) {
+    const std::vector<uint32_t> a = code.frame(), b = heard.frame();
+    return a.size() == b.size() && SameTimings(a, b);
+}
+
 // A state the caps hold, near the wanted one: for a new unit, or when the
 // remembered one no longer fits.
 ClimateState fitted(const ClimateCaps& caps, ClimateState s) {
@@ -548,12 +555,12 @@ void ClimateUnits::heard(const IrTiming& frame) {
             if (!e.table)
                 continue;
             std::optional<ClimateState> match;
-            if (e.table->off && SameTimings(e.table->off->frame(), frame.durations)) {
+            if (e.table->off && sameFrame(*e.table->off, frame)) {
                 match = e.unit.state;
                 match->power = false;
             }
             for (auto it = e.table->codes.cbegin(); !match && it != e.table->codes.cend(); ++it) {
-                if (!SameTimings(it->frame(), frame.durations))
+                if (!sameFrame(*it, frame))
                     continue;
                 const QStringList parts = it.key().split(u'/');
                 ClimateState s = e.unit.state;
