@@ -87,6 +87,7 @@ std::span<const Codec* const> codecs() {
     static const std::vector<const Codec*> all = {
         // -- families A --
         // -- families B --
+        &Sharp, &Gree, &Midea, &Coolix, &Samsung,
     };
     return all;
 }

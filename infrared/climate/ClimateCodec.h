@@ -63,6 +63,11 @@ struct Codec {
 // in codecs() in decoding order.
 // -- families A --
 // -- families B --
+extern const Codec Coolix;
+extern const Codec Midea;
+extern const Codec Gree;
+extern const Codec Samsung;
+extern const Codec Sharp;
 
 // The table, in decoding order.
 std::span<const Codec* const> codecs();
