@@ -20,7 +20,12 @@ std::optional<std::vector<Bytes>> readSections(const IrTiming& t, std::span<cons
     const irproto::Durations& d = t.durations;
     for (const Section& s : sections) {
         irproto::Bits bits;
-        size_t stop = irproto::twoPass(irproto::Judge{}, [&](irproto::Judge& j) {
+        // Receivers lengthen spaces and shorten pulses by a good part of a
+        // short space (Broadlink captures most), so those are judged with
+        // half a pulse to spare at least.
+        irproto::Judge judge;
+        judge.slack = s.timing.pulse / 2;
+        size_t stop = irproto::twoPass(judge, [&](irproto::Judge& j) {
             bits = {};
             return irproto::readPd(d, at, s.timing, j, bits);
         });
