@@ -164,7 +164,7 @@ std::span<const Codec* const> codecs() {
         // -- families A --
         &Daikin, &Daikin216, &Daikin152, &Mitsubishi, &Panasonic, &Toshiba,
         // -- families B --
-        &Sharp, &Gree, &Midea, &Coolix, &Samsung,
+        &Sharp, &Gree, &Midea, &Coolix, &Samsung, &Lg,
     };
     return all;
 }

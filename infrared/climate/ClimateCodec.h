@@ -104,6 +104,7 @@ extern const Codec Midea;
 extern const Codec Gree;
 extern const Codec Samsung;
 extern const Codec Sharp;
+extern const Codec Lg;
 
 // The table, in decoding order.
 std::span<const Codec* const> codecs();
