@@ -98,6 +98,8 @@ extern const Codec Daikin152;
 extern const Codec Mitsubishi;
 extern const Codec Panasonic;
 extern const Codec Toshiba;
+extern const Codec Hitachi;
+extern const Codec Fujitsu;
 // -- families B --
 extern const Codec Coolix;
 extern const Codec Midea;
