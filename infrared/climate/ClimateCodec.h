@@ -107,6 +107,7 @@ extern const Codec Gree;
 extern const Codec Samsung;
 extern const Codec Sharp;
 extern const Codec Lg;
+extern const Codec Electra;
 
 // The table, in decoding order.
 std::span<const Codec* const> codecs();
