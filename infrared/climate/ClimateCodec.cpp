@@ -174,6 +174,7 @@ std::span<const Codec* const> codecs() {
         &Hitachi,
         &Fujitsu,
         // -- families B --
+        &Sharp, &Gree, &Midea, &Coolix, &Samsung, &Lg, &Electra,
     };
     // clang-format on
     return all;

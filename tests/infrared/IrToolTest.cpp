@@ -126,3 +126,27 @@ TEST(IrTool, EncodesACodeAndShowsItAsJson) {
     EXPECT_TRUE(bad.err.contains(u"does not fit nec"_s)) << bad.err.toStdString();
     EXPECT_FALSE(QFileInfo::exists(dir.filePath(u"x.bin"_s)));
 }
+
+TEST(IrTool, WritesAndShowsAnAirConditionersStateFrame) {
+    QTemporaryDir dir;
+    const ToolRun listed = run(dir.path(), {u"climate"_s, u"--list"_s});
+    EXPECT_EQ(listed.status, 0) << listed.err.toStdString();
+    ToolRun r = run(dir.path(), {u"climate"_s, u"nosuch"_s, u"mode=cool"_s, u"ac.bin"_s});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_TRUE(r.err.contains(u"climate --list"_s)) << r.err.toStdString();
+    const QString family = listed.out.section(u'\t', 0, 0);
+    if (family.isEmpty())
+        GTEST_SKIP() << "no air-conditioner family is built in";
+    r = run(dir.path(), {u"climate"_s, family, u"mode=cool"_s, u"temp=99"_s, u"ac.bin"_s});
+    EXPECT_EQ(r.status, 2); // beyond the range: said so, nothing written
+    EXPECT_FALSE(QFileInfo::exists(dir.filePath(u"ac.bin"_s)));
+    r = run(dir.path(),
+            {u"climate"_s, family, u"power=on"_s, u"mode=cool"_s, u"temp=25"_s, u"ac.bin"_s});
+    ASSERT_EQ(r.status, 0) << r.err.toStdString();
+    r = run(dir.path(), {u"show"_s, u"ac.bin"_s, u"--json"_s});
+    const QJsonObject climate =
+        QJsonDocument::fromJson(r.out.toUtf8()).object()[u"climate"_s].toObject();
+    EXPECT_EQ(climate[u"family"_s], family);
+    EXPECT_EQ(climate[u"mode"_s], u"cool"_s);
+    EXPECT_EQ(climate[u"temperature"_s].toDouble(), 25);
+}

@@ -1,4 +1,5 @@
 #include "lircd/Lircd.h"
+#include "climate/ClimateUnits.h"
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "infrared/IrProtocol.h"
@@ -6,6 +7,7 @@
 #include "infrared/SimDriver.h"
 #include "infrared/Transceiver.h"
 #include "lircd/LircdCommand.h"
+#include "support/ClimateTable.h"
 #include "support/ProgramProcess.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
@@ -407,4 +409,41 @@ TEST(Lircd, PressesFlipTheToggleBitPerRemote) {
         EXPECT_EQ(sent[i].first, code) << i;
         EXPECT_EQ(sent[i].second, 38000) << i;
     }
+}
+
+// An air conditioner is a remote whose keys are states: its table's states
+// listed, one sent sets it.
+TEST(Lircd, AirConditionerKeysSetItsState) {
+    TempFolder t;
+    ScriptedPrompt prompt;
+    t.settings.WriteIni(u"Tira", u"Device", u"sim");
+    Transceiver device{t.folder, t.settings, prompt};
+    device.factory = [&](const QString&) {
+        return std::make_unique<SimDriver>(t.path(u"sim-transmit.log"));
+    };
+    ClimateUnits units(t.folder, t.settings, device);
+    ASSERT_TRUE(units.importSmartIr(u"寝室"_s, SmartIrFile()));
+    t.settings.Write(Key::LircdSocket, u"lircd"_s);
+    Lircd lircd(t.folder, t.settings, device);
+    lircd.SetClimates(&units);
+    lircd.Start();
+    QLocalSocket client;
+    client.connectToServer(t.path(u"lircd"));
+    ASSERT_TRUE(client.waitForConnected(2000));
+    const auto ask = [&](const QByteArray& line) {
+        client.write(line + '\n');
+        QByteArray got;
+        WaitUntil([&] { return (got += client.readAll()).endsWith("END\n"); }, 5000);
+        return got;
+    };
+    EXPECT_EQ(ask("LIST ac1"),
+              Ok("LIST ac1", {"0000000000000000 off", "0000000000000000 cool_24_low",
+                              "0000000000000000 cool_24_high", "0000000000000000 cool_25_low",
+                              "0000000000000000 fan_low"}));
+    EXPECT_EQ(ask("SEND_ONCE ac1 cool_25_low"), Ok("SEND_ONCE ac1 cool_25_low"));
+    EXPECT_EQ(units.unit(u"ac1"_s)->state.temperature, 25);
+    EXPECT_TRUE(units.unit(u"ac1"_s)->state.power);
+    EXPECT_EQ(SimLog(t.root()).size(), 1);
+    EXPECT_EQ(ask("SEND_START ac1 off"),
+              Err("SEND_START ac1 off", "an air conditioner's keys are sent once"));
 }

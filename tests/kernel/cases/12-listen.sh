@@ -8,3 +8,4 @@ if [ -x /usr/sbin/mosquitto ] && command -v mosquitto_sub >/dev/null; then
 else
     report listen-mqtt-trigger skip "no mosquitto"
 fi
+gtest listen-climate 'ClimateKernel.HeardFrameUpdatesTheUnit'
