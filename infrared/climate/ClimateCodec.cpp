@@ -174,7 +174,7 @@ std::span<const Codec* const> codecs() {
         &Hitachi,
         &Fujitsu,
         // -- families B --
-        &Sharp, &Gree, &Midea, &Coolix, &Samsung, &Lg, &Electra,
+        &Sharp, &Gree, &Midea, &Coolix, &Samsung, &Lg, &Electra, &Haier,
     };
     // clang-format on
     return all;

@@ -109,6 +109,7 @@ extern const Codec Samsung;
 extern const Codec Sharp;
 extern const Codec Lg;
 extern const Codec Electra;
+extern const Codec Haier;
 
 // The table, in decoding order.
 std::span<const Codec* const> codecs();
