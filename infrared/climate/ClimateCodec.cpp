@@ -1,5 +1,7 @@
 #include "infrared/climate/ClimateCodec.h"
 
+#include <algorithm>
+
 namespace climate {
 
 namespace {
@@ -20,9 +22,15 @@ std::optional<std::vector<Bytes>> readSections(const IrTiming& t, std::span<cons
     const irproto::Durations& d = t.durations;
     for (const Section& s : sections) {
         irproto::Bits bits;
-        size_t stop = irproto::twoPass(irproto::Judge{}, [&](irproto::Judge& j) {
+        // Receivers stretch marks and shorten spaces by a good part of a
+        // bit's pulse; the threshold between the spaces tells the bits apart.
+        irproto::Judge judge;
+        judge.slack = s.timing.pulse / 2;
+        // The loose pass's count already tells another family's section.
+        size_t stop = irproto::twoPass(judge, [&](irproto::Judge& j) {
             bits = {};
-            return irproto::readPd(d, at, s.timing, j, bits);
+            const size_t end = irproto::readPd(d, at, s.timing, j, bits);
+            return bits.count == s.bits ? end : 0;
         });
         if (stop == 0 || bits.count != s.bits)
             return std::nullopt;
@@ -83,10 +91,80 @@ uint8_t reverseBits(uint8_t v, int n) {
     return r;
 }
 
+uint8_t modeCode(std::span<const ModeCode> table, ClimateMode mode) {
+    for (const ModeCode& m : table)
+        if (m.mode == mode)
+            return m.code;
+    return table.empty() ? 0 : table.front().code;
+}
+
+std::optional<ClimateMode> modeOf(std::span<const ModeCode> table, uint8_t code) {
+    for (const ModeCode& m : table)
+        if (m.code == code)
+            return m.mode;
+    return std::nullopt;
+}
+
+uint8_t fanCode(std::span<const FanCode> table, const QString& fan) {
+    for (const FanCode& f : table)
+        if (fan == QLatin1StringView(f.name))
+            return f.code;
+    return table.empty() ? 0 : table.front().code;
+}
+
+std::optional<QString> fanOf(std::span<const FanCode> table, uint8_t code) {
+    for (const FanCode& f : table)
+        if (f.code == code)
+            return QString::fromLatin1(f.name);
+    return std::nullopt;
+}
+
+std::vector<ClimateMode> modesIn(std::span<const ModeCode> table) {
+    std::vector<ClimateMode> modes;
+    for (const ModeCode& m : table)
+        if (std::find(modes.begin(), modes.end(), m.mode) == modes.end())
+            modes.push_back(m.mode);
+    return modes;
+}
+
+QStringList fansIn(std::span<const FanCode> table) {
+    QStringList fans;
+    for (const FanCode& f : table)
+        if (!fans.contains(QLatin1StringView(f.name)))
+            fans.append(QString::fromLatin1(f.name));
+    return fans;
+}
+
+ClimateHeard heardOf(const ClimateCaps& caps, const ClimateState& state) {
+    ClimateHeard heard;
+    heard.state = state;
+    if (!caps.usesTemperature(state.mode))
+        heard.known &= uint8_t(~ClimateHeard::Temperature);
+    if (!caps.swing)
+        heard.known &= uint8_t(~ClimateHeard::Swing);
+    return heard;
+}
+
+size_t leaderAt(const irproto::Durations& d, uint32_t minLeaderUs) {
+    for (size_t i = 0; i < d.size() && i < 24; i += 2)
+        if (d[i] > minLeaderUs)
+            return i;
+    return d.size();
+}
+
+size_t afterGap(const irproto::Durations& d, size_t from, uint32_t minGapUs) {
+    for (size_t i = from | 1; i < d.size(); i += 2)
+        if (d[i] >= minGapUs)
+            return i + 1;
+    return d.size();
+}
+
 std::span<const Codec* const> codecs() {
     static const std::vector<const Codec*> all = {
         // -- families A --
+        &Daikin, &Daikin216, &Daikin152, &Mitsubishi, &Panasonic, &Toshiba,
         // -- families B --
+        &Sharp, &Gree, &Midea, &Coolix, &Samsung,
     };
     return all;
 }

@@ -52,6 +52,36 @@ inline bool halfDegree(double t) {
     return int(t * 2 + 0.5) % 2 == 1;
 }
 
+// A family's codes of its modes and fans, both ways. Encoding takes the first
+// row of a name, decoding the first row of a code.
+struct ModeCode {
+    ClimateMode mode;
+    uint8_t code;
+};
+struct FanCode {
+    const char* name;
+    uint8_t code;
+};
+uint8_t modeCode(std::span<const ModeCode> table, ClimateMode mode);
+std::optional<ClimateMode> modeOf(std::span<const ModeCode> table, uint8_t code);
+uint8_t fanCode(std::span<const FanCode> table, const QString& fan);
+std::optional<QString> fanOf(std::span<const FanCode> table, uint8_t code);
+std::vector<ClimateMode> modesIn(std::span<const ModeCode> table);
+QStringList fansIn(std::span<const FanCode> table);
+
+// A decoded state as heard: the temperature unknown in a mode that ignores
+// it, the swing unknown where the family has none.
+ClimateHeard heardOf(const ClimateCaps& caps, const ClimateState& state);
+
+// Where a message's first leader (a pulse over minLeaderUs) starts, past the
+// short bits some remotes send before it, however many of those a capture
+// kept; size when there is none in the first durations.
+size_t leaderAt(const irproto::Durations& d, uint32_t minLeaderUs);
+
+// The index past the first space of at least minGapUs from `from` (where a
+// message sent twice starts again), or size.
+size_t afterGap(const irproto::Durations& d, size_t from, uint32_t minGapUs);
+
 struct Codec {
     ClimateCaps (*caps)();
     // The state was fitted to caps already.
@@ -62,7 +92,18 @@ struct Codec {
 // One per family (a file each under infrared/climate/); declared here, listed
 // in codecs() in decoding order.
 // -- families A --
+extern const Codec Daikin;
+extern const Codec Daikin216;
+extern const Codec Daikin152;
+extern const Codec Mitsubishi;
+extern const Codec Panasonic;
+extern const Codec Toshiba;
 // -- families B --
+extern const Codec Coolix;
+extern const Codec Midea;
+extern const Codec Gree;
+extern const Codec Samsung;
+extern const Codec Sharp;
 
 // The table, in decoding order.
 std::span<const Codec* const> codecs();
