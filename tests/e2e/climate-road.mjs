@@ -1,12 +1,13 @@
 // An air conditioner's card on the phone page at 390 px: the state the
 // program believes, a tap that sends at once, quick taps on + sent as one
 // frame after the quiet, a change made elsewhere shown through the event
-// stream, and a refused send shown on the card with the state kept.
+// stream, a refused send shown on the card with the state kept, and a
+// reservation of a state made there and listed by the classic pages.
 //
 // Environment: KESTRAVA_BINARY. Exits 77 when a tool is missing.
 import fs from 'node:fs';
 import path from 'node:path';
-import { check, chromium, chromiumPath, finish, startDemo, stop } from './road.mjs';
+import { check, chromium, chromiumPath, finish, fromCp932, startDemo, stop } from './road.mjs';
 
 const { home, proc, base } = await startDemo();
 const logFile = path.join(home, 'sim-transmit.log');
@@ -76,6 +77,22 @@ try {
     check((await temp.textContent()) === `${want}℃` && sent().length === before + 3,
         `a refused send shows its reason and keeps the state (${await note.textContent()})`);
     await page.unroute('**/api/v1/climates/*/state');
+
+    // A reservation of a state from the page; the classic list shows it by name.
+    await page.goto(`${base}/m/#/res`);
+    await page.locator('#acr-unit').waitFor();
+    await page.selectOption('#acr-unit', unit.id);
+    await page.selectOption('#acr-mode', unit.caps.modes[0]);
+    await page.fill('#acr-temp', String(min));
+    await page.fill('#acr-time', '17:30');
+    await page.selectOption('#acr-repeat', 'daily');
+    await page.locator('button', { hasText: 'エアコンの予約を追加' }).tap();
+    const row = page.locator('ul.list li', { hasText: '寝室のエアコン' });
+    await row.waitFor();
+    const listed = await row.textContent();
+    check(listed.includes('毎日 17:30') && listed.includes(`${min}℃`), `the reservation is listed (${listed})`);
+    const classic = fromCp932(Buffer.from(await (await page.request.get(`${base}/list.asp`)).body()));
+    check(classic.includes('寝室のエアコン') && classic.includes(`${min}℃`), 'the classic list shows it by its name');
 } catch (e) {
     check(false, `climate road: ${e.stack || e.message}`);
 } finally {
