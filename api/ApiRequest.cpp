@@ -46,7 +46,15 @@ QByteArray AllowedMethods(Endpoint endpoint) {
         return "GET";
     case Endpoint::Remotes:
     case Endpoint::Reservations:
+    case Endpoint::Climates:
         return "GET, POST";
+    case Endpoint::Climate:
+        return "GET, DELETE";
+    case Endpoint::ClimateState:
+        return "GET, PUT";
+    case Endpoint::ClimateLearn:
+    case Endpoint::ClimateImport:
+        return "POST";
     case Endpoint::Remote:
     case Endpoint::Key:
         return "GET, PATCH, DELETE";
@@ -90,7 +98,14 @@ Refusal ParseCall(const QByteArray& method, const QString& path, const QByteArra
         c.endpoint = Endpoint::Events;
     else if (n == 1 && first == u"openapi.json")
         c.endpoint = Endpoint::OpenApi;
-    else if (n == 2 && first == u"reservations") {
+    else if (n == 1 && first == u"climates")
+        c.endpoint = Endpoint::Climates;
+    else if (n == 2 && first == u"climates" && (parts[1] == u"learn" || parts[1] == u"import"))
+        c.endpoint = parts[1] == u"learn" ? Endpoint::ClimateLearn : Endpoint::ClimateImport;
+    else if ((n == 2 || (n == 3 && parts[2] == u"state")) && first == u"climates") {
+        c.endpoint = n == 2 ? Endpoint::Climate : Endpoint::ClimateState;
+        c.climate = parts[1];
+    } else if (n == 2 && first == u"reservations") {
         c.endpoint = Endpoint::Reservation;
         c.reservation = parts[1];
     } else if (first == u"remotes" && (n == 2 || ((n == 4 || n == 5) && parts[2] == u"keys"))) {

@@ -12,18 +12,23 @@ namespace Api {
 
 enum class Endpoint {
     Status,
-    Remotes,      // GET list, POST create
-    Remote,       // GET, PATCH rename, DELETE
-    Key,          // GET, PATCH rename, DELETE
-    KeyPress,     // POST
-    KeyLearn,     // POST
-    KeyCode,      // PUT
-    PressByName,  // POST
-    Transmit,     // POST
-    Reservations, // GET list, POST add
-    Reservation,  // PATCH move, DELETE
-    Events,       // GET
-    OpenApi,      // GET
+    Remotes,       // GET list, POST create
+    Remote,        // GET, PATCH rename, DELETE
+    Key,           // GET, PATCH rename, DELETE
+    KeyPress,      // POST
+    KeyLearn,      // POST
+    KeyCode,       // PUT
+    PressByName,   // POST
+    Transmit,      // POST
+    Reservations,  // GET list, POST add
+    Reservation,   // PATCH move, DELETE
+    Events,        // GET
+    OpenApi,       // GET
+    Climates,      // GET list, POST create
+    Climate,       // GET, DELETE
+    ClimateState,  // GET, PUT
+    ClimateLearn,  // POST
+    ClimateImport, // POST
 };
 
 struct Call {
@@ -32,6 +37,7 @@ struct Call {
     int remote = 0; // from the path; 0 when none
     int key = -1;   // from the path; -1 when none
     QString reservation;
+    QString climate;  // an air conditioner's id from the path
     QJsonObject body; // empty when none was sent
 };
 

@@ -98,13 +98,14 @@ JsonApi::JsonApi(Parts parts, QObject* parent)
     });
 }
 
-FrontRoute JsonApi::Route() {
+FrontRoute JsonApi::Route(const QString& prefix, qsizetype maxBody) {
     FrontRoute route;
-    route.prefix = u"/api/"_s;
-    route.maxBody = 64 * 1024;
+    route.prefix = prefix;
+    route.maxBody = maxBody;
     route.deniedType = route.tooLargeType = JsonType;
     route.deniedBody = ErrorBody("unauthorized", u"ログインが必要です。"_s);
-    route.tooLargeBody = ErrorBody("too_large", u"リクエストが大きすぎます（64 KiB まで）。"_s);
+    route.tooLargeBody =
+        ErrorBody("too_large", u"リクエストが大きすぎます（%1 KiB まで）。"_s.arg(maxBody / 1024));
     route.misdirectedBody =
         ErrorBody("misdirected", u"このサーバーの名前ではないホスト名で届きました。"_s);
     route.tooManyBody =
@@ -176,6 +177,12 @@ void JsonApi::dispatch(const Api::Call& c, const FrontRequest& request, const Re
         return m == "GET" ? reservations(r) : addReservation(c, r);
     case E::Reservation:
         return m == "PATCH" ? moveReservation(c, r) : deleteReservation(c, r);
+    case E::Climates:
+    case E::Climate:
+    case E::ClimateState:
+    case E::ClimateLearn:
+    case E::ClimateImport:
+        return climates ? climates(c, r.front) : r.notFound(u"そのような API はありません。"_s);
     }
     Q_UNUSED(request);
 }

@@ -38,8 +38,10 @@ public:
     };
     explicit JsonApi(Parts parts, QObject* parent = nullptr);
 
-    // The route the server serves /api/ with.
-    FrontRoute Route();
+    // The route the server serves /api/ with; a path beneath it that takes
+    // larger bodies gets a route of its own.
+    FrontRoute Route(const QString& prefix = QStringLiteral("/api/"),
+                     qsizetype maxBody = 64 * 1024);
     void Handle(const FrontRequest& request, const FrontReply& reply);
 
     // Reservations of an air conditioner's state: the line for a unit's
@@ -62,6 +64,9 @@ public:
     // The status's "https" object (port, names, expires, source, problem);
     // null without it.
     std::function<QJsonObject()> httpsStatus;
+
+    // The calls under /api/v1/climates; 404 without it.
+    std::function<void(const Api::Call&, const FrontReply&)> climates;
 
     // Longest repeat of one press.
     static constexpr int MaxRepeat = 20;

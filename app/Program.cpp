@@ -49,11 +49,15 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
       addressWatch(settings_, dnsService, addressMail, dynDns), portMapping(settings_, clock_),
       internet(settings_, dnsService, addressWatch, portMapping),
       power(settings_, prompt_, scheduler), device(folder_, settings_, prompt_),
-      listener(folder_, settings_, device), camera(folder_, settings_, prompt_),
+      listener(folder_, settings_, device), climates(folder_, settings_, device),
+      camera(folder_, settings_, prompt_),
       webServer(folder_, settings_, clock_, prompt_, dispatcher),
       certificates(folder_, settings_, clock_),
       api({folder_, settings_, clock_, device, scheduler, webServer,
            [this] { return addressWatch.GlobalAddr(); }}),
+      climateApi(
+          folder_, climates, device,
+          [this](const QByteArray& name, const QJsonObject& data) { api.Publish(name, data); }),
       mqtt(folder_, settings_, device), lircd(folder_, settings_, device) {
     addressMail.setPrompt(&prompt);
     addressMail.setClock(&clock);
@@ -75,6 +79,13 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
     connect(&listener, &IrListener::frameHeard, &mqtt, &Mqtt::PublishFrame);
     connect(&listener, &IrListener::keyHeard, &mqtt, &Mqtt::PublishKeyHeard);
     connect(&listener, &IrListener::keyFrame, &lircd, &Lircd::KeyHeard);
+    connect(&listener, &IrListener::frameHeard, &climates,
+            [this](const IrTiming& timing) { climates.heard(timing); });
+    lircd.SetClimates(&climates);
+    connect(&climates, &ClimateUnits::unitsChanged, this, [this] {
+        if (!events.isClosing())
+            updateListening();
+    });
     api.mqttStatus = [this] {
         return QJsonObject{{u"server"_s, mqtt.server()},
                            {u"connected"_s, mqtt.isConnected()},
@@ -96,6 +107,11 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
             {u"source"_s, info.source},
             {u"problem"_s, info.problem.isEmpty() ? QJsonValue() : QJsonValue(info.problem)}};
     };
+    api.climates = [this](const Api::Call& call, const FrontReply& reply) {
+        climateApi.Handle(call, reply);
+    };
+    // A SmartIR file may be larger than any other body; the first route matching wins.
+    webServer.AddFront(api.Route(u"/api/v1/climates/import"_s, ClimateApi::MaxImportBody));
     webServer.AddFront(api.Route());
     webServer.AddFront(Phone::Route());
     webServer.AddFront(AcmeChallengeRoute(certificates));
@@ -217,7 +233,8 @@ void Program::Close() {
 Program::~Program() = default;
 
 void Program::updateListening() {
-    listener.SetListening(settings.IsOn(Key::MqttListen) || lircd.wanted());
+    listener.SetListening(settings.IsOn(Key::MqttListen) || lircd.wanted() ||
+                          !climates.units().empty());
     mqtt.PublishHubStates();
 }
 

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "api/ClimateApi.h"
 #include "api/JsonApi.h"
 #include "camera/Camera.h"
+#include "climate/ClimateUnits.h"
 #include "core/ProgramEvents.h"
 #include "infrared/Transceiver.h"
 #include "lircd/Lircd.h"
@@ -86,8 +88,11 @@ public:
 
     // The transceiver: opened by the first send or capture, not at start.
     Transceiver device;
-    // Hears the hand-held remotes between sends while [MQTT] Listen or lircd is on.
+    // Hears the hand-held remotes between sends while [MQTT] Listen, lircd or
+    // an air conditioner wants it.
     IrListener listener;
+    // The air conditioners, driven by state; the real remote's frames update them.
+    ClimateUnits climates;
     // The pages, classic and phone, with what they reach.
     Dispatcher dispatcher;
     // Streams while TakePic is on, from the start on.
@@ -99,6 +104,8 @@ public:
     Certificates certificates;
     // The JSON API beside the pages, on the same server, queue and registry.
     JsonApi api;
+    // Its air conditioners' calls.
+    ClimateApi climateApi;
     // Home automation over MQTT, when a broker is set.
     Mqtt mqtt;
     // lircd's socket for LIRC's clients, when [Lircd] names a path or port.

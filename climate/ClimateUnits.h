@@ -14,6 +14,11 @@ class ProgramFolder;
 class SettingsStore;
 class Transceiver;
 
+// What a SmartIR climate file's table holds (its modes, fans, temperatures
+// and swing), read as an import reads it; nothing, with why, when it holds no
+// state.
+std::optional<ClimateCaps> SmartIrClimateCaps(const QByteArray& json, QString* why = nullptr);
+
 // One air conditioner the program drives by state.
 struct ClimateUnit {
     QString id;         // ASCII, stable: URLs, MQTT topics and lircd names use it
@@ -54,6 +59,8 @@ public:
         bool sent = false;
         QString message;    // why not, or what was rounded
         ClimateState state; // remembered after the send (as before on failure)
+        // How the send ended; nothing when the state was refused before it.
+        std::optional<SendResult> result;
     };
     // Fits the wanted state to the unit, sends it whole, remembers it once
     // sent. done runs once, after the send ended or was refused.
@@ -67,6 +74,9 @@ public:
     // A frame someone sent with the real remote: the unit of its family (or
     // whose table holds it) takes the state over, nothing is sent.
     void heard(const IrTiming& frame);
+
+    // Units kept at most; ids are "ac1", "ac2", ...
+    static constexpr int MaxUnits = 100;
 
 signals:
     void unitsChanged();

@@ -85,6 +85,22 @@ inline const SettingKey MqttListen{QStringLiteral("MQTT"), QStringLiteral("Liste
 inline const SettingKey LircdSocket{QStringLiteral("Lircd"), QStringLiteral("Socket")};
 inline const SettingKey LircdPort{QStringLiteral("Lircd"), QStringLiteral("Port")};
 
+// Air conditioners: the ids of the units, "ac1,ac3", and a section each,
+// "Climate-<id>", with its name, family and whether a table drives it.
+inline const SettingKey ClimateUnits{QStringLiteral("Climate"), QStringLiteral("Units")};
+inline QString ClimateSection(QStringView id) {
+    return QStringLiteral("Climate-") + id.toString();
+}
+inline SettingKey ClimateName(QStringView id) {
+    return {ClimateSection(id), QStringLiteral("Name")};
+}
+inline SettingKey ClimateFamily(QStringView id) {
+    return {ClimateSection(id), QStringLiteral("Family")};
+}
+inline SettingKey ClimateTable(QStringView id) {
+    return {ClimateSection(id), QStringLiteral("Table")};
+}
+
 inline const SettingKey WithWindows{QStringLiteral("Startup"), QStringLiteral("WithWindows")};
 inline const SettingKey DateFormat{QStringLiteral("DataFormat"), QStringLiteral("Time")};
 inline const SettingKey Hide{QStringLiteral("Pos"), QStringLiteral("Hide")};

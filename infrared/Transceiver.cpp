@@ -370,6 +370,27 @@ void Transceiver::Enqueue(const QString& path, std::function<void(SendResult)> d
     sendNext();
 }
 
+void Transceiver::EnqueueTiming(const IrTiming& timing, const QString& what,
+                                std::function<void(SendResult)> done, SendLabel label) {
+    const auto refuse = [&](SendResult result) {
+        done(result);
+        emit pressEnded(label, result);
+    };
+    const std::optional<IrBlob> blob = BlobFromTiming(timing);
+    const QString problem = blob ? SignalProblem(*blob) : u"too many durations"_s;
+    if (!problem.isEmpty()) {
+        qCWarning(lcDevice).noquote() << "cannot send" << what << "-" << problem;
+        return refuse(SendResult::Failed);
+    }
+    if (int(queue_.size()) >= MaxQueued) {
+        qCWarning(lcDevice).noquote() << MaxQueued << "presses wait already; dropped" << what;
+        return refuse(SendResult::Busy);
+    }
+    timDeactivate.stop();
+    queue_.push_back({what, blob->encode(), std::move(done), std::move(label)});
+    sendNext();
+}
+
 // The first send of a remote goes out with the toggle stored; each later
 // press has it flipped. The frame is written afresh from its decode, on the
 // stored carrier.

@@ -54,6 +54,10 @@ public:
     // last send of its remote (kept unless label.again), as from a hand-held
     // remote.
     void Enqueue(const QString& path, std::function<void(SendResult)> done, SendLabel label = {});
+    // Queues a signal made on the spot (an air conditioner's state frame)
+    // behind the same queue; what names it in the log.
+    void EnqueueTiming(const IrTiming& timing, const QString& what,
+                       std::function<void(SendResult)> done, SendLabel label = {});
     // Enqueue, waiting with events running until this send has ended. Tells
     // the person (or the log) when the device cannot be opened.
     // Without a source the label says "window" for the desktop, "page" otherwise.

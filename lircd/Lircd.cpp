@@ -1,5 +1,6 @@
 #include "lircd/Lircd.h"
 
+#include "climate/ClimateUnits.h"
 #include "core/NetAddress.h"
 #include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
@@ -17,6 +18,7 @@
 #include <QTcpSocket>
 
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -227,6 +229,11 @@ void Lircd::answer(QIODevice* io, const QByteArray& reply) {
 void Lircd::handle(Client& client, const QByteArray& line) {
     QIODevice* io = client.io;
     const LircdRequest r = ParseLircdCommand(line, catalog());
+    if (r.remote && !r.remote->climate.isEmpty() && r.kind != LircdRequest::Kind::Reply) {
+        if (r.kind != LircdRequest::Kind::SendOnce)
+            return answer(io, LircdError(line, "an air conditioner's keys are sent once"));
+        return sendClimate(client, line, *r.remote, *r.key);
+    }
     switch (r.kind) {
     case LircdRequest::Kind::Reply:
         return answer(io, r.reply);
@@ -290,6 +297,86 @@ void Lircd::sendTimes(QPointer<QIODevice> io, QByteArray line, QString remote, Q
                         done(LircdSuccess(line));
                     },
                     {u"lircd"_s, remote, key, again});
+}
+
+// A state key sets the state: the whole frame goes out once.
+void Lircd::sendClimate(Client& client, const QByteArray& line, const LircdRemote& remote,
+                        const LircdKey& key) {
+    const auto unit = climates_ ? climates_->unit(remote.climate) : std::nullopt;
+    const auto state = unit ? LircdClimateState(key.name, unit->state) : std::nullopt;
+    if (!state)
+        return answer(client.io,
+                      LircdError(line, "unknown command: \"" + LircdName(key.name) + '"'));
+    QPointer<QIODevice> io = client.io;
+    if (IsTestMode(settings_))
+        return answer(io, LircdSuccess(line));
+    client.waiting = true;
+    QPointer<Lircd> self(this);
+    climates_->setState(
+        remote.climate, *state,
+        [self, io, line](const ClimateUnits::Outcome& o) {
+            if (!self)
+                return;
+            self->answer(io, o.sent ? LircdSuccess(line)
+                                    : LircdError(line, o.result ? QByteArray("transmission failed")
+                                                                : o.message.toUtf8()));
+            if (Client* c = io ? self->clientOf(io) : nullptr) {
+                c->waiting = false;
+                QMetaObject::invokeMethod(
+                    self.data(), [self, io] { self&& io ? self->readable(io) : void(); },
+                    Qt::QueuedConnection);
+            }
+        },
+        {u"lircd"_s, {}, {}});
+}
+
+void Lircd::SetClimates(ClimateUnits* units) {
+    climates_ = units;
+    if (units)
+        connect(units, &ClimateUnits::unitsChanged, this, [this] { catalogStamp_.clear(); });
+}
+
+QStringList LircdClimateKeys(const ClimateCaps& caps, int max) {
+    QStringList keys{u"off"_s};
+    for (ClimateMode mode : caps.modes) {
+        const bool temperature = caps.usesTemperature(mode);
+        const int steps = temperature && caps.step > 0
+                              ? int(std::floor((caps.maxTemp - caps.minTemp) / caps.step + 1e-6))
+                              : 0;
+        for (int i = 0; i <= steps; ++i)
+            for (const QString& fan : caps.fans) {
+                if (keys.size() >= max)
+                    return keys;
+                const QString t = QString::number(caps.minTemp + i * caps.step);
+                keys << ClimateModeName(mode) + u'_' + (temperature ? t + u'_' : QString()) + fan;
+            }
+    }
+    return keys;
+}
+
+std::optional<ClimateState> LircdClimateState(QStringView key, ClimateState base) {
+    if (key.compare(u"off", Qt::CaseInsensitive) == 0) {
+        base.power = false;
+        return base;
+    }
+    const qsizetype cut = key.indexOf(u'_');
+    const auto mode = cut > 0 ? ClimateModeFromName(key.left(cut)) : std::nullopt;
+    if (!mode)
+        return std::nullopt;
+    QStringView rest = key.mid(cut + 1);
+    const qsizetype next = rest.indexOf(u'_');
+    bool number = false;
+    const double t = next > 0 ? rest.left(next).toDouble(&number) : 0;
+    if (number) {
+        base.temperature = t;
+        rest = rest.mid(next + 1);
+    }
+    if (rest.isEmpty())
+        return std::nullopt;
+    base.power = true;
+    base.mode = *mode;
+    base.fan = rest.toString();
+    return base;
 }
 
 // A held key goes out again as soon as its last send is over, until SEND_STOP
@@ -365,5 +452,17 @@ const LircdCatalog& Lircd::catalog() {
         }
         catalog_.push_back(std::move(remote));
     }
+    if (climates_)
+        for (const ClimateUnit& unit : climates_->units()) {
+            LircdRemote remote{unit.id, {}, unit.id};
+            for (const QString& key : LircdClimateKeys(unit.caps)) {
+                const auto state = LircdClimateState(key, unit.state);
+                // A table lists only the states it has codes for.
+                if (unit.family.isEmpty() && !(state && climates_->signalFor(unit.id, *state)))
+                    continue;
+                remote.keys.push_back({key, 0});
+            }
+            catalog_.push_back(std::move(remote));
+        }
     return catalog_;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "infrared/Climate.h"
 #include "infrared/IrProtocol.h"
 #include "lircd/LircdCommand.h"
 
@@ -12,8 +13,10 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
+class ClimateUnits;
 class ProgramFolder;
 class QHostAddress;
 class QIODevice;
@@ -43,6 +46,10 @@ public:
     QString socketPath() const;
     quint16 port() const;
     int clients() const { return int(clients_.size()); }
+
+    // Each air conditioner is a remote named by its id, its keys states
+    // ("off", "cool_26_auto"); set before Start.
+    void SetClimates(ClimateUnits* units);
 
     // A learned key heard, its repeats counted from 0.
     void KeyHeard(const IrCode& code, int repeat, const QString& remote, const QString& key);
@@ -82,6 +89,8 @@ private:
     Client* clientOf(QIODevice* io);
     const LircdCatalog& catalog();
     bool openSocket(const QString& path);
+    void sendClimate(Client& client, const QByteArray& line, const LircdRemote& remote,
+                     const LircdKey& key);
 
     const ProgramFolder& folder_;
     SettingsStore& settings_;
@@ -94,4 +103,13 @@ private:
     LircdCatalog catalog_;
     QByteArray catalogStamp_;
     SignalCodeCache codes_;
+    ClimateUnits* climates_ = nullptr;
 };
+
+// The keys an air conditioner shows on the socket: "off", then
+// mode_temperature_fan ("cool_26_auto", "dry_auto" where the mode ignores the
+// temperature) for what its caps hold, at most max of them.
+QStringList LircdClimateKeys(const ClimateCaps& caps, int max = 400);
+// The state a key names, taken over onto the unit's state; nothing when the
+// name is no such key.
+std::optional<ClimateState> LircdClimateState(QStringView key, ClimateState base);

@@ -21,6 +21,7 @@ struct LircdKey {
 struct LircdRemote {
     QString name;
     std::vector<LircdKey> keys; // learned ones only
+    QString climate = {};       // an air conditioner's id: its keys are states
 };
 using LircdCatalog = std::vector<LircdRemote>;
 

@@ -7,6 +7,7 @@
 #include "core/NameText.h"
 #include "core/ProgramFolder.h"
 #include "core/Wait.h"
+#include "infrared/Climate.h"
 #include "infrared/DeviceList.h"
 #include "infrared/IrDriver.h"
 #include "infrared/IrProtocol.h"
@@ -53,6 +54,11 @@ const char* const Usage =
     "  encode PROTO:SCANCODE FILE  write the signal of a code (nec:0x0408, as\n"
     "                            ir-ctl -S takes it, or PROTOCOL:D,S,F as the IR\n"
     "                            databases write it: NEC1:4,251,8) as a signal file\n"
+    "  climate FAMILY WORDS... FILE  write an air conditioner's state frame as a\n"
+    "                            signal file; WORDS: power=on|off mode=cool|heat|\n"
+    "                            dry|fan|auto temp=26 fan=auto|quiet|1..5 swing=on|off\n"
+    "  climate --list            the air-conditioner families: name, title,\n"
+    "                            temperatures and fans\n"
     "  convert IN OUT [--to FORMAT] [--broadlink-unit UNIT]\n"
     "                            convert one signal or a file of many; IN's format\n"
     "                            is found from its content, OUT's from --to or its\n"
@@ -227,6 +233,8 @@ enum class ShowAs { Text, Mode2, Json };
 void showTiming(const IrTiming& t, const IrCode& code, ShowAs as, const QString& name) {
     if (as == ShowAs::Json) {
         QJsonObject o = codeJson(t, code);
+        if (const auto heard = DecodeClimate(t))
+            o[u"climate"_s] = ClimateJson(*heard);
         if (!name.isNull())
             o[u"name"_s] = name;
         print(QString::fromUtf8(QJsonDocument(o).toJson(QJsonDocument::Compact)) + u'\n');
@@ -380,6 +388,56 @@ int encode(const QString& spec, const QString& path) {
     return 0;
 }
 
+int climateList() {
+    for (const ClimateCaps& c : ClimateFamilies()) {
+        QStringList modes;
+        for (ClimateMode m : c.modes)
+            modes << ClimateModeName(m);
+        print(u"%1\t%2\t%3-%4 step %5\tfans %6\tmodes %7%8\n"_s.arg(c.family, c.title)
+                  .arg(c.minTemp)
+                  .arg(c.maxTemp)
+                  .arg(c.step)
+                  .arg(c.fans.join(u','), modes.join(u','), c.swing ? u"\tswing"_s : QString()));
+    }
+    return 0;
+}
+
+int climate(const QStringList& args) {
+    if (args.size() < 2) {
+        complain(u"wrong arguments for 'climate'"_s);
+        return 2;
+    }
+    const QString family = args.first();
+    const auto caps = ClimateFamily(family);
+    if (!caps) {
+        complain(u"unknown family '"_s + family + u"' (see: kestrava-ir climate --list)"_s);
+        return 2;
+    }
+    QString why;
+    ClimateState base;
+    base.power = true;
+    const auto wanted = ClimateStateFromWords(args.mid(1, args.size() - 2), base, &why);
+    const ClimateFit fit = wanted ? FitClimateState(*caps, *wanted) : ClimateFit{{}, {}, why};
+    if (!fit.state) {
+        complain(fit.why);
+        return 2;
+    }
+    if (!fit.note.isEmpty())
+        complain(fit.note);
+    const auto timing = EncodeClimate(caps->family, *fit.state, &why);
+    const auto blob = timing ? BlobFromTiming(*timing) : std::nullopt;
+    if (!blob || blob->encode().size() > SignalFileSize - 2) {
+        complain(timing ? u"the frame cannot be made into a signal file"_s : why);
+        return 1;
+    }
+    QString error;
+    if (!WriteSignalFile(args.last(), blob->encode(), &error)) {
+        complain(error);
+        return 1;
+    }
+    return 0;
+}
+
 int send(const QString& device, const QString& path) {
     QByteArray bytes;
     if (!readSignal(path, &bytes))
@@ -521,6 +579,10 @@ int main(int argc, char** argv) {
         return capture(args[1], args[2], args.size() == 4 ? qMax(1, args[3].toInt()) : 11);
     if (cmd == u"convert")
         return convert(args.mid(1));
+    if (cmd == u"climate" && args.size() == 2 && args[1] == u"--list")
+        return climateList();
+    if (cmd == u"climate")
+        return climate(args.mid(1));
     if (cmd == u"send" && args.size() == 3)
         return send(args[1], args[2]);
     if (args.size() == 1 && cmd == u"--version") {
