@@ -127,11 +127,15 @@ void Mqtt::Reconfigure() {
     // Configs under a name or prefix no longer ours would stay in Home Assistant.
     const MqttConfig next = ReadMqttConfig(settings_, folder_);
     if (next.nodeId != config_.nodeId || next.discoveryPrefix != config_.discoveryPrefix ||
-        next.topic != config_.topic || !next.discovery || !next.enabled())
+        next.topic != config_.topic || !next.discovery || !next.enabled()) {
         for (const auto& [topic, payload] : published_)
             connection_.Publish(topic, {}, true, 1);
+        for (const QString& id : std::as_const(climateIds_))
+            connection_.Publish(Discovery::ClimateStateTopic(config_.topic, id), {}, true, 1);
+    }
     Close();
     published_.clear();
+    climateIds_.clear();
     keysKnown_ = false;
     Start();
 }
