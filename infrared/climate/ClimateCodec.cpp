@@ -160,12 +160,21 @@ size_t afterGap(const irproto::Durations& d, size_t from, uint32_t minGapUs) {
 }
 
 std::span<const Codec* const> codecs() {
+    // clang-format off
     static const std::vector<const Codec*> all = {
         // -- families A --
-        &Daikin, &Daikin216, &Daikin152, &Mitsubishi, &Panasonic, &Toshiba,
+        &Daikin,
+        &Daikin216,
+        &Daikin152,
+        &Mitsubishi,
+        &Panasonic,
+        &Toshiba,
+        &Hitachi,
+        &Fujitsu,
         // -- families B --
-        &Sharp, &Gree, &Midea, &Coolix, &Samsung,
+        &Sharp, &Gree, &Midea, &Coolix, &Samsung, &Lg, &Electra, &Haier,
     };
+    // clang-format on
     return all;
 }
 

@@ -98,12 +98,17 @@ extern const Codec Daikin152;
 extern const Codec Mitsubishi;
 extern const Codec Panasonic;
 extern const Codec Toshiba;
+extern const Codec Hitachi;
+extern const Codec Fujitsu;
 // -- families B --
 extern const Codec Coolix;
 extern const Codec Midea;
 extern const Codec Gree;
 extern const Codec Samsung;
 extern const Codec Sharp;
+extern const Codec Lg;
+extern const Codec Electra;
+extern const Codec Haier;
 
 // The table, in decoding order.
 std::span<const Codec* const> codecs();

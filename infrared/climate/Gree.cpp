@@ -1,7 +1,8 @@
 #include "infrared/climate/ClimateCodec.h"
 
 // Gree (YB0F2, YAW1F and the many brands built on Gree units): eight bytes in
-// two blocks, the first ended by three fixed bits and a 20 ms pause.
+// two blocks, the first ended by three fixed bits and a 20 ms pause. The nibble
+// checksum covers part of the bytes only.
 
 namespace climate {
 
@@ -62,13 +63,18 @@ std::optional<IrTiming> encode(const ClimateState& s) {
         0,
         0};
     b[7] = uint8_t(checksum(b) << 4);
+    // Sent twice: the checksum leaves the fan and swing bits out, so the
+    // copy is what tells a broken frame (learned codes often hold two).
+    const Bytes first{b[0], b[1], b[2], b[3], BlockFooter}, second(b + 4, b + 8);
+    const Section twice[] = {Frame[0], Frame[1], Frame[0], Frame[1]};
     irproto::Writer w;
-    writeSections(w, Frame, {Bytes{b[0], b[1], b[2], b[3], BlockFooter}, Bytes(b + 4, b + 8)});
+    writeSections(w, twice, {first, second, first, second});
     return timingOf(w, 38000);
 }
 
-std::optional<ClimateHeard> decode(const IrTiming& t) {
-    const auto read = readSections(t, Frame);
+// One frame from `at`, its checks right; end: the index of its last pause.
+std::optional<ClimateHeard> frameAt(const IrTiming& t, size_t at, size_t* end) {
+    const auto read = readSections(t, Frame, at, end);
     if (!read || (*read)[0][4] != BlockFooter)
         return std::nullopt;
     uint8_t b[8];
@@ -85,6 +91,18 @@ std::optional<ClimateHeard> decode(const IrTiming& t) {
         return std::nullopt;
     h.state.swing = (b[0] & SwingAuto) != 0;
     return h;
+}
+
+std::optional<ClimateHeard> decode(const IrTiming& t) {
+    size_t end = 0;
+    auto heard = frameAt(t, 0, &end);
+    if (!heard)
+        return std::nullopt;
+    // A second frame, when the code holds one, must tell the same state
+    // (some remotes change a bit of their own in it).
+    if (const auto copy = frameAt(t, end + 1, &end); copy && !(copy->state == heard->state))
+        return std::nullopt;
+    return heard;
 }
 
 } // namespace

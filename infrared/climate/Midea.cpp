@@ -86,10 +86,11 @@ std::optional<ClimateHeard> decode(const IrTiming& t) {
     h.state.mode = ModeOf[b[1] & 7];
     h.state.fan = QString::fromUtf16(FanNames[b[1] >> 3 & 3]);
     h.state.temperature = 17 + (b[2] & 0x1F);
-    if (h.state.temperature > 30)
-        return std::nullopt;
+    // Fan mode leaves anything in the field (0x1E from Midea's remotes).
     if (h.state.mode == ClimateMode::Fan)
         h.known &= ~ClimateHeard::Temperature;
+    else if (h.state.temperature > 30)
+        return std::nullopt;
     h.known &= ~ClimateHeard::Swing; // a toggle of its own
     return h;
 }

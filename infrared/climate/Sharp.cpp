@@ -86,8 +86,10 @@ std::optional<ClimateHeard> decode(const IrTiming& t) {
     // they leave the power as it was.
     if (power != PowerOff && !h.state.power)
         h.known &= ~ClimateHeard::Power;
+    // The A907's remotes count from 15 °C with 0xC0 above; the AY series'
+    // from 17 °C with nothing above (18 to 32 °C on their displays).
     if (withTemperature(h.state.mode))
-        h.state.temperature = 15 + (b[4] & 0xF);
+        h.state.temperature = ((b[4] & 0xF0) == 0xC0 ? 15 : 17) + (b[4] & 0xF);
     else
         h.known &= ~ClimateHeard::Temperature;
     const uint8_t* at = std::find(std::begin(FanCodes), std::end(FanCodes), fan);

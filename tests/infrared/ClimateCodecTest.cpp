@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <map>
 #include <random>
 
 using namespace Qt::StringLiterals;
@@ -92,20 +93,25 @@ TEST(ClimateCodec, AFlippedBitIsNeverAnotherState) {
     for (const ClimateCaps& caps : ClimateFamilies()) {
         const ClimateState s{true, caps.modes.front(), caps.maxTemp, caps.fans.back(), caps.swing};
         IrTiming frame = *EncodeClimate(caps.family, s);
-        uint32_t zero = UINT32_MAX, one = 0;
+        // The shortest space is a zero's, the commonest longer one a one's
+        // (leaders' spaces are rarer).
+        std::map<uint32_t, int> spaces;
         for (size_t i = 1; i < frame.durations.size(); i += 2)
-            if (frame.durations[i] < 2500) {
-                zero = std::min(zero, frame.durations[i]);
-                one = std::max(one, frame.durations[i]);
-            }
+            ++spaces[frame.durations[i]];
+        const uint32_t zero = spaces.begin()->first;
+        uint32_t one = 0;
+        for (const auto& [us, n] : spaces)
+            if (us > zero * 3 / 2 && (one == 0 || n > spaces[one]))
+                one = us;
         for (size_t i = 1; i < frame.durations.size(); i += 2) {
             uint32_t& d = frame.durations[i];
             if (d != zero && d != one)
                 continue;
             d = d == zero ? one : zero;
             const auto heard = DecodeClimate(frame);
-            if (heard)
+            if (heard) {
                 EXPECT_EQ(heard->onto(s), s) << text(caps, s) << " with space " << i << " flipped";
+            }
             d = d == zero ? one : zero;
         }
     }
