@@ -29,6 +29,7 @@ std::optional<std::vector<Bytes>> readSections(const IrTiming& t, std::span<cons
         // The loose pass's count already tells another family's section.
         size_t stop = irproto::twoPass(judge, [&](irproto::Judge& j) {
             bits = {};
+            bits.limit = s.bits;
             const size_t end = irproto::readPd(d, at, s.timing, j, bits);
             return bits.count == s.bits ? end : 0;
         });
@@ -166,6 +167,7 @@ std::span<const Codec* const> codecs() {
         &Daikin,
         &Daikin216,
         &Daikin152,
+        &Daikin160,
         &Mitsubishi,
         &Panasonic,
         &Toshiba,

@@ -95,6 +95,7 @@ struct Codec {
 extern const Codec Daikin;
 extern const Codec Daikin216;
 extern const Codec Daikin152;
+extern const Codec Daikin160;
 extern const Codec Mitsubishi;
 extern const Codec Panasonic;
 extern const Codec Toshiba;

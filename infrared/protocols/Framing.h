@@ -47,8 +47,9 @@ struct Judge {
 struct Bits {
     std::array<uint8_t, MaxFrameBytes> bytes{};
     int count = 0;
+    int limit = MaxFrameBytes * 8; // a reader that knows its count stops past it
     bool push(int bit) {
-        if (count >= MaxFrameBytes * 8)
+        if (count >= limit)
             return false;
         if (bit)
             bytes[count / 8] |= uint8_t(1u << (count % 8));
