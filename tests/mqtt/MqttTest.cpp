@@ -71,6 +71,31 @@ QJsonObject JsonOf(const QByteArray& payload) {
     return QJsonDocument::fromJson(payload).object();
 }
 
+// Home Assistant's climate platform, transcribed from home-assistant/core
+// mqtt/climate.py (5974c77, PLATFORM_SCHEMA_MODERN): modes from its list, the
+// command topics without wildcards, state templates beside state topics,
+// precision one of 0.1, 0.5, 1; min_temp below max_temp.
+QString HaClimateProblem(const QJsonObject& o) {
+    static const QStringList modes{u"auto"_s, u"off"_s,      u"cool"_s,     u"heat"_s,
+                                   u"dry"_s,  u"fan_only"_s, u"heat_cool"_s};
+    for (const QJsonValue& m : o.value(u"modes"_s).toArray())
+        if (!modes.contains(m.toString()))
+            return u"mode "_s + m.toString();
+    for (const char* field : {"mode", "temperature", "fan_mode", "swing_mode", "power"}) {
+        const QString f = QLatin1StringView(field);
+        const QString command = o.value(f + u"_command_topic"_s).toString();
+        if (command.contains(u'+') || command.contains(u'#'))
+            return f + u"_command_topic"_s;
+        if (o.contains(f + u"_state_topic"_s) &&
+            !o.value(f + u"_state_template"_s).toString().startsWith(u"{{"_s))
+            return f + u"_state_template"_s;
+    }
+    if (!QList<double>{0.1, 0.5, 1.0}.contains(o.value(u"precision"_s).toDouble(1.0)) ||
+        o.value(u"min_temp"_s).toDouble() >= o.value(u"max_temp"_s).toDouble())
+        return u"precision or range"_s;
+    return {};
+}
+
 // Home Assistant's side, transcribed from home-assistant/core:
 // - mqtt/discovery.py (bdc5ec6): the config topic
 //   <prefix>/<component>/[<node_id>/]<object_id>/config, ids of [a-zA-Z0-9_-];
@@ -186,31 +211,6 @@ QString HaSignalProblem(const QByteArray& payload) {
     if (t.isEmpty() || payload.contains('.') || payload.contains('e') ||
         !o.value(u"modulation"_s).isDouble())
         return u"not whole numbers"_s;
-    return {};
-}
-
-// Home Assistant's climate platform, transcribed from home-assistant/core
-// mqtt/climate.py (5974c77, PLATFORM_SCHEMA_MODERN): modes from its list, the
-// command topics without wildcards, state templates beside state topics,
-// precision one of 0.1, 0.5, 1; min_temp below max_temp.
-QString HaClimateProblem(const QJsonObject& o) {
-    static const QStringList modes{u"auto"_s, u"off"_s,      u"cool"_s,     u"heat"_s,
-                                   u"dry"_s,  u"fan_only"_s, u"heat_cool"_s};
-    for (const QJsonValue& m : o.value(u"modes"_s).toArray())
-        if (!modes.contains(m.toString()))
-            return u"mode "_s + m.toString();
-    for (const char* field : {"mode", "temperature", "fan_mode", "swing_mode", "power"}) {
-        const QString f = QLatin1StringView(field);
-        const QString command = o.value(f + u"_command_topic"_s).toString();
-        if (command.contains(u'+') || command.contains(u'#'))
-            return f + u"_command_topic"_s;
-        if (o.contains(f + u"_state_topic"_s) &&
-            !o.value(f + u"_state_template"_s).toString().startsWith(u"{{"_s))
-            return f + u"_state_template"_s;
-    }
-    if (!QList<double>{0.1, 0.5, 1.0}.contains(o.value(u"precision"_s).toDouble(1.0)) ||
-        o.value(u"min_temp"_s).toDouble() >= o.value(u"max_temp"_s).toDouble())
-        return u"precision or range"_s;
     return {};
 }
 
@@ -756,14 +756,12 @@ TEST(Mqtt, AirConditionerIsAClimateEntity) {
     ASSERT_TRUE(ha.waitFor(topic, {}));
     const QJsonObject config = JsonOf(ha.on(topic)[0].payload);
     EXPECT_EQ(HaConfigProblem(topic, config).toStdString(), "");
-    EXPECT_TRUE(ha.on(topic)[0].retained);
     EXPECT_EQ(config.value(u"modes"_s).toArray().size(), qsizetype(caps.modes.size()) + 1);
     EXPECT_EQ(config.value(u"max_temp"_s).toDouble(), caps.maxTemp);
     EXPECT_EQ(config.value(u"temp_step"_s).toDouble(), caps.step);
     EXPECT_EQ(config.contains(u"swing_mode_command_topic"_s), caps.swing);
     const QString state = config.value(u"mode_state_topic"_s).toString();
     ASSERT_TRUE(ha.waitFor(state, {}));
-    EXPECT_TRUE(ha.on(state)[0].retained);
     EXPECT_EQ(JsonOf(ha.on(state)[0].payload).value(u"mode"_s), u"off"_s);
 
     // Home Assistant's commands, each one whole frame; the last one refused.
@@ -783,16 +781,20 @@ TEST(Mqtt, AirConditionerIsAClimateEntity) {
     for (const auto& c : commands) {
         const QString command =
             config.value(QLatin1StringView(c.field) + u"_command_topic"_s).toString();
-        const size_t before = ha.on(state).size();
         ASSERT_TRUE(broker.publish(command, c.payload.toUtf8()));
-        ASSERT_TRUE(WaitUntil([&] { return ha.on(state).size() > before; })) << c.field;
-        EXPECT_EQ(JsonOf(ha.on(state)[0].payload).value(QLatin1StringView(c.key)), c.shown)
-            << c.field << " " << c.payload.toStdString();
+        EXPECT_TRUE(WaitUntil([&] {
+            return JsonOf(ha.on(state)[0].payload).value(QLatin1StringView(c.key)) == c.shown;
+        })) << c.field
+            << " " << c.payload.toStdString();
         sends += c.payload != u"warm";
     }
-    EXPECT_EQ(SimLog(t.root()).size(), sends);
-    EXPECT_EQ(JsonOf(ha.on(u"kestrava/cool/error"_s).at(0).payload).value(u"error"_s),
+    ASSERT_TRUE(ha.waitFor(u"kestrava/cool/error"_s, {}));
+    EXPECT_EQ(JsonOf(ha.on(u"kestrava/cool/error"_s)[0].payload).value(u"error"_s),
               u"bad_request"_s);
+    EXPECT_EQ(SimLog(t.root()).size(), sends);
+    MqttWatcher later(broker, {state, topic}); // Home Assistant started after us
+    ASSERT_TRUE(WaitUntil([&] { return later.messages.size() == 2; }));
+    EXPECT_TRUE(later.messages[0].retained && later.messages[1].retained);
 
     // Someone used the unit's own remote.
     ClimateState used = initial;
