@@ -788,6 +788,8 @@ void JsonApi::reservations(const Reply& r) {
                         keyId = k;
             }
             o[u"keyId"_s] = keyId;
+            const QString unit = climateOf ? climateOf(op.device, op.function) : QString();
+            o[u"climate"_s] = unit.isEmpty() ? QJsonValue() : QJsonValue(unit);
             list.append(o);
         }
     }
@@ -833,9 +835,26 @@ static QString MomentName(const QString& time, const QString& repeat, const QStr
 void JsonApi::addReservation(const Api::Call& c, const Reply& r) {
     const QJsonObject& b = c.body;
     // The remote and key by id or by name.
-    QString device, function;
+    QString device, function, note, unit;
     int slot = b.value(u"remoteId"_s).toInt(0);
-    if (b.contains(u"remoteId"_s)) {
+    if (b.contains(u"climateId"_s)) {
+        // An air conditioner's state: its line is the unit's name and the state.
+        int status = 404;
+        QString why = u"エアコンが見つかりません。"_s;
+        unit = b.value(u"climateId"_s).toString();
+        const auto line = climateLine
+                              ? climateLine(unit, b.value(u"state"_s).toObject(), &status, &why)
+                              : std::nullopt;
+        if (!line)
+            return r.error(status,
+                           status == 404   ? "not_found"
+                           : status == 400 ? "bad_request"
+                                           : "refused",
+                           why);
+        device = line->device;
+        function = line->function;
+        note = line->note;
+    } else if (b.contains(u"remoteId"_s)) {
         if (slot < 1 || slot > MaxRemoteId || settings_.Read(Key::RemoteName(slot)).isEmpty())
             return r.notFound(NoRemoteText);
     } else if (b.value(u"remote"_s).isString()) {
@@ -846,9 +865,13 @@ void JsonApi::addReservation(const Api::Call& c, const Reply& r) {
     } else {
         return r.bad(u"remote（名前）か remoteId を入れてください。"_s);
     }
-    device = settings_.Read(Key::RemoteName(slot));
-    const std::vector<QString> buttons = ReadRemoteButtons(settings_, slot);
-    if (b.contains(u"keyId"_s)) {
+    if (unit.isEmpty())
+        device = settings_.Read(Key::RemoteName(slot));
+    const std::vector<QString> buttons =
+        unit.isEmpty() ? ReadRemoteButtons(settings_, slot) : std::vector<QString>{};
+    if (!unit.isEmpty()) {
+        // The line is made already.
+    } else if (b.contains(u"keyId"_s)) {
         const int k = b.value(u"keyId"_s).toInt(-1);
         if (k < 0 || k >= int(buttons.size()))
             return r.notFound(NoKeyText);
@@ -881,12 +904,17 @@ void JsonApi::addReservation(const Api::Call& c, const Reply& r) {
                        Reserve::AddRefusalText(added));
     scheduler_.FillGrid();
     const QStringList lines = Reserve::ReadLines(path);
-    r.json(201, {{u"id"_s, ReservationId(name, int(lines.size()))},
-                 {u"time"_s, Reserve::TimeText(name)},
-                 {u"repeat"_s, RepeatOf(name)},
-                 {u"remote"_s, device},
-                 {u"remoteId"_s, slot},
-                 {u"key"_s, function}});
+    QJsonObject made{{u"id"_s, ReservationId(name, int(lines.size()))},
+                     {u"time"_s, Reserve::TimeText(name)},
+                     {u"repeat"_s, RepeatOf(name)},
+                     {u"remote"_s, device},
+                     {u"remoteId"_s, unit.isEmpty() ? QJsonValue(slot) : QJsonValue()},
+                     {u"key"_s, function}};
+    if (!unit.isEmpty()) {
+        made[u"climate"_s] = unit;
+        made[u"message"_s] = note;
+    }
+    r.json(201, made);
 }
 
 void JsonApi::moveReservation(const Api::Call& c, const Reply& r) {

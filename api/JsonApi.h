@@ -4,6 +4,7 @@
 #include "infrared/IrProtocol.h"
 #include "infrared/SignalStore.h"
 #include "infrared/Transmission.h"
+#include "reservations/ClimateReserve.h"
 #include "webserver/WebServer.h"
 
 #include <QJsonObject>
@@ -11,6 +12,7 @@
 #include <QTimer>
 
 #include <functional>
+#include <optional>
 #include <vector>
 
 class Clock;
@@ -41,6 +43,14 @@ public:
     FrontRoute Route(const QString& prefix = QStringLiteral("/api/"),
                      qsizetype maxBody = 64 * 1024);
     void Handle(const FrontRequest& request, const FrontReply& reply);
+
+    // Reservations of an air conditioner's state: the line for a unit's
+    // wanted state (nothing, with the status and why: 404, 400 or 422), and
+    // the unit a line names ("" when none).
+    std::function<std::optional<Reserve::ClimateLine>(const QString& unit, const QJsonObject& state,
+                                                      int* status, QString* why)>
+        climateLine;
+    std::function<QString(const QString& device, const QString& function)> climateOf;
 
     // Event streams open now.
     int Listeners() const { return int(listeners_.size()); }

@@ -7,6 +7,7 @@
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
+#include "desktop/ClimateWindow.h"
 #include "desktop/MainWindow.h"
 #include "infrared/DeviceList.h"
 #include "learning/LearningLauncher.h"
@@ -14,6 +15,7 @@
 #include "remotes/Press.h"
 #include "remotes/Registry.h"
 #include "remotes/RemoteLauncher.h"
+#include "reservations/ClimateReserve.h"
 #include "setup/PortChoice.h"
 #include "setup/SetupLauncher.h"
 #include "webpages/MenuPages.h"
@@ -73,6 +75,38 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
         return device.TransmitTira(path, Transceiver::Origin::Background,
                                    {u"reservation"_s, firing_.device, firing_.function});
     };
+    // A reserved air conditioner's state: its line names the unit and the state.
+    scheduler.sendClimate = [this](const QString& d, const QString& f) {
+        for (const ClimateUnit& u : climates.units()) {
+            const auto state =
+                u.name == d ? Reserve::ClimateStateOfFunction(u.caps, f, u.state) : std::nullopt;
+            if (state) {
+                climates.setState(u.id, *state, [](const ClimateUnits::Outcome&) {},
+                                  {u"reservation"_s, d, f});
+                return true;
+            }
+        }
+        return false;
+    };
+    api.climateLine = [this](const QString& id, const QJsonObject& wanted, int* status,
+                             QString* why) -> std::optional<Reserve::ClimateLine> {
+        const auto unit = climates.unit(id);
+        if (!unit)
+            return std::nullopt; // 404 as set
+        *status = 400;
+        const auto state = ClimateStateFromJson(wanted, unit->state, why);
+        if (!state)
+            return std::nullopt;
+        *status = 422;
+        return Reserve::ClimateLineFor(unit->name, unit->caps, *state, why);
+    };
+    api.climateOf = [this](const QString& d, const QString& f) {
+        for (const ClimateUnit& u : climates.units())
+            if (u.name == d && Reserve::ClimateStateOfFunction(u.caps, f, u.state))
+                return u.id;
+        return QString();
+    };
+    mqtt.SetClimates(&climates);
     mqtt.canListen = [this] { return listener.canListen(); };
     mqtt.listening = [this] { return listener.listening(); };
     mqtt.webPort = [this] { return webServer.WebPort(); };
@@ -258,6 +292,12 @@ void Program::OpenDesktop() {
             &LearningLauncher::OpenStudy);
     connect(window.get(), &MainWindow::editRequested, learningLauncher.get(),
             &LearningLauncher::OpenEdit);
+    connect(window.get(), &MainWindow::climateRequested, this, [this] {
+        if (!climateWindow)
+            climateWindow = std::make_unique<ClimateWindow>(climates);
+        climateWindow->show();
+        climateWindow->raise();
+    });
     connect(learningLauncher.get(), &LearningLauncher::devicesChanged, window.get(),
             &MainWindow::FillDevices);
     connect(learningLauncher.get(), &LearningLauncher::setupWanted, &events,

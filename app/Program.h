@@ -28,6 +28,7 @@
 #include <functional>
 #include <memory>
 
+class ClimateWindow;
 class LearningLauncher;
 class MainWindow;
 class PreviewWindow;
@@ -116,6 +117,7 @@ public:
     std::unique_ptr<MainWindow> window;
     std::unique_ptr<LearningLauncher> learningLauncher;
     std::unique_ptr<PreviewWindow> preview;
+    std::unique_ptr<ClimateWindow> climateWindow;
     std::unique_ptr<SetupLauncher> setupLauncher;
     // Makes and wires them, before the start order.
     void OpenDesktop();

@@ -187,6 +187,8 @@ void MainWindow::buildMenus() {
     MEditRemote = item(study, u"MEditRemote"_s, u"学習済みリモコンの編集(&E)"_s, true);
     connect(MStudyNew, &QAction::triggered, this, &MainWindow::studyRequested);
     connect(MEditRemote, &QAction::triggered, this, &MainWindow::editRequested);
+    MClimate = item(settei, u"MClimate"_s, u"エアコン(&A)"_s, true);
+    connect(MClimate, &QAction::triggered, this, &MainWindow::climateRequested);
 
     QMenu* help = menuBar_->addMenu(u"ヘルプ(&H)"_s);
     help->setObjectName(u"MHelp"_s);

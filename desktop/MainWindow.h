@@ -81,6 +81,7 @@ public:
     QAction* MTira = nullptr;
     QAction* MStudyNew = nullptr;
     QAction* MEditRemote = nullptr;
+    QAction* MClimate = nullptr;
     QAction* MHelpFile = nullptr;
     QAction* MVersion = nullptr;
     // For tests: how long the device list stays.
@@ -93,6 +94,8 @@ signals:
     // The learning menu: a new remote, or changes to a learned one.
     void studyRequested();
     void editRequested();
+    // The air conditioners' window.
+    void climateRequested();
 
 protected:
     void paintEvent(QPaintEvent* event) override;

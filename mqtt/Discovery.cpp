@@ -39,13 +39,38 @@ QString LastHeardTopic(const QString& topic) {
     return topic + u"/hub/last_heard"_s;
 }
 
+QString ClimateStateTopic(const QString& topic, const QString& unit) {
+    return u"%1/climate/%2/state"_s.arg(topic, unit);
+}
+QString ClimateCommandTopic(const QString& topic, const QString& unit, const QString& field) {
+    return u"%1/climate/%2/%3/set"_s.arg(topic, unit, field);
+}
+
+namespace {
+// Home Assistant's names of our modes.
+QString HaMode(ClimateMode mode) {
+    return mode == ClimateMode::Fan ? u"fan_only"_s : ClimateModeName(mode);
+}
+} // namespace
+
+QByteArray ClimateStatePayload(const ClimateState& state) {
+    return QJsonDocument(QJsonObject{{u"mode"_s, state.power ? HaMode(state.mode) : u"off"_s},
+                                     {u"temperature"_s, state.temperature},
+                                     {u"fan"_s, state.fan},
+                                     {u"swing"_s, state.swing ? u"on"_s : u"off"_s},
+                                     {u"power"_s, state.power ? u"ON"_s : u"OFF"_s},
+                                     {u"text"_s, ClimateStateText(state)}})
+        .toJson(QJsonDocument::Compact);
+}
+
 namespace {
 QByteArray Json(const QJsonObject& o) {
     return QJsonDocument(o).toJson(QJsonDocument::Compact);
 }
 } // namespace
 
-Configs Build(const Hub& hub, const std::vector<Remote>& remotes) {
+Configs Build(const Hub& hub, const std::vector<Remote>& remotes,
+              const std::vector<Climate>& climates) {
     Configs out;
     const QString node = u"kestrava_"_s + hub.nodeId;
     const QString availability = hub.topic + u"/status"_s;
@@ -138,6 +163,49 @@ Configs Build(const Hub& hub, const std::vector<Remote>& remotes) {
                  {u"device_class"_s, u"button"_s},
                  {u"availability_topic"_s, availability},
                  {u"device"_s, device}});
+    }
+    for (const Climate& c : climates) {
+        const QString id = node + u'_' + c.id;
+        const QString state = ClimateStateTopic(hub.topic, c.id);
+        QJsonObject o{
+            {u"name"_s, QJsonValue::Null}, // the device's own entity
+            {u"unique_id"_s, id},
+            {u"availability_topic"_s, availability},
+            {u"optimistic"_s, true}, // infrared: the unit never answers
+            {u"temperature_unit"_s, u"C"_s},
+            {u"min_temp"_s, c.caps.minTemp},
+            {u"max_temp"_s, c.caps.maxTemp},
+            {u"temp_step"_s, c.caps.step},
+            {u"precision"_s, c.caps.step < 1 ? 0.5 : 1.0},
+            {u"power_command_topic"_s, ClimateCommandTopic(hub.topic, c.id, u"power"_s)},
+            {u"payload_on"_s, u"ON"_s},
+            {u"payload_off"_s, u"OFF"_s},
+            {u"device"_s,
+             QJsonObject{{u"identifiers"_s, QJsonArray{id}},
+                         {u"name"_s, c.name},
+                         {u"manufacturer"_s, u"Kestrava"_s},
+                         {u"model"_s, c.caps.title.isEmpty() ? u"SmartIR table"_s : c.caps.title},
+                         {u"via_device"_s, node}}}};
+        QJsonArray modes{u"off"_s};
+        for (ClimateMode m : c.caps.modes)
+            modes.append(HaMode(m));
+        o[u"modes"_s] = modes;
+        const auto field = [&](const QString& ha, const QString& ours) {
+            o[ha + u"_command_topic"_s] = ClimateCommandTopic(hub.topic, c.id, ours);
+            o[ha + u"_state_topic"_s] = state;
+            o[ha + u"_state_template"_s] = u"{{ value_json.%1 }}"_s.arg(ours);
+        };
+        field(u"mode"_s, u"mode"_s);
+        field(u"temperature"_s, u"temperature"_s);
+        if (!c.caps.fans.isEmpty()) {
+            field(u"fan_mode"_s, u"fan"_s);
+            o[u"fan_modes"_s] = QJsonArray::fromStringList(c.caps.fans);
+        }
+        if (c.caps.swing) {
+            field(u"swing_mode"_s, u"swing"_s);
+            o[u"swing_modes"_s] = QJsonArray{u"on"_s, u"off"_s};
+        }
+        add("climate", c.id, o);
     }
     return out;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "infrared/Climate.h"
+
 #include <QByteArray>
 #include <QString>
 
@@ -26,6 +28,12 @@ struct Remote {
     int design = 0;
     std::vector<Key> keys; // learned ones only
 };
+// An air conditioner: a climate entity of its own device through the hub.
+struct Climate {
+    QString id; // "ac1": ids and topics
+    QString name;
+    ClimateCaps caps;
+};
 struct Hub {
     QString nodeId;
     QString topic;  // our base topic
@@ -36,7 +44,8 @@ struct Hub {
 
 // Retained config payloads by topic.
 using Configs = std::map<QString, QByteArray>;
-Configs Build(const Hub& hub, const std::vector<Remote>& remotes);
+Configs Build(const Hub& hub, const std::vector<Remote>& remotes,
+              const std::vector<Climate>& climates = {});
 
 // Where our commands and states live under the base topic.
 QString ButtonCommandTopic(const QString& topic, int slot, int button);
@@ -47,6 +56,13 @@ QString ReceiverTopic(const QString& topic);
 QString HeardTopic(const QString& topic, int slot);
 // A trigger's subtype: the key's index, which a rename keeps.
 QString TriggerSubtype(int button);
+
+// An air conditioner's state, retained: {"mode" ("off" when off), "temperature",
+// "fan", "swing" (on/off), "power" (ON/OFF), "text"}; and its command topic of
+// one field (mode, temperature, fan, swing, power).
+QString ClimateStateTopic(const QString& topic, const QString& unit);
+QString ClimateCommandTopic(const QString& topic, const QString& unit, const QString& field);
+QByteArray ClimateStatePayload(const ClimateState& state);
 
 // The hub's diagnostic states, retained: ON/OFF, and a sensor's text state with
 // its JSON attributes on <state topic>/attributes.

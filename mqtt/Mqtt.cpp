@@ -1,5 +1,6 @@
 #include "mqtt/Mqtt.h"
 
+#include "climate/ClimateUnits.h"
 #include "core/AtomicFile.h"
 #include "core/ProgramFolder.h"
 #include "core/SettingKeys.h"
@@ -18,6 +19,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLoggingCategory>
+#include <QPointer>
 #include <QUrl>
 
 using namespace Qt::StringLiterals;
@@ -125,11 +127,15 @@ void Mqtt::Reconfigure() {
     // Configs under a name or prefix no longer ours would stay in Home Assistant.
     const MqttConfig next = ReadMqttConfig(settings_, folder_);
     if (next.nodeId != config_.nodeId || next.discoveryPrefix != config_.discoveryPrefix ||
-        next.topic != config_.topic || !next.discovery || !next.enabled())
+        next.topic != config_.topic || !next.discovery || !next.enabled()) {
         for (const auto& [topic, payload] : published_)
             connection_.Publish(topic, {}, true, 1);
+        for (const QString& id : std::as_const(climateIds_))
+            connection_.Publish(Discovery::ClimateStateTopic(config_.topic, id), {}, true, 1);
+    }
     Close();
     published_.clear();
+    climateIds_.clear();
     keysKnown_ = false;
     Start();
 }
@@ -154,6 +160,7 @@ void Mqtt::connected(bool on) {
     connection_.Subscribe(t + u"/press"_s);
     connection_.Subscribe(t + u"/key/+/+/press"_s);
     connection_.Subscribe(Discovery::EmitterTopic(t));
+    connection_.Subscribe(t + u"/climate/+/+/set"_s);
     PublishHubStates();
     if (config_.discovery) {
         // Configs left from keys deleted while we were away come back retained.
@@ -206,11 +213,15 @@ void Mqtt::syncDiscovery(bool all) {
         }
     learned_ = std::move(learned);
     keysKnown_ = true;
+    std::vector<Discovery::Climate> climates;
+    if (climates_)
+        for (const ClimateUnit& u : climates_->units())
+            climates.push_back({u.id, u.name, u.caps});
     Discovery::Configs next;
     if (config_.discovery)
         next = Discovery::Build({config_.nodeId, config_.topic, config_.discoveryPrefix,
                                  canListen && canListen(), pageUrl()},
-                                remotes);
+                                remotes, climates);
     int sent = 0, cleared = 0;
     for (const auto& [topic, payload] : published_)
         if (!next.contains(topic)) {
@@ -227,6 +238,56 @@ void Mqtt::syncDiscovery(bool all) {
     if (sent || cleared)
         qCDebug(lcMqtt) << "discovery:" << sent << "published," << cleared << "cleared";
     published_ = std::move(next);
+    // Each unit's state, and nothing left retained of a unit deleted.
+    QStringList ids;
+    for (const Discovery::Climate& c : climates)
+        ids.append(c.id);
+    for (const QString& gone : std::as_const(climateIds_))
+        if (!ids.contains(gone))
+            connection_.Publish(Discovery::ClimateStateTopic(config_.topic, gone), {}, true, 1);
+    for (const QString& id : ids)
+        if (all || !climateIds_.contains(id))
+            publishClimate(id);
+    climateIds_ = ids;
+}
+
+void Mqtt::SetClimates(ClimateUnits* units) {
+    climates_ = units;
+    connect(units, &ClimateUnits::unitsChanged, this, [this] { syncDiscovery(false); });
+    connect(units, &ClimateUnits::stateChanged, this,
+            [this](const QString& id) { publishClimate(id); });
+}
+
+void Mqtt::publishClimate(const QString& id) {
+    const auto unit = climates_ ? climates_->unit(id) : std::nullopt;
+    if (unit && connection_.isConnected())
+        connection_.Publish(Discovery::ClimateStateTopic(config_.topic, id),
+                            Discovery::ClimateStatePayload(unit->state), true);
+}
+
+void Mqtt::climateCommand(const MqttCommand::ClimateRef& ref, const QByteArray& payload,
+                          const QString& relative) {
+    const auto unit = climates_ ? climates_->unit(ref.unit) : std::nullopt;
+    if (!unit)
+        return refused(relative, "not_found", u"no air conditioner \"%1\""_s.arg(ref.unit));
+    QString why;
+    const auto wanted = MqttCommand::ApplyClimateCommand(ref.field, payload, unit->state, &why);
+    if (!wanted) {
+        publishClimate(ref.unit); // Home Assistant showed it already: put it back
+        return refused(relative, "bad_request", why);
+    }
+    // Home Assistant shows what it asked for at once; what was rounded, or a
+    // send that failed, is put right by the state published after.
+    climates_->setState(ref.unit, *wanted,
+                        [this, self = QPointer<Mqtt>(this), id = ref.unit,
+                         relative](const ClimateUnits::Outcome& outcome) {
+                            if (!self)
+                                return;
+                            publishClimate(id);
+                            if (!outcome.sent)
+                                refused(relative, "not_sent", outcome.message);
+                        },
+                        {u"mqtt"_s, unit->name, ClimateStateText(*wanted)});
 }
 
 void Mqtt::message(const QString& topic, const QByteArray& payload, bool retained) {
@@ -268,6 +329,10 @@ void Mqtt::message(const QString& topic, const QByteArray& payload, bool retaine
     }
     if (relative == u"ir/transmit")
         return emitTimings(payload, relative);
+    if (const auto climate = MqttCommand::ParseClimateTopic(relative, &why))
+        return climateCommand(*climate, payload, relative);
+    if (!why.isEmpty())
+        return refused(relative, "bad_request", why);
     const auto key = MqttCommand::ParseKeyTopic(relative, &why);
     if (!key && !why.isEmpty())
         return refused(relative, "bad_request", why);

@@ -4,6 +4,7 @@
 #include "infrared/IrSignal.h"
 #include "infrared/Transmission.h"
 #include "mqtt/Discovery.h"
+#include "mqtt/MqttCommands.h"
 #include "mqtt/MqttConfig.h"
 #include "mqtt/MqttConnection.h"
 
@@ -16,6 +17,7 @@
 
 #include <functional>
 
+class ClimateUnits;
 class ProgramFolder;
 class SettingsStore;
 class Transceiver;
@@ -59,6 +61,11 @@ public:
     // (for whoever turns listening on or off while connected).
     void PublishHubStates();
 
+    // The air conditioners: a climate entity each, their states published as
+    // they change (also when heard from their own remote), commands sent
+    // through them.
+    void SetClimates(ClimateUnits* units);
+
     MqttConnection& connection() { return connection_; }
 
 signals:
@@ -70,6 +77,9 @@ private:
     void refused(const QString& relative, const QByteArray& code, const QString& why);
     void pressKey(int slot, int button, const QString& relative);
     void send(const QString& path, const QString& device, const QString& function);
+    void climateCommand(const MqttCommand::ClimateRef& ref, const QByteArray& payload,
+                        const QString& relative);
+    void publishClimate(const QString& id);
     void emitTimings(const QByteArray& payload, const QString& relative);
     void publishEvent(const QString& name, const QJsonObject& data, bool retain = false);
     // The hub's sensors: a state and its JSON attributes, retained.
@@ -96,5 +106,7 @@ private:
     // the last-heard sensor is published.
     QTimer heardLater_;
     QString heardState_;
+    ClimateUnits* climates_ = nullptr;
+    QStringList climateIds_; // whose states are published
     QJsonObject heardAttributes_;
 };

@@ -7,6 +7,9 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <algorithm>
+#include <cmath>
+
 using namespace Qt::StringLiterals;
 
 namespace MqttCommand {
@@ -86,6 +89,76 @@ std::optional<Emit> ParseEmit(QByteArrayView payload, QString* why) {
         return {};
     }
     return Emit{code->timing, int(repeats)};
+}
+
+std::optional<ClimateRef> ParseClimateTopic(QStringView relative, QString* why) {
+    if (!relative.startsWith(u"climate/"))
+        return {};
+    static const QStringList fields{u"mode"_s, u"temperature"_s, u"fan"_s, u"swing"_s, u"power"_s};
+    const auto parts = relative.split(u'/');
+    const auto plainId = [](QStringView id) {
+        return !id.isEmpty() && id.size() <= 32 && std::all_of(id.begin(), id.end(), [](QChar c) {
+            return c.isDigit() || (c >= u'a' && c <= u'z');
+        });
+    };
+    if (parts.size() != 4 || parts[3] != u"set" || !plainId(parts[1]) ||
+        !fields.contains(parts[2].toString())) {
+        *why = u"a unit's command topic is climate/<unit>/<%1>/set"_s.arg(fields.join(u'|'));
+        return {};
+    }
+    return ClimateRef{parts[1].toString(), parts[2].toString()};
+}
+
+std::optional<ClimateState> ApplyClimateCommand(const QString& field, QByteArrayView payload,
+                                                ClimateState base, QString* why) {
+    const QString text =
+        QString::fromUtf8(payload.first(std::min<qsizetype>(payload.size(), 64))).trimmed();
+    if (payload.size() > 64 || text.isEmpty() || HasControlOrBrokenChar(text)) {
+        *why = u"the payload must be a short word"_s;
+        return {};
+    }
+    if (field == u"mode") {
+        if (text == u"off") {
+            base.power = false;
+            return base;
+        }
+        const auto mode = ClimateModeFromName(text);
+        if (!mode) {
+            *why = u"no mode \"%1\""_s.arg(text);
+            return {};
+        }
+        base.power = true;
+        base.mode = *mode;
+        return base;
+    }
+    if (field == u"temperature") {
+        bool ok = false;
+        const double t = text.toDouble(&ok);
+        if (!ok || !std::isfinite(t)) {
+            *why = u"the temperature must be a number"_s;
+            return {};
+        }
+        base.temperature = t;
+        return base;
+    }
+    if (field == u"fan") {
+        base.fan = text;
+        return base;
+    }
+    const bool on = text.compare(u"on", Qt::CaseInsensitive) == 0;
+    if (!on && text.compare(u"off", Qt::CaseInsensitive) != 0) {
+        *why = u"the payload must be on or off"_s;
+        return {};
+    }
+    if (field == u"swing")
+        base.swing = on;
+    else if (field == u"power")
+        base.power = on;
+    else {
+        *why = u"no field \"%1\""_s.arg(field);
+        return {};
+    }
+    return base;
 }
 
 } // namespace MqttCommand

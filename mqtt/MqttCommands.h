@@ -1,5 +1,6 @@
 #pragma once
 
+#include "infrared/Climate.h"
 #include "infrared/IrSignal.h"
 
 #include <QByteArrayView>
@@ -38,5 +39,19 @@ struct Emit {
     int repeats = 0; // how many the timings hold, as the sender says
 };
 std::optional<Emit> ParseEmit(QByteArrayView payload, QString* why);
+
+// An air conditioner's command topic climate/<unit>/<field>/set, field one of
+// mode, temperature, fan, swing, power. Refused with why under climate/; any
+// other topic is not a unit's (why stays empty).
+struct ClimateRef {
+    QString unit;
+    QString field;
+};
+std::optional<ClimateRef> ParseClimateTopic(QStringView relative, QString* why);
+// The state a unit is asked for: its field's payload as Home Assistant's
+// climate platform sends it ("off" or a mode, a number, a fan name, on/off,
+// ON/OFF) taken onto the state it is believed in.
+std::optional<ClimateState> ApplyClimateCommand(const QString& field, QByteArrayView payload,
+                                                ClimateState base, QString* why);
 
 } // namespace MqttCommand

@@ -114,8 +114,11 @@ void Scheduler::FireReservation(const QString& device, const QString& function) 
     if (IsTestMode(settings_))
         return;
     const QString path = SignalFilePath(folder_, device, function);
-    if (!QFileInfo::exists(path))
+    if (!QFileInfo::exists(path)) {
+        if (sendClimate && sendClimate(device, function))
+            pause();
         return;
+    }
     if (!send || !send(path))
         qCWarning(lcScheduler).noquote() << "reservation" << device + u'|' + function << "not sent";
     pause();

@@ -42,6 +42,9 @@ public:
 
     // Sends a signal file; false when it did not go out. Without it nothing is sent.
     std::function<bool(const QString& signalPath)> send;
+    // Sends a line that names no signal file when it is an air conditioner's
+    // state; false when it is none.
+    std::function<bool(const QString& device, const QString& function)> sendClimate;
     // Called after a scan that fired when PowerControl is on and nothing is due
     // within 5 minutes.
     std::function<void()> hibernate;

@@ -1,5 +1,5 @@
 // A message on one of our MQTT command topics: the topic after the base and
-// the payload, as the press, button and emitter commands read them.
+// the payload, as the press, button, emitter and climate commands read them.
 #include "mqtt/MqttCommands.h"
 #include "mqtt/MqttConfig.h"
 #include "remotes/Registry.h"
@@ -18,6 +18,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             abort();
     } else if (why.isEmpty() == topic.startsWith(u"key/")) {
         abort(); // a key topic refused says why; no other topic is answered
+    }
+    why.clear();
+    if (const auto c = MqttCommand::ParseClimateTopic(topic, &why)) {
+        if (c->unit.isEmpty() || !why.isEmpty())
+            abort();
+        MqttCommand::ApplyClimateCommand(c->field, payload, ClimateState{}, &why);
+    } else if (why.isEmpty() == topic.startsWith(u"climate/")) {
+        abort();
     }
     why.clear();
     if (const auto press = MqttCommand::ParsePress(payload, &why)) {

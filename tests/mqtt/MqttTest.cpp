@@ -1,4 +1,5 @@
 #include "mqtt/Mqtt.h"
+#include "climate/ClimateUnits.h"
 #include "core/Password.h"
 #include "core/ProgramFolder.h"
 #include "core/Settings.h"
@@ -68,6 +69,31 @@ QStringList SimLog(const QString& dir) {
 
 QJsonObject JsonOf(const QByteArray& payload) {
     return QJsonDocument::fromJson(payload).object();
+}
+
+// Home Assistant's climate platform, transcribed from home-assistant/core
+// mqtt/climate.py (5974c77, PLATFORM_SCHEMA_MODERN): modes from its list, the
+// command topics without wildcards, state templates beside state topics,
+// precision one of 0.1, 0.5, 1; min_temp below max_temp.
+QString HaClimateProblem(const QJsonObject& o) {
+    static const QStringList modes{u"auto"_s, u"off"_s,      u"cool"_s,     u"heat"_s,
+                                   u"dry"_s,  u"fan_only"_s, u"heat_cool"_s};
+    for (const QJsonValue& m : o.value(u"modes"_s).toArray())
+        if (!modes.contains(m.toString()))
+            return u"mode "_s + m.toString();
+    for (const char* field : {"mode", "temperature", "fan_mode", "swing_mode", "power"}) {
+        const QString f = QLatin1StringView(field);
+        const QString command = o.value(f + u"_command_topic"_s).toString();
+        if (command.contains(u'+') || command.contains(u'#'))
+            return f + u"_command_topic"_s;
+        if (o.contains(f + u"_state_topic"_s) &&
+            !o.value(f + u"_state_template"_s).toString().startsWith(u"{{"_s))
+            return f + u"_state_template"_s;
+    }
+    if (!QList<double>{0.1, 0.5, 1.0}.contains(o.value(u"precision"_s).toDouble(1.0)) ||
+        o.value(u"min_temp"_s).toDouble() >= o.value(u"max_temp"_s).toDouble())
+        return u"precision or range"_s;
+    return {};
 }
 
 // Home Assistant's side, transcribed from home-assistant/core:
@@ -151,7 +177,8 @@ QString HaConfigProblem(const QString& topic, const QJsonObject& o) {
         {u"sensor"_s, {"state_topic", true}},
         {u"event"_s, {"state_topic", true}},
         {u"infrared/emitter"_s, {"command_topic", false}},
-        {u"infrared/receiver"_s, {"state_topic", true}}};
+        {u"infrared/receiver"_s, {"state_topic", true}},
+        {u"climate"_s, {"mode_command_topic", false}}};
     const auto need = topics.find(component == u"infrared" ? component + u'/' + schema : component);
     if (need == topics.end())
         return u"not a component we mean to use"_s;
@@ -167,6 +194,8 @@ QString HaConfigProblem(const QString& topic, const QJsonObject& o) {
             !QStringList{u"button"_s, u"doorbell"_s, u"motion"_s}.contains(deviceClass))
             return u"device_class"_s;
     }
+    if (component == u"climate")
+        return HaClimateProblem(o);
     if (component == u"binary_sensor" && o.contains(u"device_class"_s) &&
         deviceClass != u"connectivity")
         return u"device_class"_s;
@@ -691,4 +720,94 @@ TEST(Mqtt, TlsTakesOnlyTheBrokerTheCaVouchesFor) {
         EXPECT_FALSE(connected);
     }
     qInstallMessageHandler(before);
+}
+
+// An air conditioner as Home Assistant's climate platform sees it: its config,
+// its state retained, each command sent whole through the transceiver, a
+// refused one answered and sending nothing, the unit's own remote heard
+// published, and a unit deleted leaves nothing retained.
+TEST(Mqtt, AirConditionerIsAClimateEntity) {
+    NEED_BROKER();
+    const auto families = ClimateFamilies();
+    if (families.empty())
+        GTEST_SKIP() << "no climate family built in";
+    const ClimateCaps caps = families.front();
+    QTemporaryDir tmp;
+    MqttBroker broker(tmp.path());
+    ASSERT_TRUE(broker.start());
+    TempFolder t;
+    ScriptedPrompt prompt;
+    t.settings.WriteIni(u"Tira", u"Device", u"sim");
+    t.settings.Write(Key::MqttServer, u"127.0.0.1:"_s + QString::number(broker.port));
+    t.settings.Write(Key::MqttNodeId, u"cool"_s);
+    Transceiver device{t.folder, t.settings, prompt};
+    ClimateUnits units{t.folder, t.settings, device};
+    ClimateState initial;
+    initial.mode = caps.modes.front();
+    initial.temperature = caps.minTemp;
+    initial.fan = caps.fans.value(0);
+    const auto id = units.create(u"寝室"_s, caps.family, initial);
+    ASSERT_TRUE(id);
+    MqttWatcher ha(broker, {u"homeassistant/#"_s, u"kestrava/cool/#"_s});
+    Mqtt mqtt(t.folder, t.settings, device);
+    mqtt.SetClimates(&units);
+    mqtt.Start();
+    const QString topic = u"homeassistant/climate/kestrava_cool/"_s + *id + u"/config"_s;
+    ASSERT_TRUE(ha.waitFor(topic, {}));
+    const QJsonObject config = JsonOf(ha.on(topic)[0].payload);
+    EXPECT_EQ(HaConfigProblem(topic, config).toStdString(), "");
+    EXPECT_EQ(config.value(u"modes"_s).toArray().size(), qsizetype(caps.modes.size()) + 1);
+    EXPECT_EQ(config.value(u"max_temp"_s).toDouble(), caps.maxTemp);
+    EXPECT_EQ(config.value(u"temp_step"_s).toDouble(), caps.step);
+    EXPECT_EQ(config.contains(u"swing_mode_command_topic"_s), caps.swing);
+    const QString state = config.value(u"mode_state_topic"_s).toString();
+    ASSERT_TRUE(ha.waitFor(state, {}));
+    EXPECT_EQ(JsonOf(ha.on(state)[0].payload).value(u"mode"_s), u"off"_s);
+
+    // Home Assistant's commands, each one whole frame; the last one refused.
+    const QString hot =
+        caps.hasMode(ClimateMode::Heat) ? u"heat"_s : ClimateModeName(caps.modes.back());
+    const QString top = QString::number(caps.maxTemp, 'f', 1); // as Home Assistant writes it
+    const struct {
+        const char* field;
+        QString payload;
+        const char* key;
+        QJsonValue shown;
+    } commands[] = {{"mode", hot, "mode", hot == u"fan" ? u"fan_only"_s : hot},
+                    {"temperature", top, "temperature", caps.maxTemp},
+                    {"power", u"OFF"_s, "mode", u"off"_s},
+                    {"mode", u"warm"_s, "mode", u"off"_s}};
+    int sends = 0;
+    for (const auto& c : commands) {
+        const QString command =
+            config.value(QLatin1StringView(c.field) + u"_command_topic"_s).toString();
+        ASSERT_TRUE(broker.publish(command, c.payload.toUtf8()));
+        EXPECT_TRUE(WaitUntil([&] {
+            return JsonOf(ha.on(state)[0].payload).value(QLatin1StringView(c.key)) == c.shown;
+        })) << c.field
+            << " " << c.payload.toStdString();
+        sends += c.payload != u"warm";
+    }
+    ASSERT_TRUE(ha.waitFor(u"kestrava/cool/error"_s, {}));
+    EXPECT_EQ(JsonOf(ha.on(u"kestrava/cool/error"_s)[0].payload).value(u"error"_s),
+              u"bad_request"_s);
+    EXPECT_EQ(SimLog(t.root()).size(), sends);
+    MqttWatcher later(broker, {state, topic}); // Home Assistant started after us
+    ASSERT_TRUE(WaitUntil([&] { return later.messages.size() == 2; }));
+    EXPECT_TRUE(later.messages[0].retained && later.messages[1].retained);
+
+    // Someone used the unit's own remote.
+    ClimateState used = initial;
+    used.power = true;
+    used.temperature = caps.minTemp + caps.step;
+    units.heard(*EncodeClimate(caps.family, used));
+    ASSERT_TRUE(WaitUntil([&] {
+        return JsonOf(ha.on(state)[0].payload).value(u"temperature"_s).toDouble() ==
+               used.temperature;
+    }));
+    EXPECT_EQ(SimLog(t.root()).size(), sends);
+
+    ASSERT_TRUE(units.remove(*id));
+    ASSERT_TRUE(WaitUntil(
+        [&] { return ha.on(topic)[0].payload.isEmpty() && ha.on(state)[0].payload.isEmpty(); }));
 }

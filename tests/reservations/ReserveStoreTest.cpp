@@ -1,5 +1,6 @@
 #include "reservations/ReserveStore.h"
 #include "core/ShiftJis.h"
+#include "reservations/ClimateReserve.h"
 #include "reservations/ReserveGrid.h"
 #include "support/TempFolder.h"
 
@@ -160,4 +161,29 @@ TEST(ReserveStore, GridListsEveryLineInNameOrder) {
                                  u"2026/01/02 08:00 Y|2"_s}));
     EXPECT_EQ(grid.rowCount(), 6); // and the empty last row
     EXPECT_EQ(grid.data(grid.index(5, 1), Qt::DisplayRole).toString(), QString());
+}
+
+// An air conditioner's state as a line's function reads back to that state
+// for the unit, a fan's own name with a blank too; a text of no state it can
+// hold reads as none, and the line survives the store's CP932.
+TEST(ReserveStore, ClimateLinesReadBackToTheirState) {
+    ClimateCaps caps;
+    caps.modes = {ClimateMode::Cool, ClimateMode::Heat, ClimateMode::Dry};
+    caps.fans = {u"auto"_s, u"quiet"_s, u"3"_s, u"high speed"_s};
+    caps.swing = true;
+    caps.step = 0.5;
+    const ClimateState believed{true, ClimateMode::Heat, 22, u"3"_s, false};
+    const ClimateState states[] = {{true, ClimateMode::Cool, 26, u"auto"_s, false},
+                                   {true, ClimateMode::Heat, 16.5, u"quiet"_s, true},
+                                   {true, ClimateMode::Dry, 30, u"high speed"_s, false},
+                                   {false, ClimateMode::Heat, 22, u"3"_s, false}};
+    for (const ClimateState& s : states) {
+        const QString function = Reserve::ClimateFunction(s);
+        EXPECT_EQ(ShiftJis::Decode(ShiftJis::Encode(function)), function);
+        EXPECT_EQ(Reserve::ClimateStateOfFunction(caps, function, believed), s)
+            << function.toStdString();
+    }
+    for (const QString& junk : {u"送風 26℃ 自動"_s, u"冷房 26℃ 強"_s, u"冷房 x℃ 自動"_s,
+                                u"冷房 26 自動"_s, u""_s, u"電源"_s})
+        EXPECT_FALSE(Reserve::ClimateStateOfFunction(caps, junk, believed)) << junk.toStdString();
 }

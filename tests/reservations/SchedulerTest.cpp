@@ -116,3 +116,22 @@ TEST(Scheduler, GetNextReserveAcrossAWeek) {
     EXPECT_EQ(adding(u"1111111 12_01"_s), u"2026/11/23 12:01"_s);
     EXPECT_EQ(adding(u"2026_11_01 08_00"_s), u"2026/11/01 08:00"_s);
 }
+
+// A line of an air conditioner's state names no signal file: it goes to the
+// climate sender, and a line it does not take sends nothing.
+TEST(Scheduler, ClimateLinesGoToTheirUnit) {
+    Desk d;
+    d.t.settings.WriteIni(u"Options", u"Interval", u"0");
+    d.t.writeFile(u"reserve/1111111 12_00"_s,
+                  ShiftJis::Encode(u"寝室|冷房 26℃ 自動\r\nGone|key\r\n"_s));
+    QStringList climate;
+    d.scheduler.sendClimate = [&](const QString& device, const QString& function) {
+        climate << device + u'|' + function;
+        return device == u"寝室";
+    };
+    d.scheduler.send = [&](const QString& path) { return d.sent << path, true; };
+    d.scheduler.FillGrid();
+    d.scheduler.Tick();
+    EXPECT_EQ(climate, (QStringList{u"寝室|冷房 26℃ 自動"_s, u"Gone|key"_s}));
+    EXPECT_TRUE(d.sent.isEmpty());
+}
