@@ -47,8 +47,8 @@ std::optional<IrTiming> encode(const ClimateState& s) {
             fan = FanCodes[i];
     Bytes b(13);
     b[0] = Lead;
-    b[1] = uint8_t((std::clamp(int(s.temperature), 16, 32) - 8) << 3 |
-                   (s.swing ? SwingOn : SwingOff));
+    b[1] =
+        uint8_t((std::clamp(int(s.temperature), 16, 32) - 8) << 3 | (s.swing ? SwingOn : SwingOff));
     b[2] = uint8_t(SwingOff << 5); // horizontal swing off
     b[3] = halfDegree(s.temperature) ? 0x80 : 0;
     b[4] = uint8_t(fan << 5);
