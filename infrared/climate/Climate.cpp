@@ -42,25 +42,11 @@ QString degrees(double t) {
     return QString::number(t) + u"℃"_s;
 }
 
-// Each family's caps, built once: encoding and decoding look them up on
-// every frame.
-const std::vector<ClimateCaps>& allCaps() {
-    static const std::vector<ClimateCaps> all = [] {
-        std::vector<ClimateCaps> caps;
-        for (const climate::Codec* c : climate::codecs())
-            caps.push_back(c->caps());
-        return caps;
-    }();
-    return all;
-}
-
-// The index of the family in codecs(), -1 when there is none.
-int codecNamed(QStringView family) {
-    const std::vector<ClimateCaps>& all = allCaps();
-    for (size_t i = 0; i < all.size(); ++i)
-        if (family.compare(all[i].family, Qt::CaseInsensitive) == 0)
-            return int(i);
-    return -1;
+const climate::Codec* codecNamed(QStringView family) {
+    for (const climate::Codec* c : climate::codecs())
+        if (family.compare(c->caps().family, Qt::CaseInsensitive) == 0)
+            return c;
+    return nullptr;
 }
 
 std::optional<bool> onOff(const QString& v) {
@@ -149,37 +135,38 @@ ClimateState ClimateHeard::onto(ClimateState before) const {
 }
 
 std::vector<ClimateCaps> ClimateFamilies() {
-    return allCaps();
+    std::vector<ClimateCaps> all;
+    for (const climate::Codec* c : climate::codecs())
+        all.push_back(c->caps());
+    return all;
 }
 
 std::optional<ClimateCaps> ClimateFamily(QStringView family) {
-    const int i = codecNamed(family);
-    if (i < 0)
-        return std::nullopt;
-    return allCaps()[size_t(i)];
+    if (const climate::Codec* c = codecNamed(family))
+        return c->caps();
+    return std::nullopt;
 }
 
 std::optional<IrTiming> EncodeClimate(QStringView family, const ClimateState& state, QString* why) {
-    const int i = codecNamed(family);
-    if (i < 0) {
+    const climate::Codec* c = codecNamed(family);
+    if (!c) {
         if (why)
             *why = u"「%1」という機種の系統はありません。"_s.arg(family);
         return std::nullopt;
     }
-    const ClimateFit fit = FitClimateState(allCaps()[size_t(i)], state);
+    const ClimateFit fit = FitClimateState(c->caps(), state);
     if (!fit.state) {
         if (why)
             *why = fit.why;
         return std::nullopt;
     }
-    return climate::codecs()[size_t(i)]->encode(*fit.state);
+    return c->encode(*fit.state);
 }
 
 std::optional<ClimateHeard> DecodeClimate(const IrTiming& timing) {
-    const std::span<const climate::Codec* const> codecs = climate::codecs();
-    for (size_t i = 0; i < codecs.size(); ++i)
-        if (auto heard = codecs[i]->decode(timing)) {
-            heard->family = allCaps()[i].family;
+    for (const climate::Codec* c : climate::codecs())
+        if (auto heard = c->decode(timing)) {
+            heard->family = c->caps().family;
             return heard;
         }
     return std::nullopt;

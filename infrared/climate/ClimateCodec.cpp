@@ -64,6 +64,13 @@ IrTiming timingOf(irproto::Writer& w, int carrierHz) {
     return t;
 }
 
+QStringList namesOf(std::span<const char16_t* const> names) {
+    QStringList out;
+    for (const char16_t* n : names)
+        out.append(QString::fromUtf16(n));
+    return out;
+}
+
 uint8_t sumBytes(std::span<const uint8_t> b) {
     unsigned sum = 0;
     for (uint8_t v : b)

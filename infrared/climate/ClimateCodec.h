@@ -82,8 +82,22 @@ size_t leaderAt(const irproto::Durations& d, uint32_t minLeaderUs);
 // message sent twice starts again), or size.
 size_t afterGap(const irproto::Durations& d, size_t from, uint32_t minGapUs);
 
+// Every mode, as most families have them all.
+inline std::vector<ClimateMode> allModes() {
+    return {ClimateMode::Auto, ClimateMode::Cool, ClimateMode::Heat, ClimateMode::Dry,
+            ClimateMode::Fan};
+}
+// A family's table of fan names as caps list them.
+QStringList namesOf(std::span<const char16_t* const> names);
+
+// A family's caps built once: its decoder consults them on every frame.
+template <ClimateCaps (*Build)()> const ClimateCaps& builtOnce() {
+    static const ClimateCaps caps = Build();
+    return caps;
+}
+
 struct Codec {
-    ClimateCaps (*caps)();
+    const ClimateCaps& (*caps)(); // builtOnce<the family's builder>
     // The state was fitted to caps already.
     std::optional<IrTiming> (*encode)(const ClimateState& s);
     std::optional<ClimateHeard> (*decode)(const IrTiming& t);

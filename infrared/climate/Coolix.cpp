@@ -27,12 +27,10 @@ ClimateCaps caps() {
     ClimateCaps c;
     c.family = u"coolix"_s;
     c.title = u"Coolix (Midea 24-bit and its many brands)"_s;
-    c.modes = {ClimateMode::Auto, ClimateMode::Cool, ClimateMode::Heat, ClimateMode::Dry,
-               ClimateMode::Fan};
+    c.modes = allModes();
     c.minTemp = 17;
     c.maxTemp = 30;
-    for (const char16_t* f : FanNames)
-        c.fans.append(QString::fromUtf16(f));
+    c.fans = namesOf(FanNames);
     c.noTemperature = {ClimateMode::Fan};
     return c;
 }
@@ -113,6 +111,6 @@ std::optional<ClimateHeard> decode(const IrTiming& t) {
 
 } // namespace
 
-const Codec Coolix{caps, encode, decode};
+const Codec Coolix{builtOnce<caps>, encode, decode};
 
 } // namespace climate

@@ -42,6 +42,8 @@ constexpr Kind K280{u"daikin", u"Daikin ARC4xx (280-bit)", {0x00, 0x06, 0x60}, 0
 constexpr Kind K216{u"daikin216", u"Daikin ARC433 (216-bit)", {0x00, 0x00, 0x00}, 0x00, 0xC0, 0x00};
 constexpr Kind K152{u"daikin152", u"Daikin ARC480 (152-bit)", {0x00, 0x00, 0x00}, 0x00, 0xC5, 0x08};
 
+ClimateCaps caps280();
+
 ClimateCaps capsOf(const Kind& k) {
     ClimateCaps c;
     c.family = QString::fromUtf16(k.family);
@@ -99,7 +101,7 @@ std::optional<ClimateHeard> heardFrom(const Bytes& b) {
     s.swing = (b[8] & 0xF) == 0xF;
     s.temperature = b[6] / 2.0;
     // The sizes differ in name only.
-    static const ClimateCaps caps = capsOf(K280);
+    const ClimateCaps& caps = builtOnce<caps280>();
     if (caps.usesTemperature(s.mode) &&
         (s.temperature < caps.minTemp || s.temperature > caps.maxTemp))
         return std::nullopt;
@@ -217,7 +219,7 @@ std::optional<ClimateHeard> decode160(const IrTiming& t) {
     s.temperature = 10 + b[9] / 2.0;
     s.fan = *fan;
     s.swing = b[6] >> 4 == 0xF;
-    static const ClimateCaps caps = caps160();
+    const ClimateCaps& caps = builtOnce<caps160>();
     if (caps.usesTemperature(s.mode) && s.temperature > caps.maxTemp)
         return std::nullopt;
     return heardOf(caps, s);
@@ -225,9 +227,9 @@ std::optional<ClimateHeard> decode160(const IrTiming& t) {
 
 } // namespace
 
-const Codec Daikin{caps280, encode280, decode280};
-const Codec Daikin216{caps216, encode216, decode216};
-const Codec Daikin152{caps152, encode152, decode152};
-const Codec Daikin160{caps160, encode160, decode160};
+const Codec Daikin{builtOnce<caps280>, encode280, decode280};
+const Codec Daikin216{builtOnce<caps216>, encode216, decode216};
+const Codec Daikin152{builtOnce<caps152>, encode152, decode152};
+const Codec Daikin160{builtOnce<caps160>, encode160, decode160};
 
 } // namespace climate

@@ -26,13 +26,11 @@ ClimateCaps caps() {
     ClimateCaps c;
     c.family = u"electra"_s;
     c.title = u"Electra / AUX (104-bit)"_s;
-    c.modes = {ClimateMode::Auto, ClimateMode::Cool, ClimateMode::Heat, ClimateMode::Dry,
-               ClimateMode::Fan};
+    c.modes = allModes();
     c.minTemp = 16;
     c.maxTemp = 32;
     c.step = 0.5;
-    for (const char16_t* f : FanNames)
-        c.fans.append(QString::fromUtf16(f));
+    c.fans = namesOf(FanNames);
     c.swing = true;
     return c;
 }
@@ -85,6 +83,6 @@ std::optional<ClimateHeard> decode(const IrTiming& t) {
 
 } // namespace
 
-const Codec Electra{caps, encode, decode};
+const Codec Electra{builtOnce<caps>, encode, decode};
 
 } // namespace climate

@@ -36,16 +36,6 @@ ClimateCaps build() {
     return c;
 }
 
-// Built once: the decoder consults them on every frame.
-const ClimateCaps& known() {
-    static const ClimateCaps c = build();
-    return c;
-}
-
-ClimateCaps caps() {
-    return known();
-}
-
 uint8_t check(const Bytes& b) {
     return uint8_t(-sumBytes(std::span(b).subspan(7, 8)));
 }
@@ -57,7 +47,8 @@ std::optional<IrTiming> encode(const ClimateState& s) {
         b[5] = Off;
         b[6] = uint8_t(~Off);
     } else {
-        const int t = known().usesTemperature(s.mode) ? int(std::lround(s.temperature)) : 24;
+        const int t =
+            builtOnce<build>().usesTemperature(s.mode) ? int(std::lround(s.temperature)) : 24;
         b[5] = State;
         b[6] = 0x09;
         b[7] = 0x30;
@@ -105,11 +96,11 @@ std::optional<ClimateHeard> decode(const IrTiming& t) {
     s.temperature = 16 + (b[8] >> 4);
     s.fan = *fan;
     s.swing = b[10] & SwingV;
-    return heardOf(known(), s);
+    return heardOf(builtOnce<build>(), s);
 }
 
 } // namespace
 
-const Codec Fujitsu{caps, encode, decode};
+const Codec Fujitsu{builtOnce<build>, encode, decode};
 
 } // namespace climate

@@ -35,12 +35,10 @@ ClimateCaps caps() {
     ClimateCaps c;
     c.family = u"gree"_s;
     c.title = u"Gree (64-bit)"_s;
-    c.modes = {ClimateMode::Auto, ClimateMode::Cool, ClimateMode::Heat, ClimateMode::Dry,
-               ClimateMode::Fan};
+    c.modes = allModes();
     c.minTemp = 16;
     c.maxTemp = 30;
-    for (const char16_t* f : FanNames)
-        c.fans.append(QString::fromUtf16(f));
+    c.fans = namesOf(FanNames);
     c.swing = true;
     return c;
 }
@@ -107,6 +105,6 @@ std::optional<ClimateHeard> decode(const IrTiming& t) {
 
 } // namespace
 
-const Codec Gree{caps, encode, decode};
+const Codec Gree{builtOnce<caps>, encode, decode};
 
 } // namespace climate

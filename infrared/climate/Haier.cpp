@@ -27,12 +27,10 @@ ClimateCaps caps() {
     ClimateCaps c;
     c.family = u"haier"_s;
     c.title = u"Haier YR-W02 (112-bit)"_s;
-    c.modes = {ClimateMode::Auto, ClimateMode::Cool, ClimateMode::Heat, ClimateMode::Dry,
-               ClimateMode::Fan};
+    c.modes = allModes();
     c.minTemp = 16;
     c.maxTemp = 30;
-    for (const char16_t* f : FanNames)
-        c.fans.append(QString::fromUtf16(f));
+    c.fans = namesOf(FanNames);
     c.swing = true;
     return c;
 }
@@ -89,6 +87,6 @@ std::optional<ClimateHeard> decode(const IrTiming& t) {
 
 } // namespace
 
-const Codec Haier{caps, encode, decode};
+const Codec Haier{builtOnce<caps>, encode, decode};
 
 } // namespace climate

@@ -36,16 +36,6 @@ ClimateCaps build() {
     return c;
 }
 
-// Built once: the decoder consults them on every frame.
-const ClimateCaps& known() {
-    static const ClimateCaps c = build();
-    return c;
-}
-
-ClimateCaps caps() {
-    return known();
-}
-
 uint8_t check(const Bytes& b) {
     return uint8_t(62 - sumBytes(std::span(b).first(Length - 1)));
 }
@@ -92,11 +82,11 @@ std::optional<ClimateHeard> decode(const IrTiming& t) {
     s.temperature = b[11] >> 1;
     s.fan = *fan;
     s.swing = b[14] & SwingV;
-    return heardOf(known(), s);
+    return heardOf(builtOnce<build>(), s);
 }
 
 } // namespace
 
-const Codec Hitachi{caps, encode, decode};
+const Codec Hitachi{builtOnce<build>, encode, decode};
 
 } // namespace climate

@@ -32,12 +32,10 @@ ClimateCaps caps() {
     ClimateCaps c;
     c.family = u"lg"_s;
     c.title = u"LG (28-bit)"_s;
-    c.modes = {ClimateMode::Auto, ClimateMode::Cool, ClimateMode::Heat, ClimateMode::Dry,
-               ClimateMode::Fan};
+    c.modes = allModes();
     c.minTemp = 16;
     c.maxTemp = 30;
-    for (const char16_t* f : FanNames)
-        c.fans.append(QString::fromUtf16(f));
+    c.fans = namesOf(FanNames);
     return c;
 }
 
@@ -98,6 +96,6 @@ std::optional<ClimateHeard> decode(const IrTiming& t) {
 
 } // namespace
 
-const Codec Lg{caps, encode, decode};
+const Codec Lg{builtOnce<caps>, encode, decode};
 
 } // namespace climate

@@ -31,12 +31,10 @@ ClimateCaps caps() {
     ClimateCaps c;
     c.family = u"midea"_s;
     c.title = u"Midea (48-bit)"_s;
-    c.modes = {ClimateMode::Auto, ClimateMode::Cool, ClimateMode::Heat, ClimateMode::Dry,
-               ClimateMode::Fan};
+    c.modes = allModes();
     c.minTemp = 17;
     c.maxTemp = 30;
-    for (const char16_t* f : FanNames)
-        c.fans.append(QString::fromUtf16(f));
+    c.fans = namesOf(FanNames);
     c.noTemperature = {ClimateMode::Fan};
     return c;
 }
@@ -97,6 +95,6 @@ std::optional<ClimateHeard> decode(const IrTiming& t) {
 
 } // namespace
 
-const Codec Midea{caps, encode, decode};
+const Codec Midea{builtOnce<caps>, encode, decode};
 
 } // namespace climate

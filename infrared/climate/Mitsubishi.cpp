@@ -36,22 +36,13 @@ ClimateCaps build() {
     return c;
 }
 
-// Built once: the decoder consults them on every frame.
-const ClimateCaps& known() {
-    static const ClimateCaps c = build();
-    return c;
-}
-
-ClimateCaps caps() {
-    return known();
-}
-
 std::optional<IrTiming> encode(const ClimateState& s) {
     Bytes b(Length, 0);
     std::copy(std::begin(Header), std::end(Header), b.begin());
     b[5] = s.power ? 0x20 : 0;
     b[6] = uint8_t(modeCode(Modes, s.mode) << 3);
-    b[7] = known().usesTemperature(s.mode) ? uint8_t(std::lround(s.temperature) - 16) : IgnoredTemp;
+    b[7] = builtOnce<build>().usesTemperature(s.mode) ? uint8_t(std::lround(s.temperature) - 16)
+                                                      : IgnoredTemp;
     b[8] = 0x30 | (s.mode == ClimateMode::Cool ? 6 : s.mode == ClimateMode::Dry ? 2 : 0);
     b[9] = uint8_t(0x40 | (s.swing ? VaneSwing << 3 : 0) | fanCode(Fans, s.fan));
     b[17] = sumBytes(std::span(b).first(17));
@@ -83,11 +74,11 @@ std::optional<ClimateHeard> decode(const IrTiming& t) {
     s.temperature = 16 + (b[7] & 0xF);
     s.fan = *fan;
     s.swing = (b[9] >> 3 & 7) == VaneSwing;
-    return heardOf(known(), s);
+    return heardOf(builtOnce<build>(), s);
 }
 
 } // namespace
 
-const Codec Mitsubishi{caps, encode, decode};
+const Codec Mitsubishi{builtOnce<build>, encode, decode};
 
 } // namespace climate

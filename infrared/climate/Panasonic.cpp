@@ -40,16 +40,6 @@ ClimateCaps build() {
     return c;
 }
 
-// Built once: the decoder consults them on every frame.
-const ClimateCaps& known() {
-    static const ClimateCaps c = build();
-    return c;
-}
-
-ClimateCaps caps() {
-    return known();
-}
-
 const Section Sections[] = {{Bits, 64, 10000, false}, {Bits, 152, 40000, false}};
 
 std::optional<IrTiming> encode(const ClimateState& s) {
@@ -90,7 +80,7 @@ std::optional<ClimateHeard> decode(const IrTiming& t) {
     s.temperature = b[6] / 2.0;
     s.fan = b[13] & QuietFlag ? QStringLiteral("quiet") : *fan;
     s.swing = (b[8] & 0xF) == VaneSwing;
-    const ClimateCaps& c = known();
+    const ClimateCaps& c = builtOnce<build>();
     if (c.usesTemperature(s.mode) && (s.temperature < c.minTemp || s.temperature > c.maxTemp))
         return std::nullopt;
     return heardOf(c, s);
@@ -98,6 +88,6 @@ std::optional<ClimateHeard> decode(const IrTiming& t) {
 
 } // namespace
 
-const Codec Panasonic{caps, encode, decode};
+const Codec Panasonic{builtOnce<build>, encode, decode};
 
 } // namespace climate

@@ -49,12 +49,10 @@ ClimateCaps caps() {
     ClimateCaps c;
     c.family = u"samsung"_s;
     c.title = u"Samsung (14/21-byte)"_s;
-    c.modes = {ClimateMode::Auto, ClimateMode::Cool, ClimateMode::Heat, ClimateMode::Dry,
-               ClimateMode::Fan};
+    c.modes = allModes();
     c.minTemp = 16;
     c.maxTemp = 30;
-    for (const char16_t* f : FanNames)
-        c.fans.append(QString::fromUtf16(f));
+    c.fans = namesOf(FanNames);
     c.swing = true;
     return c;
 }
@@ -126,6 +124,6 @@ std::optional<ClimateHeard> decode(const IrTiming& t) {
 
 } // namespace
 
-const Codec Samsung{caps, encode, decode};
+const Codec Samsung{builtOnce<caps>, encode, decode};
 
 } // namespace climate

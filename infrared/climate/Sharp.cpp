@@ -35,8 +35,7 @@ ClimateCaps caps() {
     c.modes = {ClimateMode::Auto, ClimateMode::Cool, ClimateMode::Heat, ClimateMode::Dry};
     c.minTemp = 15;
     c.maxTemp = 30;
-    for (const char16_t* f : FanNames)
-        c.fans.append(QString::fromUtf16(f));
+    c.fans = namesOf(FanNames);
     // Auto and dry run at the unit's own temperature.
     c.noTemperature = {ClimateMode::Auto, ClimateMode::Dry};
     return c;
@@ -102,6 +101,6 @@ std::optional<ClimateHeard> decode(const IrTiming& t) {
 
 } // namespace
 
-const Codec Sharp{caps, encode, decode};
+const Codec Sharp{builtOnce<caps>, encode, decode};
 
 } // namespace climate

@@ -33,18 +33,8 @@ ClimateCaps build() {
     return c;
 }
 
-// Built once: the decoder consults them on every frame.
-const ClimateCaps& known() {
-    static const ClimateCaps c = build();
-    return c;
-}
-
-ClimateCaps caps() {
-    return known();
-}
-
 std::optional<IrTiming> encode(const ClimateState& s) {
-    const ClimateCaps& c = known();
+    const ClimateCaps& c = builtOnce<build>();
     const double t = c.usesTemperature(s.mode) ? s.temperature : c.minTemp;
     Bytes b = {0xF2, 0x0D, 0x03, 0xFC, 0x01, 0, 0, 0, 0};
     b[5] = uint8_t((std::lround(t) - 17) << 4);
@@ -90,11 +80,11 @@ std::optional<ClimateHeard> decode(const IrTiming& t) {
     s.mode = *mode;
     s.temperature = 17 + (b[5] >> 4);
     s.fan = *fan;
-    return heardOf(known(), s);
+    return heardOf(builtOnce<build>(), s);
 }
 
 } // namespace
 
-const Codec Toshiba{caps, encode, decode};
+const Codec Toshiba{builtOnce<build>, encode, decode};
 
 } // namespace climate
