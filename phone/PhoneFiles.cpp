@@ -31,6 +31,7 @@ std::vector<File> readFiles() {
         {u"index.html", "text/html; charset=utf-8"},
         {u"app.css", "text/css; charset=utf-8"},
         {u"app.js", "text/javascript; charset=utf-8"},
+        {u"scenes.js", "text/javascript; charset=utf-8"},
         {u"manifest.webmanifest", "application/manifest+json"},
         {u"icon-192.png", "image/png"},
         {u"icon-512.png", "image/png"},
