@@ -131,7 +131,7 @@
     ctx.setTitle(id ? scene.name : '新しいシーン', '#/scenes');
     const units = new Map(climates.map((u) => [u.id, u]));
     const steps = scene.steps.map((s) => ({ ...s, caps: units.get(s.climateId)?.caps }));
-    const list = el('ol', { class: 'list', 'aria-label': '手順' });
+    const list = el('ol', { 'aria-label': '手順', style: 'list-style:none;margin:0;padding:0;display:grid;gap:8px' });
     const empty = el('p', { class: 'muted' }, '手順がありません。下のボタンで追加してください。');
     const render = (focus) => {
       list.replaceChildren(...steps.map((s, i) => {
