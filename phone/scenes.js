@@ -1,0 +1,2 @@
+// The scenes view sets self.KestravaScenes here.
+'use strict';
