@@ -79,7 +79,9 @@ async function probe() {
 $('retry').addEventListener('click', probe);
 
 let toastTimer = 0;
+let toastAt = -1e9;
 function toast(text, error) {
+  toastAt = performance.now();
   const t = $('toast');
   t.textContent = text;
   t.className = error ? 'show err' : 'show';
@@ -87,10 +89,10 @@ function toast(text, error) {
   clearTimeout(toastTimer);
   toastTimer = setTimeout(() => { t.className = error ? 'err' : ''; }, error ? 6000 : 2500);
 }
-// A message for the view that the next route shows.
-let nextToast = '';
-const toastAfter = (text) => { nextToast = text; };
+// A message belongs to its view: a new view clears it, unless it was given
+// by the very act that moved here ("deleted", then the list).
 function clearToast() {
+  if (performance.now() - toastAt < 50) return;
   clearTimeout(toastTimer);
   $('toast').className = '';
   $('toast').textContent = '';
@@ -176,7 +178,7 @@ async function listView() {
 }
 
 const scenes = () => self.KestravaScenes;
-const ctx = { api, el, show, setTitle, toast, fail, openSheet, closeSheet, main, toastAfter };
+const ctx = { api, el, show, setTitle, toast, fail, openSheet, closeSheet, main };
 
 // Routes: #/ the list, #/r/ID a keypad, #/r/ID/edit its learning view, #/new a
 // new remote, #/res the reservations, #/scenes[/ID|/new] the scenes.
@@ -208,8 +210,6 @@ async function route() {
   $('toscenes').hidden = !scenes() || h.startsWith('scenes');
   main.dataset.shown = location.hash;
   main.setAttribute('aria-busy', 'false');
-  if (nextToast) toast(nextToast);
-  nextToast = '';
 }
 
 if (window.EventSource) new EventSource('../api/v1/events').addEventListener('climate', climateEvent);

@@ -59,9 +59,9 @@ function renderRemote(editing) {
     if (!key.learned) cls.push('unlearned');
     const b = el('button', {
       type: 'button', class: cls.join(' '), 'data-key': key.id,
-      'aria-label': key.learned ? key.name : `キー${keyNumber(key)}（${key.name ? key.name + '・' : ''}未学習）`,
+      'aria-label': key.learned ? key.name : `キー${keyNumber(key)}（${key.name || at.hint ? (key.name || at.hint) + '・' : ''}未学習）`,
       style: `grid-column:${at.col + 1};grid-row-start:${at.row + 1}`,
-    }, key.name ? el('span', {}, key.name) : el('span', { class: 'hint' }, String(keyNumber(key))));
+    }, key.name ? el('span', {}, key.name) : el('span', { class: 'hint' }, `${keyNumber(key)} ${at.hint}`.trim()));
     if (editing) b.addEventListener('click', () => keySheet(key));
     else holdable(b, key);
     pad.append(b);
@@ -94,19 +94,27 @@ async function press(key, button) {
 // holding, a held key is pressed once.
 function holdable(b, key) {
   let timer = 0;
-  let held = null; // the path of the hold under way
+  let held = false; // a hold's start is sent and not yet answered
+  let released = false;
   let swallowClick = false;
   const path = `remotes/${current.id}/keys/${key.id}/hold`;
+  // A stop can overtake its start on another connection: then it is said again.
+  const stop = async (tries) => {
+    try {
+      const r = await api('POST', path, { action: 'stop' });
+      if (!r.held && held && tries > 0) setTimeout(() => stop(tries - 1), 100);
+    } catch { /* the hold ends by itself at its limit */ }
+  };
   const release = () => {
     clearTimeout(timer);
     timer = 0;
-    if (!held) return;
-    held = null;
-    api('POST', path, { action: 'stop' }).catch(() => {});
+    if (held && !released) stop(5);
+    released = true;
   };
   const start = async () => {
     timer = 0;
-    held = path;
+    held = true;
+    released = false;
     swallowClick = true;
     b.setAttribute('aria-pressed', 'true');
     b.classList.add('held');
@@ -117,7 +125,7 @@ function holdable(b, key) {
       if (e.status === 404 || e.status === 405) await press(key, b);
       else fail(e);
     } finally {
-      held = null;
+      held = false;
       b.removeAttribute('aria-pressed');
       b.classList.remove('held');
     }
@@ -256,7 +264,7 @@ async function deleteRemote() {
   if (!confirm(`リモコン「${current.name}」とその学習したキーをすべて削除しますか？`)) return;
   try {
     await api('DELETE', `remotes/${current.id}`);
-    toastAfter('リモコンを削除しました');
+    toast('リモコンを削除しました');
     location.replace('#/');
   } catch (e) {
     fail(e);
@@ -278,7 +286,7 @@ function newView() {
       const r = await api('POST', 'remotes', {
         name: form.elements.name.value.trim(), design: Number(form.elements.design.value),
       });
-      toastAfter('リモコンを作りました。キーを押して学習させてください。');
+      toast('リモコンを作りました。キーを押して学習させてください。');
       location.replace(`#/r/${r.id}/edit`);
     });
   });
