@@ -65,8 +65,9 @@ QByteArray AllowedMethods(Endpoint endpoint) {
         return "GET, PATCH, DELETE";
     case Endpoint::Reservation:
         return "PATCH, DELETE";
-    case Endpoint::KeyPress:
     case Endpoint::KeyLearn:
+        return "POST, DELETE";
+    case Endpoint::KeyPress:
     case Endpoint::PressByName:
     case Endpoint::Transmit:
         return "POST";

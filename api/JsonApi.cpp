@@ -171,7 +171,7 @@ void JsonApi::dispatch(const Api::Call& c, const FrontRequest& request, const Re
     case E::Transmit:
         return transmit(c, r);
     case E::KeyLearn:
-        return learn(c, r);
+        return m == "DELETE" ? cancelLearn(c, r) : learn(c, r);
     case E::KeyCode:
         return importCode(c, r);
     case E::Reservations:
@@ -207,6 +207,7 @@ void JsonApi::status(const Reply& r) {
     QJsonObject transceiver{{u"kind"_s, kind}, {u"path"_s, path}, {u"state"_s, state}};
     if (!device_.Problem().isEmpty())
         transceiver[u"problem"_s] = device_.Problem();
+    transceiver[u"captureMs"_s] = device_.captureTimeoutMs;
     const QString global = globalAddress_ ? globalAddress_() : QString();
     const QString next = scheduler_.GetNextReserve();
     r.json(200,
@@ -675,12 +676,17 @@ void JsonApi::learn(const Api::Call& c, const Reply& r) {
     }
     // The capture waits as the wizard's does, nested, at most its time-out.
     capturing_ = true;
+    learning_ = {c.remote, c.key};
+    learnCancelled_ = false;
     device_.timDeactivate.stop();
     const bool got = device_.CaptureTira();
     capturing_ = false;
+    learning_ = {};
     if (!got) {
         device_.CancelCaptureTira();
         device_.ClearAll();
+        if (learnCancelled_)
+            return r.error(409, "cancelled", u"学習を取り消しました。"_s);
         return r.error(408, "capture_timeout", u"信号を受信できませんでした。"_s);
     }
     SignalImage image = device_.SignalBuf;
@@ -700,6 +706,15 @@ void JsonApi::learn(const Api::Call& c, const Reply& r) {
     Publish("learned", {{u"remote"_s, now.device}, {u"key"_s, t.name}});
     Q_UNUSED(code);
     r.json(200, keyJson(now.device, c.key, t.name));
+}
+
+// Ends the capture a learn of this key waits on; that learn then answers 409.
+void JsonApi::cancelLearn(const Api::Call& c, const Reply& r) {
+    if (learning_ != std::pair{c.remote, c.key} || device_.CaptureWaiting != 1)
+        return r.error(409, "not_learning", u"このキーは信号を待っていません。"_s);
+    learnCancelled_ = true;
+    device_.CancelCaptureTira();
+    r.json(200, {{u"cancelled"_s, true}});
 }
 
 void JsonApi::importCode(const Api::Call& c, const Reply& r) {

@@ -13,6 +13,7 @@
 
 #include <functional>
 #include <optional>
+#include <utility>
 #include <vector>
 
 class Clock;
@@ -96,6 +97,7 @@ private:
     void pressByName(const Api::Call& c, const Reply& r);
     void transmit(const Api::Call& c, const Reply& r);
     void learn(const Api::Call& c, const Reply& r);
+    void cancelLearn(const Api::Call& c, const Reply& r);
     void importCode(const Api::Call& c, const Reply& r);
     void reservations(const Reply& r);
     void addReservation(const Api::Call& c, const Reply& r);
@@ -124,6 +126,8 @@ private:
     QByteArray remotesStamp_;
     quint64 generation_ = 0;
     bool capturing_ = false;
+    std::pair<int, int> learning_; // remote and key whose capture runs
+    bool learnCancelled_ = false;
     std::vector<FrontReply> listeners_;
     QTimer ping_; // keeps streams alive through proxies, and finds closed ones
 };

@@ -71,9 +71,9 @@ install_missing() {
         apt-get install -y -qq --no-install-recommends "${missing[@]}"
 }
 
-# Playwright for the browser tests, pinned by tests/e2e/package-lock.json.
+# Playwright and axe-core for the browser tests, pinned by tests/e2e/package-lock.json.
 e2e_modules() {
-    [ -d tests/e2e/node_modules/playwright-core ] ||
+    [ -d tests/e2e/node_modules/playwright-core ] && [ -d tests/e2e/node_modules/axe-core ] ||
         npm ci --prefix tests/e2e --no-audit --no-fund --loglevel=error
 }
 

@@ -17,6 +17,7 @@
 #include "webserver/WebServer.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -325,6 +326,27 @@ TEST(Api, LearnsARemoteWithoutADesktop) {
     a.device.DeActivateTira();
     a.device.Unload();
     EXPECT_EQ(Served::status(a.call("POST", base + "/keys/1/learn", R"({"name":"b"})")), 408);
+    EXPECT_EQ(a.t.settings.ReadIni(RemoteSection(id), ButtonKey(1)), u"");
+
+    // A waiting learn cancelled: it answers 409 at once, nothing stored; none left to cancel.
+    a.device.captureTimeoutMs = 5000;
+    const QByteArray body = R"({"name":"b"})";
+    RawConnection waiting(a.server.WebPort());
+    waiting.send("POST " + base +
+                 "/keys/1/learn HTTP/1.1\r\nHost: h\r\nContent-Type: "
+                 "application/json\r\nContent-Length: " +
+                 QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body);
+    int cancel = 0;
+    QTimer::singleShot(100,
+                       [&] { cancel = Served::status(a.call("DELETE", base + "/keys/1/learn")); });
+    QElapsedTimer clock;
+    clock.start();
+    r = waiting.readAll(5000);
+    EXPECT_EQ(cancel, 200);
+    EXPECT_EQ(Served::status(r), 409) << r.toStdString();
+    EXPECT_EQ(Served::json(r)[u"error"_s], u"cancelled"_s);
+    EXPECT_LT(clock.elapsed(), 2000);
+    EXPECT_EQ(Served::status(a.call("DELETE", base + "/keys/1/learn")), 409);
     EXPECT_EQ(a.t.settings.ReadIni(RemoteSection(id), ButtonKey(1)), u"");
 
     // Import, rename, delete.
