@@ -35,9 +35,10 @@ try {
     // Each view, and what only a tap shows: a key's dialog, chosen weekdays.
     const views = [
         ['list', '#/'], ['keypad', '#/r/1'], ['learning', '#/r/1/edit'], ['new remote', '#/new'],
-        ['reservations', '#/res'], ['scenes', '#/scenes'],
+        ['reservations', '#/res'], ['scenes', '#/scenes'], ['new scene', '#/scenes/new'],
         ['key dialog', '#/r/1/edit', (p) => p.locator('.key:not(.unlearned)').first().tap()],
         ['weekdays', '#/res', (p) => p.selectOption('#add-repeat', 'days')],
+        ['scene step dialog', '#/scenes/new', (p) => p.locator('button', { hasText: 'エアコンを追加' }).tap()],
     ];
     for (const scheme of ['light', 'dark']) {
         await page.emulateMedia({ colorScheme: scheme });
