@@ -69,7 +69,7 @@ try {
     const bytes = await page.evaluate(() => performance.getEntriesByType('navigation')
         .concat(performance.getEntriesByType('resource')).reduce((n, e) => n + e.transferSize, 0));
     check((await page.locator('ul.list a').count()) === 6, 'the list shows the six remotes');
-    check(bytes > 0 && bytes < 60 * 1024, `the page and its data weigh ${bytes} bytes`);
+    check(bytes > 0 && bytes <= 40 * 1024, `the page and its data weigh ${bytes} bytes`);
     check(lists.length === 1 && lists[0].endsWith('?keys=none'), `the list asks for names, not keys (${lists})`);
     check(foreign.length === 0, `nothing is fetched from elsewhere (${foreign})`);
 
