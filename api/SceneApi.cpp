@@ -130,11 +130,13 @@ void SceneApi::run(int id, const FrontReply& r) {
     // The answer goes when the run has ended; a closed connection does not stop it.
     scenes_.run(
         id,
-        [r](const SceneOutcome& o) {
+        [this, self = QPointer<SceneApi>(this), id, r](const SceneOutcome& o) {
             if (o.done)
                 return json(r, 200, {{u"done"_s, true}});
+            // Refused before a step: removed while it waited, or too many waiting.
             if (!o.step)
-                return error(r, 503, "busy", o.why);
+                return self && !scenes_.scene(id) ? error(r, 404, "not_found", NoSceneText)
+                                                  : error(r, 503, "busy", o.why);
             json(r, 502,
                  {{u"error"_s, u"step_failed"_s}, {u"message"_s, o.why}, {u"step"_s, o.step}});
         },

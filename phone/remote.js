@@ -181,8 +181,14 @@ function keySheet(key) {
   const name = () => form.elements.name.value.trim();
   const learnPath = `remotes/${current.id}/keys/${key.id}/learn`;
   let learning = false;
-  const stopLearning = () => {
-    if (learning) api('DELETE', learnPath).catch(() => {});
+  // A cancel can overtake the learn it ends on another connection: then it is said again.
+  const stopLearning = async (tries = 5) => {
+    if (!learning) return;
+    try {
+      await api('DELETE', learnPath);
+    } catch (e) {
+      if (e.code === 'not_learning' && learning && tries > 0) setTimeout(() => stopLearning(tries - 1), 100);
+    }
   };
   // While the capture waits only キャンセル and 閉じる act; both end it on the server.
   const learn = async () => {
@@ -216,7 +222,7 @@ function keySheet(key) {
       controls.forEach((c) => { c.disabled = false; });
     }
   };
-  cancel.addEventListener('click', stopLearning);
+  cancel.addEventListener('click', () => stopLearning());
   form.addEventListener('submit', (ev) => {
     ev.preventDefault();
     learn();

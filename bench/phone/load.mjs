@@ -41,12 +41,12 @@ try {
         });
         await page.waitForLoadState('networkidle');
         // Headers and bodies of the page, its files and its first data.
-        const [transferred, list] = await page.evaluate(() => {
+        const [transferred, listSize] = await page.evaluate(() => {
             const all = performance.getEntriesByType('navigation').concat(performance.getEntriesByType('resource'));
             return [all.reduce((n, e) => n + e.transferSize, 0),
                 all.filter((e) => e.name.includes('/api/v1/remotes')).reduce((n, e) => n + e.transferSize, 0)];
         });
-        listBytes = Math.max(listBytes, list);
+        listBytes = Math.max(listBytes, listSize);
         dcl.push(t.dcl);
         list.push(t.shown);
         bytes = Math.max(bytes, transferred);
