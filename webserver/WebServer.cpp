@@ -529,6 +529,7 @@ void WebServer::answerFront(int index, const FrontRoute& route) {
         break;
     }
     slot.keepAfter = request.keepAlive;
+    slot.gzip = AcceptsGzip(request.header("accept-encoding"));
     const QHostAddress address = slot.peerAddress();
     bool isV4 = false;
     const quint32 v4 = address.toIPv4Address(&isV4);
