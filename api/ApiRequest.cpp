@@ -73,7 +73,12 @@ QByteArray AllowedMethods(Endpoint endpoint) {
     case Endpoint::Remotes:
     case Endpoint::Reservations:
     case Endpoint::Climates:
+    case Endpoint::Scenes:
         return "GET, POST";
+    case Endpoint::Scene:
+        return "GET, PUT, DELETE";
+    case Endpoint::SceneRun:
+        return "POST";
     case Endpoint::Climate:
         return "GET, DELETE";
     case Endpoint::ClimateState:
@@ -131,6 +136,13 @@ Refusal ParseCall(const QByteArray& method, const QString& path, const QByteArra
     else if ((n == 2 || (n == 3 && parts[2] == u"state")) && first == u"climates") {
         c.endpoint = n == 2 ? Endpoint::Climate : Endpoint::ClimateState;
         c.climate = parts[1];
+    } else if (n == 1 && first == u"scenes") {
+        c.endpoint = Endpoint::Scenes;
+    } else if (first == u"scenes" && (n == 2 || (n == 3 && parts[2] == u"run"))) {
+        c.scene = IdOf(parts[1]);
+        if (c.scene < 1 || c.scene > MaxSceneIdInPath)
+            return Refuse(404, "not_found", u"シーンが見つかりません（番号は 1～100）。"_s);
+        c.endpoint = n == 2 ? Endpoint::Scene : Endpoint::SceneRun;
     } else if (n == 2 && first == u"reservations") {
         c.endpoint = Endpoint::Reservation;
         c.reservation = parts[1];

@@ -29,6 +29,9 @@ enum class Endpoint {
     ClimateState,  // GET, PUT
     ClimateLearn,  // POST
     ClimateImport, // POST
+    Scenes,        // GET list, POST create
+    Scene,         // GET, PUT, DELETE
+    SceneRun,      // POST
 };
 
 struct Call {
@@ -38,6 +41,7 @@ struct Call {
     int key = -1;   // from the path; -1 when none
     QString reservation;
     QString climate;  // an air conditioner's id from the path
+    int scene = 0;    // a scene's id from the path; 0 when none
     QJsonObject body; // empty when none was sent
 };
 
@@ -52,6 +56,7 @@ struct Refusal {
 // Ids in a path: a remote is 1 to this, a key 0 to this (a design has fewer).
 constexpr int MaxRemoteIdInPath = 1000;
 constexpr int MaxKeyIdInPath = 999;
+constexpr int MaxSceneIdInPath = 100;
 
 // path is under /api/v1/ (without the query). Either call or refusal is set.
 Refusal ParseCall(const QByteArray& method, const QString& path, const QByteArray& body,

@@ -15,6 +15,7 @@
 #include "remotes/Press.h"
 #include "remotes/Registry.h"
 #include "reservations/ReserveStore.h"
+#include "reservations/SceneReserve.h"
 #include "reservations/Scheduler.h"
 
 #include <QDir>
@@ -185,6 +186,10 @@ void JsonApi::dispatch(const Api::Call& c, const FrontRequest& request, const Re
     case E::ClimateLearn:
     case E::ClimateImport:
         return climates ? climates(c, r.front) : r.notFound(u"そのような API はありません。"_s);
+    case E::Scenes:
+    case E::Scene:
+    case E::SceneRun:
+        return scenes ? scenes(c, r.front) : r.notFound(u"そのような API はありません。"_s);
     }
     Q_UNUSED(request);
 }
@@ -813,6 +818,8 @@ void JsonApi::reservations(const Reply& r) {
             o[u"keyId"_s] = keyId;
             const QString unit = climateOf ? climateOf(op.device, op.function) : QString();
             o[u"climate"_s] = unit.isEmpty() ? QJsonValue() : QJsonValue(unit);
+            const int scene = sceneOf ? sceneOf(op.device, op.function) : 0;
+            o[u"sceneId"_s] = scene ? QJsonValue(scene) : QJsonValue();
             list.append(o);
         }
     }
@@ -901,7 +908,15 @@ void JsonApi::addReservation(const Api::Call& c, const Reply& r) {
     // The remote and key by id or by name.
     QString device, function, note, unit;
     int slot = b.value(u"remoteId"_s).toInt(0);
-    if (b.contains(u"climateId"_s)) {
+    int scene = 0;
+    if (b.contains(u"sceneId"_s)) {
+        // A scene: its line is the scene's name under one device name.
+        scene = b.value(u"sceneId"_s).toInt(0);
+        function = sceneName ? sceneName(scene) : QString();
+        if (function.isEmpty())
+            return r.notFound(u"シーンが見つかりません。"_s);
+        device = Reserve::SceneDevice;
+    } else if (b.contains(u"climateId"_s)) {
         // An air conditioner's state: its line is the unit's name and the state.
         int status = 404;
         QString why = u"エアコンが見つかりません。"_s;
@@ -929,11 +944,12 @@ void JsonApi::addReservation(const Api::Call& c, const Reply& r) {
     } else {
         return r.bad(u"remote（名前）か remoteId を入れてください。"_s);
     }
-    if (unit.isEmpty())
+    const bool lineMade = !unit.isEmpty() || scene;
+    if (!lineMade)
         device = settings_.Read(Key::RemoteName(slot));
     const std::vector<QString> buttons =
-        unit.isEmpty() ? ReadRemoteButtons(settings_, slot) : std::vector<QString>{};
-    if (!unit.isEmpty()) {
+        lineMade ? std::vector<QString>{} : ReadRemoteButtons(settings_, slot);
+    if (lineMade) {
         // The line is made already.
     } else if (b.contains(u"keyId"_s)) {
         const int k = b.value(u"keyId"_s).toInt(-1);
@@ -970,8 +986,10 @@ void JsonApi::addReservation(const Api::Call& c, const Reply& r) {
                      {u"time"_s, Reserve::TimeText(name)},
                      {u"repeat"_s, RepeatOf(name)},
                      {u"remote"_s, device},
-                     {u"remoteId"_s, unit.isEmpty() ? QJsonValue(slot) : QJsonValue()},
+                     {u"remoteId"_s, lineMade ? QJsonValue() : QJsonValue(slot)},
                      {u"key"_s, function}};
+    if (scene)
+        made[u"sceneId"_s] = scene;
     if (!unit.isEmpty()) {
         made[u"climate"_s] = unit;
         made[u"message"_s] = note;

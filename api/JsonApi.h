@@ -52,6 +52,11 @@ public:
         climateLine;
     std::function<QString(const QString& device, const QString& function)> climateOf;
 
+    // Reservations of a scene: the name of scene id ("" when none), and the
+    // scene a line names (0 when none).
+    std::function<QString(int id)> sceneName;
+    std::function<int(const QString& device, const QString& function)> sceneOf;
+
     // Event streams open now.
     int Listeners() const { return int(listeners_.size()); }
 
@@ -67,6 +72,8 @@ public:
 
     // The calls under /api/v1/climates; 404 without it.
     std::function<void(const Api::Call&, const FrontReply&)> climates;
+    // The calls under /api/v1/scenes; 404 without it.
+    std::function<void(const Api::Call&, const FrontReply&)> scenes;
 
     // Longest repeat of one press.
     static constexpr int MaxRepeat = 20;

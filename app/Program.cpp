@@ -16,6 +16,7 @@
 #include "remotes/Registry.h"
 #include "remotes/RemoteLauncher.h"
 #include "reservations/ClimateReserve.h"
+#include "reservations/SceneReserve.h"
 #include "setup/PortChoice.h"
 #include "setup/SetupLauncher.h"
 #include "webpages/MenuPages.h"
@@ -52,13 +53,16 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
       internet(settings_, dnsService, addressWatch, portMapping),
       power(settings_, prompt_, scheduler), device(folder_, settings_, prompt_),
       listener(folder_, settings_, device), climates(folder_, settings_, device),
-      camera(folder_, settings_, prompt_),
+      scenes(folder_, settings_, device, climates), camera(folder_, settings_, prompt_),
       webServer(folder_, settings_, clock_, prompt_, dispatcher),
       certificates(folder_, settings_, clock_),
       api({folder_, settings_, clock_, device, scheduler, webServer,
            [this] { return addressWatch.GlobalAddr(); }}),
       climateApi(
           folder_, climates, device,
+          [this](const QByteArray& name, const QJsonObject& data) { api.Publish(name, data); }),
+      sceneApi(
+          scenes, settings_, climates,
           [this](const QByteArray& name, const QJsonObject& data) { api.Publish(name, data); }),
       mqtt(folder_, settings_, device), lircd(folder_, settings_, device) {
     addressMail.setPrompt(&prompt);
@@ -88,6 +92,25 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
         }
         return false;
     };
+    // A reserved scene: its line names the scene.
+    scheduler.sendScene = [this](const QString& name) {
+        const auto scene = scenes.sceneNamed(name);
+        if (scene)
+            scenes.run(
+                scene->id, [](const SceneOutcome&) {}, u"reservation"_s);
+        return scene.has_value();
+    };
+    api.sceneName = [this](int id) {
+        const auto scene = scenes.scene(id);
+        return scene ? scene->name : QString();
+    };
+    api.sceneOf = [this](const QString& d, const QString& f) {
+        const auto scene = d == Reserve::SceneDevice ? scenes.sceneNamed(f) : std::nullopt;
+        return scene ? scene->id : 0;
+    };
+    api.scenes = [this](const Api::Call& call, const FrontReply& reply) {
+        sceneApi.Handle(call, reply);
+    };
     api.climateLine = [this](const QString& id, const QJsonObject& wanted, int* status,
                              QString* why) -> std::optional<Reserve::ClimateLine> {
         const auto unit = climates.unit(id);
@@ -107,6 +130,7 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
         return QString();
     };
     mqtt.SetClimates(&climates);
+    mqtt.SetScenes(&scenes);
     mqtt.canListen = [this] { return listener.canListen(); };
     mqtt.listening = [this] { return listener.listening(); };
     mqtt.webPort = [this] { return webServer.WebPort(); };
@@ -116,6 +140,7 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
     connect(&listener, &IrListener::frameHeard, &climates,
             [this](const IrTiming& timing) { climates.heard(timing); });
     lircd.SetClimates(&climates);
+    lircd.SetScenes(&scenes);
     connect(&climates, &ClimateUnits::unitsChanged, this, [this] {
         if (!events.isClosing())
             updateListening();

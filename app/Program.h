@@ -2,6 +2,7 @@
 
 #include "api/ClimateApi.h"
 #include "api/JsonApi.h"
+#include "api/SceneApi.h"
 #include "camera/Camera.h"
 #include "climate/ClimateUnits.h"
 #include "core/ProgramEvents.h"
@@ -17,6 +18,7 @@
 #include "remotes/IrListener.h"
 #include "reservations/ReserveStore.h"
 #include "reservations/Scheduler.h"
+#include "scenes/Scenes.h"
 #include "tls/Certificates.h"
 #include "webserver/Dispatcher.h"
 #include "webserver/WebServer.h"
@@ -94,6 +96,8 @@ public:
     IrListener listener;
     // The air conditioners, driven by state; the real remote's frames update them.
     ClimateUnits climates;
+    // Named sequences of keys, air conditioner states and waits; one run at a time.
+    Scenes scenes;
     // The pages, classic and phone, with what they reach.
     Dispatcher dispatcher;
     // Streams while TakePic is on, from the start on.
@@ -107,6 +111,8 @@ public:
     JsonApi api;
     // Its air conditioners' calls.
     ClimateApi climateApi;
+    // Its scenes' calls.
+    SceneApi sceneApi;
     // Home automation over MQTT, when a broker is set.
     Mqtt mqtt;
     // lircd's socket for LIRC's clients, when [Lircd] names a path or port.

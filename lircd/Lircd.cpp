@@ -8,6 +8,7 @@
 #include "infrared/SignalStore.h"
 #include "infrared/Transceiver.h"
 #include "remotes/Registry.h"
+#include "scenes/Scenes.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -234,6 +235,8 @@ void Lircd::handle(Client& client, const QByteArray& line) {
             return answer(io, LircdError(line, "an air conditioner's keys are sent once"));
         return sendClimate(client, line, *r.remote, *r.key);
     }
+    if (r.remote && r.remote->scenes && r.kind != LircdRequest::Kind::Reply)
+        return runScene(client, line, r);
     switch (r.kind) {
     case LircdRequest::Kind::Reply:
         return answer(io, r.reply);
@@ -328,6 +331,41 @@ void Lircd::sendClimate(Client& client, const QByteArray& line, const LircdRemot
             }
         },
         {u"lircd"_s, {}, {}});
+}
+
+// A scene runs whole, once, behind any scene running; the answer comes when it has ended.
+void Lircd::runScene(Client& client, const QByteArray& line, const LircdRequest& r) {
+    if (r.kind != LircdRequest::Kind::SendOnce)
+        return answer(client.io, LircdError(line, "a scene is run once"));
+    const auto scene = scenes_ ? scenes_->scene(int(r.key->code)) : std::nullopt;
+    if (!scene)
+        return answer(client.io,
+                      LircdError(line, "unknown command: \"" + LircdName(r.key->name) + '"'));
+    QPointer<QIODevice> io = client.io;
+    client.waiting = true;
+    QPointer<Lircd> self(this);
+    scenes_->run(
+        scene->id,
+        [self, io, line](const SceneOutcome& o) {
+            if (!self)
+                return;
+            // One line of data: a reason that spans lines is joined.
+            self->answer(io, o.done ? LircdSuccess(line)
+                                    : LircdError(line, o.why.simplified().toUtf8()));
+            if (Client* c = io ? self->clientOf(io) : nullptr) {
+                c->waiting = false;
+                QMetaObject::invokeMethod(
+                    self.data(), [self, io] { self&& io ? self->readable(io) : void(); },
+                    Qt::QueuedConnection);
+            }
+        },
+        u"lircd"_s);
+}
+
+void Lircd::SetScenes(Scenes* scenes) {
+    scenes_ = scenes;
+    if (scenes)
+        connect(scenes, &Scenes::scenesChanged, this, [this] { catalogStamp_.clear(); });
 }
 
 void Lircd::SetClimates(ClimateUnits* units) {
@@ -464,5 +502,11 @@ const LircdCatalog& Lircd::catalog() {
             }
             catalog_.push_back(std::move(remote));
         }
+    if (scenes_ && !scenes_->scenes().empty()) {
+        LircdRemote remote{QString::fromLatin1(ScenesRemote), {}, {}, true};
+        for (const Scene& scene : scenes_->scenes())
+            remote.keys.push_back({scene.name, quint64(scene.id)});
+        catalog_.push_back(std::move(remote));
+    }
     return catalog_;
 }

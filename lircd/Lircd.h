@@ -17,6 +17,7 @@
 #include <vector>
 
 class ClimateUnits;
+class Scenes;
 class ProgramFolder;
 class QHostAddress;
 class QIODevice;
@@ -50,6 +51,11 @@ public:
     // Each air conditioner is a remote named by its id, its keys states
     // ("off", "cool_26_auto"); set before Start.
     void SetClimates(ClimateUnits* units);
+
+    // The scenes are one remote, "scenes", a key each by its name; SEND_ONCE
+    // runs it. Set before Start.
+    void SetScenes(Scenes* scenes);
+    static constexpr const char* ScenesRemote = "scenes";
 
     // A learned key heard, its repeats counted from 0.
     void KeyHeard(const IrCode& code, int repeat, const QString& remote, const QString& key);
@@ -91,6 +97,7 @@ private:
     bool openSocket(const QString& path);
     void sendClimate(Client& client, const QByteArray& line, const LircdRemote& remote,
                      const LircdKey& key);
+    void runScene(Client& client, const QByteArray& line, const LircdRequest& request);
 
     const ProgramFolder& folder_;
     SettingsStore& settings_;
@@ -104,6 +111,7 @@ private:
     QByteArray catalogStamp_;
     SignalCodeCache codes_;
     ClimateUnits* climates_ = nullptr;
+    Scenes* scenes_ = nullptr;
 };
 
 // The keys an air conditioner shows on the socket: "off", then

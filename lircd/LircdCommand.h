@@ -22,6 +22,7 @@ struct LircdRemote {
     QString name;
     std::vector<LircdKey> keys; // learned ones only
     QString climate = {};       // an air conditioner's id: its keys are states
+    bool scenes = false;        // the scenes: its keys are their names, codes their ids
 };
 using LircdCatalog = std::vector<LircdRemote>;
 

@@ -69,8 +69,12 @@ QByteArray Json(const QJsonObject& o) {
 }
 } // namespace
 
+QString SceneCommandTopic(const QString& topic, int scene) {
+    return u"%1/scene/%2/run"_s.arg(topic).arg(scene);
+}
+
 Configs Build(const Hub& hub, const std::vector<Remote>& remotes,
-              const std::vector<Climate>& climates) {
+              const std::vector<Climate>& climates, const std::vector<SceneEntry>& scenes) {
     Configs out;
     const QString node = u"kestrava_"_s + hub.nodeId;
     const QString availability = hub.topic + u"/status"_s;
@@ -206,6 +210,14 @@ Configs Build(const Hub& hub, const std::vector<Remote>& remotes,
             o[u"swing_modes"_s] = QJsonArray{u"on"_s, u"off"_s};
         }
         add("climate", c.id, o);
+    }
+    // The id, not the name, makes the entity: a scene renamed keeps it.
+    for (const SceneEntry& sc : scenes) {
+        const QString object = u"s"_s + QString::number(sc.id);
+        QJsonObject o = hubEntity(object, sc.name);
+        o[u"command_topic"_s] = SceneCommandTopic(hub.topic, sc.id);
+        o[u"payload_on"_s] = u"ON"_s;
+        add("scene", object, o);
     }
     return out;
 }

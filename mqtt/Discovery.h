@@ -34,6 +34,11 @@ struct Climate {
     QString name;
     ClimateCaps caps;
 };
+// A scene: a scene entity of the hub, run by its command topic.
+struct SceneEntry {
+    int id = 0;
+    QString name;
+};
 struct Hub {
     QString nodeId;
     QString topic;  // our base topic
@@ -45,7 +50,8 @@ struct Hub {
 // Retained config payloads by topic.
 using Configs = std::map<QString, QByteArray>;
 Configs Build(const Hub& hub, const std::vector<Remote>& remotes,
-              const std::vector<Climate>& climates = {});
+              const std::vector<Climate>& climates = {},
+              const std::vector<SceneEntry>& scenes = {});
 
 // Where our commands and states live under the base topic.
 QString ButtonCommandTopic(const QString& topic, int slot, int button);
@@ -63,6 +69,9 @@ QString TriggerSubtype(int button);
 QString ClimateStateTopic(const QString& topic, const QString& unit);
 QString ClimateCommandTopic(const QString& topic, const QString& unit, const QString& field);
 QByteArray ClimateStatePayload(const ClimateState& state);
+
+// A scene's command topic <Topic>/scene/<id>/run ("ON").
+QString SceneCommandTopic(const QString& topic, int scene);
 
 // The hub's diagnostic states, retained: ON/OFF, and a sensor's text state with
 // its JSON attributes on <state topic>/attributes.

@@ -10,6 +10,7 @@
 #include "mqtt/MqttCommands.h"
 #include "remotes/Press.h"
 #include "remotes/Registry.h"
+#include "scenes/Scenes.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -161,6 +162,7 @@ void Mqtt::connected(bool on) {
     connection_.Subscribe(t + u"/key/+/+/press"_s);
     connection_.Subscribe(Discovery::EmitterTopic(t));
     connection_.Subscribe(t + u"/climate/+/+/set"_s);
+    connection_.Subscribe(t + u"/scene/+/run"_s);
     PublishHubStates();
     if (config_.discovery) {
         // Configs left from keys deleted while we were away come back retained.
@@ -217,11 +219,15 @@ void Mqtt::syncDiscovery(bool all) {
     if (climates_)
         for (const ClimateUnit& u : climates_->units())
             climates.push_back({u.id, u.name, u.caps});
+    std::vector<Discovery::SceneEntry> scenes;
+    if (scenes_)
+        for (const Scene& s : scenes_->scenes())
+            scenes.push_back({s.id, s.name});
     Discovery::Configs next;
     if (config_.discovery)
         next = Discovery::Build({config_.nodeId, config_.topic, config_.discoveryPrefix,
                                  canListen && canListen(), pageUrl()},
-                                remotes, climates);
+                                remotes, climates, scenes);
     int sent = 0, cleared = 0;
     for (const auto& [topic, payload] : published_)
         if (!next.contains(topic)) {
@@ -256,6 +262,25 @@ void Mqtt::SetClimates(ClimateUnits* units) {
     connect(units, &ClimateUnits::unitsChanged, this, [this] { syncDiscovery(false); });
     connect(units, &ClimateUnits::stateChanged, this,
             [this](const QString& id) { publishClimate(id); });
+}
+
+void Mqtt::SetScenes(Scenes* scenes) {
+    scenes_ = scenes;
+    connect(scenes, &Scenes::scenesChanged, this, [this] { syncDiscovery(false); });
+}
+
+void Mqtt::runScene(int id, const QByteArray& payload, const QString& relative) {
+    if (!scenes_ || !scenes_->scene(id))
+        return refused(relative, "not_found", u"no scene %1"_s.arg(id));
+    if (payload != "ON" && payload != "PRESS")
+        return refused(relative, "bad_request", u"the payload must be ON"_s);
+    scenes_->run(
+        id,
+        [this, self = QPointer<Mqtt>(this), relative](const SceneOutcome& outcome) {
+            if (self && !outcome.done)
+                refused(relative, "not_sent", outcome.why);
+        },
+        u"mqtt"_s);
 }
 
 void Mqtt::publishClimate(const QString& id) {
@@ -331,6 +356,8 @@ void Mqtt::message(const QString& topic, const QByteArray& payload, bool retaine
         return emitTimings(payload, relative);
     if (const auto climate = MqttCommand::ParseClimateTopic(relative, &why))
         return climateCommand(*climate, payload, relative);
+    if (const auto scene = MqttCommand::ParseSceneTopic(relative, &why))
+        return runScene(*scene, payload, relative);
     if (!why.isEmpty())
         return refused(relative, "bad_request", why);
     const auto key = MqttCommand::ParseKeyTopic(relative, &why);

@@ -18,6 +18,7 @@
 #include <functional>
 
 class ClimateUnits;
+class Scenes;
 class ProgramFolder;
 class SettingsStore;
 class Transceiver;
@@ -66,6 +67,9 @@ public:
     // through them.
     void SetClimates(ClimateUnits* units);
 
+    // The scenes: a scene entity each, run by its command topic.
+    void SetScenes(Scenes* scenes);
+
     MqttConnection& connection() { return connection_; }
 
 signals:
@@ -80,6 +84,7 @@ private:
     void climateCommand(const MqttCommand::ClimateRef& ref, const QByteArray& payload,
                         const QString& relative);
     void publishClimate(const QString& id);
+    void runScene(int id, const QByteArray& payload, const QString& relative);
     void emitTimings(const QByteArray& payload, const QString& relative);
     void publishEvent(const QString& name, const QJsonObject& data, bool retain = false);
     // The hub's sensors: a state and its JSON attributes, retained.
@@ -108,5 +113,6 @@ private:
     QString heardState_;
     ClimateUnits* climates_ = nullptr;
     QStringList climateIds_; // whose states are published
+    Scenes* scenes_ = nullptr;
     QJsonObject heardAttributes_;
 };

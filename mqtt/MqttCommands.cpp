@@ -109,6 +109,20 @@ std::optional<ClimateRef> ParseClimateTopic(QStringView relative, QString* why) 
     return ClimateRef{parts[1].toString(), parts[2].toString()};
 }
 
+std::optional<int> ParseSceneTopic(QStringView relative, QString* why) {
+    if (!relative.startsWith(u"scene/"))
+        return {};
+    const auto parts = relative.split(u'/');
+    const QStringView id = parts.size() == 3 ? parts[1] : QStringView();
+    const bool digits = !id.isEmpty() && id.size() <= 3 && id[0] != u'0' &&
+                        std::all_of(id.begin(), id.end(), [](QChar c) { return c.isDigit(); });
+    if (!digits || parts[2] != u"run" || id.toInt() > 100) {
+        *why = u"a scene's command topic is scene/<1-100>/run"_s;
+        return {};
+    }
+    return id.toInt();
+}
+
 std::optional<ClimateState> ApplyClimateCommand(const QString& field, QByteArrayView payload,
                                                 ClimateState base, QString* why) {
     const QString text =

@@ -54,4 +54,8 @@ std::optional<ClimateRef> ParseClimateTopic(QStringView relative, QString* why);
 std::optional<ClimateState> ApplyClimateCommand(const QString& field, QByteArrayView payload,
                                                 ClimateState base, QString* why);
 
+// A scene's command topic scene/<id>/run, id 1 to 100. Refused with why
+// under scene/; any other topic is not a scene's (why stays empty).
+std::optional<int> ParseSceneTopic(QStringView relative, QString* why);
+
 } // namespace MqttCommand

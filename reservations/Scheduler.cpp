@@ -6,6 +6,7 @@
 #include "infrared/SignalStore.h"
 #include "remotes/Registry.h"
 #include "reservations/ReserveStore.h"
+#include "reservations/SceneReserve.h"
 
 #include <QEventLoop>
 #include <QFileInfo>
@@ -115,8 +116,12 @@ void Scheduler::FireReservation(const QString& device, const QString& function) 
         return;
     const QString path = SignalFilePath(folder_, device, function);
     if (!QFileInfo::exists(path)) {
-        if (sendClimate && sendClimate(device, function))
+        const bool scene = device == Reserve::SceneDevice && sendScene && sendScene(function);
+        if (scene || (sendClimate && sendClimate(device, function)))
             pause();
+        else
+            qCWarning(lcScheduler).noquote()
+                << "reservation" << device + u'|' + function << "names nothing to send";
         return;
     }
     if (!send || !send(path))

@@ -45,6 +45,8 @@ public:
     // Sends a line that names no signal file when it is an air conditioner's
     // state; false when it is none.
     std::function<bool(const QString& device, const QString& function)> sendClimate;
+    // Runs the scene a line names ("シーン|<name>"); false when there is none.
+    std::function<bool(const QString& name)> sendScene;
     // Called after a scan that fired when PowerControl is on and nothing is due
     // within 5 minutes.
     std::function<void()> hibernate;

@@ -2,6 +2,7 @@
 
 #include "infrared/Climate.h"
 
+#include <QJsonObject>
 #include <QObject>
 #include <QString>
 
@@ -39,6 +40,15 @@ struct SceneOutcome {
     QString why;
 };
 
+// A scene as JSON, the file's form and the API's: {"name", "steps": [{"type":
+// "key", "remote", "key", "repeat"}, {"type": "climate", "climateId", "state"},
+// {"type": "wait", "ms"}]}. withId adds "id".
+QJsonObject SceneJson(const Scene& scene, bool withId = true);
+// A scene read from JSON strictly: a field it does not know, a wrong type or a
+// number out of range refuses it, why naming the field ("steps[2].ms"). "id"
+// and the names answers carry (remoteName, keyName, climateName) are passed over.
+std::optional<Scene> SceneFromJson(const QJsonObject& json, QString* why = nullptr);
+
 // Named sequences of steps, kept in the program folder. A run sends its steps
 // through the one transceiver queue in order, waits where told, and stops at
 // the first step that fails; a run asked for while another goes waits behind it.
@@ -64,12 +74,21 @@ public:
     void run(int id, std::function<void(const SceneOutcome&)> done, const QString& source = {});
     // Runs going or waiting.
     int pending() const;
+    // Whether changes are refused because the file could not be read.
+    bool readOnly() const;
+    // "テレビ 電源", "寝室 冷房 26℃ 自動", "1.5 秒待つ": a step as people read it.
+    QString stepText(const SceneStep& step) const;
 
     static constexpr int MaxScenes = 100;
     static constexpr int MaxSteps = 50;
     static constexpr int MaxNameLength = 40;
     static constexpr int MinWaitMs = 100;
     static constexpr int MaxWaitMs = 30000;
+    static constexpr int MaxRepeat = 20;
+    // Runs waiting at most; a run past it is refused.
+    static constexpr int MaxPending = 100;
+    // The file's size at most.
+    static constexpr qsizetype MaxFileBytes = 1024 * 1024;
 
 signals:
     void scenesChanged();

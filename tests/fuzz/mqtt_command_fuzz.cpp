@@ -1,5 +1,5 @@
 // A message on one of our MQTT command topics: the topic after the base and
-// the payload, as the press, button, emitter and climate commands read them.
+// the payload, as the press, button, emitter, climate and scene commands read them.
 #include "mqtt/MqttCommands.h"
 #include "mqtt/MqttConfig.h"
 #include "remotes/Registry.h"
@@ -25,6 +25,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             abort();
         MqttCommand::ApplyClimateCommand(c->field, payload, ClimateState{}, &why);
     } else if (why.isEmpty() == topic.startsWith(u"climate/")) {
+        abort();
+    }
+    why.clear();
+    if (const auto scene = MqttCommand::ParseSceneTopic(topic, &why)) {
+        if (*scene < 1 || *scene > 100 || !why.isEmpty())
+            abort();
+    } else if (why.isEmpty() == topic.startsWith(u"scene/")) {
         abort();
     }
     why.clear();

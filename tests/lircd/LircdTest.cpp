@@ -7,6 +7,7 @@
 #include "infrared/SimDriver.h"
 #include "infrared/Transceiver.h"
 #include "lircd/LircdCommand.h"
+#include "scenes/Scenes.h"
 #include "support/ClimateTable.h"
 #include "support/ProgramProcess.h"
 #include "support/ScriptedPrompt.h"
@@ -15,6 +16,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QJsonDocument>
 #include <QLocalSocket>
 #include <QProcess>
 #include <QStandardPaths>
@@ -446,4 +448,44 @@ TEST(Lircd, AirConditionerKeysSetItsState) {
     EXPECT_EQ(SimLog(t.root()).size(), 1);
     EXPECT_EQ(ask("SEND_START ac1 off"),
               Err("SEND_START ac1 off", "an air conditioner's keys are sent once"));
+}
+
+TEST(Lircd, ScenesAreOneRemoteRunByName) {
+    TempFolder t;
+    ScriptedPrompt prompt;
+    t.settings.WriteIni(u"Tira", u"Device", u"sim");
+    t.writeRemote(1, u"TV"_s, 1, {u"Power"_s, u"Mute"_s});
+    WriteSignalFile(SignalFilePath(t.folder, u"TV", u"Power"), SimDriver::NecSignal(1, 0));
+    QFile::remove(SignalFilePath(t.folder, u"TV", u"Mute"));
+    Transceiver device{t.folder, t.settings, prompt};
+    device.factory = [&](const QString&) {
+        return std::make_unique<SimDriver>(t.path(u"sim-transmit.log"));
+    };
+    ClimateUnits units(t.folder, t.settings, device);
+    Scenes scenes(t.folder, t.settings, device, units);
+    for (const char* json :
+         {R"({"name":"映画 を見る","steps":[{"type":"key","remote":1,"key":0}]})",
+          R"({"name":"mute","steps":[{"type":"key","remote":1,"key":1}]})"})
+        ASSERT_TRUE(scenes.create(*SceneFromJson(QJsonDocument::fromJson(json).object())));
+    t.settings.Write(Key::LircdSocket, u"lircd"_s);
+    Lircd lircd(t.folder, t.settings, device);
+    lircd.SetScenes(&scenes);
+    lircd.Start();
+    QLocalSocket client;
+    client.connectToServer(t.path(u"lircd"));
+    ASSERT_TRUE(client.waitForConnected(2000));
+    const auto ask = [&](const QByteArray& line) {
+        client.write(line + '\n');
+        QByteArray got;
+        WaitUntil([&] { return (got += client.readAll()).endsWith("END\n"); }, 5000);
+        return got;
+    };
+    EXPECT_EQ(ask("LIST scenes"),
+              Ok("LIST scenes", {"0000000000000001 映画_を見る", "0000000000000002 mute"}));
+    EXPECT_EQ(ask("SEND_ONCE scenes 映画_を見る"), Ok("SEND_ONCE scenes 映画_を見る"));
+    EXPECT_EQ(SimLog(t.root()).size(), 1);
+    EXPECT_EQ(
+        ask("SEND_ONCE scenes mute"),
+        Err("SEND_ONCE scenes mute", "手順 1（TV Mute）: このキーはまだ学習されていません。"));
+    EXPECT_EQ(ask("SEND_START scenes mute"), Err("SEND_START scenes mute", "a scene is run once"));
 }

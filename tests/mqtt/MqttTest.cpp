@@ -10,6 +10,7 @@
 #include "infrared/Transceiver.h"
 #include "mqtt/MqttConfig.h"
 #include "mqtt/MqttConnection.h"
+#include "scenes/Scenes.h"
 #include "support/HttpClient.h"
 #include "support/MqttBroker.h"
 #include "support/ProgramProcess.h"
@@ -178,7 +179,8 @@ QString HaConfigProblem(const QString& topic, const QJsonObject& o) {
         {u"event"_s, {"state_topic", true}},
         {u"infrared/emitter"_s, {"command_topic", false}},
         {u"infrared/receiver"_s, {"state_topic", true}},
-        {u"climate"_s, {"mode_command_topic", false}}};
+        {u"climate"_s, {"mode_command_topic", false}},
+        {u"scene"_s, {"command_topic", false}}};
     const auto need = topics.find(component == u"infrared" ? component + u'/' + schema : component);
     if (need == topics.end())
         return u"not a component we mean to use"_s;
@@ -810,4 +812,38 @@ TEST(Mqtt, AirConditionerIsAClimateEntity) {
     ASSERT_TRUE(units.remove(*id));
     ASSERT_TRUE(WaitUntil(
         [&] { return ha.on(topic)[0].payload.isEmpty() && ha.on(state)[0].payload.isEmpty(); }));
+}
+
+TEST(Mqtt, ASceneIsASceneEntityUntilItIsRemoved) {
+    NEED_BROKER();
+    QTemporaryDir tmp;
+    MqttBroker broker(tmp.path());
+    ASSERT_TRUE(broker.start());
+    TempFolder t;
+    ScriptedPrompt prompt;
+    t.settings.WriteIni(u"Tira", u"Device", u"sim");
+    t.settings.Write(Key::MqttServer, u"127.0.0.1:"_s + QString::number(broker.port));
+    t.settings.Write(Key::MqttNodeId, u"den"_s);
+    t.writeRemote(1, u"TV"_s, 1, {u"Power"_s});
+    WriteSignalFile(SignalFilePath(t.folder, u"TV", u"Power"), SimDriver::NecSignal(1, 0));
+    Transceiver device{t.folder, t.settings, prompt};
+    ClimateUnits units{t.folder, t.settings, device};
+    Scenes scenes{t.folder, t.settings, device, units};
+    const auto id = scenes.create(*SceneFromJson(QJsonDocument::fromJson(R"({"name":"映画",
+        "steps":[{"type":"key","remote":1,"key":0},{"type":"wait","ms":100}]})")
+                                                     .object()));
+    ASSERT_TRUE(id);
+    MqttWatcher ha(broker, {u"homeassistant/#"_s});
+    Mqtt mqtt(t.folder, t.settings, device);
+    mqtt.SetScenes(&scenes);
+    mqtt.Start();
+    const QString topic = u"homeassistant/scene/kestrava_den/s1/config"_s;
+    ASSERT_TRUE(ha.waitFor(topic, {}));
+    const QJsonObject config = JsonOf(ha.on(topic)[0].payload);
+    EXPECT_EQ(HaConfigProblem(topic, config).toStdString(), "");
+    EXPECT_EQ(config.value(u"name"_s), u"映画"_s);
+    ASSERT_TRUE(broker.publish(config.value(u"command_topic"_s).toString(), "ON"));
+    EXPECT_TRUE(WaitUntil([&] { return SimLog(t.root()).size() == 1; }));
+    ASSERT_TRUE(scenes.remove(*id));
+    EXPECT_TRUE(WaitUntil([&] { return ha.on(topic)[0].payload.isEmpty(); }));
 }

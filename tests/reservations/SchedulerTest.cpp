@@ -117,13 +117,15 @@ TEST(Scheduler, GetNextReserveAcrossAWeek) {
     EXPECT_EQ(adding(u"2026_11_01 08_00"_s), u"2026/11/01 08:00"_s);
 }
 
-// A line of an air conditioner's state names no signal file: it goes to the
-// climate sender, and a line it does not take sends nothing.
-TEST(Scheduler, ClimateLinesGoToTheirUnit) {
+// A line of an air conditioner's state or a scene names no signal file: it
+// goes to its sender, and a line none takes sends nothing.
+TEST(Scheduler, ClimateAndSceneLinesGoToTheirSender) {
     Desk d;
     d.t.settings.WriteIni(u"Options", u"Interval", u"0");
     d.t.writeFile(u"reserve/1111111 12_00"_s,
-                  ShiftJis::Encode(u"寝室|冷房 26℃ 自動\r\nGone|key\r\n"_s));
+                  ShiftJis::Encode(u"寝室|冷房 26℃ 自動\r\nシーン|映画\r\nGone|key\r\n"_s));
+    QStringList scenes;
+    d.scheduler.sendScene = [&](const QString& name) { return scenes << name, true; };
     QStringList climate;
     d.scheduler.sendClimate = [&](const QString& device, const QString& function) {
         climate << device + u'|' + function;
@@ -133,5 +135,6 @@ TEST(Scheduler, ClimateLinesGoToTheirUnit) {
     d.scheduler.FillGrid();
     d.scheduler.Tick();
     EXPECT_EQ(climate, (QStringList{u"寝室|冷房 26℃ 自動"_s, u"Gone|key"_s}));
+    EXPECT_EQ(scenes, QStringList{u"映画"_s});
     EXPECT_TRUE(d.sent.isEmpty());
 }
