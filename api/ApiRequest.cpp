@@ -35,12 +35,14 @@ constexpr BodyFields Fields[] = {
     {Endpoint::PressByName, "POST", "remote key repeat"},
     {Endpoint::Transmit, "POST", "timings modulation repeat_count"},
     {Endpoint::Reservations, "POST",
-     "remote remoteId key keyId climateId state time repeat date days"},
+     "remote remoteId key keyId climateId state sceneId time repeat date days"},
     {Endpoint::Reservation, "PATCH", "time repeat date days"},
     {Endpoint::Climates, "POST", "name family state"},
     {Endpoint::ClimateState, "PUT", "power mode temp temperature fan swing"},
     {Endpoint::ClimateLearn, "POST", "name"},
     {Endpoint::ClimateImport, "POST", "name smartir"},
+    {Endpoint::Scenes, "POST", "id name steps"},
+    {Endpoint::Scene, "PUT", "id name steps"},
 };
 
 } // namespace

@@ -642,7 +642,7 @@ void JsonApi::transmit(const Api::Call& c, const Reply& r) {
         return r.bad(u"timings を信号にできません（%1）。"_s.arg(why));
     const auto image = SignalImageOf(code->timing, &why);
     if (!image)
-        return r.bad(why);
+        return r.bad(u"timings を信号にできません（%1）。"_s.arg(why));
     const int repeat = c.body.value(u"repeat_count"_s).toInt(0);
     if (repeat < 0 || repeat > MaxRepeat)
         return r.bad(u"repeat_count は 0～%1 にしてください。"_s.arg(MaxRepeat));
@@ -755,7 +755,7 @@ void JsonApi::importCode(const Api::Call& c, const Reply& r) {
     }
     const auto image = SignalImageOf(*timing, &why);
     if (!image)
-        return r.bad(why);
+        return r.bad(u"code を信号にできません（%1）。"_s.arg(why));
     if (!storeKey(c.remote, c.key, t.name, *image, &why))
         return r.error(500, "not_written", why);
     Publish("learned", {{u"remote"_s, t.device}, {u"key"_s, t.name}});
