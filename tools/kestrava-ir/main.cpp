@@ -133,15 +133,20 @@ bool isStdio(const QString& path) {
     return path == u"-";
 }
 
-// Standard input whole, or nothing with a complaint when it is more than limit.
+// Standard input to its end; nothing when it holds more than limit bytes.
 std::optional<QByteArray> readStdin(qsizetype limit) {
-    QFile in;
-    if (!in.open(stdin, QIODevice::ReadOnly))
-        return std::nullopt;
-    QByteArray bytes = in.read(limit + 1);
-    if (bytes.size() > limit)
-        return std::nullopt;
-    return bytes;
+    QByteArray bytes;
+    char piece[64 * 1024];
+    for (;;) {
+        const ssize_t n = ::read(STDIN_FILENO, piece, sizeof piece);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return bytes;
+        bytes.append(piece, n);
+        if (bytes.size() > limit)
+            return std::nullopt;
+    }
 }
 
 // The data takes standard output; the words go to standard error.
