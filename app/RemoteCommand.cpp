@@ -139,7 +139,7 @@ int List(const Answer& a, bool json) {
 } // namespace
 
 int RunRemoteCommand(const ProgramFolder& folder, const QString& command,
-                     const QStringList& arguments) {
+                     const QStringList& arguments, bool json) {
     const qint64 pid = QFileInfo::exists(folder.root()) ? InstanceLock::Holder(folder) : 0;
     InstanceLock probe;
     QString error;

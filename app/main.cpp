@@ -110,7 +110,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
     QCommandLineOption home(u"home"_s, {}, u"DIR"_s);
     QCommandLineOption headless(u"headless"_s);
     QCommandLineOption verbose(u"verbose"_s);
-    QCommandLineOption help({u"h"_s, u"help"_s});
+    QCommandLineOption help(QStringList{u"h"_s, u"help"_s});
     QCommandLineOption version(u"version"_s);
     QCommandLineOption exportTo(u"export"_s, {}, u"DIR"_s);
     QCommandLineOption import(u"import"_s);

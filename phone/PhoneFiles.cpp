@@ -40,11 +40,11 @@ std::vector<File> readFiles() {
     std::vector<File> files;
     for (const auto& [name, type] : names) {
         QFile file(u":/phone/"_s + QString::fromUtf16(name));
-        if (file.open(QIODevice::ReadOnly))
-            if (const QByteArray body = file.readAll(); Compressible(type, body.size()))
-                files.push_back({QString::fromUtf16(name), type, body, Gzip(body)});
-            else
-                files.push_back({QString::fromUtf16(name), type, body, {}});
+        if (!file.open(QIODevice::ReadOnly))
+            continue;
+        const QByteArray body = file.readAll();
+        files.push_back({QString::fromUtf16(name), type, body,
+                         Compressible(type, body.size()) ? Gzip(body) : QByteArray()});
     }
     return files;
 }

@@ -11,6 +11,7 @@
 #include "webserver/Codecs.h"
 #include "webserver/Dispatcher.h"
 #include "webserver/FileSender.h"
+#include "webserver/Gzip.h"
 #include "webserver/HttpRequest.h"
 
 #include <QFileInfo>
