@@ -478,7 +478,12 @@ std::optional<IrCode> ParseCodeSpec(QStringView text, QString* why) {
         QString reason;
         if (auto c = parseIrpSpec(text.left(colon).trimmed(), value, &reason))
             return c;
-        return protocol || !reason.startsWith(u"unknown IRP"_s) ? fail(reason) : unknown();
+        // A name neither we nor the databases know is told as such, whatever its value.
+        const bool known =
+            protocol || (IrpProtocolNames().contains(text.left(colon).trimmed().toString(),
+                                                     Qt::CaseInsensitive) &&
+                         !reason.startsWith(u"unknown IRP"_s));
+        return known ? fail(reason) : unknown();
     }
     if (*protocol == IrProtocol::Raw)
         return unknown();
