@@ -24,6 +24,27 @@ Refusal Refuse(int status, const char* code, const QString& message) {
     return {status, code, message, {}};
 }
 
+// One row per endpoint and method that reads a body.
+constexpr BodyFields Fields[] = {
+    {Endpoint::Remotes, "POST", "name design"},
+    {Endpoint::Remote, "PATCH", "name"},
+    {Endpoint::Key, "PATCH", "name"},
+    {Endpoint::KeyPress, "POST", "repeat"},
+    {Endpoint::KeyLearn, "POST", "name"},
+    {Endpoint::KeyCode, "PUT", "code name"},
+    {Endpoint::PressByName, "POST", "remote key repeat"},
+    {Endpoint::Transmit, "POST", "timings modulation repeat_count"},
+    {Endpoint::Reservations, "POST",
+     "remote remoteId key keyId climateId state sceneId time repeat date days"},
+    {Endpoint::Reservation, "PATCH", "time repeat date days"},
+    {Endpoint::Climates, "POST", "name family state"},
+    {Endpoint::ClimateState, "PUT", "power mode temp temperature fan swing"},
+    {Endpoint::ClimateLearn, "POST", "name"},
+    {Endpoint::ClimateImport, "POST", "name smartir"},
+    {Endpoint::Scenes, "POST", "id name steps"},
+    {Endpoint::Scene, "PUT", "id name steps"},
+};
+
 } // namespace
 
 Refusal CheckBodyType(const QByteArray& method, const QByteArray& contentType,
@@ -36,6 +57,13 @@ Refusal CheckBodyType(const QByteArray& method, const QByteArray& contentType,
         return {};
     return Refuse(415, "unsupported_media_type",
                   u"本文は JSON で送ってください（Content-Type: application/json）。"_s);
+}
+
+QByteArray FieldsOf(Endpoint endpoint, const QByteArray& method) {
+    for (const BodyFields& row : Fields)
+        if (row.endpoint == endpoint && method == row.method)
+            return row.fields;
+    return {};
 }
 
 QByteArray AllowedMethods(Endpoint endpoint) {
@@ -168,6 +196,19 @@ Refusal ParseCall(const QByteArray& method, const QString& path, const QByteArra
         if (!doc.isObject())
             return Refuse(400, "bad_request", u"本文は JSON のオブジェクトにしてください。"_s);
         c.body = doc.object();
+        const QList<QByteArray> known = FieldsOf(c.endpoint, method).split(' ');
+        for (auto it = c.body.begin(); it != c.body.end(); ++it)
+            if (it.key().isEmpty() || !known.contains(it.key().toUtf8())) {
+                const QString list =
+                    QString::fromLatin1(FieldsOf(c.endpoint, method)).replace(u' ', u"、"_s);
+                return Refuse(
+                    400, "bad_request",
+                    list.isEmpty()
+                        ? u"%1 は使えない項目です（この API は本文の項目を取りません）。"_s.arg(
+                              it.key().left(40))
+                        : u"%1 は使えない項目です（使えるのは %2）。"_s.arg(it.key().left(40),
+                                                                            list));
+            }
     }
     if (call)
         *call = std::move(c);

@@ -72,4 +72,14 @@ Refusal CheckBodyType(const QByteArray& method, const QByteArray& contentType,
 // The methods an endpoint answers, for Allow.
 QByteArray AllowedMethods(Endpoint endpoint);
 
+// The fields a body may hold for one endpoint and method, blank-separated.
+// ParseCall refuses any other field with 400 naming it; a pair not in the
+// table takes no field at all.
+struct BodyFields {
+    Endpoint endpoint;
+    const char* method;
+    const char* fields;
+};
+QByteArray FieldsOf(Endpoint endpoint, const QByteArray& method);
+
 } // namespace Api

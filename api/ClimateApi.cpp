@@ -8,6 +8,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QPointer>
+#include <QRegularExpression>
 
 using namespace Qt::StringLiterals;
 
@@ -149,8 +150,12 @@ void ClimateApi::import(const Api::Call& c, const FrontReply& r) {
                      u"smartir に SmartIR のエアコンのファイル（JSON）を入れてください。"_s);
     QString why;
     const auto id = units_.importSmartIr(*name, QJsonDocument(file.toObject()).toJson(), &why);
+    // The table's reader words its refusals in English, the store its own in Japanese.
     if (!id)
-        return error(r, 422, "refused", why);
+        return error(r, 422, "refused",
+                     why.contains(QRegularExpression(u"[\\x{3000}-\\x{9fff}]"_s))
+                         ? why
+                         : u"smartir のファイルを使えません（%1）。"_s.arg(why));
     json(r, 201, UnitJson(*units_.unit(*id)));
 }
 

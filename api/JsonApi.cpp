@@ -7,6 +7,7 @@
 #include "core/SettingKeys.h"
 #include "core/Settings.h"
 #include "core/ShiftJis.h"
+#include "infrared/IrDriver.h"
 #include "infrared/SignalStore.h"
 #include "infrared/Transceiver.h"
 #include "infrared/formats/IrFormats.h"
@@ -27,6 +28,7 @@
 
 #include <QRegularExpression>
 
+#include <cmath>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -199,12 +201,9 @@ void JsonApi::status(const Reply& r) {
                           : device_.TiraActive                      ? u"open"_s
                           : device_.PortIsSet()                     ? u"closed"_s
                                                                     : u"unset"_s;
-    QString kind = u"tira"_s;
-    if (path.startsWith(u"sim:"))
-        kind = u"simulator"_s;
-    else if (path.startsWith(u"/dev/lirc"))
-        kind = u"lirc"_s;
-    QJsonObject transceiver{{u"kind"_s, kind}, {u"path"_s, path}, {u"state"_s, state}};
+    QJsonObject transceiver{{u"kind"_s, QString::fromLatin1(IrDriverKind(path))},
+                            {u"path"_s, path},
+                            {u"state"_s, state}};
     if (!device_.Problem().isEmpty())
         transceiver[u"problem"_s] = device_.Problem();
     transceiver[u"captureMs"_s] = device_.captureTimeoutMs;
@@ -606,22 +605,45 @@ void JsonApi::pressByName(const Api::Call& c, const Reply& r) {
     }
 }
 
+// Why a body's timings are no signal, in the API's words; "" when they are one.
+static QString TimingsProblem(const QJsonValue& value) {
+    if (!value.isArray() || value.toArray().isEmpty())
+        return u"timings に µs の数の列を入れてください（パルスは正、間は負の数）。"_s;
+    const QJsonArray timings = value.toArray();
+    if (timings.size() > MaxDurations)
+        return u"timings が %1 個あります（%2 個まで）。"_s.arg(timings.size()).arg(MaxDurations);
+    double total = 0;
+    for (qsizetype i = 0; i < timings.size(); ++i) {
+        const double v = timings[i].toDouble(0);
+        if (!timings[i].isDouble() || v == 0 || std::abs(v) > MaxSignalUs)
+            return u"timings の %1 番目が µs の長さ（0 でない %2 までの数）ではありません。"_s
+                .arg(i + 1)
+                .arg(MaxSignalUs);
+        if (i == 0 && v < 0)
+            return u"timings はパルス（正の数）から始めてください（間は負の数）。"_s;
+        total += std::abs(v);
+    }
+    if (total > MaxSignalUs)
+        return u"timings の合計が %1 ms で、キーの信号の長さ（%2 ms）を超えます。"_s
+            .arg(qint64(total / 1000))
+            .arg(MaxSignalUs / 1000);
+    return {};
+}
+
 void JsonApi::transmit(const Api::Call& c, const Reply& r) {
+    if (const QString problem = TimingsProblem(c.body.value(u"timings"_s)); !problem.isEmpty())
+        return r.bad(problem);
     QString why, field;
     const QByteArray bytes = QJsonDocument(c.body).toJson(QJsonDocument::Compact);
     const auto code = ReadTimingJson(bytes, u"request"_s, &why, &field);
     if (field == u"modulation")
         return r.bad(u"modulation（搬送波）は %1～%2 Hz にしてください。"_s.arg(MinCarrierHz)
                          .arg(MaxCarrierHz));
-    if (field == u"timings")
-        return r.bad(
-            u"timings は µs の数の列で、パルス（正の数）から始めてください（間は負の数）。\n"_s +
-            why);
     if (!code)
-        return r.bad(why);
+        return r.bad(u"timings を信号にできません（%1）。"_s.arg(why));
     const auto image = SignalImageOf(code->timing, &why);
     if (!image)
-        return r.bad(why);
+        return r.bad(u"timings を信号にできません（%1）。"_s.arg(why));
     const int repeat = c.body.value(u"repeat_count"_s).toInt(0);
     if (repeat < 0 || repeat > MaxRepeat)
         return r.bad(u"repeat_count は 0～%1 にしてください。"_s.arg(MaxRepeat));
@@ -630,7 +652,7 @@ void JsonApi::transmit(const Api::Call& c, const Reply& r) {
     if (!WriteFileAtomically(
             path, QByteArrayView(reinterpret_cast<const char*>(image->data()), SignalFileSize),
             0644, &why))
-        return r.error(500, "not_written", why);
+        return r.error(500, "not_written", u"送る信号を書き込めませんでした（%1）。"_s.arg(why));
     auto left = std::make_shared<int>(repeat + 1);
     auto results = std::make_shared<SendResult>(SendResult::Sent);
     for (int i = 0; i <= repeat; ++i)
@@ -736,18 +758,19 @@ void JsonApi::importCode(const Api::Call& c, const Reply& r) {
         // The text came whole in the JSON; only trimming took its last line break.
         const IrCodeRead read = ReadIrCodes(text.toUtf8() + '\n', u"code"_s);
         if (!read.ok())
-            return r.bad(read.error);
+            return r.bad(u"code の信号を読めません（%1）。"_s.arg(read.error));
         if (read.codes.size() != 1)
             return r.bad(
                 read.codes.empty()
-                    ? (read.refused.isEmpty() ? u"信号が見つかりません。"_s
-                                              : read.refused.join(u'\n'))
+                    ? (read.refused.isEmpty()
+                           ? u"code に信号が見つかりません。"_s
+                           : u"code の信号を使えません（%1）。"_s.arg(read.refused.join(u'\n')))
                     : u"信号が %1 個あります。一つだけにしてください。"_s.arg(read.codes.size()));
         timing = read.codes.front().timing;
     }
     const auto image = SignalImageOf(*timing, &why);
     if (!image)
-        return r.bad(why);
+        return r.bad(u"code を信号にできません（%1）。"_s.arg(why));
     if (!storeKey(c.remote, c.key, t.name, *image, &why))
         return r.error(500, "not_written", why);
     Publish("learned", {{u"remote"_s, t.device}, {u"key"_s, t.name}});
@@ -818,35 +841,76 @@ void JsonApi::reservations(const Reply& r) {
     r.json(200, {{u"reservations"_s, list}});
 }
 
-// The file name a reservation's time, repeat and date make; "" with why.
-static QString MomentName(const QString& time, const QString& repeat, const QString& date,
-                          const QString& days, QString* why) {
-    const QTime t = QTime::fromString(time, u"HH:mm"_s);
-    if (!t.isValid() || time.size() != 5) {
+// A reservation's moment: the fields of a body over what was there before.
+namespace {
+struct Moment {
+    QString time, repeat, date, days;
+};
+} // namespace
+
+// The file name of the moment a body asks for, "" with why (naming the field
+// at fault). A moment gone by is refused: nothing would ever fire it.
+static QString MomentName(const QJsonObject& b, Moment m, const QDateTime& now, QString* why) {
+    for (const auto field : {u"time", u"repeat", u"date", u"days"}) {
+        const QJsonValue v = b.value(QStringView(field));
+        if (!v.isUndefined() && !v.isString()) {
+            *why = u"%1 は文字列で入れてください。"_s.arg(QStringView(field));
+            return {};
+        }
+    }
+    m.time = b.value(u"time"_s).toString(m.time);
+    // days alone means on those days, date alone means once.
+    if (b.contains(u"repeat"_s))
+        m.repeat = b.value(u"repeat"_s).toString();
+    else if (b.contains(u"days"_s))
+        m.repeat = u"days"_s;
+    else if (b.contains(u"date"_s))
+        m.repeat = u"once"_s;
+    m.date = b.value(u"date"_s).toString(m.date);
+    m.days = b.value(u"days"_s).toString(m.days);
+    static const QStringList Repeats{u"once"_s, u"daily"_s, u"weekdays"_s, u"days"_s};
+    if (!Repeats.contains(m.repeat)) {
+        *why = u"repeat は once、daily、weekdays、days のどれかにしてください。"_s;
+        return {};
+    }
+    if (b.contains(u"date"_s) && m.repeat != u"once") {
+        *why = u"date は repeat が once のときだけ使えます。"_s;
+        return {};
+    }
+    if (b.contains(u"days"_s) && m.repeat != u"days") {
+        *why = u"days は repeat が days のときだけ使えます。"_s;
+        return {};
+    }
+    const QTime t = QTime::fromString(m.time, u"HH:mm"_s);
+    if (!t.isValid() || m.time.size() != 5) {
         *why = u"time は HH:MM（24 時間）で入れてください。"_s;
         return {};
     }
     QString dayPart;
-    if (repeat == u"once") {
-        const QDate d = QDate::fromString(date, u"yyyy-MM-dd"_s);
+    if (m.repeat == u"once") {
+        const QDate d = QDate::fromString(m.date, u"yyyy-MM-dd"_s);
         if (!d.isValid()) {
             *why = u"date は YYYY-MM-DD で入れてください。"_s;
             return {};
         }
+        if (m.date + u' ' + m.time + u":00"_s <= now.toString(u"yyyy-MM-dd HH:mm:ss"_s)) {
+            *why = u"date と time の日時はもう過ぎています（今は %1）。"_s.arg(
+                now.toString(u"yyyy-MM-dd HH:mm"_s));
+            return {};
+        }
         dayPart = d.toString(u"yyyy/MM/dd"_s);
-    } else if (repeat == u"daily") {
+    } else if (m.repeat == u"daily") {
         dayPart = u"1111111"_s;
-    } else if (repeat == u"weekdays") {
+    } else if (m.repeat == u"weekdays") {
         dayPart = u"0111110"_s;
-    } else if (repeat == u"days" && days.size() == 7 &&
-               !days.contains(QRegularExpression(u"[^01]"_s)) && days.contains(u'1')) {
-        dayPart = days;
+    } else if (m.days.size() == 7 && !m.days.contains(QRegularExpression(u"[^01]"_s)) &&
+               m.days.contains(u'1')) {
+        dayPart = m.days;
     } else {
-        *why =
-            u"repeat は once、daily、weekdays（または days と日曜始まりの 7 桁の days）にしてください。"_s;
+        *why = u"days は日曜始まりの 7 桁の 0 と 1 にしてください（1 が一つ以上、例 0111110）。"_s;
         return {};
     }
-    const QString name = Reserve::NameFor(dayPart, time);
+    const QString name = Reserve::NameFor(dayPart, m.time);
     if (!Reserve::IsValidName(name)) {
         *why = u"日時が正しくありません。"_s;
         return {};
@@ -920,9 +984,7 @@ void JsonApi::addReservation(const Api::Call& c, const Reply& r) {
     if (!Reserve::IsWritableName(device) || !Reserve::IsWritableName(function))
         return r.bad(u"この名前は予約に使えません。"_s);
     QString why;
-    const QString name =
-        MomentName(b.value(u"time"_s).toString(), b.value(u"repeat"_s).toString(u"once"_s),
-                   b.value(u"date"_s).toString(), b.value(u"days"_s).toString(), &why);
+    const QString name = MomentName(b, {{}, u"once"_s, {}, {}}, clock_.now(), &why);
     if (name.isEmpty())
         return r.bad(why);
     const QString dir = Reserve::Folder(folder_, settings_);
@@ -962,12 +1024,12 @@ void JsonApi::moveReservation(const Api::Call& c, const Reply& r) {
     const Reserve::Operation op = Reserve::SplitLine(lines[line - 1]);
     const QJsonObject& b = c.body;
     const bool repeating = Reserve::IsRepeating(name);
-    const QString repeat = b.value(u"repeat"_s).toString(RepeatOf(name));
     QString why;
-    const QString to = MomentName(
-        b.value(u"time"_s).toString(Reserve::TimeText(name)), repeat,
-        b.value(u"date"_s).toString(repeating ? QString() : name.left(10).replace(u'_', u'-')),
-        b.value(u"days"_s).toString(repeating ? name.left(7) : QString()), &why);
+    const QString to = MomentName(b,
+                                  {Reserve::TimeText(name), RepeatOf(name),
+                                   repeating ? QString() : name.left(10).replace(u'_', u'-'),
+                                   repeating ? name.left(7) : QString()},
+                                  clock_.now(), &why);
     if (to.isEmpty())
         return r.bad(why);
     if (to != name) {

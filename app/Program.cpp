@@ -325,6 +325,27 @@ void Program::OpenDesktop() {
     });
     connect(learningLauncher.get(), &LearningLauncher::devicesChanged, window.get(),
             &MainWindow::FillDevices);
+    const auto listScenes = [this] {
+        QList<QPair<int, QString>> list;
+        for (const Scene& s : scenes.scenes())
+            list.append({s.id, s.name});
+        window->SetScenes(list);
+    };
+    listScenes();
+    connect(&scenes, &Scenes::scenesChanged, window.get(), listScenes);
+    connect(window.get(), &MainWindow::sceneRequested, this, [this](int id) {
+        const auto scene = scenes.scene(id);
+        const QString name = scene ? scene->name : QString();
+        scenes.run(
+            id,
+            [this, name](const SceneOutcome& o) {
+                if (!o.done && !isClosing())
+                    prompt.Warning((o.step ? u"シーン「%1」は途中で止まりました。\n%2"_s
+                                           : u"シーン「%1」を実行できませんでした。\n%2"_s)
+                                       .arg(name, o.why));
+            },
+            u"desktop"_s);
+    });
     connect(learningLauncher.get(), &LearningLauncher::setupWanted, &events,
             &ProgramEvents::setupRequested);
     preview =

@@ -50,7 +50,8 @@ struct Options {
     int design = 0;
     std::optional<QString> exportCodes; // --export-codes DIR --format F [DEVICE...]
     QString format;
-    QString command; // "press" or "list": asks the running instance
+    QString command; // "press", "scene" or "list": asks the running instance
+    bool json = false;
 };
 
 const char* const Usage =
@@ -78,11 +79,15 @@ const char* const Usage =
     "                  write the learned remotes named (all when none is) as code\n"
     "                  files into DIR, then exit\n"
     "  --press REMOTE KEY\n"
-    "                  press a key through the instance running on the folder;\n"
-    "                  exit 0 sent, 1 failed (with why), 2 no instance running\n"
-    "  --list          list the remotes and learned keys of the running instance\n"
-    "  --help          show this help and exit\n"
-    "  --version       show the version and exit\n";
+    "                  press a key through the instance running on the folder\n"
+    "  --scene NAME    run a scene through the running instance; ends when its\n"
+    "                  last step has been sent\n"
+    "  --list [--json] list the remotes and learned keys of the running instance\n"
+    "  -h, --help      show this help and exit\n"
+    "  --version       show the version and exit\n"
+    "\n"
+    "Exit status: 0 done, 1 failed (with why), 2 bad usage, 3 no instance running\n"
+    "(--press, --scene, --list).\n";
 
 // Returns the exit status when the program should end without running.
 std::optional<int> parseOptions(int argc, char** argv, Options& o) {
@@ -105,7 +110,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
     QCommandLineOption home(u"home"_s, {}, u"DIR"_s);
     QCommandLineOption headless(u"headless"_s);
     QCommandLineOption verbose(u"verbose"_s);
-    QCommandLineOption help(u"help"_s);
+    QCommandLineOption help(QStringList{u"h"_s, u"help"_s});
     QCommandLineOption version(u"version"_s);
     QCommandLineOption exportTo(u"export"_s, {}, u"DIR"_s);
     QCommandLineOption import(u"import"_s);
@@ -117,12 +122,18 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
     QCommandLineOption format(u"format"_s, {}, u"FORMAT"_s);
     QCommandLineOption press(u"press"_s);
     QCommandLineOption list(u"list"_s);
+    QCommandLineOption json(u"json"_s);
+    QCommandLineOption scene(u"scene"_s, {}, u"NAME"_s);
     parser.addOptions({home, headless, verbose, help, version, exportTo, import, overwrite,
-                       importCodes, remote, design, exportCodes, format, press, list});
+                       importCodes, remote, design, exportCodes, format, press, list, json, scene});
     if (!parser.parse(args)) {
         std::fprintf(stderr, "kestrava: %s\nTry 'kestrava --help' for more information.\n",
                      qPrintable(parser.errorText()));
         return 2;
+    }
+    if (parser.isSet(help)) {
+        std::fputs(Usage, stdout);
+        return 0;
     }
     auto usageError = [](const char* text) {
         std::fprintf(stderr, "kestrava: %s\nTry 'kestrava --help' for more information.\n", text);
@@ -130,10 +141,14 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
     };
     const int modes = int(parser.isSet(exportTo)) + int(parser.isSet(import)) +
                       int(parser.isSet(importCodes)) + int(parser.isSet(exportCodes)) +
-                      int(parser.isSet(press)) + int(parser.isSet(list));
+                      int(parser.isSet(press)) + int(parser.isSet(list)) + int(parser.isSet(scene));
     if (modes > 1)
-        return usageError("--export, --import, --import-codes, --export-codes, --press and --list"
-                          " go one at a time");
+        return usageError("--export, --import, --import-codes, --export-codes, --press, --scene"
+                          " and --list go one at a time");
+    if (parser.isSet(json) && !parser.isSet(list))
+        return usageError("--json goes with --list");
+    if (parser.isSet(scene) && parser.value(scene).trimmed().isEmpty())
+        return usageError("--scene takes a scene's name");
     if (parser.isSet(press) && parser.positionalArguments().size() != 2)
         return usageError("--press takes a remote and a key");
     if (parser.isSet(list) && !parser.positionalArguments().isEmpty())
@@ -162,10 +177,6 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
                      qPrintable(parser.positionalArguments().first()));
         return 2;
     }
-    if (parser.isSet(help)) {
-        std::fputs(Usage, stdout);
-        return 0;
-    }
     if (parser.isSet(version)) {
         std::printf("kestrava %s\n", KESTRAVA_VERSION);
         return 0;
@@ -188,7 +199,13 @@ std::optional<int> parseOptions(int argc, char** argv, Options& o) {
     if (parser.isSet(exportCodes))
         o.exportCodes = parser.value(exportCodes);
     o.format = parser.value(format);
-    o.command = parser.isSet(press) ? u"press"_s : parser.isSet(list) ? u"list"_s : QString();
+    o.command = parser.isSet(press)   ? u"press"_s
+                : parser.isSet(scene) ? u"scene"_s
+                : parser.isSet(list)  ? u"list"_s
+                                      : QString();
+    if (parser.isSet(scene))
+        o.names = {parser.value(scene)};
+    o.json = parser.isSet(json);
     return std::nullopt;
 }
 
@@ -272,7 +289,7 @@ int main(int argc, char** argv) {
     ProgramFolder folder(root);
     if (!options.command.isEmpty()) {
         QCoreApplication qapp(argc, argv);
-        return RunRemoteCommand(folder, options.command, options.names);
+        return RunRemoteCommand(folder, options.command, options.names, options.json);
     }
     if (options.exportDir || options.import || options.importCodes || options.exportCodes) {
         QCoreApplication qapp(argc, argv);

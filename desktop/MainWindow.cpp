@@ -190,6 +190,10 @@ void MainWindow::buildMenus() {
     MClimate = item(settei, u"MClimate"_s, u"エアコン(&A)"_s, true);
     connect(MClimate, &QAction::triggered, this, &MainWindow::climateRequested);
 
+    MScene = menuBar_->addMenu(u"シーン(&C)"_s);
+    MScene->setObjectName(u"MScene"_s);
+    SetScenes({});
+
     QMenu* help = menuBar_->addMenu(u"ヘルプ(&H)"_s);
     help->setObjectName(u"MHelp"_s);
     MHelpFile = item(help, u"MHelpFile"_s, u"目次とキーワード(&C)"_s, true);
@@ -324,6 +328,17 @@ void MainWindow::layOut() {
     cmdTimer_->setGeometry(84, row, 70, 22);
     cmdDelRes_->setGeometry(158, row, 70, 22);
     cmdSuspend_->setGeometry(WidthPixels - 62, row, 56, 22);
+}
+
+void MainWindow::SetScenes(const QList<QPair<int, QString>>& scenes) {
+    MScene->clear();
+    for (const auto& [id, name] : scenes) {
+        // A name is the user's text: an & in it is no shortcut.
+        QAction* a = MScene->addAction(QString(name).replace(u'&', u"&&"_s));
+        connect(a, &QAction::triggered, this, [this, id] { emit sceneRequested(id); });
+    }
+    if (scenes.isEmpty())
+        MScene->addAction(u"（シーンはありません）"_s)->setEnabled(false);
 }
 
 void MainWindow::ShowMenu(bool shown) {

@@ -23,6 +23,7 @@ class UserPrompt;
 class QAction;
 class QComboBox;
 class QLabel;
+class QMenu;
 class QMenuBar;
 class QTableView;
 class QToolButton;
@@ -82,8 +83,11 @@ public:
     QAction* MStudyNew = nullptr;
     QAction* MEditRemote = nullptr;
     QAction* MClimate = nullptr;
+    QMenu* MScene = nullptr;
     QAction* MHelpFile = nullptr;
     QAction* MVersion = nullptr;
+    // The シーン menu: one item per scene, by id and name.
+    void SetScenes(const QList<QPair<int, QString>>& scenes);
     // For tests: how long the device list stays.
     void setComboHideMs(int ms);
 
@@ -96,6 +100,8 @@ signals:
     void editRequested();
     // The air conditioners' window.
     void climateRequested();
+    // A scene chosen in the シーン menu.
+    void sceneRequested(int id);
 
 protected:
     void paintEvent(QPaintEvent* event) override;

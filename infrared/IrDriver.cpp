@@ -16,10 +16,15 @@ bool IsLircDevice(const QString& path) {
             QFileInfo::exists(u"/sys/class/lirc/"_s + QFileInfo(real).fileName()));
 }
 
+const char* IrDriverKind(const QString& target) {
+    return target == u"sim" ? "sim" : IsLircDevice(target) ? "lirc" : "tira";
+}
+
 std::unique_ptr<IrDriver> MakeIrDriver(const QString& target, const ProgramFolder& folder) {
-    if (target == u"sim")
+    const QByteArrayView kind = IrDriverKind(target);
+    if (kind == "sim")
         return std::make_unique<SimDriver>(folder.path(u"sim-transmit.log"));
-    if (IsLircDevice(target))
+    if (kind == "lirc")
         return std::make_unique<LircDriver>(target);
     return std::make_unique<TiraSerialDriver>(target);
 }

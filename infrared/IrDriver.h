@@ -48,5 +48,7 @@ public:
 // "sim" gives the simulator, /dev/lircN (or a link to one) the kernel's LIRC
 // device, anything else a Tira on a serial port.
 std::unique_ptr<IrDriver> MakeIrDriver(const QString& target, const ProgramFolder& folder);
+// Which of the three MakeIrDriver makes for target: "sim", "lirc" or "tira".
+const char* IrDriverKind(const QString& target);
 // A LIRC device by its name (lircN), or by the kernel's list when a link names it.
 bool IsLircDevice(const QString& path);

@@ -459,6 +459,14 @@ std::optional<IrCode> ParseCodeSpec(QStringView text, QString* why) {
             *why = reason;
         return std::nullopt;
     };
+    auto unknown = [&] {
+        QStringList ours;
+        for (IrProtocol p : KnownProtocols())
+            ours << ProtocolName(p);
+        return fail(u"unknown protocol '%1' (one of %2; or of the IR databases' %3)"_s.arg(
+            text.left(text.indexOf(u':')).trimmed(), ours.join(u", "_s),
+            IrpProtocolNames().join(u", "_s)));
+    };
     const qsizetype colon = text.indexOf(u':');
     if (colon < 0)
         return fail(u"not PROTOCOL:SCANCODE"_s);
@@ -470,12 +478,15 @@ std::optional<IrCode> ParseCodeSpec(QStringView text, QString* why) {
         QString reason;
         if (auto c = parseIrpSpec(text.left(colon).trimmed(), value, &reason))
             return c;
-        return fail(protocol || !reason.startsWith(u"unknown IRP"_s)
-                        ? reason
-                        : u"unknown protocol '%1'"_s.arg(text.left(colon).trimmed()));
+        // A name neither we nor the databases know is told as such, whatever its value.
+        const bool known =
+            protocol || (IrpProtocolNames().contains(text.left(colon).trimmed().toString(),
+                                                     Qt::CaseInsensitive) &&
+                         !reason.startsWith(u"unknown IRP"_s));
+        return known ? fail(reason) : unknown();
     }
     if (*protocol == IrProtocol::Raw)
-        return fail(u"unknown protocol '%1'"_s.arg(text.left(colon).trimmed()));
+        return unknown();
     IrCode code;
     code.protocol = *protocol;
     if (code.protocol == IrProtocol::Aeha) {
@@ -502,9 +513,13 @@ std::optional<IrCode> ParseCodeSpec(QStringView text, QString* why) {
     const qulonglong v = value.startsWith(u"0x"_s, Qt::CaseInsensitive)
                              ? value.mid(2).toULongLong(&ok, 16)
                              : value.toULongLong(&ok, 10);
-    if (!ok || v > ProtocolScancodeMask(code.protocol) ||
+    if (!ok)
+        return fail(u"scancode '%1' is not a number (decimal, or hex after 0x)"_s.arg(value));
+    if (v > ProtocolScancodeMask(code.protocol) ||
         (v & ~qulonglong(ProtocolScancodeMask(code.protocol))) != 0)
-        return fail(u"scancode '%1' does not fit %2"_s.arg(value, ProtocolName(code.protocol)));
+        return fail(u"scancode '%1' does not fit %2 (at most 0x%3)"_s.arg(
+            value, ProtocolName(code.protocol),
+            QString::number(ProtocolScancodeMask(code.protocol), 16)));
     code.scancode = uint32_t(v);
     return code;
 }

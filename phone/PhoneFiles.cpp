@@ -1,6 +1,7 @@
 #include "phone/PhoneFiles.h"
 
 #include "webserver/FrontRequest.h"
+#include "webserver/Gzip.h"
 
 #include <QFile>
 
@@ -16,6 +17,7 @@ struct File {
     QString name;
     QByteArray type;
     QByteArray body;
+    QByteArray gzip; // made once; "" where it would not pay
 };
 
 // Everything the page uses comes from here; nothing may frame it. Always asked
@@ -43,8 +45,11 @@ std::vector<File> readFiles() {
     std::vector<File> files;
     for (const auto& [name, type] : names) {
         QFile file(u":/phone/"_s + QString::fromUtf16(name));
-        if (file.open(QIODevice::ReadOnly))
-            files.push_back({QString::fromUtf16(name), type, file.readAll()});
+        if (!file.open(QIODevice::ReadOnly))
+            continue;
+        const QByteArray body = file.readAll();
+        files.push_back({QString::fromUtf16(name), type, body,
+                         Compressible(type, body.size()) ? Gzip(body) : QByteArray()});
     }
     return files;
 }
@@ -65,7 +70,7 @@ FrontRoute Route() {
             name = u"index.html"_s;
         for (const File& f : *files)
             if (f.name == name)
-                return reply.Send(200, f.type, f.body, Headers);
+                return reply.Send(200, f.type, f.body, Headers, f.gzip);
         reply.Send(404, "text/plain; charset=utf-8", "404 Not Found\n");
     };
     return route;

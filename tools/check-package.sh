@@ -41,6 +41,8 @@ for page in dist/kestrava.1 dist/kestrava-ir.1; do
     warnings=$(LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -E UTF-8 -l "$page" 2>&1 >/dev/null)
     [ -z "$warnings" ] || fail "$page: $warnings"
 done
+step completions
+bash -n dist/completion/kestrava.bash
 step "lintian $deb"
 lintian --fail-on error "$deb"
 
@@ -51,7 +53,10 @@ dpkg-query -W -f='${Status}' kestrava 2>/dev/null | grep -q "install ok installe
 installed_here=1
 for f in /usr/bin/kestrava /usr/bin/kestrava-ir /usr/share/kestrava/help/index.html \
     /usr/share/doc/kestrava/copyright /usr/lib/systemd/user/kestrava.service \
-    /usr/lib/systemd/system/kestrava@.service /usr/lib/udev/rules.d/70-kestrava.rules; do
+    /usr/lib/systemd/system/kestrava@.service /usr/lib/udev/rules.d/70-kestrava.rules \
+    /usr/share/bash-completion/completions/kestrava \
+    /usr/share/bash-completion/completions/kestrava-ir \
+    /usr/share/zsh/vendor-completions/_kestrava; do
     [ -e "$f" ] || fail "$f is not installed"
 done
 # The installed program finds everything relative to itself.

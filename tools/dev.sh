@@ -19,7 +19,7 @@ cd "$(dirname "$0")/.."
 # What the program needs to build and run.
 PACKAGES=(
     cmake ninja-build g++ pkg-config ccache
-    qt6-base-dev qt6-qpa-plugins libzip-dev libcurl4-openssl-dev libminiupnpc-dev libv4l-dev libmosquitto-dev
+    qt6-base-dev qt6-qpa-plugins zlib1g-dev libzip-dev libcurl4-openssl-dev libminiupnpc-dev libv4l-dev libmosquitto-dev
     fonts-noto-cjk
 )
 

@@ -40,6 +40,7 @@ struct WebServer::Slot {
     bool answering = false;
     bool keepAfter = false; // a front's answer: read the next request after it
     bool streaming = false; // a front's answer that stays open
+    bool gzip = false;      // a front's request takes gzip
     quint64 since = 0;      // order of acceptance, and of each request on it
     QSocketNotifier readable{QSocketNotifier::Read};
     QSocketNotifier writable{QSocketNotifier::Write};

@@ -4,13 +4,14 @@
 
 #include "core/Clock.h"
 #include "webserver/Codecs.h"
+#include "webserver/Gzip.h"
 
 bool FrontReply::open() const {
     return server_ && server_->frontCurrent(index_, since_);
 }
 
 void FrontReply::Send(int status, const QByteArray& type, const QByteArray& body,
-                      const QByteArray& headerLines) const {
+                      const QByteArray& headerLines, const QByteArray& gzipped) const {
     if (!open() || server_->slotAt(index_).streaming)
         return;
     WebServer::Slot& slot = server_->slotAt(index_);
@@ -22,13 +23,24 @@ void FrontReply::Send(int status, const QByteArray& type, const QByteArray& body
                       "\r\n";
     if (!type.isEmpty())
         head += "Content-Type: " + type + "\r\n";
-    head += "Content-Length: " + QByteArray::number(body.size()) + "\r\n";
+    QByteArray sent = body;
+    if (Compressible(type, body.size())) {
+        head += "Vary: Accept-Encoding\r\n";
+        const QByteArray packed = !slot.gzip          ? QByteArray()
+                                  : gzipped.isEmpty() ? Gzip(body)
+                                                      : gzipped;
+        if (!packed.isEmpty() && packed.size() < body.size()) {
+            head += "Content-Encoding: gzip\r\n";
+            sent = packed;
+        }
+    }
+    head += "Content-Length: " + QByteArray::number(sent.size()) + "\r\n";
     head += headerLines;
     if (!headerLines.contains("Connection: close"))
         head += close ? "Connection: close\r\n" : "Connection: keep-alive\r\n";
     head += "\r\n";
     slot.answering = false;
-    server_->frontSend(index_, head + body, close);
+    server_->frontSend(index_, head + sent, close);
 }
 
 bool FrontReply::StartStream(const QByteArray& type) const {

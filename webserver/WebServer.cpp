@@ -11,6 +11,7 @@
 #include "webserver/Codecs.h"
 #include "webserver/Dispatcher.h"
 #include "webserver/FileSender.h"
+#include "webserver/Gzip.h"
 #include "webserver/HttpRequest.h"
 
 #include <QFileInfo>
@@ -529,6 +530,7 @@ void WebServer::answerFront(int index, const FrontRoute& route) {
         break;
     }
     slot.keepAfter = request.keepAlive;
+    slot.gzip = AcceptsGzip(request.header("accept-encoding"));
     const QHostAddress address = slot.peerAddress();
     bool isV4 = false;
     const quint32 v4 = address.toIPv4Address(&isV4);
@@ -598,6 +600,16 @@ void WebServer::sendAndClose(int index, const QByteArray& response) {
     flush(index);
 }
 
+// A header's value in a classic request's text, "" when it has none.
+static QString HeaderValue(const QString& requestText, QStringView name) {
+    for (QStringView line : QStringView(requestText).split(u"\r\n"_s)) {
+        const qsizetype colon = line.indexOf(u':');
+        if (colon > 0 && line.first(colon).trimmed().compare(name, Qt::CaseInsensitive) == 0)
+            return line.mid(colon + 1).trimmed().toString();
+    }
+    return {};
+}
+
 void WebServer::sendFile(int index, const QString& path, const QString& requestText) {
     const QString date = HttpDate(clock_);
     // The help pages are read from their own folder, under the same rules.
@@ -622,6 +634,22 @@ void WebServer::sendFile(int index, const QString& path, const QString& requestT
         help && path.endsWith(u".css") ? u"Content-Type: text/css\r\n"_s : ContentTypeLines(path);
     slot.out = Http::FileResponseHead(size, start, type, date);
     slot.sent = 0;
+    // A text file goes gzip-compressed to a client that takes it; one that
+    // does not, or asks for a range, gets the bytes as they always were.
+    if (start == 0 && size <= FilePieceBytes && type.startsWith(u"Content-Type: text/") &&
+        AcceptsGzip(HeaderValue(requestText, u"accept-encoding").toLatin1())) {
+        QByteArray bytes(size, Qt::Uninitialized);
+        const QByteArray packed =
+            ::pread(file.fd(), bytes.data(), size_t(size), 0) == size ? Gzip(bytes) : QByteArray();
+        if (!packed.isEmpty() && packed.size() < size) {
+            slot.out = Http::FileResponseHead(
+                           packed.size(), 0,
+                           type + u"Content-Encoding: gzip\r\nVary: Accept-Encoding\r\n"_s, date) +
+                       packed;
+            flush(index);
+            return;
+        }
+    }
     // A small file goes out with its header in one write, as a page does; a
     // larger one goes from the file to the socket without passing through here.
     if (size - start <= FilePieceBytes) {

@@ -40,8 +40,10 @@ public:
     FrontReply() = default;
     bool open() const;
     // A whole answer. On a keep-alive connection the next request is read after it.
+    // Text goes gzip-compressed when the request takes it: gzipped when given
+    // (made once, for a file that does not change), else compressed now.
     void Send(int status, const QByteArray& type, const QByteArray& body,
-              const QByteArray& headerLines = {}) const;
+              const QByteArray& headerLines = {}, const QByteArray& gzipped = {}) const;
     // An answer that stays open (event streams): the head now, Write adds to it.
     // The client's closing ends it.
     bool StartStream(const QByteArray& type) const;

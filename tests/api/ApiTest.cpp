@@ -414,6 +414,44 @@ TEST(Api, ACodeImportedOnAFullDiskLeavesTheKeyAsItWas) {
     EXPECT_EQ(QDir(a.t.path(u"IRSignals")).entryList(QDir::Files), QStringList{u"TV-Vol.bin"_s});
 }
 
+TEST(Api, RefusalsNameTheFieldAtFaultAndStoreNothing) {
+    Served a; // 2026-11-21 08:00
+    a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
+    const struct {
+        const char* method;
+        const char* path;
+        const char* body;
+        const char16_t* field;
+    } cases[] = {
+        {"POST", "/api/v1/remotes/1/keys/0/press", R"({"hold_ms":500})", u"hold_ms"},
+        {"PATCH", "/api/v1/remotes/1", R"({"name":"A","design":2})", u"design"},
+        {"POST", "/api/v1/transmit", R"({"timings":[9000,-4500,560],"repeat":1})", u"repeat"},
+        {"POST", "/api/v1/transmit", R"({"timings":[9000,"x",560]})", u"timings"},
+        {"POST", "/api/v1/reservations", R"({"remoteId":1,"keyId":0,"time":"07:00","days":"01"})",
+         u"days"},
+        {"POST", "/api/v1/reservations",
+         R"({"remoteId":1,"keyId":0,"time":"07:00","repeat":"daily","date":"2026-12-01"})",
+         u"date"},
+        {"POST", "/api/v1/reservations",
+         R"({"remoteId":1,"keyId":0,"time":"08:00","date":"2026-11-21"})", u"date"},
+        {"POST", "/api/v1/reservations",
+         R"({"remoteId":1,"keyId":0,"time":"07:59","date":"2026-11-21"})", u"date"},
+    };
+    for (const auto& c : cases) {
+        const QByteArray r = a.call(c.method, c.path, c.body);
+        EXPECT_EQ(Served::status(r), 400) << c.body;
+        EXPECT_TRUE(Served::json(r)[u"message"_s].toString().startsWith(QStringView(c.field)))
+            << r.toStdString();
+    }
+    EXPECT_EQ(a.sends(), 0);
+    EXPECT_TRUE(QDir(a.t.path(u"reserve"_s)).isEmpty());
+    // Chosen days alone are a weekly reservation.
+    EXPECT_EQ(Served::status(a.call("POST", "/api/v1/reservations",
+                                    R"({"remoteId":1,"keyId":0,"time":"07:00","days":"0101000"})")),
+              201);
+    EXPECT_EQ(Served::json(a.call("GET", "/api/v1/status"))[u"transceiver"_s][u"kind"_s], u"sim"_s);
+}
+
 TEST(Api, ReservationsShareTheStoreAndTheScheduler) {
     Served a;
     a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});

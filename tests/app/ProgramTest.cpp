@@ -370,30 +370,52 @@ TEST(Program, ExportsAndImportsFromTheCommandLine) {
     EXPECT_TRUE(page.contains(ShiftJis::Encode(u"エアコン"_s))) << page.toStdString();
 }
 
-TEST(Program, PressAndListAskTheInstanceRunningOnTheFolder) {
+// 0 done, 1 failed, 2 bad usage, 3 no instance: a script tells them apart.
+TEST(Program, PressSceneAndListAskTheInstanceRunningOnTheFolder) {
     QTemporaryDir tmp;
     const QString dir = tmp.path() + u"/demo"_s;
     makeDemo(dir);
     SettingsStore settings(dir + u"/setting.ini"_s);
     const QString remote = settings.ReadIni(u"Remote-1"_s, u"Device");
     const QString key = settings.ReadIni(u"Remote-1"_s, u"Button-0");
-    auto run = [&](const QStringList& args, QString* out = nullptr) {
-        QProcess cli;
-        cli.start(QStringLiteral(KESTRAVA_BINARY), QStringList{u"--home"_s, dir} + args);
-        cli.waitForFinished(20000);
-        if (out)
-            *out = QString::fromUtf8(cli.readAllStandardOutput() + cli.readAllStandardError());
-        return cli.exitCode();
+    struct Case {
+        QStringList args;
+        int status;
+        QString said;
     };
-    EXPECT_EQ(run({u"--press"_s, remote, key}), 2); // nothing runs there
+    auto check = [&](const std::vector<Case>& cases) {
+        for (const Case& c : cases) {
+            QProcess cli;
+            cli.start(QStringLiteral(KESTRAVA_BINARY), QStringList{u"--home"_s, dir} + c.args);
+            cli.waitForFinished(20000);
+            const QString out =
+                QString::fromUtf8(cli.readAllStandardOutput() + cli.readAllStandardError());
+            EXPECT_EQ(cli.exitCode(), c.status) << c.args.join(u' ').toStdString();
+            EXPECT_TRUE(out.contains(c.said)) << out.toStdString();
+        }
+    };
+    check({
+        {{u"--press"_s, remote, key}, 3, u"no instance is running"_s},
+        {{u"--scene"_s, u"映画"_s}, 3, u"no instance is running"_s},
+        {{u"-h"_s}, 0, u"3 no instance running"_s},
+        {{u"--press"_s, remote}, 2, u"--press takes a remote and a key"_s},
+        {{u"--json"_s}, 2, u"--json goes with --list"_s},
+        {{u"--bogus"_s}, 2, u"bogus"_s},
+    });
     ProgramProcess p(home(dir));
     ASSERT_TRUE(p.waitForLog(u"started on "_s + dir)) << p.log().toStdString();
-    QString out;
-    EXPECT_EQ(run({u"--list"_s}, &out), 0);
-    EXPECT_TRUE(out.contains(remote) && out.contains(key)) << out.toStdString();
-    EXPECT_EQ(run({u"--press"_s, remote, key}), 0);
-    EXPECT_EQ(run({u"--press"_s, remote, u"no such key"_s}, &out), 1);
-    EXPECT_TRUE(out.contains(u"no such key"_s)) << out.toStdString();
-    EXPECT_EQ(run({u"--press"_s, remote}), 2);
+    const QByteArray scene = R"({"name":"映画","steps":[{"type":"wait","ms":100}]})";
+    ASSERT_TRUE(Fetch(p.webPort(), "POST /api/v1/scenes HTTP/1.1\r\nHost: 127.0.0.1\r\n"
+                                   "Content-Type: application/json\r\nContent-Length: " +
+                                       QByteArray::number(scene.size()) + "\r\n\r\n" + scene)
+                    .startsWith("HTTP/1.1 201"));
+    check({
+        {{u"--list"_s}, 0, u"\t"_s + key},
+        {{u"--list"_s, u"--json"_s}, 0, u"{\"remotes\":[{\"id\":1,"_s},
+        {{u"--press"_s, remote, key}, 0, {}},
+        {{u"--press"_s, remote, u"no such key"_s}, 1, u"no such key"_s},
+        {{u"--scene"_s, u"映画"_s}, 0, {}},
+        {{u"--scene"_s, u"無い"_s}, 1, u"no scene is named '無い'"_s},
+    });
     EXPECT_TRUE(QFile(dir + u"/sim-transmit.log"_s).size() > 0);
 }

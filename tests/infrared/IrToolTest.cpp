@@ -19,13 +19,18 @@ struct ToolRun {
     QString out, err;
 };
 
-ToolRun run(const QString& dir, const QStringList& args) {
+ToolRun run(const QString& dir, const QStringList& args, const QByteArray& input = {},
+            QByteArray* bytes = nullptr) {
     QProcess p;
     p.setWorkingDirectory(dir);
     p.start(QStringLiteral(KESTRAVA_IR_BINARY), args);
+    p.write(input);
+    p.closeWriteChannel();
     p.waitForFinished(20000);
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
-            QString::fromUtf8(p.readAllStandardOutput()),
+    const QByteArray out = p.readAllStandardOutput();
+    if (bytes)
+        *bytes = out;
+    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, QString::fromUtf8(out),
             QString::fromUtf8(p.readAllStandardError())};
 }
 
@@ -66,6 +71,54 @@ TEST(IrTool, CapturesShowsAndSendsWithTheSimulator) {
     const ToolRun version = run(dir.path(), {u"--version"_s});
     EXPECT_EQ(version.status, 0);
     EXPECT_EQ(version.out, u"kestrava-ir " KESTRAVA_VERSION "\n"_s);
+}
+
+// 0 done, 1 failed, 2 bad usage, each with its words on the stream it belongs to.
+TEST(IrTool, ExitStatusesAndHelp) {
+    QTemporaryDir dir;
+    const struct {
+        QStringList args;
+        int status;
+        const char16_t* said; // on stdout for 0, else on stderr
+    } cases[] = {
+        {{u"-h"_s}, 0, u"Usage: kestrava-ir COMMAND"},
+        {{u"show"_s, u"--help"_s}, 0, u"Usage: kestrava-ir show"},
+        {{u"convert"_s, u"a.bin"_s, u"-h"_s}, 0, u"--broadlink-unit"},
+        {{u"help"_s, u"capture"_s}, 0, u"DEVICE is a path"},
+        {{u"list"_s, u"--json"_s}, 0, u"["},
+        {{u"show"_s, u"missing.bin"_s}, 1, u"missing.bin"},
+        {{u"show"_s, u"-"_s}, 1, u"standard input: not a usable signal"},
+        {{u"encode"_s, u"nec:zz"_s, u"x.bin"_s}, 2, u"'zz' is not a number"},
+        {{u"encode"_s, u"nex:1"_s, u"x.bin"_s}, 2, u"unknown protocol 'nex' (one of nec, "},
+        {{u"capture"_s, u"sim"_s, u"x.bin"_s, u"soon"_s}, 2, u"'soon' is not a number of seconds"},
+        {{u"climate"_s, u"daikin"_s, u"mode=warm"_s, u"x.bin"_s}, 2, u"mode is one of"},
+        {{u"send"_s, u"sim"_s}, 2, u"see: kestrava-ir send --help"},
+    };
+    for (const auto& c : cases) {
+        const ToolRun r = run(dir.path(), c.args);
+        EXPECT_EQ(r.status, c.status) << c.args.join(u' ').toStdString();
+        EXPECT_TRUE((c.status ? r.err : r.out).contains(QStringView(c.said)))
+            << r.out.toStdString() << r.err.toStdString();
+    }
+    EXPECT_TRUE(QDir(dir.path()).isEmpty());
+}
+
+// "-" is standard input or output for every file, so the commands pipe.
+TEST(IrTool, PipesThroughStandardStreams) {
+    QTemporaryDir dir;
+    QByteArray signal, pronto;
+    ASSERT_EQ(run(dir.path(), {u"encode"_s, u"nec:0x0408"_s, u"-"_s}, {}, &signal).status, 0);
+    EXPECT_EQ(signal.size(), SignalFileSize);
+    ToolRun r =
+        run(dir.path(), {u"convert"_s, u"-"_s, u"-"_s, u"--to"_s, u"pronto"_s}, signal, &pronto);
+    EXPECT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_TRUE(pronto.startsWith("900A") || pronto.startsWith("0000")) << pronto.constData();
+    EXPECT_TRUE(r.err.contains(u"wrote 1 signal(s)"_s)); // the words keep off the data
+    r = run(dir.path(), {u"show"_s, u"-"_s}, pronto);
+    EXPECT_TRUE(r.out.contains(u"(nec:0x0408)"_s)) << r.out.toStdString() << r.err.toStdString();
+    r = run(dir.path(), {u"send"_s, u"sim"_s, u"-"_s}, signal);
+    EXPECT_EQ(r.status, 0) << r.err.toStdString();
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{u"sim-transmit.log"_s});
 }
 
 // convert: the input's format from its content, the output's from --to or

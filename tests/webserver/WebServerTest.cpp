@@ -222,6 +222,25 @@ TEST(WebServer, ThePhonePageComesFromTheProgram) {
     EXPECT_TRUE(HeadOf(js).contains("Content-Type: text/javascript; charset=utf-8\r\n"));
     EXPECT_TRUE(HeadOf(js).contains("Content-Security-Policy: default-src 'self'"));
     EXPECT_FALSE(BodyOf(js).contains("from the folder"));
+    // Compressed for a client that takes gzip, and the same bytes once unpacked.
+    EXPECT_TRUE(HeadOf(js).contains("Vary: Accept-Encoding\r\n"));
+    EXPECT_FALSE(HeadOf(js).contains("Content-Encoding"));
+    EXPECT_FALSE(HeadOf(s.get("/m/app.js", login + "Accept-Encoding: gzip;q=0\r\n"))
+                     .contains("Content-Encoding"));
+    const QByteArray packed = s.get("/m/app.js", login + "Accept-Encoding: br, gzip\r\n");
+    EXPECT_TRUE(HeadOf(packed).contains("Content-Encoding: gzip\r\n"));
+    EXPECT_LT(BodyOf(packed).size(), BodyOf(js).size() / 2);
+    QProcess gunzip;
+    gunzip.start(u"gzip"_s, {u"-dc"_s});
+    gunzip.write(BodyOf(packed));
+    gunzip.closeWriteChannel();
+    gunzip.waitForFinished();
+    EXPECT_EQ(gunzip.readAllStandardOutput(), BodyOf(js));
+    // A text file of the folder too; its bytes as ever to a client that does not take gzip.
+    s.t.writeFile(u"notes.htm"_s, QByteArray(4000, 'a'));
+    EXPECT_EQ(BodyOf(s.get("/notes.htm", login)), QByteArray(4000, 'a'));
+    EXPECT_TRUE(HeadOf(s.get("/notes.htm", login + "Accept-Encoding: gzip\r\n"))
+                    .contains("Content-Encoding: gzip\r\n"));
     EXPECT_TRUE(BodyOf(s.get("/m/?from=home", login)).startsWith("<!doctype html>"));
     EXPECT_TRUE(HeadOf(s.get("/m/manifest.webmanifest", login))
                     .contains("Content-Type: application/manifest+json\r\n"));

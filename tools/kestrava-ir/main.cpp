@@ -39,55 +39,145 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const char* const Usage =
-    "Usage: kestrava-ir COMMAND [ARGS]\n"
-    "Checks an infrared transceiver for Kestrava.\n"
-    "\n"
-    "  list                      devices that may be a transceiver\n"
-    "  capture DEVICE FILE [S]   learn one signal (wait up to S seconds, default 11)\n"
-    "                            and store it as a signal file\n"
-    "  send DEVICE FILE          send a signal file\n"
-    "  show FILE [--mode2|--json] print a signal file, or each key of any file of\n"
-    "                            codes convert reads, as pulse/space durations in µs\n"
-    "                            with its carrier and protocol (ir-ctl's text, mode2\n"
-    "                            or JSON form)\n"
-    "  encode PROTO:SCANCODE FILE  write the signal of a code (nec:0x0408, as\n"
-    "                            ir-ctl -S takes it, or PROTOCOL:D,S,F as the IR\n"
-    "                            databases write it: NEC1:4,251,8) as a signal file\n"
-    "  climate FAMILY WORDS... FILE  write an air conditioner's state frame as a\n"
-    "                            signal file; WORDS: power=on|off mode=cool|heat|\n"
-    "                            dry|fan|auto temp=26 fan=auto|quiet|1..5 swing=on|off\n"
-    "  climate --list            the air-conditioner families: name, title,\n"
-    "                            temperatures and fans\n"
-    "  convert IN OUT [--to FORMAT] [--broadlink-unit UNIT]\n"
-    "                            convert one signal or a file of many; IN's format\n"
-    "                            is found from its content, OUT's from --to or its\n"
-    "                            extension; many signals into a one-signal format\n"
-    "                            need a directory as OUT. FORMAT, read and written:\n"
-    "                              irctl       ir-ctl/mode2 text (.txt)\n"
-    "                              pronto      Pronto hex: 0000 learned, 5000 RC5,\n"
-    "                                          5001 RC5x, 6000 RC6, 900A NEC (.pronto)\n"
-    "                              flipper     Flipper Zero .ir files (many keys)\n"
-    "                              broadlink   Broadlink base64 or hex (.b64)\n"
-    "                              lircd       lircd.conf remotes (many keys, .conf)\n"
-    "                              json        Home Assistant timings (.json)\n"
-    "                              globalcache Global Cache sendir (.gc)\n"
-    "                              esphome     ESPHome [µs] lists, comma-separated\n"
-    "                                          durations (.esphome)\n"
-    "                              tasmota     Tasmota IRsend JSON or raw (.tasmota)\n"
-    "                              irdb        irdb CSV rows in IRP (many keys, .csv)\n"
-    "                              bin         a signal file (.bin)\n"
-    "                            and read only: smartir (SmartIR device files)\n"
-    "                            UNIT: broadlink (269/8192 ms, default),\n"
-    "                            python-broadlink (32.84 us) or a number of us\n"
-    "  --help                    show this help and exit\n"
-    "  --version                 show the version and exit\n"
-    "\n"
+// Each command's synopsis and what it does; the whole usage is all of them.
+struct Command {
+    const char* name;
+    const char* help;
+    bool device; // takes a DEVICE
+};
+const Command Commands[] = {
+    {"list", "  list [--json]             devices that may be a transceiver\n", false},
+    {"capture",
+     "  capture DEVICE FILE [S]   learn one signal (wait up to S seconds, 1 to 600,\n"
+     "                            default 11) and store it as a signal file\n",
+     true},
+    {"send", "  send DEVICE FILE          send a signal file\n", true},
+    {"show",
+     "  show FILE [--mode2|--json] print a signal file, or each key of any file of\n"
+     "                            codes convert reads, as pulse/space durations in µs\n"
+     "                            with its carrier and protocol (ir-ctl's text, mode2\n"
+     "                            or JSON form)\n",
+     false},
+    {"encode",
+     "  encode PROTO:SCANCODE FILE  write the signal of a code (nec:0x0408, as\n"
+     "                            ir-ctl -S takes it, or PROTOCOL:D,S,F as the IR\n"
+     "                            databases write it: NEC1:4,251,8) as a signal file\n",
+     false},
+    {"climate",
+     "  climate FAMILY WORDS... FILE  write an air conditioner's state frame as a\n"
+     "                            signal file; WORDS: power=on|off mode=cool|heat|\n"
+     "                            dry|fan|auto temp=26 fan=auto|quiet|1..5 swing=on|off\n"
+     "  climate --list            the air-conditioner families: name, title,\n"
+     "                            temperatures and fans\n",
+     false},
+    {"convert",
+     "  convert IN OUT [--to FORMAT] [--broadlink-unit UNIT]\n"
+     "                            convert one signal or a file of many; IN's format\n"
+     "                            is found from its content, OUT's from --to or its\n"
+     "                            extension; many signals into a one-signal format\n"
+     "                            need a directory as OUT. FORMAT, read and written:\n"
+     "                              irctl       ir-ctl/mode2 text (.txt)\n"
+     "                              pronto      Pronto hex: 0000 learned, 5000 RC5,\n"
+     "                                          5001 RC5x, 6000 RC6, 900A NEC (.pronto)\n"
+     "                              flipper     Flipper Zero .ir files (many keys)\n"
+     "                              broadlink   Broadlink base64 or hex (.b64)\n"
+     "                              lircd       lircd.conf remotes (many keys, .conf)\n"
+     "                              json        Home Assistant timings (.json)\n"
+     "                              globalcache Global Cache sendir (.gc)\n"
+     "                              esphome     ESPHome [µs] lists, comma-separated\n"
+     "                                          durations (.esphome)\n"
+     "                              tasmota     Tasmota IRsend JSON or raw (.tasmota)\n"
+     "                              irdb        irdb CSV rows in IRP (many keys, .csv)\n"
+     "                              bin         a signal file (.bin)\n"
+     "                            and read only: smartir (SmartIR device files)\n"
+     "                            UNIT: broadlink (269/8192 ms, default),\n"
+     "                            python-broadlink (32.84 us) or a number of us\n",
+     false},
+};
+
+const char* const DeviceNote =
     "DEVICE is a path (/dev/ttyUSB0, /dev/lirc0), a number n for /dev/ttyUSBn,\n"
     "or sim for the simulator (which logs to ./sim-transmit.log).\n";
+const char* const FileNote = "A FILE, IN or OUT of - is standard input or output.\n";
+const char* const ExitNote = "Exit status: 0 done, 1 failed, 2 bad usage.\n";
+
+QByteArray usage(const Command* only) {
+    QByteArray text = only ? QByteArray("Usage: kestrava-ir ") + only->name + " ARGS\n\n"
+                           : "Usage: kestrava-ir COMMAND [ARGS]\n"
+                             "Checks an infrared transceiver for Kestrava.\n\n";
+    for (const Command& c : Commands)
+        if (!only || only == &c)
+            text += c.help;
+    if (!only)
+        text += "  help [COMMAND]            show this help, or a command's, and exit\n"
+                "  --version                 show the version and exit\n";
+    text += "\n";
+    if (!only || only->device)
+        text += DeviceNote;
+    if (!only || (only->name != QByteArrayView("list")))
+        text += FileNote;
+    return text + ExitNote;
+}
+
+const Command* commandNamed(const QString& name) {
+    for (const Command& c : Commands)
+        if (name == QLatin1StringView(c.name))
+            return &c;
+    return nullptr;
+}
+
+// Notes for the user go to standard output unless it carries the data.
+FILE* notes = stdout;
+
+bool isStdio(const QString& path) {
+    return path == u"-";
+}
+
+// Standard input to its end; nothing when it holds more than limit bytes.
+std::optional<QByteArray> readStdin(qsizetype limit) {
+    QByteArray bytes;
+    char piece[64 * 1024];
+    for (;;) {
+        const ssize_t n = ::read(STDIN_FILENO, piece, sizeof piece);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return bytes;
+        bytes.append(piece, n);
+        if (bytes.size() > limit)
+            return std::nullopt;
+    }
+}
+
+// The data takes standard output; the words go to standard error.
+void outputTo(const QString& path) {
+    if (isStdio(path))
+        notes = stderr;
+}
+
+// bytes into path, replaced whole, or onto standard output for "-".
+bool writeOut(const QString& path, QByteArrayView bytes, QString* error) {
+    if (!isStdio(path))
+        return WriteFileAtomically(path, bytes, 0644, error);
+    const bool ok =
+        std::fwrite(bytes.data(), 1, size_t(bytes.size()), stdout) == size_t(bytes.size()) &&
+        std::fflush(stdout) == 0;
+    if (!ok)
+        *error = u"standard output: "_s + QString::fromLocal8Bit(std::strerror(errno));
+    return ok;
+}
+
+// A signal file's bytes for a blob: the image with its length stamped.
+QByteArray signalImage(QByteArrayView blob) {
+    SignalImage image{};
+    const int length = int(std::min<qsizetype>(blob.size(), SignalFileSize));
+    std::copy_n(reinterpret_cast<const uint8_t*>(blob.data()), length, image.begin());
+    StampSignalLength(image, length);
+    return QByteArray(reinterpret_cast<const char*>(image.data()), SignalFileSize);
+}
 
 void print(const QString& text) {
-    std::fputs(text.toLocal8Bit().constData(), stdout);
+    std::fputs(text.toLocal8Bit().constData(), notes);
 }
 
 void complain(const QString& text) {
@@ -100,8 +190,15 @@ QString targetOf(const QString& device) {
     return number ? u"/dev/ttyUSB"_s + QString::number(n) : device;
 }
 
-int list() {
+int list(bool json) {
     const QList<IrDeviceEntry> devices = ListIrDevices();
+    if (json) {
+        QJsonArray all;
+        for (const IrDeviceEntry& d : devices)
+            all.append(QJsonObject{{u"path"_s, d.path}, {u"note"_s, d.note}});
+        print(QString::fromUtf8(QJsonDocument(all).toJson(QJsonDocument::Compact)) + u'\n');
+        return 0;
+    }
     for (const IrDeviceEntry& d : devices)
         print(d.path + u"  "_s + d.note + u'\n');
     if (devices.isEmpty())
@@ -168,6 +265,18 @@ std::unique_ptr<IrDriver> openDriver(const QString& device) {
 // The signal of a file, checked as the program checks it before a send.
 bool readSignal(const QString& path, QByteArray* bytes) {
     QString why;
+    if (isStdio(path)) {
+        const auto image = readStdin(MaxCodeFileBytes);
+        const ParsedSignal parsed =
+            image ? ParseSignalFile(image->left(SignalFileSize)) : ParsedSignal{};
+        if (!image || !parsed.error.isEmpty()) {
+            complain(u"standard input: not a usable signal: "_s +
+                     (image ? parsed.error : u"too large"_s));
+            return false;
+        }
+        *bytes = parsed.blob;
+        return true;
+    }
     switch (ReadCheckedSignal(path, bytes, &why)) {
     case SignalRead::Ok:
         return true;
@@ -264,15 +373,30 @@ void showTiming(const IrTiming& t, const IrCode& code, ShowAs as, const QString&
 
 // A signal file, or any file of codes: each of its keys in turn.
 int show(const QString& path, ShowAs as) {
-    QFile file(path);
     QByteArray head;
-    if (file.open(QIODevice::ReadOnly))
+    if (isStdio(path)) {
+        const auto bytes = readStdin(MaxCodeFileBytes);
+        if (!bytes) {
+            complain(u"standard input: more than a file of codes may have"_s);
+            return 1;
+        }
+        head = *bytes;
+    } else if (QFile file(path); file.open(QIODevice::ReadOnly)) {
         head = file.read(MaxCodeFileBytes);
+    }
     const std::optional<IrFormat> format = DetectIrFormat(head);
     if (!format || *format == IrFormat::Bin || QFileInfo(path).isDir()) {
         QByteArray bytes;
-        if (!readSignal(path, &bytes))
+        if (isStdio(path)) {
+            const ParsedSignal parsed = ParseSignalFile(head.left(SignalFileSize));
+            if (!parsed.error.isEmpty()) {
+                complain(u"standard input: not a usable signal: "_s + parsed.error);
+                return 1;
+            }
+            bytes = parsed.blob;
+        } else if (!readSignal(path, &bytes)) {
             return 1;
+        }
         auto blob = IrBlob::decode(bytes);
         if (!blob)
             return 1;
@@ -280,7 +404,8 @@ int show(const QString& path, ShowAs as) {
         showTiming(t, DecodeSignal(t), as, QString());
         return 0;
     }
-    const IrCodeRead read = ReadIrCodePath(path);
+    const IrCodeRead read =
+        isStdio(path) ? ReadIrCodes(head, u"standard input"_s) : ReadIrCodePath(path);
     for (const QString& note : read.refused)
         complain(u"left out: "_s + note);
     if (!read.ok()) {
@@ -319,7 +444,8 @@ bool writable(const QString& path) {
 }
 
 int capture(const QString& device, const QString& path, int seconds) {
-    if (!writable(path))
+    outputTo(path);
+    if (!isStdio(path) && !writable(path))
         return 1;
     auto driver = openDriver(device);
     if (!driver)
@@ -353,16 +479,13 @@ int capture(const QString& device, const QString& path, int seconds) {
                                                  : u"nothing was received"_s);
         return 1;
     }
-    SignalImage image{};
-    std::copy_n(data.constData(), data.size(), image.begin());
-    StampSignalLength(image, int(data.size()));
     QString error;
-    if (!WriteFileAtomically(
-            path, QByteArrayView(reinterpret_cast<const char*>(image.data()), image.size()), 0644,
-            &error)) {
+    if (!writeOut(path, signalImage(data), &error)) {
         complain(error);
         return 1;
     }
+    if (isStdio(path))
+        return 0;
     print(u"stored "_s + QString::number(data.size()) + u" bytes in "_s + path + u'\n');
     return show(path, ShowAs::Text);
 }
@@ -381,7 +504,7 @@ int encode(const QString& spec, const QString& path) {
         return 1;
     }
     QString error;
-    if (!WriteSignalFile(path, blob->encode(), &error)) {
+    if (!writeOut(path, signalImage(blob->encode()), &error)) {
         complain(error);
         return 1;
     }
@@ -402,6 +525,38 @@ int climateList() {
     return 0;
 }
 
+// The shared state checks speak the program's Japanese; the tool tells the
+// same refusals in English.
+QString wordProblem(const QString& word) {
+    const qsizetype eq = word.indexOf(u'=');
+    const QString name = word.left(eq).trimmed().toLower();
+    if (eq <= 0)
+        return u"'%1' is not NAME=VALUE"_s.arg(word);
+    if (name == u"power" || name == u"swing")
+        return u"%1 is on or off"_s.arg(name);
+    if (name == u"mode")
+        return u"mode is one of auto, cool, heat, dry, fan"_s;
+    if (name == u"temp" || name == u"temperature")
+        return u"temp '%1' is not a number (26, 24.5)"_s.arg(word.mid(eq + 1));
+    if (name == u"fan")
+        return u"fan is empty"_s;
+    return u"unknown word '%1' (power, mode, temp, fan, swing)"_s.arg(name);
+}
+
+QString fitProblem(const ClimateCaps& caps, const ClimateState& wanted) {
+    QStringList modes;
+    for (ClimateMode m : caps.modes)
+        modes << ClimateModeName(m);
+    if (!caps.hasMode(wanted.mode))
+        return u"%1 has no mode %2 (only %3)"_s.arg(caps.family, ClimateModeName(wanted.mode),
+                                                    modes.join(u", "_s));
+    if (!caps.fans.contains(wanted.fan))
+        return u"%1's fan is one of %2"_s.arg(caps.family, caps.fans.join(u", "_s));
+    if (wanted.swing && !caps.swing)
+        return u"%1 has no swing"_s.arg(caps.family);
+    return u"%1 takes temp %2 to %3"_s.arg(caps.family).arg(caps.minTemp).arg(caps.maxTemp);
+}
+
 int climate(const QStringList& args) {
     if (args.size() < 2) {
         complain(u"wrong arguments for 'climate'"_s);
@@ -414,16 +569,27 @@ int climate(const QStringList& args) {
         return 2;
     }
     QString why;
-    ClimateState base;
-    base.power = true;
-    const auto wanted = ClimateStateFromWords(args.mid(1, args.size() - 2), base, &why);
-    const ClimateFit fit = wanted ? FitClimateState(*caps, *wanted) : ClimateFit{{}, {}, why};
+    ClimateState wanted;
+    wanted.power = true;
+    for (const QString& word : args.mid(1, args.size() - 2)) {
+        const auto next = ClimateStateFromWords({word}, wanted, &why);
+        if (!next) {
+            complain(wordProblem(word));
+            return 2;
+        }
+        wanted = *next;
+    }
+    const ClimateFit fit = FitClimateState(*caps, wanted);
     if (!fit.state) {
-        complain(fit.why);
+        complain(fitProblem(*caps, wanted));
         return 2;
     }
-    if (!fit.note.isEmpty())
-        complain(fit.note);
+    if (fit.state->temperature != wanted.temperature)
+        complain(u"temp %1 rounded to %2 (steps of %3)"_s.arg(wanted.temperature)
+                     .arg(fit.state->temperature)
+                     .arg(caps->step));
+    else if (!fit.note.isEmpty())
+        complain(u"mode %1 ignores the temperature"_s.arg(ClimateModeName(wanted.mode)));
     const auto timing = EncodeClimate(caps->family, *fit.state, &why);
     const auto blob = timing ? BlobFromTiming(*timing) : std::nullopt;
     if (!blob || blob->encode().size() > SignalFileSize - 2) {
@@ -431,7 +597,7 @@ int climate(const QStringList& args) {
         return 1;
     }
     QString error;
-    if (!WriteSignalFile(args.last(), blob->encode(), &error)) {
+    if (!writeOut(args.last(), signalImage(blob->encode()), &error)) {
         complain(error);
         return 1;
     }
@@ -495,15 +661,26 @@ int convert(const QStringList& args) {
     }
     const QString& in = paths[0];
     const QString& out = paths[1];
+    outputTo(out);
     const QFileInfo outInfo(out);
-    const bool intoDirectory = outInfo.isDir() || out.endsWith(u'/');
+    const bool intoDirectory = !isStdio(out) && (outInfo.isDir() || out.endsWith(u'/'));
     if (!to && !intoDirectory)
         to = IrFormatFromPath(out);
     if (!to) {
         complain(out + u": cannot tell the format from the name; say --to FORMAT"_s);
         return 2;
     }
-    const IrCodeRead read = ReadIrCodePath(in, options);
+    IrCodeRead read;
+    if (isStdio(in)) {
+        const auto bytes = readStdin(MaxCodeFileBytes);
+        if (!bytes) {
+            complain(u"standard input: more than a file of codes may have"_s);
+            return 1;
+        }
+        read = ReadIrCodes(*bytes, u"standard input"_s, options);
+    } else {
+        read = ReadIrCodePath(in, options);
+    }
     for (const QString& note : read.refused)
         complain(u"left out: "_s + note);
     if (!read.ok()) {
@@ -518,7 +695,10 @@ int convert(const QStringList& args) {
                               .arg(IrFormatName(*to)));
             return 1;
         }
-        if (!SaveIrCodes(out, *to, read.codes, &error, options)) {
+        const QByteArray bytes = WriteIrCodes(*to, read.codes, &error, options);
+        if (bytes.isEmpty())
+            error = out + u": "_s + error;
+        if (bytes.isEmpty() || !writeOut(out, bytes, &error)) {
             complain(error);
             return 1;
         }
@@ -560,44 +740,66 @@ int convert(const QStringList& args) {
     return 0;
 }
 
+// The seconds of a capture: a whole number 1 to 600, or nothing.
+std::optional<int> secondsOf(const QString& text) {
+    bool ok = false;
+    const int n = text.toInt(&ok);
+    return ok && n >= 1 && n <= 600 ? std::optional<int>(n) : std::nullopt;
+}
+
+int run(const QStringList& args) {
+    const QString cmd = args.value(0);
+    const qsizetype n = args.size();
+    if (cmd == u"list" && (n == 1 || (n == 2 && args[1] == u"--json")))
+        return list(n == 2);
+    if (cmd == u"show" && n == 2)
+        return show(args[1], ShowAs::Text);
+    if (cmd == u"show" && n == 3 && (args[2] == u"--mode2" || args[2] == u"--json"))
+        return show(args[1], args[2] == u"--json" ? ShowAs::Json : ShowAs::Mode2);
+    if (cmd == u"encode" && n == 3)
+        return encode(args[1], args[2]);
+    if (cmd == u"capture" && (n == 3 || n == 4)) {
+        const auto seconds = n == 4 ? secondsOf(args[3]) : std::optional<int>(11);
+        if (!seconds) {
+            complain(u"'%1' is not a number of seconds (1 to 600)"_s.arg(args[3]));
+            return 2;
+        }
+        return capture(args[1], args[2], *seconds);
+    }
+    if (cmd == u"convert")
+        return convert(args.mid(1));
+    if (cmd == u"climate" && n == 2 && args[1] == u"--list")
+        return climateList();
+    if (cmd == u"climate")
+        return climate(args.mid(1));
+    if (cmd == u"send" && n == 3)
+        return send(args[1], args[2]);
+    if (n == 1 && cmd == u"--version") {
+        std::printf("kestrava-ir %s\n", KESTRAVA_VERSION);
+        return 0;
+    }
+    if (commandNamed(cmd))
+        complain(u"wrong arguments for '"_s + cmd + u"' (see: kestrava-ir "_s + cmd +
+                 u" --help)"_s);
+    else if (!cmd.isEmpty())
+        complain(u"unknown command '"_s + cmd + u"'"_s);
+    std::fputs(usage(nullptr).constData(), stderr);
+    return 2;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     InstallLogHandler(false, "kestrava-ir");
-    QStringList args = app.arguments().mid(1);
+    const QStringList args = app.arguments().mid(1);
     const QString cmd = args.value(0);
-    if (cmd == u"list" && args.size() == 1)
-        return list();
-    if (cmd == u"show" && args.size() == 2)
-        return show(args[1], ShowAs::Text);
-    if (cmd == u"show" && args.size() == 3 && (args[2] == u"--mode2" || args[2] == u"--json"))
-        return show(args[1], args[2] == u"--json" ? ShowAs::Json : ShowAs::Mode2);
-    if (cmd == u"encode" && args.size() == 3)
-        return encode(args[1], args[2]);
-    if (cmd == u"capture" && (args.size() == 3 || args.size() == 4))
-        return capture(args[1], args[2], args.size() == 4 ? qMax(1, args[3].toInt()) : 11);
-    if (cmd == u"convert")
-        return convert(args.mid(1));
-    if (cmd == u"climate" && args.size() == 2 && args[1] == u"--list")
-        return climateList();
-    if (cmd == u"climate")
-        return climate(args.mid(1));
-    if (cmd == u"send" && args.size() == 3)
-        return send(args[1], args[2]);
-    if (args.size() == 1 && cmd == u"--version") {
-        std::printf("kestrava-ir %s\n", KESTRAVA_VERSION);
-        return 0;
-    }
-    const bool help = args.size() == 1 && (cmd == u"--help" || cmd == u"-h");
+    // Help anywhere: of the command when one is named, else of them all.
+    const bool help = cmd == u"help" || args.contains(u"--help"_s) || args.contains(u"-h"_s);
     if (help) {
-        std::fputs(Usage, stdout);
+        const Command* c = commandNamed(cmd == u"help" ? args.value(1) : cmd);
+        std::fputs(usage(c).constData(), stdout);
         return 0;
     }
-    if (cmd == u"list" || cmd == u"show" || cmd == u"capture" || cmd == u"send" || cmd == u"encode")
-        complain(u"wrong arguments for '"_s + cmd + u"'"_s);
-    else if (!cmd.isEmpty())
-        complain(u"unknown command '"_s + cmd + u"'"_s);
-    std::fputs(Usage, stderr);
-    return 2;
+    return run(args);
 }
