@@ -76,8 +76,6 @@ TEST(Scenes, AHandWrittenFileIsReadAndWhatIsMadeKeptAcrossRestarts) {
     Scenes again(h.t.folder, h.t.settings, h.device, h.climates);
     ASSERT_EQ(again.scenes().size(), 2u);
     EXPECT_EQ(again.scene(1)->steps[0].repeat, 2);
-    EXPECT_EQ(SceneJson(*again.scene(7)),
-              SceneJson(*Scenes(h.t.folder, h.t.settings, h.device, h.climates).scene(7)));
     EXPECT_TRUE(again.remove(7));
     EXPECT_FALSE(Scenes(h.t.folder, h.t.settings, h.device, h.climates).scene(7));
 }
@@ -127,8 +125,9 @@ TEST(Scenes, RefusalsNameTheField) {
     for (const auto& c : cases) {
         QString why;
         auto s = SceneFromJson(QJsonDocument::fromJson(c.json).object(), &why);
-        if (s)
+        if (s) {
             EXPECT_FALSE(scenes.create(*s, &why)) << c.json;
+        }
         EXPECT_TRUE(why.contains(QStringView(c.names))) << c.json << " -> " << why.toStdString();
     }
     EXPECT_EQ(scenes.scenes().size(), 1u);
