@@ -127,8 +127,9 @@ TEST(Scenes, RefusalsNameTheField) {
     for (const auto& c : cases) {
         QString why;
         auto s = SceneFromJson(QJsonDocument::fromJson(c.json).object(), &why);
-        if (s)
+        if (s) {
             EXPECT_FALSE(scenes.create(*s, &why)) << c.json;
+        }
         EXPECT_TRUE(why.contains(QStringView(c.names))) << c.json << " -> " << why.toStdString();
     }
     EXPECT_EQ(scenes.scenes().size(), 1u);
