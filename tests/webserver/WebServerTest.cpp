@@ -237,9 +237,9 @@ TEST(WebServer, ThePhonePageComesFromTheProgram) {
     gunzip.waitForFinished();
     EXPECT_EQ(gunzip.readAllStandardOutput(), BodyOf(js));
     // A text file of the folder too; its bytes as ever to a client that does not take gzip.
-    s.t.writeFile(u"notes.htm"_s, QByteArray(4000, 'a'));
-    EXPECT_EQ(BodyOf(s.get("/notes.htm", login)), QByteArray(4000, 'a'));
-    EXPECT_TRUE(HeadOf(s.get("/notes.htm", login + "Accept-Encoding: gzip\r\n"))
+    s.t.writeFile(u"notes.txt"_s, QByteArray(4000, 'a'));
+    EXPECT_EQ(BodyOf(s.get("/notes.txt", login)), QByteArray(4000, 'a'));
+    EXPECT_TRUE(HeadOf(s.get("/notes.txt", login + "Accept-Encoding: gzip\r\n"))
                     .contains("Content-Encoding: gzip\r\n"));
     EXPECT_TRUE(BodyOf(s.get("/m/?from=home", login)).startsWith("<!doctype html>"));
     EXPECT_TRUE(HeadOf(s.get("/m/manifest.webmanifest", login))
