@@ -28,7 +28,16 @@ void FrontReply::Send(int status, const QByteArray& type, const QByteArray& body
         head += close ? "Connection: close\r\n" : "Connection: keep-alive\r\n";
     head += "\r\n";
     slot.answering = false;
+    if (std::exchange(slot.closed, nullptr))
+        server_->watchReads(index_, false);
     server_->frontSend(index_, head + body, close);
+}
+
+void FrontReply::WatchClose(std::function<void()> closed) const {
+    if (!open() || !server_->slotAt(index_).answering)
+        return;
+    server_->slotAt(index_).closed = std::move(closed);
+    server_->watchReads(index_, true);
 }
 
 bool FrontReply::StartStream(const QByteArray& type) const {
