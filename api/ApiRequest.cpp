@@ -61,6 +61,7 @@ QByteArray AllowedMethods(Endpoint endpoint) {
     case Endpoint::Reservation:
         return "PATCH, DELETE";
     case Endpoint::KeyPress:
+    case Endpoint::KeyHold:
     case Endpoint::KeyLearn:
     case Endpoint::PressByName:
     case Endpoint::Transmit:
@@ -122,6 +123,8 @@ Refusal ParseCall(const QByteArray& method, const QString& path, const QByteArra
         if (n == 5) {
             if (parts[4] == u"press")
                 c.endpoint = Endpoint::KeyPress;
+            else if (parts[4] == u"hold")
+                c.endpoint = Endpoint::KeyHold;
             else if (parts[4] == u"learn")
                 c.endpoint = Endpoint::KeyLearn;
             else if (parts[4] == u"code")
