@@ -50,9 +50,9 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
       dynDns(settings_, clock_, folder_.path(u"DynDns.log"), dnsService), addressMail(settings_),
       addressWatch(settings_, dnsService, addressMail, dynDns), portMapping(settings_, clock_),
       internet(settings_, dnsService, addressWatch, portMapping),
-      power(settings_, prompt_, scheduler), device(folder_, settings_, prompt_),
-      listener(folder_, settings_, device), climates(folder_, settings_, device),
-      camera(folder_, settings_, prompt_),
+      power(settings_, prompt_, scheduler), codes(folder_.path(u"SignalCodes.cache"_s)),
+      device(folder_, settings_, prompt_), listener(folder_, settings_, device),
+      climates(folder_, settings_, device), camera(folder_, settings_, prompt_),
       webServer(folder_, settings_, clock_, prompt_, dispatcher),
       certificates(folder_, settings_, clock_),
       api({folder_, settings_, clock_, device, scheduler, webServer,
@@ -60,7 +60,8 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
       climateApi(
           folder_, climates, device,
           [this](const QByteArray& name, const QJsonObject& data) { api.Publish(name, data); }),
-      mqtt(folder_, settings_, device), lircd(folder_, settings_, device) {
+      holdApi(folder_, settings_, device), mqtt(folder_, settings_, device),
+      lircd(folder_, settings_, device) {
     addressMail.setPrompt(&prompt);
     addressMail.setClock(&clock);
     scheduler.hibernate = [this] { power.HibernateNow(); };
@@ -143,6 +144,12 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
     };
     api.climates = [this](const Api::Call& call, const FrontReply& reply) {
         climateApi.Handle(call, reply);
+    };
+    api.UseCodes(codes);
+    listener.UseCodes(codes);
+    lircd.UseCodes(codes);
+    api.holds = [this](const Api::Call& call, const FrontReply& reply) {
+        holdApi.Handle(call, reply);
     };
     // A SmartIR file may be larger than any other body; the first route matching wins.
     webServer.AddFront(api.Route(u"/api/v1/climates/import"_s, ClimateApi::MaxImportBody));

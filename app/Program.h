@@ -1,6 +1,7 @@
 #pragma once
 
 #include "api/ClimateApi.h"
+#include "api/HoldApi.h"
 #include "api/JsonApi.h"
 #include "camera/Camera.h"
 #include "climate/ClimateUnits.h"
@@ -87,6 +88,8 @@ public:
     // Sleep and wake-up; owns timHibern. The scan hands over to it.
     Power power;
 
+    // What each signal file decodes as, kept in the program folder.
+    SignalCodeCache codes;
     // The transceiver: opened by the first send or capture, not at start.
     Transceiver device;
     // Hears the hand-held remotes between sends while [MQTT] Listen, lircd or
@@ -107,6 +110,8 @@ public:
     JsonApi api;
     // Its air conditioners' calls.
     ClimateApi climateApi;
+    // Its held keys.
+    HoldApi holdApi;
     // Home automation over MQTT, when a broker is set.
     Mqtt mqtt;
     // lircd's socket for LIRC's clients, when [Lircd] names a path or port.

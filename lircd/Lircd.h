@@ -2,6 +2,7 @@
 
 #include "infrared/Climate.h"
 #include "infrared/IrProtocol.h"
+#include "infrared/SignalCodeCache.h"
 #include "lircd/LircdCommand.h"
 
 #include <QByteArray>
@@ -51,6 +52,9 @@ public:
     // ("off", "cool_26_auto"); set before Start.
     void SetClimates(ClimateUnits* units);
 
+    // The program's cache of what signal files decode as, instead of one of its own.
+    void UseCodes(SignalCodeCache& codes) { codes_ = &codes; }
+
     // A learned key heard, its repeats counted from 0.
     void KeyHeard(const IrCode& code, int repeat, const QString& remote, const QString& key);
 
@@ -75,7 +79,7 @@ private:
         QByteArray line;
         bool answered = false;
         bool stopped = false;
-        QElapsedTimer since;
+        int id = 0; // the transceiver's
     };
     void accepted(QIODevice* io);
     void readable(QIODevice* io);
@@ -83,7 +87,7 @@ private:
     // again: a repeat of the send before, not a new press.
     void sendTimes(QPointer<QIODevice> io, QByteArray line, QString remote, QString key, int left,
                    bool again = false);
-    void holdNext();
+    void startHold();
     void answer(QIODevice* io, const QByteArray& reply);
     void finish(QIODevice* io);
     Client* clientOf(QIODevice* io);
@@ -102,7 +106,8 @@ private:
     std::unique_ptr<Held> held_;
     LircdCatalog catalog_;
     QByteArray catalogStamp_;
-    SignalCodeCache codes_;
+    SignalCodeCache ownCodes_;
+    SignalCodeCache* codes_ = &ownCodes_;
     ClimateUnits* climates_ = nullptr;
 };
 
