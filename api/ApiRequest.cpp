@@ -96,6 +96,7 @@ QByteArray AllowedMethods(Endpoint endpoint) {
     case Endpoint::KeyLearn:
         return "POST, DELETE";
     case Endpoint::KeyPress:
+    case Endpoint::KeyHold:
     case Endpoint::PressByName:
     case Endpoint::Transmit:
         return "POST";
@@ -163,6 +164,8 @@ Refusal ParseCall(const QByteArray& method, const QString& path, const QByteArra
         if (n == 5) {
             if (parts[4] == u"press")
                 c.endpoint = Endpoint::KeyPress;
+            else if (parts[4] == u"hold")
+                c.endpoint = Endpoint::KeyHold;
             else if (parts[4] == u"learn")
                 c.endpoint = Endpoint::KeyLearn;
             else if (parts[4] == u"code")

@@ -16,6 +16,7 @@ enum class Endpoint {
     Remote,        // GET, PATCH rename, DELETE
     Key,           // GET, PATCH rename, DELETE
     KeyPress,      // POST
+    KeyHold,       // POST {"action": "start" | "stop"}
     KeyLearn,      // POST
     KeyCode,       // PUT
     PressByName,   // POST

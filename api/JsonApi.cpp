@@ -156,7 +156,7 @@ void JsonApi::dispatch(const Api::Call& c, const FrontRequest& request, const Re
     case E::Events:
         return events(r.front);
     case E::Remotes:
-        return m == "GET" ? remotes(r) : createRemote(c, r);
+        return m == "GET" ? remotes(r, request.query) : createRemote(c, r);
     case E::Remote:
         return m == "GET" ? remote(c, r) : m == "PATCH" ? renameRemote(c, r) : deleteRemote(c, r);
     case E::Key:
@@ -168,6 +168,8 @@ void JsonApi::dispatch(const Api::Call& c, const FrontRequest& request, const Re
             return r.bad(u"repeat は 1～%1 の整数にしてください。"_s.arg(MaxRepeat));
         return press(c.remote, c.key, repeat, r);
     }
+    case E::KeyHold:
+        return holds ? holds(c, r.front) : r.notFound(u"そのような API はありません。"_s);
     case E::PressByName:
         return pressByName(c, r);
     case E::Transmit:
@@ -227,11 +229,11 @@ void JsonApi::status(const Reply& r) {
 QJsonObject JsonApi::keyJson(const QString& device, int key, const QString& function) {
     QJsonObject o{{u"id"_s, key}, {u"name"_s, function}};
     const QString path = function.isEmpty() ? QString() : SignalFilePath(folder_, device, function);
-    const bool learned = !path.isEmpty() && QFileInfo::exists(path);
+    bool learned = false;
+    const IrCode ir = path.isEmpty() ? IrCode{} : codes_->codeOf(path, &learned);
     o[u"learned"_s] = learned;
     QJsonValue protocol, scancode, code, irp;
     if (learned) {
-        const IrCode ir = codes_.codeOf(path);
         if (ir.decoded()) {
             const QString spec = CodeSpec(ir);
             protocol = spec.section(u':', 0, 0);
@@ -263,20 +265,42 @@ QJsonObject JsonApi::remoteJson(int id) {
             {u"keys"_s, keys}};
 }
 
-void JsonApi::remotes(const Reply& r) {
+// A remote without its keys: what a list of names needs.
+QJsonObject JsonApi::remoteSummary(int id) {
+    const QString name = settings_.Read(Key::RemoteName(id));
+    const Design* design = DesignByText(settings_.Read(Key::RemoteDesign(id)));
+    if (name.isEmpty() || !design)
+        return {};
+    int learned = 0;
+    for (const QString& function : ReadRemoteButtons(settings_, id))
+        learned +=
+            !function.isEmpty() && QFileInfo::exists(SignalFilePath(folder_, name, function));
+    return {{u"id"_s, id},
+            {u"name"_s, name},
+            {u"design"_s, design->id},
+            {u"buttonCount"_s, design->buttonCount},
+            {u"learned"_s, learned}};
+}
+
+void JsonApi::remotes(const Reply& r, const QString& query) {
+    const bool light = query.split(u'&').contains(u"keys=none"_s);
     // The list of remotes is made again only when the registry or a signal file moved.
     const QByteArray stamp =
         RegistryStamp(settings_, folder_) + '|' + QByteArray::number(generation_);
-    if (stamp != remotesStamp_ || remotesBody_.isEmpty()) {
-        QJsonArray list;
-        for (int id = 1; id <= MaxListedRemoteId; ++id)
-            if (const QJsonObject o = remoteJson(id); !o.isEmpty())
-                list.append(o);
-        remotesBody_ =
-            QJsonDocument(QJsonObject{{u"remotes"_s, list}}).toJson(QJsonDocument::Compact);
+    if (stamp != remotesStamp_) {
+        remotesBody_.clear();
+        summaryBody_.clear();
         remotesStamp_ = stamp;
     }
-    r.raw(200, remotesBody_);
+    QByteArray& body = light ? summaryBody_ : remotesBody_;
+    if (body.isEmpty()) {
+        QJsonArray list;
+        for (int id = 1; id <= MaxListedRemoteId; ++id)
+            if (const QJsonObject o = light ? remoteSummary(id) : remoteJson(id); !o.isEmpty())
+                list.append(o);
+        body = QJsonDocument(QJsonObject{{u"remotes"_s, list}}).toJson(QJsonDocument::Compact);
+    }
+    r.raw(200, body);
 }
 
 void JsonApi::remote(const Api::Call& c, const Reply& r) {

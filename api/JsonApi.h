@@ -2,6 +2,7 @@
 
 #include "api/ApiRequest.h"
 #include "infrared/IrProtocol.h"
+#include "infrared/SignalCodeCache.h"
 #include "infrared/SignalStore.h"
 #include "infrared/Transmission.h"
 #include "reservations/ClimateReserve.h"
@@ -57,6 +58,8 @@ public:
     // scene a line names (0 when none).
     std::function<QString(int id)> sceneName;
     std::function<int(const QString& device, const QString& function)> sceneOf;
+    // The program's cache of what signal files decode as, instead of one of its own.
+    void UseCodes(SignalCodeCache& codes) { codes_ = &codes; }
 
     // Event streams open now.
     int Listeners() const { return int(listeners_.size()); }
@@ -75,6 +78,8 @@ public:
     std::function<void(const Api::Call&, const FrontReply&)> climates;
     // The calls under /api/v1/scenes; 404 without it.
     std::function<void(const Api::Call&, const FrontReply&)> scenes;
+    // A key held down (…/keys/{key}/hold); 404 without it.
+    std::function<void(const Api::Call&, const FrontReply&)> holds;
 
     // Longest repeat of one press.
     static constexpr int MaxRepeat = 20;
@@ -85,7 +90,8 @@ private:
     static std::function<void(int, const QString&)> keyFailure(const Reply& r);
     void dispatch(const Api::Call& call, const FrontRequest& request, const Reply& reply);
     void status(const Reply& r);
-    void remotes(const Reply& r);
+    // query "keys=none": the remotes without their keys.
+    void remotes(const Reply& r, const QString& query);
     void remote(const Api::Call& c, const Reply& r);
     void createRemote(const Api::Call& c, const Reply& r);
     void renameRemote(const Api::Call& c, const Reply& r);
@@ -109,6 +115,7 @@ private:
     // why when it could not be written.
     bool storeKey(int remote, int key, const QString& name, const SignalImage& image, QString* why);
     QJsonObject remoteJson(int id);
+    QJsonObject remoteSummary(int id);
     QJsonObject keyJson(const QString& device, int key, const QString& function);
     void changed() { ++generation_; }
 
@@ -120,9 +127,11 @@ private:
     WebServer& server_;
     std::function<QString()> globalAddress_;
 
-    SignalCodeCache codes_;
+    SignalCodeCache ownCodes_;
+    SignalCodeCache* codes_ = &ownCodes_;
     // The list of remotes, made again when the registry or a signal changed.
     QByteArray remotesBody_;
+    QByteArray summaryBody_; // without keys
     QByteArray remotesStamp_;
     quint64 generation_ = 0;
     bool capturing_ = false;

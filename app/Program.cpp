@@ -51,9 +51,10 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
       dynDns(settings_, clock_, folder_.path(u"DynDns.log"), dnsService), addressMail(settings_),
       addressWatch(settings_, dnsService, addressMail, dynDns), portMapping(settings_, clock_),
       internet(settings_, dnsService, addressWatch, portMapping),
-      power(settings_, prompt_, scheduler), device(folder_, settings_, prompt_),
-      listener(folder_, settings_, device), climates(folder_, settings_, device),
-      scenes(folder_, settings_, device, climates), camera(folder_, settings_, prompt_),
+      power(settings_, prompt_, scheduler), codes(folder_.path(u"SignalCodes.cache"_s)),
+      device(folder_, settings_, prompt_), listener(folder_, settings_, device),
+      climates(folder_, settings_, device), scenes(folder_, settings_, device, climates),
+      camera(folder_, settings_, prompt_),
       webServer(folder_, settings_, clock_, prompt_, dispatcher),
       certificates(folder_, settings_, clock_),
       api({folder_, settings_, clock_, device, scheduler, webServer,
@@ -64,7 +65,8 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
       sceneApi(
           scenes, settings_, climates,
           [this](const QByteArray& name, const QJsonObject& data) { api.Publish(name, data); }),
-      mqtt(folder_, settings_, device), lircd(folder_, settings_, device) {
+      holdApi(folder_, settings_, device), mqtt(folder_, settings_, device),
+      lircd(folder_, settings_, device) {
     addressMail.setPrompt(&prompt);
     addressMail.setClock(&clock);
     scheduler.hibernate = [this] { power.HibernateNow(); };
@@ -168,6 +170,12 @@ Program::Program(const ProgramFolder& folder_, SettingsStore& settings_, const C
     };
     api.climates = [this](const Api::Call& call, const FrontReply& reply) {
         climateApi.Handle(call, reply);
+    };
+    api.UseCodes(codes);
+    listener.UseCodes(codes);
+    lircd.UseCodes(codes);
+    api.holds = [this](const Api::Call& call, const FrontReply& reply) {
+        holdApi.Handle(call, reply);
     };
     // A SmartIR file may be larger than any other body; the first route matching wins.
     webServer.AddFront(api.Route(u"/api/v1/climates/import"_s, ClimateApi::MaxImportBody));

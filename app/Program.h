@@ -1,6 +1,7 @@
 #pragma once
 
 #include "api/ClimateApi.h"
+#include "api/HoldApi.h"
 #include "api/JsonApi.h"
 #include "api/SceneApi.h"
 #include "camera/Camera.h"
@@ -89,6 +90,8 @@ public:
     // Sleep and wake-up; owns timHibern. The scan hands over to it.
     Power power;
 
+    // What each signal file decodes as, kept in the program folder.
+    SignalCodeCache codes;
     // The transceiver: opened by the first send or capture, not at start.
     Transceiver device;
     // Hears the hand-held remotes between sends while [MQTT] Listen, lircd or
@@ -113,6 +116,8 @@ public:
     ClimateApi climateApi;
     // Its scenes' calls.
     SceneApi sceneApi;
+    // Its held keys.
+    HoldApi holdApi;
     // Home automation over MQTT, when a broker is set.
     Mqtt mqtt;
     // lircd's socket for LIRC's clients, when [Lircd] names a path or port.

@@ -3,6 +3,7 @@
 // signal it shows, the listener every frame it hears; each should take at most
 // 5 µs.
 #include "infrared/IrProtocol.h"
+#include "infrared/SignalCodeCache.h"
 #include "infrared/SignalStore.h"
 
 #include <QTemporaryDir>

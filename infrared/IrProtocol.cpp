@@ -1,10 +1,7 @@
 #include "infrared/IrProtocol.h"
 
-#include "infrared/SignalStore.h"
 #include "infrared/protocols/Framing.h"
 
-#include <QDateTime>
-#include <QFileInfo>
 #include <QJsonObject>
 #include <QStringList>
 
@@ -539,20 +536,4 @@ QString CodeDisplay(const IrCode& code) {
                frames.join(u' ');
     }
     return CodeSpec(code).mid(ProtocolName(code.protocol).size() + 1).prepend(name + u' ');
-}
-
-IrCode SignalCodeCache::codeOf(const QString& path) {
-    const QFileInfo fi(path);
-    const int64_t mtime = fi.exists() ? fi.lastModified().toMSecsSinceEpoch() : 0;
-    const int64_t size = fi.exists() ? fi.size() : -1;
-    Entry& e = entries_[path];
-    if (e.size == size && e.mtimeMs == mtime) // a new entry matches only a missing file: raw
-        return e.code;
-    e = {mtime, size, {}};
-    QByteArray blob;
-    QString why;
-    if (ReadCheckedSignal(path, &blob, &why) == SignalRead::Ok)
-        if (auto b = IrBlob::decode(blob))
-            e.code = DecodeSignal(TimingFromBlob(*b));
-    return e.code;
 }

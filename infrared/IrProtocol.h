@@ -2,7 +2,6 @@
 
 #include "infrared/IrSignal.h"
 
-#include <QHash>
 #include <QJsonValue>
 #include <QString>
 #include <QStringList>
@@ -139,20 +138,3 @@ QString CodeSpec(const IrCode& code);
 std::optional<IrCode> ParseCodeSpec(QStringView text, QString* why = nullptr);
 // "NEC 0x0408", "Sony12 0x010015", "AEHA 2002 80003DBC"; "raw" when raw.
 QString CodeDisplay(const IrCode& code);
-
-// Decodes signal files once: the editor shows a protocol per key and opens a
-// hundred keys at once. An entry is good while the file's size and
-// modification time stay; a file that is not a usable signal decodes as raw.
-class SignalCodeCache {
-public:
-    IrCode codeOf(const QString& path);
-    void clear() { entries_.clear(); }
-
-private:
-    struct Entry {
-        int64_t mtimeMs = 0;
-        int64_t size = -1;
-        IrCode code;
-    };
-    QHash<QString, Entry> entries_; // by path
-};

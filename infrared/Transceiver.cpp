@@ -6,6 +6,7 @@
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
 #include "core/Wait.h"
+#include "infrared/HeldSignal.h"
 #include "infrared/TiraFacts.h"
 
 #include <QFileInfo>
@@ -18,6 +19,20 @@ using namespace Qt::StringLiterals;
 namespace {
 Q_LOGGING_CATEGORY(lcDevice, "kestrava.device")
 }
+
+// A held key's state while it waits and while it goes out.
+struct Transceiver::Hold {
+    int id = 0;
+    QByteArray repeatBlob;
+    uint32_t firstPeriodUs = 0, repeatPeriodUs = 0;
+    std::function<void(SendResult)> started;
+    std::optional<HoldEnd> stop; // asked to end
+    HoldEnd end = HoldEnd::Released;
+    int frames = 0;
+    bool sending = false;
+    bool atLimit = false; // the timer runs to the limit, not to a frame
+    QElapsedTimer since;  // from the first frame's start
+};
 
 const QString Transceiver::PortUnsetText =
     u"Tiraで使用するCOMポート番号が指定されていません。　設定を行ってください。"_s;
@@ -33,6 +48,16 @@ Transceiver::Transceiver(const ProgramFolder& folder_, SettingsStore& settings_,
     connect(&timDeactivate, &QTimer::timeout, this, [this] {
         timDeactivate.stop();
         DeActivateTira();
+    });
+    holdTimer_.setSingleShot(true);
+    holdTimer_.setTimerType(Qt::PreciseTimer); // a frame's period within a millisecond
+    connect(&holdTimer_, &QTimer::timeout, this, [this] {
+        if (!current_ || !current_->hold)
+            return;
+        if (!current_->hold->atLimit)
+            return holdFrame();
+        current_->hold->end = HoldEnd::Limit;
+        finishJob(SendResult::Sent);
     });
     timReturn.setInterval(2000);
     connect(&timReturn, &QTimer::timeout, this, &Transceiver::lookForReturn);
@@ -260,6 +285,9 @@ void Transceiver::DeActivateTira() {
 void Transceiver::Unload() {
     Timer1.stop();
     timDeactivate.stop();
+    holdTimer_.stop();
+    if (current_ && current_->hold && !current_->hold->sending)
+        finishJob(SendResult::Failed); // between two frames: nothing of the driver's to end
     std::deque<Job> waiting = std::exchange(queue_, {});
     for (Job& job : waiting)
         job.done(SendResult::Failed);
@@ -337,28 +365,37 @@ void Transceiver::tell(Origin origin, const QString& text, bool warning) {
         prompt.Information(text);
 }
 
+// The blob of a signal file to send; nothing (logged) when there is none.
+static std::optional<QByteArray> signalToSend(const QString& path) {
+    QByteArray blob;
+    QString why;
+    switch (ReadCheckedSignal(path, &blob, &why)) {
+    case SignalRead::Ok:
+        return blob;
+    case SignalRead::Missing:
+        qCWarning(lcDevice).noquote() << "no signal file" << path;
+        break;
+    case SignalRead::Unreadable:
+        qCWarning(lcDevice).noquote() << "cannot read signal file" << path;
+        break;
+    case SignalRead::BadLength:
+    case SignalRead::Damaged:
+        qCWarning(lcDevice).noquote() << "damaged signal file" << path << "-" << why;
+        break;
+    }
+    return std::nullopt;
+}
+
 void Transceiver::Enqueue(const QString& path, std::function<void(SendResult)> done,
                           SendLabel label) {
     const auto refuse = [&](SendResult result) {
         done(result);
         emit pressEnded(label, result);
     };
-    QByteArray blob;
-    QString why;
-    switch (ReadCheckedSignal(path, &blob, &why)) {
-    case SignalRead::Ok:
-        break;
-    case SignalRead::Missing:
-        qCWarning(lcDevice).noquote() << "no signal file" << path;
+    std::optional<QByteArray> read = signalToSend(path);
+    if (!read)
         return refuse(SendResult::Failed);
-    case SignalRead::Unreadable:
-        qCWarning(lcDevice).noquote() << "cannot read signal file" << path;
-        return refuse(SendResult::Failed);
-    case SignalRead::BadLength:
-    case SignalRead::Damaged:
-        qCWarning(lcDevice).noquote() << "damaged signal file" << path << "-" << why;
-        return refuse(SendResult::Failed);
-    }
+    QByteArray blob = std::move(*read);
     if (int(queue_.size()) >= MaxQueued) {
         qCWarning(lcDevice).noquote() << MaxQueued << "presses wait already; dropped" << path;
         return refuse(SendResult::Busy);
@@ -366,8 +403,120 @@ void Transceiver::Enqueue(const QString& path, std::function<void(SendResult)> d
     timDeactivate.stop();
     if (!label.remote.isEmpty())
         blob = toggled(path, label, std::move(blob));
-    queue_.push_back({path, std::move(blob), std::move(done), std::move(label)});
+    queue_.push_back({path, std::move(blob), std::move(done), std::move(label), nullptr});
     sendNext();
+}
+
+int Transceiver::StartHold(const QString& path, SendLabel label,
+                           std::function<void(HoldOutcome)> ended,
+                           std::function<void(SendResult)> started) {
+    auto hold = std::make_shared<Hold>();
+    hold->started = std::move(started);
+    auto done = [hold, ended = std::move(ended)](SendResult r) {
+        if (hold->started) // the first frame never went out
+            std::exchange(hold->started, nullptr)(r);
+        ended({r, hold->frames, hold->since.isValid() ? int(hold->since.elapsed()) : 0,
+               r == SendResult::Sent ? hold->end : HoldEnd::Failed});
+    };
+    const auto refuse = [&](SendResult result) {
+        done(result);
+        emit pressEnded(label, result);
+        return 0;
+    };
+    std::optional<QByteArray> blob = signalToSend(path);
+    if (!blob)
+        return refuse(SendResult::Failed);
+    if (int(queue_.size()) >= MaxQueued) {
+        qCWarning(lcDevice).noquote() << MaxQueued << "presses wait already; dropped" << path;
+        return refuse(SendResult::Busy);
+    }
+    // One press: the toggle flips for its first frame and stays for the rest.
+    if (!label.remote.isEmpty())
+        blob = toggled(path, label, std::move(*blob));
+    const auto stored = IrBlob::decode(*blob);
+    const IrTiming timing = stored ? TimingFromBlob(*stored) : IrTiming{};
+    const auto held = HeldSignalOf(timing, DecodeSignal(timing));
+    const auto first = held ? BlobFromTiming(held->first) : std::nullopt;
+    const auto repeat = held ? BlobFromTiming(held->repeat) : std::nullopt;
+    if (!first || !repeat) {
+        qCWarning(lcDevice).noquote() << "cannot hold" << path;
+        return refuse(SendResult::Failed);
+    }
+    hold->id = ++lastHold_;
+    hold->repeatBlob = repeat->encode();
+    hold->firstPeriodUs = held->firstPeriodUs;
+    hold->repeatPeriodUs = held->repeatPeriodUs;
+    timDeactivate.stop();
+    queue_.push_back({path, first->encode(), std::move(done), std::move(label), hold});
+    sendNext();
+    return hold->id;
+}
+
+bool Transceiver::StopHold(int id, HoldEnd why) {
+    if (current_ && current_->hold && current_->hold->id == id) {
+        Hold& h = *current_->hold;
+        if (h.stop)
+            return false;
+        h.stop = why;
+        if (!h.sending && h.frames > 0) { // between frames; else after the one going out
+            h.end = why;
+            finishJob(SendResult::Sent);
+        }
+        return true;
+    }
+    for (Job& job : queue_)
+        if (job.hold && job.hold->id == id && !job.hold->stop) {
+            job.hold->stop = why;
+            return true;
+        }
+    return false;
+}
+
+// Each frame of a hold is a send of its own, so that its start is ours to
+// time: the period runs from the first frame's start.
+void Transceiver::holdFrame() {
+    Hold& h = *current_->hold;
+    if (!driver_ || !TiraActive)
+        return finishJob(SendResult::Failed);
+    if (h.frames == 0)
+        h.since.start();
+    h.sending = true;
+    IrDriver* d = driver_.get();
+    ++calls_;
+    d->transmitAsync(0, -1, h.frames == 0 ? current_->blob : h.repeatBlob, [this, d](int rc) {
+        --calls_;
+        LastReturnCode = qint16(rc);
+        if (rc != 0) {
+            qCWarning(lcDevice).noquote() << "held transmission failed:" << rc;
+            if (d == driver_.get())
+                lost(d->target());
+        }
+        releaseRetired();
+        holdSent(rc);
+    });
+}
+
+void Transceiver::holdSent(int rc) {
+    if (!current_ || !current_->hold)
+        return; // ended meanwhile
+    if (rc != 0)
+        return finishJob(SendResult::Failed);
+    const std::shared_ptr<Hold> hold = current_->hold;
+    Hold& h = *hold;
+    h.sending = false;
+    if (++h.frames == 1 && h.started)
+        std::exchange(h.started, nullptr)(SendResult::Sent);
+    if (!current_ || current_->hold != hold)
+        return;
+    if (h.stop) {
+        h.end = *h.stop;
+        return finishJob(SendResult::Sent);
+    }
+    const qint64 nextUs = qint64(h.firstPeriodUs) + qint64(h.frames - 1) * h.repeatPeriodUs;
+    const qint64 nowUs = h.since.nsecsElapsed() / 1000;
+    h.atLimit = nextUs >= qint64(holdLimitMs) * 1000;
+    const qint64 atUs = h.atLimit ? qint64(holdLimitMs) * 1000 : nextUs;
+    holdTimer_.start(int(std::max<qint64>(0, (atUs - nowUs + 500) / 1000)));
 }
 
 void Transceiver::EnqueueTiming(const IrTiming& timing, const QString& what,
@@ -387,7 +536,7 @@ void Transceiver::EnqueueTiming(const IrTiming& timing, const QString& what,
         return refuse(SendResult::Busy);
     }
     timDeactivate.stop();
-    queue_.push_back({what, blob->encode(), std::move(done), std::move(label)});
+    queue_.push_back({what, blob->encode(), std::move(done), std::move(label), nullptr});
     sendNext();
 }
 
@@ -418,6 +567,8 @@ void Transceiver::sendNext() {
     current_ = std::move(queue_.front());
     queue_.pop_front();
     auto transmit = [this] {
+        if (current_->hold)
+            return holdFrame();
         IrDriver* d = driver_.get();
         ++calls_;
         d->transmitAsync(TiraFacts::TransmitRepeat, -1, current_->blob, [this, d](int rc) {
@@ -450,6 +601,7 @@ void Transceiver::finishJob(SendResult result) {
         return;
     Job job = std::move(*current_);
     current_.reset();
+    holdTimer_.stop();
     restartIdle();
     job.done(result);
     emit pressEnded(job.label, result);

@@ -3,9 +3,11 @@
 #include "infrared/DeviceList.h"
 #include "infrared/IrDriver.h"
 #include "infrared/IrProtocol.h"
+#include "infrared/SignalCodeCache.h"
 #include "infrared/SignalStore.h"
 #include "infrared/Transmission.h"
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QString>
 #include <QTimer>
@@ -58,6 +60,24 @@ public:
     // behind the same queue; what names it in the log.
     void EnqueueTiming(const IrTiming& timing, const QString& what,
                        std::function<void(SendResult)> done, SendLabel label = {});
+    // A held key. It takes its turn in the queue like a send and holds it:
+    // the first frame, then the repeat frame at the protocol's period, until
+    // StopHold or holdLimitMs; sends asked for meanwhile wait behind it.
+    // started hears how the first frame went, ended how the hold ended. The id
+    // is for StopHold; 0 when refused at once (ended has been told).
+    enum class HoldEnd { Released, Limit, Lost, Failed };
+    struct HoldOutcome {
+        SendResult result = SendResult::Sent;
+        int frames = 0;
+        int ms = 0; // from the first frame's start to the end
+        HoldEnd ended = HoldEnd::Released;
+    };
+    int StartHold(const QString& path, SendLabel label, std::function<void(HoldOutcome)> ended,
+                  std::function<void(SendResult)> started = {});
+    // Ends a hold at once; one still waiting for its turn sends its first
+    // frame only. False when the hold is over or unknown.
+    bool StopHold(int id, HoldEnd why = HoldEnd::Released);
+
     // Enqueue, waiting with events running until this send has ended. Tells
     // the person (or the log) when the device cannot be opened.
     // Without a source the label says "window" for the desktop, "page" otherwise.
@@ -103,6 +123,7 @@ public:
     static constexpr int MaxQueued = 32;
 
     int captureTimeoutMs = 11000;
+    int holdLimitMs = 10000;
     DriverFactory factory;
     SystemPaths system;
     // Asks for the port when none is set; the port dialog fills it in.
@@ -124,13 +145,17 @@ signals:
     void presenceChanged(bool present);
 
 private:
+    struct Hold;
     struct Job {
         QString path;
         QByteArray blob;
         std::function<void(SendResult)> done;
         SendLabel label;
+        std::shared_ptr<Hold> hold; // a held key's frames, the blob its first
     };
     void sendNext();
+    void holdFrame();
+    void holdSent(int rc);
     QByteArray toggled(const QString& path, const SendLabel& label, QByteArray blob);
     void finishJob(SendResult result);
     void openAsync(qint16 port, std::function<void(bool)> done);
@@ -167,4 +192,6 @@ private:
     QString identityFor_;
     SignalCodeCache codes_;
     QHash<QString, bool> toggles_; // the last toggle sent, by remote
+    QTimer holdTimer_;             // the next frame of the hold going out
+    int lastHold_ = 0;
 };

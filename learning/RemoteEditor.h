@@ -1,5 +1,6 @@
 #pragma once
 
+#include "infrared/SignalCodeCache.h"
 #include "learning/LearningWindow.h"
 
 #include <vector>

@@ -183,6 +183,8 @@ void Lircd::finish(QIODevice* io) {
     if (it == clients_.end())
         return;
     clients_.erase(it);
+    if (held_ && held_->starter == io && !held_->answered)
+        device_.StopHold(held_->id, Transceiver::HoldEnd::Lost);
     disconnect(io, nullptr, this, nullptr);
     if (auto* s = qobject_cast<QLocalSocket*>(io))
         s->abort();
@@ -240,25 +242,16 @@ void Lircd::handle(Client& client, const QByteArray& line) {
     switch (r.kind) {
     case LircdRequest::Kind::Reply:
         return answer(io, r.reply);
-    case LircdRequest::Kind::SendOnce:
-        if (held_)
-            return answer(io, LircdError(line, "busy: repeating"));
+    case LircdRequest::Kind::SendOnce: // behind a held key, as every press
         client.waiting = true;
         return sendTimes(io, line, r.remote->name, r.key->name, r.times);
     case LircdRequest::Kind::SendStart:
         if (held_)
             return answer(io, LircdError(line, "already repeating"));
         held_ = std::make_unique<Held>(Held{SignalFilePath(folder_, r.remote->name, r.key->name),
-                                            r.remote->name,
-                                            r.key->name,
-                                            io,
-                                            line,
-                                            false,
-                                            false,
-                                            {}});
-        held_->since.start();
+                                            r.remote->name, r.key->name, io, line});
         client.waiting = true;
-        return holdNext();
+        return startHold();
     case LircdRequest::Kind::SendStop:
         if (!held_ || held_->stopped)
             return answer(io, LircdError(line, "not repeating"));
@@ -269,6 +262,8 @@ void Lircd::handle(Client& client, const QByteArray& line) {
         held_->stopped = true;
         if (IsTestMode(settings_)) // no send under way to end it
             held_.reset();
+        else
+            device_.StopHold(held_->id);
         return answer(io, LircdSuccess(line));
     }
 }
@@ -417,11 +412,16 @@ std::optional<ClimateState> LircdClimateState(QStringView key, ClimateState base
     return base;
 }
 
-// A held key goes out again as soon as its last send is over, until SEND_STOP
-// or the hold limit.
-void Lircd::holdNext() {
+// A held key: its first frame, then its repeat frames at the protocol's
+// period until SEND_STOP or the limit. The start is answered once the first
+// frame is out. A client gone before that takes its hold with it; irsend's
+// SEND_START leaves right after its answer, so a hold outlives that.
+void Lircd::startHold() {
     Held& h = *held_;
-    const auto answerStarter = [this](const QByteArray& reply) {
+    const Held* mine = &h;
+    const auto answerStarter = [this, mine](const QByteArray& reply) {
+        if (held_.get() != mine)
+            return;
         held_->answered = true;
         QPointer<QIODevice> io = held_->starter;
         answer(io, reply);
@@ -433,28 +433,27 @@ void Lircd::holdNext() {
     };
     if (IsTestMode(settings_)) {
         answerStarter(LircdSuccess(h.line));
-        QTimer::singleShot(holdLimitMs, this, [this, mine = held_.get()] {
+        QTimer::singleShot(holdLimitMs, this, [this, mine] {
             if (held_.get() == mine)
                 held_.reset();
         });
         return;
     }
     QPointer<Lircd> self(this);
-    device_.Enqueue(h.path,
-                    [self, answerStarter](SendResult result) {
-                        if (!self || !self->held_)
-                            return;
-                        Held& h = *self->held_;
-                        if (!h.answered)
-                            answerStarter(result == SendResult::Sent
-                                              ? LircdSuccess(h.line)
-                                              : LircdError(h.line, "transmission failed"));
-                        if (result != SendResult::Sent || h.stopped ||
-                            h.since.elapsed() >= self->holdLimitMs)
-                            return self->held_.reset();
-                        self->holdNext();
-                    },
-                    {u"lircd"_s, h.remote, h.key, h.answered});
+    const QByteArray line = h.line;
+    const int id = device_.StartHold(
+        h.path, {u"lircd"_s, h.remote, h.key},
+        [self, mine](const Transceiver::HoldOutcome&) {
+            if (self && self->held_.get() == mine)
+                self->held_.reset();
+        },
+        [self, answerStarter, line](SendResult result) {
+            if (self)
+                answerStarter(result == SendResult::Sent ? LircdSuccess(line)
+                                                         : LircdError(line, "transmission failed"));
+        });
+    if (held_.get() == mine) // not refused at once
+        held_->id = id;
 }
 
 void Lircd::KeyHeard(const IrCode& code, int repeat, const QString& remote, const QString& key) {
@@ -485,7 +484,7 @@ const LircdCatalog& Lircd::catalog() {
             const QString path = SignalFilePath(folder_, name, key);
             if (key.isEmpty() || !QFileInfo::exists(path))
                 continue;
-            const IrCode code = codes_.codeOf(path);
+            const IrCode code = codes_->codeOf(path);
             remote.keys.push_back({key, code.decoded() ? code.scancode : 0});
         }
         catalog_.push_back(std::move(remote));

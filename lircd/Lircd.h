@@ -2,6 +2,7 @@
 
 #include "infrared/Climate.h"
 #include "infrared/IrProtocol.h"
+#include "infrared/SignalCodeCache.h"
 #include "lircd/LircdCommand.h"
 
 #include <QByteArray>
@@ -56,6 +57,8 @@ public:
     // runs it. Set before Start.
     void SetScenes(Scenes* scenes);
     static constexpr const char* ScenesRemote = "scenes";
+    // The program's cache of what signal files decode as, instead of one of its own.
+    void UseCodes(SignalCodeCache& codes) { codes_ = &codes; }
 
     // A learned key heard, its repeats counted from 0.
     void KeyHeard(const IrCode& code, int repeat, const QString& remote, const QString& key);
@@ -81,7 +84,7 @@ private:
         QByteArray line;
         bool answered = false;
         bool stopped = false;
-        QElapsedTimer since;
+        int id = 0; // the transceiver's
     };
     void accepted(QIODevice* io);
     void readable(QIODevice* io);
@@ -89,7 +92,7 @@ private:
     // again: a repeat of the send before, not a new press.
     void sendTimes(QPointer<QIODevice> io, QByteArray line, QString remote, QString key, int left,
                    bool again = false);
-    void holdNext();
+    void startHold();
     void answer(QIODevice* io, const QByteArray& reply);
     void finish(QIODevice* io);
     Client* clientOf(QIODevice* io);
@@ -109,7 +112,8 @@ private:
     std::unique_ptr<Held> held_;
     LircdCatalog catalog_;
     QByteArray catalogStamp_;
-    SignalCodeCache codes_;
+    SignalCodeCache ownCodes_;
+    SignalCodeCache* codes_ = &ownCodes_;
     ClimateUnits* climates_ = nullptr;
     Scenes* scenes_ = nullptr;
 };

@@ -297,7 +297,7 @@ const std::vector<IrListener::Learned>& IrListener::learned() {
             const QString path = SignalFilePath(folder_, remote, key);
             if (!QFileInfo::exists(path))
                 continue;
-            Learned k{slot, button, remote, key, codes_.codeOf(path), {}};
+            Learned k{slot, button, remote, key, codes_->codeOf(path), {}};
             if (!k.code.decoded()) {
                 QByteArray blob;
                 QString why;

@@ -3,6 +3,7 @@
 #include "infrared/IrProtocol.h"
 #include "infrared/IrSignal.h"
 #include "infrared/LircDriver.h"
+#include "infrared/SignalCodeCache.h"
 
 #include <QByteArray>
 #include <QElapsedTimer>
@@ -41,6 +42,8 @@ public:
     // The transceiver set can receive between sends.
     bool canListen() const;
     bool listening() const { return fd_ >= 0 || simWatch_; }
+    // The program's cache of what signal files decode as, instead of one of its own.
+    void UseCodes(SignalCodeCache& codes) { codes_ = &codes; }
 
     // A message as received, started at startedMs (on the listener's clock,
     // elapsedMs()); the device calls it, tests may.
@@ -109,7 +112,8 @@ private:
 
     std::vector<Learned> learned_;
     QByteArray learnedStamp_;
-    SignalCodeCache codes_;
+    SignalCodeCache ownCodes_;
+    SignalCodeCache* codes_ = &ownCodes_;
 };
 
 // Two frames' durations agree one by one within the decoder's ±25 % (at least

@@ -38,10 +38,11 @@ struct WebServer::Slot {
     ServedFile file;
     off_t fileAt = 0, fileEnd = 0;
     bool answering = false;
-    bool keepAfter = false; // a front's answer: read the next request after it
-    bool streaming = false; // a front's answer that stays open
-    bool gzip = false;      // a front's request takes gzip
-    quint64 since = 0;      // order of acceptance, and of each request on it
+    bool keepAfter = false;       // a front's answer: read the next request after it
+    bool streaming = false;       // a front's answer that stays open
+    bool gzip = false;            // a front's request takes gzip
+    std::function<void()> closed; // told if the client goes before the answer
+    quint64 since = 0;            // order of acceptance, and of each request on it
     QSocketNotifier readable{QSocketNotifier::Read};
     QSocketNotifier writable{QSocketNotifier::Write};
     QTimer deadline; // the whole request within the limit, then no stall

@@ -40,7 +40,20 @@ void FrontReply::Send(int status, const QByteArray& type, const QByteArray& body
         head += close ? "Connection: close\r\n" : "Connection: keep-alive\r\n";
     head += "\r\n";
     slot.answering = false;
+    if (std::exchange(slot.closed, nullptr) && !slot.tls)
+        server_->watchReads(index_, false);
     server_->frontSend(index_, head + sent, close);
+}
+
+void FrontReply::WatchClose(std::function<void()> closed) const {
+    if (!open() || !server_->slotAt(index_).answering)
+        return;
+    WebServer::Slot& slot = server_->slotAt(index_);
+    slot.closed = std::move(closed);
+    // A TLS socket tells of its end by itself; reading it now would take the
+    // next request in before this one is answered.
+    if (!slot.tls)
+        server_->watchReads(index_, true);
 }
 
 bool FrontReply::StartStream(const QByteArray& type) const {

@@ -347,6 +347,8 @@ void WebServer::freeSlot(int index) {
     slot.answering = false;
     slot.keepAfter = false;
     slot.streaming = false;
+    if (auto closed = std::exchange(slot.closed, nullptr))
+        closed();
     if (index > PoolSlots)
         release_.start(releaseMs_);
 }
@@ -373,6 +375,16 @@ void WebServer::onReadable(int index) {
         if (!slot.reading)
             return; // read once this answer is out
         slot.received += slot.tls->readAll();
+    } else if (slot.answering && slot.closed) {
+        // Waiting for its answer: only whether the client is still there counts;
+        // a next request stays in the kernel until this one is answered.
+        char byte;
+        const ssize_t n = ::recv(slot.fd, &byte, 1, MSG_PEEK);
+        if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR))
+            freeSlot(index);
+        else if (n > 0)
+            watchReads(index, false);
+        return;
     } else {
         char buffer[ReadBytes];
         for (;;) {

@@ -49,6 +49,9 @@ public:
     bool StartStream(const QByteArray& type) const;
     bool Write(const QByteArray& bytes) const;
     void Close() const;
+    // Calls closed if the client goes away before the answer is sent (an
+    // answer that waits on something the client holds, like a held key).
+    void WatchClose(std::function<void()> closed) const;
 
 private:
     friend class WebServer;

@@ -1,3 +1,4 @@
+#include "api/HoldApi.h"
 #include "api/JsonApi.h"
 #include "core/ShiftJis.h"
 #include "infrared/SignalStore.h"
@@ -53,6 +54,7 @@ public:
         server.portFallback = [](const QList<quint16>&) { return quint16(0); };
         server.AddFront(api.Route());
         server.InitWebServer();
+        api.holds = [this](const Api::Call& c, const FrontReply& r) { holds.Handle(c, r); };
     }
 
     // A request, its body as JSON unless extra says otherwise; the whole answer
@@ -95,6 +97,7 @@ public:
     Scheduler scheduler{t.folder, t.settings, clock};
     WebServer server{t.folder, t.settings, clock, prompt, dispatcher};
     JsonApi api{{t.folder, t.settings, clock, device, scheduler, server, {}}};
+    HoldApi holds{t.folder, t.settings, device};
 };
 
 } // namespace
@@ -369,6 +372,11 @@ TEST(Api, LearnsARemoteWithoutADesktop) {
     ASSERT_EQ(keys.size(), 13);
     EXPECT_TRUE(keys[0][u"learned"_s].toBool());
     EXPECT_FALSE(keys[2][u"learned"_s].toBool());
+    // The light list counts the learned keys and carries none of them.
+    const QJsonObject light =
+        Served::json(a.call("GET", "/api/v1/remotes?keys=none"))[u"remotes"_s][0].toObject();
+    EXPECT_EQ(light, (QJsonObject{{u"id"_s, id}, {u"name"_s, u"AC"_s}, {u"design"_s, 2},
+                                  {u"buttonCount"_s, 13}, {u"learned"_s, 1}}));
 }
 
 // Names come into setting.ini, file names and pages: a control character or
@@ -599,4 +607,62 @@ TEST(Api, AnUnfinishedRequestCannotBorrowAnotherClientsLogin) {
     WaitMs(200);
     EXPECT_EQ(a.sends(), 0);
     EXPECT_FALSE(attacker.socket.readAll().contains("HTTP/1.1 200"));
+}
+
+// A held key: its NEC frame, then the repeat code at its period, presses
+// waiting behind it; it ends at a stop, at the limit, or with its connection.
+TEST(Api, HeldKeyRepeatsUntilReleasedLimitOrLostConnection) {
+    Served a;
+    a.learnedKey(1, u"TV"_s, 1, {u"Power"_s, u"Vol"_s});
+    const auto post = [&](RawConnection& c, const QByteArray& path, const QByteArray& body) {
+        c.send("POST " + path +
+               " HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: application/json\r\n"
+               "Content-Length: " +
+               QByteArray::number(body.size()) + "\r\n\r\n" + body);
+    };
+    const QByteArray hold = "/api/v1/remotes/1/keys/1/hold";
+    const QByteArray start = R"({"action":"start"})", stop = R"({"action":"stop"})";
+    RawConnection held(a.server.WebPort()), press(a.server.WebPort());
+    post(held, hold, start);
+    WaitMs(300);
+    EXPECT_EQ(Served::status(a.call("POST", hold, start)), 409);
+    post(press, "/api/v1/remotes/1/keys/0/press", {});
+    WaitMs(300);
+    EXPECT_EQ(Served::json(a.call("POST", hold, stop))[u"held"_s], true);
+    const QJsonObject ended = Served::json(held.readAll());
+    EXPECT_EQ(ended[u"ended"_s], u"released"_s);
+    EXPECT_EQ(Served::status(press.readAll()), 200);
+    const QStringList log =
+        QString::fromLatin1(a.t.readFile(u"sim-transmit.log")).split(u'\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(log.size(), ended[u"frames"_s].toInt() + 1);
+    EXPECT_GE(log.size(), 6); // ~600 ms at 108 ms
+    for (int i = 0; i < log.size(); ++i) {
+        const auto blob = IrBlob::decode(QByteArray::fromHex(log[i].section(u' ', 2).toLatin1()));
+        ASSERT_TRUE(blob);
+        // The repeat code is 9 ms, 2.25 ms and a pulse; the press after the hold is a whole frame.
+        EXPECT_EQ(TimingFromBlob(*blob).durations.size() == 3, i > 0 && i < log.size() - 1) << i;
+    }
+    EXPECT_EQ(Served::json(a.call("POST", hold, stop))[u"held"_s], false);
+    EXPECT_EQ(Served::status(a.call("POST", hold, R"({"action":"push"})")), 400);
+
+    a.device.holdLimitMs = 400;
+    QJsonObject limited = Served::json(a.call("POST", hold, start));
+    EXPECT_EQ(limited[u"ended"_s], u"limit"_s);
+    EXPECT_NEAR(limited[u"ms"_s].toInt(), 400, 20);
+    EXPECT_EQ(limited[u"frames"_s].toInt(), 4); // at 0, 108, 216 and 324 ms
+
+    a.device.holdLimitMs = 10000;
+    const int before = a.sends();
+    {
+        RawConnection lost(a.server.WebPort());
+        post(lost, hold, start);
+        WaitMs(250);
+        lost.socket.abort();
+    }
+    WaitMs(200);
+    const int after = a.sends();
+    WaitMs(300);
+    EXPECT_EQ(a.sends(), after) << "still sending after the connection closed";
+    EXPECT_GE(after - before, 2);
+    EXPECT_LE(after - before, 4);
 }

@@ -1,4 +1,6 @@
 #include "infrared/IrProtocol.h"
+#include "infrared/HeldSignal.h"
+#include "infrared/SignalCodeCache.h"
 #include "infrared/SignalStore.h"
 #include "infrared/formats/IrFormats.h"
 
@@ -375,21 +377,93 @@ TEST(IrProtocol, LoneDenonHalves) {
     EXPECT_FALSE(DecodeSignal(sharp).decoded());
 }
 
-// A file is decoded once until it changes.
-TEST(IrProtocol, CacheDecodesAFileUntilItChanges) {
+// A file is decoded once until it changes, and what it decodes as outlives
+// the program and a rename through the cache's file; a cache file that is not
+// wholly well-formed is decoded anew and replaced.
+TEST(IrProtocol, CacheDecodesAFileOnceUntilItChanges) {
     QTemporaryDir dir;
-    const QString path = dir.filePath(u"tv-power.bin"_s);
+    const QString path = dir.filePath(u"tv-power.bin"_s), file = dir.filePath(u"codes"_s);
     auto write = [&](QStringView spec) {
         ASSERT_TRUE(WriteSignalFile(path, BlobFromTiming(*EncodeSignal(code(spec)))->encode()));
     };
-    SignalCodeCache cache;
-    EXPECT_FALSE(cache.codeOf(path).decoded()); // missing
-    write(u"nec:0x0408");
-    EXPECT_EQ(cache.codeOf(path), code(u"nec:0x0408"_s));
-    write(u"jvc:0x1234");
-    QFile f(path);
-    ASSERT_TRUE(f.open(QIODevice::ReadWrite));
-    f.setFileTime(QDateTime::currentDateTime().addSecs(5), QFileDevice::FileModificationTime);
-    f.close();
-    EXPECT_EQ(cache.codeOf(path), code(u"jvc:0x1234"_s));
+    auto setFile = [&](const QByteArray& bytes) {
+        QFile f(file);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size());
+    };
+    {
+        SignalCodeCache cache(file);
+        EXPECT_FALSE(cache.codeOf(path).decoded()); // missing
+        write(u"nec:0x0408");
+        EXPECT_EQ(cache.codeOf(path), code(u"nec:0x0408"_s));
+        write(u"jvc:0x1234");
+        EXPECT_EQ(cache.codeOf(path), code(u"jvc:0x1234"_s));
+    }
+    // Taken from the file without decoding: a changed entry shows through.
+    QByteArray kept;
+    {
+        QFile f(file);
+        ASSERT_TRUE(f.open(QIODevice::ReadOnly));
+        kept = f.readAll();
+    }
+    ASSERT_TRUE(kept.contains("jvc:0x1234"));
+    setFile(QByteArray(kept).replace("jvc:0x1234", "jvc:0x1235"));
+    const QString renamed = dir.filePath(u"tv-on.bin"_s);
+    ASSERT_TRUE(QFile::rename(path, renamed));
+    {
+        SignalCodeCache cache(file);
+        EXPECT_EQ(cache.codeOf(renamed), code(u"jvc:0x1235"_s));
+    }
+    for (const QByteArray& bad :
+         {kept.left(kept.size() - 3), QByteArray(kept).replace("jvc", "xyz"),
+          QByteArray(kept).replace(" 0 ", " 00 "), QByteArray("\x89PNG")}) {
+        setFile(bad);
+        SignalCodeCache cache(file);
+        EXPECT_EQ(cache.codeOf(renamed), code(u"jvc:0x1234"_s)) << bad.toStdString();
+        cache.save();
+        QFile f(file);
+        ASSERT_TRUE(f.open(QIODevice::ReadOnly));
+        EXPECT_TRUE(SignalCodeCache::Parse(f.readAll())) << "replaced by a good one";
+    }
+}
+
+// What a held key sends after its first frame, and how often: NEC's repeat
+// code, JVC's frame without its leader, the whole frame for the rest; a raw
+// signal its own repeating part, or itself, at its length and pause.
+TEST(IrProtocol, HeldKeysRepeatAtTheProtocolsPeriod) {
+    struct Case {
+        const char* spec;
+        uint32_t firstUs, repeatUs;
+        int repeatDurations; // 0: the first frame again
+    };
+    const Case cases[] = {
+        {"nec:0x0408", 108000, 108000, 3},          {"necx:0x040812", 108000, 108000, 3},
+        {"samsung32:0x0708", 108000, 108000, 0},    {"jvc:0x1234", 60000, 60000, 33},
+        {"sony12:0x010015", 45000, 45000, 0},       {"sony20:0x010215", 45000, 45000, 0},
+        {"rc5:0x0510", 113778, 113778, 0},          {"rc6_0:0x0510", 106667, 106667, 0},
+        {"aeha:0x022080003dbc", 130000, 130000, 0}, {"proton:0x0510", 63000, 63000, 0},
+    };
+    for (const Case& c : cases) {
+        const IrCode ir = code(QString::fromLatin1(c.spec));
+        const auto held = HeldSignalOf(*EncodeSignal(ir), ir);
+        ASSERT_TRUE(held) << c.spec;
+        EXPECT_EQ(held->firstPeriodUs, c.firstUs) << c.spec;
+        EXPECT_EQ(held->repeatPeriodUs, c.repeatUs) << c.spec;
+        EXPECT_EQ(held->first.durations.size() % 2, 1u) << c.spec << ": ends on a pulse";
+        if (c.repeatDurations == 0)
+            EXPECT_EQ(held->repeat.durations, held->first.durations) << c.spec;
+        else
+            EXPECT_EQ(int(held->repeat.durations.size()), c.repeatDurations) << c.spec;
+        EXPECT_EQ(DecodeSignal(held->first), ir) << c.spec;
+    }
+    IrTiming raw{{3000, 1000, 500, 20000}, 38000, -1};
+    auto held = HeldSignalOf(raw, {});
+    ASSERT_TRUE(held);
+    EXPECT_EQ(held->repeat.durations, (std::vector<uint32_t>{3000, 1000, 500}));
+    EXPECT_EQ(held->repeatPeriodUs, 24500u);
+    raw.durations.insert(raw.durations.end(), {800, 30000});
+    raw.repeatBegin = 4;
+    held = HeldSignalOf(raw, {});
+    EXPECT_EQ(held->firstPeriodUs, 24500u);
+    EXPECT_EQ(held->repeat.durations, (std::vector<uint32_t>{800}));
+    EXPECT_EQ(held->repeatPeriodUs, 30800u);
 }

@@ -301,14 +301,22 @@ TEST(Lircd, DebianClientsDriveTheProgram) {
     EXPECT_EQ(r.code, 0) << r.out.toStdString();
     EXPECT_EQ(SimLog(dir).size(), 4);
 
-    // A held key repeats until stopped, and not after.
+    // A held key: its frame, then NEC's repeat code every 108 ms until
+    // stopped, and nothing after.
     ASSERT_EQ(Client(irsend, d + QStringList{u"SEND_START"_s, u"TV"_s, u"Vol_Up"_s}).code, 0);
     WaitMs(600);
     r = Client(irsend, d + QStringList{u"SEND_STOP"_s, u"TV"_s, u"Vol_Up"_s});
     EXPECT_EQ(r.code, 0) << r.out.toStdString();
     WaitMs(300);
-    const qsizetype held = SimLog(dir).size();
-    EXPECT_GE(held, 4 + 3);
+    const QStringList log = SimLog(dir);
+    const qsizetype held = log.size();
+    EXPECT_GE(held, 4 + 6);
+    EXPECT_EQ(SentCodes(log.mid(4, 1))[0].first.scancode, 0x4001u);
+    for (qsizetype i = 5; i < held; ++i) {
+        const auto blob = IrBlob::decode(QByteArray::fromHex(log[i].section(u' ', 2).toLatin1()));
+        ASSERT_TRUE(blob);
+        EXPECT_EQ(TimingFromBlob(*blob).durations.size(), 3u) << "not the repeat code: " << i;
+    }
     WaitMs(500);
     EXPECT_EQ(SimLog(dir).size(), held);
     r = Client(irsend, d + QStringList{u"SEND_STOP"_s, u"TV"_s, u"Vol_Up"_s});
