@@ -375,8 +375,11 @@ TEST(Api, LearnsARemoteWithoutADesktop) {
     // The light list counts the learned keys and carries none of them.
     const QJsonObject light =
         Served::json(a.call("GET", "/api/v1/remotes?keys=none"))[u"remotes"_s][0].toObject();
-    EXPECT_EQ(light, (QJsonObject{{u"id"_s, id}, {u"name"_s, u"AC"_s}, {u"design"_s, 2},
-                                  {u"buttonCount"_s, 13}, {u"learned"_s, 1}}));
+    EXPECT_EQ(light, (QJsonObject{{u"id"_s, id},
+                                  {u"name"_s, u"AC"_s},
+                                  {u"design"_s, 2},
+                                  {u"buttonCount"_s, 13},
+                                  {u"learned"_s, 1}}));
 }
 
 // Names come into setting.ini, file names and pages: a control character or
@@ -618,7 +621,7 @@ TEST(Api, HeldKeyRepeatsUntilReleasedLimitOrLostConnection) {
         c.send("POST " + path +
                " HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Type: application/json\r\n"
                "Content-Length: " +
-               QByteArray::number(body.size()) + "\r\n\r\n" + body);
+               QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" + body);
     };
     const QByteArray hold = "/api/v1/remotes/1/keys/1/hold";
     const QByteArray start = R"({"action":"start"})", stop = R"({"action":"stop"})";
@@ -648,7 +651,8 @@ TEST(Api, HeldKeyRepeatsUntilReleasedLimitOrLostConnection) {
     a.device.holdLimitMs = 400;
     QJsonObject limited = Served::json(a.call("POST", hold, start));
     EXPECT_EQ(limited[u"ended"_s], u"limit"_s);
-    EXPECT_NEAR(limited[u"ms"_s].toInt(), 400, 20);
+    EXPECT_GE(limited[u"ms"_s].toInt(), 400);
+    EXPECT_LT(limited[u"ms"_s].toInt(), 500);
     EXPECT_EQ(limited[u"frames"_s].toInt(), 4); // at 0, 108, 216 and 324 ms
 
     a.device.holdLimitMs = 10000;
