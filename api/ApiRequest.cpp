@@ -30,6 +30,7 @@ constexpr BodyFields Fields[] = {
     {Endpoint::Remote, "PATCH", "name"},
     {Endpoint::Key, "PATCH", "name"},
     {Endpoint::KeyPress, "POST", "repeat"},
+    {Endpoint::KeyHold, "POST", "action"},
     {Endpoint::KeyLearn, "POST", "name"},
     {Endpoint::KeyCode, "PUT", "code name"},
     {Endpoint::PressByName, "POST", "remote key repeat"},

@@ -48,9 +48,6 @@ HoldApi::HoldApi(const ProgramFolder& folder, SettingsStore& settings, Transceiv
 
 void HoldApi::Handle(const Api::Call& c, const FrontReply& r) {
     const QJsonValue action = c.body.value(u"action"_s);
-    for (auto it = c.body.begin(); it != c.body.end(); ++it)
-        if (it.key() != u"action")
-            return error(r, 400, "bad_request", u"%1 は使えない項目です。"_s.arg(it.key()));
     if (action == u"stop"_s) {
         const int id = holds_.value({c.remote, c.key});
         return json(r, 200, {{u"held"_s, id != 0 && device_.StopHold(id)}});

@@ -93,7 +93,7 @@ QString unknownField(const QJsonObject& o, const QString& where,
         for (const char16_t* k : known)
             found = found || it.key() == QStringView(k);
         if (!found)
-            return u"%1%2 は知らない項目です。"_s.arg(where, it.key().left(40));
+            return u"%1%2 は使えない項目です。"_s.arg(where, it.key().left(40));
     }
     return {};
 }
