@@ -1,4 +1,5 @@
 #include "api/SceneApi.h"
+#include "api/ApiReply.h"
 
 #include "climate/ClimateUnits.h"
 #include "core/SettingKeys.h"
@@ -14,15 +15,9 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QByteArray JsonType = "application/json; charset=utf-8";
-
-void json(const FrontReply& r, int status, const QJsonObject& body) {
-    r.Send(status, JsonType, QJsonDocument(body).toJson(QJsonDocument::Compact));
-}
-
-void error(const FrontReply& r, int status, const char* code, const QString& message) {
-    json(r, status, {{u"error"_s, QLatin1StringView(code)}, {u"message"_s, message}});
-}
+using Api::error;
+using Api::json;
+using Api::JsonType;
 
 const QString NoSceneText = u"シーンが見つかりません。"_s;
 
