@@ -1,4 +1,5 @@
 #include "api/ClimateApi.h"
+#include "api/ApiReply.h"
 
 #include "climate/ClimateUnits.h"
 #include "infrared/Transceiver.h"
@@ -14,20 +15,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QByteArray JsonType = "application/json; charset=utf-8";
-
-void json(const FrontReply& r, int status, const QJsonObject& body) {
-    r.Send(status, JsonType, QJsonDocument(body).toJson(QJsonDocument::Compact));
-}
-
-void error(const FrontReply& r, int status, const char* code, const QString& message,
-           const QByteArray& headers = {}) {
-    r.Send(
-        status, JsonType,
-        QJsonDocument(QJsonObject{{u"error"_s, QLatin1StringView(code)}, {u"message"_s, message}})
-            .toJson(QJsonDocument::Compact),
-        headers);
-}
+using Api::error;
+using Api::json;
 
 const QString NoClimateText = u"エアコンが見つかりません。"_s;
 
