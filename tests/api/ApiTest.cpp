@@ -57,21 +57,12 @@ public:
         api.holds = [this](const Api::Call& c, const FrontReply& r) { holds.Handle(c, r); };
     }
 
-    // A request, its body as JSON unless extra says otherwise; the whole answer
-    // (the connection closes after it).
     QByteArray call(const QByteArray& method, const QByteArray& path, const QByteArray& body = {},
-                    QByteArray extra = {}) {
-        if (!body.isEmpty() && !extra.contains("Content-Type:"))
-            extra += "Content-Type: application/json\r\n";
-        return Fetch(server.WebPort(), method + ' ' + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n" +
-                                           extra +
-                                           "Content-Length: " + QByteArray::number(body.size()) +
-                                           "\r\nConnection: close\r\n\r\n" + body);
+                    const QByteArray& extra = {}) {
+        return ApiCall(server.WebPort(), method, path, body, extra);
     }
-    static int status(const QByteArray& answer) { return answer.mid(9, 3).toInt(); }
-    static QJsonObject json(const QByteArray& answer) {
-        return QJsonDocument::fromJson(BodyOf(answer)).object();
-    }
+    static int status(const QByteArray& answer) { return ApiStatus(answer); }
+    static QJsonObject json(const QByteArray& answer) { return ApiJson(answer); }
     int sends() {
         const QByteArray log = t.readFile(u"sim-transmit.log");
         return int(log.count('\n'));

@@ -50,16 +50,10 @@ struct Served {
         server.InitWebServer();
     }
     QByteArray call(const QByteArray& method, const QByteArray& path, const QByteArray& body = {}) {
-        return Fetch(server.WebPort(),
-                     method + ' ' + path + " HTTP/1.1\r\nHost: h\r\n" +
-                         (body.isEmpty() ? QByteArray() : "Content-Type: application/json\r\n") +
-                         "Content-Length: " + QByteArray::number(body.size()) +
-                         "\r\nConnection: close\r\n\r\n" + body);
+        return ApiCall(server.WebPort(), method, path, body);
     }
-    static int status(const QByteArray& answer) { return answer.mid(9, 3).toInt(); }
-    static QJsonObject json(const QByteArray& answer) {
-        return QJsonDocument::fromJson(BodyOf(answer)).object();
-    }
+    static int status(const QByteArray& answer) { return ApiStatus(answer); }
+    static QJsonObject json(const QByteArray& answer) { return ApiJson(answer); }
     int sends() const { return int(t.readFile(u"sim-transmit.log").count('\n')); }
 
     TempFolder t;

@@ -3,6 +3,8 @@
 #include <QByteArray>
 #include <QElapsedTimer>
 #include <QHostAddress>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QTcpSocket>
 
 #include "core/Wait.h"
@@ -58,4 +60,21 @@ inline QByteArray BodyOf(const QByteArray& response) {
 inline QByteArray HeadOf(const QByteArray& response) {
     qsizetype end = response.indexOf("\r\n\r\n");
     return end < 0 ? response : response.left(end + 4);
+}
+
+// One call to the JSON API, its body sent as JSON unless extra names another
+// type; the whole answer (the connection closes after it).
+inline QByteArray ApiCall(quint16 port, const QByteArray& method, const QByteArray& path,
+                          const QByteArray& body = {}, QByteArray extra = {}) {
+    if (!body.isEmpty() && !extra.contains("Content-Type:"))
+        extra += "Content-Type: application/json\r\n";
+    return Fetch(port, method + ' ' + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n" + extra +
+                           "Content-Length: " + QByteArray::number(body.size()) +
+                           "\r\nConnection: close\r\n\r\n" + body);
+}
+inline int ApiStatus(const QByteArray& answer) {
+    return answer.mid(9, 3).toInt();
+}
+inline QJsonObject ApiJson(const QByteArray& answer) {
+    return QJsonDocument::fromJson(BodyOf(answer)).object();
 }
