@@ -44,6 +44,7 @@ struct Call {
     QString climate;  // an air conditioner's id from the path
     int scene = 0;    // a scene's id from the path; 0 when none
     QJsonObject body; // empty when none was sent
+    QString query;    // the path's query, without '?'
 };
 
 // A refusal before anything is looked up.

@@ -1,5 +1,7 @@
 #include "core/ShiftJis.h"
 
+#include <algorithm>
+
 #include <cerrno>
 #include <iconv.h>
 #include <vector>
@@ -125,6 +127,9 @@ QString Decode(QByteArrayView bytes) {
 }
 
 QString RoundTrip(QStringView text) {
+    // CP932 keeps every ASCII character as it is; lists ask this of thousands of names.
+    if (std::all_of(text.begin(), text.end(), [](QChar c) { return c.unicode() < 0x80; }))
+        return text.toString();
     return Decode(Encode(text));
 }
 

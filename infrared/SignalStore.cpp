@@ -18,9 +18,16 @@ QString SignalFilePrefix(QStringView device) {
     return FileNameOf(ShiftJis::RoundTrip(device), false) + u'-';
 }
 
+QString SignalPathStem(const ProgramFolder& folder, QStringView device) {
+    return folder.path(u"IRSignals/"_s + SignalFilePrefix(device));
+}
+
+QString SignalFilePath(const QString& stem, QStringView function) {
+    return stem + FileNameOf(ShiftJis::RoundTrip(function), false) + u".bin"_s;
+}
+
 QString SignalFilePath(const ProgramFolder& folder, QStringView device, QStringView function) {
-    return folder.path(u"IRSignals/"_s + SignalFilePrefix(device) +
-                       FileNameOf(ShiftJis::RoundTrip(function), false) + u".bin"_s);
+    return SignalFilePath(SignalPathStem(folder, device), function);
 }
 
 QString TestSignalPath(const ProgramFolder& folder) {

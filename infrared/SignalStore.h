@@ -22,6 +22,10 @@ using SignalImage = std::array<uint8_t, SignalFileSize>;
 // finds the same file whether it was typed or read; characters a file name
 // cannot hold become '_' (FileNameOf), so no name writes outside IRSignals.
 QString SignalFilePath(const ProgramFolder& folder, QStringView device, QStringView function);
+// The same in two steps, for many keys of one device: the path up to the
+// function's name, then the whole path.
+QString SignalPathStem(const ProgramFolder& folder, QStringView device);
+QString SignalFilePath(const QString& stem, QStringView function);
 // "<device>-": every signal file of the device starts so.
 QString SignalFilePrefix(QStringView device);
 QString TestSignalPath(const ProgramFolder& folder); // testsignal.tmp

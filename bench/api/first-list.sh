@@ -20,16 +20,22 @@ kpid=
 trap 'kill $kpid 2>/dev/null || true; rm -rf "$work"' EXIT
 home=$work/home port=18531
 mkdir -p "$home/IRSignals"
-for k in $(seq 0 65); do
-    "$build/tools/kestrava-ir/kestrava-ir" encode "nec:0x40$(printf %02x "$k")" "$work/k$k.bin" >/dev/null
-done
+# Every key its own code (device = remote, function = key), as in a real home:
+# nothing may be worked out once and shared between keys. One irdb file of
+# all 6,600 keys, converted into signal files named by its rows.
+{
+    echo functionname,protocol,device,subdevice,function
+    for r in $(seq 1 100); do
+        for k in $(seq 0 65); do echo "R$r-F$k,NEC1,$r,-1,$k"; done
+    done
+} >"$work/codes.csv"
+"$build/tools/kestrava-ir/kestrava-ir" convert "$work/codes.csv" "$home/IRSignals" --to bin >/dev/null
 {
     printf '[WebServer]\r\nPort=%s\r\n[Tira]\r\nDevice=sim\r\n' $port
     for r in $(seq 1 100); do
         printf '[Remote-%s]\r\nDevice=R%s\r\nDesign=6\r\n' "$r" "$r"
         for k in $(seq 0 65); do
             printf 'Button-%s=F%s\r\n' "$k" "$k"
-            cp "$work/k$k.bin" "$home/IRSignals/R$r-F$k.bin"
         done
     done
 } >"$home/setting.ini"
