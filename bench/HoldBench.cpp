@@ -3,6 +3,8 @@
 // simulator (when each frame is handed to the driver) and on a Tira played by
 // a pseudo-terminal (when each IX command has come in whole). Counters give
 // the mean and largest deviation of the spacing from the period, in ms.
+// MachineWake is the floor: how late this machine wakes a bare timerfd at
+// the same pace, with no program around it.
 #include "core/Settings.h"
 #include "core/UserPrompt.h"
 #include "core/Wait.h"
@@ -17,6 +19,10 @@
 #include <QElapsedTimer>
 
 #include <cmath>
+
+#include <poll.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
 
 namespace {
 
@@ -93,6 +99,39 @@ void Hold(benchmark::State& state, const char* spec, bool tira) {
     state.counters["period_ms"] = held.repeatPeriodUs / 1000.0;
 }
 
+void MachineWake(benchmark::State& state) {
+    const int fd = timerfd_create(CLOCK_MONOTONIC, 0);
+    std::vector<double> late;
+    for (auto _ : state) {
+        timespec start{};
+        clock_gettime(CLOCK_MONOTONIC, &start);
+        const qint64 t0 = qint64(start.tv_sec) * 1000000000 + start.tv_nsec;
+        for (int i = 1; i <= 66; ++i) {
+            const qint64 at = t0 + i * qint64(45000000);
+            const itimerspec when{{0, 0}, {time_t(at / 1000000000), long(at % 1000000000)}};
+            timerfd_settime(fd, TFD_TIMER_ABSTIME, &when, nullptr);
+            pollfd p{fd, POLLIN, 0};
+            poll(&p, 1, -1);
+            uint64_t n = 0;
+            [[maybe_unused]] const auto got = read(fd, &n, sizeof n);
+            timespec now{};
+            clock_gettime(CLOCK_MONOTONIC, &now);
+            late.push_back((qint64(now.tv_sec) * 1000000000 + now.tv_nsec - at) / 1e6);
+        }
+    }
+    close(fd);
+    double sum = 0, most = 0;
+    for (double d : late) {
+        sum += d;
+        most = std::max(most, d);
+    }
+    state.counters["mean_late_ms"] = sum / double(late.size());
+    state.counters["max_late_ms"] = most;
+    state.counters["over_2ms"] =
+        double(std::count_if(late.begin(), late.end(), [](double d) { return d > 2; }));
+}
+
+BENCHMARK(MachineWake)->Unit(benchmark::kSecond)->Iterations(2);
 BENCHMARK_CAPTURE(Hold, NecSim, "nec:0x0408", false)->Unit(benchmark::kSecond)->Iterations(2);
 BENCHMARK_CAPTURE(Hold, SonySim, "sony12:0x010015", false)->Unit(benchmark::kSecond)->Iterations(2);
 BENCHMARK_CAPTURE(Hold, NecTira, "nec:0x0408", true)->Unit(benchmark::kSecond)->Iterations(2);

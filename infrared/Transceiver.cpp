@@ -32,6 +32,7 @@ struct Transceiver::Hold {
     bool sending = false;
     bool atLimit = false; // the timer runs to the limit, not to a frame
     QElapsedTimer since;  // from the first frame's start
+    qint64 startNs = 0;   // the same, on the monotonic clock
 };
 
 const QString Transceiver::PortUnsetText =
@@ -49,9 +50,7 @@ Transceiver::Transceiver(const ProgramFolder& folder_, SettingsStore& settings_,
         timDeactivate.stop();
         DeActivateTira();
     });
-    holdTimer_.setSingleShot(true);
-    holdTimer_.setTimerType(Qt::PreciseTimer); // a frame's period within a millisecond
-    connect(&holdTimer_, &QTimer::timeout, this, [this] {
+    connect(&holdTimer_, &MonotonicTimer::timeout, this, [this] {
         if (!current_ || !current_->hold)
             return;
         if (!current_->hold->atLimit)
@@ -285,7 +284,7 @@ void Transceiver::DeActivateTira() {
 void Transceiver::Unload() {
     Timer1.stop();
     timDeactivate.stop();
-    holdTimer_.stop();
+    holdTimer_.Stop();
     if (current_ && current_->hold && !current_->hold->sending)
         finishJob(SendResult::Failed); // between two frames: nothing of the driver's to end
     std::deque<Job> waiting = std::exchange(queue_, {});
@@ -478,8 +477,10 @@ void Transceiver::holdFrame() {
     Hold& h = *current_->hold;
     if (!driver_ || !TiraActive)
         return finishJob(SendResult::Failed);
-    if (h.frames == 0)
+    if (h.frames == 0) {
         h.since.start();
+        h.startNs = MonotonicTimer::NowNs();
+    }
     h.sending = true;
     IrDriver* d = driver_.get();
     ++calls_;
@@ -512,11 +513,11 @@ void Transceiver::holdSent(int rc) {
         h.end = *h.stop;
         return finishJob(SendResult::Sent);
     }
+    // On the first frame's timeline, so that a late frame makes the next no later.
     const qint64 nextUs = qint64(h.firstPeriodUs) + qint64(h.frames - 1) * h.repeatPeriodUs;
-    const qint64 nowUs = h.since.nsecsElapsed() / 1000;
     h.atLimit = nextUs >= qint64(holdLimitMs) * 1000;
     const qint64 atUs = h.atLimit ? qint64(holdLimitMs) * 1000 : nextUs;
-    holdTimer_.start(int(std::max<qint64>(0, (atUs - nowUs + 500) / 1000)));
+    holdTimer_.StartAt(h.startNs + atUs * 1000);
 }
 
 void Transceiver::EnqueueTiming(const IrTiming& timing, const QString& what,
@@ -601,7 +602,7 @@ void Transceiver::finishJob(SendResult result) {
         return;
     Job job = std::move(*current_);
     current_.reset();
-    holdTimer_.stop();
+    holdTimer_.Stop();
     restartIdle();
     job.done(result);
     emit pressEnded(job.label, result);

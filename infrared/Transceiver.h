@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/MonotonicTimer.h"
 #include "infrared/DeviceList.h"
 #include "infrared/IrDriver.h"
 #include "infrared/IrProtocol.h"
@@ -192,6 +193,6 @@ private:
     QString identityFor_;
     SignalCodeCache codes_;
     QHash<QString, bool> toggles_; // the last toggle sent, by remote
-    QTimer holdTimer_;             // the next frame of the hold going out
+    MonotonicTimer holdTimer_;     // the next frame of the hold going out
     int lastHold_ = 0;
 };
