@@ -9,13 +9,17 @@
 #include "remotes/Registry.h"
 #include "reservations/ReserveStore.h"
 
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QLoggingCategory>
 
 using namespace Qt::StringLiterals;
 using namespace Api;
 
 namespace {
+
+Q_LOGGING_CATEGORY(lcRemotes, "kestrava.api")
 
 // A JSON string as QJsonDocument writes it, so answers read the same.
 void appendString(QByteArray& out, QStringView text) {
@@ -251,8 +255,11 @@ const QByteArray& RemotesApi::listing(Listing& l) {
 }
 
 void RemotesApi::Prepare() {
+    QElapsedTimer clock;
+    clock.start();
     listing(full_);
     listing(light_);
+    qCDebug(lcRemotes, "remotes listed in %.1f ms", double(clock.nsecsElapsed()) / 1e6);
 }
 
 void RemotesApi::List(const FrontReply& r, const QString& query) {
