@@ -6,6 +6,8 @@
 #   tools/dev.sh run [ARGS]   the program on the demo folder ./kestrava-demo
 #   tools/dev.sh test         the whole test suite
 #   tools/dev.sh asan         the test suite under AddressSanitizer + UBSan
+#   tools/dev.sh coverage     the test suite's line and branch coverage of the
+#                             program, with a report in build-cov/coverage/
 #   tools/dev.sh fuzz [SECS]  each fuzzing harness for SECS seconds (30), longer
 #                             when that is fewer than 100 000 inputs
 #   tools/dev.sh bench        the benchmarks
@@ -37,6 +39,11 @@ TEST_PACKAGES=(
     pebble openssl curl wrk nginx
 )
 
+# What the coverage figures add.
+COVERAGE_PACKAGES=(
+    gcovr
+)
+
 # What the kernel device tests add: the virtual machine, Debian's kernel to boot
 # in it and the tools the tests drive its devices with.
 KERNEL_PACKAGES=(
@@ -48,18 +55,19 @@ PACKAGE_TOOLS=(
     dpkg-dev file lintian desktop-file-utils appstream man-db curl
 )
 
-# With "test", the test tools and node too; with "kernel", the test tools and
-# the virtual machine's.
+# With "test", the test tools and node too; with "coverage", those and gcovr;
+# with "kernel", the test tools and the virtual machine's.
 install_missing() {
     local wanted=("${PACKAGES[@]}") missing=() p
     [ "${1:-}" = test ] && wanted+=("${TEST_PACKAGES[@]}")
+    [ "${1:-}" = coverage ] && wanted+=("${TEST_PACKAGES[@]}" "${COVERAGE_PACKAGES[@]}")
     [ "${1:-}" = kernel ] && wanted+=("${TEST_PACKAGES[@]}" "${KERNEL_PACKAGES[@]}")
     [ "${1:-}" = package ] && wanted+=("${PACKAGE_TOOLS[@]}")
     for p in "${wanted[@]}"; do
         dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" ||
             missing+=("$p")
     done
-    if [ "${1:-}" = test ]; then
+    if [ "${1:-}" = test ] || [ "${1:-}" = coverage ]; then
         command -v node >/dev/null && command -v npm >/dev/null || missing+=(nodejs npm)
     fi
     [ ${#missing[@]} -eq 0 ] && return
@@ -169,6 +177,26 @@ asan)
     ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
         ctest --test-dir build-asan --output-on-failure -j "$(nproc)" --repeat until-pass:2
     ;;
+coverage)
+    install_missing coverage
+    e2e_modules
+    build build-cov -DCMAKE_BUILD_TYPE=Debug -DKESTRAVA_BENCH=OFF \
+        -DCMAKE_CXX_FLAGS=--coverage -DCMAKE_EXE_LINKER_FLAGS=--coverage
+    # Counts of an earlier run would add to this one's.
+    find build-cov -name '*.gcda' -delete
+    ctest --test-dir build-cov --output-on-failure -j "$(nproc)" || failed=1
+    # The program's own sources only: not the tests, the benchmarks, nor what
+    # moc and rcc generate into the build folders. Branches that only a thrown
+    # exception or the compiler's own checks take are left out of the count.
+    mkdir -p build-cov/coverage
+    gcovr --root . -j "$(nproc)" \
+        --exclude 'tests/' --exclude 'bench/' --exclude 'build[^/]*/' \
+        --exclude-throw-branches --exclude-unreachable-branches \
+        --txt build-cov/coverage/files.txt \
+        --html-details build-cov/coverage/index.html --print-summary build-cov
+    echo "per file: build-cov/coverage/files.txt, build-cov/coverage/index.html"
+    exit "${failed:-0}"
+    ;;
 fuzz)
     install_missing test
     CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -Wno-dev \
@@ -208,7 +236,7 @@ package-check)
     exec tools/check-package.sh
     ;;
 *)
-    sed -n '2,15p' "$0" | sed 's/^# \{0,1\}//'
+    sed -n '2,17p' "$0" | sed 's/^# \{0,1\}//'
     exit 2
     ;;
 esac
