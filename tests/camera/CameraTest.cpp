@@ -11,12 +11,17 @@
 
 using namespace Qt::StringLiterals;
 
-TEST(Camera, TestPatternWritesA320x240JpegAtQualityFifty) {
+// The test pattern: a 320x240 JPEG; a setting the device refuses leaves the
+// camera and the settings as they were.
+TEST(Camera, TestPatternWritesAJpegAndARefusedSettingChangesNothing) {
     TempFolder t;
     ScriptedPrompt prompt;
     t.settings.WriteIni(u"Camera", u"Device", u"test");
+    t.settings.WriteIni(u"Camera", u"FrameSize", u"640x"); // garbled: the camera's own
     Camera camera(t.folder, t.settings, prompt);
     ASSERT_TRUE(camera.start());
+    const std::pair<quint32, QSize> rgb{FourccFromText(u"RGB3"_s), QSize(320, 240)};
+    EXPECT_EQ(camera.format(), rgb);
     ASSERT_TRUE(camera.takePic());
 
     const QByteArray bytes = t.readFile(u"pic/pict.jpg");
@@ -29,22 +34,6 @@ TEST(Camera, TestPatternWritesA320x240JpegAtQualityFifty) {
     EXPECT_EQ(QDir(t.path(u"pic")).entryList(QDir::Files), QStringList{u"pict.jpg"_s});
     EXPECT_TRUE(prompt.shown.isEmpty());
 
-    // Stopped, the last picture stays and a new one is still written from it.
-    camera.stop();
-    EXPECT_FALSE(camera.running());
-    EXPECT_TRUE(camera.takePic());
-}
-
-TEST(Camera, ARefusedSettingLeavesTheCameraAndTheSettingsAsTheyWere) {
-    TempFolder t;
-    ScriptedPrompt prompt;
-    t.settings.WriteIni(u"Camera", u"Device", u"test");
-    t.settings.WriteIni(u"Camera", u"FrameSize", u"640x"); // garbled: the camera's own
-    Camera camera(t.folder, t.settings, prompt);
-    ASSERT_TRUE(camera.start());
-    const std::pair<quint32, QSize> rgb{FourccFromText(u"RGB3"_s), QSize(320, 240)};
-    EXPECT_EQ(camera.format(), rgb);
-
     // The second value is out of range: the first one set goes back too.
     EXPECT_FALSE(camera.setControls({{1, 10}, {3, 7}}));
     EXPECT_EQ(camera.controls().value(0).value, 128);
@@ -54,6 +43,11 @@ TEST(Camera, ARefusedSettingLeavesTheCameraAndTheSettingsAsTheyWere) {
     EXPECT_TRUE(t.settings.ReadIni(u"Camera", u"PixelFormat").isEmpty());
     EXPECT_EQ(prompt.shown,
               (QStringList{u"warning:"_s + ControlRefusedText, u"warning:"_s + FormatRefusedText}));
+
+    // Stopped, the last picture stays and a new one is still written from it.
+    camera.stop();
+    EXPECT_FALSE(camera.running());
+    EXPECT_TRUE(camera.takePic());
 }
 
 TEST(Camera, FramesFromTheDeviceAreScaledIntoTheirOwnPixels) {

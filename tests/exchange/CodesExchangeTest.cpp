@@ -14,15 +14,9 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const char* const Library = "Filetype: IR library file\nVersion: 1\n#\n"
-                            "name: Power\ntype: parsed\nprotocol: NEC\n"
-                            "address: 04 00 00 00\ncommand: 08 00 00 00\n#\n"
-                            "name: 音量＋\ntype: raw\nfrequency: 38000\nduty_cycle: 0.33\n"
-                            "data: 9000 4500 560 560 560 1690 560 560 560\n#\n"
-                            "name: Vol😀\ntype: parsed\nprotocol: NEC\n"
-                            "address: 04 00 00 00\ncommand: 09 00 00 00\n#\n"
-                            "name: Power\ntype: parsed\nprotocol: NEC\n"
-                            "address: 04 00 00 00\ncommand: 0A 00 00 00\n";
+// library.ir: a Flipper library with a name no file can hold and a name
+// twice; more.ir adds to it.
+const QString Data = QStringLiteral(KESTRAVA_TEST_DATA "/exchange/");
 
 IrCode CodeOf(TempFolder& t, const QString& device, const QString& function) {
     QByteArray blob;
@@ -40,8 +34,7 @@ IrCode CodeOf(TempFolder& t, const QString& device, const QString& function) {
 // read back into another folder keeps every key's code.
 TEST(CodesExchange, ImportExtendsAndExportRoundTrips) {
     TempFolder t;
-    const QString file = t.path(u"tv.ir"_s);
-    t.writeFile(u"tv.ir"_s, Library);
+    const QString file = Data + u"library.ir"_s;
     CodesImportResult r = ImportCodes(t.folder, t.settings, {file, u"テレビ"_s, 0});
     ASSERT_EQ(r.remotes.size(), 1u) << r.error.toStdString();
     EXPECT_EQ(r.remotes[0].added, 3);
@@ -53,12 +46,7 @@ TEST(CodesExchange, ImportExtendsAndExportRoundTrips) {
     EXPECT_EQ(t.settings.ReadIni(u"Remote-%1"_s.arg(slot), u"Button-0"), u"Power"_s);
     EXPECT_EQ(CodeSpec(CodeOf(t, u"テレビ"_s, u"Power"_s)), u"nec:0x0408"_s);
 
-    t.writeFile(u"more.ir"_s, "Filetype: IR signals file\nVersion: 1\n#\n"
-                              "name: Power\ntype: parsed\nprotocol: NEC\n"
-                              "address: 04 00 00 00\ncommand: 0B 00 00 00\n#\n"
-                              "name: Mute\ntype: parsed\nprotocol: NEC\n"
-                              "address: 04 00 00 00\ncommand: 0C 00 00 00\n");
-    r = ImportCodes(t.folder, t.settings, {t.path(u"more.ir"_s), u"テレビ"_s, 6});
+    r = ImportCodes(t.folder, t.settings, {Data + u"more.ir"_s, u"テレビ"_s, 6});
     ASSERT_TRUE(r.ok()) << r.error.toStdString();
     EXPECT_EQ(r.remotes[0].slot, slot);
     EXPECT_EQ(r.remotes[0].design, 3); // an existing remote keeps its design
@@ -95,14 +83,13 @@ TEST(CodesExchange, ImportExtendsAndExportRoundTrips) {
 // signal file that no key names.
 TEST(CodesExchange, AnImportOnAFullDiskLeavesNoFileBehind) {
     TempFolder t;
-    t.writeFile(u"tv.ir"_s, Library);
     for (auto key : {u"A", u"B", u"C"})
         t.settings.WriteIni(u"Pad", key, QString(1000, u'x')); // past one signal file's size
     CodesImportResult r;
     {
         FullDisk full(SignalFileSize); // a signal file still fits, setting.ini no longer does
         ASSERT_TRUE(full.ok());
-        r = ImportCodes(t.folder, t.settings, {t.path(u"tv.ir"_s), u"テレビ"_s, 0});
+        r = ImportCodes(t.folder, t.settings, {Data + u"library.ir"_s, u"テレビ"_s, 0});
     }
     EXPECT_FALSE(r.error.isEmpty());
     EXPECT_TRUE(r.remotes.empty());

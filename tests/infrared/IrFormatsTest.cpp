@@ -1,4 +1,5 @@
 #include "infrared/formats/IrFormats.h"
+#include "infrared/DataTable.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -53,17 +54,23 @@ TEST(IrFormats, EveryFormatRoundTrips) {
     const NamedSignal nec{u"Power"_s, {}, necWithRepeat(), {}};
     const NamedSignal odd{
         u"Odd"_s, {}, {{3000, 1000, 500, 1500, 500, 700, 500, 20000}, 40000, -1}, {}};
+    // Flipper, Tasmota and lircd write a decodable key by its code; it comes
+    // back in the protocol's own timings.
     struct Case {
         IrFormat format;
         bool keepsRepeat;
         bool keepsGap;
+        const char* asCode = nullptr;
     };
     for (const Case& c :
          {Case{IrFormat::IrCtl, true, true}, Case{IrFormat::Pronto, true, true},
           Case{IrFormat::Broadlink, false, true}, Case{IrFormat::Json, false, true},
-          Case{IrFormat::Bin, true, true}, Case{IrFormat::Flipper, false, false},
-          Case{IrFormat::Lircd, false, false}, Case{IrFormat::GlobalCache, true, true},
-          Case{IrFormat::RawList, false, true}, Case{IrFormat::Tasmota, false, true}})
+          Case{IrFormat::Bin, true, true},
+          Case{IrFormat::Flipper, false, false,
+               "protocol: NEC\naddress: 04 00 00 00\ncommand: 08 00 00 00\n"},
+          Case{IrFormat::Lircd, false, false, "    Power                    0x20df10ef\n"},
+          Case{IrFormat::GlobalCache, true, true}, Case{IrFormat::RawList, false, true},
+          Case{IrFormat::Tasmota, false, true, R"("Data":"0x20DF10EF")"}})
         for (const NamedSignal& sent : {nec, odd}) {
             const QString what = IrFormatName(c.format) + u" "_s + sent.name;
             QString error;
@@ -81,23 +88,8 @@ TEST(IrFormats, EveryFormatRoundTrips) {
                 EXPECT_NEAR(t.carrierHz, sent.timing.carrierHz, sent.timing.carrierHz / 200)
                     << what.toStdString();
             }
-            // Flipper and lircd write a decodable key by its code; it comes
-            // back in the protocol's own timings.
-            if (c.format == IrFormat::Flipper && before.decoded()) {
-                EXPECT_TRUE(bytes.contains("protocol: NEC\naddress: 04 00 00 00\n"
-                                           "command: 08 00 00 00\n"))
-                    << bytes.constData();
-                EXPECT_EQ(back.codes[0].code.scancode, 0x0408u);
-                continue;
-            }
-            if (c.format == IrFormat::Tasmota && before.decoded()) {
-                EXPECT_TRUE(bytes.contains(R"("Data":"0x20DF10EF")")) << bytes.constData();
-                EXPECT_EQ(back.codes[0].code.scancode, 0x0408u);
-                continue;
-            }
-            if (c.format == IrFormat::Lircd && before.decoded()) {
-                EXPECT_TRUE(bytes.contains("    Power                    0x20df10ef\n"))
-                    << bytes.constData();
+            if (c.asCode && before.decoded()) {
+                EXPECT_TRUE(bytes.contains(c.asCode)) << bytes.constData();
                 EXPECT_EQ(back.codes[0].code.scancode, 0x0408u);
                 continue;
             }
@@ -106,24 +98,16 @@ TEST(IrFormats, EveryFormatRoundTrips) {
                 expected = sent.timing.frame();
                 got = t.frame();
             }
-            if (c.format == IrFormat::Flipper && sent.timing.repeats()) {
-                expected = sent.timing.durations;
-                expected.pop_back();
-            }
             expectClose(expected, got, sent.timing.carrierHz, what);
             if (c.keepsRepeat) {
                 EXPECT_EQ(t.repeatBegin, sent.timing.repeatBegin) << what.toStdString();
             }
         }
-    // Many signals go into the formats that hold many, not the others.
+    // Many signals go only into the formats that hold many (CodesExchange
+    // writes and reads back several through Flipper and lircd files).
     QString error;
-    const std::vector<NamedSignal> two{nec, {u"Mute"_s, {}, necWithRepeat(), {}}};
-    EXPECT_TRUE(WriteIrCodes(IrFormat::Pronto, two, &error).isEmpty());
+    EXPECT_TRUE(WriteIrCodes(IrFormat::Pronto, {nec, odd}, &error).isEmpty());
     EXPECT_TRUE(error.contains(u"directory"_s)) << error.toStdString();
-    EXPECT_EQ(ReadIrCodes(WriteIrCodes(IrFormat::Flipper, two, &error), u"x.ir"_s).codes.size(),
-              2u);
-    EXPECT_EQ(ReadIrCodes(WriteIrCodes(IrFormat::Lircd, two, &error), u"x.conf"_s).codes.size(),
-              2u);
 }
 
 // Samples in the forms people share them, read with their published units.
@@ -173,81 +157,35 @@ TEST(IrFormats, ReadsSamplesInTheirUnits) {
     EXPECT_TRUE(r.refused[0].startsWith(u"tv.ir:12: Odd: "_s)) << r.refused[0].toStdString();
 }
 
-// Codes as other programs and their users publish them. Sources:
-// RemoteCentral forum posts 1280830 (RC5 short form and IrScrutinizer's
-// learned rendering of it), 706189 (RC5x), 1023143 and 800938 (NEC 900A),
-// hifi-remote.com topic 6047 (RC5 command above 63); the sendir
-// example (docs.itron.nz/api/sendir.html); ESPHome's "Setting up RMT
-// devices" guide (a Received Raw dump). The 6000 line is the documented form.
-// Tasmota: its IR page (tasmota.github.io/docs/Tasmota-IR, LG's power key),
-// IRremoteESP8266's IRsendDemo (NEC 0x00FFE01F, Sony 0xA90, Samsung
-// 0xE0E040BF) and the compact raw example of its "IRSend RAW Encoding" page.
+// Codes as other programs and their users publish them
+// (tests/data/published/codes.tsv, with their sources).
 TEST(IrFormats, ReadsCodesOtherProgramsWrote) {
-    struct Case {
-        const char* text;
-        IrProtocol protocol;
-        uint32_t scancode;
-        size_t durations; // raw ones only
-        uint32_t first;
-        int carrierHz;
-    };
-    const Case cases[] = {
-        {"5000 0000 0000 0001 000D 000D", IrProtocol::Rc5, 0x0d0d, 0, 0, 36000},
-        {"0000 0073 0000 000A 0020 0020 0040 0020 0020 0040 0020 0020 0040 0040 0040 0020 "
-         "0020 0040 0020 0020 0040 0040 0020 0CA8",
-         IrProtocol::Rc5, 0x0d0d, 0, 0, 36045},
-        {"5000 0000 0000 0001 001B 0072", IrProtocol::Rc5, 0x1b72, 0, 0, 36000},
-        {"5001 0000 0000 0002 0010 000C 0001 0000", IrProtocol::Rc5x20, 0x100c01, 0, 0, 36000},
-        {"6000 0000 0000 0001 0000 000C", IrProtocol::Rc6_0, 0x000c, 0, 0, 36000},
-        {"900A 006D 0000 0001 10EF 0DF2", IrProtocol::Nec, 0x100d, 0, 0, 38029},
-        {"900a 006d 0000 0001 fe01 00ff", IrProtocol::Nec, 0xfe00, 0, 0, 38029},
-        {"sendir,1:2,10,38000,1,1,60,15,60,15,60,15,60,30,60,15,60,30,60,15,60,15", IrProtocol::Raw,
-         0, 16, 1579, 38000},
-        {"[4088, -1542, 1019, -510, 513, -1019, 510, -509, 511, -510, 1020,\n-1020, 1022, -1019, "
-         "510, -509, 511, -510, 511, -509, 511, -510,\n1020, -1019, 510, -511, 1020, -510, 512, "
-         "-508, 510, -1020, 1022]",
-         IrProtocol::Raw, 0, 33, 4088, 0},
-        {"9000,4500,560,560,560", IrProtocol::Raw, 0, 5, 9000, 0},
-        {R"(IRsend {"Protocol":"NEC","Bits":32,"Data":"0x20DF10EF"})", IrProtocol::Nec, 0x0408, 0,
-         0, 38000},
-        {R"({"IrReceived":{"Protocol":"NEC","Bits":32,"Data":"0x00FFE01F","Repeat":0}})",
-         IrProtocol::Nec, 0x0007, 0, 0, 38000},
-        {R"({"Protocol":"NEC","Bits":32,"DataLSB":"0x04FB08F7"})", IrProtocol::Nec, 0x0408, 0, 0,
-         38000},
-        {R"({"Protocol":"SONY","Bits":12,"Data":"0xA90"})", IrProtocol::Sony12, 0x010015, 0, 0,
-         40000},
-        {R"({"Protocol":"SAMSUNG","Bits":32,"Data":"0xE0E040BF"})", IrProtocol::Samsung32, 0x0702,
-         0, 0, 38000},
-        {"IRsend 0,+8570-4240+550-1580C-510+565-1565F-505Fh+570gFhIdChIgFeFgFgIhFgIhF-525C-1560Ih"
-         "IkI-520ChFhFhFgFhIkIhIgIgIkIkI-25270A-4225IkIhIgIhIhIkFhIkFjCgIhIkIkI-500IkIhIhIkFhIgIl+"
-         "545hIhIoIgIhIkFhFgIkIgFgI",
-         IrProtocol::Nec, 0xa50a, 0, 0, 38000},
-        {"IRsend raw,0,9000,4500,560,560,1690,00100000110111110001000011101111", IrProtocol::Nec,
-         0x0408, 0, 0, 38000},
-    };
-    for (const Case& c : cases) {
-        const IrCodeRead r = readText(c.text);
-        ASSERT_TRUE(r.ok()) << c.text << ": " << r.error.toStdString();
+    const QList<QStringList> rows = DataTable(u"published/codes.tsv"_s);
+    ASSERT_EQ(rows.size(), 17);
+    for (const QStringList& row : rows) {
+        SCOPED_TRACE(row[0].toStdString());
+        const IrCodeRead r = ReadIrCodes(row[0].toUtf8(), u"sample"_s);
+        ASSERT_TRUE(r.ok()) << r.error.toStdString();
         const IrTiming& t = r.codes.at(0).timing;
         const IrCode decoded = DecodeSignal(t);
-        EXPECT_EQ(decoded.protocol, c.protocol) << c.text;
-        EXPECT_EQ(t.carrierHz, c.carrierHz) << c.text;
-        if (c.protocol != IrProtocol::Raw) {
-            EXPECT_EQ(decoded.scancode, c.scancode) << c.text;
-            if (r.codes[0].code.decoded()) { // a short form names its code
-                EXPECT_EQ(r.codes[0].code.scancode, c.scancode) << c.text;
-            }
-            // Written out as a learned code, it reads back the same.
-            QString error;
-            const QByteArray learned = WritePronto(r.codes[0], &error);
-            EXPECT_TRUE(learned.startsWith("0000 ")) << c.text;
-            EXPECT_EQ(DecodeSignal(readText(learned.constData()).codes.at(0).timing).scancode,
-                      c.scancode)
-                << c.text;
-        } else {
-            EXPECT_EQ(t.durations.size(), c.durations) << c.text;
-            EXPECT_EQ(t.durations.front(), c.first) << c.text;
+        EXPECT_EQ(t.carrierHz, row[2].toInt());
+        if (row[1].startsWith(u"raw "_s)) {
+            EXPECT_FALSE(decoded.decoded());
+            EXPECT_EQ(u"raw %1 %2"_s.arg(t.durations.size()).arg(t.durations.front()), row[1]);
+            continue;
         }
+        const IrCode want = *ParseCodeSpec(row[1]);
+        EXPECT_EQ(decoded.protocol, want.protocol);
+        EXPECT_EQ(decoded.scancode, want.scancode);
+        if (r.codes[0].code.decoded()) { // a short form names its code
+            EXPECT_EQ(r.codes[0].code.scancode, want.scancode);
+        }
+        // Written out as a learned code, it reads back the same.
+        QString error;
+        const QByteArray learned = WritePronto(r.codes[0], &error);
+        EXPECT_TRUE(learned.startsWith("0000 "));
+        EXPECT_EQ(DecodeSignal(readText(learned.constData()).codes.at(0).timing).scancode,
+                  want.scancode);
     }
 }
 
@@ -255,48 +193,20 @@ TEST(IrFormats, ReadsCodesOtherProgramsWrote) {
 // us goes out as its JSON and comes back as the same code; a protocol we do
 // not send is refused by name.
 TEST(IrFormats, TasmotaSpeaksEachProtocolItShares) {
-    struct Case {
-        IrCode code;
-        const char* data;
-    };
-    const auto codeOf = [](IrProtocol protocol, uint32_t scancode, bool toggle = false) {
-        IrCode c;
-        c.protocol = protocol;
-        c.scancode = scancode;
-        c.toggle = toggle;
-        return c;
-    };
-    IrCode panasonic = codeOf(IrProtocol::Aeha, 0);
-    panasonic.frames = {{0x02, 0x20, 0x80, 0x00, 0x3d, 0xbd}};
-    const Case cases[] = {
-        {codeOf(IrProtocol::Nec, 0x0408), R"("Protocol":"NEC","Bits":32,"Data":"0x20DF10EF")"},
-        {codeOf(IrProtocol::Necx, 0x04a108), R"("Protocol":"NEC","Bits":32,"Data":"0x208510EF")"},
-        {codeOf(IrProtocol::Nec32, 0x12345678),
-         R"("Protocol":"NEC","Bits":32,"Data":"0x2C481E6A")"},
-        {codeOf(IrProtocol::Samsung32, 0x0702),
-         R"("Protocol":"SAMSUNG","Bits":32,"Data":"0xE0E040BF")"},
-        {codeOf(IrProtocol::Sony12, 0x010015), R"("Protocol":"SONY","Bits":12,"Data":"0xA90")"},
-        {codeOf(IrProtocol::Sony15, 0x970019), R"("Protocol":"SONY","Bits":15,"Data":"0x4CE9")"},
-        {codeOf(IrProtocol::Sony20, 0x1a0b39), R"("Protocol":"SONY","Bits":20,"Data":"0x9CBD0")"},
-        {codeOf(IrProtocol::Rc5, 0x050c, true), R"("Protocol":"RC5","Bits":12,"Data":"0x94C")"},
-        {codeOf(IrProtocol::Rc5, 0x0547), R"("Protocol":"RC5X","Bits":13,"Data":"0x0147")"},
-        {codeOf(IrProtocol::Rc6_0, 0x040c, true), R"("Protocol":"RC6","Bits":20,"Data":"0x1040C")"},
-        {codeOf(IrProtocol::Rc6Mce, 0x800f040c, true),
-         R"("Protocol":"RC6","Bits":36,"Data":"0xC800F840C")"},
-        {codeOf(IrProtocol::Jvc, 0x0317), R"("Protocol":"JVC","Bits":16,"Data":"0xC0E8")"},
-        {codeOf(IrProtocol::Sharp, 0x0102), R"("Protocol":"SHARP","Bits":15,"Data":"0x4102")"},
-        {panasonic, R"("Protocol":"PANASONIC","Bits":48,"Data":"0x40040100BCBD")"},
-    };
-    for (const Case& c : cases) {
-        const std::string what = CodeSpec(c.code).toStdString();
-        NamedSignal sent{u"k"_s, {}, *EncodeSignal(c.code), c.code};
+    const QList<QStringList> rows = DataTable(u"published/tasmota.tsv"_s);
+    ASSERT_EQ(rows.size(), 14);
+    for (const QStringList& row : rows) {
+        SCOPED_TRACE(row.join(u' ').toStdString());
+        IrCode code = *ParseCodeSpec(row[0]);
+        code.toggle = row[1] == u"toggle";
+        NamedSignal sent{u"k"_s, {}, *EncodeSignal(code), code};
         QString error;
         const QByteArray bytes = WriteTasmota(sent, &error);
-        EXPECT_TRUE(bytes.contains(c.data)) << what << ": " << bytes.constData();
+        EXPECT_TRUE(bytes.contains(row[2].toUtf8())) << bytes.constData();
         const auto back = ReadTasmota(bytes, u"t"_s, &error);
-        ASSERT_TRUE(back) << what << ": " << error.toStdString();
-        EXPECT_EQ(back->code, c.code) << what << ": " << CodeSpec(back->code).toStdString();
-        EXPECT_EQ(CodeSpec(DecodeSignal(back->timing)), CodeSpec(c.code)) << what;
+        ASSERT_TRUE(back) << error.toStdString();
+        EXPECT_EQ(back->code, code) << CodeSpec(back->code).toStdString();
+        EXPECT_EQ(CodeSpec(DecodeSignal(back->timing)), CodeSpec(code));
     }
     QString error;
     EXPECT_FALSE(ReadTasmota(R"({"Protocol":"DAIKIN","Bits":8,"Data":"0x1"})", u"t"_s, &error));
@@ -387,51 +297,27 @@ TEST(IrFormats, IrdbCsvRowsAreKeysOfOneRemote) {
 // Flipper's protocols come in as the kernel's protocol and scancode, with
 // timings that decode to them, and go out again as the same entry.
 TEST(IrFormats, FlipperProtocolsAsTheKernelNamesThem) {
-    struct Case {
-        const char* protocol;
-        const char* address;
-        const char* command;
-        IrProtocol kernel;
-        uint32_t scancode;
-        IrProtocol decodes = kernel; // timings of Flipper's own, read as ours
-    };
-    const Case cases[] = {
-        {"NEC", "04 00 00 00", "08 00 00 00", IrProtocol::Nec, 0x0408},
-        {"NECext", "00 DF 00 00", "1C E3 00 00", IrProtocol::Necx, 0x00DF1C},
-        {"NECext", "00 DF 00 00", "1C 00 00 00", IrProtocol::Nec32, 0xDF00001C},
-        {"Samsung32", "07 00 00 00", "02 00 00 00", IrProtocol::Samsung32, 0x0702},
-        {"RC5", "10 00 00 00", "0C 00 00 00", IrProtocol::Rc5, 0x100C},
-        {"RC5X", "05 00 00 00", "01 00 00 00", IrProtocol::Rc5, 0x0541},
-        {"RC6", "00 00 00 00", "0C 00 00 00", IrProtocol::Rc6_0, 0x000C},
-        {"SIRC", "01 00 00 00", "15 00 00 00", IrProtocol::Sony12, 0x010015},
-        {"SIRC15", "1A 00 00 00", "15 00 00 00", IrProtocol::Sony15, 0x1A0015},
-        {"SIRC20", "1A 05 00 00", "15 00 00 00", IrProtocol::Sony20, 0x1A2815},
-        {"NEC42", "01 00 00 00", "02 00 00 00", IrProtocol::Raw, 0x000102, IrProtocol::Sanyo},
-        {"RCA", "0F 00 00 00", "54 00 00 00", IrProtocol::Raw, 0x0F54, IrProtocol::Rca},
-        {"Pioneer", "AF 00 00 00", "BC 00 00 00", IrProtocol::Pioneer, 0xAF50BC},
-        {"Kaseikyo", "41 54 32 00", "05 00 00 00", IrProtocol::Aeha, 0}, // Denon-K 4,1,5
-    };
-    for (const Case& c : cases) {
-        const QByteArray entry = "Filetype: IR library file\nVersion: 1\n#\nname: k\ntype: parsed\n"
-                                 "protocol: " +
-                                 QByteArray(c.protocol) + "\naddress: " + c.address +
-                                 "\ncommand: " + c.command + "\n";
-        const IrCodeRead r = ReadIrCodes(entry, u"lib.ir"_s);
-        ASSERT_EQ(r.codes.size(), 1u) << c.protocol << ": " << r.refused.join(u' ').toStdString();
+    const QList<QStringList> rows = DataTable(u"published/flipper-protocols.tsv"_s);
+    ASSERT_EQ(rows.size(), 14);
+    for (const QStringList& row : rows) {
+        SCOPED_TRACE(row.join(u' ').toStdString());
+        const QByteArray parsed = ("protocol: "_L1 + row[0] + "\naddress: "_L1 + row[1] +
+                                   "\ncommand: "_L1 + row[2] + u'\n')
+                                      .toLatin1();
+        const IrCodeRead r = ReadIrCodes(
+            "Filetype: IR library file\nVersion: 1\n#\nname: k\ntype: parsed\n" + parsed,
+            u"lib.ir"_s);
+        ASSERT_EQ(r.codes.size(), 1u) << r.refused.join(u' ').toStdString();
         const NamedSignal& k = r.codes[0];
-        EXPECT_EQ(k.code.protocol, c.kernel) << c.protocol;
-        if (c.kernel != IrProtocol::Raw) {
-            EXPECT_EQ(k.code.scancode, c.scancode) << c.protocol;
-        }
-        const IrCode decoded = DecodeSignal(k.timing);
-        EXPECT_EQ(decoded.protocol, c.decodes) << c.protocol;
-        EXPECT_EQ(decoded.scancode, c.scancode) << c.protocol;
+        const QString want = CodeSpec(*ParseCodeSpec(row[4]));
+        EXPECT_EQ(CodeSpec(DecodeSignal(k.timing)), want);
         QString error;
         const QByteArray out = WriteIrCodes(IrFormat::Flipper, r.codes, &error);
-        if (c.kernel != IrProtocol::Raw) {
-            EXPECT_TRUE(out.contains("protocol: " + QByteArray(c.protocol) +
-                                     "\naddress: " + c.address + "\ncommand: " + c.command + "\n"))
-                << out.constData();
+        if (row[3] == u"raw") {
+            EXPECT_FALSE(k.code.decoded());
+        } else {
+            EXPECT_EQ(CodeSpec(k.code), want);
+            EXPECT_TRUE(out.contains(parsed)) << out.constData();
         }
     }
     EXPECT_EQ(ReadIrCodes("Filetype: IR signals file\nVersion: 1\n#\nname: k\ntype: raw\n"
@@ -446,48 +332,9 @@ TEST(IrFormats, FlipperProtocolsAsTheKernelNamesThem) {
 // lircd.conf: protocol-described keys become lircd's timings; raw remotes
 // keep theirs; remotes without timings are refused with the reason.
 TEST(IrFormats, LircdRemotesBecomeTimings) {
-    const char* conf = R"(# two remotes
-begin remote
-  name  tv
-  bits           16
-  flags SPACE_ENC|CONST_LENGTH
-  header       9000  4500
-  one           560  1690
-  zero          560   560
-  ptrail        560
-  repeat       9000  2250
-  pre_data_bits 16
-  pre_data     0x20DF
-  gap          108000
-  frequency    38000
-  begin codes
-    KEY_POWER   0x10EF   # a remark
-    KEY_MUTE    0x906F
-  end codes
-end remote
-
-begin remote
-  name  amp
-  flags RAW_CODES
-  gap   50000
-  begin raw_codes
-    name KEY_VOLUMEUP
-      2400 600 1200
-       600  600
-  end raw_codes
-end remote
-
-begin remote
-  name usb
-  bits 16
-  one 0 0
-  zero 0 0
-  begin codes
-    KEY_A 0x01
-  end codes
-end remote
-)";
-    const IrCodeRead r = readText(conf, u"lircd.conf"_s);
+    QFile conf(QStringLiteral(KESTRAVA_TEST_DATA "/lircd/tv-amp-usb.conf"));
+    ASSERT_TRUE(conf.open(QIODevice::ReadOnly));
+    const IrCodeRead r = ReadIrCodes(conf.readAll(), u"lircd.conf"_s);
     ASSERT_TRUE(r.ok()) << r.error.toStdString();
     ASSERT_EQ(r.codes.size(), 3u);
     const IrTiming& power = r.codes[0].timing;
@@ -511,7 +358,8 @@ end remote
         << r.refused[0].toStdString();
 }
 
-// Hostile files: a clear error naming the file (and line), in bounded time.
+// Hostile files (tests/data/hostile/ir-codes.tsv and some too large to keep):
+// a clear error naming the file (and line), in bounded time.
 TEST(IrFormats, HostileInputIsRefusedClearly) {
     QByteArray million = "carrier 38000\n";
     for (int i = 0; i < 500000; ++i)
@@ -524,65 +372,25 @@ TEST(IrFormats, HostileInputIsRefusedClearly) {
         manyKeys += "  K 0x1\n";
     QByteArray deepJson = QByteArray(100000, '[') + QByteArray(100000, ']');
     deepJson.prepend("{\"timings\": ");
-    // A Flipper file whose raw numbers are damaged is refused whole, its good
-    // keys too: line 11 is Bad's frequency, 12 its data.
-    const QByteArray flipper = "Filetype: IR signals file\nVersion: 1\n#\nname: Good\ntype: raw\n"
-                               "frequency: 38000\ndata: 9000 4500 560\n#\nname: Bad\ntype: raw\n";
-    struct Case {
-        QByteArray bytes;
-        QString error;
-    };
-    const Case cases[] = {
-        {flipper + "frequency: 38000\ndata: 9000 -4500 560\n", u"f:12: Bad: '-4500' is not a"_s},
-        {flipper + "frequency: 38000\ndata: 9000 0 560\n", u"f:12: Bad: '0' is not a duration"_s},
-        {flipper + "frequency: 38000\ndata: 9000 1000001\n", u"f:12: Bad: '1000001' is not a"_s},
-        {flipper + "frequency: 38000\ndata: 9000 4500 560x\n", u"f:12: Bad: '560x' is not a"_s},
-        {flipper + "frequency: 0\ndata: 9000\n", u"f:11: Bad: '0' is not a carrier"_s},
+    std::vector<std::pair<QByteArray, QString>> cases{
         {million, u"f:2050: more than 4096 durations"_s},
-        {"+9000 -0 +560", u"f:1: a duration of zero"_s},
-        {"+9000 -4500 +560 -99999999", u"f:1: '-99999999' is not a duration"_s},
-        {"carrier 1\n+9000 -4500 +560", u"f:2: carrier of 1 Hz"_s},
-        {"0000 0001 0001 0000 0010 0010", u"f:1: carrier of 4145146 Hz"_s},
-        {"0000 006D 0002 0000 0010 0010", u"f:1: the code announces 2 pairs"_s},
-        {"Filetype: IR signals file\nVersion: 1\nname: x\ntype: raw\nfrequency: 10000000\n"
-         "data: 100 100 100\n",
-         u"f:5: x: '10000000' is not a carrier"_s},
-        {R"({"timings": [9000, -4500, 0]})", u"f: timing 3 is not a duration"_s},
-        {R"({"timings": [9000, -4500, 560], "modulation": 10000000})",
-         u"f: \"modulation\" is not a carrier"_s},
         {deepJson, u"f:1: "_s},
         {fifty, u"f: 52428813 bytes, more than the 16 MB"_s},
-        {manyKeys, u"f:20008: more than 20000 keys"_s},
-        {"begin remote\n name a\nbegin remote\n", u"f:3: 'begin remote' inside a remote"_s},
-        {"begin remote\n name a\n", u"f:2: the file ends inside a remote"_s},
-        {"JgA=AAAAAAAA", u"f: not base64"_s},
-        {"JgAEAB0dAAAA", u"f: the packet ends at byte 6, before the 4 bytes it announces"_s},
-        {"260004001d1d000b", u"f: a long duration is cut short at byte 7"_s},
-        {"260007001d0000001d0d05", u"f: a duration of zero at byte 5"_s},
-        {"JgAQAB0dDQUA", u"f: the packet announces 16 bytes and has 5"_s},
-        {"sgAEAB0dDQU=", u"f: a radio (RF) code"_s},
-        {"5000 0000 0000 0001 0020 0001", u"f:1: RC5 has systems 0 to 31"_s},
-        {"900A 006D 0000 0002 10EF 0DF2 0000 0000", u"f:1: a 900A code is 6 words"_s},
-        {"sendir,1:1,1,38000,1,2,10,10", u"f:1: '2' is not an offset"_s},
-        {"sendir,1:1,1,38000,1,1,10,10,10", u"f:1: 3 durations; sendir takes"_s},
-        {"sendir,1:1,1,38000,1,1,A,B", u"f:1: 'A' stands for a pair of the compressed"_s},
-        {"sendir,1:1,1,1000,1,1,10,10", u"f:1: '1000' is not a carrier"_s},
-        // A receiver dumping inverted, as people paste it.
-        {"[-9126, 4465, -623, 514]", u"f:1: the list starts with a pause"_s},
-        {"[9000, -4500, 560", u"f:1: the list has no closing ']'"_s},
-        {"[9000, -4500, 5x]", u"f:1: '5x' is not a duration"_s},
-    };
-    for (const Case& c : cases) {
+        {manyKeys, u"f:20008: more than 20000 keys"_s}};
+    for (const QStringList& row : DataTable(u"hostile/ir-codes.tsv"_s))
+        cases.push_back({row[0].toUtf8(), row[1]});
+    ASSERT_EQ(cases.size(), 34u);
+    for (const auto& [bytes, error] : cases) {
+        SCOPED_TRACE(error.toStdString());
         const auto start = std::chrono::steady_clock::now();
-        const IrCodeRead r = ReadIrCodes(c.bytes, u"f"_s);
+        const IrCodeRead r = ReadIrCodes(bytes, u"f"_s);
         const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
                             std::chrono::steady_clock::now() - start)
                             .count();
-        EXPECT_FALSE(r.ok()) << c.error.toStdString();
+        EXPECT_FALSE(r.ok());
         EXPECT_TRUE(r.codes.empty());
-        EXPECT_TRUE(r.error.startsWith(c.error))
-            << r.error.toStdString() << "\n  wanted " << c.error.toStdString();
-        EXPECT_LT(ms, 2000) << c.error.toStdString();
+        EXPECT_TRUE(r.error.startsWith(error)) << r.error.toStdString();
+        EXPECT_LT(ms, 2000);
     }
     // A writer refuses what its format cannot hold, and leaves the old file.
     QTemporaryDir dir;

@@ -1,4 +1,5 @@
 #include "infrared/IrProtocol.h"
+#include "infrared/DataTable.h"
 #include "infrared/HeldSignal.h"
 #include "infrared/SignalCodeCache.h"
 #include "infrared/SignalStore.h"
@@ -29,49 +30,18 @@ IrCode code(QStringView spec, bool repeats = false, bool toggle = false) {
 }
 
 // Every protocol, with scancodes at the edges of their fields.
-const QStringList Specs{u"nec:0x0408"_s,
-                        u"nec:0xff00"_s,
-                        u"necx:0x12a55e"_s,
-                        u"nec32:0x12345678"_s,
-                        u"samsung32:0x0707"_s,
-                        u"sony12:0x010015"_s,
-                        u"sony12:0x1f007f"_s,
-                        u"sony15:0xa50012"_s,
-                        u"sony20:0x1f5a7f"_s,
-                        u"rc5:0x1e3c"_s,
-                        u"rc5:0x0001"_s,
-                        u"rc5:0x1f7f"_s,
-                        u"rc5x_20:0x1e7c3f"_s,
-                        u"rc5x_20:0x000100"_s,
-                        u"rc6_0:0x800c"_s,
-                        u"rc6_0:0xffff"_s,
-                        u"rc6_6a_20:0x012345"_s,
-                        u"rc6_6a_24:0xfedcba"_s,
-                        u"rc6_6a_32:0x12345678"_s,
-                        u"rc6_mce:0x800f0410"_s,
-                        u"jvc:0x1234"_s,
-                        u"sharp:0x1ea5"_s,
-                        u"sanyo:0x1fff12"_s,
-                        u"aeha:0x022080003dbc"_s,
-                        u"aeha:0x0220e00400ff,0x2340c0a18f"_s,
-                        u"pioneer:0xa55a1c"_s,
-                        u"pioneer:0xa35c99+0xaf50bc"_s,
-                        u"proton:0x12a5"_s,
-                        u"rca:0x0f5a"_s,
-                        u"rca38:0x0a12"_s,
-                        u"samsung36:0x07070a12"_s,
-                        u"gicable:0x05a3"_s,
-                        u"denon:0x0c4d"_s,
-                        u"denon1:0x1fff"_s,
-                        u"denon2:0x0200"_s,
-                        u"mitsubishi:0x4702"_s,
-                        u"recs80:0x073f"_s,
-                        u"dish:0x1f1f3f"_s,
-                        u"dish:0x010200"_s,
-                        u"directv:0x0c10"_s,
-                        u"rc_mm_12:0x0abc"_s,
-                        u"rc_mm_24:0xfedcba"_s,
-                        u"rc_mm_32:0x2480260c"_s};
+const QStringList Specs =
+    (u"nec:0x0408 nec:0xff00 necx:0x12a55e nec32:0x12345678 samsung32:0x0707 "
+     u"sony12:0x010015 sony12:0x1f007f sony15:0xa50012 sony20:0x1f5a7f rc5:0x1e3c "
+     u"rc5:0x0001 rc5:0x1f7f rc5x_20:0x1e7c3f rc5x_20:0x000100 rc6_0:0x800c rc6_0:0xffff "
+     u"rc6_6a_20:0x012345 rc6_6a_24:0xfedcba rc6_6a_32:0x12345678 rc6_mce:0x800f0410 "
+     u"jvc:0x1234 sharp:0x1ea5 sanyo:0x1fff12 aeha:0x022080003dbc "
+     u"aeha:0x0220e00400ff,0x2340c0a18f pioneer:0xa55a1c pioneer:0xa35c99+0xaf50bc "
+     u"proton:0x12a5 rca:0x0f5a rca38:0x0a12 samsung36:0x07070a12 gicable:0x05a3 "
+     u"denon:0x0c4d denon1:0x1fff denon2:0x0200 mitsubishi:0x4702 recs80:0x073f "
+     u"dish:0x1f1f3f dish:0x010200 directv:0x0c10 rc_mm_12:0x0abc rc_mm_24:0xfedcba "
+     u"rc_mm_32:0x2480260c"_s)
+        .split(u' ');
 
 bool rcmm(IrProtocol p) {
     return p == IrProtocol::RcMm12 || p == IrProtocol::RcMm24 || p == IrProtocol::RcMm32;
@@ -207,72 +177,23 @@ TEST(IrProtocol, CodeTextAndFields) {
     EXPECT_EQ(CodeDisplay(nec), u"NEC 0x0408"_s);
     EXPECT_EQ(FieldsOf(nec).address, 4u);
     EXPECT_EQ(FieldsOf(nec).command, 8u);
-    const IrCode sony = code(u"sony20:0x1f5a7f"_s);
-    EXPECT_EQ(FieldsOf(sony).address, 0x1Fu);
-    EXPECT_EQ(FieldsOf(sony).subdevice, 0x5Au);
-    EXPECT_EQ(FieldsOf(sony).command, 0x7Fu);
     const IrCode kaseikyo = code(u"aeha:0x022080003dbc"_s);
     EXPECT_EQ(FieldsOf(kaseikyo).maker, 0x2002);
     EXPECT_EQ(CodeDisplay(kaseikyo), u"AEHA 2002 80003DBC"_s);
-    for (const QString& bad :
-         {u"nec"_s, u"nec:0x10000"_s, u"bogus:1"_s, u"raw:1"_s, u"nec:-1"_s, u"sony12:0x200000"_s,
-          u"aeha:0x0220"_s, u"aeha:xyz"_s, u"rc6_mce:0x800f8410"_s}) {
-        QString why;
-        EXPECT_FALSE(ParseCodeSpec(bad, &why)) << bad.toStdString();
-        EXPECT_FALSE(why.isEmpty());
-    }
 }
 
-// The IR databases' names and parameters (DecodeIR, IrScrutinizer, irdb) for
+// The IR databases' names and parameters (tests/data/irp/names.tsv) for
 // codes whose meaning they publish, and back.
 TEST(IrProtocol, IrpNamesAndParameters) {
-    const struct {
-        const char* spec;
-        const char* irp;
-    } known[] = {
-        {"nec:0x0408", "NEC1:4,251,8"},
-        {"necx:0x12a55e", "NEC1:18,165,94"},
-        {"nec32:0x12345678", "NEC1-f16:52,18,120,E=86"},
-        {"samsung32:0x0707", "NECx1:7,7,7"},
-        {"sony12:0x010015", "Sony12:1,21"},
-        {"sony20:0x1f5a7f", "Sony20:31,90,127"},
-        {"rc5:0x000c", "RC5:0,12"},
-        {"rc5x_20:0x1e7c3f", "RC5x:30,124,63"},
-        {"rc6_0:0x000c", "RC6:0,12"},
-        {"rc6_mce:0x800f040c", "MCE:4,15,12"},
-        {"jvc:0x1234", "JVC:18,52"},
-        {"sharp:0x1ea5", "Sharp:30,165"},
-        {"sanyo:0x1fff12", "Aiwa:255,31,18"},
-        {"aeha:0x0220b0003d8d", "Panasonic:176,0,61"},
-        {"aeha:0x543240510011", "Denon-K:4,1,5"},
-        {"aeha:0x0301221a1028", "JVC-48:34,26,16"},
-        {"aeha:0xaa5a9faa5581", "SharpDVD:9,170,85,E=1"},
-        {"aeha:0x435371123411", "Teac-K:7,18,52"},
-        {"aeha:0x23cb36804c16", "Mitsubishi-K:3,200,100"},
-        {"aeha:0x14632028284d", "Fujitsu:40,40,77,E=2"},
-        {"aeha:0x123454060773", "Kaseikyo:5,6,7,E=3,M=18,N=52"},
-        {"pioneer:0xa55a1c", "Pioneer:165,90,28"},
-        {"proton:0x12a5", "Proton:18,165"},
-        {"rca:0x0f5a", "RCA:15,90"},
-        {"rca38:0x0a12", "RCA-38:10,18"},
-        {"samsung36:0x07070a12", "Samsung36:7,7,18,E=10"},
-        {"gicable:0x05a3", "G.I. Cable:5,163"},
-        {"denon:0x0c4d", "Denon:12,77"},
-        {"denon2:0x0c4d", "Denon{2}:12,77"},
-        {"mitsubishi:0x4702", "Mitsubishi:71,2"},
-        {"recs80:0x0003", "RECS80:0,3"},
-        {"dish:0x1f1f3f", "Dish_Network:31,31,63"},
-        {"directv:0x0c10", "DirecTV:12,16"},
-        {"rc_mm_12:0x0abc", "Nokia12:10,188"},
-        {"rc_mm_24:0x123456", "Nokia:18,52,86"},
-        {"rc_mm_32:0x2480260c", "Nokia32:36,128,12,X=38"},
-    };
-    for (const auto& k : known) {
-        const IrCode c = code(QString::fromLatin1(k.spec));
+    const QList<QStringList> known = DataTable(u"irp/names.tsv"_s);
+    ASSERT_EQ(known.size(), 36);
+    for (const QStringList& k : known) {
+        SCOPED_TRACE(k.join(u' ').toStdString());
+        const IrCode c = code(k[0]);
         const auto irp = IrpOf(c);
-        ASSERT_TRUE(irp) << k.spec;
-        EXPECT_EQ(IrpSpec(*irp), QString::fromLatin1(k.irp)) << k.spec;
-        EXPECT_EQ(ParseCodeSpec(QString::fromLatin1(k.irp)), c) << k.irp;
+        ASSERT_TRUE(irp);
+        EXPECT_EQ(IrpSpec(*irp), k[1]);
+        EXPECT_EQ(ParseCodeSpec(k[1]), c);
     }
     for (const QString& spec : Specs) {
         if (auto c = code(spec); c.frames.empty()) {
@@ -285,10 +206,27 @@ TEST(IrProtocol, IrpNamesAndParameters) {
     // A frame that breaks its maker's check, and an air conditioner's, have no IRP.
     EXPECT_FALSE(IrpOf(code(u"aeha:0x0220b0003d8e"_s)));
     EXPECT_FALSE(IrpOf(code(u"aeha:0x0220e00400ff,0x2340c0a18f"_s)));
-    for (const QString& bad :
-         {u"NEC1:256,1"_s, u"Sony12:32,1"_s, u"RC5x:1,2"_s, u"Bogus:1,2"_s, u"NECx1:1,2,3"_s,
-          u"RC5:1,2,3,4,5"_s, u"JVC:Q=1,2"_s, u"Kaseikyo:1,2,3"_s, u"Denon-K:16,1,5"_s,
-          u"RCA:16,1"_s, u"pioneer:0xa55a1c+0x12"_s}) {
+    // Text that is no code, in either form, says why.
+    for (const QString& bad : {u"nec"_s,
+                               u"nec:0x10000"_s,
+                               u"bogus:1"_s,
+                               u"raw:1"_s,
+                               u"nec:-1"_s,
+                               u"sony12:0x200000"_s,
+                               u"aeha:0x0220"_s,
+                               u"aeha:xyz"_s,
+                               u"rc6_mce:0x800f8410"_s,
+                               u"NEC1:256,1"_s,
+                               u"Sony12:32,1"_s,
+                               u"RC5x:1,2"_s,
+                               u"Bogus:1,2"_s,
+                               u"NECx1:1,2,3"_s,
+                               u"RC5:1,2,3,4,5"_s,
+                               u"JVC:Q=1,2"_s,
+                               u"Kaseikyo:1,2,3"_s,
+                               u"Denon-K:16,1,5"_s,
+                               u"RCA:16,1"_s,
+                               u"pioneer:0xa55a1c+0x12"_s}) {
         QString why;
         EXPECT_FALSE(ParseCodeSpec(bad, &why)) << bad.toStdString();
         EXPECT_FALSE(why.isEmpty());
@@ -297,59 +235,32 @@ TEST(IrProtocol, IrpNamesAndParameters) {
 
 // Captures and parsed entries of real remotes (Flipper-IRDB, see
 // tests/data/flipper-irdb/SOURCE) read as the IR databases have those remotes'
-// codes, toggles included: the carrier the file gives decides Pioneer against
-// NEC and RCA against RCA-38, the check bits Sharp against Denon, and Sony
-// pulses stretched to 745/1349 µs are read by the frame's own short pulses.
+// codes (decodes.tsv there), toggles included: the carrier the file gives
+// decides Pioneer against NEC and RCA against RCA-38, the check bits Sharp
+// against Denon, and Sony pulses stretched to 745/1349 µs are read by the
+// frame's own short pulses.
 TEST(IrProtocol, RealRemotesDecode) {
-    const struct {
-        const char* file;
-        const char* key;
-        const char* irp;
-        const char* spec = nullptr; // where the IRP does not say all
-        bool toggle = false;
-    } known[] = {
-        {"pioneer-dvd-vxx2914.ir", "Power", "Pioneer:163,92,153", "pioneer:0xa35c99+0xaf50bc"},
-        {"pioneer-dvd-vxx2914.ir", "Subtitle", "Pioneer:163,92,153", "pioneer:0xa35c99+0xaf5036"},
-        {"arris-cable-box.ir", "Power", "G.I. Cable:0,10", "gicable:0x000a"},
-        {"arris-cable-box.ir", "Live_tv", "G.I. Cable:0,62"},
-        {"tcl-tv.ir", "Vol_dn", "RCA-38:15,46"},
-        {"panasonic-bd75.ir", "Power", "Panasonic:176,0,61"},
-        {"denon-rc1253.ir", "POWER", "Denon-K:4,1,5"},
-        {"denon-receiver.ir", "V_UP", "Denon:12,77"},
-        {"denon-receiver.ir", "FF", "Denon:4,90"},
-        {"denon-receiver.ir", "Record", "Denon:4,95"},
-        {"sharp-tv.ir", "Power", "Sharp:1,22"},
-        {"legamaster-display.ir", "Power", "Mitsubishi:71,2"},
-        {"legamaster-display.ir", "Source", "Mitsubishi:71,21"},
-        {"da-lite-screen.ir", "Up", "RECS80:0,1", nullptr, true},
-        {"da-lite-screen.ir", "Stop", "RECS80:0,3"},
-        {"directv-rc65.ir", "Pwr_direct", "DirecTV:12,16"},
-        {"directv-rc65.ir", "Format", "DirecTV:12,115"},
-        {"telus-optik-tv.ir", "POWER", "Nokia32:36,128,12,X=38"},
-        {"telus-optik-tv.ir", "Guide", "Nokia32:36,128,204,X=38", nullptr, true},
-        {"sony-rmt-tx200u.ir", "Center", "Sony12:1,101"},
-        {"sony-rmt-tx200u.ir", "Down", "Sony12:1,117"},
-    };
-    for (const auto& k : known) {
-        SCOPED_TRACE(std::string(k.file) + " " + k.key);
-        QFile file(QStringLiteral(KESTRAVA_TEST_DATA "/flipper-irdb/") + QLatin1StringView(k.file));
+    const QList<QStringList> known = DataTable(u"flipper-irdb/decodes.tsv"_s);
+    ASSERT_EQ(known.size(), 21);
+    for (const QStringList& k : known) {
+        SCOPED_TRACE(k.join(u' ').toStdString());
+        QFile file(QStringLiteral(KESTRAVA_TEST_DATA "/flipper-irdb/") + k[0]);
         ASSERT_TRUE(file.open(QIODevice::ReadOnly));
         // Flipper-IRDB's raw files end without a newline: read as they are.
         const IrCodeRead read = ReadIrCodes(file.readAll(), file.fileName());
         ASSERT_TRUE(read.ok()) << read.error.toStdString();
         EXPECT_TRUE(read.refused.isEmpty()) << read.refused.join(u'\n').toStdString();
-        const auto s =
-            std::find_if(read.codes.begin(), read.codes.end(),
-                         [&](const NamedSignal& n) { return n.name == QLatin1StringView(k.key); });
+        const auto s = std::find_if(read.codes.begin(), read.codes.end(),
+                                    [&](const NamedSignal& n) { return n.name == k[1]; });
         ASSERT_NE(s, read.codes.end());
         const IrCode c = DecodeSignal(s->timing);
-        if (k.spec) {
-            EXPECT_EQ(CodeSpec(c), QLatin1StringView(k.spec));
+        if (k[3] != u"-") {
+            EXPECT_EQ(CodeSpec(c), k[3]);
         }
         const auto irp = IrpOf(c);
         ASSERT_TRUE(irp) << CodeSpec(c).toStdString();
-        EXPECT_EQ(IrpSpec(*irp), QLatin1StringView(k.irp));
-        EXPECT_EQ(c.toggle, k.toggle);
+        EXPECT_EQ(IrpSpec(*irp), k[2]);
+        EXPECT_EQ(c.toggle, k[4] == u"toggle");
     }
     // The same frames with the carrier unknown: NEC, and RCA.
     IrTiming pioneer = *EncodeSignal(code(u"pioneer:0xa55a1c"_s));

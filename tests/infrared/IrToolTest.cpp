@@ -49,7 +49,6 @@ TEST(IrTool, CapturesShowsAndSendsWithTheSimulator) {
     EXPECT_EQ(run(dir.path(), {u"send"_s, u"sim"_s, u"tv.bin"_s}).status, 0);
     EXPECT_TRUE(QFileInfo::exists(dir.filePath(u"sim-transmit.log"_s)));
 
-    EXPECT_EQ(run(dir.path(), {u"show"_s, u"sim-transmit.log"_s}).status, 1); // not a signal
     // Failures say what failed in words, under the tool's own name.
     const ToolRun missing = run(dir.path(), {u"send"_s, u"/nonexistent/tty"_s, u"tv.bin"_s});
     EXPECT_EQ(missing.status, 1);
@@ -57,9 +56,6 @@ TEST(IrTool, CapturesShowsAndSendsWithTheSimulator) {
         u"kestrava-ir: /nonexistent/tty: cannot open the transceiver: no such device"_s))
         << missing.err.toStdString();
     EXPECT_FALSE(missing.err.contains(u"kestrava:"_s));
-    const ToolRun bogus = run(dir.path(), {u"bogus"_s});
-    EXPECT_EQ(bogus.status, 2);
-    EXPECT_TRUE(bogus.err.startsWith(u"kestrava-ir: unknown command 'bogus'\nUsage:"_s));
     // A file that cannot be stored is told before anybody is asked for a key.
     const ToolRun nowhere = run(dir.path(), {u"capture"_s, u"sim"_s, u"no/tv.bin"_s, u"3"_s});
     EXPECT_EQ(nowhere.status, 1);
@@ -67,10 +63,6 @@ TEST(IrTool, CapturesShowsAndSendsWithTheSimulator) {
     EXPECT_TRUE(nowhere.err.contains(u"no/tv.bin: cannot be written"_s));
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
               (QStringList{u"sim-transmit.log"_s, u"tv.bin"_s}));
-
-    const ToolRun version = run(dir.path(), {u"--version"_s});
-    EXPECT_EQ(version.status, 0);
-    EXPECT_EQ(version.out, u"kestrava-ir " KESTRAVA_VERSION "\n"_s);
 }
 
 // 0 done, 1 failed, 2 bad usage, each with its words on the stream it belongs to.
@@ -82,6 +74,8 @@ TEST(IrTool, ExitStatusesAndHelp) {
         const char16_t* said; // on stdout for 0, else on stderr
     } cases[] = {
         {{u"-h"_s}, 0, u"Usage: kestrava-ir COMMAND"},
+        {{u"--version"_s}, 0, u"kestrava-ir " KESTRAVA_VERSION "\n"},
+        {{u"bogus"_s}, 2, u"kestrava-ir: unknown command 'bogus'\nUsage:"},
         {{u"show"_s, u"--help"_s}, 0, u"Usage: kestrava-ir show"},
         {{u"convert"_s, u"a.bin"_s, u"-h"_s}, 0, u"--broadlink-unit"},
         {{u"help"_s, u"capture"_s}, 0, u"DEVICE is a path"},
@@ -125,13 +119,9 @@ TEST(IrTool, PipesThroughStandardStreams) {
 // the name; many signals into a one-signal format only into a directory.
 TEST(IrTool, ConvertsBetweenFormats) {
     QTemporaryDir dir;
-    QFile in(dir.filePath(u"tv.ir"_s));
-    ASSERT_TRUE(in.open(QIODevice::WriteOnly));
-    in.write("Filetype: IR signals file\nVersion: 1\n#\nname: Power\ntype: raw\n"
-             "frequency: 38000\nduty_cycle: 0.330000\ndata: 9000 4500 560 1690 560\n"
-             "#\nname: Mute/All\ntype: raw\nfrequency: 38000\nduty_cycle: 0.330000\n"
-             "data: 9000 4500 560 560 560\n");
-    in.close();
+    // Two raw keys, one named with a slash.
+    ASSERT_TRUE(
+        QFile::copy(QStringLiteral(KESTRAVA_TEST_DATA "/ir-tool/tv.ir"), dir.filePath(u"tv.ir"_s)));
     ToolRun r = run(dir.path(), {u"convert"_s, u"tv.ir"_s, u"tv.conf"_s});
     EXPECT_EQ(r.status, 0) << r.err.toStdString();
     r = run(dir.path(), {u"convert"_s, u"tv.conf"_s, u"tv.pronto"_s});

@@ -10,7 +10,6 @@
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 
-#include <QElapsedTimer>
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -243,19 +242,12 @@ TEST(Lirc, ListensBetweenSendsAndNamesTheLearnedKey) {
     ASSERT_TRUE(WaitForSignal(&listener, &IrListener::keyHeard, 1000));
     EXPECT_EQ(keys.back(), (QStringList{u"1"_s, u"1"_s, u"TV"_s, u"Odd"_s}));
 
-    // The simulator hears what is written for it; frames that began before
-    // our own send ended are not heard.
-    f.t.settings.WriteIni(u"Tira", u"Device", u"sim");
-    listener.SetListening(true);
-    ASSERT_TRUE(listener.listening());
-    f.t.writeFile(u"sim-receive", "nec:0x4012\n");
-    ASSERT_TRUE(WaitForSignal(&listener, &IrListener::keyHeard, 2000));
-    EXPECT_EQ(keys.back(), (QStringList{u"1"_s, u"0"_s, u"TV"_s, u"Power"_s}));
-
+    // Frames that began before our own send ended are not heard. (The
+    // simulator's hearing is Mqtt's and Lircd's tests'.)
     const qint64 started = listener.elapsedMs();
     emit f.device.sendEnded();
     listener.Hear(odd, started);
-    EXPECT_EQ(frames.size(), 3);
+    EXPECT_EQ(frames.size(), 2);
 
     // A Tira cannot listen without leaving the mode it sends in.
     f.t.settings.WriteIni(u"Tira", u"Device", u"/dev/ttyUSB0");

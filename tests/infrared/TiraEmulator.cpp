@@ -1,10 +1,9 @@
-// A Tira-2 for the far end of a virtual machine's serial port, or of a
-// pseudo-terminal: answers like the device (FakeTira), plays a remote's burst
-// back when the host starts a capture, and writes every command it gets to a
-// log, one line each, so that a test outside can see what reached the wire.
+// A Tira-2 for the far end of a virtual machine's serial port: answers like
+// the device (FakeTira), plays a remote's burst back when the host starts a
+// capture, and writes every command it gets to a log, one line each, so that a
+// test outside can see what reached the wire.
 //
 //   tira-emulator --connect SOCKET --log FILE   (QEMU's chardev, a unix socket)
-//   tira-emulator --pty LINK --log FILE         (a pty, LINK leads to it)
 #include "infrared/FakeTira.h"
 
 #include <QCommandLineParser>
@@ -23,7 +22,7 @@ namespace {
 
 // 9 ms lead, 4.5 ms space, 560 µs pulses and a 1.69 ms space: a short
 // NEC-like burst in the device's timing stream, with its trailer.
-const QByteArray DefaultCapture = QByteArray::fromHex("04650233004600460046 00D3 00460000 34B2");
+const QByteArray Capture = QByteArray::fromHex("04650233004600460046 00D3 00460000 34B2");
 
 int connectTo(const QString& path) {
     sockaddr_un addr{};
@@ -48,17 +47,12 @@ int main(int argc, char** argv) {
     QCommandLineParser args;
     args.addHelpOption();
     args.addOption({u"connect"_s, u"QEMU's serial chardev socket."_s, u"socket"_s});
-    args.addOption({u"pty"_s, u"Serve a pty, linked here."_s, u"link"_s});
     args.addOption({u"log"_s, u"Where the commands are written."_s, u"file"_s});
-    args.addOption({u"capture"_s, u"Timing stream played after IC (hex)."_s, u"hex"_s});
     args.process(app);
-    if (args.isSet(u"connect"_s) == args.isSet(u"pty"_s) || !args.isSet(u"log"_s)) {
-        std::fputs("tira-emulator: give --connect or --pty, and --log\n", stderr);
+    if (!args.isSet(u"connect"_s) || !args.isSet(u"log"_s)) {
+        std::fputs("tira-emulator: give --connect and --log\n", stderr);
         return 2;
     }
-    const QByteArray capture = args.isSet(u"capture"_s)
-                                   ? QByteArray::fromHex(args.value(u"capture"_s).toLatin1())
-                                   : DefaultCapture;
     QFile log(args.value(u"log"_s));
     if (!log.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered)) {
         std::fprintf(stderr, "tira-emulator: cannot write %s\n", qPrintable(log.fileName()));
@@ -77,43 +71,32 @@ int main(int argc, char** argv) {
                 QTimer::singleShot(100, [&, mine] {
                     if (!tira || line != mine)
                         return;
-                    tira->write(capture);
-                    note("played " + capture.toHex());
+                    tira->write(Capture);
+                    note("played " + Capture.toHex());
                 });
         };
     };
 
     QTimer retry;
     retry.setInterval(100);
-    if (args.isSet(u"pty"_s)) {
-        serve(std::make_unique<FakeTira>());
-        const QString link = args.value(u"pty"_s);
-        QFile::remove(link);
-        if (tira->path().isEmpty() || !QFile::link(tira->path(), link)) {
-            std::fputs("tira-emulator: no pty\n", stderr);
-            return 1;
-        }
-        note("pty " + QFile::encodeName(tira->path()));
-    } else {
-        // QEMU plugs its serial port in while we are connected; when the line
-        // drops (QEMU gone or restarted) we connect again.
-        const QString path = args.value(u"connect"_s);
-        QObject::connect(&retry, &QTimer::timeout, [&] {
-            const int fd = connectTo(path);
-            if (fd < 0)
-                return;
-            retry.stop();
-            note("connected");
-            serve(std::make_unique<FakeTira>(fd));
-            tira->onGone = [&] {
-                note("disconnected");
-                QTimer::singleShot(0, [&] {
-                    tira.reset();
-                    retry.start();
-                });
-            };
-        });
-        retry.start();
-    }
+    // QEMU plugs its serial port in while we are connected; when the line
+    // drops (QEMU gone or restarted) we connect again.
+    const QString path = args.value(u"connect"_s);
+    QObject::connect(&retry, &QTimer::timeout, [&] {
+        const int fd = connectTo(path);
+        if (fd < 0)
+            return;
+        retry.stop();
+        note("connected");
+        serve(std::make_unique<FakeTira>(fd));
+        tira->onGone = [&] {
+            note("disconnected");
+            QTimer::singleShot(0, [&] {
+                tira.reset();
+                retry.start();
+            });
+        };
+    });
+    retry.start();
     return app.exec();
 }

@@ -9,16 +9,16 @@
 #include "kernel/Lane.h"
 #include "remotes/IrListener.h"
 #include "support/HttpClient.h"
+#include "support/MqttBroker.h"
 #include "support/ProgramProcess.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
+#include "support/WaitUntil.h"
 
 #include <QElapsedTimer>
-#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QSocketNotifier>
-#include <QTcpServer>
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -69,11 +69,7 @@ public:
     }
     // Until n messages have come or ms have passed.
     bool waitFor(size_t n, int ms) {
-        QElapsedTimer t;
-        t.start();
-        while (messages.size() < n && t.elapsed() < ms)
-            WaitMs(20);
-        return messages.size() >= n;
+        return WaitUntil([&] { return messages.size() >= n; }, ms);
     }
 
 private:
@@ -133,10 +129,6 @@ int Mismatch(const std::vector<uint32_t>& got, const std::vector<uint32_t>& want
         worst = std::max(worst, d);
     }
     return worst;
-}
-
-QString Text(const std::vector<uint32_t>& d) {
-    return IrCtlText(d);
 }
 
 // Kernel log lines that came after the start.
@@ -245,14 +237,14 @@ void ExpectSentOnce(Program& p, Receiver& rx, const std::function<bool()>& press
     WaitMs(300); // anything more would come now
     QString all;
     for (const auto& m : rx.messages)
-        all += Text(m.durations) + u'\n';
+        all += IrCtlText(m.durations) + u'\n';
     ASSERT_EQ(rx.messages.size(), want.size()) << qPrintable(all);
     int worst = 0;
     size_t count = 0;
     for (size_t i = 0; i < want.size(); ++i) {
         const int m = Mismatch(rx.messages[i].durations, want[i]);
-        EXPECT_GE(m, 0) << "got  " << qPrintable(Text(rx.messages[i].durations)) << "\nsent "
-                        << qPrintable(Text(want[i]));
+        EXPECT_GE(m, 0) << "got  " << qPrintable(IrCtlText(rx.messages[i].durations)) << "\nsent "
+                        << qPrintable(IrCtlText(want[i]));
         worst = std::max(worst, m);
         count += want[i].size();
     }
@@ -354,8 +346,8 @@ TEST(LircKernel, KernelEncodedSignalsAreCapturedWhole) {
         std::vector<uint32_t> captured = got.frame();
         const auto& wire = rx.messages[0];
         const int worst = Mismatch(captured, wire.durations);
-        EXPECT_GE(worst, 0) << "captured " << qPrintable(Text(captured)) << "\nsent     "
-                            << qPrintable(Text(wire.durations));
+        EXPECT_GE(worst, 0) << "captured " << qPrintable(IrCtlText(captured)) << "\nsent     "
+                            << qPrintable(IrCtlText(wire.durations));
         EXPECT_NEAR(got.carrierHz, wire.carrier, wire.carrier / 50);
         EXPECT_EQ(wire.carrier, carrier);
         figures << u"%1 %2/%3 durations within %4 us at %5 Hz in %6 ms"_s
@@ -396,10 +388,7 @@ TEST(LircKernel, UnpluggedDeviceFailsAndComesBack) {
 
     // Back: the next press goes out.
     RunTool(u"modprobe"_s, {u"rc-loopback"_s});
-    QElapsedTimer back;
-    back.start();
-    while (!QFileInfo::exists(Device) && back.elapsed() < 5000)
-        WaitMs(50);
+    WaitUntil([] { return QFileInfo::exists(Device); }, 5000);
     Receiver rx;
     ASSERT_TRUE(rx.open());
     ExpectSentOnce(
@@ -426,9 +415,7 @@ TEST(LircKernel, UnpluggedDeviceFailsAndComesBack) {
     EXPECT_EQ(p.press(path), SendResult::NotOpened) << "sent to a device that is not there";
 
     RunTool(u"modprobe"_s, {u"rc-loopback"_s, u"dyndbg=+p"_s});
-    back.restart();
-    while (!QFileInfo::exists(Device) && back.elapsed() < 5000)
-        WaitMs(50);
+    WaitUntil([] { return QFileInfo::exists(Device); }, 5000);
     ASSERT_TRUE(rx.open());
     ExpectSentOnce(
         p, rx, [&] { return p.press(path) == SendResult::Sent; }, &figures);
@@ -479,53 +466,30 @@ TEST(LircKernel, HeardKeyFiresItsTriggerOnTheBroker) {
     p.learnNec();
     p.t.writeRemote(1, u"TV"_s, 4, {});
     p.t.settings.WriteIni(u"Remote-1", u"Button-0", u"Power");
-    QTcpServer probe;
-    ASSERT_TRUE(probe.listen(QHostAddress::LocalHost));
-    const QString port = QString::number(probe.serverPort());
-    probe.close();
-    QFile conf(p.t.path(u"mosquitto.conf"));
-    ASSERT_TRUE(conf.open(QIODevice::WriteOnly));
-    conf.write(("listener " + port.toLatin1() +
-                " 127.0.0.1\nallow_anonymous true\npersistence false\nuser root\n"));
-    conf.close();
-    QProcess broker;
-    broker.start(u"/usr/sbin/mosquitto"_s, {u"-c"_s, conf.fileName()});
-    ASSERT_TRUE(broker.waitForStarted(5000));
-    WaitMs(1000);
-
+    MqttBroker broker(p.t.root());
+    ASSERT_TRUE(broker.start());
     p.t.settings.WriteIni(u"WebServer", u"Port", u"0");
-    p.t.settings.WriteIni(u"MQTT", u"Server", u"127.0.0.1:"_s + port);
+    p.t.settings.WriteIni(u"MQTT", u"Server", u"127.0.0.1:"_s + QString::number(broker.port));
     p.t.settings.WriteIni(u"MQTT", u"NodeId", u"den");
     p.t.settings.WriteIni(u"MQTT", u"Topic", u"kestrava/den");
     p.t.settings.WriteIni(u"MQTT", u"Listen", u"1");
-    QProcess sub;
-    sub.start(u"mosquitto_sub"_s,
-              {u"-h"_s, u"127.0.0.1"_s, u"-p"_s, port, u"-v"_s, u"-t"_s, u"kestrava/den/status"_s,
-               u"-t"_s, u"kestrava/den/ir/received"_s, u"-t"_s, u"kestrava/den/trigger/#"_s,
-               u"-t"_s, u"kestrava/den/hub/last_heard/attributes"_s});
-    ASSERT_TRUE(sub.waitForStarted(5000));
-    QString got;
-    const auto waitFor = [&](const QString& text, int ms) {
-        QElapsedTimer t;
-        t.start();
-        while (!got.contains(text) && t.elapsed() < ms) {
-            WaitForSignal(&sub, &QProcess::readyReadStandardOutput, 200);
-            got += QString::fromUtf8(sub.readAllStandardOutput());
-        }
-        return got.contains(text);
-    };
+    const QString attributes = u"kestrava/den/hub/last_heard/attributes"_s;
+    MqttWatcher sub(broker, {u"kestrava/den/status"_s, u"kestrava/den/ir/received"_s,
+                             u"kestrava/den/trigger/#"_s, attributes});
     ProgramProcess program({u"--headless"_s, u"--home"_s, p.t.folder.root()});
-    ASSERT_TRUE(waitFor(u"kestrava/den/status online"_s, 20000))
-        << got.toStdString() << program.log().toStdString();
+    ASSERT_TRUE(sub.waitFor(u"kestrava/den/status"_s, "online", 20000))
+        << program.log().toStdString();
     ASSERT_TRUE(program.waitForLog(u"listening on"_s)) << program.log().toStdString();
     RunTool(u"ir-ctl"_s, {u"-d"_s, Device, u"-S"_s, u"nec:0x4012"_s});
-    EXPECT_TRUE(waitFor(u"kestrava/den/trigger/1/0 press"_s, 10000)) << got.toStdString();
-    EXPECT_TRUE(waitFor(u"\"scancode\":\"0x4012\""_s, 2000)) << got.toStdString();
+    EXPECT_TRUE(sub.waitFor(u"kestrava/den/trigger/1/0"_s, "press", 10000));
+    EXPECT_TRUE(WaitUntil(
+        [&] {
+            for (const MqttWatcher::Message& m : sub.on(attributes))
+                if (m.payload.contains(R"("scancode":"0x4012")"))
+                    return true;
+            return false;
+        },
+        2000));
     WaitMs(800);
-    got += QString::fromUtf8(sub.readAllStandardOutput());
-    EXPECT_EQ(got.count(u"trigger/1/0"_s), 1) << got.toStdString();
-    sub.kill();
-    broker.kill();
-    sub.waitForFinished(2000);
-    broker.waitForFinished(2000);
+    EXPECT_EQ(sub.on(u"kestrava/den/trigger/1/0"_s).size(), 1u);
 }

@@ -8,8 +8,8 @@
 #include "kernel/Lane.h"
 #include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
+#include "support/WaitUntil.h"
 
-#include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QTimer>
@@ -28,18 +28,15 @@ const QString Device = u"/dev/lirc0"_s;
 
 // Two codes of every protocol the kernel encodes. Not rc-mm: Debian's kernel
 // has no decoder for it and its ir-ctl no encoder.
-const QStringList KernelCodes{
-    u"nec:0x4012"_s,         u"nec:0x00ff"_s,           u"necx:0x12a55e"_s,
-    u"necx:0x400012"_s,      u"nec32:0x12345678"_s,     u"nec32:0xbf400012"_s,
-    u"sony12:0x010015"_s,    u"sony12:0x1f007f"_s,      u"sony15:0xa50012"_s,
-    u"sony15:0x010000"_s,    u"sony20:0x1f5a7f"_s,      u"sony20:0x010203"_s,
-    u"rc5:0x1e0c"_s,         u"rc5:0x0b7f"_s,           u"rc5x_20:0x1e7c3f"_s,
-    u"rc5x_20:0x010101"_s,   u"rc6_0:0x0c0d"_s,         u"rc6_0:0xff00"_s,
-    u"rc6_6a_20:0x012345"_s, u"rc6_6a_20:0xf00ff"_s,    u"rc6_6a_24:0xfedcba"_s,
-    u"rc6_6a_24:0x010203"_s, u"rc6_6a_32:0x12345678"_s, u"rc6_6a_32:0x00000001"_s,
-    u"rc6_mce:0x800f0410"_s, u"rc6_mce:0x800f040d"_s,   u"jvc:0x1234"_s,
-    u"jvc:0xff01"_s,         u"sanyo:0x1fff12"_s,       u"sanyo:0x000801"_s,
-    u"sharp:0x1ea5"_s,       u"sharp:0x0100"_s};
+const QStringList KernelCodes =
+    (u"nec:0x4012 nec:0x00ff necx:0x12a55e necx:0x400012 nec32:0x12345678 nec32:0xbf400012 "
+     u"sony12:0x010015 sony12:0x1f007f sony15:0xa50012 sony15:0x010000 sony20:0x1f5a7f "
+     u"sony20:0x010203 rc5:0x1e0c rc5:0x0b7f rc5x_20:0x1e7c3f rc5x_20:0x010101 rc6_0:0x0c0d "
+     u"rc6_0:0xff00 rc6_6a_20:0x012345 rc6_6a_20:0xf00ff rc6_6a_24:0xfedcba "
+     u"rc6_6a_24:0x010203 rc6_6a_32:0x12345678 rc6_6a_32:0x00000001 rc6_mce:0x800f0410 "
+     u"rc6_mce:0x800f040d jvc:0x1234 jvc:0xff01 sanyo:0x1fff12 sanyo:0x000801 sharp:0x1ea5 "
+     u"sharp:0x0100"_s)
+        .split(u' ');
 
 struct Program {
     Program() {
@@ -55,50 +52,23 @@ QString Spec(const QString& text) {
     return CodeSpec(*ParseCodeSpec(text));
 }
 
-// The kernel's name of an rc_proto number, as lirc.h numbers them.
+// The kernel's name of an rc_proto number, as lirc.h numbers them (both
+// lists in the same order).
 QString KernelName(uint16_t proto) {
-    switch (proto) {
-    case RC_PROTO_RC5:
-        return u"rc5"_s;
-    case RC_PROTO_RC5X_20:
-        return u"rc5x_20"_s;
-    case RC_PROTO_JVC:
-        return u"jvc"_s;
-    case RC_PROTO_SONY12:
-        return u"sony12"_s;
-    case RC_PROTO_SONY15:
-        return u"sony15"_s;
-    case RC_PROTO_SONY20:
-        return u"sony20"_s;
-    case RC_PROTO_NEC:
-        return u"nec"_s;
-    case RC_PROTO_NECX:
-        return u"necx"_s;
-    case RC_PROTO_NEC32:
-        return u"nec32"_s;
-    case RC_PROTO_SANYO:
-        return u"sanyo"_s;
-    case RC_PROTO_RC6_0:
-        return u"rc6_0"_s;
-    case RC_PROTO_RC6_6A_20:
-        return u"rc6_6a_20"_s;
-    case RC_PROTO_RC6_6A_24:
-        return u"rc6_6a_24"_s;
-    case RC_PROTO_RC6_6A_32:
-        return u"rc6_6a_32"_s;
-    case RC_PROTO_RC6_MCE:
-        return u"rc6_mce"_s;
-    case RC_PROTO_SHARP:
-        return u"sharp"_s;
-    case RC_PROTO_RCMM12:
-        return u"rc_mm_12"_s;
-    case RC_PROTO_RCMM24:
-        return u"rc_mm_24"_s;
-    case RC_PROTO_RCMM32:
-        return u"rc_mm_32"_s;
-    default:
-        return u"proto%1"_s.arg(proto);
-    }
+    const uint16_t numbers[] = {
+        RC_PROTO_RC5,       RC_PROTO_RC5X_20,   RC_PROTO_JVC,     RC_PROTO_SONY12,
+        RC_PROTO_SONY15,    RC_PROTO_SONY20,    RC_PROTO_NEC,     RC_PROTO_NECX,
+        RC_PROTO_NEC32,     RC_PROTO_SANYO,     RC_PROTO_RC6_0,   RC_PROTO_RC6_6A_20,
+        RC_PROTO_RC6_6A_24, RC_PROTO_RC6_6A_32, RC_PROTO_RC6_MCE, RC_PROTO_SHARP,
+        RC_PROTO_RCMM12,    RC_PROTO_RCMM24,    RC_PROTO_RCMM32};
+    const QStringList names = (u"rc5 rc5x_20 jvc sony12 sony15 sony20 nec necx nec32 sanyo rc6_0 "
+                               u"rc6_6a_20 rc6_6a_24 rc6_6a_32 rc6_mce sharp rc_mm_12 rc_mm_24 "
+                               u"rc_mm_32"_s)
+                                  .split(u' ');
+    for (size_t i = 0; i < std::size(numbers); ++i)
+        if (numbers[i] == proto)
+            return names[qsizetype(i)];
+    return u"proto%1"_s.arg(proto);
 }
 
 } // namespace
@@ -177,16 +147,15 @@ TEST(ProtocolKernel, KernelDecodesOurSignals) {
         ASSERT_TRUE(irctl.waitForFinished(20000));
         EXPECT_EQ(irctl.exitCode(), 0) << irctl.readAllStandardError().toStdString();
         QString got;
-        QElapsedTimer t;
-        t.start();
-        while (got.isEmpty() && t.elapsed() < 2000) {
-            lirc_scancode s{};
-            while (::read(fd, &s, sizeof s) == sizeof s)
-                if (got.isEmpty() && !(s.flags & LIRC_SCANCODE_FLAG_REPEAT))
-                    got = KernelName(s.rc_proto) + u":0x"_s + QString::number(s.scancode, 16);
-            if (got.isEmpty())
-                WaitMs(20);
-        }
+        WaitUntil(
+            [&] {
+                lirc_scancode s{};
+                while (::read(fd, &s, sizeof s) == sizeof s)
+                    if (got.isEmpty() && !(s.flags & LIRC_SCANCODE_FLAG_REPEAT))
+                        got = KernelName(s.rc_proto) + u":0x"_s + QString::number(s.scancode, 16);
+                return !got.isEmpty();
+            },
+            2000);
         WaitMs(150); // the rest of this key's reports, not the next one's
         lirc_scancode rest{};
         while (::read(fd, &rest, sizeof rest) == sizeof rest) {

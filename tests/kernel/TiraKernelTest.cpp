@@ -12,7 +12,6 @@
 #include "support/WaitUntil.h"
 
 #include <QCoreApplication>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 
