@@ -103,7 +103,7 @@ TEST(MainWindow, PositionInTwips) {
 
 // Pos/Hide "1" starts in the tray. A left click on the icon brings the window
 // back for good, a right click only for now; minimising goes to the tray.
-TEST(MainWindow, TrayAndHide) {
+TEST(MainWindow, TrayAndHideWithAndWithoutATray) {
     Desktop d;
     d.window.trayAvailable = true;
     d.t.settings.WriteIni(u"Pos", u"Hide", u"1");
@@ -129,21 +129,19 @@ TEST(MainWindow, TrayAndHide) {
 
     d.window.close();
     EXPECT_FALSE(d.window.trayIcon()->isVisible());
-}
 
-// Without a tray, Hide "1" starts shown and minimising keeps the window
-// within reach and Hide as it was.
-TEST(MainWindow, NoTrayMinimisesToTheTaskBar) {
-    Desktop d;
-    d.window.trayAvailable = false;
-    d.t.settings.WriteIni(u"Pos", u"Hide", u"1");
-    d.window.ShowAtStart();
-    EXPECT_TRUE(d.window.isVisible());
-    d.t.settings.WriteIni(u"Pos", u"Hide", u"0");
-    d.minimise();
-    EXPECT_TRUE(d.window.isVisible());
-    EXPECT_FALSE(d.window.trayIcon()->isVisible());
-    EXPECT_EQ(d.ini(u"Hide"), u"0"_s);
+    // Without a tray, Hide "1" starts shown and minimising keeps the window
+    // within reach and Hide as it was.
+    Desktop bare;
+    bare.window.trayAvailable = false;
+    bare.t.settings.WriteIni(u"Pos", u"Hide", u"1");
+    bare.window.ShowAtStart();
+    EXPECT_TRUE(bare.window.isVisible());
+    bare.t.settings.WriteIni(u"Pos", u"Hide", u"0");
+    bare.minimise();
+    EXPECT_TRUE(bare.window.isVisible());
+    EXPECT_FALSE(bare.window.trayIcon()->isVisible());
+    EXPECT_EQ(bare.ini(u"Hide"), u"0"_s);
 }
 
 // The device list follows the registry (also when changed elsewhere), asks for
