@@ -6,6 +6,7 @@
 #include "infrared/SimDriver.h"
 #include "support/HttpClient.h"
 #include "support/ProgramProcess.h"
+#include "support/TempFolder.h"
 #include "support/WaitUntil.h"
 
 #include <QDir>
@@ -315,17 +316,10 @@ TEST(Program, ReservationMadeThroughThePagesFiresInItsMinute) {
 // 1 when one fails, and an instance running on the folder serves the imported
 // remote at once.
 TEST(Program, ExportsAndImportsFromTheCommandLine) {
-    QTemporaryDir tmp;
-    const QString from = tmp.filePath(u"from"_s), to = tmp.filePath(u"to"_s),
-                  out = tmp.filePath(u"out"_s);
-    QDir().mkpath(from + u"/IRSignals"_s);
-    SettingsStore settings(from + u"/setting.ini"_s);
-    for (auto [slot, name] : {std::pair{u"Remote-2"_s, u"TV"_s}, {u"Remote-5"_s, u"エアコン"_s}}) {
-        settings.WriteIni(slot, u"Device", name);
-        settings.WriteIni(slot, u"Design", u"1");
-        settings.WriteIni(slot, u"Button-0", u"電源"_s);
-        ASSERT_TRUE(writeFile(from + u"/IRSignals/"_s + name + u"-電源.bin"_s, "signal"));
-    }
+    TempFolder t;
+    t.writeRemote(2, u"TV"_s, 1, {u"電源"_s});
+    t.writeRemote(5, u"エアコン"_s, 1, {u"電源"_s});
+    const QString from = t.root(), to = t.dir.filePath(u"to"_s), out = t.dir.filePath(u"out"_s);
     auto run = [](const QStringList& args, QString* output) {
         QProcess p;
         p.start(QStringLiteral(KESTRAVA_BINARY), args);
