@@ -6,6 +6,8 @@
 #include "infrared/SimDriver.h"
 #include "support/HttpClient.h"
 #include "support/ProgramProcess.h"
+#include "support/TempFolder.h"
+#include "support/WaitUntil.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -294,10 +296,8 @@ TEST(Program, ReservationMadeThroughThePagesFiresInItsMinute) {
 
     const QDateTime due = real.addMSecs(offset + 60000);
     const QByteArray body =
-        "R1=Single&Year=" + due.toString(u"yyyy").toLatin1() +
-        "&Month=" + due.toString(u"MM").toLatin1() + "&Date=" + due.toString(u"dd").toLatin1() +
-        "&R2=H24&Hour=" + due.toString(u"HH").toLatin1() +
-        "&Min=" + due.toString(u"mm").toLatin1() +
+        due.toString(u"'R1=Single&Year='yyyy'&Month='MM'&Date='dd'&R2=H24&Hour='HH'&Min='mm")
+            .toLatin1() +
         "&B1=%92%C7%89%C1&Dev=%83e%83%8C%83r&Func=%93d%8C%B9"; // 追加 テレビ 電源
     const QByteArray page =
         BodyOf(Fetch(port, "POST /add2.asp HTTP/1.1\r\nHost: localhost\r\nContent-Length: " +
@@ -306,11 +306,7 @@ TEST(Program, ReservationMadeThroughThePagesFiresInItsMinute) {
     ASSERT_TRUE(QFileInfo::exists(file)) << page.toStdString();
     EXPECT_FALSE(QFileInfo::exists(dir + u"/sim-transmit.log"_s));
 
-    QElapsedTimer waited;
-    waited.start();
-    while (QFileInfo::exists(file) && waited.elapsed() < 20000)
-        WaitMs(100);
-    EXPECT_FALSE(QFileInfo::exists(file));
+    EXPECT_TRUE(WaitUntil([&] { return !QFileInfo::exists(file); }, 20000));
     QFile log(dir + u"/sim-transmit.log"_s);
     ASSERT_TRUE(log.open(QIODevice::ReadOnly));
     EXPECT_EQ(log.readAll().count('\n'), 1);
@@ -320,17 +316,10 @@ TEST(Program, ReservationMadeThroughThePagesFiresInItsMinute) {
 // 1 when one fails, and an instance running on the folder serves the imported
 // remote at once.
 TEST(Program, ExportsAndImportsFromTheCommandLine) {
-    QTemporaryDir tmp;
-    const QString from = tmp.filePath(u"from"_s), to = tmp.filePath(u"to"_s),
-                  out = tmp.filePath(u"out"_s);
-    QDir().mkpath(from + u"/IRSignals"_s);
-    SettingsStore settings(from + u"/setting.ini"_s);
-    for (auto [slot, name] : {std::pair{u"Remote-2"_s, u"TV"_s}, {u"Remote-5"_s, u"エアコン"_s}}) {
-        settings.WriteIni(slot, u"Device", name);
-        settings.WriteIni(slot, u"Design", u"1");
-        settings.WriteIni(slot, u"Button-0", u"電源"_s);
-        ASSERT_TRUE(writeFile(from + u"/IRSignals/"_s + name + u"-電源.bin"_s, "signal"));
-    }
+    TempFolder t;
+    t.writeRemote(2, u"TV"_s, 1, {u"電源"_s});
+    t.writeRemote(5, u"エアコン"_s, 1, {u"電源"_s});
+    const QString from = t.root(), to = t.dir.filePath(u"to"_s), out = t.dir.filePath(u"out"_s);
     auto run = [](const QStringList& args, QString* output) {
         QProcess p;
         p.start(QStringLiteral(KESTRAVA_BINARY), args);
@@ -405,10 +394,7 @@ TEST(Program, PressSceneAndListAskTheInstanceRunningOnTheFolder) {
     ProgramProcess p(home(dir));
     ASSERT_TRUE(p.waitForLog(u"started on "_s + dir)) << p.log().toStdString();
     const QByteArray scene = R"({"name":"映画","steps":[{"type":"wait","ms":100}]})";
-    ASSERT_TRUE(Fetch(p.webPort(), "POST /api/v1/scenes HTTP/1.1\r\nHost: 127.0.0.1\r\n"
-                                   "Content-Type: application/json\r\nContent-Length: " +
-                                       QByteArray::number(scene.size()) + "\r\n\r\n" + scene)
-                    .startsWith("HTTP/1.1 201"));
+    ASSERT_EQ(ApiStatus(ApiCall(p.webPort(), "POST", "/api/v1/scenes", scene)), 201);
     check({
         {{u"--list"_s}, 0, u"\t"_s + key},
         {{u"--list"_s, u"--json"_s}, 0, u"{\"remotes\":[{\"id\":1,"_s},

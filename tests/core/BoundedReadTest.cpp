@@ -6,16 +6,7 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
-#include <cerrno>
-#include <chrono>
-#include <csignal>
-#include <fcntl.h>
-#include <poll.h>
-#include <spawn.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -38,71 +29,36 @@ struct Fifo {
 };
 
 struct Measured {
-    int status = -1; // the exit code; -1 when killed or timed out
+    int status = -1; // the exit code; negative when killed or timed out
     QString output;  // stdout and stderr
     double seconds = 0;
-    long peakKb = 0; // the child's own peak RSS, from wait4
+    long peakKb = 0; // the command's own peak RSS
 };
 
-// Runs a program to its end, measuring the time and the peak memory of that
-// process alone (QProcess reaps its children without their rusage).
-Measured RunMeasured(const QString& program, const QStringList& args, int timeoutMs = 10000) {
-    std::vector<QByteArray> owned{QFile::encodeName(program)};
-    for (const QString& a : args)
-        owned.push_back(a.toLocal8Bit());
-    std::vector<char*> argv;
-    for (QByteArray& a : owned)
-        argv.push_back(a.data());
-    argv.push_back(nullptr);
-    int out[2];
-    if (::pipe2(out, O_CLOEXEC) != 0)
+// Runs a command to its end under python3, which measures its time and the peak
+// memory of that process alone (QProcess reaps its children without their rusage).
+Measured RunMeasured(const QStringList& command) {
+    const char* script = R"(import resource, subprocess, sys, time
+start = time.monotonic()
+try:
+    p = subprocess.run(sys.argv[1:], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=10)
+    status, out = p.returncode, p.stdout
+except subprocess.TimeoutExpired as e:
+    status, out = -1, e.output or b""
+peak = resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss
+sys.stdout.buffer.write(b"%d %f %d\n" % (status, time.monotonic() - start, peak) + out))";
+    QProcess p;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.remove(u"DISPLAY"_s); // the system bus is already none (main.cpp)
+    p.setProcessEnvironment(env);
+    p.start(u"/usr/bin/python3"_s, QStringList{u"-c"_s, QString::fromLatin1(script)} + command);
+    p.waitForFinished(20000);
+    const QByteArray out = p.readAllStandardOutput();
+    const QList<QByteArray> head = out.left(out.indexOf('\n')).split(' ');
+    if (head.size() != 3)
         return {};
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-    posix_spawn_file_actions_adddup2(&actions, out[1], 2);
-    QByteArray bus = "DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent/kestrava-test-bus";
-    std::vector<char*> env{bus.data()};
-    for (char** e = environ; *e; ++e)
-        if (!QByteArray(*e).startsWith("DISPLAY=") && !QByteArray(*e).startsWith("DBUS_SYSTEM"))
-            env.push_back(*e);
-    env.push_back(nullptr);
-    const auto start = std::chrono::steady_clock::now();
-    pid_t pid = 0;
-    const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), env.data());
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(out[1]);
-    Measured m;
-    if (spawned != 0) {
-        ::close(out[0]);
-        return m;
-    }
-    QByteArray text;
-    for (;;) {
-        const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(
-                                std::chrono::steady_clock::now() - start)
-                                .count();
-        pollfd p{out[0], POLLIN, 0};
-        if (waited >= timeoutMs || ::poll(&p, 1, int(timeoutMs - waited)) <= 0) {
-            ::kill(pid, SIGKILL);
-            break;
-        }
-        char buffer[4096];
-        const ssize_t n = ::read(out[0], buffer, sizeof buffer);
-        if (n <= 0)
-            break;
-        text.append(buffer, n);
-    }
-    ::close(out[0]);
-    int status = 0;
-    rusage usage{};
-    while (::wait4(pid, &status, 0, &usage) < 0 && errno == EINTR) {
-    }
-    m.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    m.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    m.output = QString::fromUtf8(text);
-    m.peakKb = usage.ru_maxrss;
-    return m;
+    return {head[0].toInt(), QString::fromUtf8(out.mid(out.indexOf('\n') + 1)), head[1].toDouble(),
+            head[2].toLong()};
 }
 
 } // namespace
@@ -126,16 +82,9 @@ TEST(BoundedRead, StopsAtTheLimitWhateverTheFileIs) {
     const BoundedRead proc = ReadBounded(u"/proc/self/status"_s, 64 * 1024);
     ASSERT_TRUE(proc.ok());
     EXPECT_TRUE(proc.bytes.contains("VmHWM")) << "nothing read past a size of 0";
-    {
-        Fifo endless(dir.filePath(u"endless"_s));
-        EXPECT_EQ(ReadBounded(endless.path, 1 << 20).result, BoundedRead::TooLarge);
-    }
-    {
-        Fifo sane(dir.filePath(u"sane"_s), "printf 'power 0x40'");
-        const BoundedRead r = ReadBounded(sane.path, 1 << 20);
-        EXPECT_TRUE(r.ok());
-        EXPECT_EQ(r.bytes, "power 0x40");
-    }
+    Fifo endless(dir.filePath(u"endless"_s)), sane(dir.filePath(u"sane"_s), "printf 'power 0x40'");
+    EXPECT_EQ(ReadBounded(endless.path, 1 << 20).result, BoundedRead::TooLarge);
+    EXPECT_EQ(ReadBounded(sane.path, 1 << 20).bytes, "power 0x40");
     // A pipe where only a plain file will do is refused, not waited on.
     ::mkfifo(QFile::encodeName(dir.filePath(u"idle"_s)).constData(), 0600);
     EXPECT_EQ(ReadBounded(dir.filePath(u"idle"_s), 10, {.plainOnly = true}).result,
@@ -157,20 +106,14 @@ TEST(BoundedRead, CommandsRefuseEndlessInputQuickly) {
     const QString out = dir.filePath(u"out.json"_s);
     Fifo fifo(dir.filePath(u"fifo"_s));
     Fifo fifo2(dir.filePath(u"fifo2"_s));
-    const QString ir = QStringLiteral(KESTRAVA_IR_BINARY);
-    const QString program = QStringLiteral(KESTRAVA_BINARY);
-    const struct {
-        QString program;
-        QStringList args;
-    } cases[] = {
-        {ir, {u"convert"_s, u"/dev/zero"_s, out}},
-        {ir, {u"convert"_s, fifo.path, out}},
-        {program, {u"--home"_s, home, u"--import-codes"_s, u"/dev/zero"_s}},
-        {program, {u"--home"_s, home, u"--import-codes"_s, fifo2.path}},
-    };
-    for (const auto& c : cases) {
-        const QString what = c.args.join(u' ');
-        const Measured m = RunMeasured(c.program, c.args);
+    const QString ir = QStringLiteral(KESTRAVA_IR_BINARY),
+                  program = QStringLiteral(KESTRAVA_BINARY);
+    for (const QStringList& c : {QStringList{ir, u"convert"_s, u"/dev/zero"_s, out},
+                                 {ir, u"convert"_s, fifo.path, out},
+                                 {program, u"--home"_s, home, u"--import-codes"_s, u"/dev/zero"_s},
+                                 {program, u"--home"_s, home, u"--import-codes"_s, fifo2.path}}) {
+        const QString what = c.join(u' ');
+        const Measured m = RunMeasured(c);
         EXPECT_NE(m.status, 0) << what.toStdString();
         EXPECT_TRUE(m.output.contains(u"more than the 16 MB a file of codes may have"_s))
             << what.toStdString() << ": " << m.output.toStdString();

@@ -83,9 +83,8 @@ TEST(HelpFolder, EnvironmentThenBesideTheProgram) {
     EXPECT_EQ(FindHelpFolder(tmp.filePath(u"missing"_s), bin), QString());
     QFile::remove(installed + u"/index.html"_s);
     EXPECT_EQ(FindHelpFolder({}, bin), QString());
-}
 
-TEST(HelpPageUrl, FromTheTreeWithTheFragmentKept) {
+    // A page's address comes from the tree, with its fragment.
     qunsetenv("KESTRAVA_HELP_DIR");
     const QUrl url = HelpPageUrl(u"learning.html#aircon"_s);
     EXPECT_EQ(QFileInfo(url.toLocalFile()).canonicalFilePath(),

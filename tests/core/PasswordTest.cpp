@@ -5,7 +5,7 @@
 
 using namespace Qt::StringLiterals;
 
-TEST(Password, EverySevenBitCharacterHasItsOwnPrintableToken) {
+TEST(Password, EverySevenBitCharacterHasItsOwnTokenAndOnlyTheyAreStored) {
     QSet<QString> tokens;
     for (char16_t c = 0; c < 128; ++c) {
         QString token = ScramblePassword(u"SET", QString(QChar(c)));
@@ -16,9 +16,7 @@ TEST(Password, EverySevenBitCharacterHasItsOwnPrintableToken) {
         EXPECT_EQ(ScramblePassword(u"RESET", token), QString(QChar(c)));
     }
     EXPECT_EQ(tokens.size(), 128);
-}
 
-TEST(Password, RoundTripAndModes) {
     const QString plain = u"s3cret P@ss!"_s;
     const QString stored = ScramblePassword(u"set", plain);
     EXPECT_EQ(ScramblePassword(u"Reset", stored), plain);

@@ -1,15 +1,9 @@
 // Broadlink packets, base64 or hex, read from any bytes; the content's own detection too.
 #include "FormatFuzz.h"
 
-using namespace Qt::StringLiterals;
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const QByteArrayView bytes = FuzzBytes(data, size);
-    QString error;
-    const std::optional<NamedSignal> code = ReadBroadlink(bytes, u"f"_s, BroadlinkUnitUs, &error);
-    CheckSingle(code, error, IrFormat::Broadlink);
-    const IrCodeRead read = ReadIrCodes(bytes, u"f"_s);
-    if (read.format)
-        CheckCodes(read, *read.format);
-    return 0;
+    return FuzzSingle(data, size, IrFormat::Broadlink,
+                      [](QByteArrayView b, const QString& n, QString* e) {
+                          return ReadBroadlink(b, n, BroadlinkUnitUs, e);
+                      });
 }

@@ -1,15 +1,6 @@
 // ir-ctl and mode2 text, read from any bytes; the content's own detection too.
 #include "FormatFuzz.h"
 
-using namespace Qt::StringLiterals;
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const QByteArrayView bytes = FuzzBytes(data, size);
-    QString error;
-    const std::optional<NamedSignal> code = ReadIrCtlText(bytes, u"f"_s, &error);
-    CheckSingle(code, error, IrFormat::IrCtl);
-    const IrCodeRead read = ReadIrCodes(bytes, u"f"_s);
-    if (read.format)
-        CheckCodes(read, *read.format);
-    return 0;
+    return FuzzSingle(data, size, IrFormat::IrCtl, ReadIrCtlText);
 }

@@ -8,8 +8,6 @@ using namespace Qt::StringLiterals;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const QByteArrayView bytes = FuzzBytes(data, size);
     CheckCodes(ReadIrdbCsv(bytes, u"f.csv"_s), IrFormat::IrdbCsv);
-    const IrCodeRead read = ReadIrCodes(bytes, u"f"_s);
-    if (read.format)
-        CheckCodes(read, *read.format == IrFormat::SmartIr ? IrFormat::Flipper : *read.format);
+    CheckDetected(bytes);
     return 0;
 }

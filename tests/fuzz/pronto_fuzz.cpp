@@ -3,15 +3,6 @@
 // give them.
 #include "FormatFuzz.h"
 
-using namespace Qt::StringLiterals;
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const QByteArrayView bytes = FuzzBytes(data, size);
-    QString error;
-    const std::optional<NamedSignal> code = ReadPronto(bytes, u"f"_s, &error);
-    CheckSingle(code, error, IrFormat::Pronto);
-    const IrCodeRead read = ReadIrCodes(bytes, u"f"_s);
-    if (read.format)
-        CheckCodes(read, *read.format);
-    return 0;
+    return FuzzSingle(data, size, IrFormat::Pronto, ReadPronto);
 }

@@ -1,23 +1,11 @@
 // The protocol decoder and the code text: whatever the durations, decoding is
 // quick and whatever it finds encodes back to the same code.
+#include "FormatFuzz.h"
 #include "infrared/IrProtocol.h"
-
-#include <cstdlib>
-#include <cstring>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const QByteArrayView bytes(reinterpret_cast<const char*>(data), qsizetype(size));
-    // Carrier (32 bits), then durations of 16 bits, both little-endian; the
-    // carrier's top byte scales the durations so that long pauses occur too.
-    IrTiming timing;
-    if (size >= 4) {
-        uint32_t carrier = 0;
-        std::memcpy(&carrier, data, 4);
-        timing.carrierHz = int(carrier & 0xFFFFFF);
-        const uint32_t scale = 1 + (carrier >> 24) % 4;
-        for (size_t i = 4; i + 1 < size; i += 2)
-            timing.durations.push_back(uint32_t(data[i] | data[i + 1] << 8) * scale);
-    }
+    const IrTiming timing = FuzzTiming(data, size);
     const IrCode code = DecodeSignal(timing);
     if (code.decoded()) {
         const std::optional<IrTiming> clean = EncodeSignal(code);

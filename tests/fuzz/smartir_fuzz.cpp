@@ -20,8 +20,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (const auto caps = SmartIrClimateCaps(bytes.toByteArray()))
         if (caps->modes.empty() || caps->fans.isEmpty() || !(caps->minTemp <= caps->maxTemp))
             abort();
-    const IrCodeRead read = ReadIrCodes(bytes, u"f"_s);
-    if (read.format)
-        CheckCodes(read, *read.format == IrFormat::SmartIr ? IrFormat::Flipper : *read.format);
+    CheckDetected(bytes);
     return 0;
 }

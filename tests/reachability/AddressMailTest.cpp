@@ -20,23 +20,20 @@
 #include <array>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 // Sends and lets events run until the answer; nullopt when none came in time.
 std::optional<bool> sendAndWait(AddressMail& mail, const QString& address, int timeoutMs) {
     std::optional<bool> result;
-    QEventLoop loop;
-    mail.Send(address, [&](bool sent) {
-        result = sent;
-        loop.quit();
-    });
-    QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
-    loop.exec();
+    mail.Send(address, [&](bool sent) { result = sent; });
+    WaitUntil([&] { return result.has_value(); }, timeoutMs);
     return result;
 }
 
 void setMailSettings(SettingsStore& s, quint16 smtpPort, const QString& password) {
-    s.WriteIni(u"Options", u"SMTPServer", QStringLiteral("127.0.0.1:%1").arg(smtpPort));
+    s.WriteIni(u"Options", u"SMTPServer", u"127.0.0.1:%1"_s.arg(smtpPort));
     s.WriteIni(u"Options", u"NotifyTo", u"owner@example.net");
     s.WriteIni(u"Options", u"MailFrom", u"kestrava@example.org");
     s.WriteIni(u"Options", u"MailAuth", u"1");
@@ -48,7 +45,7 @@ void setMailSettings(SettingsStore& s, quint16 smtpPort, const QString& password
 
 TEST(AddressMail, SmtpAuthDeliversTheMessageAndRefusalsAreShown) {
     TempFolder temp;
-    SmtpPeer smtp(temp, QStringLiteral("auth"));
+    SmtpPeer smtp(temp, u"auth"_s);
     if (!smtp.ready)
         GTEST_SKIP() << "python3-aiosmtpd is not usable";
     ScriptedPrompt prompt;
@@ -56,17 +53,17 @@ TEST(AddressMail, SmtpAuthDeliversTheMessageAndRefusalsAreShown) {
     AddressMail mail(temp.settings);
     mail.setPrompt(&prompt);
     mail.setClock(&clock);
-    setMailSettings(temp.settings, smtp.port, QStringLiteral("pa:ss"));
+    setMailSettings(temp.settings, smtp.port, u"pa:ss"_s);
     temp.settings.WriteIni(u"Options", u"AuthMethod", u"SMTPAuth");
 
-    EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.7"), 10000), true);
+    EXPECT_EQ(sendAndWait(mail, u"203.0.113.7"_s, 10000), true);
     auto received = smtp.received();
     ASSERT_EQ(received.size(), 1u);
     const QJsonObject& m = received[0];
     EXPECT_EQ(m[u"from"].toString(), u"kestrava@example.org");
-    EXPECT_EQ(m[u"to"].toArray(), QJsonArray{QStringLiteral("owner@example.net")});
+    EXPECT_EQ(m[u"to"].toArray(), QJsonArray{u"owner@example.net"_s});
     EXPECT_EQ(m[u"login"].toString(), u"kestrava");
-    EXPECT_EQ(m[u"subject"].toString(), QStringLiteral("Kestrava - IPアドレス通知"));
+    EXPECT_EQ(m[u"subject"].toString(), u"Kestrava - IPアドレス通知"_s);
     EXPECT_EQ(m[u"charset"].toString(), u"utf-8");
     EXPECT_EQ(
         QByteArray::fromBase64(m[u"body"].toString().toLatin1()),
@@ -88,55 +85,53 @@ TEST(AddressMail, SmtpAuthDeliversTheMessageAndRefusalsAreShown) {
         temp.settings.WriteIni(u"Options", u"MailAuth", mailAuth);
         temp.settings.WriteIni(u"Options", u"AuthMethod", method);
         temp.settings.WriteIni(u"Options", u"Password", ScramblePassword(u"SET", password));
-        EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.8"), 10000), false);
+        EXPECT_EQ(sendAndWait(mail, u"203.0.113.8"_s, 10000), false);
         ASSERT_EQ(prompt.shown.size(), 1);
-        EXPECT_TRUE(prompt.shown[0].startsWith(QStringLiteral("notify:") + AddressMail::ErrorText));
+        EXPECT_TRUE(prompt.shown[0].startsWith(u"notify:"_s + AddressMail::ErrorText));
         EXPECT_FALSE(prompt.shown[0].contains(password));
     }
 
     // A server that offers STARTTLS gets it, and a certificate nobody vouches
     // for ends the conversation before the password or the mail goes out.
-    QString cert = temp.dir.filePath(QStringLiteral("cert.pem")),
-            key = temp.dir.filePath(QStringLiteral("key.pem"));
-    ASSERT_EQ(QProcess::execute(QStringLiteral("openssl"),
+    QString cert = temp.dir.filePath(u"cert.pem"_s), key = temp.dir.filePath(u"key.pem"_s);
+    ASSERT_EQ(QProcess::execute(u"openssl"_s,
                                 QStringLiteral("req -x509 -newkey ec -pkeyopt "
                                                "ec_paramgen_curve:prime256v1 -nodes -days 1 "
                                                "-subj /CN=127.0.0.1 -keyout %1 -out %2")
                                     .arg(key, cert)
                                     .split(u' ')),
               0);
-    SmtpPeer tls(temp, QStringLiteral("tls"), {cert, key});
+    SmtpPeer tls(temp, u"tls"_s, {cert, key});
     ASSERT_TRUE(tls.ready);
     prompt.shown.clear();
-    temp.settings.WriteIni(u"Options", u"SMTPServer", QStringLiteral("127.0.0.1:%1").arg(tls.port));
+    temp.settings.WriteIni(u"Options", u"SMTPServer", u"127.0.0.1:%1"_s.arg(tls.port));
     temp.settings.WriteIni(u"Options", u"MailAuth", u"1");
     temp.settings.WriteIni(u"Options", u"AuthMethod", u"SMTPAuth");
-    EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.8"), 10000), false);
+    EXPECT_EQ(sendAndWait(mail, u"203.0.113.8"_s, 10000), false);
     ASSERT_EQ(prompt.shown.size(), 1);
     EXPECT_TRUE(prompt.shown[0].contains(u"certificate")) << prompt.shown[0].toStdString();
     EXPECT_EQ(smtp.received().size(), 1u); // both servers write here
 }
 
 TEST(AddressMail, PopBeforeSmtpLogsInFirstWhateverTheAnswer) {
-    const QString dovecot = QStringLiteral("/usr/sbin/dovecot");
+    const QString dovecot = u"/usr/sbin/dovecot"_s;
     if (!QFile::exists(dovecot))
         GTEST_SKIP() << "dovecot-pop3d is not installed";
     TempFolder temp;
-    SmtpPeer smtp(temp, QStringLiteral("open"));
+    SmtpPeer smtp(temp, u"open"_s);
     if (!smtp.ready)
         GTEST_SKIP() << "python3-aiosmtpd is not usable";
 
     // Dovecot's own processes drop to its service users when started as root.
-    QString base = temp.dir.filePath(QStringLiteral("pop"));
-    QDir().mkpath(base + QStringLiteral("/home"));
+    QString base = temp.dir.filePath(u"pop"_s);
+    QDir().mkpath(base + u"/home"_s);
     QFile::setPermissions(temp.dir.path(),
                           QFile::permissions(temp.dir.path()) | QFile::ExeOther | QFile::ReadOther);
-    QFile::setPermissions(base + QStringLiteral("/home"), QFile::Permissions(0x7777));
+    QFile::setPermissions(base + u"/home"_s, QFile::Permissions(0x7777));
     bool root = getuid() == 0;
     QString user = root ? QString() : QString::fromLocal8Bit(qgetenv("USER"));
     quint16 popPort = freePort();
-    QString conf =
-        QStringLiteral(R"(base_dir = %1/run
+    QString conf = QStringLiteral(R"(base_dir = %1/run
 state_dir = %1/state
 log_path = %1/dovecot.log
 protocols = pop3
@@ -168,11 +163,11 @@ service anvil {
   }
 }
 )")
-            .arg(base, root ? QStringLiteral("dovecot") : user,
-                 root ? QStringLiteral("dovecot") : user, root ? QStringLiteral("dovenull") : user)
-            .arg(root ? 65534 : getuid())
-            .arg(root ? 65534 : getgid())
-            .arg(popPort);
+                       .arg(base, root ? u"dovecot"_s : user, root ? u"dovecot"_s : user,
+                            root ? u"dovenull"_s : user)
+                       .arg(root ? 65534 : getuid())
+                       .arg(root ? 65534 : getgid())
+                       .arg(popPort);
     for (auto [name, bytes] : {std::pair{u"/passwd", QByteArray("kestrava:{PLAIN}secret::::::\n")},
                                std::pair{u"/dovecot.conf", conf.toUtf8()}}) {
         QFile f(base + QString::fromUtf16(name));
@@ -180,8 +175,7 @@ service anvil {
         f.write(bytes);
     }
     QProcess pop;
-    pop.start(dovecot,
-              {QStringLiteral("-F"), QStringLiteral("-c"), base + QStringLiteral("/dovecot.conf")});
+    pop.start(dovecot, {u"-F"_s, u"-c"_s, base + u"/dovecot.conf"_s});
     ASSERT_TRUE(pop.waitForStarted());
     ASSERT_TRUE(WaitUntil([&] {
         QTcpSocket probe;
@@ -190,9 +184,9 @@ service anvil {
     })) << "dovecot did not start";
 
     AddressMail mail(temp.settings);
-    setMailSettings(temp.settings, smtp.port, QStringLiteral("secret"));
+    setMailSettings(temp.settings, smtp.port, u"secret"_s);
     temp.settings.WriteIni(u"Options", u"AuthMethod", u"POPBeforeSMTP");
-    temp.settings.WriteIni(u"Options", u"POPServer", QStringLiteral("127.0.0.1:%1").arg(popPort));
+    temp.settings.WriteIni(u"Options", u"POPServer", u"127.0.0.1:%1"_s.arg(popPort));
 
     // The log line is written by dovecot's log process, a moment after the reply.
     auto logHas = [&](const char* text) {
@@ -202,20 +196,20 @@ service anvil {
     static QStringList trace;
     qInstallMessageHandler(
         [](QtMsgType, const QMessageLogContext&, const QString& text) { trace << text; });
-    QLoggingCategory::setFilterRules(QStringLiteral("kestrava.mail.debug=true"));
-    EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.9"), 10000), true);
+    QLoggingCategory::setFilterRules(u"kestrava.mail.debug=true"_s);
+    EXPECT_EQ(sendAndWait(mail, u"203.0.113.9"_s, 10000), true);
     EXPECT_TRUE(logHas("Login: user=<kestrava>"));
-    EXPECT_TRUE(trace.contains(QStringLiteral("> STAT")));
+    EXPECT_TRUE(trace.contains(u"> STAT"_s));
 
     // A refused POP3 login is not the mail's failure.
     temp.settings.WriteIni(u"Options", u"Password", ScramblePassword(u"SET", u"wrong"));
     QElapsedTimer took;
     took.start();
-    EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.10"), 10000), true);
+    EXPECT_EQ(sendAndWait(mail, u"203.0.113.10"_s, 10000), true);
     EXPECT_LT(took.elapsed(), 3000);
     EXPECT_TRUE(logHas("auth failed"));
     InstallLogHandler(false);
-    EXPECT_TRUE(trace.contains(QStringLiteral("> ****")));
+    EXPECT_TRUE(trace.contains(u"> ****"_s));
     for (const QByteArray& login :
          {QByteArray("\0kestrava\0secret", 16), QByteArray("\0kestrava\0wrong", 15)})
         for (const QString& line : trace)
@@ -235,7 +229,7 @@ TEST(AddressMail, UnusableServersFailWhileEventsRun) {
         while (QTcpSocket* s = silent.nextPendingConnection())
             held.push_back(s);
     });
-    setMailSettings(temp.settings, silent.serverPort(), QStringLiteral("pa:ss"));
+    setMailSettings(temp.settings, silent.serverPort(), u"pa:ss"_s);
     temp.settings.WriteIni(u"Options", u"AuthMethod", u"SMTPAuth");
 
     ScriptedPrompt prompt;
@@ -249,12 +243,12 @@ TEST(AddressMail, UnusableServersFailWhileEventsRun) {
         AddressMail mail(temp.settings);
         mail.setPrompt(&prompt);
         mail.setTimeoutMs(1000);
-        EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.11"), 5000), false);
+        EXPECT_EQ(sendAndWait(mail, u"203.0.113.11"_s, 5000), false);
         EXPECT_GE(took.elapsed(), 900);
         EXPECT_LT(took.elapsed(), 3000);
         EXPECT_GE(ticks, 30);
         ASSERT_EQ(prompt.shown.size(), 1);
-        EXPECT_TRUE(prompt.shown[0].startsWith(QStringLiteral("notify:") + AddressMail::ErrorText));
+        EXPECT_TRUE(prompt.shown[0].startsWith(u"notify:"_s + AddressMail::ErrorText));
 
         // A server that hangs up, and server texts that name no port, fail at once.
         QTcpServer rude;
@@ -264,11 +258,9 @@ TEST(AddressMail, UnusableServersFailWhileEventsRun) {
                 s->close();
         });
         for (const QString& server :
-             {QStringLiteral("127.0.0.1:%1").arg(rude.serverPort()),
-              QStringLiteral("127.0.0.1:abc"), QStringLiteral("127.0.0.1:99999")}) {
+             {u"127.0.0.1:%1"_s.arg(rude.serverPort()), u"127.0.0.1:abc"_s, u"127.0.0.1:99999"_s}) {
             temp.settings.WriteIni(u"Options", u"SMTPServer", server);
-            EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.12"), 900), false)
-                << server.toStdString();
+            EXPECT_EQ(sendAndWait(mail, u"203.0.113.12"_s, 900), false) << server.toStdString();
         }
         EXPECT_EQ(prompt.shown.size(), 4);
 
@@ -278,7 +270,7 @@ TEST(AddressMail, UnusableServersFailWhileEventsRun) {
             [](QtMsgType, const QMessageLogContext&, const QString& text) { logged << text; });
         HeadlessPrompt headless;
         mail.setPrompt(&headless);
-        EXPECT_EQ(sendAndWait(mail, QStringLiteral("203.0.113.13"), 900), false);
+        EXPECT_EQ(sendAndWait(mail, u"203.0.113.13"_s, 900), false);
         InstallLogHandler(false);
         EXPECT_EQ(logged.filter(AddressMail::ErrorText).size(), 1)
             << logged.join(u'\n').toStdString();
@@ -286,9 +278,9 @@ TEST(AddressMail, UnusableServersFailWhileEventsRun) {
 
         // Closing the program in the middle of a conversation does not wait for its time-out.
         temp.settings.WriteIni(u"Options", u"SMTPServer",
-                               QStringLiteral("127.0.0.1:%1").arg(silent.serverPort()));
+                               u"127.0.0.1:%1"_s.arg(silent.serverPort()));
         mail.setTimeoutMs(AddressMail::DefaultTimeoutMs);
-        mail.Send(QStringLiteral("203.0.113.12"), [](bool) { ADD_FAILURE() << "answered"; });
+        mail.Send(u"203.0.113.12"_s, [](bool) { ADD_FAILURE() << "answered"; });
         WaitMs(200);
         took.restart();
     }

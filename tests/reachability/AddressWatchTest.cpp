@@ -139,16 +139,12 @@ TEST(AddressWatch, SetupUpdateAcceptsGoodOrSuccessOnly) {
     Watched w;
     auto press = [&](const QByteArray& answer, const QString& port) {
         w.dyndns.answer = HttpStandIn::Response("200 OK", answer);
-        DynDns::ManualResult result{DynDns::ManualResult::Refused, u"(none)"_s, {}};
-        QEventLoop loop;
+        std::optional<DynDns::ManualResult> result;
         w.dynDns.UpdateFromSetup(u"me"_s, u"pw"_s, u"h.example.org"_s, port,
-                                 [&](const DynDns::ManualResult& r) {
-                                     result = r;
-                                     loop.quit();
-                                 });
-        QTimer::singleShot(5000, &loop, &QEventLoop::quit);
-        loop.exec();
-        return result;
+                                 [&](const DynDns::ManualResult& r) { result = r; });
+        WaitUntil([&] { return result.has_value(); }, 5000);
+        return result.value_or(
+            DynDns::ManualResult{DynDns::ManualResult::Refused, u"(none)"_s, {}});
     };
     auto r = press("nochg " + Address, u"80"_s);
     EXPECT_EQ(r.outcome, DynDns::ManualResult::Refused);

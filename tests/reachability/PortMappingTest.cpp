@@ -149,19 +149,16 @@ struct Mapper {
 };
 
 // The web port behind the router: answers "hello" to whatever it is sent.
-struct HelloServer {
+struct HelloServer : QTcpServer {
     HelloServer() {
-        listening = server.listen(QHostAddress::AnyIPv4, 18080);
-        QObject::connect(&server, &QTcpServer::newConnection, [this] {
-            QTcpSocket* s = server.nextPendingConnection();
-            QObject::connect(s, &QTcpSocket::readyRead, s, [s] {
+        connect(this, &QTcpServer::newConnection, [this] {
+            QTcpSocket* s = nextPendingConnection();
+            connect(s, &QTcpSocket::readyRead, s, [s] {
                 s->write("hello");
                 s->disconnectFromHost();
             });
         });
     }
-    QTcpServer server;
-    bool listening = false;
 };
 
 } // namespace
@@ -172,7 +169,7 @@ TEST(PortMapping, MapsTheWebPortThroughTheRouterAndKeepsItThere) {
         GTEST_SKIP() << router.problem.toStdString();
     Mapper m(u"18080"_s);
     HelloServer web;
-    ASSERT_TRUE(web.listening);
+    ASSERT_TRUE(web.listen(QHostAddress::AnyIPv4, 18080));
 
     m.mapping.Start();
     ASSERT_TRUE(WaitUntil([&] { return m.mapping.MappingDone; }));
@@ -314,7 +311,7 @@ TEST(PortMapping, ForwardsPort80ToTheWebPortWhileACertificateCheckIsOpen) {
             GTEST_SKIP() << router.problem.toStdString();
         Mapper m(u"18080"_s);
         HelloServer web;
-        ASSERT_TRUE(web.listening);
+        ASSERT_TRUE(web.listen(QHostAddress::AnyIPv4, 18080));
         EXPECT_EQ(Ask([&](auto d) { m.mapping.MapChallengePort(true, d); }),
                   allowed ? u"Success"_s : u"Failed"_s);
         if (allowed) {

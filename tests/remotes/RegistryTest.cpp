@@ -37,15 +37,14 @@ TEST(Registry, DeviceListIsInIdOrderWithGapsAndStopsAt100OrFixedInTestMode) {
     EXPECT_FALSE(IsTestMode(t.settings));
 }
 
-TEST(Registry, DesignTextsAreExact) {
+// Design texts are exact; the characters a file name cannot hold are bad, their
+// full-width forms fine.
+TEST(Registry, DesignTextsAndBadFileCharacters) {
     EXPECT_EQ(DesignByOption(6), nullptr);
     for (auto bad : {u"0"_s, u"7"_s, u" 1"_s, u"01"_s, u""_s})
         EXPECT_EQ(DesignByText(bad), nullptr) << bad.toStdString();
-}
-
-TEST(Registry, BadFileCharacters) {
     for (QChar c : u"\"*/:<>?\\|"_s)
         EXPECT_TRUE(HasBadFileChar(u"TV"_s + c + u"1"_s)) << QString(c).toStdString();
     EXPECT_FALSE(HasBadFileChar(u"テレビ-電源 (ch+)"_s));
-    EXPECT_FALSE(HasBadFileChar(u"／＊"_s)); // full-width forms are fine
+    EXPECT_FALSE(HasBadFileChar(u"／＊"_s));
 }

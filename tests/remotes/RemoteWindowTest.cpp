@@ -250,7 +250,7 @@ TEST(RemoteLauncher, TestModeShowsTheFixedDevicesWithoutSending) {
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
-TEST(RemoteWindow, RepeatedFailuresShareOneBoxPerKind) {
+TEST(RemoteWindow, RepeatedFailuresShareOneBoxPerKindAndKeepTheirSentenceWhole) {
     QWidget desk;
     MessageBoxPrompt prompt(&desk);
     prompt.Notice(u"send"_s, u"送信できませんでした。"_s);
@@ -274,12 +274,9 @@ TEST(RemoteWindow, RepeatedFailuresShareOneBoxPerKind) {
     ASSERT_EQ(boxes.size(), 1);
     EXPECT_EQ(boxes[0]->text(), u"送信できませんでした。"_s);
     boxes[0]->close();
-}
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 
-// A sentence is not broken inside: the editor's delete question stays one line.
-TEST(RemoteWindow, BoxesKeepASentenceOnOneLine) {
-    QWidget desk;
-    MessageBoxPrompt prompt(&desk);
+    // A sentence is not broken inside: the editor's delete question stays one line.
     const QString text = RemoteEditor::DeleteRemoteText(u"寝室テレビ"_s);
     prompt.Notify(text);
     auto* box = desk.findChild<QMessageBox*>();

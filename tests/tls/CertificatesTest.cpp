@@ -5,6 +5,7 @@
 #include "support/FixedClock.h"
 #include "support/HttpClient.h"
 #include "support/ScriptedPrompt.h"
+#include "support/SmtpPeer.h" // freePort
 #include "support/TempFolder.h"
 #include "support/WaitUntil.h"
 #include "webserver/Dispatcher.h"
@@ -37,20 +38,13 @@ bool run(const QString& program, const QStringList& args) {
 }
 
 // A self-signed certificate and its key from the openssl tool.
-bool makePair(const QString& cert, const QString& key, const QString& names,
-              const QString& kind = u"ec"_s) {
-    return run(u"openssl"_s,
-               {u"req"_s, u"-x509"_s, u"-newkey"_s, kind == u"rsa" ? u"rsa:2048"_s : u"ec"_s,
-                u"-pkeyopt"_s,
-                kind == u"rsa" ? u"rsa_keygen_bits:2048"_s : u"ec_paramgen_curve:P-256"_s,
-                u"-nodes"_s, u"-days"_s, u"30"_s, u"-subj"_s, u"/CN=kestrava"_s, u"-addext"_s,
-                u"subjectAltName="_s + names, u"-keyout"_s, key, u"-out"_s, cert});
-}
-
-quint16 freePort() {
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost, 0);
-    return probe.serverPort();
+bool makePair(const QString& cert, const QString& key, const QString& names, bool rsa = false) {
+    return run(
+        u"openssl"_s,
+        u"req -x509 -nodes -days 30 -subj /CN=kestrava -newkey %1 -keyout %2 "
+        u"-out %3 -addext subjectAltName=%4"_s
+            .arg(rsa ? u"rsa:2048"_s : u"ec -pkeyopt ec_paramgen_curve:P-256"_s, key, cert, names)
+            .split(u' '));
 }
 
 // The certificate a TLS client is shown by a server with this configuration.
@@ -71,9 +65,9 @@ QSslCertificate shown(const QSslConfiguration& config) {
 class Pebble {
 public:
     explicit Pebble(quint16 webPort) {
-        for (const char* tool : {"pebble", "pebble-challtestsrv", "openssl"})
-            if (QStandardPaths::findExecutable(QString::fromLatin1(tool)).isEmpty()) {
-                problem = QString::fromLatin1(tool) + u" is not installed"_s;
+        for (const QString& tool : {u"pebble"_s, u"pebble-challtestsrv"_s, u"openssl"_s})
+            if (QStandardPaths::findExecutable(tool).isEmpty()) {
+                problem = tool + u" is not installed"_s;
                 return;
             }
         caFile = dir.filePath(u"ca.pem"_s);
@@ -148,9 +142,9 @@ struct AcmeSetup {
     explicit AcmeSetup(const QString& hosts = u"www.kestrava.test, kestrava.local, 192.168.1.2"_s) {
         clock.at = QDateTime::currentDateTimeUtc();
         t.settings.WriteIni(u"WebServer", u"Port", u"0");
-        t.settings.WriteIni(u"Options", u"WebAuth", u"1");
-        t.settings.WriteIni(u"Options", u"Web_User", u"u");
-        t.settings.WriteIni(u"Options", u"Web_Pass", u"secret");
+        for (auto [key, value] :
+             {std::pair{u"WebAuth", u"1"}, {u"Web_User", u"u"}, {u"Web_Pass", u"secret"}})
+            t.settings.WriteIni(u"Options", key, value);
         server.portFallback = [](const QList<quint16>&) { return quint16(0); };
         server.AddFront(AcmeChallengeRoute(certificates));
         server.InitWebServer();
@@ -260,7 +254,7 @@ TEST(Certificates, FilesAreReloadedWhenReplacedAndABrokenReplacementKeepsTheOld)
     QDir().mkpath(live);
     ASSERT_TRUE(makePair(archive + u"/cert1.pem"_s, archive + u"/key1.pem"_s, u"DNS:a.test"_s));
     ASSERT_TRUE(makePair(archive + u"/cert2.pem"_s, archive + u"/key2.pem"_s,
-                         u"DNS:b.test,DNS:c.test"_s, u"rsa"_s));
+                         u"DNS:b.test,DNS:c.test"_s, true));
     const auto point = [&](const QString& link, const QString& target) {
         QFile::link(archive + u'/' + target, live + u"/new"_s);
         return ::rename((live + u"/new"_s).toLocal8Bit(), (live + u'/' + link).toLocal8Bit()) == 0;

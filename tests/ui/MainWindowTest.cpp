@@ -1,10 +1,6 @@
 #include "desktop/MainWindow.h"
-#include "app/Program.h"
 #include "power/Power.h"
-#include "support/FixedClock.h"
-#include "support/MainParts.h"
-#include "support/ScriptedPrompt.h"
-#include "support/TempFolder.h"
+#include "support/Desktop.h"
 
 #include <QAction>
 #include <QComboBox>
@@ -22,19 +18,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-struct Desktop {
-    TempFolder t;
-    FixedClock clock{QDateTime(QDate(2026, 11, 23), QTime(12, 0, 30))};
-    ScriptedPrompt prompt;
-    Program app{t.folder, t.settings, clock, prompt};
-    MainWindow window{MainPartsOf(app)};
-
-    template <typename T = QWidget> T* find(const QString& name) {
-        T* w = window.findChild<T*>(name);
-        EXPECT_NE(w, nullptr) << name.toStdString();
-        return w;
-    }
-    void click(const QString& name) { QTest::mouseClick(find<QToolButton>(name), Qt::LeftButton); }
+struct Desk : Desktop {
     QString ini(const char16_t* key) { return t.settings.ReadIni(u"Pos", key); }
     void minimise() {
         click(u"Command11"_s);
@@ -48,111 +32,109 @@ struct Desktop {
 // The menu switch changes only the height (2704 / 2070 twips) and keeps the
 // window where it is; unbuilt windows' items are there but disabled.
 TEST(MainWindow, MenuSwitchKeepsPlaceAndChangesHeight) {
-    Desktop d;
-    d.window.move(120, 80);
-    d.window.ShowAtStart();
-    EXPECT_EQ(d.window.height(), 2070 / 15);
+    Desk d;
+    d.window->move(120, 80);
+    d.window->ShowAtStart();
+    EXPECT_EQ(d.window->height(), 2070 / 15);
 
     d.click(u"Command1_0"_s);
-    EXPECT_EQ(d.window.height(), 2704 / 15);
-    EXPECT_EQ(d.window.pos(), QPoint(120, 80));
-    EXPECT_EQ(d.window.windowTitle(), u"Kestrava"_s);
-    EXPECT_TRUE(d.window.findChild<QMenuBar*>()->isVisible());
+    EXPECT_EQ(d.window->height(), 2704 / 15);
+    EXPECT_EQ(d.window->pos(), QPoint(120, 80));
+    EXPECT_EQ(d.window->windowTitle(), u"Kestrava"_s);
+    EXPECT_TRUE(d.window->findChild<QMenuBar*>()->isVisible());
     EXPECT_TRUE(d.find(u"Command1_1"_s)->isVisible());
     QSignalSpy setup(&d.app.events, &ProgramEvents::setupRequested);
-    d.window.MTira->trigger();
+    d.window->MTira->trigger();
     EXPECT_EQ(setup.size(), 1);
-    d.window.MVersion->trigger();
-    auto* link = d.window.findChild<QDialog*>(u"frmAbout"_s)->findChild<QLabel*>(u"lblLink"_s);
+    d.window->MVersion->trigger();
+    auto* link = d.window->findChild<QDialog*>(u"frmAbout"_s)->findChild<QLabel*>(u"lblLink"_s);
     ASSERT_TRUE(link && link->isVisible());
     EXPECT_TRUE(link->text().contains(d.find<QLabel>(u"lblAddr"_s)->text() + u"/"_s));
 
     d.click(u"Command1_1"_s);
-    EXPECT_FALSE(d.window.findChild<QMenuBar*>()->isVisible());
-    EXPECT_EQ(d.window.height(), 2070 / 15);
-    EXPECT_EQ(d.window.pos(), QPoint(120, 80));
-    EXPECT_TRUE(d.window.windowTitle().isEmpty());
+    EXPECT_FALSE(d.window->findChild<QMenuBar*>()->isVisible());
+    EXPECT_EQ(d.window->height(), 2070 / 15);
+    EXPECT_EQ(d.window->pos(), QPoint(120, 80));
+    EXPECT_TRUE(d.window->windowTitle().isEmpty());
 }
 
 // Pos/Main_T and Main_L are twips; Main_L counts only with Main_T, a negative
 // value keeps the default, and the close order writes the place back.
 TEST(MainWindow, PositionInTwips) {
     {
-        Desktop d;
+        Desk d;
         d.t.settings.WriteIni(u"Pos", u"Main_T", u"1500");
         d.t.settings.WriteIni(u"Pos", u"Main_L", u"3015");
-        d.window.ShowAtStart();
-        EXPECT_EQ(d.window.pos(), QPoint(201, 100));
+        d.window->ShowAtStart();
+        EXPECT_EQ(d.window->pos(), QPoint(201, 100));
 
-        d.window.move(40, 7);
-        d.window.close();
+        d.window->move(40, 7);
+        d.window->close();
         EXPECT_TRUE(d.app.isClosing());
         EXPECT_EQ(d.ini(u"Main_T"), u"105"_s);
         EXPECT_EQ(d.ini(u"Main_L"), u"600"_s);
     }
     for (const auto& [top, x] : {std::pair{u"-15"_s, 100}, std::pair{QString(), 30}}) {
-        Desktop d;
-        d.window.move(30, 20);
+        Desk d;
+        d.window->move(30, 20);
         if (!top.isNull())
             d.t.settings.WriteIni(u"Pos", u"Main_T", top);
         d.t.settings.WriteIni(u"Pos", u"Main_L", u"1500");
-        d.window.ShowAtStart();
-        EXPECT_EQ(d.window.pos(), QPoint(x, 20));
+        d.window->ShowAtStart();
+        EXPECT_EQ(d.window->pos(), QPoint(x, 20));
     }
 }
 
 // Pos/Hide "1" starts in the tray. A left click on the icon brings the window
 // back for good, a right click only for now; minimising goes to the tray.
-TEST(MainWindow, TrayAndHide) {
-    Desktop d;
-    d.window.trayAvailable = true;
+TEST(MainWindow, TrayAndHideWithAndWithoutATray) {
+    Desk d;
+    d.window->trayAvailable = true;
     d.t.settings.WriteIni(u"Pos", u"Hide", u"1");
-    d.window.ShowAtStart();
-    EXPECT_FALSE(d.window.isVisible());
-    EXPECT_TRUE(d.window.trayIcon()->isVisible());
+    d.window->ShowAtStart();
+    EXPECT_FALSE(d.window->isVisible());
+    EXPECT_TRUE(d.window->trayIcon()->isVisible());
 
-    emit d.window.trayIcon()->activated(QSystemTrayIcon::Context);
+    emit d.window->trayIcon()->activated(QSystemTrayIcon::Context);
     QCoreApplication::processEvents();
-    EXPECT_TRUE(d.window.isVisible());
-    EXPECT_FALSE(d.window.trayIcon()->isVisible());
+    EXPECT_TRUE(d.window->isVisible());
+    EXPECT_FALSE(d.window->trayIcon()->isVisible());
     EXPECT_EQ(d.ini(u"Hide"), u"1"_s);
 
     d.minimise();
-    EXPECT_FALSE(d.window.isVisible());
-    EXPECT_TRUE(d.window.trayIcon()->isVisible());
+    EXPECT_FALSE(d.window->isVisible());
+    EXPECT_TRUE(d.window->trayIcon()->isVisible());
 
-    emit d.window.trayIcon()->activated(QSystemTrayIcon::Trigger);
+    emit d.window->trayIcon()->activated(QSystemTrayIcon::Trigger);
     QCoreApplication::processEvents();
-    EXPECT_TRUE(d.window.isVisible());
-    EXPECT_FALSE(d.window.isMinimized());
+    EXPECT_TRUE(d.window->isVisible());
+    EXPECT_FALSE(d.window->isMinimized());
     EXPECT_EQ(d.ini(u"Hide"), u"0"_s);
 
-    d.window.close();
-    EXPECT_FALSE(d.window.trayIcon()->isVisible());
-}
+    d.window->close();
+    EXPECT_FALSE(d.window->trayIcon()->isVisible());
 
-// Without a tray, Hide "1" starts shown and minimising keeps the window
-// within reach and Hide as it was.
-TEST(MainWindow, NoTrayMinimisesToTheTaskBar) {
-    Desktop d;
-    d.window.trayAvailable = false;
-    d.t.settings.WriteIni(u"Pos", u"Hide", u"1");
-    d.window.ShowAtStart();
-    EXPECT_TRUE(d.window.isVisible());
-    d.t.settings.WriteIni(u"Pos", u"Hide", u"0");
-    d.minimise();
-    EXPECT_TRUE(d.window.isVisible());
-    EXPECT_FALSE(d.window.trayIcon()->isVisible());
-    EXPECT_EQ(d.ini(u"Hide"), u"0"_s);
+    // Without a tray, Hide "1" starts shown and minimising keeps the window
+    // within reach and Hide as it was.
+    Desk bare;
+    bare.window->trayAvailable = false;
+    bare.t.settings.WriteIni(u"Pos", u"Hide", u"1");
+    bare.window->ShowAtStart();
+    EXPECT_TRUE(bare.window->isVisible());
+    bare.t.settings.WriteIni(u"Pos", u"Hide", u"0");
+    bare.minimise();
+    EXPECT_TRUE(bare.window->isVisible());
+    EXPECT_FALSE(bare.window->trayIcon()->isVisible());
+    EXPECT_EQ(bare.ini(u"Hide"), u"0"_s);
 }
 
 // The device list follows the registry (also when changed elsewhere), asks for
 // the chosen remote's window and hides when its timer runs out.
 TEST(MainWindow, DeviceListOpensRemote) {
-    Desktop d;
+    Desk d;
     d.t.settings.WriteIni(u"Remote-1", u"Device", u"テレビ");
     d.t.settings.WriteIni(u"Remote-3", u"Device", u"エアコン");
-    d.window.ShowAtStart();
+    d.window->ShowAtStart();
     auto* combo = d.find<QComboBox>(u"cmbDeviceName"_s);
     EXPECT_FALSE(combo->isVisible());
 
@@ -161,7 +143,7 @@ TEST(MainWindow, DeviceListOpensRemote) {
     EXPECT_TRUE(combo->isVisible());
     ASSERT_EQ(combo->count(), 3);
     EXPECT_EQ(combo->itemText(2), u"ビデオ"_s);
-    QSignalSpy requested(&d.window, &MainWindow::remoteWindowRequested);
+    QSignalSpy requested(d.window.get(), &MainWindow::remoteWindowRequested);
     emit combo->activated(1);
     EXPECT_EQ(requested.value(0), (QVariantList{u"エアコン"_s, 3}));
     EXPECT_TRUE(combo->isVisible());
@@ -171,15 +153,15 @@ TEST(MainWindow, DeviceListOpensRemote) {
     ASSERT_TRUE(QTest::qWaitFor([&] { return combo->count() == 4; }, 3000));
     EXPECT_EQ(combo->itemText(1), u"ラジオ"_s);
 
-    d.window.setComboHideMs(1);
+    d.window->setComboHideMs(1);
     QTRY_VERIFY_WITH_TIMEOUT(!combo->isVisible(), 2000);
 }
 
 // 次の予約 shows when the next reservation is due, never the clock: it follows
 // the grid, and a new minute moves a daily row that came due on to tomorrow.
 TEST(MainWindow, NextReservation) {
-    Desktop d;
-    d.window.ShowAtStart();
+    Desk d;
+    d.window->ShowAtStart();
     auto* next = d.find<QLabel>(u"lblTime"_s);
     d.app.scheduler.Tick();
     EXPECT_EQ(next->text(), QString());
@@ -197,15 +179,15 @@ TEST(MainWindow, NextReservation) {
 // the minute, only gives the message; otherwise the countdown window shows
 // and its cancel ends the countdown there and then.
 TEST(MainWindow, SuspendButtonAndCountdownWindow) {
-    Desktop off;
-    off.window.ShowAtStart();
+    Desk off;
+    off.window->ShowAtStart();
     EXPECT_FALSE(off.find(u"cmdSuspend"_s)->isVisible());
     off.t.settings.WriteIni(u"Options", u"PowerControl", u"1");
-    off.window.UpdateSuspendButton();
+    off.window->UpdateSuspendButton();
     EXPECT_TRUE(off.find(u"cmdSuspend"_s)->isVisible());
-    Desktop on;
+    Desk on;
     on.t.settings.WriteIni(u"Options", u"PowerControl", u"1");
-    on.window.ShowAtStart();
+    on.window->ShowAtStart();
     EXPECT_TRUE(on.find(u"cmdSuspend"_s)->isVisible());
 
     const QDateTime soon = off.clock.at.addSecs(5 * 60);
