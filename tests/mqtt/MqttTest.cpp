@@ -12,9 +12,11 @@
 #include "mqtt/MqttConnection.h"
 #include "scenes/Scenes.h"
 #include "support/HttpClient.h"
+#include "support/LogLines.h"
 #include "support/MqttBroker.h"
 #include "support/ProgramProcess.h"
 #include "support/ScriptedPrompt.h"
+#include "support/SimHome.h"
 #include "support/TempFolder.h"
 
 #include <QDir>
@@ -35,14 +37,11 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// A program folder with the simulator and a remote "TV" of two learned keys.
+// The program's folder with the simulator, on the broker as node nodeId.
 QString MakeHome(const QString& root, const QString& name, const MqttBroker& broker,
                  const QString& nodeId = {}) {
-    const QString dir = root + u'/' + name;
-    QDir().mkpath(dir + u"/IRSignals"_s);
+    const QString dir = MakeSimHome(root + u'/' + name);
     SettingsStore s(dir + u"/setting.ini"_s);
-    s.WriteIni(u"Tira", u"Device", u"sim");
-    s.WriteIni(u"WebServer", u"Port", u"0");
     s.Write(Key::MqttServer, u"127.0.0.1:"_s + QString::number(broker.port));
     if (!nodeId.isEmpty())
         s.Write(Key::MqttNodeId, nodeId);
@@ -50,22 +49,7 @@ QString MakeHome(const QString& root, const QString& name, const MqttBroker& bro
         s.Write(Key::MqttUser, broker.user);
         s.Write(Key::MqttPass, ScramblePassword(u"SET", broker.password));
     }
-    s.WriteIni(u"Remote-1", u"Device", u"TV");
-    s.WriteIni(u"Remote-1", u"Design", u"4");
-    const QStringList keys{u"Power"_s, u"Vol"_s};
-    for (int k = 0; k < keys.size(); ++k) {
-        s.WriteIni(u"Remote-1", u"Button-"_s + QString::number(k), keys[k]);
-        WriteSignalFile(dir + u"/IRSignals/TV-"_s + keys[k] + u".bin"_s,
-                        SimDriver::NecSignal(0x40, uint8_t(k)));
-    }
     return dir;
-}
-
-QStringList SimLog(const QString& dir) {
-    QFile f(dir + u"/sim-transmit.log"_s);
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromLatin1(f.readAll()).split(u'\n', Qt::SkipEmptyParts);
 }
 
 QJsonObject JsonOf(const QByteArray& payload) {
@@ -97,22 +81,18 @@ QString HaClimateProblem(const QJsonObject& o) {
     return {};
 }
 
-// Home Assistant's side, transcribed from home-assistant/core:
-// - mqtt/discovery.py (bdc5ec6): the config topic
-//   <prefix>/<component>/[<node_id>/]<object_id>/config, ids of [a-zA-Z0-9_-];
-// - mqtt/schemas.py (c6ca7f5): MQTT_ENTITY_DEVICE_INFO_SCHEMA and
-//   MQTT_ORIGIN_INFO_SCHEMA take no other keys, a device has an identifier,
-//   configuration_url and support_url are http(s) URLs (cv.configuration_url),
-//   entity_category is config or diagnostic;
-// - mqtt/button.py, binary_sensor.py, sensor.py, event.py (5974c77): the topics
-//   each requires, event_types a list of strings, the device classes;
-// - mqtt/device_trigger.py (5974c77, TRIGGER_DISCOVERY_SCHEMA): automation_type,
-//   device, subtype, topic and type; a trigger is found again by device_id,
-//   type and subtype (discovery_id only in automations from before 2024.2);
-// - mqtt/infrared.py, both versions of PR #172796: the emitter's command_topic,
-//   the receiver's state_topic; SIGNAL_SCHEMA at deda1f6 takes exactly
-//   {"timings": [int], "modulation": int}, at 05dfe26 at least one timing.
-// Every config must also carry our origin. Empty when it would be taken.
+// Home Assistant's side, transcribed from home-assistant/core mqtt/:
+// discovery.py (bdc5ec6): <prefix>/<component>/[<node_id>/]<object_id>/config,
+// ids of [a-zA-Z0-9_-]; schemas.py (c6ca7f5): device and origin info take no
+// other keys, a device has an identifier, configuration_url and support_url are
+// http(s) URLs, entity_category is config or diagnostic; button, binary_sensor,
+// sensor, event.py (5974c77): the topics each requires, event_types strings, the
+// device classes; device_trigger.py (5974c77): automation_type, device, subtype,
+// topic and type, a trigger found again by device_id, type and subtype;
+// infrared.py (PR #172796): the emitter's command_topic, the receiver's
+// state_topic, SIGNAL_SCHEMA exactly {"timings": [int], "modulation": int}
+// (deda1f6), at least one timing (05dfe26). Every config must also carry our
+// origin. Empty when it would be taken.
 QString HaConfigProblem(const QString& topic, const QJsonObject& o) {
     static const QRegularExpression topicForm(
         u"^homeassistant/(\\w+)/(?:[a-zA-Z0-9_-]+/)?[a-zA-Z0-9_-]+/config$"_s);
@@ -220,6 +200,27 @@ QString HaSignalProblem(const QByteArray& payload) {
     if (!MqttBroker::available())                                                                  \
     GTEST_SKIP() << "no mosquitto here"
 
+// A broker, and a folder of the test's own for the MQTT client in this process.
+class MqttHome : public ::testing::Test {
+protected:
+    void SetUp() override {
+        NEED_BROKER();
+        ASSERT_TRUE(broker.start());
+    }
+    // Settings for the broker, as node id.
+    void node(const QString& id, const QString& scheme = {}, quint16 port = 0) {
+        t.settings.Write(Key::MqttServer,
+                         scheme + u"127.0.0.1:"_s + QString::number(port ? port : broker.port));
+        t.settings.Write(Key::MqttNodeId, id);
+    }
+
+    QTemporaryDir tmp;
+    MqttBroker broker{tmp.path()};
+    TempFolder t;
+    ScriptedPrompt prompt;
+    Transceiver device{t.folder, t.settings, prompt};
+};
+
 } // namespace
 
 TEST(MqttConfig, ServerAddressesAndTheNodeIdKeptOnce) {
@@ -262,11 +263,7 @@ TEST(MqttConfig, ServerAddressesAndTheNodeIdKeptOnce) {
 // Home Assistant's side of one Kestrava: its configs, a button press, raw
 // timings with their repeats inside, a bad command, a retained one, and a key
 // renamed and a remote deleted.
-TEST(Mqtt, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
-    NEED_BROKER();
-    QTemporaryDir tmp;
-    MqttBroker broker(tmp.path());
-    ASSERT_TRUE(broker.start());
+TEST_F(MqttHome, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
     const QString dir = MakeHome(tmp.path(), u"home"_s, broker, u"den"_s);
     // A press left retained on the broker from long ago must not go out.
     broker.publish(u"kestrava/den/key/1/1/press"_s, "PRESS", true);
@@ -320,13 +317,12 @@ TEST(Mqtt, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
     EXPECT_TRUE(SimLog(dir).isEmpty()) << "a retained press went out";
 
     // The button's PRESS goes out once and is told as an event.
-    const QString command =
-        JsonOf(ha.on(u"homeassistant/button/kestrava_den/r1_k0/config"_s)[0].payload)
-            .value(u"command_topic"_s)
-            .toString();
+    const QString command = ha.json(u"homeassistant/button/kestrava_den/r1_k0/config"_s)
+                                .value(u"command_topic"_s)
+                                .toString();
     ASSERT_TRUE(broker.publish(command, "PRESS"));
     ASSERT_TRUE(ha.waitFor(u"kestrava/den/event"_s, {}));
-    const QJsonObject event = JsonOf(ha.on(u"kestrava/den/event"_s)[0].payload);
+    const QJsonObject event = ha.json(u"kestrava/den/event"_s);
     EXPECT_EQ(event.value(u"source"_s).toString(), u"mqtt"_s);
     EXPECT_EQ(event.value(u"key"_s).toString(), u"Power"_s);
     EXPECT_TRUE(event.value(u"ok"_s).toBool());
@@ -337,17 +333,14 @@ TEST(Mqtt, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
         Qt::CaseInsensitive));
 
     // A frame heard (the simulator's) is published and fires the key's trigger.
-    QFile heard(dir + u"/sim-receive"_s);
-    ASSERT_TRUE(heard.open(QIODevice::WriteOnly) && heard.write("nec:0x4001\n") > 0);
-    heard.close();
+    ASSERT_TRUE(SimHear(dir, "nec:0x4001\n"));
     ASSERT_TRUE(ha.waitFor(u"kestrava/den/trigger/1/1"_s, "press")) << p.log().toStdString();
     ASSERT_TRUE(ha.waitFor(u"kestrava/den/ir/received"_s, {}));
     EXPECT_EQ(HaSignalProblem(ha.on(u"kestrava/den/ir/received"_s)[0].payload).toStdString(), "");
     ASSERT_TRUE(ha.waitFor(u"kestrava/den/hub/last_heard"_s, "nec:0x4001"));
-    const QJsonObject heardAttributes =
-        JsonOf(ha.on(u"kestrava/den/hub/last_heard/attributes"_s)[0].payload);
+    const QJsonObject heardAttributes = ha.json(u"kestrava/den/hub/last_heard/attributes"_s);
     EXPECT_EQ(heardAttributes.value(u"scancode"_s), u"0x4001"_s);
-    EXPECT_EQ(heardAttributes.value(u"key"_s), u"Vol"_s);
+    EXPECT_EQ(heardAttributes.value(u"key"_s), u"Vol Up"_s);
 
     // Home Assistant's NEC command with repeat_count 2 is 75 timings, the frame
     // and two repeat codes (infrared-protocols' NECCommand.get_raw_timings): it
@@ -387,12 +380,9 @@ TEST(Mqtt, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
     ASSERT_TRUE(broker.publish(u"kestrava/den/ir/transmit"_s, R"({"timings":"x"})"));
     ASSERT_TRUE(broker.publish(u"kestrava/den/press"_s, R"({"remote":"TV","key":"Mute"})"));
     ASSERT_TRUE(WaitUntil([&] { return ha.on(u"kestrava/den/error"_s).size() == 2; }));
-    EXPECT_EQ(JsonOf(ha.on(u"kestrava/den/error"_s)[0].payload).value(u"error"_s).toString(),
-              u"not_found"_s);
+    EXPECT_EQ(ha.json(u"kestrava/den/error"_s).value(u"error"_s).toString(), u"not_found"_s);
     ASSERT_TRUE(ha.waitFor(u"kestrava/den/hub/last_press"_s, "not_found"));
-    EXPECT_EQ(JsonOf(ha.on(u"kestrava/den/hub/last_press/attributes"_s)[0].payload)
-                  .value(u"message"_s)
-                  .toString(),
+    EXPECT_EQ(ha.json(u"kestrava/den/hub/last_press/attributes"_s).value(u"message"_s).toString(),
               u"no key \"Mute\" on \"TV\""_s);
     EXPECT_EQ(SimLog(dir).size(), 3);
 
@@ -404,15 +394,14 @@ TEST(Mqtt, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
     {
         SettingsStore s(dir + u"/setting.ini"_s);
         s.WriteIni(u"Remote-1", u"Button-1", u"Volume");
-        QFile::rename(dir + u"/IRSignals/TV-Vol.bin"_s, dir + u"/IRSignals/TV-Volume.bin"_s);
+        QFile::rename(dir + u"/IRSignals/TV-Vol Up.bin"_s, dir + u"/IRSignals/TV-Volume.bin"_s);
     }
     ASSERT_TRUE(WaitUntil([&] {
-        return JsonOf(ha.on(u"homeassistant/button/kestrava_den/r1_k1/config"_s)[0].payload)
-                   .value(u"name"_s) == u"Volume"_s;
+        return ha.json(u"homeassistant/button/kestrava_den/r1_k1/config"_s).value(u"name"_s) ==
+               u"Volume"_s;
     }));
     EXPECT_EQ(ha.on(trigger)[0].payload.toStdString(), triggerBefore.toStdString());
-    EXPECT_EQ(JsonOf(ha.on(u"homeassistant/event/kestrava_den/r1/config"_s)[0].payload)
-                  .value(u"event_types"_s),
+    EXPECT_EQ(ha.json(u"homeassistant/event/kestrava_den/r1/config"_s).value(u"event_types"_s),
               QJsonArray({u"Power"_s, u"Volume"_s}));
     // A key learned elsewhere (here by hand) is a new button, and told.
     WriteSignalFile(dir + u"/IRSignals/TV-Mute.bin"_s, SimDriver::NecSignal(0x40, 7));
@@ -435,7 +424,8 @@ TEST(Mqtt, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
 }
 
 // The broker goes away and comes back: the pages go on meanwhile, and the
-// configs are back soon after; a program killed outright is offline by its will.
+// configs are back soon after; a program killed outright is offline by its
+// will. A wrong login is never taken for connected.
 TEST(Mqtt, BrokerLostAndBackAndTheWillOfAKilledProgram) {
     NEED_BROKER();
     QTemporaryDir tmp;
@@ -451,6 +441,23 @@ TEST(Mqtt, BrokerLostAndBackAndTheWillOfAKilledProgram) {
         ASSERT_TRUE(ha.waitFor(emitter, {})) << p.log().toStdString();
     }
     EXPECT_FALSE(p.log().contains(u"s3cret"_s));
+    // A client the broker refuses is tried again with a back-off that doubles
+    // once per refusal, and is never taken for connected.
+    MqttConfig config;
+    config.host = u"127.0.0.1"_s;
+    config.port = broker.port;
+    config.nodeId = u"refused"_s;
+    config.user = u"ha"_s;
+    config.password = u"wrong"_s;
+    MqttConnection refused;
+    int changes = 0;
+    QObject::connect(&refused, &MqttConnection::connectionChanged, [&] { ++changes; });
+    refused.Open(config, u"kestrava/refused/status"_s);
+    WaitMs(1500); // refused at once and after 1 s; the next try waits 2 s
+    EXPECT_FALSE(refused.isConnected());
+    EXPECT_EQ(changes, 0);
+    EXPECT_EQ(refused.retryMs(), 4 * MqttConnection::FirstRetryMs);
+    refused.Close();
 
     broker.stop(); // its retained configs go with it: nothing persists
     ASSERT_TRUE(p.waitForLog(u"trying again"_s));
@@ -471,11 +478,7 @@ TEST(Mqtt, BrokerLostAndBackAndTheWillOfAKilledProgram) {
 }
 
 // Three rooms on one broker: three hubs, and a press for one room goes out there only.
-TEST(Mqtt, ThreeRoomsShareOneBroker) {
-    NEED_BROKER();
-    QTemporaryDir tmp;
-    MqttBroker broker(tmp.path());
-    ASSERT_TRUE(broker.start());
+TEST_F(MqttHome, ThreeRoomsShareOneBroker) {
     MqttWatcher ha(broker, {u"homeassistant/infrared/+/emitter/config"_s, u"kestrava/+/status"_s});
     std::vector<QString> dirs;
     std::vector<std::unique_ptr<ProgramProcess>> rooms;
@@ -499,71 +502,46 @@ TEST(Mqtt, ThreeRoomsShareOneBroker) {
     const QString study = SettingsStore(dirs[1] + u"/setting.ini"_s).Read(Key::MqttNodeId);
     ASSERT_FALSE(study.isEmpty());
     ASSERT_TRUE(
-        broker.publish(u"kestrava/"_s + study + u"/press"_s, R"({"remote":"TV","key":"Vol"})"));
+        broker.publish(u"kestrava/"_s + study + u"/press"_s, R"({"remote":"TV","key":"Vol Up"})"));
     ASSERT_TRUE(WaitUntil([&] { return SimLog(dirs[1]).size() == 1; }));
     WaitMs(300);
     EXPECT_TRUE(SimLog(dirs[0]).isEmpty());
     EXPECT_TRUE(SimLog(dirs[2]).isEmpty());
 }
 
-// A broker that refuses the login is tried again with a back-off that doubles
-// once per refusal, and is never taken for connected.
-TEST(Mqtt, RefusedLoginBacksOff) {
-    NEED_BROKER();
-    QTemporaryDir tmp;
-    MqttBroker broker(tmp.path(), u"ha"_s, u"right"_s);
-    ASSERT_TRUE(broker.start());
-    MqttConfig config;
-    config.host = u"127.0.0.1"_s;
-    config.port = broker.port;
-    config.nodeId = u"refused"_s;
-    config.user = u"ha"_s;
-    config.password = u"wrong"_s;
-    MqttConnection c;
-    int changes = 0;
-    QObject::connect(&c, &MqttConnection::connectionChanged, [&] { ++changes; });
-    c.Open(config, u"kestrava/refused/status"_s);
-    WaitMs(1500); // refused at once and after 1 s; the next try waits 2 s
-    EXPECT_FALSE(c.isConnected());
-    EXPECT_EQ(changes, 0);
-    EXPECT_EQ(c.retryMs(), 4 * MqttConnection::FirstRetryMs);
-}
-
 // What the listener hears, in the program itself: the receiver appears where
 // the transceiver can listen, frames go out as signed timings on its state
 // topic, and a learned key, raw ones too, fires the trigger its config names
-// and its remote's event entity.
-TEST(Mqtt, HeardFramesAndKeysReachTheReceiverTriggersAndEvents) {
-    NEED_BROKER();
-    QTemporaryDir tmp;
-    MqttBroker broker(tmp.path());
-    ASSERT_TRUE(broker.start());
-    TempFolder t;
-    ScriptedPrompt prompt;
-    Transceiver device{t.folder, t.settings, prompt};
-    t.settings.Write(Key::MqttServer, u"127.0.0.1:"_s + QString::number(broker.port));
-    t.settings.Write(Key::MqttNodeId, u"ear"_s);
+// and its remote's event entity. A key's command topic that names no possible
+// key is answered on the error topic like any other refused command; a press
+// that cannot go out because the transceiver is away shows on the hub's
+// last-press sensor, and the transceiver sensor says so.
+TEST_F(MqttHome, HeardFramesReachHomeAssistantAndRefusedPressesAreAnswered) {
+    node(u"away"_s);
+    t.settings.WriteIni(u"Tira", u"Device", t.path(u"lirc-gone"));
+    t.writeRemote(1, u"TV"_s, 4, {u"Power"_s});
+    WriteSignalFile(t.path(u"IRSignals/TV-Power.bin"), SimDriver::NecSignal(0x40, 0));
     t.writeRemote(2, u"Amp"_s, 4, {u"On"_s, u"Odd"_s});
     WriteSignalFile(t.path(u"IRSignals/Amp-On.bin"), SimDriver::NecSignal(0x12, 0x34));
     const IrTiming odd{{3000, 3000, 1000, 2000, 1000, 2000, 1000}, 38000, -1};
     WriteSignalFile(t.path(u"IRSignals/Amp-Odd.bin"), BlobFromTiming(odd)->encode());
-    MqttWatcher ha(broker, {u"homeassistant/#"_s, u"kestrava/ear/#"_s});
+    MqttWatcher ha(broker, {u"homeassistant/#"_s, u"kestrava/away/#"_s});
     Mqtt mqtt(t.folder, t.settings, device);
     mqtt.canListen = [] { return true; };
     mqtt.Start();
-    const QString receiver = u"homeassistant/infrared/kestrava_ear/receiver/config"_s;
-    const QString trigger = u"homeassistant/device_automation/kestrava_ear/r2_k1/config"_s;
-    const QString event = u"homeassistant/event/kestrava_ear/r2/config"_s;
+    const QString receiver = u"homeassistant/infrared/kestrava_away/receiver/config"_s;
+    const QString trigger = u"homeassistant/device_automation/kestrava_away/r2_k1/config"_s;
+    const QString event = u"homeassistant/event/kestrava_away/r2/config"_s;
     ASSERT_TRUE(ha.waitFor(receiver, {}));
     ASSERT_TRUE(ha.waitFor(trigger, {})) << "a raw key has a trigger";
     ASSERT_TRUE(ha.waitFor(event, {}));
 
     const IrTiming timing = TimingFromBlob(*IrBlob::decode(SimDriver::NecSignal(0x12, 0x34)));
     mqtt.PublishFrame(timing, DecodeSignal(timing));
-    const QString state = JsonOf(ha.on(receiver)[0].payload).value(u"state_topic"_s).toString();
+    const QString state = ha.json(receiver).value(u"state_topic"_s).toString();
     ASSERT_TRUE(ha.waitFor(state, {}));
     EXPECT_EQ(HaSignalProblem(ha.on(state)[0].payload).toStdString(), "");
-    const QJsonArray timings = JsonOf(ha.on(state)[0].payload).value(u"timings"_s).toArray();
+    const QJsonArray timings = ha.json(state).value(u"timings"_s).toArray();
     ASSERT_EQ(size_t(timings.size()), timing.durations.size());
     EXPECT_GT(timings[0].toInt(), 0);
     EXPECT_EQ(timings[1].toInt(), -int(timing.durations[1]));
@@ -571,70 +549,24 @@ TEST(Mqtt, HeardFramesAndKeysReachTheReceiverTriggersAndEvents) {
     // The raw key heard, as the listener tells it: the frame, then the key.
     mqtt.PublishFrame(odd, DecodeSignal(odd));
     mqtt.PublishKeyHeard(2, 1, u"Amp"_s, u"Odd"_s);
-    const QJsonObject config = JsonOf(ha.on(trigger)[0].payload);
+    const QJsonObject config = ha.json(trigger);
     EXPECT_TRUE(ha.waitFor(config.value(u"topic"_s).toString(),
                            config.value(u"payload"_s).toString().toUtf8()));
-    const QJsonObject events = JsonOf(ha.on(event)[0].payload);
+    const QJsonObject events = ha.json(event);
     ASSERT_TRUE(ha.waitFor(events.value(u"state_topic"_s).toString(), {}));
-    const QJsonObject fired = JsonOf(ha.on(events.value(u"state_topic"_s).toString())[0].payload);
+    const QJsonObject fired = ha.json(events.value(u"state_topic"_s).toString());
     EXPECT_EQ(fired, QJsonObject({{u"event_type"_s, u"Odd"_s}}));
     EXPECT_TRUE(events.value(u"event_types"_s).toArray().contains(fired.value(u"event_type"_s)));
     ASSERT_TRUE(WaitUntil([&] { return ha.on(state).size() == 2; }));
     EXPECT_EQ(HaSignalProblem(ha.on(state)[0].payload).toStdString(), "");
-    ASSERT_TRUE(ha.waitFor(u"kestrava/ear/hub/last_heard"_s, "raw"));
+    ASSERT_TRUE(ha.waitFor(u"kestrava/away/hub/last_heard"_s, "raw"));
     ASSERT_TRUE(
-        WaitUntil([&] { return ha.on(u"kestrava/ear/hub/last_heard/attributes"_s).size() == 2; }));
-    const QJsonObject heard = JsonOf(ha.on(u"kestrava/ear/hub/last_heard/attributes"_s)[0].payload);
+        WaitUntil([&] { return ha.on(u"kestrava/away/hub/last_heard/attributes"_s).size() == 2; }));
+    const QJsonObject heard = ha.json(u"kestrava/away/hub/last_heard/attributes"_s);
     EXPECT_EQ(heard.value(u"key"_s), u"Odd"_s);
     EXPECT_EQ(heard.value(u"remote"_s), u"Amp"_s);
     EXPECT_EQ(heard.value(u"protocol"_s), u"raw"_s);
-}
 
-// A press that cannot go out because the transceiver is away shows on the
-// hub's last-press sensor, which Home Assistant reads, and the transceiver
-// sensor says so.
-TEST(Mqtt, PressWithTheTransceiverAwayShowsOnTheHub) {
-    NEED_BROKER();
-    QTemporaryDir tmp;
-    MqttBroker broker(tmp.path());
-    ASSERT_TRUE(broker.start());
-    TempFolder t;
-    ScriptedPrompt prompt;
-    t.settings.WriteIni(u"Tira", u"Device", t.path(u"lirc-gone"));
-    Transceiver device{t.folder, t.settings, prompt};
-    t.settings.Write(Key::MqttServer, u"127.0.0.1:"_s + QString::number(broker.port));
-    t.settings.Write(Key::MqttNodeId, u"away"_s);
-    t.writeRemote(1, u"TV"_s, 4, {u"Power"_s});
-    WriteSignalFile(t.path(u"IRSignals/TV-Power.bin"), SimDriver::NecSignal(0x40, 0));
-    MqttWatcher ha(broker, {u"kestrava/away/#"_s});
-    Mqtt mqtt(t.folder, t.settings, device);
-    mqtt.Start();
-    ASSERT_TRUE(ha.waitFor(u"kestrava/away/status"_s, "online"));
-    ASSERT_TRUE(broker.publish(u"kestrava/away/key/1/0/press"_s, "PRESS"));
-    ASSERT_TRUE(ha.waitFor(u"kestrava/away/hub/last_press"_s, {}));
-    EXPECT_EQ(ha.on(u"kestrava/away/hub/last_press"_s)[0].payload, "not_opened");
-    const QJsonObject why = JsonOf(ha.on(u"kestrava/away/hub/last_press/attributes"_s)[0].payload);
-    EXPECT_EQ(why.value(u"key"_s), u"Power"_s);
-    EXPECT_EQ(why.value(u"ok"_s), false);
-    EXPECT_TRUE(ha.waitFor(u"kestrava/away/hub/transceiver"_s, "OFF"));
-}
-
-// A key's command topic that names no possible key is answered on the error
-// topic like any other refused command.
-TEST(Mqtt, ImpossibleKeyIdsAreAnswered) {
-    NEED_BROKER();
-    QTemporaryDir tmp;
-    MqttBroker broker(tmp.path());
-    ASSERT_TRUE(broker.start());
-    TempFolder t;
-    ScriptedPrompt prompt;
-    Transceiver device{t.folder, t.settings, prompt};
-    t.settings.Write(Key::MqttServer, u"127.0.0.1:"_s + QString::number(broker.port));
-    t.settings.Write(Key::MqttNodeId, u"ids"_s);
-    MqttWatcher ha(broker, {u"kestrava/ids/#"_s});
-    Mqtt mqtt(t.folder, t.settings, device);
-    mqtt.Start();
-    ASSERT_TRUE(ha.waitFor(u"kestrava/ids/status"_s, "online"));
     const QString remote = u"the remote number must be 1 to 1000"_s;
     const QString key = u"the key number must be 0 to 999"_s;
     const std::map<QString, QString> cases{
@@ -645,66 +577,66 @@ TEST(Mqtt, ImpossibleKeyIdsAreAnswered) {
         {u"key/1/ 2/press"_s, key},         {u"key/1//press"_s, key},
         {u"key/1/99999999999/press"_s, key}};
     for (const auto& [topic, why] : cases)
-        ASSERT_TRUE(broker.publish(u"kestrava/ids/"_s + topic, "PRESS"));
-    ASSERT_TRUE(WaitUntil([&] { return ha.on(u"kestrava/ids/error"_s).size() == cases.size(); }));
-    for (const auto& m : ha.on(u"kestrava/ids/error"_s)) {
+        ASSERT_TRUE(broker.publish(u"kestrava/away/"_s + topic, "PRESS"));
+    ASSERT_TRUE(WaitUntil([&] { return ha.on(u"kestrava/away/error"_s).size() == cases.size(); }));
+    for (const auto& m : ha.on(u"kestrava/away/error"_s)) {
         const QJsonObject o = JsonOf(m.payload);
         const QString topic = o.value(u"topic"_s).toString();
         ASSERT_TRUE(cases.contains(topic)) << m.payload.toStdString();
         EXPECT_EQ(o.value(u"error"_s).toString(), u"bad_request"_s) << topic.toStdString();
         EXPECT_EQ(o.value(u"message"_s).toString(), cases.at(topic)) << topic.toStdString();
     }
+
+    ASSERT_TRUE(broker.publish(u"kestrava/away/key/1/0/press"_s, "PRESS"));
+    // The ids refused above were told there too.
+    ASSERT_TRUE(ha.waitFor(u"kestrava/away/hub/last_press"_s, "not_opened"));
+    const QJsonObject why = ha.json(u"kestrava/away/hub/last_press/attributes"_s);
+    EXPECT_EQ(why.value(u"key"_s), u"Power"_s);
+    EXPECT_EQ(why.value(u"ok"_s), false);
+    EXPECT_TRUE(ha.waitFor(u"kestrava/away/hub/transceiver"_s, "OFF"));
 }
 
 // Over TLS: a broker the configured CA vouches for carries discovery and
 // presses like any other; one vouched for by another CA, or whose certificate
 // is for another name, is never connected to, and the log says why.
-TEST(Mqtt, TlsTakesOnlyTheBrokerTheCaVouchesFor) {
-    NEED_BROKER();
-    QTemporaryDir tmp;
+TEST_F(MqttHome, TlsTakesOnlyTheBrokerTheCaVouchesFor) {
     const QString d = tmp.path();
-    const MqttTls ca = MakeCertificate(d, u"ca"_s, u"DNS:ca"_s);
-    const MqttTls other = MakeCertificate(d, u"other-ca"_s, u"DNS:other"_s);
-    const MqttTls good = MakeCertificate(d, u"broker"_s, u"IP:127.0.0.1"_s, ca);
-    const MqttTls elsewhere = MakeCertificate(d, u"elsewhere"_s, u"DNS:elsewhere.example"_s, ca);
+    const TlsFiles ca = MakeCertificate(d, u"ca"_s, u"DNS:ca"_s);
+    const TlsFiles other = MakeCertificate(d, u"other-ca"_s, u"DNS:other"_s);
+    const TlsFiles good = MakeCertificate(d, u"broker"_s, u"IP:127.0.0.1"_s, ca);
+    const TlsFiles elsewhere = MakeCertificate(d, u"elsewhere"_s, u"DNS:elsewhere.example"_s, ca);
     ASSERT_FALSE(ca.cert.isEmpty() || other.cert.isEmpty() || good.cert.isEmpty() ||
                  elsewhere.cert.isEmpty());
-    MqttBroker broker(d, {}, {}, good);
-    ASSERT_TRUE(broker.start());
-    TempFolder t;
-    ScriptedPrompt prompt;
-    Transceiver device{t.folder, t.settings, prompt};
+    QDir(d).mkdir(u"tls"_s);
+    MqttBroker secure(d + u"/tls"_s, {}, {}, good);
+    ASSERT_TRUE(secure.start());
     t.settings.WriteIni(u"Tira", u"Device", u"sim");
-    t.settings.Write(Key::MqttServer, u"mqtts://127.0.0.1:"_s + QString::number(broker.port));
+    node(u"safe"_s, u"mqtts://"_s, secure.port);
     t.settings.Write(Key::MqttCAFile, ca.ca);
-    t.settings.Write(Key::MqttNodeId, u"safe"_s);
     t.writeRemote(1, u"TV"_s, 4, {u"Power"_s});
     WriteSignalFile(t.path(u"IRSignals/TV-Power.bin"), SimDriver::NecSignal(0x40, 0));
     {
-        MqttWatcher ha(broker, {u"homeassistant/#"_s, u"kestrava/safe/#"_s});
+        MqttWatcher ha(secure, {u"homeassistant/#"_s, u"kestrava/safe/#"_s});
         Mqtt mqtt(t.folder, t.settings, device);
         mqtt.Start();
         const QString config = u"homeassistant/button/kestrava_safe/r1_k0/config"_s;
         ASSERT_TRUE(ha.waitFor(config, {}));
-        ASSERT_TRUE(broker.publish(
-            JsonOf(ha.on(config)[0].payload).value(u"command_topic"_s).toString(), "PRESS"));
+        ASSERT_TRUE(secure.publish(ha.json(config).value(u"command_topic"_s).toString(), "PRESS"));
         ASSERT_TRUE(ha.waitFor(u"kestrava/safe/event"_s, {}));
-        EXPECT_TRUE(JsonOf(ha.on(u"kestrava/safe/event"_s)[0].payload).value(u"ok"_s).toBool());
+        EXPECT_TRUE(ha.json(u"kestrava/safe/event"_s).value(u"ok"_s).toBool());
     }
 
     QDir(d).mkdir(u"elsewhere"_s);
     MqttBroker misnamed(d + u"/elsewhere"_s, {}, {}, elsewhere);
     ASSERT_TRUE(misnamed.start());
-    static QStringList logged;
-    const QtMessageHandler before = qInstallMessageHandler(
-        [](QtMsgType, const QMessageLogContext&, const QString& text) { logged << text; });
+    LogLines log;
     const struct {
         quint16 port;
         QString caFile, reason;
-    } cases[] = {{broker.port, other.ca, u"self-signed certificate in certificate chain"_s},
+    } cases[] = {{secure.port, other.ca, u"self-signed certificate in certificate chain"_s},
                  {misnamed.port, ca.ca, u"IP address mismatch"_s}};
     for (const auto& c : cases) {
-        logged.clear();
+        log.take();
         MqttConfig config;
         config.host = u"127.0.0.1"_s;
         config.port = c.port;
@@ -716,33 +648,24 @@ TEST(Mqtt, TlsTakesOnlyTheBrokerTheCaVouchesFor) {
         QObject::connect(&connection, &MqttConnection::connectionChanged,
                          [&](bool on) { connected = connected || on; });
         connection.Open(config, u"kestrava/wary/status"_s);
-        EXPECT_TRUE(WaitUntil([] { return !logged.filter(u"cannot reach"_s).isEmpty(); }, 5000));
-        EXPECT_TRUE(logged.join(u'\n').contains(u"certificate is refused: "_s + c.reason))
-            << logged.join(u'\n').toStdString();
+        EXPECT_TRUE(WaitUntil([&] { return log.text().contains(u"cannot reach"_s); }, 5000));
+        EXPECT_TRUE(log.text().contains(u"certificate is refused: "_s + c.reason))
+            << log.text().toStdString();
         EXPECT_FALSE(connected);
     }
-    qInstallMessageHandler(before);
 }
 
 // An air conditioner as Home Assistant's climate platform sees it: its config,
 // its state retained, each command sent whole through the transceiver, a
 // refused one answered and sending nothing, the unit's own remote heard
-// published, and a unit deleted leaves nothing retained.
-TEST(Mqtt, AirConditionerIsAClimateEntity) {
-    NEED_BROKER();
+// published, and a unit deleted leaves nothing retained. A scene is a scene.
+TEST_F(MqttHome, AirConditionerAndSceneAreEntities) {
     const auto families = ClimateFamilies();
     if (families.empty())
         GTEST_SKIP() << "no climate family built in";
     const ClimateCaps caps = families.front();
-    QTemporaryDir tmp;
-    MqttBroker broker(tmp.path());
-    ASSERT_TRUE(broker.start());
-    TempFolder t;
-    ScriptedPrompt prompt;
     t.settings.WriteIni(u"Tira", u"Device", u"sim");
-    t.settings.Write(Key::MqttServer, u"127.0.0.1:"_s + QString::number(broker.port));
-    t.settings.Write(Key::MqttNodeId, u"cool"_s);
-    Transceiver device{t.folder, t.settings, prompt};
+    node(u"cool"_s);
     ClimateUnits units{t.folder, t.settings, device};
     ClimateState initial;
     initial.mode = caps.modes.front();
@@ -750,13 +673,21 @@ TEST(Mqtt, AirConditionerIsAClimateEntity) {
     initial.fan = caps.fans.value(0);
     const auto id = units.create(u"寝室"_s, caps.family, initial);
     ASSERT_TRUE(id);
+    t.writeRemote(1, u"TV"_s, 1, {u"Power"_s});
+    WriteSignalFile(SignalFilePath(t.folder, u"TV", u"Power"), SimDriver::NecSignal(1, 0));
+    Scenes scenes{t.folder, t.settings, device, units};
+    const auto scene = scenes.create(*SceneFromJson(QJsonDocument::fromJson(R"({"name":"映画",
+        "steps":[{"type":"key","remote":1,"key":0},{"type":"wait","ms":100}]})")
+                                                        .object()));
+    ASSERT_TRUE(scene);
     MqttWatcher ha(broker, {u"homeassistant/#"_s, u"kestrava/cool/#"_s});
     Mqtt mqtt(t.folder, t.settings, device);
     mqtt.SetClimates(&units);
+    mqtt.SetScenes(&scenes);
     mqtt.Start();
     const QString topic = u"homeassistant/climate/kestrava_cool/"_s + *id + u"/config"_s;
     ASSERT_TRUE(ha.waitFor(topic, {}));
-    const QJsonObject config = JsonOf(ha.on(topic)[0].payload);
+    const QJsonObject config = ha.json(topic);
     EXPECT_EQ(HaConfigProblem(topic, config).toStdString(), "");
     EXPECT_EQ(config.value(u"modes"_s).toArray().size(), qsizetype(caps.modes.size()) + 1);
     EXPECT_EQ(config.value(u"max_temp"_s).toDouble(), caps.maxTemp);
@@ -764,7 +695,7 @@ TEST(Mqtt, AirConditionerIsAClimateEntity) {
     EXPECT_EQ(config.contains(u"swing_mode_command_topic"_s), caps.swing);
     const QString state = config.value(u"mode_state_topic"_s).toString();
     ASSERT_TRUE(ha.waitFor(state, {}));
-    EXPECT_EQ(JsonOf(ha.on(state)[0].payload).value(u"mode"_s), u"off"_s);
+    EXPECT_EQ(ha.json(state).value(u"mode"_s), u"off"_s);
 
     // Home Assistant's commands, each one whole frame; the last one refused.
     const QString hot =
@@ -785,14 +716,13 @@ TEST(Mqtt, AirConditionerIsAClimateEntity) {
             config.value(QLatin1StringView(c.field) + u"_command_topic"_s).toString();
         ASSERT_TRUE(broker.publish(command, c.payload.toUtf8()));
         EXPECT_TRUE(WaitUntil([&] {
-            return JsonOf(ha.on(state)[0].payload).value(QLatin1StringView(c.key)) == c.shown;
+            return ha.json(state).value(QLatin1StringView(c.key)) == c.shown;
         })) << c.field
             << " " << c.payload.toStdString();
         sends += c.payload != u"warm";
     }
     ASSERT_TRUE(ha.waitFor(u"kestrava/cool/error"_s, {}));
-    EXPECT_EQ(JsonOf(ha.on(u"kestrava/cool/error"_s)[0].payload).value(u"error"_s),
-              u"bad_request"_s);
+    EXPECT_EQ(ha.json(u"kestrava/cool/error"_s).value(u"error"_s), u"bad_request"_s);
     EXPECT_EQ(SimLog(t.root()).size(), sends);
     MqttWatcher later(broker, {state, topic}); // Home Assistant started after us
     ASSERT_TRUE(WaitUntil([&] { return later.messages.size() == 2; }));
@@ -803,47 +733,21 @@ TEST(Mqtt, AirConditionerIsAClimateEntity) {
     used.power = true;
     used.temperature = caps.minTemp + caps.step;
     units.heard(*EncodeClimate(caps.family, used));
-    ASSERT_TRUE(WaitUntil([&] {
-        return JsonOf(ha.on(state)[0].payload).value(u"temperature"_s).toDouble() ==
-               used.temperature;
-    }));
+    ASSERT_TRUE(WaitUntil(
+        [&] { return ha.json(state).value(u"temperature"_s).toDouble() == used.temperature; }));
     EXPECT_EQ(SimLog(t.root()).size(), sends);
 
     ASSERT_TRUE(units.remove(*id));
     ASSERT_TRUE(WaitUntil(
         [&] { return ha.on(topic)[0].payload.isEmpty() && ha.on(state)[0].payload.isEmpty(); }));
-}
 
-TEST(Mqtt, ASceneIsASceneEntityUntilItIsRemoved) {
-    NEED_BROKER();
-    QTemporaryDir tmp;
-    MqttBroker broker(tmp.path());
-    ASSERT_TRUE(broker.start());
-    TempFolder t;
-    ScriptedPrompt prompt;
-    t.settings.WriteIni(u"Tira", u"Device", u"sim");
-    t.settings.Write(Key::MqttServer, u"127.0.0.1:"_s + QString::number(broker.port));
-    t.settings.Write(Key::MqttNodeId, u"den"_s);
-    t.writeRemote(1, u"TV"_s, 1, {u"Power"_s});
-    WriteSignalFile(SignalFilePath(t.folder, u"TV", u"Power"), SimDriver::NecSignal(1, 0));
-    Transceiver device{t.folder, t.settings, prompt};
-    ClimateUnits units{t.folder, t.settings, device};
-    Scenes scenes{t.folder, t.settings, device, units};
-    const auto id = scenes.create(*SceneFromJson(QJsonDocument::fromJson(R"({"name":"映画",
-        "steps":[{"type":"key","remote":1,"key":0},{"type":"wait","ms":100}]})")
-                                                     .object()));
-    ASSERT_TRUE(id);
-    MqttWatcher ha(broker, {u"homeassistant/#"_s});
-    Mqtt mqtt(t.folder, t.settings, device);
-    mqtt.SetScenes(&scenes);
-    mqtt.Start();
-    const QString topic = u"homeassistant/scene/kestrava_den/s1/config"_s;
-    ASSERT_TRUE(ha.waitFor(topic, {}));
-    const QJsonObject config = JsonOf(ha.on(topic)[0].payload);
-    EXPECT_EQ(HaConfigProblem(topic, config).toStdString(), "");
-    EXPECT_EQ(config.value(u"name"_s), u"映画"_s);
-    ASSERT_TRUE(broker.publish(config.value(u"command_topic"_s).toString(), "ON"));
-    EXPECT_TRUE(WaitUntil([&] { return SimLog(t.root()).size() == 1; }));
-    ASSERT_TRUE(scenes.remove(*id));
-    EXPECT_TRUE(WaitUntil([&] { return ha.on(topic)[0].payload.isEmpty(); }));
+    // A scene is a scene entity until it is removed.
+    const QString film = u"homeassistant/scene/kestrava_cool/s1/config"_s;
+    ASSERT_TRUE(ha.waitFor(film, {}));
+    EXPECT_EQ(HaConfigProblem(film, ha.json(film)).toStdString(), "");
+    EXPECT_EQ(ha.json(film).value(u"name"_s), u"映画"_s);
+    ASSERT_TRUE(broker.publish(ha.json(film).value(u"command_topic"_s).toString(), "ON"));
+    EXPECT_TRUE(WaitUntil([&] { return SimLog(t.root()).size() == sends + 1; }));
+    ASSERT_TRUE(scenes.remove(*scene));
+    EXPECT_TRUE(WaitUntil([&] { return ha.on(film)[0].payload.isEmpty(); }));
 }

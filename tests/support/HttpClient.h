@@ -62,15 +62,20 @@ inline QByteArray HeadOf(const QByteArray& response) {
     return end < 0 ? response : response.left(end + 4);
 }
 
-// One call to the JSON API, its body sent as JSON unless extra names another
-// type; the whole answer (the connection closes after it).
-inline QByteArray ApiCall(quint16 port, const QByteArray& method, const QByteArray& path,
-                          const QByteArray& body = {}, QByteArray extra = {}) {
+// One request to the JSON API, its body sent as JSON unless extra names
+// another type, alone on its connection.
+inline QByteArray ApiRequest(const QByteArray& method, const QByteArray& path,
+                             const QByteArray& body = {}, QByteArray extra = {}) {
     if (!body.isEmpty() && !extra.contains("Content-Type:"))
         extra += "Content-Type: application/json\r\n";
-    return Fetch(port, method + ' ' + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n" + extra +
-                           "Content-Length: " + QByteArray::number(body.size()) +
-                           "\r\nConnection: close\r\n\r\n" + body);
+    return method + ' ' + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\n" + extra +
+           "Content-Length: " + QByteArray::number(body.size()) + "\r\nConnection: close\r\n\r\n" +
+           body;
+}
+// Its whole answer.
+inline QByteArray ApiCall(quint16 port, const QByteArray& method, const QByteArray& path,
+                          const QByteArray& body = {}, const QByteArray& extra = {}) {
+    return Fetch(port, ApiRequest(method, path, body, extra));
 }
 inline int ApiStatus(const QByteArray& answer) {
     return answer.mid(9, 3).toInt();

@@ -1,10 +1,13 @@
 #pragma once
 
 #include "core/Wait.h"
+#include "support/Certificate.h"
 #include "support/WaitUntil.h"
 
 #include <QDir>
 #include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QStringList>
 #include <QTcpServer>
@@ -14,52 +17,12 @@
 #include <memory>
 #include <unistd.h>
 
-// The files of a TLS listener: its CA, certificate and key.
-struct MqttTls {
-    QString ca, cert, key;
-};
-
-// A certificate for subjectAltName (as "IP:127.0.0.1"), made with the openssl
-// command: self-signed as a CA when ca is empty, else signed by ca. Files are
-// dir/name.pem and dir/name.key.
-inline MqttTls MakeCertificate(const QString& dir, const QString& name,
-                               const QString& subjectAltName, const MqttTls& ca = {}) {
-    MqttTls made{ca.cert, dir + u'/' + name + QStringLiteral(".pem"),
-                 dir + u'/' + name + QStringLiteral(".key")};
-    QStringList a{QStringLiteral("req"),
-                  QStringLiteral("-x509"),
-                  QStringLiteral("-newkey"),
-                  QStringLiteral("ec"),
-                  QStringLiteral("-pkeyopt"),
-                  QStringLiteral("ec_paramgen_curve:prime256v1"),
-                  QStringLiteral("-nodes"),
-                  QStringLiteral("-days"),
-                  QStringLiteral("2"),
-                  QStringLiteral("-subj"),
-                  QStringLiteral("/CN=") + name,
-                  QStringLiteral("-keyout"),
-                  made.key,
-                  QStringLiteral("-out"),
-                  made.cert};
-    a << QStringLiteral("-addext") << QStringLiteral("subjectAltName=") + subjectAltName;
-    if (ca.cert.isEmpty())
-        made.ca = made.cert;
-    else
-        a << QStringLiteral("-CA") << ca.cert << QStringLiteral("-CAkey") << ca.key;
-    QProcess openssl;
-    openssl.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    openssl.start(QStringLiteral("openssl"), a);
-    if (!openssl.waitForFinished(20000) || openssl.exitCode() != 0)
-        return {};
-    return made;
-}
-
 // Debian's mosquitto on a free port of 127.0.0.1, its config in the test's folder.
 class MqttBroker {
 public:
     // With a user, only that user and password are let in; with tls, only TLS.
     explicit MqttBroker(const QString& dir, const QString& user = {}, const QString& password = {},
-                        const MqttTls& tls = {})
+                        const TlsFiles& tls = {})
         : dir_(dir), tls_(tls), user(user), password(password) {
         QTcpServer probe;
         probe.listen(QHostAddress::LocalHost, 0);
@@ -131,7 +94,7 @@ public:
 
 private:
     QString dir_;
-    MqttTls tls_;
+    TlsFiles tls_;
 
 public:
     QString user, password;
@@ -176,6 +139,11 @@ public:
             if (it->topic == topic)
                 out.push_back(*it);
         return out;
+    }
+    // The last message on topic as JSON; empty when there is none.
+    QJsonObject json(const QString& topic) const {
+        const auto last = on(topic);
+        return last.empty() ? QJsonObject() : QJsonDocument::fromJson(last[0].payload).object();
     }
     bool waitFor(const QString& topic, const QByteArray& payload, int ms = 10000) {
         return WaitUntil(

@@ -3,6 +3,7 @@
 #include "core/Password.h"
 #include "core/ShiftJis.h"
 #include "phone/PhoneFiles.h"
+#include "support/Certificate.h"
 #include "support/FixedClock.h"
 #include "support/HttpClient.h"
 #include "support/ScriptedPrompt.h"
@@ -15,8 +16,6 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
-#include <QSslCertificate>
-#include <QSslKey>
 #include <QStandardPaths>
 #include <QSysInfo>
 #include <QTcpServer>
@@ -71,28 +70,20 @@ public:
 
 const QByteArray DateLine = "Date: Sat, 21 Nov 2026 08:00:00 GMT\r\n";
 
-// A certificate for 127.0.0.1 made by openssl for the test.
-struct TestCertificate {
-    TestCertificate() {
-        const QString key = dir.filePath(u"key.pem"_s);
-        QProcess p;
-        p.start(u"openssl"_s, {u"req"_s, u"-x509"_s, u"-newkey"_s, u"ec"_s, u"-pkeyopt"_s,
-                               u"ec_paramgen_curve:prime256v1"_s, u"-nodes"_s, u"-keyout"_s, key,
-                               u"-out"_s, path, u"-days"_s, u"2"_s, u"-subj"_s, u"/CN=127.0.0.1"_s,
-                               u"-addext"_s, u"subjectAltName=IP:127.0.0.1"_s});
-        if (!p.waitForFinished(30000) || p.exitCode() != 0)
-            return;
-        QFile keyFile(key);
-        keyFile.open(QIODevice::ReadOnly);
-        config.setLocalCertificate(QSslCertificate::fromPath(path).value(0));
-        config.setPrivateKey(QSslKey(keyFile.readAll(), QSsl::Ec));
-        made = !config.privateKey().isNull() && !config.localCertificate().isNull();
-    }
-    QTemporaryDir dir;
-    QString path = dir.filePath(u"cert.pem"_s);
-    QSslConfiguration config;
-    bool made = false;
-};
+// The owner's login, user:pa:ss.
+void WithLogin(SettingsStore& st) {
+    st.WriteIni(u"Options", u"WebAuth", u"1");
+    st.WriteIni(u"Options", u"Web_User", u"user");
+    st.WriteIni(u"Options", u"Web_Pass", ScramblePassword(u"SET", u"pa:ss"));
+}
+
+// Bytes that show where a part was cut from.
+QByteArray Pattern(int size) {
+    QByteArray data(size, 0);
+    for (int i = 0; i < size; ++i)
+        data[i] = char(i % 253);
+    return data;
+}
 
 // curl with events running for the server on this thread; its output, or
 // its exit code when it fails.
@@ -145,49 +136,46 @@ TEST(WebServer, ABarePathIsRedirectedOnceThenServedAsTheDefaultPage) {
     EXPECT_TRUE(WaitUntil([&] { return !s.server.RedirectArmed(); }, 2000));
 }
 
-TEST(WebServer, RequestsArriveInPiecesAndBodiesReachThePage) {
+// What a request carries reaches the page: the query, or a body, which wins
+// over it; names raw or escaped in CP932; lines that end in a bare LF.
+TEST(WebServer, RequestsReachThePage) {
     Served s;
-    RawConnection c(s.port());
-    c.send("GET /remote2.asp?DevID=3&Butt");
-    WaitMs(50);
-    c.send("on=7 HTTP/1.1\r\nHost: h\r\n\r\n");
-    EXPECT_EQ(BodyOf(c.readAll()), "page:remote2.asp");
-    EXPECT_EQ(s.last.DevID, u"3"_s);
-    EXPECT_EQ(s.last.Button, u"7"_s);
-
-    // A body and a query: the body wins; it may come in several pieces.
-    QByteArray body = ShiftJis::Encode(u"DevID=1&Button=0&Device=テレビ"_s);
-    RawConnection p(s.port());
-    p.send("POST /cremote.asp?DevID=9 HTTP/1.1\r\nHost: h\r\nContent-Length: " +
-           QByteArray::number(body.size()) + "\r\n\r\n" + body.left(5));
-    WaitMs(50);
-    p.send(body.mid(5));
-    QByteArray response = p.readAll();
-    EXPECT_EQ(BodyOf(response), "page:cremote.asp");
-    EXPECT_EQ(s.last.DevID, u"1"_s);
-    EXPECT_EQ(s.last.Device, u"テレビ"_s);
-    EXPECT_EQ(s.last.remoteAddress, u"127.0.0.1"_s);
-
-    // Lines that end in a bare LF are answered at once, not at the time limit.
-    RawConnection lf(s.port());
-    lf.send("GET /remote3.asp?DevID=5 HTTP/1.1\nHost: h\n\n");
-    EXPECT_EQ(BodyOf(lf.readAll()), "page:remote3.asp");
-    EXPECT_EQ(s.last.DevID, u"5"_s);
-
-    // Names in a query arrive raw or escaped.
-    for (const QByteArray& name : {ShiftJis::Encode(u"テレビ"_s), "%83e%83%8C%83r"_ba}) {
-        s.get("/remote4.asp?DevID=1&Button=0&Device=" + name);
-        EXPECT_EQ(s.last.Device, u"テレビ"_s);
+    const QByteArray body = ShiftJis::Encode(u"DevID=1&Button=0&Device=テレビ"_s);
+    const QByteArray name = ShiftJis::Encode(u"テレビ"_s);
+    const struct {
+        QByteArray request, page;
+        QString devId, button, device;
+    } cases[] = {
+        {"GET /remote2.asp?DevID=3&Button=7 HTTP/1.1\r\nHost: h\r\n\r\n",
+         "remote2.asp",
+         u"3"_s,
+         u"7"_s,
+         {}},
+        {"POST /cremote.asp?DevID=9 HTTP/1.1\r\nHost: h\r\nContent-Length: " +
+             QByteArray::number(body.size()) + "\r\n\r\n" + body,
+         "cremote.asp", u"1"_s, u"0"_s, u"テレビ"_s},
+        {"GET /remote3.asp?DevID=5 HTTP/1.1\nHost: h\n\n", "remote3.asp", u"5"_s, {}, {}},
+        {"GET /remote4.asp?DevID=1&Button=0&Device=" + name + " HTTP/1.1\r\n\r\n", "remote4.asp",
+         u"1"_s, u"0"_s, u"テレビ"_s},
+        {"GET /remote4.asp?DevID=1&Button=0&Device=%83e%83%8C%83r HTTP/1.1\r\n\r\n", "remote4.asp",
+         u"1"_s, u"0"_s, u"テレビ"_s},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(BodyOf(Fetch(s.port(), c.request)), "page:" + c.page) << c.request.constData();
+        EXPECT_EQ(std::tie(s.last.DevID, s.last.Button, s.last.Device),
+                  std::tie(c.devId, c.button, c.device))
+            << c.request.constData();
     }
+    EXPECT_EQ(s.last.remoteAddress, u"127.0.0.1"_s);
 }
 
-// The realm is the program's, never the Host the client sent.
-TEST(WebServer, LoginGuardsPagesAndFilesAlike) {
-    Served s([](SettingsStore& st) {
-        st.WriteIni(u"Options", u"WebAuth", u"1");
-        st.WriteIni(u"Options", u"Web_User", u"user");
-        st.WriteIni(u"Options", u"Web_Pass", ScramblePassword(u"SET", u"pa:ss"));
-    });
+// The login guards pages, files and the phone page alike, its realm the
+// program's, never the Host the client sent. The phone page comes from the
+// program, not the folder; a name it does not have is missing, and only
+// reading is allowed.
+TEST(WebServer, LoginGuardsPagesFilesAndThePhonePage) {
+    Served s(WithLogin);
+    s.server.AddFront(Phone::Route());
     s.t.writeFile(u"pic/up.gif", "GIF89a");
     for (const QByteArray path : {"/default.asp", "/pic/up.gif"})
         EXPECT_EQ(s.get(path, "Host: h\r\n"),
@@ -198,23 +186,6 @@ TEST(WebServer, LoginGuardsPagesAndFilesAlike) {
             << path.constData();
     EXPECT_TRUE(
         s.get("/x.asp", "Authorization: Basic dXNlcjpwYQ==\r\n").startsWith("HTTP/1.1 401"));
-    EXPECT_TRUE(s.calls.isEmpty());
-
-    // user:pa:ss
-    const QByteArray login = "Authorization: Basic dXNlcjpwYTpzcw==\r\n";
-    EXPECT_EQ(BodyOf(s.get("/x.asp?a=1", login)), "");
-    EXPECT_EQ(BodyOf(s.get("/pic/up.gif", login)), "GIF89a");
-}
-
-// The phone page comes from the program, not the folder, under the same login;
-// a name it does not have is missing, and only reading is allowed.
-TEST(WebServer, ThePhonePageComesFromTheProgram) {
-    Served s([](SettingsStore& st) {
-        st.WriteIni(u"Options", u"WebAuth", u"1");
-        st.WriteIni(u"Options", u"Web_User", u"user");
-        st.WriteIni(u"Options", u"Web_Pass", ScramblePassword(u"SET", u"pa:ss"));
-    });
-    s.server.AddFront(Phone::Route());
     s.t.writeFile(u"m/app.js"_s, "from the folder");
     const QByteArray login = "Host: a\r\nAuthorization: Basic dXNlcjpwYTpzcw==\r\n";
     EXPECT_TRUE(s.get("/m/").startsWith("HTTP/1.1 401 "));
@@ -250,11 +221,13 @@ TEST(WebServer, ThePhonePageComesFromTheProgram) {
     EXPECT_TRUE(Fetch(s.port(), "POST /m/ HTTP/1.1\r\n" + login + "Content-Length: 0\r\n\r\n")
                     .startsWith("HTTP/1.1 405 "));
     EXPECT_TRUE(s.calls.isEmpty());
+    EXPECT_EQ(BodyOf(s.get("/x.asp?a=1", login)), "");
+    EXPECT_EQ(BodyOf(s.get("/pic/up.gif", login)), "GIF89a");
 }
 
-// While setting.ini cannot be read, from the start on, nobody logs in; once it
-// can, its login holds without a restart, and what the setup dialog puts in
-// memory counts and is not read over.
+// While setting.ini cannot be read, from the start on, nobody logs in and its
+// names are not taken for ours; once it can, its login holds without a
+// restart, and what the setup dialog puts in memory counts and is not read over.
 TEST(WebServer, TheLoginFailsClosedUntilTheSettingsCanBeRead) {
     Served s([](SettingsStore& st) {
         QFile::remove(st.path());
@@ -270,9 +243,12 @@ TEST(WebServer, TheLoginFailsClosedUntilTheSettingsCanBeRead) {
                 << path.constData();
 
     ASSERT_TRUE(QDir().rmdir(ini));
-    s.t.writeFile(u"setting.ini"_s, "[Options]\r\nWebAuth=1\r\nWeb_User=user\r\nWeb_Pass=" +
+    s.t.writeFile(u"setting.ini"_s, "[WebServer]\r\nHosts=other.example\r\n[Options]\r\nWebAuth=1"
+                                    "\r\nWeb_User=user\r\nWeb_Pass=" +
                                         ScramblePassword(u"SET", u"pa:ss").toLatin1());
     EXPECT_EQ(BodyOf(s.get("/default.asp", login)), "page:default.asp");
+    const QByteArray other = "Host: other.example\r\n";
+    EXPECT_EQ(BodyOf(s.get("/default.asp", other + login)), "page:default.asp");
 
     s.server.SetWebPass(u"typed"_s);
     EXPECT_TRUE(s.get("/x.asp", login).startsWith("HTTP/1.1 401"));
@@ -281,6 +257,8 @@ TEST(WebServer, TheLoginFailsClosedUntilTheSettingsCanBeRead) {
     ASSERT_TRUE(QFile::rename(ini, ini + u".away"_s));
     ASSERT_TRUE(QDir().mkdir(ini));
     EXPECT_TRUE(s.get("/x.asp", typed).startsWith("HTTP/1.1 401"));
+    EXPECT_TRUE(s.get("/x.asp", other + typed).startsWith("HTTP/1.1 421 "));
+    EXPECT_TRUE(s.get("/x.asp", "Host: localhost\r\n" + typed).startsWith("HTTP/1.1 401 "));
     ASSERT_TRUE(QDir().rmdir(ini));
     ASSERT_TRUE(QFile::rename(ini + u".away"_s, ini));
     EXPECT_EQ(BodyOf(s.get("/default.asp", typed)), "page:default.asp");
@@ -373,27 +351,11 @@ TEST(WebServer, OnlyRequestsNamingThisServerAreServed) {
     EXPECT_TRUE(s.calls.isEmpty());
 }
 
-// While setting.ini cannot be read, its names are not taken for ours.
-TEST(WebServer, TheHostRuleFailsClosedWhenTheSettingsCannotBeRead) {
-    Served s([](SettingsStore& st) { st.WriteIni(u"WebServer", u"Hosts", u"other.example"); });
-    EXPECT_TRUE(s.get("/x.asp", "Host: other.example\r\n").startsWith("HTTP/1.1 200 "));
-    const QString ini = s.t.folder.settingsPath();
-    ASSERT_TRUE(QFile::rename(ini, ini + u".away"_s));
-    ASSERT_TRUE(QDir().mkdir(ini));
-    EXPECT_TRUE(s.get("/x.asp", "Host: other.example\r\n").startsWith("HTTP/1.1 421 "));
-    // The login cannot be known either; localhost is still ours and only asked for it.
-    EXPECT_TRUE(s.get("/x.asp", "Host: localhost\r\n").startsWith("HTTP/1.1 401 "));
-}
-
 // After five wrong logins an address waits, whatever it sends, each lockout
 // twice as long as the last; another address logs in meanwhile, and a right
 // login after the wait forgets the wrong ones. Pages and fronts share the count.
 TEST(WebServer, WrongLoginsAreHeldUpPerAddress) {
-    Served s([](SettingsStore& st) {
-        st.WriteIni(u"Options", u"WebAuth", u"1");
-        st.WriteIni(u"Options", u"Web_User", u"user");
-        st.WriteIni(u"Options", u"Web_Pass", ScramblePassword(u"SET", u"pa:ss"));
-    });
+    Served s(WithLogin);
     s.server.AddFront(Phone::Route());
     const QByteArray wrong = "Authorization: Basic " + QByteArray("user:nope").toBase64() + "\r\n";
     const QByteArray right = "Authorization: Basic dXNlcjpwYTpzcw==\r\n";
@@ -427,33 +389,9 @@ TEST(WebServer, WrongLoginsAreHeldUpPerAddress) {
     }
 }
 
-// The help pages are served read-only from their own folder under /help/,
-// nothing beside them, and no listing.
-TEST(WebServer, HelpPagesComeFromTheirOwnFolder) {
-    Served s;
-    s.t.writeFile(u"help/wake.html"_s, "<p>program folder</p>");
-    s.t.writeFile(u"doc/wake.html"_s, "<p>wake</p>");
-    s.t.writeFile(u"doc/help.css"_s, "p {}");
-    s.server.helpFolder = s.t.path(u"doc");
-    const QByteArray page = s.get("/help/wake.html");
-    EXPECT_EQ(HeadOf(page), "HTTP/1.1 200 OK\r\nServer: Kestrava1.0\r\n" + DateLine +
-                                "Content-Length: 11\r\nContent-Type: text/html\r\n"
-                                "Connection: close\r\n\r\n");
-    EXPECT_EQ(BodyOf(page), "<p>wake</p>");
-    EXPECT_TRUE(s.get("/help/help.css").contains("\r\nContent-Type: text/css\r\n"));
-    for (const QByteArray path : {"/help/missing.html", "/help/../setting.ini",
-                                  "/help/%2e%2e/doc/wake.html", "/help/../help/wake.html"})
-        EXPECT_TRUE(s.get(path).startsWith("HTTP/1.1 404")) << path.constData();
-    EXPECT_TRUE(s.get("/help/").startsWith("HTTP/1.1 302"));
-    s.server.helpFolder.clear();
-    EXPECT_TRUE(s.get("/help/wake.html").startsWith("HTTP/1.1 404"));
-}
-
 TEST(WebServer, FilesWithTypesAndRanges) {
     Served s;
-    QByteArray data(1000, 0);
-    for (int i = 0; i < data.size(); ++i)
-        data[i] = char(i % 251);
+    const QByteArray data = Pattern(1000);
     s.t.writeFile(u"pic/up.gif", data);
 
     QByteArray whole = s.get("/pic/up.gif");
@@ -469,9 +407,7 @@ TEST(WebServer, FilesWithTypesAndRanges) {
     EXPECT_EQ(BodyOf(part), data.mid(100));
 
     // Larger than one write: the file goes out from the disk, from its start or a range.
-    QByteArray large(3 * 1024 * 1024 + 7, 0);
-    for (int i = 0; i < large.size(); ++i)
-        large[i] = char(i % 253);
+    const QByteArray large = Pattern(3 * 1024 * 1024 + 7);
     s.t.writeFile(u"pic/large.mpg", large);
     EXPECT_EQ(BodyOf(s.get("/pic/large.mpg")), large);
     EXPECT_EQ(BodyOf(s.get("/pic/large.mpg", "Range: bytes=70000-\r\n")), large.mid(70000));
@@ -508,8 +444,22 @@ TEST(WebServer, AClientThatStopsReadingAFileLosesItsConnection) {
     EXPECT_LT(total, 32 * 1024 * 1024);
 }
 
-TEST(WebServer, PrivateAndOutsideFilesAnswerAsMissingAndNothingIsCreated) {
+// The help pages are served read-only from their own folder under /help/,
+// nothing beside them, and no listing. Private files and those outside the
+// folder answer as missing, and nothing is created.
+TEST(WebServer, HelpAndFilesComeFromTheirOwnFoldersOnly) {
     Served s;
+    s.t.writeFile(u"help/wake.html"_s, "<p>program folder</p>");
+    s.t.writeFile(u"doc/wake.html"_s, "<p>wake</p>");
+    s.t.writeFile(u"doc/help.css"_s, "p {}");
+    s.server.helpFolder = s.t.path(u"doc");
+    const QByteArray page = s.get("/help/wake.html");
+    EXPECT_EQ(HeadOf(page), "HTTP/1.1 200 OK\r\nServer: Kestrava1.0\r\n" + DateLine +
+                                "Content-Length: 11\r\nContent-Type: text/html\r\n"
+                                "Connection: close\r\n\r\n");
+    EXPECT_EQ(BodyOf(page), "<p>wake</p>");
+    EXPECT_TRUE(s.get("/help/help.css").contains("\r\nContent-Type: text/css\r\n"));
+    EXPECT_TRUE(s.get("/help/").startsWith("HTTP/1.1 302"));
     s.t.settings.WriteIni(u"Options", u"Web_Pass", u"secret");
     s.t.writeFile(u"IRSignals/TV-power.bin", "signal");
     s.t.writeFile(u"acme/certificate.pem", "secret key");
@@ -525,15 +475,18 @@ TEST(WebServer, PrivateAndOutsideFilesAnswerAsMissingAndNothingIsCreated) {
     for (const QByteArray path :
          {"/SETTING.INI", "/irsignals/TV-power.bin", "/ACME/certificate.pem", "/kestrava.lock",
           "/empty.gif", "/../outside.txt", "/%2e%2e/outside.txt", "/pic/..%2f..%2foutside.txt",
-          "/link.txt", "/\\..\\outside.txt", "/pic"}) {
+          "/link.txt", "/\\..\\outside.txt", "/pic", "/help/missing.html", "/help/../setting.ini",
+          "/help/%2e%2e/doc/wake.html", "/help/../help/wake.html"}) {
         QByteArray r = s.get(path);
-        EXPECT_TRUE(r.startsWith("HTTP/1.1 404 Object Not Found\r\n") ||
-                    r.startsWith("HTTP/1.1 302"))
+        EXPECT_TRUE(r.startsWith("HTTP/1.1 404 ") || r.startsWith("HTTP/1.1 302"))
             << path.constData() << "\n"
             << r.left(40).constData();
-        EXPECT_FALSE(r.contains("signal") || r.contains("secret") || r.contains("outside"));
+        EXPECT_FALSE(r.contains("signal") || r.contains("secret") || r.contains("outside") ||
+                     r.contains("<p>"));
     }
     EXPECT_EQ(QDir(s.t.root()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), before);
+    s.server.helpFolder.clear();
+    EXPECT_TRUE(s.get("/help/wake.html").startsWith("HTTP/1.1 404"));
 }
 
 // A stored port that is taken or no port number is replaced for this run only;
@@ -589,10 +542,7 @@ TEST(WebServer, TheLanFilterFailsClosed) {
 }
 
 TEST(WebServer, BadInputIsAnsweredOrClosedAndOthersAreStillServed) {
-    Served s([](SettingsStore& st) {
-        st.WriteIni(u"Options", u"WebAuth", u"1");
-        st.WriteIni(u"Options", u"Web_User", u"owner");
-    });
+    Served s(WithLogin);
     const QByteArray inputs[] = {
         "GET /x.asp HTTP/1.1\r\n" + QByteArray(100 * 1024, 'h') + "\r\n\r\n",
         "POST /list.asp HTTP/1.1\r\nContent-Length: 2000000\r\n\r\n",
@@ -633,84 +583,32 @@ TEST(WebServer, TwoThousandIdleConnectionsDoNotLockOthersOut) {
     EXPECT_TRUE(s.get("/x.asp").startsWith("HTTP/1.1 200 OK"));
 }
 
-// The HTTPS port serves the same bytes as the plain one: pages, files whole and
-// from a byte on, a front's requests on one connection. TLS below 1.2 is
-// refused; a client that never finishes its handshake loses its connection.
-TEST(WebServer, HttpsServesWhatThePlainPortServes) {
-    TestCertificate cert;
-    if (!cert.made || QStandardPaths::findExecutable(u"curl"_s).isEmpty())
-        GTEST_SKIP() << "needs openssl and curl";
-    Served s([](SettingsStore& st) { st.WriteIni(u"WebServer", u"HttpsPort", u"0"); });
-    EXPECT_EQ(s.server.HttpsPort(), 0); // no certificate yet
-    s.server.SetTlsConfiguration(cert.config);
-    ASSERT_NE(s.server.HttpsPort(), 0);
-    s.server.AddFront(Front(u"/api/"_s, [](const FrontRequest& r, const FrontReply& reply) {
-        reply.Send(200, "text/plain", r.path.toUtf8());
-    }));
-    QByteArray large(700 * 1024 + 3, 0);
-    for (int i = 0; i < large.size(); ++i)
-        large[i] = char(i % 253);
-    s.t.writeFile(u"pic/large.mpg", large);
-    s.t.writeFile(u"pic/up.gif", large.left(1000));
-
-    const QString plain = u"http://127.0.0.1:%1"_s.arg(s.port());
-    const QString tls = u"https://127.0.0.1:%1"_s.arg(s.server.HttpsPort());
-    const QList<QStringList> cases = {
-        {u"/x.asp?DevID=1"_s},
-        {u"/pic/up.gif"_s, u"-r"_s, u"100-"_s},
-        {u"/pic/large.mpg"_s},
-        {u"/pic/large.mpg"_s, u"-r"_s, u"70000-"_s},
-        {u"/api/a"_s, u"/api/b"_s, u"/api/c"_s},
-    };
-    for (const QStringList& c : cases) {
-        QStringList over = {u"-D"_s, u"-"_s},
-                    overTls = {u"-D"_s, u"-"_s, u"-v"_s, u"--cacert"_s, cert.path};
-        for (const QString& arg : c) {
-            over << (arg.startsWith(u'/') ? plain + arg : arg);
-            overTls << (arg.startsWith(u'/') ? tls + arg : arg);
-        }
-        QByteArray log;
-        const QByteArray expected = Curl(over);
-        EXPECT_TRUE(expected.startsWith("HTTP/1.1 20")) << expected.left(60).constData();
-        EXPECT_EQ(Curl(overTls, &log), expected) << c.first().toStdString();
-        if (c.filter(QRegularExpression(u"^/"_s)).size() > 1) {
-            EXPECT_EQ(log.count("Re-using existing connection"), 2) << log.constData();
-        }
-    }
-    EXPECT_EQ(BodyOf(Curl({u"-D"_s, u"-"_s, u"--cacert"_s, cert.path, tls + u"/pic/large.mpg"_s})),
-              large);
-
-    // The client offers TLS 1.1 at most, then 1.2 at most, both on its lowest security level.
-    const QStringList old = {u"--cacert"_s,           cert.path,      u"--ciphers"_s,
-                             u"DEFAULT@SECLEVEL=0"_s, u"--tlsv1.1"_s, tls + u"/pic/up.gif"_s};
-    EXPECT_TRUE(Curl(old + QStringList{u"--tls-max"_s, u"1.1"_s}).startsWith("exit "));
-    EXPECT_EQ(Curl(old + QStringList{u"--tls-max"_s, u"1.2"_s}), large.left(1000));
-
-    RawConnection silent(s.server.HttpsPort());
-    silent.readAll(3000);
-    EXPECT_EQ(silent.socket.state(), QAbstractSocket::UnconnectedState);
-}
-
 // With HTTPS on, a client outside the home network is sent there from the
 // plain port before anything asks it for a password; the address it gets is
 // made of its Host without the port, or of the address it reached. Routes that
 // are open stay on plain HTTP; the home network keeps plain HTTP.
-TEST(WebServer, OutsideClientsOnThePlainPortAreSentToHttps) {
-    TestCertificate cert;
-    if (!cert.made)
-        GTEST_SKIP() << "needs openssl";
+// Then the HTTPS port serves the same bytes as the plain one: pages, files
+// whole and from a byte on, a front's requests on one connection. TLS below
+// 1.2 is refused; a client that never finishes its handshake loses its
+// connection.
+TEST(WebServer, HttpsTakesOutsideClientsAndServesWhatThePlainPortServes) {
+    QTemporaryDir dir;
+    const TlsFiles cert = MakeCertificate(dir.path(), u"server"_s, u"IP:127.0.0.1"_s);
+    if (cert.cert.isEmpty() || QStandardPaths::findExecutable(u"curl"_s).isEmpty())
+        GTEST_SKIP() << "needs openssl and curl";
     Served s([](SettingsStore& st) {
         st.WriteIni(u"WebServer", u"HttpsPort", u"0");
         st.WriteIni(u"WebServer", u"Hosts", u"a,h,a.example");
-        st.WriteIni(u"Options", u"WebAuth", u"1");
-        st.WriteIni(u"Options", u"Web_User", u"user");
+        WithLogin(st);
     });
-    s.server.SetTlsConfiguration(cert.config);
+    EXPECT_EQ(s.server.HttpsPort(), 0); // no certificate yet
+    s.server.SetTlsConfiguration(cert.server());
+    ASSERT_NE(s.server.HttpsPort(), 0);
     const QByteArray https = QByteArray::number(s.server.HttpsPort());
     QStringList handled;
     const auto handler = [&](const FrontRequest& r, const FrontReply& reply) {
         handled << r.path;
-        reply.Send(200, "text/plain", "ok");
+        reply.Send(200, "text/plain", r.path.toUtf8());
     };
     s.server.AddFront(Front(u"/api/"_s, handler));
     FrontRoute challenge = Front(u"/.well-known/acme-challenge/"_s, handler);
@@ -744,7 +642,49 @@ TEST(WebServer, OutsideClientsOnThePlainPortAreSentToHttps) {
     EXPECT_TRUE(handled.isEmpty());
 
     s.server.SetWebAuthOn(false);
-    EXPECT_EQ(BodyOf(s.get("/.well-known/acme-challenge/token")), "ok");
+    EXPECT_EQ(BodyOf(s.get("/.well-known/acme-challenge/token")),
+              "/.well-known/acme-challenge/token");
     s.server.atHome = IsPrivateAddress;
     EXPECT_TRUE(s.get("/x.asp").startsWith("HTTP/1.1 200 OK"));
+
+    const QByteArray large = Pattern(700 * 1024 + 3);
+    s.t.writeFile(u"pic/large.mpg", large);
+    s.t.writeFile(u"pic/up.gif", large.left(1000));
+
+    const QString plain = u"http://127.0.0.1:%1"_s.arg(s.port());
+    const QString tls = u"https://127.0.0.1:%1"_s.arg(s.server.HttpsPort());
+    const QList<QStringList> fetches = {
+        {u"/x.asp?DevID=1"_s},
+        {u"/pic/up.gif"_s, u"-r"_s, u"100-"_s},
+        {u"/pic/large.mpg"_s},
+        {u"/pic/large.mpg"_s, u"-r"_s, u"70000-"_s},
+        {u"/api/a"_s, u"/api/b"_s, u"/api/c"_s},
+    };
+    for (const QStringList& c : fetches) {
+        QStringList over = {u"-D"_s, u"-"_s},
+                    overTls = {u"-D"_s, u"-"_s, u"-v"_s, u"--cacert"_s, cert.cert};
+        for (const QString& arg : c) {
+            over << (arg.startsWith(u'/') ? plain + arg : arg);
+            overTls << (arg.startsWith(u'/') ? tls + arg : arg);
+        }
+        QByteArray log;
+        const QByteArray expected = Curl(over);
+        EXPECT_TRUE(expected.startsWith("HTTP/1.1 20")) << expected.left(60).constData();
+        EXPECT_EQ(Curl(overTls, &log), expected) << c.first().toStdString();
+        if (c.filter(QRegularExpression(u"^/"_s)).size() > 1) {
+            EXPECT_EQ(log.count("Re-using existing connection"), 2) << log.constData();
+        }
+    }
+    EXPECT_EQ(BodyOf(Curl({u"-D"_s, u"-"_s, u"--cacert"_s, cert.cert, tls + u"/pic/large.mpg"_s})),
+              large);
+
+    // The client offers TLS 1.1 at most, then 1.2 at most, both on its lowest security level.
+    const QStringList old = {u"--cacert"_s,           cert.cert,      u"--ciphers"_s,
+                             u"DEFAULT@SECLEVEL=0"_s, u"--tlsv1.1"_s, tls + u"/pic/up.gif"_s};
+    EXPECT_TRUE(Curl(old + QStringList{u"--tls-max"_s, u"1.1"_s}).startsWith("exit "));
+    EXPECT_EQ(Curl(old + QStringList{u"--tls-max"_s, u"1.2"_s}), large.left(1000));
+
+    RawConnection silent(s.server.HttpsPort());
+    silent.readAll(3000);
+    EXPECT_EQ(silent.socket.state(), QAbstractSocket::UnconnectedState);
 }
