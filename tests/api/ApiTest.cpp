@@ -1,3 +1,5 @@
+#include "core/SettingKeys.h"
+#include "core/Settings.h"
 #include "core/ShiftJis.h"
 #include "phone/PhoneFiles.h"
 #include "support/ApiServer.h"
@@ -15,6 +17,8 @@
 #include <QJsonObject>
 #include <QTimer>
 #include <gtest/gtest.h>
+
+#include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
 
@@ -644,4 +648,39 @@ TEST(ClimateApi, ALearnedFrameNoFamilyReadsOffersTheTableRoute) {
     EXPECT_EQ(ApiJson(r)[u"error"_s], u"unknown_family"_s);
     EXPECT_TRUE(ApiJson(r)[u"message"_s].toString().contains(u"/api/v1/climates/import"_s));
     EXPECT_TRUE(a.units.units().empty());
+}
+
+// The lists are kept per remote: a change made through the API remakes the
+// remote it touched, one made elsewhere remakes them all; a renamed remote's
+// files keep their identity, so their codes stay known.
+TEST(Api, ListsFollowChangesMadeHereAndElsewhere) {
+    ApiServer a;
+    a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
+    a.learnedKey(2, u"AV"_s, 1, {u"Mute"_s});
+    const auto list = [&](const QByteArray& query) {
+        QStringList shown;
+        for (const QJsonValue r :
+             ApiJson(a.call("GET", "/api/v1/remotes" + query)).value(u"remotes"_s).toArray())
+            shown << r[u"name"_s].toString() + u':' +
+                         (query.isEmpty() ? r[u"keys"_s][0][u"protocol"_s].toString()
+                                          : QString::number(r[u"learned"_s].toInt()));
+        return shown.join(u' ');
+    };
+    EXPECT_EQ(list({}), u"TV:nec AV:nec"_s);
+    EXPECT_EQ(list("?keys=none"), u"TV:1 AV:1"_s);
+    const auto inode = [&](const QString& file) {
+        struct stat st {};
+        ::stat(QFile::encodeName(a.t.path(u"IRSignals/"_s + file)).constData(), &st);
+        return st.st_ino;
+    };
+    const auto before = inode(u"TV-Power.bin"_s);
+    ASSERT_EQ(ApiStatus(a.call("PATCH", "/api/v1/remotes/1", R"({"name":"Tele"})")), 200);
+    EXPECT_EQ(inode(u"Tele-Power.bin"_s), before);
+    EXPECT_EQ(list({}), u"Tele:nec AV:nec"_s);
+    // The classic pages rename the other, and its file goes with it.
+    a.t.settings.Write(Key::RemoteName(2), u"Amp"_s);
+    QFile::rename(a.t.path(u"IRSignals/AV-Mute.bin"_s), a.t.path(u"IRSignals/Amp-Mute.bin"_s));
+    EXPECT_EQ(list({}), u"Tele:nec Amp:nec"_s);
+    QFile::remove(a.t.path(u"IRSignals/Amp-Mute.bin"_s));
+    EXPECT_EQ(list("?keys=none"), u"Tele:1 Amp:0"_s);
 }
