@@ -1,11 +1,11 @@
 #include "api/ClimateApi.h"
 #include "api/ApiReply.h"
+#include "api/CaptureStart.h"
 
 #include "climate/ClimateUnits.h"
 #include "infrared/Transceiver.h"
 #include "learning/LearningStore.h"
 
-#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QPointer>
@@ -152,20 +152,8 @@ void ClimateApi::learn(const Api::Call& c, const FrontReply& r) {
     const auto name = nameOf(c.body, r);
     if (!name)
         return;
-    if (capturing_ || device_.CaptureWaiting == 1)
-        return error(r, 409, "busy",
-                     u"ほかの学習が信号を待っています。終わってからもう一度どうぞ。"_s);
-    if (QFileInfo::exists(LearningSession(folder_).TempPath(1)))
-        return error(r, 409, "busy", u"学習ウィンドウが開いています。閉じてからもう一度どうぞ。"_s);
-    if (!device_.TiraActive) {
-        if (!device_.PortIsSet())
-            return error(r, 502, "transceiver_failed", Transceiver::PortUnsetText);
-        capturing_ = true;
-        const bool opened = device_.ActivateTira(device_.ConfiguredPort());
-        capturing_ = false;
-        if (!opened)
-            return error(r, 502, "transceiver_failed", device_.CannotActivateMessage());
-    }
+    if (!Api::ReadyToCapture(folder_, device_, capturing_, r))
+        return;
     // One press of any button of the hand-held remote, waited for nested.
     capturing_ = true;
     device_.timDeactivate.stop();

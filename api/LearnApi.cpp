@@ -1,6 +1,7 @@
 #include "api/LearnApi.h"
 
 #include "api/ApiReply.h"
+#include "api/CaptureStart.h"
 #include "api/RemotesApi.h"
 #include "core/ProgramFolder.h"
 #include "infrared/SignalStore.h"
@@ -8,8 +9,6 @@
 #include "infrared/formats/IrFormats.h"
 #include "learning/LearningStore.h"
 #include "remotes/Press.h"
-
-#include <QFileInfo>
 
 using namespace Qt::StringLiterals;
 using namespace Api;
@@ -22,21 +21,8 @@ void LearnApi::Learn(const Api::Call& c, const FrontReply& r) {
     RemotesApi::KeyTarget t;
     if (!remotes_.FindKey(c, false, &t, r))
         return;
-    if (capturing_ || device_.CaptureWaiting == 1)
-        return error(r, 409, "busy",
-                     u"ほかの学習が信号を待っています。終わってからもう一度どうぞ。"_s);
-    // The desktop's learning window keeps its signals in 1.tmp, 2.tmp, ...
-    if (QFileInfo::exists(LearningSession(folder_).TempPath(1)))
-        return error(r, 409, "busy", u"学習ウィンドウが開いています。閉じてからもう一度どうぞ。"_s);
-    if (!device_.TiraActive) {
-        if (!device_.PortIsSet())
-            return error(r, 502, "transceiver_failed", Transceiver::PortUnsetText);
-        capturing_ = true;
-        const bool opened = device_.ActivateTira(device_.ConfiguredPort());
-        capturing_ = false;
-        if (!opened)
-            return error(r, 502, "transceiver_failed", device_.CannotActivateMessage());
-    }
+    if (!Api::ReadyToCapture(folder_, device_, capturing_, r))
+        return;
     // The capture waits as the wizard's does, nested, at most its time-out.
     capturing_ = true;
     learning_ = {c.remote, c.key};
