@@ -67,9 +67,6 @@ public:
     // A key held down (…/keys/{key}/hold); 404 without it.
     std::function<void(const Api::Call&, const FrontReply&)> holds;
 
-    // Longest repeat of one press.
-    static constexpr int MaxRepeat = PressApi::MaxRepeat;
-
 private:
     void dispatch(const Api::Call& call, const FrontReply& reply);
     void status(const FrontReply& r);
