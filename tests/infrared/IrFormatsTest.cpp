@@ -1,10 +1,10 @@
 #include "infrared/formats/IrFormats.h"
 #include "infrared/DataTable.h"
+#include "support/TempFolder.h"
 
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
-#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -35,27 +35,23 @@ IrCodeRead readText(const char* text, const QString& name = u"sample"_s) {
 }
 
 // Every duration within one carrier period, or 1 % without a carrier.
-void expectClose(const std::vector<uint32_t>& a, const std::vector<uint32_t>& b, int carrierHz,
-                 const QString& what) {
-    ASSERT_EQ(a.size(), b.size()) << what.toStdString();
+void expectClose(const std::vector<uint32_t>& a, const std::vector<uint32_t>& b, int carrierHz) {
+    ASSERT_EQ(a.size(), b.size());
     for (size_t i = 0; i < a.size(); ++i) {
         const double slack = carrierHz > 0 ? 1e6 / carrierHz : 0.01 * a[i];
         EXPECT_LE(std::abs(double(a[i]) - b[i]), slack)
-            << what.toStdString() << " duration " << i << ": " << a[i] << " vs " << b[i];
+            << " duration " << i << ": " << a[i] << " vs " << b[i];
     }
 }
 
 } // namespace
 
-// Each format written and read back keeps every duration, the carrier,
-// where the format can say it where the repeating part begins, and the
-// protocol and scancode of a key that decodes.
+// Each format round trip keeps durations, carrier, repeat start where it can, and the code.
 TEST(IrFormats, EveryFormatRoundTrips) {
     const NamedSignal nec{u"Power"_s, {}, necWithRepeat(), {}};
     const NamedSignal odd{
         u"Odd"_s, {}, {{3000, 1000, 500, 1500, 500, 700, 500, 20000}, 40000, -1}, {}};
-    // Flipper, Tasmota and lircd write a decodable key by its code; it comes
-    // back in the protocol's own timings.
+    // Flipper, Tasmota and lircd write a decodable key by its code.
     struct Case {
         IrFormat format;
         bool keepsRepeat;
@@ -72,21 +68,20 @@ TEST(IrFormats, EveryFormatRoundTrips) {
           Case{IrFormat::GlobalCache, true, true}, Case{IrFormat::RawList, false, true},
           Case{IrFormat::Tasmota, false, true, R"("Data":"0x20DF10EF")"}})
         for (const NamedSignal& sent : {nec, odd}) {
-            const QString what = IrFormatName(c.format) + u" "_s + sent.name;
+            SCOPED_TRACE((IrFormatName(c.format) + u" "_s + sent.name).toStdString());
             QString error;
             const QByteArray bytes = WriteIrCodes(c.format, {sent}, &error);
-            ASSERT_FALSE(bytes.isEmpty()) << what.toStdString() << ": " << error.toStdString();
-            EXPECT_EQ(DetectIrFormat(bytes), c.format) << what.toStdString();
+            ASSERT_FALSE(bytes.isEmpty()) << ": " << error.toStdString();
+            EXPECT_EQ(DetectIrFormat(bytes), c.format);
             const IrCodeRead back = ReadIrCodes(bytes, u"out."_s + IrFormatExtension(c.format));
             ASSERT_TRUE(back.ok()) << back.error.toStdString();
-            ASSERT_EQ(back.codes.size(), 1u) << what.toStdString();
+            ASSERT_EQ(back.codes.size(), 1u);
             const IrTiming& t = back.codes[0].timing;
             const IrCode before = DecodeSignal(sent.timing), after = DecodeSignal(t);
-            EXPECT_EQ(CodeSpec(after), CodeSpec(before)) << what.toStdString();
+            EXPECT_EQ(CodeSpec(after), CodeSpec(before));
             if (c.format != IrFormat::Broadlink && c.format != IrFormat::RawList) {
                 // Pronto has the carrier to a few tenths of a percent.
-                EXPECT_NEAR(t.carrierHz, sent.timing.carrierHz, sent.timing.carrierHz / 200)
-                    << what.toStdString();
+                EXPECT_NEAR(t.carrierHz, sent.timing.carrierHz, sent.timing.carrierHz / 200);
             }
             if (c.asCode && before.decoded()) {
                 EXPECT_TRUE(bytes.contains(c.asCode)) << bytes.constData();
@@ -98,13 +93,12 @@ TEST(IrFormats, EveryFormatRoundTrips) {
                 expected = sent.timing.frame();
                 got = t.frame();
             }
-            expectClose(expected, got, sent.timing.carrierHz, what);
+            expectClose(expected, got, sent.timing.carrierHz);
             if (c.keepsRepeat) {
-                EXPECT_EQ(t.repeatBegin, sent.timing.repeatBegin) << what.toStdString();
+                EXPECT_EQ(t.repeatBegin, sent.timing.repeatBegin);
             }
         }
-    // Many signals go only into the formats that hold many (CodesExchange
-    // writes and reads back several through Flipper and lircd files).
+    // Many signals go only into the formats that hold many.
     QString error;
     EXPECT_TRUE(WriteIrCodes(IrFormat::Pronto, {nec, odd}, &error).isEmpty());
     EXPECT_TRUE(error.contains(u"directory"_s)) << error.toStdString();
@@ -112,40 +106,20 @@ TEST(IrFormats, EveryFormatRoundTrips) {
 
 // Samples in the forms people share them, read with their published units.
 TEST(IrFormats, ReadsSamplesInTheirUnits) {
-    // Pronto: 0x6D is 26.3 µs a period (38 kHz); one pair once, one repeating.
-    IrCodeRead r = readText("0000 006D 0001 0001 0157 00AC 0015 05F7\n");
-    ASSERT_TRUE(r.ok()) << r.error.toStdString();
-    EXPECT_EQ(r.codes[0].timing.carrierHz, 38029);
-    EXPECT_EQ(r.codes[0].timing.durations, (std::vector<uint32_t>{9019, 4523, 552, 40154}));
-    EXPECT_EQ(r.codes[0].timing.repeatBegin, 2);
-    EXPECT_EQ(r.codes[0].name, u"sample"_s);
-
-    // Broadlink: 0x1d units of 269/8192 ms; a long pause as 0x00 + 16 bits.
-    r = readText("JgAcAB0dOjo6HR0dHR0dHR0dHR0dHR0dHTodAAtnDQUAAAAAAAAAAAAAAAA=");
-    ASSERT_TRUE(r.ok()) << r.error.toStdString();
-    const auto& b = r.codes[0].timing.durations;
-    ASSERT_EQ(b.size(), 24u);
-    EXPECT_EQ(b[0], 952u);
-    EXPECT_EQ(b[2], 1905u);
-    EXPECT_EQ(b.back(), 95851u);
-
-    // mode2's lines, a capture's leading silence dropped; ir-ctl's signs.
-    r = readText("space 16777215\ncarrier 36000\npulse 889\nspace 889\npulse 1778\n");
-    ASSERT_TRUE(r.ok()) << r.error.toStdString();
-    EXPECT_EQ(r.codes[0].timing.durations, (std::vector<uint32_t>{889, 889, 1778}));
-    EXPECT_EQ(r.codes[0].timing.carrierHz, 36000);
-    r = readText("+9000 -4500 +560 +100 -40000\n"); // as ir-ctl, a pulse and a pulse are one
-    EXPECT_EQ(r.codes.at(0).timing.durations, (std::vector<uint32_t>{9000, 4500, 660, 40000}));
-
-    // Home Assistant's JSON.
-    r = readText(
-        R"({"timings": [9000, -4500, 560, -560, 560], "modulation": 38000, "repeat_count": 0})");
-    ASSERT_TRUE(r.ok()) << r.error.toStdString();
-    EXPECT_EQ(r.codes[0].timing.durations, (std::vector<uint32_t>{9000, 4500, 560, 560, 560}));
-    EXPECT_EQ(r.codes[0].timing.carrierHz, 38000);
-
+    const QList<QStringList> rows = DataTable(u"published/units.tsv"_s);
+    ASSERT_EQ(rows.size(), 5);
+    for (const QStringList& row : rows) {
+        SCOPED_TRACE(row[0].toStdString());
+        const IrCodeRead r = ReadIrCodes(row[0].toUtf8(), u"sample"_s);
+        ASSERT_TRUE(r.ok()) << r.error.toStdString();
+        const IrTiming& t = r.codes.at(0).timing;
+        const QString got =
+            u"%1 %2 "_s.arg(t.carrierHz).arg(t.repeatBegin) + IrCtlText(t.durations);
+        EXPECT_EQ(got.toStdString(), row[1].toStdString());
+    }
     // Flipper: raw entries kept, an unknown one refused by name and line.
-    r = readText("Filetype: IR signals file\nVersion: 1\n#\nname: Power\ntype: raw\n"
+    const IrCodeRead r =
+        readText("Filetype: IR signals file\nVersion: 1\n#\nname: Power\ntype: raw\n"
                  "frequency: 38000\nduty_cycle: 0.330000\ndata: 9000 4500 560 560 560\n"
                  "#\nname: Odd\ntype: parsed\nprotocol: Foo\naddress: 00 00 00 00\n"
                  "command: 01 00 00 00\n",
@@ -157,8 +131,7 @@ TEST(IrFormats, ReadsSamplesInTheirUnits) {
     EXPECT_TRUE(r.refused[0].startsWith(u"tv.ir:12: Odd: "_s)) << r.refused[0].toStdString();
 }
 
-// Codes as other programs and their users publish them
-// (tests/data/published/codes.tsv, with their sources).
+// Codes as other programs publish them (tests/data/published/codes.tsv, with sources).
 TEST(IrFormats, ReadsCodesOtherProgramsWrote) {
     const QList<QStringList> rows = DataTable(u"published/codes.tsv"_s);
     ASSERT_EQ(rows.size(), 17);
@@ -175,8 +148,7 @@ TEST(IrFormats, ReadsCodesOtherProgramsWrote) {
             continue;
         }
         const IrCode want = *ParseCodeSpec(row[1]);
-        EXPECT_EQ(decoded.protocol, want.protocol);
-        EXPECT_EQ(decoded.scancode, want.scancode);
+        EXPECT_EQ(CodeSpec(decoded), CodeSpec(want));
         if (r.codes[0].code.decoded()) { // a short form names its code
             EXPECT_EQ(r.codes[0].code.scancode, want.scancode);
         }
@@ -189,9 +161,7 @@ TEST(IrFormats, ReadsCodesOtherProgramsWrote) {
     }
 }
 
-// Tasmota's "Data" is the frame's bits as sent: every protocol it shares with
-// us goes out as its JSON and comes back as the same code; a protocol we do
-// not send is refused by name.
+// Tasmota's "Data" is the frame's bits as sent, for every protocol it shares with us.
 TEST(IrFormats, TasmotaSpeaksEachProtocolItShares) {
     const QList<QStringList> rows = DataTable(u"published/tasmota.tsv"_s);
     ASSERT_EQ(rows.size(), 14);
@@ -208,41 +178,24 @@ TEST(IrFormats, TasmotaSpeaksEachProtocolItShares) {
         EXPECT_EQ(back->code, code) << CodeSpec(back->code).toStdString();
         EXPECT_EQ(CodeSpec(DecodeSignal(back->timing)), CodeSpec(code));
     }
-    QString error;
-    EXPECT_FALSE(ReadTasmota(R"({"Protocol":"DAIKIN","Bits":8,"Data":"0x1"})", u"t"_s, &error));
-    EXPECT_TRUE(error.contains(u"DAIKIN"_s)) << error.toStdString();
 }
 
-// SmartIR device files, one remote each, every code a key named by its path;
-// what a file holds that is no code is left out by name.
+// SmartIR device files: one remote each, keys named by path, non-codes refused by name.
 TEST(IrFormats, SmartIrDeviceFilesAreOneRemote) {
-    struct Case {
-        const char* file;
-        const char* remote;
-        int codes;
-        const char* key;
-        IrProtocol protocol;
-    };
-    const Case cases[] = {
-        {"media_player-1000.json", "Philips 26PFL560H", 15, "sources_Channel 11", IrProtocol::Rc5},
-        {"media_player-9999.json", "Yamaha AX-380", 10, "sources_Aux", IrProtocol::Nec},
-        {"climate-2301.json", "Zanussi ZACS/I-07 HPF/A17/N1", 151, "heat_high_30", IrProtocol::Raw},
-        {"climate-7062.json", "LG P12RK", 105, "cool_auto_18", IrProtocol::Raw},
-    };
-    for (const Case& c : cases) {
-        const QString path =
-            QStringLiteral(KESTRAVA_TEST_DATA "/smartir/") + QLatin1StringView(c.file);
-        const IrCodeRead r = ReadIrCodePath(path);
-        ASSERT_TRUE(r.ok()) << c.file << ": " << r.error.toStdString();
-        EXPECT_EQ(r.format, IrFormat::SmartIr) << c.file;
-        EXPECT_TRUE(r.refused.isEmpty()) << c.file << ": " << r.refused.join(u'\n').toStdString();
-        ASSERT_EQ(int(r.codes.size()), c.codes) << c.file;
-        const auto key = std::find_if(r.codes.begin(), r.codes.end(), [&](const NamedSignal& s) {
-            return s.name == QLatin1StringView(c.key);
-        });
-        ASSERT_NE(key, r.codes.end()) << c.file << " " << c.key;
-        EXPECT_EQ(key->group, QLatin1StringView(c.remote)) << c.file;
-        EXPECT_EQ(DecodeSignal(key->timing).protocol, c.protocol) << c.file;
+    const QList<QStringList> cases = DataTable(u"smartir/files.tsv"_s);
+    ASSERT_EQ(cases.size(), 4);
+    for (const QStringList& c : cases) {
+        SCOPED_TRACE(c[0].toStdString());
+        const IrCodeRead r = ReadIrCodePath(QStringLiteral(KESTRAVA_TEST_DATA "/smartir/") + c[0]);
+        ASSERT_TRUE(r.ok()) << r.error.toStdString();
+        EXPECT_EQ(r.format, IrFormat::SmartIr);
+        EXPECT_TRUE(r.refused.isEmpty()) << r.refused.join(u'\n').toStdString();
+        ASSERT_EQ(r.codes.size(), c[2].toUInt());
+        const auto key = std::find_if(r.codes.begin(), r.codes.end(),
+                                      [&](const NamedSignal& s) { return s.name == c[3]; });
+        ASSERT_NE(key, r.codes.end());
+        EXPECT_EQ(key->group, c[1]);
+        EXPECT_EQ(ProtocolName(DecodeSignal(key->timing).protocol), c[4]);
     }
     const IrCodeRead odd = readText(
         R"({"supportedController":"Broadlink","commandsEncoding":"Base64","commands":{
@@ -250,14 +203,9 @@ TEST(IrFormats, SmartIrDeviceFilesAreOneRemote) {
            "_comment":"a remark", "on":null, "cool":{"20":"!!"}}})");
     EXPECT_EQ(odd.codes.size(), 1u);
     EXPECT_EQ(odd.refused.size(), 2) << odd.refused.join(u'\n').toStdString();
-    const IrCodeRead xiaomi = readText(
-        R"({"supportedController":"Xiaomi","commandsEncoding":"Raw","commands":{"off":"nE2m"}})");
-    EXPECT_TRUE(xiaomi.error.contains(u"\"Xiaomi\""_s)) << xiaomi.error.toStdString();
 }
 
-// irdb's rows: each a key of one remote (named after the collection's
-// folders), encoded from its IRP protocol; a protocol we cannot send is
-// refused by row and name. Written back, the rows read as the same codes.
+// irdb rows: keys of one remote named by folders; unsendable protocols refused by row.
 TEST(IrFormats, IrdbCsvRowsAreKeysOfOneRemote) {
     const QString data = QStringLiteral(KESTRAVA_TEST_DATA "/irdb/");
     IrCodeRead r = ReadIrCodePath(data + u"codes/Sony/TV/1,-1.csv"_s);
@@ -269,18 +217,12 @@ TEST(IrFormats, IrdbCsvRowsAreKeysOfOneRemote) {
 
     r = ReadIrCodePath(data + u"mixed.csv"_s);
     ASSERT_TRUE(r.ok()) << r.error.toStdString();
-    const std::pair<const char*, IrProtocol> expected[] = {
-        {"UP", IrProtocol::Nec},         {"KEY_POWER", IrProtocol::Rc5},
-        {"MUTE", IrProtocol::Rc6_0},     {"", IrProtocol::Jvc},
-        {"SKIP", IrProtocol::Samsung32}, {"KEY_0", IrProtocol::Rc6Mce},
-        {"VOLUME +", IrProtocol::Sharp},
-    };
-    ASSERT_GE(r.codes.size(), std::size(expected));
-    for (size_t i = 0; i < std::size(expected); ++i) {
-        EXPECT_EQ(r.codes[i].name, QLatin1StringView(expected[i].first));
-        EXPECT_EQ(DecodeSignal(r.codes[i].timing).protocol, expected[i].second)
-            << expected[i].first;
-    }
+    QStringList keys;
+    for (size_t i = 0; i < 7 && i < r.codes.size(); ++i)
+        keys << r.codes[i].name + u'=' + ProtocolName(DecodeSignal(r.codes[i].timing).protocol);
+    EXPECT_EQ(
+        keys.join(u','),
+        u"UP=nec,KEY_POWER=rc5,MUTE=rc6_0,=jvc,SKIP=samsung32,KEY_0=rc6_mce,VOLUME +=sharp"_s);
     EXPECT_TRUE(r.codes.back().name == u"SP-A, FRONT"_s ||
                 r.refused.join(u'\n').contains(u"SP-A, FRONT: "_s));
     EXPECT_TRUE(r.refused.join(u'\n').contains(u"mixed.csv:10: TV/RADIO: the protocol 'XMP-1'"_s))
@@ -294,8 +236,7 @@ TEST(IrFormats, IrdbCsvRowsAreKeysOfOneRemote) {
         EXPECT_EQ(back.codes[i].code, r.codes[i].code) << written.constData();
 }
 
-// Flipper's protocols come in as the kernel's protocol and scancode, with
-// timings that decode to them, and go out again as the same entry.
+// Flipper's protocols come in as the kernel's protocol and scancode, and go out the same.
 TEST(IrFormats, FlipperProtocolsAsTheKernelNamesThem) {
     const QList<QStringList> rows = DataTable(u"published/flipper-protocols.tsv"_s);
     ASSERT_EQ(rows.size(), 14);
@@ -320,31 +261,24 @@ TEST(IrFormats, FlipperProtocolsAsTheKernelNamesThem) {
             EXPECT_TRUE(out.contains(parsed)) << out.constData();
         }
     }
-    EXPECT_EQ(ReadIrCodes("Filetype: IR signals file\nVersion: 1\n#\nname: k\ntype: raw\n"
-                          "frequency: 38000\ndata: 9000 4500 560\n#\nname: RCA\ntype: parsed\n"
-                          "protocol: RCA\naddress: 0F 00 00 00\ncommand: 54 00 00 00\n",
-                          u"x.ir"_s)
-                  .codes[1]
-                  .timing.carrierHz,
-              56000);
+    const IrCodeRead rca = ReadIrCodes(
+        "Filetype: IR signals file\nVersion: 1\n#\nname: k\ntype: raw\nfrequency: 38000\n"
+        "data: 9000 4500 560\n#\nname: RCA\ntype: parsed\nprotocol: RCA\n"
+        "address: 0F 00 00 00\ncommand: 54 00 00 00\n",
+        u"x.ir"_s);
+    EXPECT_EQ(rca.codes.at(1).timing.carrierHz, 56000); // not the raw entry's before it
 }
 
-// lircd.conf: protocol-described keys become lircd's timings; raw remotes
-// keep theirs; remotes without timings are refused with the reason.
+// lircd.conf: described keys become timings, raw ones keep theirs, no timings is refused.
 TEST(IrFormats, LircdRemotesBecomeTimings) {
-    QFile conf(QStringLiteral(KESTRAVA_TEST_DATA "/lircd/tv-amp-usb.conf"));
-    ASSERT_TRUE(conf.open(QIODevice::ReadOnly));
-    const IrCodeRead r = ReadIrCodes(conf.readAll(), u"lircd.conf"_s);
+    const IrCodeRead r =
+        ReadIrCodePath(QStringLiteral(KESTRAVA_TEST_DATA "/lircd/tv-amp-usb.conf"));
     ASSERT_TRUE(r.ok()) << r.error.toStdString();
     ASSERT_EQ(r.codes.size(), 3u);
     const IrTiming& power = r.codes[0].timing;
-    EXPECT_EQ(r.codes[0].group, u"tv"_s);
-    EXPECT_EQ(r.codes[0].name, u"KEY_POWER"_s);
+    EXPECT_EQ(r.codes[0].group + u'/' + r.codes[0].name, u"tv/KEY_POWER"_s);
     ASSERT_EQ(power.repeatBegin, 68);
-    // 0x20DF10EF, most significant bit first.
-    EXPECT_EQ(power.durations[2], 560u);
-    EXPECT_EQ(power.durations[3], 560u);  // 0
-    EXPECT_EQ(power.durations[7], 1690u); // 0 0 1: the third bit
+    EXPECT_EQ(CodeSpec(DecodeSignal(power)), u"nec:0x0408"_s); // 0x20DF10EF, MSB first
     uint64_t frame = 0;
     for (int i = 0; i < 68; ++i)
         frame += power.durations[i];
@@ -354,12 +288,11 @@ TEST(IrFormats, LircdRemotesBecomeTimings) {
     EXPECT_EQ(r.codes[2].timing.durations,
               (std::vector<uint32_t>{2400, 600, 1200, 600, 600, 50000}));
     ASSERT_EQ(r.refused.size(), 1);
-    EXPECT_TRUE(r.refused[0].startsWith(u"lircd.conf:32: remote usb (1 keys): no timings"_s))
+    EXPECT_TRUE(r.refused[0].contains(u"tv-amp-usb.conf:32: remote usb (1 keys): no timings"_s))
         << r.refused[0].toStdString();
 }
 
-// Hostile files (tests/data/hostile/ir-codes.tsv and some too large to keep):
-// a clear error naming the file (and line), in bounded time.
+// Hostile files (tests/data/hostile/ir-codes.tsv, big ones built): a clear error, fast.
 TEST(IrFormats, HostileInputIsRefusedClearly) {
     QByteArray million = "carrier 38000\n";
     for (int i = 0; i < 500000; ++i)
@@ -379,7 +312,7 @@ TEST(IrFormats, HostileInputIsRefusedClearly) {
         {manyKeys, u"f:20008: more than 20000 keys"_s}};
     for (const QStringList& row : DataTable(u"hostile/ir-codes.tsv"_s))
         cases.push_back({row[0].toUtf8(), row[1]});
-    ASSERT_EQ(cases.size(), 34u);
+    ASSERT_EQ(cases.size(), 36u);
     for (const auto& [bytes, error] : cases) {
         SCOPED_TRACE(error.toStdString());
         const auto start = std::chrono::steady_clock::now();
@@ -393,29 +326,23 @@ TEST(IrFormats, HostileInputIsRefusedClearly) {
         EXPECT_LT(ms, 2000);
     }
     // A writer refuses what its format cannot hold, and leaves the old file.
-    QTemporaryDir dir;
-    const QString path = dir.filePath(u"old.pronto"_s);
-    QFile old(path);
-    ASSERT_TRUE(old.open(QIODevice::WriteOnly));
-    old.write("old");
-    old.close();
+    TempFolder t;
+    t.writeFile(u"out/old.pronto", "old");
+    const QString path = t.path(u"out/old.pronto");
     IrTiming tooLong{{9000, 2900000, 560}, 38000, -1};
     QString error;
     EXPECT_FALSE(SaveIrCodes(path, IrFormat::Pronto, {{u"x"_s, {}, tooLong, {}}}, &error));
     EXPECT_TRUE(error.startsWith(path + u": "_s)) << error.toStdString();
-    ASSERT_TRUE(old.open(QIODevice::ReadOnly));
-    EXPECT_EQ(old.readAll(), "old");
-    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{u"old.pronto"_s});
+    EXPECT_EQ(t.readFile(u"out/old.pronto"), "old");
+    EXPECT_EQ(QDir(t.path(u"out")).entryList(QDir::Files), QStringList{u"old.pronto"_s});
 }
 
-// The remote definitions Debian ships: each file imports or is refused with
-// a reason, and none takes the program down.
+// Debian's lirc remotes: each imports (decoding to its stated code) or is refused with a reason.
 TEST(IrFormats, LircCompatRemotesImportOrAreRefused) {
     const QString root = u"/usr/share/lirc/remotes"_s;
     if (!QDir(root).exists())
         GTEST_SKIP() << "lirc-compat-remotes is not installed";
     int files = 0, imported = 0, refusedFiles = 0, codes = 0, refusedRemotes = 0;
-    int checkable = 0, decodedAlike = 0;
     QDirIterator it(root, QDir::Files, QDirIterator::Subdirectories);
     while (it.hasNext()) {
         const QString path = it.next();
@@ -426,39 +353,28 @@ TEST(IrFormats, LircCompatRemotesImportOrAreRefused) {
             codes += int(r.codes.size());
             for (const NamedSignal& s : r.codes) {
                 EXPECT_TRUE(TimingProblem(s.timing).isEmpty()) << path.toStdString();
-                // What the file's numbers say the key is, the timings made
-                // from them must decode to.
-                if (!s.code.decoded())
-                    continue;
-                ++checkable;
                 const IrCode got = DecodeSignal(s.timing);
-                if (got.protocol == s.code.protocol && got.scancode == s.code.scancode)
-                    ++decodedAlike;
-                else
+                if (s.code.decoded() &&
+                    (got.protocol != s.code.protocol || got.scancode != s.code.scancode))
                     ADD_FAILURE() << path.toStdString() << " " << s.name.toStdString() << ": "
                                   << CodeSpec(s.code).toStdString() << " decodes as "
                                   << CodeSpec(got).toStdString();
             }
         } else {
             ++refusedFiles;
-            EXPECT_TRUE(r.error.startsWith(path + u": "_s) || r.error.startsWith(path + u":"_s))
-                << r.error.toStdString();
+            EXPECT_TRUE(r.error.startsWith(path + u":"_s)) << r.error.toStdString();
         }
         refusedRemotes += int(r.refused.size());
         for (const QString& why : r.refused)
             EXPECT_TRUE(why.startsWith(path + u":"_s)) << why.toStdString();
     }
     std::printf("lirc-compat-remotes: %d files, %d imported (%d keys), %d refused; "
-                "%d remotes left out with a reason; %d keys of a known protocol, %d decode "
-                "to the file's code\n",
-                files, imported, codes, refusedFiles, refusedRemotes, checkable, decodedAlike);
+                "%d remotes left out with a reason\n",
+                files, imported, codes, refusedFiles, refusedRemotes);
     EXPECT_GT(imported, 20);
 }
 
-// Codes learned by Broadlink devices as shared for Home Assistant, with the
-// endings real packets have (zeros around the end marker, a length short of
-// it or without one), read; through a signal file and back to Broadlink every
-// duration stays within one Broadlink unit.
+// Real Broadlink codes (odd endings included) keep each duration within a unit through a file.
 TEST(IrFormats, RealBroadlinkCodesKeepTheirTimings) {
     QFile list(QStringLiteral(KESTRAVA_TEST_DATA "/broadlink/smartir.txt"));
     ASSERT_TRUE(list.open(QIODevice::ReadOnly));
