@@ -4,10 +4,10 @@
 #include "infrared/SignalCodeCache.h"
 #include "infrared/SignalStore.h"
 #include "infrared/formats/IrFormats.h"
+#include "support/TempFolder.h"
 
 #include <QElapsedTimer>
 #include <QFile>
-#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 #include <random>
@@ -69,8 +69,7 @@ bool biphase(IrProtocol p) {
 
 } // namespace
 
-// Every protocol's code goes through a signal file and comes back the same,
-// with the protocol's carrier, its text form and its repeats.
+// Every protocol's code comes back the same through a signal file, carrier and repeats too.
 TEST(IrProtocol, EncodedCodesDecodeToThemselves) {
     for (const QString& spec : Specs)
         for (bool repeats : {false, true})
@@ -92,12 +91,8 @@ TEST(IrProtocol, EncodedCodesDecodeToThemselves) {
             }
 }
 
-// Captures from cheap receivers: each duration off by up to ±25 %, or ±15 %
-// with a receiver clock 8 % off, and AEHA's unit anywhere from 350 to 500 µs.
-// Bi-phase codes (RC5, RC6) merge half-bits into longer durations; they are off
-// by up to ±15 % of two units (beyond that a half-bit reads as a whole), ±10 %
-// with the clock off. RC-MM's symbols are 167 µs apart: ±25 µs; RECS80's
-// 5 and 7.5 ms spaces ±200 µs, Dish's 1.6 and 2.8 ms ones ±250 µs.
+// Cheap receivers' captures (±25 %, ±15 % with the clock 8 % off; bi-phase and
+// closely spaced symbols within a quarter of their spacing) still decode.
 TEST(IrProtocol, JitteredCapturesStillDecode) {
     for (const QString& spec : Specs) {
         const IrCode c = code(spec);
@@ -125,9 +120,7 @@ TEST(IrProtocol, JitteredCapturesStillDecode) {
     EXPECT_FALSE(DecodeSignal(stretched).decoded());
 }
 
-// A held key: NEC's short repeat frames, or the frame again (Sony sends each
-// at least three times); both fold into the one key. A repeat alone, or a
-// different frame after the first, is not a key.
+// NEC repeat codes or a frame again fold into one key; a lone repeat or another frame do not.
 TEST(IrProtocol, RepeatsFoldIntoOneKey) {
     IrTiming nec = *EncodeSignal(code(u"nec:0x0408"_s));
     const std::vector<uint32_t> repeat{9000, 2250, 560, 96000};
@@ -182,8 +175,7 @@ TEST(IrProtocol, CodeTextAndFields) {
     EXPECT_EQ(CodeDisplay(kaseikyo), u"AEHA 2002 80003DBC"_s);
 }
 
-// The IR databases' names and parameters (tests/data/irp/names.tsv) for
-// codes whose meaning they publish, and back.
+// The IR databases' names and parameters (tests/data/irp/names.tsv), and back.
 TEST(IrProtocol, IrpNamesAndParameters) {
     const QList<QStringList> known = DataTable(u"irp/names.tsv"_s);
     ASSERT_EQ(known.size(), 36);
@@ -207,47 +199,27 @@ TEST(IrProtocol, IrpNamesAndParameters) {
     EXPECT_FALSE(IrpOf(code(u"aeha:0x0220b0003d8e"_s)));
     EXPECT_FALSE(IrpOf(code(u"aeha:0x0220e00400ff,0x2340c0a18f"_s)));
     // Text that is no code, in either form, says why.
-    for (const QString& bad : {u"nec"_s,
-                               u"nec:0x10000"_s,
-                               u"bogus:1"_s,
-                               u"raw:1"_s,
-                               u"nec:-1"_s,
-                               u"sony12:0x200000"_s,
-                               u"aeha:0x0220"_s,
-                               u"aeha:xyz"_s,
-                               u"rc6_mce:0x800f8410"_s,
-                               u"NEC1:256,1"_s,
-                               u"Sony12:32,1"_s,
-                               u"RC5x:1,2"_s,
-                               u"Bogus:1,2"_s,
-                               u"NECx1:1,2,3"_s,
-                               u"RC5:1,2,3,4,5"_s,
-                               u"JVC:Q=1,2"_s,
-                               u"Kaseikyo:1,2,3"_s,
-                               u"Denon-K:16,1,5"_s,
-                               u"RCA:16,1"_s,
-                               u"pioneer:0xa55a1c+0x12"_s}) {
+    for (const QString& bad :
+         (u"nec nec:0x10000 bogus:1 raw:1 nec:-1 sony12:0x200000 aeha:0x0220 aeha:xyz "
+          u"rc6_mce:0x800f8410 NEC1:256,1 Sony12:32,1 RC5x:1,2 Bogus:1,2 NECx1:1,2,3 "
+          u"RC5:1,2,3,4,5 JVC:Q=1,2 Kaseikyo:1,2,3 Denon-K:16,1,5 RCA:16,1 "
+          u"pioneer:0xa55a1c+0x12"_s)
+             .split(u' ')) {
         QString why;
         EXPECT_FALSE(ParseCodeSpec(bad, &why)) << bad.toStdString();
         EXPECT_FALSE(why.isEmpty());
     }
 }
 
-// Captures and parsed entries of real remotes (Flipper-IRDB, see
-// tests/data/flipper-irdb/SOURCE) read as the IR databases have those remotes'
-// codes (decodes.tsv there), toggles included: the carrier the file gives
-// decides Pioneer against NEC and RCA against RCA-38, the check bits Sharp
-// against Denon, and Sony pulses stretched to 745/1349 µs are read by the
-// frame's own short pulses.
+// Real remotes (tests/data/flipper-irdb) decode as the IR databases say: the carrier tells
+// Pioneer from NEC and RCA from RCA-38, check bits Sharp from Denon; stretched Sony reads.
 TEST(IrProtocol, RealRemotesDecode) {
     const QList<QStringList> known = DataTable(u"flipper-irdb/decodes.tsv"_s);
     ASSERT_EQ(known.size(), 21);
     for (const QStringList& k : known) {
         SCOPED_TRACE(k.join(u' ').toStdString());
-        QFile file(QStringLiteral(KESTRAVA_TEST_DATA "/flipper-irdb/") + k[0]);
-        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-        // Flipper-IRDB's raw files end without a newline: read as they are.
-        const IrCodeRead read = ReadIrCodes(file.readAll(), file.fileName());
+        const IrCodeRead read =
+            ReadIrCodePath(QStringLiteral(KESTRAVA_TEST_DATA "/flipper-irdb/") + k[0]);
         ASSERT_TRUE(read.ok()) << read.error.toStdString();
         EXPECT_TRUE(read.refused.isEmpty()) << read.refused.join(u'\n').toStdString();
         const auto s = std::find_if(read.codes.begin(), read.codes.end(),
@@ -271,8 +243,7 @@ TEST(IrProtocol, RealRemotesDecode) {
     EXPECT_EQ(DecodeSignal(rca), code(u"rca:0x0a12"_s));
 }
 
-// A half of Denon's frame alone, sent again while held, is DecodeIR's
-// Denon{1} or Denon{2}; a lone Sharp half is nothing.
+// A lone half of Denon's frame is DecodeIR's Denon{1} or Denon{2}; a lone Sharp half is nothing.
 TEST(IrProtocol, LoneDenonHalves) {
     const IrTiming full = *EncodeSignal(code(u"denon:0x0c4d"_s));
     const size_t half = full.durations.size() / 2;
@@ -288,18 +259,12 @@ TEST(IrProtocol, LoneDenonHalves) {
     EXPECT_FALSE(DecodeSignal(sharp).decoded());
 }
 
-// A file is decoded once until it changes, and what it decodes as outlives
-// the program and a rename through the cache's file; a cache file that is not
-// wholly well-formed is decoded anew and replaced.
+// Decoded once until the file changes, across restarts and renames; a bad cache is replaced.
 TEST(IrProtocol, CacheDecodesAFileOnceUntilItChanges) {
-    QTemporaryDir dir;
-    const QString path = dir.filePath(u"tv-power.bin"_s), file = dir.filePath(u"codes"_s);
+    TempFolder t;
+    const QString path = t.path(u"tv-power.bin"), file = t.path(u"codes");
     auto write = [&](QStringView spec) {
         ASSERT_TRUE(WriteSignalFile(path, BlobFromTiming(*EncodeSignal(code(spec)))->encode()));
-    };
-    auto setFile = [&](const QByteArray& bytes) {
-        QFile f(file);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size());
     };
     {
         SignalCodeCache cache(file);
@@ -310,15 +275,10 @@ TEST(IrProtocol, CacheDecodesAFileOnceUntilItChanges) {
         EXPECT_EQ(cache.codeOf(path), code(u"jvc:0x1234"_s));
     }
     // Taken from the file without decoding: a changed entry shows through.
-    QByteArray kept;
-    {
-        QFile f(file);
-        ASSERT_TRUE(f.open(QIODevice::ReadOnly));
-        kept = f.readAll();
-    }
+    const QByteArray kept = t.readFile(u"codes");
     ASSERT_TRUE(kept.contains("jvc:0x1234"));
-    setFile(QByteArray(kept).replace("jvc:0x1234", "jvc:0x1235"));
-    const QString renamed = dir.filePath(u"tv-on.bin"_s);
+    t.writeFile(u"codes", QByteArray(kept).replace("jvc:0x1234", "jvc:0x1235"));
+    const QString renamed = t.path(u"tv-on.bin");
     ASSERT_TRUE(QFile::rename(path, renamed));
     {
         SignalCodeCache cache(file);
@@ -327,44 +287,31 @@ TEST(IrProtocol, CacheDecodesAFileOnceUntilItChanges) {
     for (const QByteArray& bad :
          {kept.left(kept.size() - 3), QByteArray(kept).replace("jvc", "xyz"),
           QByteArray(kept).replace(" 0 ", " 00 "), QByteArray("\x89PNG")}) {
-        setFile(bad);
+        t.writeFile(u"codes", bad);
         SignalCodeCache cache(file);
         EXPECT_EQ(cache.codeOf(renamed), code(u"jvc:0x1234"_s)) << bad.toStdString();
         cache.save();
-        QFile f(file);
-        ASSERT_TRUE(f.open(QIODevice::ReadOnly));
-        EXPECT_TRUE(SignalCodeCache::Parse(f.readAll())) << "replaced by a good one";
+        EXPECT_TRUE(SignalCodeCache::Parse(t.readFile(u"codes"))) << "replaced by a good one";
     }
 }
 
-// What a held key sends after its first frame, and how often: NEC's repeat
-// code, JVC's frame without its leader, the whole frame for the rest; a raw
-// signal its own repeating part, or itself, at its length and pause.
+// What a held key sends after its first frame, and how often; a raw signal its repeating part.
 TEST(IrProtocol, HeldKeysRepeatAtTheProtocolsPeriod) {
-    struct Case {
-        const char* spec;
-        uint32_t firstUs, repeatUs;
-        int repeatDurations; // 0: the first frame again
-    };
-    const Case cases[] = {
-        {"nec:0x0408", 108000, 108000, 3},          {"necx:0x040812", 108000, 108000, 3},
-        {"samsung32:0x0708", 108000, 108000, 0},    {"jvc:0x1234", 60000, 60000, 33},
-        {"sony12:0x010015", 45000, 45000, 0},       {"sony20:0x010215", 45000, 45000, 0},
-        {"rc5:0x0510", 113778, 113778, 0},          {"rc6_0:0x0510", 106667, 106667, 0},
-        {"aeha:0x022080003dbc", 130000, 130000, 0}, {"proton:0x0510", 63000, 63000, 0},
-    };
-    for (const Case& c : cases) {
-        const IrCode ir = code(QString::fromLatin1(c.spec));
+    const QList<QStringList> cases = DataTable(u"irp/held.tsv"_s);
+    ASSERT_EQ(cases.size(), 10);
+    for (const QStringList& c : cases) {
+        SCOPED_TRACE(c[0].toStdString());
+        const IrCode ir = code(c[0]);
         const auto held = HeldSignalOf(*EncodeSignal(ir), ir);
-        ASSERT_TRUE(held) << c.spec;
-        EXPECT_EQ(held->firstPeriodUs, c.firstUs) << c.spec;
-        EXPECT_EQ(held->repeatPeriodUs, c.repeatUs) << c.spec;
-        EXPECT_EQ(held->first.durations.size() % 2, 1u) << c.spec << ": ends on a pulse";
-        if (c.repeatDurations == 0)
-            EXPECT_EQ(held->repeat.durations, held->first.durations) << c.spec;
+        ASSERT_TRUE(held);
+        EXPECT_EQ(held->firstPeriodUs, c[1].toUInt());
+        EXPECT_EQ(held->repeatPeriodUs, c[2].toUInt());
+        EXPECT_EQ(held->first.durations.size() % 2, 1u) << "ends on a pulse";
+        if (c[3] == u"0")
+            EXPECT_EQ(held->repeat.durations, held->first.durations);
         else
-            EXPECT_EQ(int(held->repeat.durations.size()), c.repeatDurations) << c.spec;
-        EXPECT_EQ(DecodeSignal(held->first), ir) << c.spec;
+            EXPECT_EQ(held->repeat.durations.size(), c[3].toUInt());
+        EXPECT_EQ(DecodeSignal(held->first), ir);
     }
     IrTiming raw{{3000, 1000, 500, 20000}, 38000, -1};
     auto held = HeldSignalOf(raw, {});
