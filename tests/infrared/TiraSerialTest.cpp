@@ -28,23 +28,25 @@ namespace {
 
 const QByteArray NecStream = QByteArray::fromHex("04650233004600460046 00D3 00460000 34B2");
 
-struct Fixture {
-    Fixture() {
-        t.folder.CreateDataFolders();
-        t.settings.WriteIni(u"Tira", u"Device", tira->path());
-        device.captureTimeoutMs = 1500;
-    }
-    std::unique_ptr<FakeTira> tira = std::make_unique<FakeTira>();
-    TempFolder t;
-    ScriptedPrompt prompt;
-    Transceiver device{t.folder, t.settings, prompt};
-};
-
 QByteArray necBlob() {
     TiraBurst burst;
     ParseTiraBurst(NecStream, &burst);
     return BlobFromTiming(TimingFromTiraBurst(burst))->encode();
 }
+
+struct Fixture {
+    Fixture() {
+        t.folder.CreateDataFolders();
+        t.settings.WriteIni(u"Tira", u"Device", tira->path());
+        device.captureTimeoutMs = 1500;
+        EXPECT_TRUE(WriteSignalFile(signal, necBlob()));
+    }
+    std::unique_ptr<FakeTira> tira = std::make_unique<FakeTira>();
+    TempFolder t;
+    ScriptedPrompt prompt;
+    Transceiver device{t.folder, t.settings, prompt};
+    QString signal = t.path(u"IRSignals/TV-Power.bin"_s);
+};
 
 // The durations (µs) an "IX" command sends.
 std::vector<uint32_t> IxDurations(const QByteArray& ix) {
@@ -107,8 +109,7 @@ TEST(TiraSerial, PressesDuringASendQueueAndReachTheWireInOrder) {
         f.t.settings.WriteIni(u"Remote-3", u"Button-"_s + QString::number(k), name);
         ASSERT_TRUE(WriteSignalFile(f.t.path(u"IRSignals/TV-"_s + name + u".bin"_s), blob));
     }
-    // Each press comes while the ones before it are still opening the
-    // device or waiting for its reply.
+    // Each press comes while the ones before it still wait for the device.
     std::vector<SendResult> results(10, SendResult::Failed);
     int answered = 0;
     for (int k = 0; k < 10; ++k)
@@ -132,8 +133,7 @@ TEST(TiraSerial, PressesDuringASendQueueAndReachTheWireInOrder) {
     EXPECT_TRUE(WaitUntil([&] { return flood[SendResult::Sent] == Transceiver::MaxQueued + 1; }));
     EXPECT_EQ(f.tira->transmissions.size(), 10 + Transceiver::MaxQueued + 1);
 
-    // A press that comes while another device is tried goes out on the one
-    // that is set, after the test.
+    // A press during a trial of another device goes out on the set one, afterwards.
     FakeTira candidate;
     int sent = 0;
     candidate.onCommand = [&](const QByteArray& cmd) {
@@ -149,17 +149,14 @@ TEST(TiraSerial, PressesDuringASendQueueAndReachTheWireInOrder) {
 
 TEST(TiraSerial, UnpluggedTiraComesBackAtItsPath) {
     Fixture f;
-    auto& [tira, t, prompt, device] = f;
+    auto& [tira, t, prompt, device, signal] = f;
     const QString link = t.path(u"ttyTira"_s);
     ASSERT_TRUE(QFile::link(tira->path(), link));
     t.settings.WriteIni(u"Tira", u"Device", link);
     device.timReturn.setInterval(100);
-    const QString signal = t.path(u"IRSignals/TV-Power.bin"_s);
-    ASSERT_TRUE(WriteSignalFile(signal, necBlob()));
     ASSERT_TRUE(device.TransmitTira(signal, Transceiver::Origin::Background));
 
-    // Pulled during a capture: it fails at once, so does the next press, and
-    // the device is looked for until it is back.
+    // Pulled during a capture: it and the next press fail at once; it is looked for until back.
     tira->onCommand = [&](const QByteArray& cmd) {
         if (cmd.startsWith("IC"))
             QTimer::singleShot(50, [&] { tira->hangUp(); });
@@ -194,10 +191,9 @@ TEST(TiraSerial, UnpluggedTiraComesBackAtItsPath) {
 }
 
 namespace {
-// A made-up /sys and /dev where a USB serial adapter shows as the kernel
-// shows one, its port node leading to a fake Tira.
+// A made-up /sys and /dev as the kernel shows a USB serial adapter, its node a fake Tira.
 struct FakeUsb {
-    explicit FakeUsb(const TempFolder& t) : sys(t.path(u"sys"_s)), dev(t.path(u"dev"_s)) {
+    explicit FakeUsb(const TempFolder& t) : t(t), sys(t.path(u"sys"_s)), dev(t.path(u"dev"_s)) {
         QDir().mkpath(sys + u"/class/tty"_s);
         QDir().mkpath(dev + u"/serial/by-id"_s);
     }
@@ -209,7 +205,7 @@ struct FakeUsb {
                                   {u"idProduct"_s, u"6001"_s},
                                   {u"serial"_s, serial}})
             if (!text.isEmpty())
-                WriteWhole(usb + u'/' + name, text.toUtf8());
+                t.writeFile(u"sys/devices/usb1/"_s + tty + u'/' + name, text.toUtf8());
         QFile::link(port, port + u"/tty/"_s + tty + u"/device"_s);
         QFile::link(port + u"/tty/"_s + tty, sys + u"/class/tty/"_s + tty);
         QFile::link(node, dev + u'/' + tty);
@@ -219,26 +215,20 @@ struct FakeUsb {
         QFile::remove(sys + u"/class/tty/"_s + tty);
         QDir(sys + u"/devices/usb1/"_s + tty).removeRecursively();
     }
-    static void WriteWhole(const QString& path, const QByteArray& bytes) {
-        QFile f(path);
-        if (f.open(QIODevice::WriteOnly))
-            f.write(bytes);
-    }
+    const TempFolder& t;
     QString sys, dev;
 };
 } // namespace
 
 TEST(TiraSerial, ReplugUnderAnotherNameIsFoundByUsbIdentityAndStrangersAreRefused) {
     Fixture f;
-    auto& [tira, t, prompt, device] = f;
+    auto& [tira, t, prompt, device, signal] = f;
     FakeUsb usb(t);
     device.system = {usb.sys, usb.dev};
     device.timReturn.setInterval(100);
     const QString configured = usb.dev + u"/ttyUSB0"_s;
     t.settings.WriteIni(u"Tira", u"Device", configured);
     usb.plug(u"ttyUSB0"_s, u"KA"_s, tira->path());
-    const QString signal = t.path(u"IRSignals/TV-Power.bin"_s);
-    ASSERT_TRUE(WriteSignalFile(signal, necBlob()));
     ASSERT_TRUE(device.TransmitTira(signal, Transceiver::Origin::Background));
 
     // Pulled while open and idle: the port is let go of at once.
@@ -254,8 +244,7 @@ TEST(TiraSerial, ReplugUnderAnotherNameIsFoundByUsbIdentityAndStrangersAreRefuse
     EXPECT_TRUE(device.TransmitTira(signal, Transceiver::Origin::Background));
     EXPECT_EQ(tira->transmissions.size(), 1);
 
-    // Ours gone for good: the stranger at the set name is not used, and ours
-    // is taken up in the background when it turns up again, as ttyUSB2.
+    // Ours gone: the stranger at the set name is not used; ours is taken up again as ttyUSB2.
     tira->hangUp();
     usb.unplug(u"ttyUSB1"_s);
     EXPECT_TRUE(WaitUntil([&] { return !device.TiraActive; }, 1000));
@@ -269,8 +258,7 @@ TEST(TiraSerial, ReplugUnderAnotherNameIsFoundByUsbIdentityAndStrangersAreRefuse
     EXPECT_TRUE(stranger.fromHost.isEmpty());
     EXPECT_EQ(t.settings.Read(Key::TransceiverPath), configured);
 
-    // Through udev's link when there is one; two adapters without serial
-    // numbers cannot be told apart, so neither is taken.
+    // Through udev's link if any; two adapters without serial numbers: neither is taken.
     const QString byId = usb.dev + u"/serial/by-id/usb-FTDI_KA-if00-port0"_s;
     ASSERT_TRUE(QFile::link(u"../../ttyUSB2"_s, byId));
     const UsbIdentity ours = UsbIdentityOf(usb.dev + u"/ttyUSB2"_s, device.system);
@@ -293,8 +281,7 @@ TEST(TiraSerial, PortIsHeldExclusivelyAndRefusalsSayWhy) {
     const QString holder = QCoreApplication::applicationName().left(15) + u" (pid "_s +
                            QString::number(QCoreApplication::applicationPid()) + u')';
     EXPECT_EQ(TiraSerialDriver::HolderOf(f.tira->path()), holder);
-    ASSERT_TRUE(WriteSignalFile(f.t.path(u"IRSignals/TV-Power.bin"_s), necBlob()));
-    EXPECT_FALSE(f.device.TransmitTira(f.t.path(u"IRSignals/TV-Power.bin"_s)));
+    EXPECT_FALSE(f.device.TransmitTira(f.signal));
     ASSERT_EQ(f.prompt.shown.size(), 1);
     EXPECT_TRUE(f.prompt.shown[0].contains(holder + u"）が使用中"_s))
         << f.prompt.shown[0].toStdString();
@@ -307,9 +294,7 @@ TEST(TiraSerial, PortIsHeldExclusivelyAndRefusalsSayWhy) {
     EXPECT_TRUE(missing.problem().contains(u"見つかりません"_s));
 }
 
-// A real Dyson remote's 7 s key (its frame held down) imports and goes out
-// whole in one command; a pause longer than one count holds is waited out
-// between two.
+// A real remote's 7 s key goes out in one command; a pause too long for a count splits two.
 TEST(TiraSerial, LongSignalsGoOutWhole) {
     Fixture f;
     const CodesImportResult r = ImportCodes(
