@@ -22,8 +22,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// An NEC remote (address 0x40, command 0x12) held briefly, as a receiver
-// reported it: the frame, then two repeat codes.
+// An NEC remote (0x40, 0x12) held briefly as a receiver heard it: a frame, two repeat codes.
 const char* const Recording =
     "+9051 -4439 +595 -531 +573 -494 +622 -524 +576 -513 +607 -493 +628 -522 +583 -1622 "
     "+575 -517 +596 -1624 +585 -1625 +605 -1647 +573 -1672 +606 -1627 +630 -1634 +610 -530 "
@@ -91,9 +90,8 @@ std::vector<uint32_t> mode2(uint32_t carrier) {
     const std::vector<uint32_t> us = recordingUs();
     for (size_t i = 0; i < us.size(); ++i)
         r.push_back(i % 2 == 0 ? LIRC_PULSE(us[i]) : LIRC_SPACE(us[i]));
-    if (carrier) // rc-loopback reports its closing silence as a carrier too
+    if (carrier) // as rc-loopback: its closing silence measured too; else no timeout record
         r.insert(r.end(), {LIRC_FREQUENCY(carrier), LIRC_FREQUENCY(150000), LIRC_TIMEOUT(150000)});
-    // Without one, as rc-loopback may: no timeout record either.
     return r;
 }
 
@@ -114,8 +112,7 @@ struct Fixture {
     }
 };
 
-// Marks and short spaces of a receiver scatter around 560 µs and are stored as
-// one table entry, so a value may move by up to 80 µs.
+// A receiver's 560 µs marks and spaces scatter and share one table entry: up to 80 µs off.
 void expectNear(const std::vector<uint32_t>& got, const std::vector<uint32_t>& want) {
     ASSERT_EQ(got.size(), want.size());
     for (size_t i = 0; i < got.size(); ++i)
@@ -133,8 +130,7 @@ TEST(Lirc, LearnsARecordedNecRemoteAndSendsItBack) {
     QTimer::singleShot(30, [&] { f.kernel->feed({records.begin(), records.begin() + 20}); });
     QTimer::singleShot(60, [&] { f.kernel->feed({records.begin() + 20, records.end()}); });
     ASSERT_TRUE(f.device.CaptureTira());
-    // Wideband and carrier measurement on for the capture, put back afterwards
-    // with the device's own receive timeout.
+    // Wideband and carrier measurement on for the capture, then off, the timeout put back.
     for (unsigned long request : {LIRC_SET_WIDEBAND_RECEIVER, LIRC_SET_MEASURE_CARRIER_MODE})
         EXPECT_TRUE(f.kernel->set(request, 1) && f.kernel->set(request, 0)) << request;
     EXPECT_TRUE(f.kernel->set(LIRC_SET_REC_TIMEOUT, 150000));
@@ -182,7 +178,6 @@ TEST(Lirc, ASignalLearnedByLircIsSentByATira) {
 
 TEST(Lirc, ListensBetweenSendsAndNamesTheLearnedKey) {
     Fixture f;
-    // An NEC key (the recording's code) and a raw one, learned.
     f.t.writeRemote(1, u"TV"_s, 1, {u"Power"_s, u"Odd"_s});
     const IrTiming odd{{3000, 3000, 1000, 2000, 1000, 2000, 1000}, 38000, -1};
     ASSERT_TRUE(WriteSignalFile(SignalFilePath(f.t.folder, u"TV", u"Power"),
@@ -213,8 +208,7 @@ TEST(Lirc, ListensBetweenSendsAndNamesTheLearnedKey) {
     ASSERT_TRUE(listener.listening());
     EXPECT_TRUE(kernel->set(LIRC_SET_REC_MODE, LIRC_MODE_MODE2));
 
-    // A held key: the frame with its repeats, then (still held) the repeat
-    // codes alone, then the frame again right away. One report.
+    // A held key: frame and repeats, repeat codes alone, the frame again: one report.
     kernel->feed(mode2(38200));
     ASSERT_TRUE(WaitForSignal(&listener, &IrListener::frameHeard, 2000));
     kernel->feed({LIRC_PULSE(9000), LIRC_SPACE(2250), LIRC_PULSE(560), LIRC_SPACE(96000),
@@ -222,15 +216,11 @@ TEST(Lirc, ListensBetweenSendsAndNamesTheLearnedKey) {
     kernel->feed(mode2(38200));
     WaitMs(400);
     ASSERT_EQ(frames.size(), 1);
-    EXPECT_EQ(frames[0].protocol, IrProtocol::Nec);
-    EXPECT_EQ(frames[0].scancode, 0x4012u);
+    EXPECT_EQ(CodeSpec(frames[0]), u"nec:0x4012"_s);
     ASSERT_EQ(keys.size(), 1);
     EXPECT_EQ(keys[0], (QStringList{u"1"_s, u"0"_s, u"TV"_s, u"Power"_s}));
-    // Every frame of it, counted on across the messages (for lircd's clients):
-    // the recording's three, two repeat codes, the recording's three again.
-    EXPECT_EQ(repeats.size(), 8u);
-    for (size_t i = 0; i < repeats.size(); ++i)
-        EXPECT_EQ(repeats[i], int(i));
+    // Every frame of it counted on across the messages, for lircd's clients.
+    EXPECT_EQ(repeats, (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 7}));
 
     // The raw key, its timings a little off.
     std::vector<uint32_t> raw;
@@ -242,8 +232,7 @@ TEST(Lirc, ListensBetweenSendsAndNamesTheLearnedKey) {
     ASSERT_TRUE(WaitForSignal(&listener, &IrListener::keyHeard, 1000));
     EXPECT_EQ(keys.back(), (QStringList{u"1"_s, u"1"_s, u"TV"_s, u"Odd"_s}));
 
-    // Frames that began before our own send ended are not heard. (The
-    // simulator's hearing is Mqtt's and Lircd's tests'.)
+    // Frames that began before our own send ended are not heard.
     const qint64 started = listener.elapsedMs();
     emit f.device.sendEnded();
     listener.Hear(odd, started);
@@ -256,8 +245,7 @@ TEST(Lirc, ListensBetweenSendsAndNamesTheLearnedKey) {
     EXPECT_FALSE(listener.listening());
 }
 
-// A 7 s signal (a fan's frame held down) goes out in writes the kernel takes,
-// cut at its pauses, a pause longer than one write included.
+// A 7 s signal goes out in writes the kernel takes, cut at its pauses, even a very long one.
 TEST(Lirc, LongSignalsGoOutInWritesCutAtPauses) {
     Fixture f;
     IrTiming held{{}, 38000, -1};
