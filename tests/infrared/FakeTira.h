@@ -7,14 +7,12 @@
 #include <functional>
 #include <memory>
 
-// The device side of a Tira-2 on a pseudo-terminal: the driver opens path()
-// and talks to it through its real termios code. Answers the commands the way
-// the device does unless a test takes over with onCommand.
+// The device side of a Tira-2 on a pseudo-terminal, answering as the device does; the driver
+// opens path() through its real termios code.
 class FakeTira {
 public:
     FakeTira();
-    // On the far end of some other line (a virtual machine's serial port);
-    // takes fd over.
+    // On the far end of some other line (a virtual machine's serial port); takes fd over.
     explicit FakeTira(int fd);
     ~FakeTira();
 

@@ -7,19 +7,15 @@ using namespace Qt::StringLiterals;
 namespace {
 
 // The start of an NEC frame as the Tira-2 reports it in timing mode.
-const QByteArray NecStream = QByteArray::fromHex("0465023300460046004600D300460000"
-                                                 "34B2");
+const QByteArray NecStream = QByteArray::fromHex("0465023300460046004600D300460000 34B2");
 const std::vector<uint32_t> NecUs{9000, 4504, 560, 560, 560, 1688, 560};
-const QByteArray NecIx = QByteArray::fromHex("49583400"
-                                             "0465023300460"
-                                             "0D3"
-                                             "00000000000000000000000000000000"
-                                             "0122232F");
+// "IX", the carrier, the table of durations, padding to 28 bytes, then the indexes.
+const QByteArray NecIx =
+    QByteArray::fromHex("4958 3400 0465 0233 0046 00D3 00000000000000000000000000000000 0122232F");
 
 } // namespace
 
-// A Tira burst to durations, to the blob of the worked example, and back to
-// the very IX command.
+// A Tira burst to durations, to the worked example's blob, and back to the very IX command.
 TEST(IrSignal, TiraStreamToBlobAndBackToTheSameIxCommand) {
     TiraBurst burst;
     ASSERT_EQ(ParseTiraBurst(NecStream, &burst), NecStream.size());

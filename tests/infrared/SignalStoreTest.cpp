@@ -75,8 +75,7 @@ TEST(SignalStore, ParseChecksTheWholeSignalBeforeItGoesOut) {
         return img;
     };
     EXPECT_EQ(ParseSignalFile(file(blob, int(blob.size()))).blob, blob);
-    // The older layout: no trailer, the blob's own count ends it (its last
-    // indexes are zeros, which the file holds).
+    // The older layout: no trailer, the blob's own count ends it.
     EXPECT_EQ(ParseSignalFile(file(blob, 0)).blob, blob);
     EXPECT_EQ(ParseSignalFile(blob).blob, blob);
 

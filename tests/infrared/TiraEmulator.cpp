@@ -1,9 +1,5 @@
-// A Tira-2 for the far end of a virtual machine's serial port: answers like
-// the device (FakeTira), plays a remote's burst back when the host starts a
-// capture, and writes every command it gets to a log, one line each, so that a
-// test outside can see what reached the wire.
-//
-//   tira-emulator --connect SOCKET --log FILE   (QEMU's chardev, a unix socket)
+// A Tira-2 on a virtual machine's serial port: answers like FakeTira, plays a burst on capture,
+// and logs each command it gets.  tira-emulator --connect SOCKET --log FILE
 #include "infrared/FakeTira.h"
 
 #include <QCommandLineParser>
@@ -20,8 +16,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// 9 ms lead, 4.5 ms space, 560 µs pulses and a 1.69 ms space: a short
-// NEC-like burst in the device's timing stream, with its trailer.
+// A short NEC-like burst in the device's timing stream, with its trailer.
 const QByteArray Capture = QByteArray::fromHex("04650233004600460046 00D3 00460000 34B2");
 
 int connectTo(const QString& path) {
@@ -79,8 +74,7 @@ int main(int argc, char** argv) {
 
     QTimer retry;
     retry.setInterval(100);
-    // QEMU plugs its serial port in while we are connected; when the line
-    // drops (QEMU gone or restarted) we connect again.
+    // When the line drops (QEMU gone or restarted) we connect again.
     const QString path = args.value(u"connect"_s);
     QObject::connect(&retry, &QTimer::timeout, [&] {
         const int fd = connectTo(path);

@@ -103,10 +103,7 @@ TEST(Transceiver, CaptureTimesOutStillArmedAndFailsAtOnceWhenClosed) {
 
 TEST(Transmission, ByIdSendsOnlyWholeSignalsAndCountsTestModeAsSent) {
     Fixture f;
-    f.t.settings.WriteIni(u"Remote-1", u"Device", u"TV");
-    f.t.settings.WriteIni(u"Remote-1", u"Button-0", u"Power");
-    f.t.settings.WriteIni(u"Remote-1", u"Button-1", u"Junk");
-    f.t.settings.WriteIni(u"Remote-1", u"Button-2", u"Empty");
+    f.t.writeRemote(1, u"TV"_s, 1, {u"Power"_s, u"Junk"_s, u"Empty"_s});
     f.learn(u"TV-Power", SimDriver::SampleCapture());
     f.t.writeFile(u"IRSignals/TV-Junk.bin", QByteArray(SignalFileSize, '\x7F'));
     f.t.writeFile(u"IRSignals/TV-Empty.bin", QByteArray());

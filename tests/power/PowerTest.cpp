@@ -45,8 +45,7 @@ struct Machine {
 
 } // namespace
 
-// Empty and "Hibern" hibernate, anything else suspends, each after the device
-// is released and the whole countdown; no reservation, no wake-up.
+// "" and "Hibern" hibernate, else suspend, after release and countdown; no reservation, no alarm.
 TEST(Power, SleepsByTheSettingAfterTheCountdown) {
     Machine m;
     m.power.HibernateNow();
@@ -60,8 +59,7 @@ TEST(Power, SleepsByTheSettingAfterTheCountdown) {
                                              u"Hibernate"_s, u"CanSuspend"_s, u"Suspend"_s}));
 }
 
-// A cancel at the last step still cancels, a second start during a countdown
-// is ignored, and a machine that cannot hibernate stays on.
+// A cancel at the last step cancels, a second start is ignored, and "cannot hibernate" stays on.
 TEST(Power, CancelledOrUnableStaysOn) {
     Machine m;
     m.logind.answer(u"CanHibernate"_s, u"na"_s);
@@ -82,8 +80,7 @@ TEST(Power, CancelledOrUnableStaysOn) {
     EXPECT_EQ(m.logind.calls(), QStringList{u"CanHibernate"_s});
 }
 
-// The wake-up is the next due time less 2 minutes in seconds since the epoch,
-// replacing the earlier one. Without an alarm to write the sleep goes on.
+// The alarm is the next due time less 2 minutes, replaced each time; without one sleep goes on.
 TEST(Power, WakeUpTwoMinutesBeforeTheNextReservation) {
     Machine m;
     auto cancel = QObject::connect(&m.power, &Power::countdownStarted, [&] { m.power.Cancel(); });
@@ -112,8 +109,7 @@ TEST(Power, WakeUpTwoMinutesBeforeTheNextReservation) {
     EXPECT_EQ(m.logind.calls(), (QStringList{u"CanHibernate"_s, u"Hibernate"_s}));
 }
 
-// The scan hands over only with PowerControl "1" and nothing due within 5
-// minutes behind the reservation that fired.
+// The scan sleeps only with PowerControl "1" and nothing due within 5 minutes after.
 TEST(Power, ScanSleepsWhenNothingIsNear) {
     Machine m;
     m.t.settings.WriteIni(u"Tira", u"Testmode", u"1");
@@ -134,8 +130,7 @@ TEST(Power, ScanSleepsWhenNothingIsNear) {
     m.scheduler.Stop();
 }
 
-// The page goes out at once and the countdown starts 10 seconds later;
-// SIGTERM during it cancels and ends the program.
+// The page answers at once, the countdown starts 10 s later; SIGTERM cancels and ends it.
 TEST(Power, WebPageSleepsLaterAndSigtermCancels) {
     LogindMock logind;
     QTemporaryDir home;
