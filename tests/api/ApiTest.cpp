@@ -84,9 +84,7 @@ TEST(Api, LoginOriginMethodsAndLimitsAreCheckedBeforeAnythingActs) {
     EXPECT_EQ(a.sends(), 1);
 }
 
-// A page of another site that points its name at this machine (DNS rebinding)
-// and asks with that name and its own Origin: refused on the API and the event
-// stream as on the classic pages, with no login asked for; nothing is pressed.
+// DNS rebinding: another site's name for this machine is refused on the API and the events.
 TEST(Api, RequestsNamingAnotherHostActOnNothing) {
     ApiServer a;
     a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
@@ -103,8 +101,7 @@ TEST(Api, RequestsNamingAnotherHostActOnNothing) {
     EXPECT_EQ(a.sends(), 0);
 }
 
-// Actions take JSON only: a text/plain or form body, which another site's page
-// can send without asking, is refused whatever it holds, and nothing is pressed.
+// Actions take JSON only: the bodies another site's page may send unasked are refused.
 TEST(Api, ActionsTakeJsonBodiesOnly) {
     ApiServer a;
     a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
@@ -260,9 +257,7 @@ TEST(Api, LearnsARemoteWithoutADesktop) {
                                   {u"learned"_s, 1}}));
 }
 
-// Names come into setting.ini, file names and pages: a control character or
-// half a surrogate pair anywhere in one (a trailing TAB too) is refused on
-// every call that names a remote or a key, and nothing is stored.
+// A control character or half a surrogate pair in a name is refused on every call; none stored.
 TEST(Api, NamesWithControlOrBrokenCharactersAreRefused) {
     ApiServer a;
     a.learnedKey(1, u"TV"_s, 1, {u"Vol"_s});
@@ -282,9 +277,7 @@ TEST(Api, NamesWithControlOrBrokenCharactersAreRefused) {
     EXPECT_EQ(QDir(a.t.path(u"IRSignals")).entryList(QDir::Files), QStringList{u"TV-Vol.bin"_s});
 }
 
-// A disk too full for setting.ini while a code is imported onto a key that
-// had another name: the key keeps its name and its file, and no file of the
-// new name is left without a key.
+// setting.ini unwritable during an import onto a named key: no file of the new name is left.
 TEST(Api, ACodeImportedOnAFullDiskLeavesTheKeyAsItWas) {
     ApiServer a;
     a.learnedKey(1, u"TV"_s, 1, {u"Vol"_s});
@@ -373,12 +366,9 @@ TEST(Api, ReservationsShareTheStoreAndTheScheduler) {
     ASSERT_EQ(list.size(), 1);
     EXPECT_EQ(list[0][u"date"_s], u"2026-12-01"_s);
     EXPECT_EQ(list[0][u"keyId"_s].toInt(), 0);
-    EXPECT_EQ(
-        ApiStatus(a.call("DELETE", "/api/v1/reservations/" + list[0][u"id"_s].toString().toUtf8())),
-        204);
-    EXPECT_EQ(
-        ApiStatus(a.call("DELETE", "/api/v1/reservations/" + list[0][u"id"_s].toString().toUtf8())),
-        404);
+    const QByteArray moved = "/api/v1/reservations/" + list[0][u"id"_s].toString().toUtf8();
+    EXPECT_EQ(ApiStatus(a.call("DELETE", moved)), 204);
+    EXPECT_EQ(ApiStatus(a.call("DELETE", moved)), 404);
     EXPECT_TRUE(a.scheduler.grid.rows().empty());
 }
 
@@ -406,10 +396,7 @@ TEST(Api, EventsSeeAPressFromAClassicPageAndConnectionsStayForTheApiOnly) {
     EXPECT_EQ(c.socket.state(), QAbstractSocket::UnconnectedState);
 }
 
-// Each kind of request, sent in pieces cut where the server could be misled
-// (request line, headers, between head and body, body; one byte at a time),
-// is answered exactly as when it comes whole; so are two requests on one
-// keep-alive connection cut inside the second.
+// Each kind of request, and two on one connection, cut anywhere: answered as when whole.
 TEST(Api, RequestsInPiecesAreAnsweredAsIfWhole) {
     ApiServer a;
     a.server.AddFront(Phone::Route());
@@ -474,8 +461,7 @@ TEST(Api, RequestsInPiecesAreAnsweredAsIfWhole) {
     }
 }
 
-// A connection's unfinished request is made of its own bytes only: another
-// client's request read meanwhile, with its login, cannot complete it.
+// Another client's request read meanwhile, with its login, cannot complete an unfinished one.
 TEST(Api, AnUnfinishedRequestCannotBorrowAnotherClientsLogin) {
     ApiServer a;
     a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
@@ -498,8 +484,7 @@ TEST(Api, AnUnfinishedRequestCannotBorrowAnotherClientsLogin) {
     EXPECT_FALSE(attacker.socket.readAll().contains("HTTP/1.1 200"));
 }
 
-// A held key: its NEC frame, then the repeat code at its period, presses
-// waiting behind it; it ends at a stop, at the limit, or with its connection.
+// A held key: its frame, then NEC's repeat code; it ends at a stop, the limit or a lost connection.
 TEST(Api, HeldKeyRepeatsUntilReleasedLimitOrLostConnection) {
     ApiServer a;
     a.learnedKey(1, u"TV"_s, 1, {u"Power"_s, u"Vol"_s});
@@ -650,9 +635,7 @@ TEST(ClimateApi, ALearnedFrameNoFamilyReadsOffersTheTableRoute) {
     EXPECT_TRUE(a.units.units().empty());
 }
 
-// The lists are kept per remote: a change made through the API remakes the
-// remote it touched, one made elsewhere remakes them all; a renamed remote's
-// files keep their identity, so their codes stay known.
+// The kept lists follow changes made here and by the classic pages; renamed files keep their codes.
 TEST(Api, ListsFollowChangesMadeHereAndElsewhere) {
     ApiServer a;
     a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
