@@ -1,5 +1,4 @@
-// The LIRC driver against the kernel's rc-loopback, whose transmissions come
-// back on its own receiver. Run by tests/kernel/cases/10-lirc.sh.
+// The LIRC driver on rc-loopback, which hands what it sends to its own receiver. Run by cases/*.sh.
 #include "core/Settings.h"
 #include "core/Wait.h"
 #include "infrared/IrSignal.h"
@@ -34,8 +33,7 @@ namespace {
 
 const QString Device = u"/dev/lirc0"_s;
 
-// A second reader of the device: every message the receiver reports, split at
-// long silences, with the carrier when the learning receiver measured it.
+// A second reader of the device: its messages split at long silences, with any carrier measured.
 class Receiver : public QObject {
 public:
     struct Message {
@@ -116,8 +114,7 @@ private:
     Message current_;
 };
 
-// The largest difference, or -1 when the counts differ or one is off by more
-// than 8 µs (a table unit) and 3 %.
+// The largest difference, or -1 if the counts differ or one is off by over 8 µs (a unit) + 3 %.
 int Mismatch(const std::vector<uint32_t>& got, const std::vector<uint32_t>& want) {
     if (got.size() != want.size())
         return -1;
@@ -181,9 +178,9 @@ struct Program {
         t.folder.CreateDataFolders();
         t.settings.WriteIni(u"Tira", u"Device", Device);
     }
-    // An NEC key (address 0x40, command 0x12) with its repeat code, learned
-    // at 38 kHz with a pause of gapUs before each repeat.
+    // Key 0 of remote 1: NEC 0x4012 with its repeat code at 38 kHz, gapUs before each repeat.
     QString learnNec(uint32_t gapUs = 100000) {
+        t.writeRemote(1, u"TV"_s, 4, {u"Power"_s}); // its file is replaced below
         IrTiming nec;
         auto add = [&](uint32_t pulse, uint32_t space) {
             nec.durations.push_back(pulse);
@@ -216,8 +213,7 @@ struct Program {
     IrTiming sent;
 };
 
-// A press goes out once: the signal, then its repeating part three more
-// times; a second reader sees them as messages split at the long pauses.
+// A press goes out once: the signal, then its repeating part three more times.
 void ExpectSentOnce(Program& p, Receiver& rx, const std::function<bool()>& press,
                     QStringList* figures) {
     std::vector<std::vector<uint32_t>> want(1);
@@ -257,8 +253,7 @@ void ExpectSentOnce(Program& p, Receiver& rx, const std::function<bool()>& press
 
 } // namespace
 
-// rc-loopback is loaded with its debug messages on, so that it logs the
-// carrier and duty cycle it is given.
+// rc-loopback is loaded with its debug messages on: it logs the carrier and duty cycle it is given.
 TEST(LircKernel, LearnedKeyGoesOutOnceWithItsCarrier) {
     Program p;
     Receiver rx;
@@ -284,17 +279,12 @@ TEST(LircKernel, LearnedKeyGoesOutOnceWithItsCarrier) {
     Figures(figures.join(u"; "_s));
 }
 
-// The whole program, headless on the device, fires a learned key from its
-// phone page: once, like the press above.
+// The whole program, headless on the device, fires a learned key from a page: once too.
 TEST(LircKernel, PagePressReachesTheWireOnce) {
     Program p;
     Receiver rx;
     p.learnNec();
-    p.t.settings.WriteIni(u"Tira", u"Device", Device);
     p.t.settings.WriteIni(u"WebServer", u"Port", u"0");
-    p.t.settings.WriteIni(u"Remote-1", u"Device", u"TV");
-    p.t.settings.WriteIni(u"Remote-1", u"Design", u"4");
-    p.t.settings.WriteIni(u"Remote-1", u"Button-0", u"Power");
     ProgramProcess program({u"--headless"_s, u"--home"_s, p.t.folder.root()});
     const quint16 port = program.webPort();
     ASSERT_NE(port, 0) << program.log().toStdString();
@@ -312,8 +302,7 @@ TEST(LircKernel, PagePressReachesTheWireOnce) {
     Figures(u"from cremote.asp: "_s + figures.join(u"; "_s));
 }
 
-// What the kernel encodes itself reaches the learning path whole: every
-// duration a second reader sees, and the carrier.
+// What the kernel encodes reaches the learning path whole: every duration, and the carrier.
 TEST(LircKernel, KernelEncodedSignalsAreCapturedWhole) {
     Program p;
     p.device.captureTimeoutMs = 5000;
@@ -329,8 +318,7 @@ TEST(LircKernel, KernelEncodedSignalsAreCapturedWhole) {
         rx.messages.clear();
         QProcess irctl;
         QTimer::singleShot(300, &irctl, [&] {
-            // rc-loopback hands its learning receiver only what goes out on
-            // transmitter 2.
+            // rc-loopback hands its learning receiver only what goes out on transmitter 2.
             irctl.start(u"ir-ctl"_s, {u"-d"_s, Device, u"-e"_s, u"1,2"_s, u"-S"_s, scancode});
         });
         QElapsedTimer t;
@@ -361,9 +349,7 @@ TEST(LircKernel, KernelEncodedSignalsAreCapturedWhole) {
     Figures(figures.join(u"; "_s));
 }
 
-// The module removed while the device is open ends a capture and a send at
-// once as failed, without spinning, and the device is used again once the
-// module is back, without a restart.
+// rmmod ends a capture and a send at once, without spinning; modprobe brings the device back.
 TEST(LircKernel, UnpluggedDeviceFailsAndComesBack) {
     Program p;
     p.device.captureTimeoutMs = 8000;
@@ -422,14 +408,10 @@ TEST(LircKernel, UnpluggedDeviceFailsAndComesBack) {
     Figures(figures.join(u"; "_s));
 }
 
-// The listener on rc-loopback (receiving as usual, not learning): a frame
-// ir-ctl sends is heard once, decoded, and names the key learned with that
-// code; our own press, which rc-loopback hands back to every reader, is not heard.
+// ir-ctl's frame is heard once and names the key learned with it; our own press is not heard.
 TEST(LircKernel, ListenerHearsAFrameOnceAndNamesTheKey) {
     Program p;
     const QString path = p.learnNec();
-    p.t.writeRemote(1, u"TV"_s, 4, {});
-    p.t.settings.WriteIni(u"Remote-1", u"Button-0", u"Power");
     IrListener listener(p.t.folder, p.t.settings, p.device);
     std::vector<IrCode> frames;
     QStringList keys;
@@ -458,14 +440,10 @@ TEST(LircKernel, ListenerHearsAFrameOnceAndNamesTheKey) {
     Figures(u"heard %1 ms after ir-ctl started"_s.arg(heardMs));
 }
 
-// The same through the program and a broker: the frame is published on the
-// receiver's state topic, decoded on the hub's last-heard sensor, and fires
-// the learned key's trigger.
+// The same through the program: the hub's last-heard sensor decodes it, the key's trigger fires.
 TEST(LircKernel, HeardKeyFiresItsTriggerOnTheBroker) {
     Program p;
     p.learnNec();
-    p.t.writeRemote(1, u"TV"_s, 4, {});
-    p.t.settings.WriteIni(u"Remote-1", u"Button-0", u"Power");
     MqttBroker broker(p.t.root());
     ASSERT_TRUE(broker.start());
     p.t.settings.WriteIni(u"WebServer", u"Port", u"0");
