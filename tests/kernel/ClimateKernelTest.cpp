@@ -1,6 +1,4 @@
-// An air conditioner's frame sent by someone else (ir-ctl standing in for the
-// hand-held remote) through rc-loopback: the listener hears it and the unit
-// takes the state over. Run by tests/kernel/cases/12-listen.sh.
+// A unit takes over the state its own remote (ir-ctl on rc-loopback) sent. Run by cases/*.sh.
 #include "climate/ClimateUnits.h"
 #include "core/Wait.h"
 #include "infrared/Transceiver.h"

@@ -1,6 +1,4 @@
-// Protocol decoding and encoding against the kernel's own, on rc-loopback: what
-// the kernel encodes decodes here to the same code, and what we encode the
-// kernel's decoders read as the same scancode. Run by cases/15-protocols.sh.
+// Our protocol decoders and encoders against the kernel's, on rc-loopback. Run by cases/*.sh.
 #include "core/Wait.h"
 #include "infrared/IrProtocol.h"
 #include "infrared/SignalStore.h"
@@ -26,8 +24,7 @@ namespace {
 
 const QString Device = u"/dev/lirc0"_s;
 
-// Two codes of every protocol the kernel encodes. Not rc-mm: Debian's kernel
-// has no decoder for it and its ir-ctl no encoder.
+// Two codes of every protocol the kernel encodes (not rc-mm: Debian has no coder for it).
 const QStringList KernelCodes =
     (u"nec:0x4012 nec:0x00ff necx:0x12a55e necx:0x400012 nec32:0x12345678 nec32:0xbf400012 "
      u"sony12:0x010015 sony12:0x1f007f sony15:0xa50012 sony15:0x010000 sony20:0x1f5a7f "
@@ -52,8 +49,7 @@ QString Spec(const QString& text) {
     return CodeSpec(*ParseCodeSpec(text));
 }
 
-// The kernel's name of an rc_proto number, as lirc.h numbers them (both
-// lists in the same order).
+// The kernel's name of an rc_proto number (both lists in lirc.h's order).
 QString KernelName(uint16_t proto) {
     const uint16_t numbers[] = {
         RC_PROTO_RC5,       RC_PROTO_RC5X_20,   RC_PROTO_JVC,     RC_PROTO_SONY12,
@@ -73,8 +69,7 @@ QString KernelName(uint16_t proto) {
 
 } // namespace
 
-// ir-ctl -S on transmitter 2 (the one rc-loopback's learning receiver hears),
-// captured through the program's LIRC path, decodes to the same code.
+// ir-ctl -S on transmitter 2 (rc-loopback's learning one), captured by us, decodes alike.
 TEST(ProtocolKernel, KernelEncodedSignalsDecode) {
     Program p;
     p.device.captureTimeoutMs = 5000;
@@ -106,9 +101,7 @@ TEST(ProtocolKernel, KernelEncodedSignalsDecode) {
                 .arg(misses.isEmpty() ? QString() : u" ("_s + misses.join(u' ') + u')'));
 }
 
-// What we encode, sent by ir-ctl, the kernel's decoders (all switched on)
-// report as the same protocol and scancode; Samsung32 has no kernel name and
-// reads as the NECx code of its bytes.
+// The kernel's decoders read what we encode alike; Samsung32 reads as the NECx code of its bytes.
 TEST(ProtocolKernel, KernelDecodesOurSignals) {
     QFile enabled(u"/sys/class/rc/rc0/protocols"_s);
     ASSERT_TRUE(enabled.open(QIODevice::ReadOnly));
@@ -124,9 +117,7 @@ TEST(ProtocolKernel, KernelDecodesOurSignals) {
     QStringList misses;
     for (const QString& spec : codes) {
         SCOPED_TRACE(spec.toStdString());
-        // With its repeats, as a held key, in one write: the kernel's decoders
-        // end a frame on the pause after it, and the program sends each frame
-        // in a write of its own, which ends on the last pulse.
+        // With its repeats in one write: the kernel ends a frame only on the pause after it.
         IrCode code = *ParseCodeSpec(spec);
         code.repeats = true;
         const IrTiming timing = TimingFromBlob(*BlobFromTiming(*EncodeSignal(code)));

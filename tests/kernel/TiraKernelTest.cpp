@@ -1,6 +1,4 @@
-// The Tira driver over the kernel's ftdi_sio: QEMU's usb-serial is an FTDI
-// FT232 whose far end is tira-emulator on the host (host-tira.sh), which logs
-// every command it gets to $LANE_OUT/tira.log.
+// The Tira driver over ftdi_sio to tira-emulator on the host, which logs to $LANE_OUT/tira.log.
 #include "core/Wait.h"
 #include "infrared/DeviceList.h"
 #include "infrared/IrSignal.h"
@@ -109,9 +107,7 @@ TEST(TiraKernel, IdentifiesSendsAndCapturesOverFtdiSio) {
             QString::number(captureMs) + u" ms"_s);
 }
 
-// Pulled and plugged back while the driver holds the port: first with nobody
-// else holding it (the kernel may give the name back), then with another
-// holder of the old node (the kernel must pick a new name).
+// Unplugged while held, then plugged back: with the old node free, then held (a new name).
 TEST(TiraKernel, UnplugAndReplugComesBackWithoutRestart) {
     if (laneOut().isEmpty() || !QFile::exists(Port))
         GTEST_SKIP() << "no " << Port.toStdString() << " (outside the lane?)";

@@ -6,8 +6,7 @@
 using namespace Qt::StringLiterals;
 using namespace Http;
 
-// Complete at the header end plus exactly the declared body (the length is
-// checked only then); too large or nonsense lengths are refused.
+// Complete at the header end plus the declared body; too large or nonsense lengths refused.
 TEST(HttpFrame, CompleteAtHeaderEndPlusTheDeclaredBodyWithinLimits) {
     const QByteArray post = "POST /list.asp HTTP/1.1\r\nContent-Length: 10\r\n\r\n";
     const QByteArray length = "POST / HTTP/1.1\r\nContent-Length: ";
