@@ -66,10 +66,8 @@ struct Ran {
     int code = -1;
     QString out;
 };
-Ran Client(const QString& program, const QStringList& args, const QProcessEnvironment& env = {}) {
+Ran Client(const QString& program, const QStringList& args) {
     QProcess p;
-    if (!env.isEmpty())
-        p.setProcessEnvironment(env);
     p.setProcessChannelMode(QProcess::MergedChannels);
     p.start(program, args);
     p.waitForFinished(10000);
