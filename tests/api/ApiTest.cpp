@@ -49,7 +49,6 @@ TEST(Api, LoginOriginMethodsAndLimitsAreCheckedBeforeAnythingActs) {
     EXPECT_EQ(ApiStatus(a.call("GET", "/api/v1/remotes/1/keys/27", {}, login)), 404);
     EXPECT_EQ(ApiStatus(a.call("GET", "/api/v1/nothing", {}, login)), 404);
     EXPECT_EQ(a.sends(), 0);
-    // Same-site with the login: sent once.
     r = a.call("POST", "/api/v1/remotes/1/keys/0/press", {},
                login + "Origin: http://127.0.0.1:8080\r\n");
     EXPECT_EQ(ApiStatus(r), 200) << r.toStdString();
@@ -99,8 +98,7 @@ TEST(Api, LoginOriginMethodsAndLimitsAreCheckedBeforeAnythingActs) {
     EXPECT_EQ(a.sends(), 1);
 }
 
-// Another site's page acts on nothing: not by its name for this machine (DNS rebinding), nor
-// by a body that is not JSON.
+// Another site's page acts on nothing, by its name for this machine (DNS rebinding) or otherwise.
 TEST(Api, WhatAnotherSitesPageSendsActsOnNothing) {
     ApiServer a;
     a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
@@ -238,7 +236,6 @@ TEST(Api, LearnsARemoteWithoutADesktop) {
     EXPECT_EQ(ApiStatus(a.call("DELETE", base + "/keys/1/learn")), 409);
     EXPECT_EQ(a.t.settings.ReadIni(RemoteSection(id), ButtonKey(1)), u"");
 
-    // Import, rename, delete.
     r = a.call("PUT", base + "/keys/2/code", R"({"name":"Up","code":"nec:0x0408"})");
     ASSERT_EQ(ApiStatus(r), 200) << r.toStdString();
     EXPECT_EQ(ApiJson(r)[u"protocol"_s], u"nec"_s);

@@ -28,16 +28,6 @@ namespace {
 
 const QString Video = u"/dev/video0"_s;
 
-// CPU seconds a process has used, user and system.
-double CpuSeconds(qint64 pid) {
-    QFile f(u"/proc/%1/stat"_s.arg(pid));
-    if (!f.open(QIODevice::ReadOnly))
-        return -1;
-    const QByteArray stat = f.readAll();
-    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
-    return (fields.value(11).toDouble() + fields.value(12).toDouble()) / sysconf(_SC_CLK_TCK);
-}
-
 int Shell(const QString& command) {
     return QProcess::execute(u"sh"_s, {u"-c"_s, u"{ "_s + command + u"; } >/dev/null 2>&1"_s});
 }

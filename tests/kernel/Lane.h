@@ -1,13 +1,25 @@
 #pragma once
 
+#include <QFile>
 #include <QStringList>
 
 #include <cstdio>
+#include <unistd.h>
 
 // A case's figures: guest.sh puts the lines printed here on the case's line.
 inline void Figures(const QString& text) {
     std::printf("FIGURES %s\n", qPrintable(text));
     std::fflush(stdout);
+}
+
+// CPU seconds a process has used, user and system.
+inline double CpuSeconds(qint64 pid) {
+    QFile f(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!f.open(QIODevice::ReadOnly))
+        return -1;
+    const QByteArray stat = f.readAll();
+    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+    return (fields.value(11).toDouble() + fields.value(12).toDouble()) / sysconf(_SC_CLK_TCK);
 }
 
 // Two codes of every protocol the kernel encodes (not rc-mm: Debian has no coder for it).

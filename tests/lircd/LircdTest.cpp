@@ -82,7 +82,6 @@ protected:
         t.settings.WriteIni(u"Tira", u"Device", u"sim");
         t.settings.Write(Key::LircdSocket, u"lircd"_s);
     }
-    // Starts the server and connects the client to its socket.
     void start() {
         lircd.Start();
         client.connectToServer(lircd.socketPath());
