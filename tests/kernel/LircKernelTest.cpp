@@ -41,7 +41,6 @@ public:
         int carrier = 0;
     };
     std::vector<Message> messages;
-    bool gone = false;
     // rc-loopback ends each write with a silence of its receive timeout.
     static constexpr uint32_t EndUs = 100000;
 
@@ -54,7 +53,6 @@ public:
             return false;
         uint32_t mode = LIRC_MODE_MODE2;
         ::ioctl(fd_, LIRC_SET_REC_MODE, &mode);
-        gone = false;
         notifier_ = std::make_unique<QSocketNotifier>(fd_, QSocketNotifier::Read);
         connect(notifier_.get(), &QSocketNotifier::activated, this, &Receiver::read);
         return true;
@@ -76,8 +74,7 @@ private:
         ssize_t n = ::read(fd_, records, sizeof records);
         if (n < 0 && errno == EAGAIN)
             return;
-        if (n <= 0) {
-            gone = true;
+        if (n <= 0) { // the device is gone
             notifier_->setEnabled(false);
             return;
         }

@@ -163,36 +163,19 @@ TEST(LircdCommand, AnswersAsLircd) {
               "0000000000004001 1a Vol_Up 居間のTV\n");
 }
 
-// A stale socket file is replaced and removed at close; a plain file or a missing folder is logged.
-TEST_F(LircdHome, SocketFileReplacedWhenStaleAndRemovedAtClose) {
+// A stale socket file is replaced; outside clients, endless lines and clients that never read do
+// not hold up the others.
+TEST_F(LircdHome, StaleSocketsAndBadClientsDoNotHoldUpTheOthers) {
     LogLines log;
     const QString path = t.path(u"lircd");
-    ASSERT_EQ(UnixSocket(path, true), 0);
-    start();
-    EXPECT_EQ(lircd.socketPath(), path);
-    lircd.Close();
-    EXPECT_FALSE(QFile::exists(path));
-    t.writeFile(u"plain", "a file");
-    t.settings.Write(Key::LircdSocket, u"plain"_s);
-    Lircd second(t.folder, t.settings, device);
-    second.Start();
-    EXPECT_TRUE(second.socketPath().isEmpty());
-    EXPECT_EQ(t.readFile(u"plain"), "a file");
-    t.settings.Write(Key::LircdSocket, u"missing/lircd"_s);
-    second.Start();
-    EXPECT_TRUE(second.socketPath().isEmpty());
-    EXPECT_TRUE(log.text().contains(u"plain is not a socket"_s)) << log.text().toStdString();
-    EXPECT_TRUE(log.text().contains(u"cannot make the lircd socket "_s + t.path(u"missing/lircd")));
-}
-
-// Outside clients, endless lines and clients that never read do not hold up the others.
-TEST_F(LircdHome, BadClientsDoNotHoldUpTheOthers) {
-    QTcpServer probe; // a free port
+    ASSERT_EQ(UnixSocket(path, true), 0); // left behind by a server that ended
+    QTcpServer probe;                     // a free port
     probe.listen(QHostAddress::LocalHost);
     t.settings.Write(Key::LircdPort, QString::number(probe.serverPort()));
     probe.close();
     lircd.atHome = [](const QHostAddress&) { return false; };
     start();
+    EXPECT_EQ(lircd.socketPath(), path);
     QLocalSocket& good = client;
     QTcpSocket outside;
     outside.connectToHost(QHostAddress::LocalHost, lircd.port());
@@ -229,6 +212,22 @@ TEST_F(LircdHome, BadClientsDoNotHoldUpTheOthers) {
     ASSERT_TRUE(WaitUntil([&] { return good.bytesAvailable() > 0; }));
     EXPECT_EQ(good.readAll(), LircdSuccess("VERSION", {KESTRAVA_VERSION}));
     ::close(mute);
+
+    // The socket file is removed at close; a plain file or a missing folder is left alone and
+    // logged.
+    lircd.Close();
+    EXPECT_FALSE(QFile::exists(path));
+    t.writeFile(u"plain", "a file");
+    t.settings.Write(Key::LircdSocket, u"plain"_s);
+    Lircd second(t.folder, t.settings, device);
+    second.Start();
+    EXPECT_TRUE(second.socketPath().isEmpty());
+    EXPECT_EQ(t.readFile(u"plain"), "a file");
+    t.settings.Write(Key::LircdSocket, u"missing/lircd"_s);
+    second.Start();
+    EXPECT_TRUE(second.socketPath().isEmpty());
+    EXPECT_TRUE(log.text().contains(u"plain is not a socket"_s)) << log.text().toStdString();
+    EXPECT_TRUE(log.text().contains(u"cannot make the lircd socket "_s + t.path(u"missing/lircd")));
 }
 
 // Debian's irsend (socket and TCP port), irw and irexec against the program.

@@ -97,7 +97,7 @@ QByteArray Curl(const QStringList& args, QByteArray* log = nullptr) {
 
 } // namespace
 
-TEST(WebServer, ABarePathIsRedirectedOnceThenServedAsTheDefaultPage) {
+TEST(WebServer, RequestsReachTheirPagesAndABarePathIsRedirectedOnce) {
     Served s;
     // No Date, and the link in the body is the bare scheme.
     EXPECT_EQ(
@@ -115,11 +115,8 @@ TEST(WebServer, ABarePathIsRedirectedOnceThenServedAsTheDefaultPage) {
                   "Content-Length: 6\r\nContent-Type: text/html\r\nConnection: close\r\n\r\n"
                   "\x83\x65\x83\x58\x83\x67");
     EXPECT_TRUE(WaitUntil([&] { return !s.server.RedirectArmed(); }, 2000));
-}
 
-// The query or a body (which wins) reaches the page; CP932 raw or escaped; bare LF line ends.
-TEST(WebServer, RequestsReachThePage) {
-    Served s;
+    // The query or a body (which wins) reaches the page; CP932 raw or escaped; bare LF line ends.
     const QByteArray body = ShiftJis::Encode(u"DevID=1&Button=0&Device=テレビ"_s);
     const QByteArray name = ShiftJis::Encode(u"テレビ"_s);
     const struct {
@@ -352,7 +349,8 @@ TEST(WebServer, WrongLoginsAreHeldUpPerAddress) {
     }
 }
 
-TEST(WebServer, FilesWithTypesAndRangesAndAStalledReaderLetGo) {
+// Files whole and in ranges, from their own folders only; a reader that stalls is let go.
+TEST(WebServer, FilesAreServedFromTheirOwnFoldersOnly) {
     Served s;
     const QByteArray data = Pattern(1000);
     s.t.writeFile(u"pic/up.gif", data);
@@ -401,11 +399,8 @@ TEST(WebServer, FilesWithTypesAndRangesAndAStalledReaderLetGo) {
     ::close(fd);
     EXPECT_EQ(n, 0); // closed by the server, not a time-out here
     EXPECT_LT(total, 32 * 1024 * 1024);
-}
 
-// Help comes from its own folder; private files and those outside are missing; nothing is made.
-TEST(WebServer, HelpAndFilesComeFromTheirOwnFoldersOnly) {
-    Served s;
+    // Help comes from its own folder; private files and those outside are missing; nothing is made.
     s.t.writeFile(u"help/wake.html"_s, "<p>program folder</p>");
     s.t.writeFile(u"doc/wake.html"_s, "<p>wake</p>");
     s.t.writeFile(u"doc/help.css"_s, "p {}");
@@ -441,6 +436,7 @@ TEST(WebServer, HelpAndFilesComeFromTheirOwnFoldersOnly) {
         EXPECT_FALSE(r.contains("signal") || r.contains("secret") || r.contains("outside") ||
                      r.contains("<p>"));
     }
+
     EXPECT_EQ(QDir(s.t.root()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), before);
     s.server.helpFolder.clear();
     EXPECT_TRUE(s.get("/help/wake.html").startsWith("HTTP/1.1 404"));
