@@ -163,8 +163,7 @@ TEST(LircdCommand, AnswersAsLircd) {
               "0000000000004001 1a Vol_Up 居間のTV\n");
 }
 
-// A stale socket file is replaced; outside clients, endless lines and clients that never read do
-// not hold up the others.
+// A stale socket is replaced, and bad clients (outside, endless, never reading) hold up no other.
 TEST_F(LircdHome, StaleSocketsAndBadClientsDoNotHoldUpTheOthers) {
     LogLines log;
     const QString path = t.path(u"lircd");
@@ -213,8 +212,7 @@ TEST_F(LircdHome, StaleSocketsAndBadClientsDoNotHoldUpTheOthers) {
     EXPECT_EQ(good.readAll(), LircdSuccess("VERSION", {KESTRAVA_VERSION}));
     ::close(mute);
 
-    // The socket file is removed at close; a plain file or a missing folder is left alone and
-    // logged.
+    // The socket is removed at close; a plain file or a missing folder is left alone and logged.
     lircd.Close();
     EXPECT_FALSE(QFile::exists(path));
     t.writeFile(u"plain", "a file");
