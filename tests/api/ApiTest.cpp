@@ -166,20 +166,6 @@ TEST(Api, WithoutATransceiverAPressIsABadGateway) {
     EXPECT_EQ(ApiJson(r)[u"message"_s], Transceiver::PortUnsetText);
 }
 
-TEST(Api, ARemoteDeletedWhileItsPressesWaitEndsThemClearly) {
-    ApiServer a;
-    a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
-    RawConnection press(a.server.WebPort());
-    press.send(ApiRequest("POST", "/api/v1/remotes/1/keys/0/press", R"({"repeat":20})"));
-    ASSERT_TRUE(WaitUntil([&] { return a.sends() >= 1; }));
-    EXPECT_EQ(ApiStatus(a.call("DELETE", "/api/v1/remotes/1")), 204);
-    const QByteArray r = press.readAll(20000);
-    EXPECT_EQ(ApiStatus(r), 409) << r.toStdString();
-    EXPECT_LT(a.sends(), 20);
-    EXPECT_FALSE(QFileInfo::exists(a.t.path(u"IRSignals/TV-Power.bin")));
-    EXPECT_EQ(ApiStatus(a.call("GET", "/api/v1/remotes/1")), 404);
-}
-
 TEST(Api, LearnsARemoteWithoutADesktop) {
     ApiServer a;
     QByteArray r =
@@ -302,9 +288,37 @@ TEST(Api, ACodeImportedOnAFullDiskLeavesTheKeyAsItWas) {
     EXPECT_EQ(QDir(a.t.path(u"IRSignals")).entryList(QDir::Files), QStringList{u"TV-Vol.bin"_s});
 }
 
-TEST(Api, RefusalsNameTheFieldAtFaultAndStoreNothing) {
+// Reservations share the store and the scheduler with the pages; refusals name the field at fault
+// and store nothing.
+TEST(Api, ReservationsAndRefusals) {
     ApiServer a; // 2026-11-21 08:00
     a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
+    QByteArray r = a.call("POST", "/api/v1/reservations",
+                          R"({"time":"07:05","repeat":"weekdays","remote":"TV","keyId":0})");
+    ASSERT_EQ(ApiStatus(r), 201) << r.toStdString();
+    const QString id = ApiJson(r)[u"id"_s].toString();
+    EXPECT_TRUE(QFileInfo::exists(a.t.path(u"reserve/0111110 07_05")));
+    EXPECT_EQ(a.scheduler.grid.rows().size(), 1u);
+    EXPECT_EQ(ApiStatus(a.call("POST", "/api/v1/reservations",
+                               R"({"time":"25:00","repeat":"daily","remoteId":1,"keyId":0})")),
+              400);
+    EXPECT_EQ(ApiStatus(a.call("POST", "/api/v1/reservations",
+                               R"({"time":"07:00","repeat":"daily","remoteId":9,"keyId":0})")),
+              404);
+    r = a.call("PATCH", "/api/v1/reservations/" + id.toUtf8(),
+               R"({"time":"08:00","repeat":"once","date":"2026-12-01"})");
+    ASSERT_EQ(ApiStatus(r), 200) << r.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(a.t.path(u"reserve/0111110 07_05")));
+    const QJsonArray list =
+        ApiJson(a.call("GET", "/api/v1/reservations"))[u"reservations"_s].toArray();
+    ASSERT_EQ(list.size(), 1);
+    EXPECT_EQ(list[0][u"date"_s], u"2026-12-01"_s);
+    EXPECT_EQ(list[0][u"keyId"_s].toInt(), 0);
+    const QByteArray moved = "/api/v1/reservations/" + list[0][u"id"_s].toString().toUtf8();
+    EXPECT_EQ(ApiStatus(a.call("DELETE", moved)), 204);
+    EXPECT_EQ(ApiStatus(a.call("DELETE", moved)), 404);
+    EXPECT_TRUE(a.scheduler.grid.rows().empty());
+
     const struct {
         const char* method;
         const char* path;
@@ -335,7 +349,7 @@ TEST(Api, RefusalsNameTheFieldAtFaultAndStoreNothing) {
          R"({"remoteId":1,"keyId":0,"time":"07:59","date":"2026-11-21"})", u"date"},
     };
     for (const auto& c : cases) {
-        const QByteArray r = a.call(c.method, c.path, c.body);
+        r = a.call(c.method, c.path, c.body);
         EXPECT_EQ(ApiStatus(r), 400) << c.body;
         EXPECT_TRUE(ApiJson(r)[u"message"_s].toString().startsWith(QStringView(c.field)))
             << r.toStdString();
@@ -349,37 +363,7 @@ TEST(Api, RefusalsNameTheFieldAtFaultAndStoreNothing) {
     EXPECT_EQ(ApiJson(a.call("GET", "/api/v1/status"))[u"transceiver"_s][u"kind"_s], u"sim"_s);
 }
 
-TEST(Api, ReservationsShareTheStoreAndTheScheduler) {
-    ApiServer a;
-    a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
-    QByteArray r = a.call("POST", "/api/v1/reservations",
-                          R"({"time":"07:05","repeat":"weekdays","remote":"TV","keyId":0})");
-    ASSERT_EQ(ApiStatus(r), 201) << r.toStdString();
-    const QString id = ApiJson(r)[u"id"_s].toString();
-    EXPECT_TRUE(QFileInfo::exists(a.t.path(u"reserve/0111110 07_05")));
-    EXPECT_EQ(a.scheduler.grid.rows().size(), 1u);
-    EXPECT_EQ(ApiStatus(a.call("POST", "/api/v1/reservations",
-                               R"({"time":"25:00","repeat":"daily","remoteId":1,"keyId":0})")),
-              400);
-    EXPECT_EQ(ApiStatus(a.call("POST", "/api/v1/reservations",
-                               R"({"time":"07:00","repeat":"daily","remoteId":9,"keyId":0})")),
-              404);
-    r = a.call("PATCH", "/api/v1/reservations/" + id.toUtf8(),
-               R"({"time":"08:00","repeat":"once","date":"2026-12-01"})");
-    ASSERT_EQ(ApiStatus(r), 200) << r.toStdString();
-    EXPECT_FALSE(QFileInfo::exists(a.t.path(u"reserve/0111110 07_05")));
-    const QJsonArray list =
-        ApiJson(a.call("GET", "/api/v1/reservations"))[u"reservations"_s].toArray();
-    ASSERT_EQ(list.size(), 1);
-    EXPECT_EQ(list[0][u"date"_s], u"2026-12-01"_s);
-    EXPECT_EQ(list[0][u"keyId"_s].toInt(), 0);
-    const QByteArray moved = "/api/v1/reservations/" + list[0][u"id"_s].toString().toUtf8();
-    EXPECT_EQ(ApiStatus(a.call("DELETE", moved)), 204);
-    EXPECT_EQ(ApiStatus(a.call("DELETE", moved)), 404);
-    EXPECT_TRUE(a.scheduler.grid.rows().empty());
-}
-
-TEST(Api, EventsSeeAPressFromAClassicPageAndConnectionsStayForTheApiOnly) {
+TEST(Api, EventsConnectionsAndADeletedRemotesWaitingPresses) {
     ApiServer a;
     a.learnedKey(1, u"TV"_s, 1, {u"Power"_s});
     RawConnection events(a.server.WebPort());
@@ -401,6 +385,18 @@ TEST(Api, EventsSeeAPressFromAClassicPageAndConnectionsStayForTheApiOnly) {
     EXPECT_EQ(all.count("HTTP/1.1 200 OK"), 3);
     EXPECT_TRUE(all.contains("\"remotes\""));
     EXPECT_EQ(c.socket.state(), QAbstractSocket::UnconnectedState);
+
+    // A remote deleted while its presses wait ends them clearly.
+    const int before = a.sends();
+    RawConnection press(a.server.WebPort());
+    press.send(ApiRequest("POST", "/api/v1/remotes/1/keys/0/press", R"({"repeat":20})"));
+    ASSERT_TRUE(WaitUntil([&] { return a.sends() > before; }));
+    EXPECT_EQ(ApiStatus(a.call("DELETE", "/api/v1/remotes/1")), 204);
+    const QByteArray r = press.readAll(20000);
+    EXPECT_EQ(ApiStatus(r), 409) << r.toStdString();
+    EXPECT_LT(a.sends() - before, 20);
+    EXPECT_FALSE(QFileInfo::exists(a.t.path(u"IRSignals/TV-Power.bin")));
+    EXPECT_EQ(ApiStatus(a.call("GET", "/api/v1/remotes/1")), 404);
 }
 
 // Each kind of request, and two on one connection, cut anywhere: answered as when whole.
@@ -576,7 +572,7 @@ TEST(SceneApi, MakeChangeRunReserveAndDelete) {
     EXPECT_EQ(ApiJson(a.call("GET", "/api/v1/scenes"))[u"scenes"_s].toArray().size(), 1);
 }
 
-TEST(ClimateApi, ImportSetStateRefuseAndDelete) {
+TEST(ClimateApi, ImportSetStateRefuseDeleteAndLearn) {
     ApiServer a;
     // A SmartIR file larger than other bodies may be still comes in.
     QJsonObject file = QJsonDocument::fromJson(SmartIrFile()).object();
@@ -608,11 +604,9 @@ TEST(ClimateApi, ImportSetStateRefuseAndDelete) {
     EXPECT_EQ(ApiStatus(a.call("GET", "/api/v1/climates/ac1/state")), 404);
     EXPECT_EQ(ApiStatus(a.call("POST", "/api/v1/climates", R"({"name":"x","family":"nope"})")),
               422);
-}
 
-TEST(ClimateApi, ALearnedFrameNoFamilyReadsOffersTheTableRoute) {
-    ApiServer a; // the simulator captures an NEC key
-    const QByteArray r = a.call("POST", "/api/v1/climates/learn", R"({"name":"居間"})");
+    // A learned frame no family reads (the simulator captures an NEC key) offers the table route.
+    r = a.call("POST", "/api/v1/climates/learn", R"({"name":"居間"})");
     EXPECT_EQ(ApiStatus(r), 422) << r.toStdString();
     EXPECT_EQ(ApiJson(r)[u"error"_s], u"unknown_family"_s);
     EXPECT_TRUE(ApiJson(r)[u"message"_s].toString().contains(u"/api/v1/climates/import"_s));
