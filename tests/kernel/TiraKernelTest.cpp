@@ -27,19 +27,17 @@ const QByteArray Burst = QByteArray::fromHex("04650233004600460046 00D3 00460000
 const QString Plug =
     u"device_add usb-serial,id=tira0,bus=xhci.0,chardev=tira,serial=KESTRAVA0001"_s;
 
-QString laneOut() {
-    return qEnvironmentVariable("LANE_OUT");
-}
+const QString LaneOut = qEnvironmentVariable("LANE_OUT");
 
 QByteArray emulatorLog() {
-    QFile f(laneOut() + u"/tira.log"_s);
+    QFile f(LaneOut + u"/tira.log"_s);
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
 // Runs a QEMU monitor command on the host (lane.sh answers host/*.req).
 QString HostDo(const QString& command) {
     static int seq = 0;
-    const QString base = laneOut() + u"/host/gtest-"_s +
+    const QString base = LaneOut + u"/host/gtest-"_s +
                          QString::number(QCoreApplication::applicationPid()) + u'-' +
                          QString::number(++seq);
     QFile req(base + u".tmp"_s);
@@ -81,7 +79,7 @@ struct Lane {
 } // namespace
 
 TEST(TiraKernel, IdentifiesSendsCapturesAndComesBackAfterAnUnplug) {
-    if (laneOut().isEmpty() || !QFile::exists(Port))
+    if (LaneOut.isEmpty() || !QFile::exists(Port))
         GTEST_SKIP() << "no " << Port.toStdString() << " (outside the lane?)";
     Lane lane;
     const UsbIdentity id = UsbIdentityOf(Port);
