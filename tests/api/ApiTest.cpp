@@ -55,7 +55,6 @@ TEST(Api, LoginOriginMethodsAndLimitsAreCheckedBeforeAnythingActs) {
     EXPECT_EQ(a.sends(), 1);
     QJsonObject status = ApiJson(a.call("GET", "/api/v1/status", {}, login));
     EXPECT_EQ(status[u"port"_s].toInt(), a.server.WebPort());
-    EXPECT_EQ(status[u"pressesWaiting"_s].toInt(), 0);
     EXPECT_TRUE(status[u"mqtt"_s].isNull());
     a.api.mqttStatus = [] { return QJsonObject{{u"nodeId"_s, u"den"_s}, {u"listening"_s, true}}; };
     status = ApiJson(a.call("GET", "/api/v1/status", {}, login));

@@ -12,6 +12,9 @@ inline void Figures(const QString& text) {
     std::fflush(stdout);
 }
 
+// rc-loopback's device.
+inline const QString LircDevice = QStringLiteral("/dev/lirc0");
+
 // CPU seconds a process has used, user and system.
 inline double CpuSeconds(qint64 pid) {
     QFile f(QStringLiteral("/proc/%1/stat").arg(pid));

@@ -31,8 +31,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString Device = u"/dev/lirc0"_s;
-
 // A second reader of the device: its messages split at long silences, with any carrier measured.
 class Receiver : public QObject {
 public:
@@ -48,7 +46,7 @@ public:
     ~Receiver() override { close(); }
     bool open() {
         close();
-        fd_ = ::open(qPrintable(Device), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        fd_ = ::open(qPrintable(LircDevice), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
         if (fd_ < 0)
             return false;
         uint32_t mode = LIRC_MODE_MODE2;
@@ -166,7 +164,7 @@ bool Finished(QProcess& p) {
 struct Program {
     Program() {
         t.folder.CreateDataFolders();
-        t.settings.WriteIni(u"Tira", u"Device", Device);
+        t.settings.WriteIni(u"Tira", u"Device", LircDevice);
     }
     // Key 0 of remote 1: NEC 0x4012 with its repeat code at 38 kHz, gapUs before each repeat.
     QString learnNec(uint32_t gapUs = 100000) {
@@ -266,7 +264,7 @@ TEST(LircKernel, PagePressReachesTheWireOnceWithItsCarrier) {
         &figures);
     EXPECT_FALSE(program.log().contains(u"lost"_s)) << program.log().toStdString();
     uint32_t features = 0;
-    const int fd = ::open(qPrintable(Device), O_RDONLY | O_CLOEXEC);
+    const int fd = ::open(qPrintable(LircDevice), O_RDONLY | O_CLOEXEC);
     ASSERT_GE(fd, 0);
     ::ioctl(fd, LIRC_GET_FEATURES, &features);
     ::close(fd);
@@ -298,7 +296,7 @@ TEST(LircKernel, KernelEncodedSignalsAreCapturedWholeAndDecodeAlike) {
         QProcess irctl;
         QTimer::singleShot(300, &irctl, [&] {
             // rc-loopback hands its learning receiver only what goes out on transmitter 2.
-            irctl.start(u"ir-ctl"_s, {u"-d"_s, Device, u"-e"_s, u"1,2"_s, u"-S"_s, spec});
+            irctl.start(u"ir-ctl"_s, {u"-d"_s, LircDevice, u"-e"_s, u"1,2"_s, u"-S"_s, spec});
         });
         QElapsedTimer t;
         t.start();
@@ -357,7 +355,7 @@ TEST(LircKernel, UnpluggedDeviceFailsAndComesBack) {
 
     // Back: the next press goes out.
     RunTool(u"modprobe"_s, {u"rc-loopback"_s});
-    WaitUntil([] { return QFileInfo::exists(Device); }, 5000);
+    WaitUntil([] { return QFileInfo::exists(LircDevice); }, 5000);
     Receiver rx;
     ASSERT_TRUE(rx.open());
     ExpectSentOnce(
@@ -384,7 +382,7 @@ TEST(LircKernel, UnpluggedDeviceFailsAndComesBack) {
     EXPECT_EQ(p.press(path), SendResult::NotOpened) << "sent to a device that is not there";
 
     RunTool(u"modprobe"_s, {u"rc-loopback"_s, u"dyndbg=+p"_s});
-    WaitUntil([] { return QFileInfo::exists(Device); }, 5000);
+    WaitUntil([] { return QFileInfo::exists(LircDevice); }, 5000);
     ASSERT_TRUE(rx.open());
     ExpectSentOnce(
         p, rx, [&] { return p.press(path) == SendResult::Sent; }, &figures);
@@ -409,7 +407,7 @@ TEST(LircKernel, ListenerHearsAFrameOnceAndNamesTheKey) {
 
     QElapsedTimer clock;
     clock.start();
-    RunTool(u"ir-ctl"_s, {u"-d"_s, Device, u"-S"_s, u"nec:0x4012"_s});
+    RunTool(u"ir-ctl"_s, {u"-d"_s, LircDevice, u"-S"_s, u"nec:0x4012"_s});
     ASSERT_TRUE(WaitForSignal(&listener, &IrListener::keyHeard, 5000));
     const qint64 heardMs = clock.elapsed();
     WaitMs(800);
@@ -441,7 +439,7 @@ TEST(LircKernel, HeardKeyFiresItsTriggerOnTheBroker) {
     ASSERT_TRUE(sub.waitFor(u"kestrava/den/status"_s, "online", 20000))
         << program.log().toStdString();
     ASSERT_TRUE(program.waitForLog(u"listening on"_s)) << program.log().toStdString();
-    RunTool(u"ir-ctl"_s, {u"-d"_s, Device, u"-S"_s, u"nec:0x4012"_s});
+    RunTool(u"ir-ctl"_s, {u"-d"_s, LircDevice, u"-S"_s, u"nec:0x4012"_s});
     EXPECT_TRUE(sub.waitFor(u"kestrava/den/trigger/1/0"_s, "press", 10000));
     EXPECT_TRUE(WaitUntil(
         [&] {

@@ -19,8 +19,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString Device = u"/dev/lirc0"_s;
-
 // The kernel's name of an rc_proto number (both lists in lirc.h's order).
 QString KernelName(uint16_t proto) {
     const uint16_t numbers[] = {
@@ -46,7 +44,7 @@ TEST(ProtocolKernel, KernelDecodesOurSignals) {
     QFile enabled(u"/sys/class/rc/rc0/protocols"_s);
     ASSERT_TRUE(enabled.open(QIODevice::ReadOnly));
     const QString protocols = QString::fromUtf8(enabled.readAll()).trimmed();
-    const int fd = ::open(qPrintable(Device), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const int fd = ::open(qPrintable(LircDevice), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     ASSERT_GE(fd, 0);
     uint32_t mode = LIRC_MODE_SCANCODE;
     ASSERT_EQ(::ioctl(fd, LIRC_SET_REC_MODE, &mode), 0) << "no scancode reading";
@@ -73,8 +71,8 @@ TEST(ProtocolKernel, KernelDecodesOurSignals) {
                 u"necx:0x%1"_s.arg(a << 16 | a << 8 | (code.scancode & 0xFF), 6, 16, QChar(u'0'));
         }
         QProcess irctl;
-        irctl.start(u"ir-ctl"_s,
-                    {u"-d"_s, Device, u"-c"_s, QString::number(timing.carrierHz), u"-s"_s, path});
+        irctl.start(u"ir-ctl"_s, {u"-d"_s, LircDevice, u"-c"_s, QString::number(timing.carrierHz),
+                                  u"-s"_s, path});
         ASSERT_TRUE(irctl.waitForFinished(20000));
         EXPECT_EQ(irctl.exitCode(), 0) << irctl.readAllStandardError().toStdString();
         QString got;

@@ -259,8 +259,7 @@ TEST(Lircd, DebianClientsDriveTheProgram) {
     EXPECT_EQ(r.code, 0) << r.out.toStdString();
     EXPECT_EQ(SimLog(dir).size(), 1) << "answered before the send went out";
     r = Client(irsend, d + QStringList{u"SEND_ONCE"_s, u"TV"_s, u"Mute"_s});
-    EXPECT_NE(r.code, 0);
-    EXPECT_TRUE(r.out.contains(u"unknown command: \"Mute\""_s)) << r.out.toStdString();
+    EXPECT_NE(r.code, 0) << r.out.toStdString();
     r = Client(irsend, d + QStringList{u"--count=3"_s, u"SEND_ONCE"_s, u"TV"_s, u"Vol_Up"_s});
     EXPECT_EQ(r.code, 0) << r.out.toStdString();
     EXPECT_EQ(SimLog(dir).size(), 4);
