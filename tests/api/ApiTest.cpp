@@ -246,16 +246,15 @@ TEST(Api, LearnsARemoteWithoutADesktop) {
 TEST(Api, NamesWithControlOrBrokenCharactersAreRefused) {
     ApiServer a;
     a.learnedKey(1, u"TV"_s, 1, {u"Vol"_s});
-    const QByteArray json = "Content-Type: application/json\r\n";
-    for (const QByteArray bad : {"A\\u0000B", "A\\tB", "A\\u0085B", "A\\ud800B", "AB\\n"}) {
-        const QByteArray name = "{\"name\":\"" + bad + "\",\"design\":1}";
-        EXPECT_EQ(ApiStatus(a.call("POST", "/api/v1/remotes", name, json)), 400) << bad.data();
-        EXPECT_EQ(ApiStatus(a.call("PATCH", "/api/v1/remotes/1", name, json)), 400) << bad.data();
-        EXPECT_EQ(ApiStatus(a.call("PATCH", "/api/v1/remotes/1/keys/0", name, json)), 400)
-            << bad.data();
-        EXPECT_EQ(ApiStatus(a.call("POST", "/api/v1/remotes/1/keys/1/learn", name, json)), 400)
-            << bad.data();
-    }
+    const std::pair<QByteArray, QByteArray> calls[] = {{"POST", "/api/v1/remotes"},
+                                                       {"PATCH", "/api/v1/remotes/1"},
+                                                       {"PATCH", "/api/v1/remotes/1/keys/0"},
+                                                       {"POST", "/api/v1/remotes/1/keys/1/learn"}};
+    for (const QByteArray bad : {"A\\u0000B", "A\\tB", "A\\u0085B", "A\\ud800B", "AB\\n"})
+        for (const auto& [method, path] : calls)
+            EXPECT_EQ(ApiStatus(a.call(method, path, "{\"name\":\"" + bad + "\",\"design\":1}")),
+                      400)
+                << bad.data() << " " << path.data();
     EXPECT_EQ(a.t.settings.ReadIni(RemoteSection(1), u"Device"), u"TV"_s);
     EXPECT_EQ(a.t.settings.ReadIni(RemoteSection(1), ButtonKey(0)), u"Vol"_s);
     EXPECT_EQ(a.t.settings.ReadIni(RemoteSection(2), u"Device"), QString());
@@ -273,7 +272,7 @@ TEST(Api, ACodeImportedOnAFullDiskLeavesTheKeyAsItWas) {
         FullDisk full(SignalFileSize); // a signal file still fits, setting.ini no longer does
         ASSERT_TRUE(full.ok());
         r = a.call("PUT", "/api/v1/remotes/1/keys/0/code",
-                   R"({"name":"Power","code":"nec:0x0408"})", "Content-Type: application/json\r\n");
+                   R"({"name":"Power","code":"nec:0x0408"})");
     }
     EXPECT_EQ(ApiStatus(r), 500) << r.toStdString();
     EXPECT_EQ(a.t.settings.ReadIni(RemoteSection(1), ButtonKey(0)), u"Vol"_s);
