@@ -1,6 +1,4 @@
-// An air conditioner's frame sent by someone else (ir-ctl standing in for the
-// hand-held remote) through rc-loopback: the listener hears it and the unit
-// takes the state over. Run by tests/kernel/cases/12-listen.sh.
+// A unit takes over the state its own remote (ir-ctl on rc-loopback) sent. Run by cases/*.sh.
 #include "climate/ClimateUnits.h"
 #include "core/Wait.h"
 #include "infrared/Transceiver.h"
@@ -20,9 +18,8 @@
 using namespace Qt::StringLiterals;
 
 TEST(ClimateKernel, HeardFrameUpdatesTheUnit) {
-    const QString device = u"/dev/lirc0"_s;
     TempFolder t;
-    t.settings.WriteIni(u"Tira", u"Device", device);
+    t.settings.WriteIni(u"Tira", u"Device", LircDevice);
     ScriptedPrompt prompt;
     Transceiver transceiver(t.folder, t.settings, prompt);
     ClimateUnits units(t.folder, t.settings, transceiver);
@@ -62,8 +59,8 @@ TEST(ClimateKernel, HeardFrameUpdatesTheUnit) {
     QElapsedTimer clock;
     clock.start();
     QProcess irctl;
-    irctl.start(u"ir-ctl"_s, {u"-d"_s, device, u"-c"_s, QString::number(frame->carrierHz), u"-s"_s,
-                              text.fileName()});
+    irctl.start(u"ir-ctl"_s, {u"-d"_s, LircDevice, u"-c"_s, QString::number(frame->carrierHz),
+                              u"-s"_s, text.fileName()});
     ASSERT_TRUE(irctl.waitForFinished(20000));
     ASSERT_EQ(irctl.exitCode(), 0) << irctl.readAllStandardError().toStdString();
     ASSERT_TRUE(WaitForSignal(&units, &ClimateUnits::stateChanged, 5000))

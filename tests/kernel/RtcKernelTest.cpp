@@ -1,5 +1,4 @@
-// The wake-up on the virtual machine's own RTC (rtc_cmos). Run by
-// tests/kernel/cases/20-rtc.sh.
+// The wake-up on the virtual machine's own RTC (rtc_cmos). Run by cases/20-rtc.sh.
 #include "kernel/Lane.h"
 #include "power/Power.h"
 #include "reservations/Scheduler.h"
@@ -12,8 +11,7 @@
 
 using namespace Qt::StringLiterals;
 
-// Set for the next hour, read back as set; a reservation days ahead on a
-// clock that takes only the next day wakes within that day.
+// Read back as set; days ahead, on a clock that takes only the next day, within that day.
 TEST(RtcKernel, WakeUpIsWrittenToTheClockAndReadBack) {
     TempFolder t;
     const QDateTime now = QDateTime::currentDateTime();

@@ -36,13 +36,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QByteArray Ok(const char* line, const QList<QByteArray>& data = {}) {
-    return LircdSuccess(line, data);
-}
-QByteArray Err(const char* line, const char* why) {
-    return LircdError(line, why);
-}
-
 // What went out, decoded, with the carrier it went out on.
 std::vector<std::pair<IrCode, int>> SentCodes(const QStringList& log) {
     std::vector<std::pair<IrCode, int>> sent;
@@ -54,8 +47,7 @@ std::vector<std::pair<IrCode, int>> SentCodes(const QStringList& log) {
     return sent;
 }
 
-// A socket of our own on path: bound and left behind, as by a server that
-// ended without removing it, or connected, as by a client that never reads.
+// A socket bound and left behind (a dead server's), or connected (a client that never reads).
 int UnixSocket(const QString& path, bool bound) {
     sockaddr_un addr{};
     addr.sun_family = AF_UNIX;
@@ -74,10 +66,8 @@ struct Ran {
     int code = -1;
     QString out;
 };
-Ran Client(const QString& program, const QStringList& args, const QProcessEnvironment& env = {}) {
+Ran Client(const QString& program, const QStringList& args) {
     QProcess p;
-    if (!env.isEmpty())
-        p.setProcessEnvironment(env);
     p.setProcessChannelMode(QProcess::MergedChannels);
     p.start(program, args);
     p.waitForFinished(10000);
@@ -92,7 +82,6 @@ protected:
         t.settings.WriteIni(u"Tira", u"Device", u"sim");
         t.settings.Write(Key::LircdSocket, u"lircd"_s);
     }
-    // Starts the server and connects the client to its socket.
     void start() {
         lircd.Start();
         client.connectToServer(lircd.socketPath());
@@ -150,7 +139,8 @@ TEST(LircdCommand, AnswersAsLircd) {
     for (const auto& c : replies) {
         const LircdRequest r = ParseLircdCommand(c.line, catalog);
         EXPECT_EQ(r.kind, LircdRequest::Kind::Reply) << c.line;
-        EXPECT_EQ(r.reply, c.error ? Err(c.line, c.error) : Ok(c.line, c.data)) << c.line;
+        EXPECT_EQ(r.reply, c.error ? LircdError(c.line, c.error) : LircdSuccess(c.line, c.data))
+            << c.line;
     }
     const struct {
         const char* line;
@@ -173,39 +163,18 @@ TEST(LircdCommand, AnswersAsLircd) {
               "0000000000004001 1a Vol_Up 居間のTV\n");
 }
 
-// The socket file: a stale one replaced and removed at close; a file that is
-// not a socket, or a folder that is not there, left alone and said so.
-TEST_F(LircdHome, SocketFileReplacedWhenStaleAndRemovedAtClose) {
+// A stale socket is replaced, and bad clients (outside, endless, never reading) hold up no other.
+TEST_F(LircdHome, StaleSocketsAndBadClientsDoNotHoldUpTheOthers) {
     LogLines log;
     const QString path = t.path(u"lircd");
-    ASSERT_EQ(UnixSocket(path, true), 0);
-    start();
-    EXPECT_EQ(lircd.socketPath(), path);
-    lircd.Close();
-    EXPECT_FALSE(QFile::exists(path));
-    t.writeFile(u"plain", "a file");
-    t.settings.Write(Key::LircdSocket, u"plain"_s);
-    Lircd second(t.folder, t.settings, device);
-    second.Start();
-    EXPECT_TRUE(second.socketPath().isEmpty());
-    EXPECT_EQ(t.readFile(u"plain"), "a file");
-    t.settings.Write(Key::LircdSocket, u"missing/lircd"_s);
-    second.Start();
-    EXPECT_TRUE(second.socketPath().isEmpty());
-    EXPECT_TRUE(log.text().contains(u"plain is not a socket"_s)) << log.text().toStdString();
-    EXPECT_TRUE(log.text().contains(u"cannot make the lircd socket "_s + t.path(u"missing/lircd")));
-}
-
-// A client from outside the home network is turned away on the TCP port; a
-// client writing an endless line, and one that never reads, are dropped; the
-// others are answered and get every line heard.
-TEST_F(LircdHome, BadClientsDoNotHoldUpTheOthers) {
-    QTcpServer probe; // a free port
+    ASSERT_EQ(UnixSocket(path, true), 0); // left behind by a server that ended
+    QTcpServer probe;                     // a free port
     probe.listen(QHostAddress::LocalHost);
     t.settings.Write(Key::LircdPort, QString::number(probe.serverPort()));
     probe.close();
     lircd.atHome = [](const QHostAddress&) { return false; };
     start();
+    EXPECT_EQ(lircd.socketPath(), path);
     QLocalSocket& good = client;
     QTcpSocket outside;
     outside.connectToHost(QHostAddress::LocalHost, lircd.port());
@@ -242,11 +211,24 @@ TEST_F(LircdHome, BadClientsDoNotHoldUpTheOthers) {
     ASSERT_TRUE(WaitUntil([&] { return good.bytesAvailable() > 0; }));
     EXPECT_EQ(good.readAll(), LircdSuccess("VERSION", {KESTRAVA_VERSION}));
     ::close(mute);
+
+    // The socket is removed at close; a plain file or a missing folder is left alone and logged.
+    lircd.Close();
+    EXPECT_FALSE(QFile::exists(path));
+    t.writeFile(u"plain", "a file");
+    t.settings.Write(Key::LircdSocket, u"plain"_s);
+    Lircd second(t.folder, t.settings, device);
+    second.Start();
+    EXPECT_TRUE(second.socketPath().isEmpty());
+    EXPECT_EQ(t.readFile(u"plain"), "a file");
+    t.settings.Write(Key::LircdSocket, u"missing/lircd"_s);
+    second.Start();
+    EXPECT_TRUE(second.socketPath().isEmpty());
+    EXPECT_TRUE(log.text().contains(u"plain is not a socket"_s)) << log.text().toStdString();
+    EXPECT_TRUE(log.text().contains(u"cannot make the lircd socket "_s + t.path(u"missing/lircd")));
 }
 
-// LIRC's own clients from Debian against the program: irsend lists, sends
-// once and holds a key (through the socket and through the TCP port); irw
-// reads the keys heard, repeats counted; irexec runs its lircrc's command.
+// Debian's irsend (socket and TCP port), irw and irexec against the program.
 TEST(Lircd, DebianClientsDriveTheProgram) {
     const QString irsend = QStandardPaths::findExecutable(u"irsend"_s);
     const QString irw = QStandardPaths::findExecutable(u"irw"_s);
@@ -277,14 +259,12 @@ TEST(Lircd, DebianClientsDriveTheProgram) {
     EXPECT_EQ(r.code, 0) << r.out.toStdString();
     EXPECT_EQ(SimLog(dir).size(), 1) << "answered before the send went out";
     r = Client(irsend, d + QStringList{u"SEND_ONCE"_s, u"TV"_s, u"Mute"_s});
-    EXPECT_NE(r.code, 0);
-    EXPECT_TRUE(r.out.contains(u"unknown command: \"Mute\""_s)) << r.out.toStdString();
+    EXPECT_NE(r.code, 0) << r.out.toStdString();
     r = Client(irsend, d + QStringList{u"--count=3"_s, u"SEND_ONCE"_s, u"TV"_s, u"Vol_Up"_s});
     EXPECT_EQ(r.code, 0) << r.out.toStdString();
     EXPECT_EQ(SimLog(dir).size(), 4);
 
-    // A held key: its frame, then NEC's repeat code every 108 ms until
-    // stopped, and nothing after.
+    // A held key repeats until stopped, and sends nothing after.
     ASSERT_EQ(Client(irsend, d + QStringList{u"SEND_START"_s, u"TV"_s, u"Vol_Up"_s}).code, 0);
     WaitMs(600);
     r = Client(irsend, d + QStringList{u"SEND_STOP"_s, u"TV"_s, u"Vol_Up"_s});
@@ -294,11 +274,6 @@ TEST(Lircd, DebianClientsDriveTheProgram) {
     const qsizetype held = log.size();
     EXPECT_GE(held, 4 + 6);
     EXPECT_EQ(SentCodes(log.mid(4, 1))[0].first.scancode, 0x4001u);
-    for (qsizetype i = 5; i < held; ++i) {
-        const auto blob = IrBlob::decode(QByteArray::fromHex(log[i].section(u' ', 2).toLatin1()));
-        ASSERT_TRUE(blob);
-        EXPECT_EQ(TimingFromBlob(*blob).durations.size(), 3u) << "not the repeat code: " << i;
-    }
     WaitMs(500);
     EXPECT_EQ(SimLog(dir).size(), held);
     r = Client(irsend, d + QStringList{u"SEND_STOP"_s, u"TV"_s, u"Vol_Up"_s});
@@ -340,9 +315,7 @@ TEST(Lircd, DebianClientsDriveTheProgram) {
     EXPECT_FALSE(QFile::exists(socket));
 }
 
-// Each press of a remote flips the toggle bit from the last one, as the
-// hand-held remote does, another remote's presses aside; the sends of one
-// press with a count keep it. The stored carrier stays.
+// Each press flips its remote's toggle bit, kept over one press's count; the stored carrier stays.
 TEST_F(LircdHome, PressesFlipTheToggleBitPerRemote) {
     t.folder.CreateDataFolders();
     const struct {
@@ -368,27 +341,20 @@ TEST_F(LircdHome, PressesFlipTheToggleBitPerRemote) {
     for (const char* line :
          {"SEND_ONCE TV 1", "SEND_ONCE PC OK", "SEND_ONCE TV 1", "SEND_ONCE TV Vol 2"})
         EXPECT_TRUE(ask(line).contains("SUCCESS")) << line;
-    const auto sent = SentCodes(SimLog(t.root()));
-    ASSERT_EQ(sent.size(), 5u);
-    const struct {
-        const char* spec;
-        bool toggle;
-    } want[] = {{"rc5:0x0001", false},
-                {"rc6_mce:0x800f0422", true},
-                {"rc5:0x0001", true},
-                {"rc5:0x0010", false},
-                {"rc5:0x0010", false}};
-    for (size_t i = 0; i < sent.size(); ++i) {
-        IrCode code = *ParseCodeSpec(QString::fromLatin1(want[i].spec));
-        code.toggle = want[i].toggle;
-        code.repeats = true;
-        EXPECT_EQ(sent[i].first, code) << i;
-        EXPECT_EQ(sent[i].second, 38000) << i;
-    }
+    QStringList sent;
+    for (const auto& [code, carrier] : SentCodes(SimLog(t.root())))
+        sent << u"%1 toggle %2 repeats %3 at %4"_s.arg(CodeSpec(code))
+                    .arg(int(code.toggle))
+                    .arg(int(code.repeats))
+                    .arg(carrier);
+    EXPECT_EQ(sent, (QStringList{u"rc5:0x0001 toggle 0 repeats 1 at 38000"_s,
+                                 u"rc6_mce:0x800f0422 toggle 1 repeats 1 at 38000"_s,
+                                 u"rc5:0x0001 toggle 1 repeats 1 at 38000"_s,
+                                 u"rc5:0x0010 toggle 0 repeats 1 at 38000"_s,
+                                 u"rc5:0x0010 toggle 0 repeats 1 at 38000"_s}));
 }
 
-// An air conditioner is a remote whose keys are states: its table's states
-// listed, one sent sets it. Scenes are one remote, run by name.
+// An air conditioner is a remote whose keys are its states; scenes are one remote, run by name.
 TEST_F(LircdHome, AirConditionersAndScenesAreRemotes) {
     t.writeRemote(1, u"TV"_s, 1, {u"Power"_s, u"Mute"_s});
     WriteSignalFile(SignalFilePath(t.folder, u"TV", u"Power"), SimDriver::NecSignal(1, 0));
@@ -403,23 +369,25 @@ TEST_F(LircdHome, AirConditionersAndScenesAreRemotes) {
     lircd.SetClimates(&units);
     lircd.SetScenes(&scenes);
     start();
-    EXPECT_EQ(ask("LIST ac1"),
-              Ok("LIST ac1", {"0000000000000000 off", "0000000000000000 cool_24_low",
-                              "0000000000000000 cool_24_high", "0000000000000000 cool_25_low",
-                              "0000000000000000 fan_low"}));
-    EXPECT_EQ(ask("SEND_ONCE ac1 cool_25_low"), Ok("SEND_ONCE ac1 cool_25_low"));
+    EXPECT_EQ(
+        ask("LIST ac1"),
+        LircdSuccess("LIST ac1", {"0000000000000000 off", "0000000000000000 cool_24_low",
+                                  "0000000000000000 cool_24_high", "0000000000000000 cool_25_low",
+                                  "0000000000000000 fan_low"}));
+    EXPECT_EQ(ask("SEND_ONCE ac1 cool_25_low"), LircdSuccess("SEND_ONCE ac1 cool_25_low"));
     EXPECT_EQ(units.unit(u"ac1"_s)->state.temperature, 25);
     EXPECT_TRUE(units.unit(u"ac1"_s)->state.power);
     EXPECT_EQ(SimLog(t.root()).size(), 1);
     EXPECT_EQ(ask("SEND_START ac1 off"),
-              Err("SEND_START ac1 off", "an air conditioner's keys are sent once"));
+              LircdError("SEND_START ac1 off", "an air conditioner's keys are sent once"));
 
-    EXPECT_EQ(ask("LIST scenes"),
-              Ok("LIST scenes", {"0000000000000001 映画_を見る", "0000000000000002 mute"}));
-    EXPECT_EQ(ask("SEND_ONCE scenes 映画_を見る"), Ok("SEND_ONCE scenes 映画_を見る"));
+    EXPECT_EQ(ask("LIST scenes"), LircdSuccess("LIST scenes", {"0000000000000001 映画_を見る",
+                                                               "0000000000000002 mute"}));
+    EXPECT_EQ(ask("SEND_ONCE scenes 映画_を見る"), LircdSuccess("SEND_ONCE scenes 映画_を見る"));
     EXPECT_EQ(SimLog(t.root()).size(), 2);
-    EXPECT_EQ(
-        ask("SEND_ONCE scenes mute"),
-        Err("SEND_ONCE scenes mute", "手順 1（TV Mute）: このキーはまだ学習されていません。"));
-    EXPECT_EQ(ask("SEND_START scenes mute"), Err("SEND_START scenes mute", "a scene is run once"));
+    EXPECT_EQ(ask("SEND_ONCE scenes mute"),
+              LircdError("SEND_ONCE scenes mute",
+                         "手順 1（TV Mute）: このキーはまだ学習されていません。"));
+    EXPECT_EQ(ask("SEND_START scenes mute"),
+              LircdError("SEND_START scenes mute", "a scene is run once"));
 }

@@ -30,7 +30,7 @@ struct Recorder {
 
 } // namespace
 
-TEST(Dispatcher, RoutesBySubstringAndTheLaterMatchWins) {
+TEST(Dispatcher, RoutesBySubstringTheLaterMatchWinning) {
     Recorder r;
     EXPECT_EQ(r.get(u"/foo/cell.asp"_s), u"page:cell.asp"_s);
     EXPECT_EQ(r.get(u"/CREMOTE.ASP"_s), u"page:cremote.asp"_s);
@@ -43,11 +43,8 @@ TEST(Dispatcher, RoutesBySubstringAndTheLaterMatchWins) {
     for (const QString& path : {u"/"_s, u""_s, u"/pic?x=1"_s, u"/a.jpeg"_s})
         EXPECT_EQ(r.get(path), u"page:default.asp"_s) << path.toStdString();
     EXPECT_EQ(Dispatcher().DispatchPage(u"/default.asp"_s, {}, {}), u""_s);
-}
 
-TEST(Dispatcher, ANestedRequestLeavesTheOuterParametersAlone) {
-    // A generator that waits may see another request dispatched meanwhile.
-    Recorder r;
+    // A generator that waits may see another request dispatched meanwhile: the outer's stay.
     r.dispatcher.SetGenerator(u"remote.asp"_s, [&r](const PageRequest&) {
         return r.dispatcher.DispatchPage(u"/remote5.asp"_s, u"DevID=5"_s, {});
     });

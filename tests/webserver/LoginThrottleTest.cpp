@@ -7,8 +7,7 @@
 using namespace Qt::StringLiterals;
 using Login = LoginThrottle::Login;
 
-// Wrong logins spread wider than the window never lock; five within it do,
-// for 30 s doubling to at most 15 minutes, whatever is sent meanwhile.
+// Five wrong logins lock only within the window: for 30 s, doubling to at most 15 minutes.
 TEST(LoginThrottle, LockoutsComeWithinTheWindowAndDoubleUpToFifteenMinutes) {
     FixedClock clock(QDateTime(QDate(2026, 11, 21), QTime(8, 0), Qt::UTC));
     LoginThrottle throttle(clock);
@@ -29,8 +28,7 @@ TEST(LoginThrottle, LockoutsComeWithinTheWindowAndDoubleUpToFifteenMinutes) {
     EXPECT_EQ(throttle.Attempt(peer, Login::Right), 0);
 }
 
-// Only addresses with wrong logins are kept, at most the capacity; the one
-// seen longest ago is forgotten first.
+// Only addresses with wrong logins are kept, at most the capacity, the oldest forgotten first.
 TEST(LoginThrottle, TheTableIsBoundedAndForgetsTheAddressSeenLongestAgo) {
     FixedClock clock(QDateTime(QDate(2026, 11, 21), QTime(8, 0), Qt::UTC));
     LoginThrottle throttle(clock, 3);

@@ -2,6 +2,6 @@
 # it is set to).
 rmmod rc-loopback 2>/dev/null
 modprobe rc-loopback dyndbg=+p && wait_for /dev/lirc0 5
-gtest lirc-roundtrip 'LircKernel.LearnedKeyGoesOutOnceWithItsCarrier:LircKernel.PagePressReachesTheWireOnce'
-gtest lirc-kernel-captures 'LircKernel.KernelEncodedSignalsAreCapturedWhole'
+gtest lirc-roundtrip 'LircKernel.PagePressReachesTheWireOnce*'
+gtest lirc-kernel-captures 'LircKernel.KernelEncodedSignalsAreCapturedWhole*'
 gtest lirc-unplug 'LircKernel.UnpluggedDeviceFailsAndComesBack'
