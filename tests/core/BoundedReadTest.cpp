@@ -62,8 +62,8 @@ sys.stdout.buffer.write(b"%d %f %d\n" % (status, time.monotonic() - start, peak)
 
 } // namespace
 
-// Whatever stat says, a read stops at its limit: plain, /dev/zero, /proc, pipes.
-TEST(BoundedRead, StopsAtTheLimitWhateverTheFileIs) {
+// Whatever stat says, a read stops at its limit; commands end at once on endless input.
+TEST(BoundedRead, StopsAtTheLimitAndTheCommandsRefuseEndlessInputQuickly) {
     QTemporaryDir dir;
     const QString plain = dir.filePath(u"plain"_s);
     QFile f(plain);
@@ -87,14 +87,9 @@ TEST(BoundedRead, StopsAtTheLimitWhateverTheFileIs) {
     ::mkfifo(QFile::encodeName(dir.filePath(u"idle"_s)).constData(), 0600);
     EXPECT_EQ(ReadBounded(dir.filePath(u"idle"_s), 10, {.plainOnly = true}).result,
               BoundedRead::NotPlain);
-}
 
-// The commands end at once on endless input, with a clear reason, in bounded memory.
-TEST(BoundedRead, CommandsRefuseEndlessInputQuickly) {
-    QTemporaryDir dir;
     const QString home = dir.filePath(u"home"_s);
-    // Endless input would take gigabytes; the sanitizers' shadow memory alone takes more than 100
-    // MB.
+    // Endless input would take gigabytes; ASan's shadow memory alone takes over 100 MB.
 #ifdef __SANITIZE_ADDRESS__
     constexpr long PeakLimitKb = 400 * 1024;
 #else
