@@ -1,10 +1,10 @@
 #include "core/Help.h"
+#include "support/TempFolder.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
-#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 #include <set>
@@ -27,16 +27,9 @@ QStringList captures(const QString& text, const QString& pattern) {
     return out;
 }
 
-void touch(const QString& path) {
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    EXPECT_TRUE(f.open(QIODevice::WriteOnly)) << path.toStdString();
-}
-
 } // namespace
 
-// Each page is UTF-8 Japanese and reads offline; every link lands on an
-// existing file and anchor, and the contents lead to every page.
+// Each page is UTF-8 Japanese, offline, links only to existing anchors, and is in the contents.
 TEST(HelpPages, WellFormedAndLinked) {
     const QDir dir(TreeHelp);
     const QStringList names = dir.entryList({u"*.html"_s}, QDir::Files);
@@ -67,20 +60,18 @@ TEST(HelpPages, WellFormedAndLinked) {
         EXPECT_TRUE(fromIndex.count(name)) << "not in the contents: " << name.toStdString();
 }
 
-// The environment decides alone when set; otherwise the copy beside the
-// program, wherever the tree was installed, and a folder counts only with its
-// index.
+// The environment decides alone when set, else the copy beside the program; only with an index.
 TEST(HelpFolder, EnvironmentThenBesideTheProgram) {
-    QTemporaryDir tmp;
-    const QString env = tmp.filePath(u"env"_s), bin = tmp.filePath(u"usr/bin"_s),
-                  installed = tmp.filePath(u"usr/share/kestrava/help"_s);
-    for (const QString& dir : {env, installed})
-        touch(dir + u"/index.html"_s);
+    TempFolder t;
+    const QString env = t.path(u"env"), bin = t.path(u"usr/bin"),
+                  installed = t.path(u"usr/share/kestrava/help");
+    t.writeFile(u"env/index.html", {});
+    t.writeFile(u"usr/share/kestrava/help/index.html", {});
 
     EXPECT_EQ(FindHelpFolder(env, bin), env);
     EXPECT_EQ(FindHelpFolder({}, bin), installed);
-    EXPECT_EQ(FindHelpFolder({}, tmp.filePath(u"opt/bin"_s)), QString());
-    EXPECT_EQ(FindHelpFolder(tmp.filePath(u"missing"_s), bin), QString());
+    EXPECT_EQ(FindHelpFolder({}, t.path(u"opt/bin")), QString());
+    EXPECT_EQ(FindHelpFolder(t.path(u"missing"), bin), QString());
     QFile::remove(installed + u"/index.html"_s);
     EXPECT_EQ(FindHelpFolder({}, bin), QString());
 

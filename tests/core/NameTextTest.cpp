@@ -4,9 +4,7 @@
 
 using namespace Qt::StringLiterals;
 
-// Names as users give them, as file names: nothing may leave the folder or
-// hide in it, and a name that was a fine file name stays as it was, so files
-// of existing remotes are still found.
+// No name leaves the folder or hides in it; a fine file name stays, so old files are found.
 TEST(NameText, FileNameOfKeepsEveryNameInItsFolder) {
     struct Case {
         QString name, whole, part;

@@ -16,8 +16,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Gives the file a modification time of its own, so a rewrite of the same size
-// within one clock tick still counts as a change.
+// A modification time of its own, so a same-size rewrite within a clock tick still counts.
 void touchBack(const QString& path, int secondsAgo) {
     struct utimbuf t {};
     t.actime = t.modtime = time(nullptr) - secondsAgo;
@@ -27,7 +26,7 @@ void touchBack(const QString& path, int secondsAgo) {
 } // namespace
 
 // A new file also closes the server to the internet until the owner opens it.
-TEST(Settings, FirstWriteCreatesPrivateCp932FileWithWindowsLinesAndLanOnly) {
+TEST(Settings, FirstWriteIsPrivateCp932AndNamesFoldAndValuesStayWhole) {
     TempFolder t;
     EXPECT_EQ(t.settings.ReadIni(u"WebServer", u"Port"), u""_s);
     EXPECT_FALSE(QFileInfo::exists(t.folder.settingsPath()));
@@ -43,13 +42,8 @@ TEST(Settings, FirstWriteCreatesPrivateCp932FileWithWindowsLinesAndLanOnly) {
     EXPECT_EQ(st.st_mode & 0777, 0600u);
     // No temporary is left beside it.
     EXPECT_EQ(QDir(t.root()).entryList(QDir::Files), QStringList{u"setting.ini"_s});
-}
 
-// Names fold case (beyond ASCII too, full-width letters included), empty is
-// missing, values read as at most 1023 bytes without splitting a character, and
-// a line break in a value cannot add a key.
-TEST(Settings, NamesFoldValuesAreCutWholeAndStayOnOneLine) {
-    TempFolder t;
+    // Names fold case beyond ASCII; values stop whole within 1023 bytes and never add a key.
     t.writeFile(u"setting.ini", "[tira]\r\nTESTMODE=1\r\n[Options]\r\nInternet=\r\n");
     EXPECT_EQ(t.settings.ReadIni(u"TIRA", u"TestMode"), u"1"_s);
     t.settings.WriteIni(u"Remote-テレビＡ", u"Key", u"2");
@@ -66,7 +60,7 @@ TEST(Settings, NamesFoldValuesAreCutWholeAndStayOnOneLine) {
     EXPECT_EQ(t.settings.ReadIni(u"Remote-1", u"Device"), u"TV  [Options]  WebAuth=0"_s);
 }
 
-TEST(Settings, ChangesByHandOrByAnotherInstanceAreSeenAtTheNextRead) {
+TEST(Settings, ChangesAreSeenAtTheNextReadButAFailedReadKeepsTheLastGood) {
     TempFolder t;
     t.settings.WriteIni(u"Remote-1", u"Device", u"AAAA");
     EXPECT_EQ(t.settings.ReadIni(u"Remote-1", u"Device"), u"AAAA"_s);
@@ -96,8 +90,7 @@ TEST(Settings, ChangesByHandOrByAnotherInstanceAreSeenAtTheNextRead) {
     EXPECT_EQ(other.ReadIni(u"Remote-2", u"Device"), u"X"_s);
     EXPECT_EQ(other.ReadIni(u"Remote-3", u"Device"), u"Y"_s);
 
-    // In a batch the file is looked at once a turn of the event loop, but a
-    // write still starts from the file as it is.
+    // A batch reads the file once a turn of the event loop, yet writes start from it as it is.
     {
         SettingsStore::Batch batch(other);
         EXPECT_EQ(other.ReadIni(u"Remote-2", u"Device"), u"X"_s);
@@ -111,27 +104,8 @@ TEST(Settings, ChangesByHandOrByAnotherInstanceAreSeenAtTheNextRead) {
         other.WriteIni(u"Remote-4", u"Device", u"V");
         EXPECT_EQ(t.settings.ReadIni(u"Remote-2", u"Device"), u"W"_s);
     }
-}
 
-// Untouched lines keep their bytes, line endings included; added lines take
-// the ending of the file's first line.
-TEST(Settings, WritesKeepForeignLinesAndPlaceNewKeysInTheirSection) {
-    TempFolder t;
-    t.writeFile(u"setting.ini", "; by hand\r\n[A]\nx = 1\r\n\n[B] \ny=2");
-    t.settings.WriteIni(u"A", u"z", u"3");
-    t.settings.WriteIni(u"a", u"X", u"9");
-    EXPECT_EQ(t.readFile(u"setting.ini"), "; by hand\r\n[A]\nx=9\r\nz=3\r\n\n[B] \ny=2");
-    t.settings.WriteIni(u"C", u"w", u"4");
-    EXPECT_EQ(t.readFile(u"setting.ini"),
-              "; by hand\r\n[A]\nx=9\r\nz=3\r\n\n[B] \ny=2\r\n[C]\r\nw=4\r\n");
-}
-
-// A file that cannot be read, or that is emptied or gone for a moment after it
-// held keys, is never taken for empty settings: reads answer from the last good
-// contents (so Internet=0 holds), writes wait, and the file is read again once
-// it can be.
-TEST(Settings, AFailedOrEmptyReadKeepsTheLastGoodContentsAndWritesNothing) {
-    TempFolder t;
+    // Unreadable, emptied or gone for a moment: the last good contents answer, writes wait.
     const QString ini = t.folder.settingsPath();
     const QByteArray original = "[Options]\r\nInternet=0\n[Pos]\r\nMain_T=5";
     t.writeFile(u"setting.ini", original);
@@ -167,8 +141,7 @@ TEST(Settings, AFailedOrEmptyReadKeepsTheLastGoodContentsAndWritesNothing) {
 
 TEST(Settings, DamagedFilesReadByTheRules) {
     TempFolder t;
-    // Lines without "=", a header without "]", keys before any section, a NUL,
-    // invalid CP932, an unterminated last line.
+    // No "=", no "]", keys before any section, a NUL, invalid CP932, no last line end.
     QByteArray damaged = "orphan=1\r\n[Good]\r\nnoequals\r\n[Broken\r\na=1\r\nnul=ab";
     damaged += '\0';
     damaged += "cd\r\nbad=\x81\x20\xFF\r\n[Next]\r\nlast=end";
@@ -184,4 +157,13 @@ TEST(Settings, DamagedFilesReadByTheRules) {
     // The damaged lines survive a write untouched.
     t.settings.WriteIni(u"Next", u"added", u"1");
     EXPECT_TRUE(t.readFile(u"setting.ini").contains(QByteArray("bad=\x81\x20\xFF\r\n")));
+
+    // Untouched lines keep their bytes; added lines take the ending of the file's first line.
+    t.writeFile(u"setting.ini", "; by hand\r\n[A]\nx = 1\r\n\n[B] \ny=2");
+    t.settings.WriteIni(u"A", u"z", u"3");
+    t.settings.WriteIni(u"a", u"X", u"9");
+    EXPECT_EQ(t.readFile(u"setting.ini"), "; by hand\r\n[A]\nx=9\r\nz=3\r\n\n[B] \ny=2");
+    t.settings.WriteIni(u"C", u"w", u"4");
+    EXPECT_EQ(t.readFile(u"setting.ini"),
+              "; by hand\r\n[A]\nx=9\r\nz=3\r\n\n[B] \ny=2\r\n[C]\r\nw=4\r\n");
 }

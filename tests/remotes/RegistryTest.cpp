@@ -35,11 +35,8 @@ TEST(Registry, DeviceListIsInIdOrderWithGapsAndStopsAt100OrFixedInTestMode) {
     EXPECT_FALSE(list.items[0].id.has_value());
     t.settings.WriteIni(u"Tira", u"Testmode", u"yes");
     EXPECT_FALSE(IsTestMode(t.settings));
-}
 
-// Design texts are exact; the characters a file name cannot hold are bad, their
-// full-width forms fine.
-TEST(Registry, DesignTextsAndBadFileCharacters) {
+    // Design texts are exact; characters a file name cannot hold are bad, full-width ones fine.
     EXPECT_EQ(DesignByOption(6), nullptr);
     for (auto bad : {u"0"_s, u"7"_s, u" 1"_s, u"01"_s, u""_s})
         EXPECT_EQ(DesignByText(bad), nullptr) << bad.toStdString();

@@ -5,7 +5,6 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDateEdit>
-#include <QLabel>
 #include <QRadioButton>
 #include <QTableView>
 #include <QTableWidget>
@@ -26,8 +25,7 @@ struct Desk : Desktop {
 
 } // namespace
 
-// Through its controls: the checks in order, 11 PM stored as 23, moves and
-// deletes, the moment's list and the main grid refilled each time.
+// The checks in order, 11 PM stored as 23, moves and deletes refilling both lists.
 TEST(AddNewWindow, AddsMovesAndDeletesOnOneMoment) {
     Desk d;
     MainWindow* main = d.window.get();
@@ -85,14 +83,11 @@ TEST(AddNewWindow, AddsMovesAndDeletesOnOneMoment) {
     EXPECT_FALSE(d.t.settings.ReadIni(u"Pos", u"AddNew_T").isEmpty());
 }
 
-// The main window shows the grid and the next reservation, and cmdDelRes opens the
-// dialog on the selected row's moment.
+// cmdDelRes opens the dialog on the selected row's moment.
 TEST(AddNewWindow, EditOpensOnTheSelectedRowsMoment) {
     Desk d;
     d.t.writeFile(u"testmode/reserve/0100100 21_30", "A|x\r\nB|y\r\n");
     d.app.scheduler.FillGrid();
-    d.app.scheduler.Tick();
-    EXPECT_EQ(d.find<QLabel>(u"lblTime"_s)->text(), u"2026/11/23 21:30"_s);
     auto* grid = d.find<QTableView>(u"MSFlexGrid1"_s);
     EXPECT_EQ(grid->model()->rowCount(), 3);
     grid->setCurrentIndex(grid->model()->index(1, 1));

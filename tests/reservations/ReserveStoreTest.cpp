@@ -13,24 +13,8 @@
 
 using namespace Qt::StringLiterals;
 
-// Names both ways: what the dialog and the pages write and what the lists show.
-TEST(ReserveStore, NamesAndTheirTexts) {
-    EXPECT_EQ(Reserve::NameFor(Reserve::MaskFor({0, 1, 0, 0, 1, 0, 0}), u"07:05"),
-              u"0100100 07_05"_s);
-    for (const auto& [day, name] : {std::pair{u"月木"_s, u"0100100 21_30"_s},
-                                    {u"毎日"_s, u"1111111 21_30"_s},
-                                    {u"2026/11/23"_s, u"2026_11_23 21_30"_s}}) {
-        EXPECT_EQ(Reserve::DayText(name), day);
-        EXPECT_EQ(Reserve::NameFromTexts(day, u"21:30"), name);
-    }
-    for (auto bad : {u"../setting.ini"_s, u"2026_11_23 7_05"_s, u"0100100 21_30.tmp"_s,
-                     u"0120100 21_30"_s, u" _"_s, u"2026/11/23 07_05"_s})
-        EXPECT_FALSE(Reserve::IsValidName(bad)) << bad.toStdString();
-}
-
-// Every change: CP932 with CR LF, lines in order, empty lines dropped on a
-// rewrite, numbers that name no line change nothing, and a file far above the
-// classic 1000 lines is moved in whole.
+// Every change rewrites CP932 with CR LF, drops empty lines, ignores numbers naming no line, and
+// handles files far above 1000 lines.
 TEST(ReserveStore, ChangesRewriteTheFileWhole) {
     TempFolder t;
     const QString path = t.path(u"reserve/2026_11_23 07_05");
@@ -64,20 +48,13 @@ TEST(ReserveStore, ChangesRewriteTheFileWhole) {
     EXPECT_TRUE(Reserve::DeleteByContent(big, u"D|f1")); // both equal lines go
     EXPECT_EQ(Reserve::ReadLines(big).size(), 1499);
 
-    // The web list's deletion removes a file that is left empty.
-    t.writeFile(u"reserve/0100100 21_30", "A|x\r\nA|x\r\n");
-    EXPECT_TRUE(Reserve::DeleteByContent(t.path(u"reserve/0100100 21_30"), u"A|x"));
-    EXPECT_FALSE(QFile::exists(t.path(u"reserve/0100100 21_30")));
-
     // Nothing but a reservation name is ever written.
     EXPECT_EQ(Reserve::AddLine(t.path(u"reserve/../setting.ini"), u"A", u"x"),
               Reserve::AddResult::NotWritten);
     EXPECT_FALSE(QFile::exists(t.path(u"setting.ini")));
 }
 
-// A flood of adds fills one file up to what the reader still takes, then is
-// refused, so the owner's first line stays readable; a flood of moments stops
-// at MaxFiles; a name that would break a row never goes in.
+// Adds stop at what the reader still takes and at MaxFiles; a name that breaks a row never goes in.
 TEST(ReserveStore, AddsStopBeforeTheyBuryTheStore) {
     TempFolder t;
     const QString path = t.path(u"reserve/2026_11_23 07_05");
@@ -113,8 +90,7 @@ TEST(ReserveStore, AddsStopBeforeTheyBuryTheStore) {
     EXPECT_EQ(Reserve::AddLine(path, u"A", u"y"), Reserve::AddResult::Added); // a known moment
 }
 
-// A link in the folder is never read through, written through, replaced or
-// deleted, whoever asks; nor does a pipe stall a reader.
+// A link is never read, written, replaced or deleted through; a pipe does not stall a reader.
 TEST(ReserveStore, LinksAreLeftAlone) {
     TempFolder t;
     t.writeFile(u"outside", "Secret|1\r\n");
@@ -140,9 +116,8 @@ TEST(ReserveStore, LinksAreLeftAlone) {
     EXPECT_FALSE(QFile::exists(t.path(u"nowhere")));
 }
 
-// Masks before dates, lines in file order; empty lines, foreign names and a
-// 10 MB file left out; broken bytes shown, not fatal.
-TEST(ReserveStore, GridListsEveryLineInNameOrder) {
+// Masks before dates; empty lines, foreign names and a 10 MB file left out; broken bytes shown.
+TEST(ReserveStore, NamesAndTheGridInNameOrder) {
     TempFolder t;
     t.writeFile(u"reserve/2026_01_02 08_00", "Z|1\r\n\r\nY|2\r\n");
     t.writeFile(u"reserve/1111111 09_00", "A|1\r\n");
@@ -161,11 +136,22 @@ TEST(ReserveStore, GridListsEveryLineInNameOrder) {
                                  u"2026/01/02 08:00 Y|2"_s}));
     EXPECT_EQ(grid.rowCount(), 6); // and the empty last row
     EXPECT_EQ(grid.data(grid.index(5, 1), Qt::DisplayRole).toString(), QString());
+
+    // Names both ways: what the dialog and the pages write and what the lists show.
+    EXPECT_EQ(Reserve::NameFor(Reserve::MaskFor({0, 1, 0, 0, 1, 0, 0}), u"07:05"),
+              u"0100100 07_05"_s);
+    for (const auto& [day, name] : {std::pair{u"月木"_s, u"0100100 21_30"_s},
+                                    {u"毎日"_s, u"1111111 21_30"_s},
+                                    {u"2026/11/23"_s, u"2026_11_23 21_30"_s}}) {
+        EXPECT_EQ(Reserve::DayText(name), day);
+        EXPECT_EQ(Reserve::NameFromTexts(day, u"21:30"), name);
+    }
+    for (auto bad : {u"../setting.ini"_s, u"2026_11_23 7_05"_s, u"0100100 21_30.tmp"_s,
+                     u"0120100 21_30"_s, u" _"_s, u"2026/11/23 07_05"_s})
+        EXPECT_FALSE(Reserve::IsValidName(bad)) << bad.toStdString();
 }
 
-// An air conditioner's state as a line's function reads back to that state
-// for the unit, a fan's own name with a blank too; a text of no state it can
-// hold reads as none, and the line survives the store's CP932.
+// An air conditioner's state written as a function reads back whole through CP932; junk as none.
 TEST(ReserveStore, ClimateLinesReadBackToTheirState) {
     ClimateCaps caps;
     caps.modes = {ClimateMode::Cool, ClimateMode::Heat, ClimateMode::Dry};

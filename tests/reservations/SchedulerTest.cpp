@@ -39,8 +39,7 @@ struct Desk {
 
 } // namespace
 
-// The first tick at 12:00:30 fires all of 12:00 in grid order even as the sends
-// push the clock on and one fails; fired and past one-shots go; no minute twice.
+// A tick fires all of its minute in grid order though sends take time or fail; no minute twice.
 TEST(Scheduler, FiresTheMinuteWholeInGridOrder) {
     Desk d;
     d.t.settings.WriteIni(u"Options", u"Interval", u"30");
@@ -99,11 +98,9 @@ TEST(Scheduler, TestModeFiresWithoutPausesInItsOwnFolder) {
     EXPECT_TRUE(d.exists(u"2026_11_23 12_00"_s));
 }
 
-// The next due moment: the present minute counts as over, so a weekly row of
-// today's day and minute is due a week later; a past one-shot comes first.
+// The present minute counts as over, so today's weekly row is a week away; past one-shots first.
 TEST(Scheduler, GetNextReserveAcrossAWeek) {
     Desk d;
-    d.clock.at = at(23, 12, 0, 10);
     EXPECT_EQ(d.scheduler.GetNextReserve(), QString());
     auto adding = [&](const QString& name) {
         d.file(name, "A|a\r\n");
@@ -117,8 +114,7 @@ TEST(Scheduler, GetNextReserveAcrossAWeek) {
     EXPECT_EQ(adding(u"2026_11_01 08_00"_s), u"2026/11/01 08:00"_s);
 }
 
-// A line of an air conditioner's state or a scene names no signal file: it
-// goes to its sender, and a line none takes sends nothing.
+// Air conditioner and scene lines go to their senders; a line none takes sends nothing.
 TEST(Scheduler, ClimateAndSceneLinesGoToTheirSender) {
     Desk d;
     d.t.settings.WriteIni(u"Options", u"Interval", u"0");

@@ -29,9 +29,7 @@ QByteArray entry(AutoStart::Scope scope) {
 
 } // namespace
 
-// Each choice enables one scope's entry and neutralises the other with
-// Hidden=true; the entry starts this program on its own folder. A refused
-// write is told with the system's text and the choice is stored anyway.
+// Each choice enables one scope's entry, hides the other; a refused write is told, choice kept.
 TEST(AutoStart, ThreeChoicesAndRefusal) {
     TempFolder t;
     QTemporaryDir env;
@@ -67,8 +65,7 @@ TEST(AutoStart, ThreeChoicesAndRefusal) {
     EXPECT_EQ(t.settings.ReadIni(u"Startup", u"WithWindows"), u"2"_s);
 }
 
-// Both lists leave out a port that is taken and Streaming/Port; the port
-// question offers 80 first and ends at 8178.
+// Both lists leave out taken ports and Streaming/Port; the question offers 80 first.
 TEST(PortChoice, TakenAndStreamingPortsAreLeftOut) {
     TempFolder t;
     const QList<quint16> before = FreeWebPorts(t.settings);
@@ -83,8 +80,7 @@ TEST(PortChoice, TakenAndStreamingPortsAreLeftOut) {
         EXPECT_FALSE(ports.contains(before[1]));
         EXPECT_TRUE(ports.contains(before[2]));
     }
-    const QList<quint16> question = SpecifyPortCandidates(t.settings);
-    EXPECT_LE(question.last(), 8178);
+    EXPECT_LE(SpecifyPortCandidates(t.settings).last(), 8178);
     QTcpServer eighty;
     if (eighty.listen(QHostAddress::Any, 80)) { // allowed here: it must come first
         eighty.close();

@@ -20,9 +20,7 @@
 #include "webserver/Dispatcher.h"
 #include "webserver/WebServer.h"
 
-// The JSON API on a real server over a temporary folder, wired as the program
-// wires it: the simulated transceiver, held keys, scenes, air conditioners,
-// and the classic remote pages beside it.
+// The JSON API on a real server, wired as the program wires it, the classic remote pages beside.
 class ApiServer {
 public:
     explicit ApiServer(bool withDevice = true) {

@@ -22,9 +22,7 @@ struct TlsFiles {
     }
 };
 
-// A certificate for subjectAltName (as "IP:127.0.0.1"), made with the openssl
-// command: self-signed as a CA when ca is empty, else signed by ca. Files are
-// dir/name.pem and dir/name.key; all empty when openssl failed.
+// openssl's certificate for subjectAltName ("IP:127.0.0.1"), self-signed or signed by ca.
 inline TlsFiles MakeCertificate(const QString& dir, const QString& name,
                                 const QString& subjectAltName, const TlsFiles& ca = {}) {
     TlsFiles made{ca.cert, dir + u'/' + name + QStringLiteral(".pem"),

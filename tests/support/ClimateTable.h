@@ -9,8 +9,6 @@
 
 #include <cstdlib>
 
-// A small SmartIR climate file for the tests of air conditioners driven by a
-// table of codes.
 namespace {
 
 using namespace Qt::StringLiterals;
@@ -24,8 +22,7 @@ inline QJsonArray RawCode(int bits) {
     return a;
 }
 
-// A SmartIR climate file as its users write them: mode > fan > temperature,
-// a fan-only mode without temperatures, and "off".
+// A SmartIR climate file: mode > fan > temperature, a fan-only mode, and "off".
 inline QByteArray SmartIrFile() {
     QJsonObject cool{{u"low"_s, QJsonObject{{u"24"_s, RawCode(10)}, {u"25"_s, RawCode(12)}}},
                      {u"high"_s, QJsonObject{{u"24"_s, RawCode(14)}}}};

@@ -14,8 +14,7 @@
 
 #include <memory>
 
-// The program and its main window on Monday 2026/11/23 12:00:30, driven through
-// the windows' named controls; in test mode when asked, before the window is made.
+// The program and its main window on Monday 2026/11/23 12:00:30, optionally in test mode.
 struct Desktop {
     explicit Desktop(bool testMode = false) {
         if (testMode)

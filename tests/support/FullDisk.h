@@ -3,10 +3,8 @@
 #include <csignal>
 #include <sys/resource.h>
 
-// A disk that holds no file past `bytes`, for as long as this lives: the
-// process's file size limit, with SIGXFSZ ignored, makes every write past it
-// fail with EFBIG, as writes fail on a full disk. It needs no privilege and no
-// mount, so it works as any user and in any container.
+// While it lives, writes past `bytes` fail (EFBIG) as on a full disk: RLIMIT_FSIZE, SIGXFSZ
+// ignored.
 class FullDisk {
 public:
     explicit FullDisk(rlim_t bytes) {

@@ -9,8 +9,7 @@
 
 #include "core/Wait.h"
 
-// A plain TCP client for talking to the server under test, with events running
-// while it waits (the server lives on the same thread).
+// A TCP client that lets events run while it waits (the server is on the same thread).
 class RawConnection {
 public:
     // from: the client's own address (127.0.0.2 is another client on this machine).
@@ -62,8 +61,7 @@ inline QByteArray HeadOf(const QByteArray& response) {
     return end < 0 ? response : response.left(end + 4);
 }
 
-// One request to the JSON API, its body sent as JSON unless extra names
-// another type, alone on its connection.
+// One request to the JSON API, its body JSON unless extra names another type.
 inline QByteArray ApiRequest(const QByteArray& method, const QByteArray& path,
                              const QByteArray& body = {}, QByteArray extra = {}) {
     if (!body.isEmpty() && !extra.contains("Content-Type:"))

@@ -9,10 +9,8 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 
-// A tiny HTTP server on 127.0.0.1 that records each request's head and gives
-// the scripted answer, or none at all when `answer` is empty (a hanging
-// service). No Debian package serves the address lookup or dyndns2, so this
-// stands in for both.
+// Records each request's head and gives `answer`, or hangs when it is empty. A stand-in: no Debian
+// package serves the address lookup or dyndns2.
 class HttpStandIn : public QObject {
 public:
     HttpStandIn() {
@@ -52,8 +50,7 @@ public:
     QHash<QTcpSocket*, QByteArray> pending;
 };
 
-// Internet use on, with the address looked up at `lookup` and the host name
-// home.example.org kept up to date at `dyndns` as me / Pa55word.
+// Internet use on: the address looked up at `lookup`, home.example.org updated at `dyndns`.
 inline void WriteInternetOptions(SettingsStore& s, const HttpStandIn& lookup,
                                  const HttpStandIn& dyndns) {
     for (const auto& [key, value] : {std::pair{u"Internet", QStringLiteral("1")},

@@ -91,12 +91,8 @@ public:
 
     quint16 port = 0;
     std::unique_ptr<QProcess> process;
-
-private:
     QString dir_;
     TlsFiles tls_;
-
-public:
     QString user, password;
 };
 

@@ -8,9 +8,7 @@
 #include <QDir>
 #include <QFile>
 
-// A folder for the real program: the simulated transceiver, which logs what it
-// sends to sim-transmit.log, any web port, and remote 1 "TV" of two learned
-// NEC keys, Power and "Vol Up".
+// A home for the real program: the simulator, any web port, remote 1 "TV" of Power and "Vol Up".
 inline QString MakeSimHome(const QString& dir) {
     QDir().mkpath(dir + QStringLiteral("/IRSignals"));
     SettingsStore s(dir + QStringLiteral("/setting.ini"));

@@ -12,9 +12,8 @@
 
 #include <vector>
 
-// An SMTP server that writes what it received, as Python's mail parser reads
-// it, one JSON line per message. With "auth" it takes only kestrava / pa:ss,
-// with "tls" it offers STARTTLS with the certificate and key given.
+// aiosmtpd writing each message as Python's mail parser reads it, a JSON line each; "auth" takes
+// only kestrava / pa:ss, "tls" offers STARTTLS.
 inline const char* SmtpScript = R"(
 import base64, email, email.header, email.utils, json, sys, time
 from aiosmtpd.controller import Controller

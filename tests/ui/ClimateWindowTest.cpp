@@ -17,8 +17,7 @@
 
 using namespace Qt::StringLiterals;
 
-// The window shows the chosen unit's believed state, sends what its controls
-// say as one whole frame, and follows a change made by another front.
+// Shows the chosen unit's state, sends its controls' state whole, follows other fronts.
 TEST(ClimateWindow, SendsTheChosenStateAndFollowsOthers) {
     const auto families = ClimateFamilies();
     if (families.empty())
@@ -29,10 +28,7 @@ TEST(ClimateWindow, SendsTheChosenStateAndFollowsOthers) {
     ScriptedPrompt prompt;
     Transceiver device{t.folder, t.settings, prompt};
     ClimateUnits units{t.folder, t.settings, device};
-    ClimateState initial;
-    initial.mode = caps.modes.front();
-    initial.temperature = caps.minTemp;
-    initial.fan = caps.fans.value(0);
+    const ClimateState initial{false, caps.modes.front(), caps.minTemp, caps.fans.value(0), false};
     ASSERT_TRUE(units.create(u"居間"_s, caps.family, initial));
     const auto id = units.create(u"寝室"_s, caps.family, initial);
     ASSERT_TRUE(id);

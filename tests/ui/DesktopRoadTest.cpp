@@ -1,9 +1,6 @@
 #include "desktop/MainWindow.h"
 #include "support/LearningDesk.h"
 #include "support/MainParts.h"
-#include "webpages/MenuPages.h"
-#include "webpages/RemotePages.h"
-#include "webserver/Dispatcher.h"
 
 #include <QAction>
 #include <QComboBox>
@@ -13,8 +10,7 @@
 
 using namespace Qt::StringLiterals;
 
-// With the simulated transceiver: learn a remote from the main window's menu,
-// see it on the pages, open and fire it from the list, re-teach in the editor.
+// Learn a remote from the menu, fire it from the list, re-teach it.
 TEST(DesktopRoad, LearnOpenSendEditWithTheSimulator) {
     LearningDesk d;
     Program app(d.t.folder, d.t.settings, d.clock, d.prompt);
@@ -26,8 +22,6 @@ TEST(DesktopRoad, LearnOpenSendEditWithTheSimulator) {
                      &MainWindow::FillDevices);
     QObject::connect(&window, &MainWindow::remoteWindowRequested, &d.remotes,
                      &RemoteLauncher::ShowRemoteWindow);
-    Dispatcher pages;
-    InstallMenuPages(pages, d.t.settings);
     window.ShowAtStart();
 
     window.MStudyNew->trigger();
@@ -43,8 +37,6 @@ TEST(DesktopRoad, LearnOpenSendEditWithTheSimulator) {
     EXPECT_EQ(proofs, 3); // each capture was proved by sending it back
     QTest::mouseClick(study->cmdOK, Qt::LeftButton);
 
-    for (const QString& page : {u"remote.asp"_s, u"cell.asp"_s})
-        EXPECT_TRUE(pages.DispatchPage(page, {}, u"127.0.0.1"_s).contains(u"寝室テレビ"_s));
     auto* list = window.findChild<QComboBox*>(u"cmbDeviceName"_s);
     emit list->activated(list->findText(u"寝室テレビ"_s));
     RemoteWindow* remote = d.remotes.window(4);

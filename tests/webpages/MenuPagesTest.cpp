@@ -1,29 +1,20 @@
 #include "webpages/MenuPages.h"
 
-#include "core/Clock.h"
-#include "webpages/ReservePages.h"
-
 #include "support/StoredPage.h"
 #include "support/TempFolder.h"
-#include "webserver/Dispatcher.h"
 
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
 
-// The menu has the hibernate link only for PowerControl 1.
-TEST(MenuPages, DefaultPageHasTheHibernateLinkOnlyForPowerControlOne) {
+// The menu has the hibernate link only for PowerControl 1; the lists show remotes 1 to 100 in
+// order, without a name left out; names and designs are text, never markup.
+TEST(MenuPages, HibernateLinkAndListsOfRemotesOneToHundred) {
     TempFolder t;
     t.settings.WriteIni(u"Options", u"PowerControl", u"11");
     ExpectStoredPage(u"default.html"_s, DefaultPage(t.settings));
     t.settings.WriteIni(u"Options", u"PowerControl", u"1");
     ExpectStoredPage(u"default-hibernate.html"_s, DefaultPage(t.settings));
-}
-
-// Remotes 1 to 100 in order: one without a name is not listed, one without a
-// design still is. Names and designs are text, never markup.
-TEST(MenuPages, ListsShowRemotesOneToHundredWithGapsAndDesigns) {
-    TempFolder t;
     ExpectStoredPage(u"remote-list-empty.html"_s, RemoteListPage(t.settings));
     ExpectStoredPage(u"cell-empty.html"_s, CellPage(t.settings));
     const char16_t* const registry[][3] = {
@@ -39,18 +30,4 @@ TEST(MenuPages, ListsShowRemotesOneToHundredWithGapsAndDesigns) {
     ExpectStoredPage(u"cell.html"_s, CellPage(t.settings));
     for (const QString& page : {RemoteListPage(t.settings), CellPage(t.settings)})
         EXPECT_FALSE(page.contains(u"TV & "_s) || page.contains(u"9\""_s));
-}
-
-// Every page the menu links to answers with content.
-TEST(MenuPages, EveryMenuLinkAnswersAPage) {
-    TempFolder t;
-    Dispatcher dispatcher;
-    InstallMenuPages(dispatcher, t.settings);
-    SystemClock clock;
-    InstallReservePages(dispatcher, {t.folder, t.settings, clock, {}});
-    for (const char* page :
-         {"/add1.asp", "/list.asp", "/add2.asp?R1=V1", "/remote.asp", "/cell.asp"})
-        EXPECT_TRUE(dispatcher.DispatchPage(QString::fromLatin1(page), {}, u"127.0.0.1"_s)
-                        .contains(u"</html>"_s))
-            << page;
 }

@@ -38,8 +38,7 @@ struct Server {
         if (card)
             t.writeFile(u"net/"_s + name + u"/device/uevent"_s, "DRIVER=x\n");
     }
-    // Routes as /proc/net/route lists them: interface, destination, flags,
-    // metric, mask.
+    // Routes as /proc/net/route lists them: interface, destination, flags, metric, mask.
     void routes(const QList<QByteArray>& lines) {
         QByteArray text = "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask"
                           "\t\tMTU\tWindow\tIRTT\n";
@@ -59,10 +58,8 @@ struct Server {
 
 } // namespace
 
-// confirm.asp only asks. hibern.asp arms the 10-second timer only with
-// PowerControl 1; with an address it has no warning, without one it says
-// unknown and warns.
-TEST(PowerPages, ConfirmAsksAndHibernShowsTheWayBack) {
+// confirm.asp only asks; hibern.asp arms the timer only with PowerControl 1.
+TEST(PowerPages, HibernShowsTheWayBackWithTheDefaultRoutesMac) {
     Server s;
     ExpectStoredPage(u"confirm.html"_s, s.get(u"/confirm.asp"_s));
     EXPECT_EQ(s.power.HibernateInMs(), -1);
@@ -79,33 +76,28 @@ TEST(PowerPages, ConfirmAsksAndHibernShowsTheWayBack) {
 
     Server bare;
     ExpectStoredPage(u"hibern-unknown.html"_s, bare.get(u"/hibern.asp"_s));
-    // Without a portal the link leads to the help on waking from outside, on
-    // this server.
+    // Without a portal the link leads to this server's help on waking.
     bare.t.settings.WriteIni(u"Power", u"WakePortal", u"");
     EXPECT_TRUE(
         bare.get(u"/hibern.asp"_s).contains(u"<a href=\"/help/wake.html\">こちらのリンク</a>"_s));
-}
 
-// The MAC address for waking is that of the interface carrying the default
-// route (the lowest metric that has one), else that of a network card, one
-// with an address first; never a virtual interface's.
-TEST(PowerPages, TheMacIsThatOfTheDefaultRouteElseOfANetworkCard) {
-    Server s;
-    s.nic(u"lo"_s, "1", "772", "00:00:00:00:00:00");
-    s.nic(u"ifb0"_s, "2", "1", "9a:00:00:00:00:01");
-    s.nic(u"tun0"_s, "3", "65534", "");
-    s.nic(u"eth0"_s, "5", "1", "00:00:00:00:00:05", true);
-    s.nic(u"wlan0"_s, "6", "1", "00:00:00:00:00:06", true);
-    s.nic(u"br0"_s, "7", "1", "00:00:00:00:00:07");
-    EXPECT_EQ(s.mac(), u"00:00:00:00:00:05"_s); // no route file: the first card
+    // The MAC of the default route's interface (lowest metric), else of a card with an address
+    // first; never a virtual interface's.
+    bare.nic(u"lo"_s, "1", "772", "00:00:00:00:00:00");
+    bare.nic(u"ifb0"_s, "2", "1", "9a:00:00:00:00:01");
+    bare.nic(u"tun0"_s, "3", "65534", "");
+    bare.nic(u"eth0"_s, "5", "1", "00:00:00:00:00:05", true);
+    bare.nic(u"wlan0"_s, "6", "1", "00:00:00:00:00:06", true);
+    bare.nic(u"br0"_s, "7", "1", "00:00:00:00:00:07");
+    EXPECT_EQ(bare.mac(), u"00:00:00:00:00:05"_s); // no route file: the first card
 
-    s.routes({"wlan0 0001A8C0 0001 600 00FFFFFF"});
-    EXPECT_EQ(s.mac(), u"00:00:00:00:00:06"_s); // the card with an address
+    bare.routes({"wlan0 0001A8C0 0001 600 00FFFFFF"});
+    EXPECT_EQ(bare.mac(), u"00:00:00:00:00:06"_s); // the card with an address
 
-    s.routes({"tun0 00000000 0003 50 00000000", "eth0 00000000 0002 100 00000000",
-              "br0 00000000 0003 425 00000000", "wlan0 00000000 0003 600 00000000"});
-    EXPECT_EQ(s.mac(), u"00:00:00:00:00:07"_s); // tun0 has no MAC, eth0's route is down
+    bare.routes({"tun0 00000000 0003 50 00000000", "eth0 00000000 0002 100 00000000",
+                 "br0 00000000 0003 425 00000000", "wlan0 00000000 0003 600 00000000"});
+    EXPECT_EQ(bare.mac(), u"00:00:00:00:00:07"_s); // tun0 has no MAC, eth0's route is down
 
-    s.routes({"tun0 00000000 0003 50 00000000", "garbage", "ifb0 0002A8C0 0001 0 00FFFFFF"});
-    EXPECT_EQ(s.mac(), u"00:00:00:00:00:05"_s);
+    bare.routes({"tun0 00000000 0003 50 00000000", "garbage", "ifb0 0002A8C0 0001 0 00FFFFFF"});
+    EXPECT_EQ(bare.mac(), u"00:00:00:00:00:05"_s);
 }

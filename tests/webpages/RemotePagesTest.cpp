@@ -22,27 +22,22 @@ struct Transmitter {
     std::vector<std::pair<QString, QString>> sent;
     SendResult result = SendResult::Sent;
     RemotePageServices services() {
-        return {[this](const QString& devId, const QString& button) {
-                    sent.emplace_back(devId, button);
-                    return result;
-                },
-                {},
-                {},
-                {}};
+        RemotePageServices s;
+        s.send = [this](const QString& devId, const QString& button) {
+            sent.emplace_back(devId, button);
+            return result;
+        };
+        return s;
     }
 };
 
 // The remote pages of a folder whose remote 1 is an air conditioner.
 struct Pages {
     Pages() {
-        t.settings.WriteIni(u"Remote-1", u"Device", u"エアコン");
-        t.settings.WriteIni(u"Remote-1", u"Design", u"3");
-        t.settings.WriteIni(u"Remote-1", u"Button-0", u"電源");                 // one wide space
-        t.settings.WriteIni(u"Remote-1", u"Button-1", u"温度+");                // none
-        t.settings.WriteIni(u"Remote-1", u"Button-2", u"とても長い機能の名前"); // never cut
-        t.settings.WriteIni(u"Remote-1", u"Button-3", u"風量");
-        t.settings.WriteIni(u"Remote-1", u"Button-4", u"暖房/冷房"); // 9 bytes
-        t.settings.WriteIni(u"Remote-1", u"Button-5", u"ch");        // two
+        // Labels padded with wide spaces to their CP932 length, never cut.
+        t.writeRemote(
+            1, u"エアコン"_s, 3,
+            {u"電源"_s, u"温度+"_s, u"とても長い機能の名前"_s, u"風量"_s, u"暖房/冷房"_s, u"ch"_s});
         t.settings.WriteIni(u"Remote-1", u"Button-12", u"音量+");
         t.settings.WriteIni(u"Remote-1", u"Button-65", u"last");
         t.settings.WriteIni(u"Remote-1", u"Button-66", u"never");
@@ -58,24 +53,14 @@ struct Pages {
 
 } // namespace
 
-// Every design as stored: its panels, its buttons each once where its layout
-// puts them, labels sized by their CP932 length, padded with wide spaces and
-// never cut; test mode's fixed labels. Nothing is sent.
-TEST(GraphicRemotePage, EveryDesignAsStored) {
+// Every design and test mode's fixed labels as stored, nothing sent; a failed send ends early.
+TEST(GraphicRemotePage, EveryDesignAsStoredAndAFailedSendEndsEarly) {
     Pages p;
     for (int design = 1; design <= 6; ++design) {
         const QString name = u"remote"_s + QString::number(design);
         ExpectStoredPage(name + u".html"_s,
                          p.get(u'/' + name + u".asp?DevID=1&Button=&Device=エアコン"_s));
     }
-    p.t.settings.WriteIni(u"Tira", u"TestMode", u"1");
-    ExpectStoredPage(u"remote3-testmode.html"_s,
-                     p.get(u"/remote3.asp?DevID=1&Button=0&Device=エアコン"_s));
-    EXPECT_TRUE(p.tx.sent.empty());
-}
-
-TEST(GraphicRemotePage, SendsTheRequestedButtonAndEndsEarlyOnFailure) {
-    Pages p;
     p.tx.result = SendResult::Failed;
     const QString failed = p.get(u"/remote1.asp?DevID=1&Button=2&Device=エアコン"_s);
     ExpectStoredPage(u"remote-failed.html"_s, failed);
@@ -86,6 +71,11 @@ TEST(GraphicRemotePage, SendsTheRequestedButtonAndEndsEarlyOnFailure) {
     r.Button = u"2"_s;
     r.Device = u"エアコン"_s;
     EXPECT_EQ(GraphicRemotePage(1, r, p.t.settings, {}), failed);
+
+    p.t.settings.WriteIni(u"Tira", u"TestMode", u"1");
+    ExpectStoredPage(u"remote3-testmode.html"_s,
+                     p.get(u"/remote3.asp?DevID=1&Button=0&Device=エアコン"_s));
+    EXPECT_EQ(p.tx.sent.size(), 1u); // only the failed send above
 }
 
 TEST(GraphicRemotePage, CameraWritesAFreshSnapshotBeforeThePage) {
@@ -135,9 +125,7 @@ TEST(GraphicRemotePage, CameraWritesAFreshSnapshotBeforeThePage) {
     EXPECT_FALSE(camera.running());
 }
 
-// The phone page lists the learned functions of all sixty-six keys, the
-// button asked for sent first; in test mode the fixed functions in page order,
-// nothing sent.
+// The phone page lists all 66 keys' functions after sending; test mode sends nothing.
 TEST(CellRemotePage, ListsLearnedOrTestModeFunctionsAsStored) {
     Pages p;
     ExpectStoredPage(u"cremote.html"_s, p.get(u"/cremote.asp?DevID=1&Button=12&Device=テレビ"_s));
@@ -182,8 +170,7 @@ TEST(RemotePages, RouteTheListPageAndSurviveBadInput) {
                     << page.toStdString();
     }
     settings.WriteIni(u"Tira", u"Testmode", u"0");
-    // Names from the request and from setting.ini are text, never markup, and
-    // never end the script of a button.
+    // Names from the request and setting.ini are text, never markup, never ending a script.
     settings.WriteIni(u"Remote-1", u"Button-1", u"<i>&'");
     const QString page =
         dispatcher.DispatchPage(u"/remote3.asp?DevID=1&Button=&Device=<b>\"x'\\</b>"_s, {}, {});

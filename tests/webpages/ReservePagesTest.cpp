@@ -54,17 +54,11 @@ struct Pages {
 
 } // namespace
 
-// add1.asp offers eleven years from this one, today selected.
-TEST(ReservePages, MomentFormStartsAtThisYear) {
-    Pages p;
-    ExpectStoredPage(u"add1.html"_s, p.post(u"/add1.asp"_s, {}));
-}
-
-// add2.asp in test mode: adds, moves and deletes in testmode/reserve only,
-// goes by the row's number and content, warns of a past moment without
-// refusing, and refills the grid after each post.
+// add2.asp in test mode edits testmode/reserve by row number and content, warns of a past
+// moment without refusing, and refills the grid after each post.
 TEST(ReservePages, EditPageAddsMovesAndDeletes) {
     Pages p;
+    ExpectStoredPage(u"add1.html"_s, p.post(u"/add1.asp"_s, {})); // eleven years from this one
     QString page = p.add(u"2026/11/24"_s, u"テレビ"_s, u"電源"_s);
     p.add(u"2026/11/24"_s, u"テレビ"_s, u"ch1"_s);
     EXPECT_EQ(p.lines(u"2026_11_24 19_05"_s), (QStringList{u"テレビ|電源"_s, u"テレビ|ch1"_s}));
@@ -91,18 +85,12 @@ TEST(ReservePages, EditPageAddsMovesAndDeletes) {
     EXPECT_EQ(p.lines(u"2026_11_22 19_05"_s), QStringList{u"ビデオ|Rec"_s});
 }
 
-// Whatever the fields say, nothing is written but reservations in their
-// folder, and every post gets a page.
-TEST(ReservePages, BadFormsGetAPageAndWriteNothingElse) {
+// Whatever the fields say, every post gets a page and nothing is written outside reservations.
+TEST(ReservePages, BadFormsWriteNothingAndTheListDeletesSeveralAtOnce) {
     Pages p;
-    const QString longText(5000, u'x');
     const QString bodies[] = {
         form({{u"B1"_s, u"追加"_s}, {u"Dev"_s, u"a"_s}, {u"Func"_s, u"b"_s}}), // no moment
         p.moment(u"../../x"_s, {{u"B1"_s, u"追加"_s}, {u"Dev"_s, u"a"_s}, {u"Func"_s, u"b"_s}}),
-        p.moment(u"2026/12/01"_s,
-                 {{u"B1"_s, u"追加"_s}, {u"Dev"_s, u"a|b"_s}, {u"Func"_s, u"c"_s}}),
-        p.moment(u"2026/12/01"_s,
-                 {{u"B1"_s, u"追加"_s}, {u"Dev"_s, longText}, {u"Func"_s, u"c"_s}}),
         p.moment(u"2026/12/01"_s, {{u"B1"_s, u"削除"_s}, {u"Reserve"_s, u"99\ta\tb\tc\td"_s}}),
         p.moment(u"2026/12/01"_s, {{u"B1"_s, u"下へ移動"_s}, {u"Reserve"_s, u"x"_s}}),
         u"R1=Single&Year=%82&Month=%FF%FF&B1=%92%C7%89%C1&Dev=%82&Func=%81"_s,
@@ -115,12 +103,10 @@ TEST(ReservePages, BadFormsGetAPageAndWriteNothingElse) {
               QStringList{});
     EXPECT_EQ(QDir(p.t.root()).entryList(QDir::Files | QDir::Hidden),
               QStringList{u"setting.ini"_s});
-}
 
-// list.asp: every file in name order, numbers within the file; one post
-// deletes several rows, equal lines with them, and a file left empty goes.
-TEST(ReservePages, ListShowsAllAndDeletesSeveralAtOnce) {
-    Pages p;
+    // list.asp: files in name order; one post deletes several rows and equal lines, and empty
+    // files.
+    p.fills = 0;
     p.t.writeFile(u"testmode/reserve/2026_11_24 19_05", "A|x\r\nB|y\r\nA|x\r\n");
     p.t.writeFile(u"testmode/reserve/0100100 21_30", "C|z\r\n");
     // Rows stand in fixed columns; a name too long for its column has no filling behind it.
@@ -136,36 +122,9 @@ TEST(ReservePages, ListShowsAllAndDeletesSeveralAtOnce) {
     EXPECT_EQ(p.fills, 1);
 }
 
-// What a request or a file brings is escaped wherever it lands in a page;
-// ordinary names stay as they are (the tests above).
-TEST(ReservePages, ValuesAreEscapedInEveryPlace) {
-    Pages p;
-    QString page = p.add(u"2026/11/24"_s, u"<script>x</script>"_s, u"a\"b'"_s);
-    EXPECT_EQ(p.lines(u"2026_11_24 19_05"_s), QStringList{u"<script>x</script>|a\"b'"_s});
-    for (const QString& pg : {page, p.post(u"/list.asp"_s, {})}) {
-        EXPECT_FALSE(pg.contains(u"<script>x"_s));
-        EXPECT_TRUE(pg.contains(u"\t&lt;script&gt;x&lt;/script&gt;\ta&quot;b&#39;\">"_s));
-    }
-    page = p.post(u"/add2.asp"_s, form({{u"R1"_s, u"\"><b>"_s}, {u"Year"_s, u"<i>"_s}}));
-    EXPECT_FALSE(page.contains(u"<b>"_s) || page.contains(u"<i>"_s));
-    EXPECT_TRUE(page.contains(u"name=\"R1\" value=\"&quot;&gt;&lt;b&gt;\">"_s));
-
-    // Names from the settings, in the options and in the script's strings.
-    p.t.settings.WriteIni(u"Tira", u"Testmode", u"0");
-    p.t.settings.WriteIni(u"Remote-1", u"Device", u"TV&<i>");
-    p.t.settings.WriteIni(u"Remote-1", u"Design", u"1");
-    p.t.settings.WriteIni(u"Remote-1", u"Button-0", u"a\"</script>\\");
-    page = p.post(u"/add2.asp"_s, form({{u"B1"_s, u"決定"_s}}));
-    EXPECT_TRUE(page.contains(u"<option value=\"TV&amp;&lt;i&gt;\">TV&amp;&lt;i&gt;</option>"_s));
-    EXPECT_TRUE(page.contains(u"<option value=\"a&quot;&lt;/script&gt;\\\">"_s));
-    EXPECT_TRUE(
-        page.contains(u"Funcs[0] = new Array(\"a\\u0022\\u003c/script\\u003e\\u005c\");"_s));
-}
-
-// Adds the store would regret are refused with a red line and a log line
-// naming the client: a name that breaks a row, a full moment, an hour past
-// 23; so are deletions of rows that are not there. Nothing is written.
-TEST(ReservePages, RefusalsAreShownAndLogged) {
+// A name that breaks a row, a full moment, an hour past 23 and missing rows are refused with a red
+// line and a log line naming the client.
+TEST(ReservePages, RefusalsAreShownAndLoggedAndValuesEscapedEverywhere) {
     Pages p;
     LogLines log;
     auto red = [](const QString& text) {
@@ -197,4 +156,26 @@ TEST(ReservePages, RefusalsAreShownAndLogged) {
     for (const QString& line : lines.filter(u"refused"_s))
         EXPECT_TRUE(line.contains(u"from 127.0.0.1 refused"_s)) << line.toStdString();
     EXPECT_TRUE(lines.filter(u"refused"_s).last().contains(u"2 of 2"_s));
+
+    // What a request or a file brings is escaped wherever it lands in a page.
+    page = p.add(u"2026/11/25"_s, u"<script>x</script>"_s, u"a\"b'"_s);
+    EXPECT_EQ(p.lines(u"2026_11_25 19_05"_s), QStringList{u"<script>x</script>|a\"b'"_s});
+    for (const QString& pg : {page, p.post(u"/list.asp"_s, {})}) {
+        EXPECT_FALSE(pg.contains(u"<script>x"_s));
+        EXPECT_TRUE(pg.contains(u"\t&lt;script&gt;x&lt;/script&gt;\ta&quot;b&#39;\">"_s));
+    }
+    page = p.post(u"/add2.asp"_s, form({{u"R1"_s, u"\"><b>"_s}, {u"Year"_s, u"<i>"_s}}));
+    EXPECT_FALSE(page.contains(u"<b>"_s) || page.contains(u"<i>"_s));
+    EXPECT_TRUE(page.contains(u"name=\"R1\" value=\"&quot;&gt;&lt;b&gt;\">"_s));
+
+    // Names from the settings, in the options and in the script's strings.
+    p.t.settings.WriteIni(u"Tira", u"Testmode", u"0");
+    p.t.settings.WriteIni(u"Remote-1", u"Device", u"TV&<i>");
+    p.t.settings.WriteIni(u"Remote-1", u"Design", u"1");
+    p.t.settings.WriteIni(u"Remote-1", u"Button-0", u"a\"</script>\\");
+    page = p.post(u"/add2.asp"_s, form({{u"B1"_s, u"決定"_s}}));
+    EXPECT_TRUE(page.contains(u"<option value=\"TV&amp;&lt;i&gt;\">TV&amp;&lt;i&gt;</option>"_s));
+    EXPECT_TRUE(page.contains(u"<option value=\"a&quot;&lt;/script&gt;\\\">"_s));
+    EXPECT_TRUE(
+        page.contains(u"Funcs[0] = new Array(\"a\\u0022\\u003c/script\\u003e\\u005c\");"_s));
 }
