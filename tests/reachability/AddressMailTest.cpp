@@ -4,6 +4,7 @@
 #include "core/Password.h"
 #include "core/UserPrompt.h"
 #include "core/Wait.h"
+#include "support/Certificate.h"
 #include "support/FixedClock.h"
 #include "support/ScriptedPrompt.h"
 #include "support/SmtpPeer.h"
@@ -74,8 +75,7 @@ TEST(AddressMail, SmtpAuthDeliversTheMessageAndRefusalsAreShown) {
     EXPECT_TRUE(m[u"messageId"].toString().endsWith(u"@example.org>"));
     EXPECT_TRUE(prompt.shown.isEmpty());
 
-    // A wrong password, and authentication asked for with no usable method or
-    // not asked for at all: the server refuses, the failure is shown, never the password.
+    // Wrong password, no usable method, no authentication: refused, shown, never the password.
     for (const auto& [mailAuth, method, password] :
          {std::array<QStringView, 3>{u"1", u"SMTPAuth", u"wrong"},
           {u"1", u"", u"pa:ss"},
@@ -91,17 +91,9 @@ TEST(AddressMail, SmtpAuthDeliversTheMessageAndRefusalsAreShown) {
         EXPECT_FALSE(prompt.shown[0].contains(password));
     }
 
-    // A server that offers STARTTLS gets it, and a certificate nobody vouches
-    // for ends the conversation before the password or the mail goes out.
-    QString cert = temp.dir.filePath(u"cert.pem"_s), key = temp.dir.filePath(u"key.pem"_s);
-    ASSERT_EQ(QProcess::execute(u"openssl"_s,
-                                QStringLiteral("req -x509 -newkey ec -pkeyopt "
-                                               "ec_paramgen_curve:prime256v1 -nodes -days 1 "
-                                               "-subj /CN=127.0.0.1 -keyout %1 -out %2")
-                                    .arg(key, cert)
-                                    .split(u' ')),
-              0);
-    SmtpPeer tls(temp, u"tls"_s, {cert, key});
+    // STARTTLS offered is taken; a certificate nobody vouches for ends it before the password.
+    const TlsFiles cert = MakeCertificate(temp.dir.path(), u"smtp"_s, u"IP:127.0.0.1"_s);
+    SmtpPeer tls(temp, u"tls"_s, {cert.cert, cert.key});
     ASSERT_TRUE(tls.ready);
     prompt.shown.clear();
     temp.settings.WriteIni(u"Options", u"SMTPServer", u"127.0.0.1:%1"_s.arg(tls.port));
@@ -122,7 +114,7 @@ TEST(AddressMail, PopBeforeSmtpLogsInFirstWhateverTheAnswer) {
     if (!smtp.ready)
         GTEST_SKIP() << "python3-aiosmtpd is not usable";
 
-    // Dovecot's own processes drop to its service users when started as root.
+    // Started as root, dovecot's processes drop to its service users.
     QString base = temp.dir.filePath(u"pop"_s);
     QDir().mkpath(base + u"/home"_s);
     QFile::setPermissions(temp.dir.path(),
