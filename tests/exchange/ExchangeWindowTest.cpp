@@ -47,9 +47,7 @@ struct Desk {
 
 } // namespace
 
-// The export window: the list with slots, select-all, the folder
-// dialog, both refusals, a folder made level by level, one archive per remote,
-// and a failure that keeps the window and what was written.
+// Both refusals, a folder made level by level, and a failure that keeps the window and files.
 TEST(ExchangeWindows, ExportWritesChosenRemotes) {
     Desk d;
     d.remote(2, u"a/b"_s); // cannot name a file
@@ -81,9 +79,7 @@ TEST(ExchangeWindows, ExportWritesChosenRemotes) {
     EXPECT_EQ(QDir(d.out.filePath(u"z"_s)).entryList(QDir::Files), QStringList{u"TV.kxp"_s});
 }
 
-// The import window lists a folder's archives, imports the chosen ones (over
-// a known remote only with chkDuplicate), warns of a refused one, refills the
-// main window's list and closes.
+// Over a known remote only with chkDuplicate; a refused archive warned of; the list refilled.
 TEST(ExchangeWindows, ImportReadsChosenArchives) {
     Desk d;
     ASSERT_TRUE(ExportDevice(d.t.folder, d.t.settings, u"TV"_s, 1, d.out.filePath(u"TV.kxp"_s)));

@@ -16,13 +16,10 @@ using namespace Qt::StringLiterals;
 
 namespace {
 const QByteArray Address = "203.0.113.7";
-
-// The router's description address: nothing listens there, so no discovery
-// goes out onto the machine's network.
+// Nothing listens there: no discovery goes out onto the machine's network.
 const QString NoRouter = QStringLiteral("http://127.0.0.1:1/rootDesc.xml");
 
-// An application whose lookup and dyndns2 service are local stand-ins and
-// whose mail cannot be delivered (nothing listens on port 1).
+// Lookup and dyndns2 are local stand-ins; mail cannot be delivered (port 1).
 struct Watched {
     Watched() {
         clock.at = QDateTime(QDate(2026, 11, 1), QTime(9, 0));
@@ -60,9 +57,8 @@ struct Watched {
 };
 } // namespace
 
-// Checks come at the first tick and 90 ticks apart; a failed mail leaves its
-// LastIP while the DNS step of the same check runs; an unchanged address is
-// sent again only after 28 days, and a refusal leaves the address on show.
+// Checks at the first tick and 90 ticks apart; a failed mail keeps its LastIP while DNS goes on;
+// an unchanged address is sent again after 28 days; a refusal leaves the address on show.
 TEST(AddressWatch, ChecksAtTicks1And91WithMailThenDnsAndRefreshAfter28Days) {
     Watched w;
     w.dyndns.answer = HttpStandIn::Response("200 OK", "nochg " + Address);
@@ -114,8 +110,7 @@ TEST(AddressWatch, ChecksAtTicks1And91WithMailThenDnsAndRefreshAfter28Days) {
     EXPECT_FALSE(w.watch.watching());
 }
 
-// LastIP already equal with no date of the last update never sends; without
-// mail or DNS the URL line shows the address, the port left out at "80".
+// LastIP equal, no date: never sent; without mail or DNS the URL shows the address, no ":80".
 TEST(AddressWatch, HeldAddressWithoutDateIsNeverSentAndPlainWatchShowsAddress) {
     Watched w;
     w.t.settings.WriteIni(u"DynDns", u"LastIP", QString::fromLatin1(Address));
@@ -133,8 +128,6 @@ TEST(AddressWatch, HeldAddressWithoutDateIsNeverSentAndPlainWatchShowsAddress) {
     EXPECT_EQ(w.watch.GlobalAddr(), QString::fromLatin1(Address));
 }
 
-// The setup button accepts "good" or "success" but not "nochg", builds the URL
-// from the port text it is given, and does nothing when the lookup fails.
 TEST(AddressWatch, SetupUpdateAcceptsGoodOrSuccessOnly) {
     Watched w;
     auto press = [&](const QByteArray& answer, const QString& port) {
@@ -165,9 +158,7 @@ TEST(AddressWatch, SetupUpdateAcceptsGoodOrSuccessOnly) {
     EXPECT_EQ(w.dyndns.requests.size(), 2);
 }
 
-// The real program with internet use on: its first check, ten seconds after
-// start, asks the lookup page, updates the host name and logs the answer,
-// with the password never in its log.
+// The real program's first check, ten seconds after start; the password never in its log.
 TEST(AddressWatch, ProgramUpdatesTheHostNameAtItsFirstCheck) {
     TempFolder t;
     HttpStandIn lookup, dyndns;
@@ -183,7 +174,6 @@ TEST(AddressWatch, ProgramUpdatesTheHostNameAtItsFirstCheck) {
         dyndns.requests[0].contains("/nic/update?hostname=home.example.org&myip=" + Address + " "));
     EXPECT_TRUE(dyndns.requests[0].contains("Authorization: Basic " +
                                             QByteArray("me:Pa55word").toBase64() + "\r\n"));
-    // The log is written just after the answer came.
     EXPECT_TRUE(WaitUntil(
         [&] { return t.readFile(u"DynDns.log").endsWith("\tgood " + Address + "\r\n"); }, 2000));
     EXPECT_FALSE(p.log().contains(u"Pa55word"_s));
