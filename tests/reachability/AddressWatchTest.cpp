@@ -4,7 +4,6 @@
 #include "reachability/DynDns.h"
 #include "support/FixedClock.h"
 #include "support/HttpStandIn.h"
-#include "support/ProgramProcess.h"
 #include "support/ScriptedPrompt.h"
 #include "support/SmtpPeer.h"
 #include "support/TempFolder.h"
@@ -156,27 +155,4 @@ TEST(AddressWatch, SetupUpdateAcceptsGoodOrSuccessOnly) {
     w.lookup.answer = HttpStandIn::Response("200 OK", "no address");
     EXPECT_EQ(press("good", u"80"_s).outcome, DynDns::ManualResult::LookupFailed);
     EXPECT_EQ(w.dyndns.requests.size(), 2);
-}
-
-// The real program's first check, ten seconds after start; the password never in its log.
-TEST(AddressWatch, ProgramUpdatesTheHostNameAtItsFirstCheck) {
-    TempFolder t;
-    HttpStandIn lookup, dyndns;
-    lookup.answer = HttpStandIn::Response("200 OK", "Current IP Address: " + Address);
-    dyndns.answer = HttpStandIn::Response("200 OK", "good " + Address);
-    WriteInternetOptions(t.settings, lookup, dyndns);
-    t.settings.WriteIni(u"Options", u"UPnPDescURL", NoRouter);
-    t.settings.WriteIni(u"WebServer", u"Port", QString::number(freePort()));
-    ProgramProcess p({u"--headless"_s, u"--verbose"_s, u"--home"_s, t.root()});
-    ASSERT_TRUE(p.waitForLog(u"update: good"_s, 16000)) << p.log().toStdString();
-    ASSERT_EQ(dyndns.requests.size(), 1);
-    EXPECT_TRUE(
-        dyndns.requests[0].contains("/nic/update?hostname=home.example.org&myip=" + Address + " "));
-    EXPECT_TRUE(dyndns.requests[0].contains("Authorization: Basic " +
-                                            QByteArray("me:Pa55word").toBase64() + "\r\n"));
-    EXPECT_TRUE(WaitUntil(
-        [&] { return t.readFile(u"DynDns.log").endsWith("\tgood " + Address + "\r\n"); }, 2000));
-    EXPECT_FALSE(p.log().contains(u"Pa55word"_s));
-    EXPECT_TRUE(p.stop());
-    EXPECT_EQ(t.settings.ReadIni(u"DynDns", u"LastIP"), QString::fromLatin1(Address));
 }

@@ -265,7 +265,8 @@ TEST(PortMapping, FailuresLeaveTheMappingUndoneAndTheLoopRunning) {
     EXPECT_TRUE(ticked);
 }
 
-// The program on the LAN maps, mails and updates within 15 s, and unmaps at its end.
+// The program on the LAN maps, mails and updates within 15 s, and unmaps at its end; the
+// password never in its log.
 TEST(PortMapping, TheProgramMapsMailsAndUpdatesAfterTenSecondsAndRemovesTheMappingAtTheEnd) {
     Router router(true);
     if (!router.problem.isEmpty())
@@ -288,7 +289,7 @@ TEST(PortMapping, TheProgramMapsMailsAndUpdatesAfterTenSecondsAndRemovesTheMappi
         m.t.settings.WriteIni(u"Options", key, value);
     QElapsedTimer sinceStart;
     sinceStart.start();
-    ProgramProcess p({u"--headless"_s, u"--home"_s, m.t.root()});
+    ProgramProcess p({u"--headless"_s, u"--verbose"_s, u"--home"_s, m.t.root()});
     ASSERT_EQ(p.webPort(), 18081) << p.log().toStdString();
     auto list = [&] { return Ask([&](auto d) { m.mapping.UPnPListMappings(d); }); };
     EXPECT_EQ(list(), u""_s);
@@ -305,7 +306,13 @@ TEST(PortMapping, TheProgramMapsMailsAndUpdatesAfterTenSecondsAndRemovesTheMappi
     EXPECT_EQ(router.readFromWan(18081), "HTTP/");
     EXPECT_EQ(smtp.received().size(), 1u);
     ASSERT_EQ(dyndns.requests.size(), 1);
-    EXPECT_TRUE(dyndns.requests[0].contains("&myip=11.0.0.2 "));
+    EXPECT_TRUE(
+        dyndns.requests[0].contains("/nic/update?hostname=home.example.org&myip=11.0.0.2 "));
+    EXPECT_TRUE(dyndns.requests[0].contains("Authorization: Basic " +
+                                            QByteArray("me:Pa55word").toBase64() + "\r\n"));
+    EXPECT_TRUE(dnsLog().endsWith("\tgood 11.0.0.2\r\n"));
+    EXPECT_FALSE(p.log().contains(u"Pa55word"_s));
     ASSERT_TRUE(p.stop());
     EXPECT_EQ(list(), u""_s);
+    EXPECT_EQ(m.t.settings.ReadIni(u"DynDns", u"LastIP"), u"11.0.0.2"_s);
 }
