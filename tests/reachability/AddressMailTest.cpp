@@ -1,11 +1,11 @@
 #include "reachability/AddressMail.h"
 
-#include "core/Log.h"
 #include "core/Password.h"
 #include "core/UserPrompt.h"
 #include "core/Wait.h"
 #include "support/Certificate.h"
 #include "support/FixedClock.h"
+#include "support/LogLines.h"
 #include "support/ScriptedPrompt.h"
 #include "support/SmtpPeer.h"
 #include "support/TempFolder.h"
@@ -185,13 +185,11 @@ service anvil {
         return WaitUntil([&] { return temp.readFile(u"../pop/dovecot.log").contains(text); }, 2000);
     };
     // --verbose shows the exchange, with what carries the password masked.
-    static QStringList trace;
-    qInstallMessageHandler(
-        [](QtMsgType, const QMessageLogContext&, const QString& text) { trace << text; });
+    LogLines trace;
     QLoggingCategory::setFilterRules(u"kestrava.mail.debug=true"_s);
     EXPECT_EQ(sendAndWait(mail, u"203.0.113.9"_s, 10000), true);
     EXPECT_TRUE(logHas("Login: user=<kestrava>"));
-    EXPECT_TRUE(trace.contains(u"> STAT"_s));
+    EXPECT_TRUE(trace.lines.contains(u"> STAT"_s));
 
     // A refused POP3 login is not the mail's failure.
     temp.settings.WriteIni(u"Options", u"Password", ScramblePassword(u"SET", u"wrong"));
@@ -200,11 +198,10 @@ service anvil {
     EXPECT_EQ(sendAndWait(mail, u"203.0.113.10"_s, 10000), true);
     EXPECT_LT(took.elapsed(), 3000);
     EXPECT_TRUE(logHas("auth failed"));
-    InstallLogHandler(false);
-    EXPECT_TRUE(trace.contains(u"> ****"_s));
+    EXPECT_TRUE(trace.lines.contains(u"> ****"_s));
     for (const QByteArray& login :
          {QByteArray("\0kestrava\0secret", 16), QByteArray("\0kestrava\0wrong", 15)})
-        for (const QString& line : trace)
+        for (const QString& line : trace.lines)
             EXPECT_FALSE(line.contains(QString::fromLatin1(login.toBase64())))
                 << line.toStdString();
     EXPECT_EQ(smtp.received().size(), 2u);
@@ -257,15 +254,12 @@ TEST(AddressMail, UnusableServersFailWhileEventsRun) {
         EXPECT_EQ(prompt.shown.size(), 4);
 
         // Headless, a failure is one line of the log.
-        static QStringList logged;
-        qInstallMessageHandler(
-            [](QtMsgType, const QMessageLogContext&, const QString& text) { logged << text; });
+        LogLines logged;
         HeadlessPrompt headless;
         mail.setPrompt(&headless);
         EXPECT_EQ(sendAndWait(mail, u"203.0.113.13"_s, 900), false);
-        InstallLogHandler(false);
-        EXPECT_EQ(logged.filter(AddressMail::ErrorText).size(), 1)
-            << logged.join(u'\n').toStdString();
+        EXPECT_EQ(logged.lines.filter(AddressMail::ErrorText).size(), 1)
+            << logged.text().toStdString();
         mail.setPrompt(&prompt);
 
         // Closing the program in the middle of a conversation does not wait for its time-out.

@@ -5,7 +5,6 @@
 #include "support/FixedClock.h"
 #include "support/HttpStandIn.h"
 #include "support/ScriptedPrompt.h"
-#include "support/SmtpPeer.h"
 #include "support/TempFolder.h"
 #include "support/WaitUntil.h"
 
