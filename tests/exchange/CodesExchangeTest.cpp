@@ -73,23 +73,20 @@ TEST(CodesExchange, ImportExtendsAndExportRoundTrips) {
     }
 
     EXPECT_FALSE(ImportCodes(t.folder, t.settings, {t.path(u"none.ir"_s), {}, 0}).error.isEmpty());
-}
 
-// A disk too full for setting.ini leaves no signal file that no key names.
-TEST(CodesExchange, AnImportOnAFullDiskLeavesNoFileBehind) {
-    TempFolder t;
+    // A disk too full for setting.ini leaves no signal file that no key names.
+    TempFolder full;
     for (auto key : {u"A", u"B", u"C"})
-        t.settings.WriteIni(u"Pad", key, QString(1000, u'x')); // past one signal file's size
-    CodesImportResult r;
+        full.settings.WriteIni(u"Pad", key, QString(1000, u'x')); // past one signal file's size
     {
-        FullDisk full(SignalFileSize); // a signal file still fits, setting.ini no longer does
-        ASSERT_TRUE(full.ok());
-        r = ImportCodes(t.folder, t.settings, {Data + u"library.ir"_s, u"テレビ"_s, 0});
+        FullDisk disk(SignalFileSize); // a signal file still fits, setting.ini no longer does
+        ASSERT_TRUE(disk.ok());
+        r = ImportCodes(full.folder, full.settings, {file, u"テレビ"_s, 0});
     }
     EXPECT_FALSE(r.error.isEmpty());
     EXPECT_TRUE(r.remotes.empty());
-    EXPECT_EQ(t.settings.ReadIni(u"Remote-1", u"Device"), QString());
-    EXPECT_TRUE(QDir(t.path(u"IRSignals")).entryList(QDir::Files).isEmpty());
+    EXPECT_EQ(full.settings.ReadIni(u"Remote-1", u"Device"), QString());
+    EXPECT_TRUE(QDir(full.path(u"IRSignals")).entryList(QDir::Files).isEmpty());
 }
 
 // Real Flipper-IRDB files: names mapped as convert maps them, repeats kept as NAME-2, overflow

@@ -114,6 +114,21 @@ TEST(Exchange, RoundTripBetweenTwoFolders) {
     EXPECT_EQ(to.t.readFile(u"IRSignals/TV-電源.bin"), ShiftJis::Encode(u"TV電源"));
     EXPECT_EQ(imported(u"空"_s).slot, 5);
     EXPECT_TRUE(QDir(to.t.path(u"unzip")).isEmpty());
+
+    // A disk too full for setting.ini once the signals are copied: no signal stays without its
+    // remote.
+    Install full;
+    for (auto key : {u"A", u"B", u"C"})
+        full.t.settings.WriteIni(u"Pad", key, QString(1000, u'x'));
+    ImportResult r;
+    {
+        FullDisk disk(2000); // the archive's files fit, setting.ini no longer does
+        ASSERT_TRUE(disk.ok());
+        r = full.import(ArchivePath(dir, u"TV"_s));
+    }
+    EXPECT_EQ(r.outcome, ImportResult::Refused);
+    EXPECT_TRUE(full.signalFiles().isEmpty()) << full.signalFiles().join(u' ').toStdString();
+    EXPECT_EQ(full.key(1, u"Device"_s), QString());
 }
 
 // Archives from elsewhere: CP932 names, UTF-8 names with and without the
@@ -214,28 +229,6 @@ TEST(Exchange, RefusesHostileArchivesWhole) {
     EXPECT_EQ(CheckArchive(goodFile.readAll()), QString());
     EXPECT_EQ(to.import(goodPath).outcome, ImportResult::Imported);
     EXPECT_EQ(to.key(2, u"Button-7"_s), long1023);
-}
-
-// A disk too full for setting.ini once the signals are copied: the archive
-// is refused, and no copied signal stays without its remote.
-TEST(Exchange, AnImportWhoseRegistryCannotBeWrittenLeavesNoSignals) {
-    Install from, to;
-    from.t.writeRemote(1, u"TV"_s, 2, {u"電源"_s});
-    QTemporaryDir out;
-    const QString archive = ArchivePath(out.path(), u"TV"_s);
-    QString error;
-    ASSERT_TRUE(ExportDevice(from.t.folder, from.t.settings, u"TV"_s, 1, archive, &error));
-    for (auto key : {u"A", u"B", u"C"})
-        to.t.settings.WriteIni(u"Pad", key, QString(1000, u'x'));
-    ImportResult r;
-    {
-        FullDisk full(2000); // the archive's files fit, setting.ini no longer does
-        ASSERT_TRUE(full.ok());
-        r = to.import(archive);
-    }
-    EXPECT_EQ(r.outcome, ImportResult::Refused);
-    EXPECT_TRUE(to.signalFiles().isEmpty()) << to.signalFiles().join(u' ').toStdString();
-    EXPECT_EQ(to.key(1, u"Device"_s), QString());
 }
 
 // On a full disk the import says so in the system's words, whether the disk
