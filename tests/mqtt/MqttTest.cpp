@@ -89,8 +89,7 @@ QString HaConfigProblem(const QString& topic, const QJsonObject& o) {
         return u"not a discovery topic"_s;
     const QString component = match.captured(1);
     const auto isString = [&](const QJsonObject& in, const char* key) {
-        return in.value(QLatin1StringView(key)).isString() &&
-               !in.value(QLatin1StringView(key)).toString().isEmpty();
+        return !in.value(QLatin1StringView(key)).toString().isEmpty();
     };
     const auto isUrl = [](const QJsonValue& v) {
         const QUrl url(v.toString(), QUrl::StrictMode);
@@ -230,16 +229,15 @@ TEST(MqttConfig, ServerAddressesAndTheNodeIdKeptOnce) {
     EXPECT_EQ(DeriveNodeId(u"Living.Room"_s, u"/a"_s), DeriveNodeId(u"Living.Room"_s, u"/a"_s));
     EXPECT_TRUE(DeriveNodeId(u"Living.Room"_s, u"/a"_s).startsWith(u"living-room-"_s));
 
-    QTemporaryDir tmp;
-    ProgramFolder folder(tmp.path());
-    SettingsStore s(tmp.path() + u"/setting.ini"_s);
-    MqttConfig c = ReadMqttConfig(s, folder);
+    TempFolder t;
+    SettingsStore& s = t.settings;
+    MqttConfig c = ReadMqttConfig(s, t.folder);
     EXPECT_FALSE(c.enabled());
     EXPECT_TRUE(s.Read(Key::MqttNodeId).isEmpty()) << "written with MQTT off";
     s.Write(Key::MqttServer, u"127.0.0.1"_s);
     s.Write(Key::MqttPass, ScramblePassword(u"SET", u"pw"_s));
     s.Write(Key::MqttTopic, u"house/#"_s);
-    c = ReadMqttConfig(s, folder);
+    c = ReadMqttConfig(s, t.folder);
     EXPECT_TRUE(c.enabled() && c.discovery);
     EXPECT_EQ(c.password, u"pw"_s);
     EXPECT_EQ(s.Read(Key::MqttNodeId), c.nodeId);

@@ -210,8 +210,7 @@ TEST(PortMapping, MapsTheWebPortThroughTheRouterAndKeepsItThere) {
 
     EXPECT_EQ(Ask([&](auto d) { m.mapping.DeleteMappingPort(u"18080"_s, u"TCP"_s, d); }),
               u"Success"_s);
-    EXPECT_FALSE(m.mapping.MappingDone);
-    EXPECT_FALSE(m.mapping.Trying() || m.mapping.KeepingAlive());
+    EXPECT_FALSE(m.mapping.MappingDone || m.mapping.Trying() || m.mapping.KeepingAlive());
     EXPECT_EQ(Ask([&](auto d) { m.mapping.ListMapping(d); }),
               u"Description:VNC ExternalPort:15900 Protocol:TCP InternalPort:15900 "
               u"InternalClient:192.168.77.2\r\n"_s);
@@ -232,8 +231,7 @@ TEST(PortMapping, FailuresLeaveTheMappingUndoneAndTheLoopRunning) {
     m.mapping.Start();
     ASSERT_TRUE(WaitUntil([&] { return ticks == 1 && m.mapping.Trying(); }));
     EXPECT_TRUE(offDuringAttempt);
-    EXPECT_FALSE(m.mapping.MappingDone);
-    EXPECT_FALSE(m.mapping.KeepingAlive());
+    EXPECT_FALSE(m.mapping.MappingDone || m.mapping.KeepingAlive());
 
     for (const QString& port : {u"abc"_s, u"99999"_s})
         EXPECT_EQ(Ask([&](auto d) {
