@@ -39,14 +39,6 @@ bool writeFile(const QString& path, const QByteArray& data = {}) {
     return f.open(QIODevice::WriteOnly) && f.write(data) == data.size();
 }
 
-// A demo folder made by a first run, closed again as Ctrl-C does.
-void makeDemo(const QString& dir) {
-    ProgramProcess p({u"--headless"_s, u"--demo"_s, dir});
-    ASSERT_TRUE(p.waitForLog(u"started on "_s + dir)) << p.log().toStdString();
-    ASSERT_TRUE(p.stop(SIGINT));
-    ASSERT_EQ(p.process.exitCode(), 0);
-}
-
 } // namespace
 
 TEST(Program, RunsHeadlessOnceOnItsFolderAndClosesOnSigterm) {
@@ -239,37 +231,6 @@ TEST(Program, PressesFromManyPhonesAtOnceAllGoOutInOrder) {
             << k;
 }
 
-// Made through the pages, a reservation goes out in its minute (the program's clock moved to
-// seconds before it) and its one-shot file goes.
-TEST(Program, ReservationMadeThroughThePagesFiresInItsMinute) {
-    QTemporaryDir tmp;
-    const QString dir = tmp.path() + u"/demo"_s;
-    makeDemo(dir);
-    SettingsStore(dir + u"/setting.ini"_s).WriteIni(u"WebServer", u"Port", u"0");
-    const QDateTime real = QDateTime::currentDateTime();
-    const qint64 offset = 54000 - (real.time().second() * 1000 + real.time().msec());
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(u"KESTRAVA_TEST_CLOCK_OFFSET_MS"_s, QString::number(offset));
-    ProgramProcess program(home(dir), env);
-    const quint16 port = program.webPort();
-    ASSERT_NE(port, 0) << program.log().toStdString();
-
-    const QDateTime due = real.addMSecs(offset + 60000);
-    const QByteArray body =
-        due.toString(u"'R1=Single&Year='yyyy'&Month='MM'&Date='dd'&R2=H24&Hour='HH'&Min='mm")
-            .toLatin1() +
-        "&B1=%92%C7%89%C1&Dev=%83e%83%8C%83r&Func=%93d%8C%B9"; // 追加 テレビ 電源
-    const QByteArray page =
-        BodyOf(Fetch(port, "POST /add2.asp HTTP/1.1\r\nHost: localhost\r\nContent-Length: " +
-                               QByteArray::number(body.size()) + "\r\n\r\n" + body));
-    const QString file = dir + u"/reserve/"_s + due.toString(u"yyyy_MM_dd HH_mm");
-    ASSERT_TRUE(QFileInfo::exists(file)) << page.toStdString();
-    EXPECT_FALSE(QFileInfo::exists(dir + u"/sim-transmit.log"_s));
-
-    EXPECT_TRUE(WaitUntil([&] { return !QFileInfo::exists(file); }, 20000));
-    EXPECT_EQ(SimLog(dir).size(), 1);
-}
-
 // One line per remote or archive, status 1 when one fails; a running instance serves the import.
 TEST(Program, ExportsAndImportsFromTheCommandLine) {
     TempFolder t;
@@ -316,12 +277,17 @@ TEST(Program, ExportsAndImportsFromTheCommandLine) {
 }
 
 // 0 done, 1 failed, 2 bad usage, 3 no instance: a script tells them apart.
-TEST(Program, DemoFolderIsPreparedOnceAndTheCommandLineAsksItsInstance) {
+TEST(Program, DemoFolderIsPreparedOnceAndItsInstanceTakesCommandsAndReservations) {
     QTemporaryDir tmp;
     const QString dir = tmp.path() + u"/demo"_s;
     QTcpServer other; // another demo running: its port is taken
     other.listen(QHostAddress::Any, DemoWebPort);
-    makeDemo(dir);
+    {
+        ProgramProcess first({u"--headless"_s, u"--demo"_s, dir});
+        ASSERT_TRUE(first.waitForLog(u"started on "_s + dir)) << first.log().toStdString();
+        ASSERT_TRUE(first.stop(SIGINT)); // as Ctrl-C does
+        ASSERT_EQ(first.process.exitCode(), 0);
+    }
     SettingsStore settings(dir + u"/setting.ini"_s);
     EXPECT_EQ(settings.ReadIni(u"Tira", u"Device"), u"sim"_s);
     const qint64 port = Val(settings.ReadIni(u"WebServer", u"Port"));
@@ -363,13 +329,31 @@ TEST(Program, DemoFolderIsPreparedOnceAndTheCommandLineAsksItsInstance) {
         {{u"--bogus"_s}, 2, u"bogus"_s},
     });
 
-    // An existing demo folder keeps the owner's changes.
+    // An existing demo folder keeps the owner's changes. The program's clock is moved to seconds
+    // before a minute, for a reservation made through the pages.
     settings.WriteIni(u"Remote-6", u"Device", u"BS");
-    ProgramProcess p({u"--headless"_s, u"--demo"_s, dir});
+    const QDateTime real = QDateTime::currentDateTime();
+    const qint64 offset = 54000 - (real.time().second() * 1000 + real.time().msec());
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"KESTRAVA_TEST_CLOCK_OFFSET_MS"_s, QString::number(offset));
+    ProgramProcess p({u"--headless"_s, u"--demo"_s, dir}, env);
     ASSERT_TRUE(p.waitForLog(u"started on "_s + dir)) << p.log().toStdString();
+    const quint16 port = p.webPort();
     EXPECT_EQ(settings.ReadIni(u"Remote-6", u"Device"), u"BS"_s);
+    const QDateTime due = real.addMSecs(offset + 60000);
+    const QByteArray body =
+        due.toString(u"'R1=Single&Year='yyyy'&Month='MM'&Date='dd'&R2=H24&Hour='HH'&Min='mm")
+            .toLatin1() +
+        "&B1=%92%C7%89%C1&Dev=%83e%83%8C%83r&Func=%93d%8C%B9"; // 追加 テレビ 電源
+    const QByteArray page =
+        BodyOf(Fetch(port, "POST /add2.asp HTTP/1.1\r\nHost: localhost\r\nContent-Length: " +
+                               QByteArray::number(body.size()) + "\r\n\r\n" + body));
+    const QString file = dir + u"/reserve/"_s + due.toString(u"yyyy_MM_dd HH_mm");
+    ASSERT_TRUE(QFileInfo::exists(file)) << page.toStdString();
+    EXPECT_TRUE(SimLog(dir).isEmpty());
+
     const QByteArray scene = R"({"name":"映画","steps":[{"type":"wait","ms":100}]})";
-    ASSERT_EQ(ApiStatus(ApiCall(p.webPort(), "POST", "/api/v1/scenes", scene)), 201);
+    ASSERT_EQ(ApiStatus(ApiCall(port, "POST", "/api/v1/scenes", scene)), 201);
     check({
         {{u"--list"_s}, 0, u"\t"_s + key},
         {{u"--list"_s, u"--json"_s}, 0, u"{\"remotes\":[{\"id\":1,"_s},
@@ -378,5 +362,7 @@ TEST(Program, DemoFolderIsPreparedOnceAndTheCommandLineAsksItsInstance) {
         {{u"--scene"_s, u"映画"_s}, 0, {}},
         {{u"--scene"_s, u"無い"_s}, 1, u"no scene is named '無い'"_s},
     });
-    EXPECT_TRUE(QFile(dir + u"/sim-transmit.log"_s).size() > 0);
+    // The reservation goes out in its minute, and its one-shot file goes.
+    EXPECT_TRUE(WaitUntil([&] { return !QFileInfo::exists(file); }, 20000));
+    EXPECT_EQ(SimLog(dir).size(), 2) << "the press and the reservation";
 }
