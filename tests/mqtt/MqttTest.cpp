@@ -1,7 +1,6 @@
 #include "mqtt/Mqtt.h"
 #include "climate/ClimateUnits.h"
 #include "core/Password.h"
-#include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "infrared/IrProtocol.h"
 #include "infrared/IrSignal.h"
