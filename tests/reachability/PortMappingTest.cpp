@@ -13,7 +13,6 @@
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTcpServer>
-#include <QTcpSocket>
 #include <QTimer>
 #include <gtest/gtest.h>
 
@@ -147,19 +146,6 @@ struct Mapper {
     PortMapping mapping{t.settings, clock};
 };
 
-// The web port behind the router: answers "hello" to whatever it is sent.
-struct HelloServer : QTcpServer {
-    HelloServer() {
-        connect(this, &QTcpServer::newConnection, [this] {
-            QTcpSocket* s = nextPendingConnection();
-            connect(s, &QTcpSocket::readyRead, s, [s] {
-                s->write("hello");
-                s->disconnectFromHost();
-            });
-        });
-    }
-};
-
 } // namespace
 
 TEST(PortMapping, MapsTheWebPortThroughTheRouterAndKeepsItThere) {
@@ -167,8 +153,10 @@ TEST(PortMapping, MapsTheWebPortThroughTheRouterAndKeepsItThere) {
     if (!router.problem.isEmpty())
         GTEST_SKIP() << router.problem.toStdString();
     Mapper m(u"18080"_s);
-    HelloServer web;
-    ASSERT_TRUE(web.listen(QHostAddress::AnyIPv4, 18080));
+    HttpStandIn web; // the web port behind the router
+    web.answer = "hello";
+    web.server.close();
+    ASSERT_TRUE(web.server.listen(QHostAddress::AnyIPv4, 18080));
 
     // The CA's HTTP check comes to port 80, forwarded while open.
     EXPECT_EQ(Ask([&](auto d) { m.mapping.MapChallengePort(true, d); }), u"Success"_s);
