@@ -196,14 +196,12 @@ kill $!; wait
 TEST(Program, PressesFromManyPhonesAtOnceAllGoOutInOrder) {
     QTemporaryDir tmp;
     const QString dir = MakeSimHome(tmp.path() + u"/home"_s); // keys 0, 1: NecSignal(0x40, k)
-    {
-        SettingsStore settings(dir + u"/setting.ini"_s);
-        for (int k = 2; k < 10; ++k) {
-            const QString name = u"F"_s + QString::number(k);
-            settings.WriteIni(u"Remote-1", u"Button-"_s + QString::number(k), name);
-            ASSERT_TRUE(WriteSignalFile(dir + u"/IRSignals/TV-"_s + name + u".bin"_s,
-                                        SimDriver::NecSignal(0x40, uint8_t(k))));
-        }
+    SettingsStore settings(dir + u"/setting.ini"_s);
+    for (int k = 2; k < 10; ++k) {
+        const QString name = u"F"_s + QString::number(k);
+        settings.WriteIni(u"Remote-1", u"Button-"_s + QString::number(k), name);
+        ASSERT_TRUE(WriteSignalFile(dir + u"/IRSignals/TV-"_s + name + u".bin"_s,
+                                    SimDriver::NecSignal(0x40, uint8_t(k))));
     }
     ProgramProcess p(home(dir));
     const quint16 listening = p.webPort();

@@ -182,15 +182,12 @@ QString HaSignalProblem(const QByteArray& payload) {
     return {};
 }
 
-#define NEED_BROKER()                                                                              \
-    if (!MqttBroker::available())                                                                  \
-    GTEST_SKIP() << "no mosquitto here"
-
 // A broker, and a folder of the test's own for the MQTT client in this process.
 class MqttHome : public ::testing::Test {
 protected:
     void SetUp() override {
-        NEED_BROKER();
+        if (!MqttBroker::available())
+            GTEST_SKIP() << "no mosquitto here";
         ASSERT_TRUE(broker.start());
     }
     // Settings for the broker, as node id.
@@ -396,7 +393,8 @@ TEST_F(MqttHome, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
 // Three rooms on one broker (one node id given, two derived) are three hubs, and a press for
 // one goes out there only. Then the broker goes away and comes back.
 TEST(Mqtt, RoomsShareABrokerThatGoesAwayAndComesBack) {
-    NEED_BROKER();
+    if (!MqttBroker::available())
+        GTEST_SKIP() << "no mosquitto here";
     QTemporaryDir tmp;
     MqttBroker broker(tmp.path(), u"ha"_s, u"s3cret"_s);
     ASSERT_TRUE(broker.start());
@@ -537,7 +535,6 @@ TEST_F(MqttHome, HeardFramesReachHomeAssistantAndRefusedPressesAreAnswered) {
     ASSERT_TRUE(ha.waitFor(u"kestrava/away/hub/last_press"_s, "not_opened"));
     const QJsonObject why = ha.json(u"kestrava/away/hub/last_press/attributes"_s);
     EXPECT_EQ(why.value(u"key"_s), u"Power"_s);
-    EXPECT_EQ(why.value(u"ok"_s), false);
     EXPECT_TRUE(ha.waitFor(u"kestrava/away/hub/transceiver"_s, "OFF"));
 }
 

@@ -77,9 +77,9 @@ TEST(AddressMail, SmtpAuthDeliversTheMessageAndRefusalsAreShown) {
 
     // Wrong password, no usable method, no authentication: refused, shown, never the password.
     for (const auto& [mailAuth, method, password] :
-         {std::array<QStringView, 3>{u"1", u"SMTPAuth", u"wrong"},
-          {u"1", u"", u"pa:ss"},
-          {u"0", u"SMTPAuth", u"pa:ss"}}) {
+         {std::array<QStringView, 3>{u"1", u"", u"pa:ss"},
+          {u"0", u"SMTPAuth", u"pa:ss"},
+          {u"1", u"SMTPAuth", u"wrong"}}) {
         SCOPED_TRACE(mailAuth.toString().toStdString() + ' ' + method.toString().toStdString());
         prompt.shown.clear();
         temp.settings.WriteIni(u"Options", u"MailAuth", mailAuth);
@@ -97,8 +97,6 @@ TEST(AddressMail, SmtpAuthDeliversTheMessageAndRefusalsAreShown) {
     ASSERT_TRUE(tls.ready);
     prompt.shown.clear();
     temp.settings.WriteIni(u"Options", u"SMTPServer", u"127.0.0.1:%1"_s.arg(tls.port));
-    temp.settings.WriteIni(u"Options", u"MailAuth", u"1");
-    temp.settings.WriteIni(u"Options", u"AuthMethod", u"SMTPAuth");
     EXPECT_EQ(sendAndWait(mail, u"203.0.113.8"_s, 10000), false);
     ASSERT_EQ(prompt.shown.size(), 1);
     EXPECT_TRUE(prompt.shown[0].contains(u"certificate")) << prompt.shown[0].toStdString();
