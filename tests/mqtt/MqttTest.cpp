@@ -51,10 +51,6 @@ QString MakeHome(const QString& root, const QString& name, const MqttBroker& bro
     return dir;
 }
 
-QJsonObject JsonOf(const QByteArray& payload) {
-    return QJsonDocument::fromJson(payload).object();
-}
-
 // Transcribed from home-assistant/core mqtt/climate.py (5974c77, PLATFORM_SCHEMA_MODERN).
 QString HaClimateProblem(const QJsonObject& o) {
     static const QStringList modes{u"auto"_s, u"off"_s,      u"cool"_s,     u"heat"_s,
@@ -259,7 +255,7 @@ TEST_F(MqttHome, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
     for (const auto& m : ha.messages) {
         if (!m.topic.startsWith(prefix) || m.topic == stale)
             continue;
-        const QJsonObject o = JsonOf(m.payload);
+        const QJsonObject o = QJsonDocument::fromJson(m.payload).object();
         const QString component = m.topic.section(u'/', 1, 1);
         ++components[component];
         EXPECT_EQ(HaConfigProblem(m.topic, o).toStdString(), "") << m.payload.toStdString();
@@ -496,7 +492,7 @@ TEST_F(MqttHome, HeardFramesReachHomeAssistantAndRefusedPressesAreAnswered) {
         ASSERT_TRUE(broker.publish(u"kestrava/away/"_s + topic, "PRESS"));
     ASSERT_TRUE(WaitUntil([&] { return ha.on(u"kestrava/away/error"_s).size() == cases.size(); }));
     for (const auto& m : ha.on(u"kestrava/away/error"_s)) {
-        const QJsonObject o = JsonOf(m.payload);
+        const QJsonObject o = QJsonDocument::fromJson(m.payload).object();
         const QString topic = o.value(u"topic"_s).toString();
         ASSERT_TRUE(cases.contains(topic)) << m.payload.toStdString();
         EXPECT_EQ(o.value(u"error"_s).toString(), u"bad_request"_s) << topic.toStdString();
