@@ -91,19 +91,6 @@ TEST(Program, RunsHeadlessOnceOnItsFolderAndClosesOnSigterm) {
     EXPECT_TRUE(p.log().contains(u"closing"_s));
 }
 
-// With the system's reason, for a folder beneath a file and for a file.
-TEST(Program, FolderThatCannotBeCreatedIsOneErrorLineAndStatus1) {
-    QTemporaryDir tmp;
-    ASSERT_TRUE(writeFile(tmp.path() + u"/file"_s));
-    for (const QString& dir : {tmp.path() + u"/file/home"_s, tmp.path() + u"/file"_s}) {
-        ProgramProcess p(home(dir));
-        ASSERT_TRUE(p.finish());
-        EXPECT_EQ(p.process.exitCode(), 1);
-        EXPECT_EQ(p.log(), u"kestrava: error: cannot create program folder %1: %2\n"_s.arg(
-                               dir, QString::fromLocal8Bit(strerror(ENOTDIR))));
-    }
-}
-
 TEST(Program, SigtermClosesTheDesktopEvenWithABoxOpen) {
     QTemporaryDir tmp;
     auto env = QProcessEnvironment::systemEnvironment();
@@ -119,9 +106,18 @@ TEST(Program, SigtermClosesTheDesktopEvenWithABoxOpen) {
     EXPECT_EQ(p.process.exitCode(), 0);
 }
 
-// A stored port that cannot be used is named, with the reason, and replaced for this run only.
-TEST(Program, UnusablePortsAreReportedAndReplacedForThisRun) {
+// A folder that cannot be created is one error line with the system's reason and status 1; a
+// stored port that cannot be used is named, with the reason, and replaced for this run only.
+TEST(Program, UnusableFoldersAndPortsAreReported) {
     QTemporaryDir tmp;
+    ASSERT_TRUE(writeFile(tmp.path() + u"/file"_s));
+    for (const QString& dir : {tmp.path() + u"/file/home"_s, tmp.path() + u"/file"_s}) {
+        ProgramProcess p(home(dir));
+        ASSERT_TRUE(p.finish());
+        EXPECT_EQ(p.process.exitCode(), 1);
+        EXPECT_EQ(p.log(), u"kestrava: error: cannot create program folder %1: %2\n"_s.arg(
+                               dir, QString::fromLocal8Bit(strerror(ENOTDIR))));
+    }
     QTcpServer holder;
     ASSERT_TRUE(holder.listen(QHostAddress::Any, 0));
     const QString taken = QString::number(holder.serverPort());

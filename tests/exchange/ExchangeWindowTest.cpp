@@ -25,10 +25,9 @@ namespace {
 struct Desk {
     Desk() {
         t.folder.CreateDataFolders();
-        remote(1, u"TV"_s);
-        remote(3, u"エアコン"_s);
+        t.writeRemote(1, u"TV"_s, 1, {u"電源"_s});
+        t.writeRemote(3, u"エアコン"_s, 1, {u"電源"_s});
     }
-    void remote(int slot, const QString& name) { t.writeRemote(slot, name, 1, {u"電源"_s}); }
     template <typename T> T* open(QAction* item, const QString& name) {
         item->trigger();
         T* w = window.findChild<T*>(name);
@@ -48,7 +47,7 @@ struct Desk {
 // Export: both refusals, a folder made level by level, a failure that keeps the window and files.
 TEST(ExchangeWindows, ExportedArchivesImportAgain) {
     Desk d;
-    d.remote(2, u"a/b"_s); // cannot name a file
+    d.t.writeRemote(2, u"a/b"_s, 1, {u"電源"_s}); // cannot name a file
     auto* w = d.open<ExportWindow>(d.window.MFileX, u"frmExport"_s);
     ASSERT_NE(w, nullptr);
     ASSERT_EQ(w->lstDevices->count(), 3);
