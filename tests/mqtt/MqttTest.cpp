@@ -44,10 +44,8 @@ QString MakeHome(const QString& root, const QString& name, const MqttBroker& bro
     s.Write(Key::MqttServer, u"127.0.0.1:"_s + QString::number(broker.port));
     if (!nodeId.isEmpty())
         s.Write(Key::MqttNodeId, nodeId);
-    if (!broker.user.isEmpty()) {
-        s.Write(Key::MqttUser, broker.user);
-        s.Write(Key::MqttPass, ScramblePassword(u"SET", broker.password));
-    }
+    s.Write(Key::MqttUser, broker.user);
+    s.Write(Key::MqttPass, ScramblePassword(u"SET", broker.password));
     return dir;
 }
 

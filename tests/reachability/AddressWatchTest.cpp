@@ -20,7 +20,6 @@ const QString NoRouter = QStringLiteral("http://127.0.0.1:1/rootDesc.xml");
 // Lookup and dyndns2 are local stand-ins; mail cannot be delivered (port 1).
 struct Watched {
     Watched() {
-        clock.at = QDateTime(QDate(2026, 11, 1), QTime(9, 0));
         SettingsStore& s = t.settings;
         WriteInternetOptions(s, lookup, dyndns);
         for (const char16_t* key : {u"SMTPServer", u"POPServer"})
@@ -44,7 +43,7 @@ struct Watched {
     QString ini(QStringView section, QStringView key) { return t.settings.ReadIni(section, key); }
 
     TempFolder t;
-    FixedClock clock;
+    FixedClock clock{QDateTime(QDate(2026, 11, 1), QTime(9, 0))};
     ScriptedPrompt prompt;
     DnsService service{t.settings};
     DynDns dynDns{t.settings, clock, t.folder.path(u"DynDns.log"), service};
