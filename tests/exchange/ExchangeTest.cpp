@@ -90,8 +90,9 @@ TEST(Exchange, RoundTripBetweenTwoFolders) {
     EXPECT_EQ(tv[0][u"data"_s].toString(),
               u"Device=TV\r\nDesign=2\r\nButton-0=電源\r\nButton-1=音量+\r\nButton-65=最後\r\n"_s);
     EXPECT_EQ(tv[1][u"data"_s].toString(), u"TV電源"_s);
-    if (!QStandardPaths::findExecutable(u"unzip"_s).isEmpty())
+    if (!QStandardPaths::findExecutable(u"unzip"_s).isEmpty()) {
         EXPECT_EQ(QProcess::execute(u"unzip"_s, {u"-tqq"_s, ArchivePath(dir, u"エアコン"_s)}), 0);
+    }
 
     Install to;
     to.t.writeRemote(1, u"BD"_s, 2, {u"再生"_s});
