@@ -332,7 +332,7 @@ TEST(Program, DemoFolderIsPreparedOnceAndItsInstanceTakesCommandsAndReservations
     env.insert(u"KESTRAVA_TEST_CLOCK_OFFSET_MS"_s, QString::number(offset));
     ProgramProcess p({u"--headless"_s, u"--demo"_s, dir}, env);
     ASSERT_TRUE(p.waitForLog(u"started on "_s + dir)) << p.log().toStdString();
-    const quint16 port = p.webPort();
+    const quint16 web = p.webPort();
     EXPECT_EQ(settings.ReadIni(u"Remote-6", u"Device"), u"BS"_s);
     const QDateTime due = real.addMSecs(offset + 60000);
     const QByteArray body =
@@ -340,14 +340,14 @@ TEST(Program, DemoFolderIsPreparedOnceAndItsInstanceTakesCommandsAndReservations
             .toLatin1() +
         "&B1=%92%C7%89%C1&Dev=%83e%83%8C%83r&Func=%93d%8C%B9"; // 追加 テレビ 電源
     const QByteArray page =
-        BodyOf(Fetch(port, "POST /add2.asp HTTP/1.1\r\nHost: localhost\r\nContent-Length: " +
-                               QByteArray::number(body.size()) + "\r\n\r\n" + body));
+        BodyOf(Fetch(web, "POST /add2.asp HTTP/1.1\r\nHost: localhost\r\nContent-Length: " +
+                              QByteArray::number(body.size()) + "\r\n\r\n" + body));
     const QString file = dir + u"/reserve/"_s + due.toString(u"yyyy_MM_dd HH_mm");
     ASSERT_TRUE(QFileInfo::exists(file)) << page.toStdString();
     EXPECT_TRUE(SimLog(dir).isEmpty());
 
     const QByteArray scene = R"({"name":"映画","steps":[{"type":"wait","ms":100}]})";
-    ASSERT_EQ(ApiStatus(ApiCall(port, "POST", "/api/v1/scenes", scene)), 201);
+    ASSERT_EQ(ApiStatus(ApiCall(web, "POST", "/api/v1/scenes", scene)), 201);
     check({
         {{u"--list"_s}, 0, u"\t"_s + key},
         {{u"--list"_s, u"--json"_s}, 0, u"{\"remotes\":[{\"id\":1,"_s},
