@@ -469,7 +469,7 @@ TEST_F(MqttHome, HeardFramesReachHomeAssistantAndRefusedPressesAreAnswered) {
     EXPECT_TRUE(events.value(u"event_types"_s).toArray().contains(fired.value(u"event_type"_s)));
     ASSERT_TRUE(ha.waitFor(u"kestrava/away/hub/last_heard"_s, "raw"));
     ASSERT_TRUE(
-        WaitUntil([&] { return ha.on(u"kestrava/away/hub/last_heard/attributes"_s).size() == 2; }));
+        WaitUntil([&] { return ha.on(u"kestrava/away/hub/last_heard/attributes"_s).size() == 1; }));
     const QJsonObject heard = ha.json(u"kestrava/away/hub/last_heard/attributes"_s);
     EXPECT_EQ(heard.value(u"key"_s), u"Odd"_s);
     EXPECT_EQ(heard.value(u"remote"_s), u"Amp"_s);
@@ -526,7 +526,7 @@ TEST_F(MqttHome, AirConditionerAndSceneAreEntitiesOverTls) {
     } cases[] = {
         {secure.port, other.ca, {}, refused + u"self-signed certificate in certificate chain"_s},
         {misnamed.port, ca.ca, {}, refused + u"IP address mismatch"_s},
-        {broker.port, {}, u"wrong"_s, u"not authorised"_s}};
+        {broker.port, {}, u"wrong"_s, u"(The connection was refused.)"_s}};
     for (const auto& c : cases) {
         log.take();
         MqttConfig config;
