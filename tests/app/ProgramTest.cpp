@@ -323,8 +323,7 @@ TEST(Program, DemoFolderIsPreparedOnceAndItsInstanceTakesCommandsAndReservations
         {{u"--bogus"_s}, 2, u"bogus"_s},
     });
 
-    // An existing demo folder keeps the owner's changes. The program's clock is moved to seconds
-    // before a minute, for a reservation made through the pages.
+    // The owner's changes stay; the clock is moved to seconds before a minute for a reservation.
     settings.WriteIni(u"Remote-6", u"Device", u"BS");
     const QDateTime real = QDateTime::currentDateTime();
     const qint64 offset = 54000 - (real.time().second() * 1000 + real.time().msec());

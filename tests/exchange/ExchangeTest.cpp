@@ -116,8 +116,7 @@ TEST(Exchange, RoundTripBetweenTwoFolders) {
     EXPECT_EQ(imported(u"空"_s).slot, 5);
     EXPECT_TRUE(QDir(to.t.path(u"unzip")).isEmpty());
 
-    // A disk too full for setting.ini once the signals are copied: no signal stays without its
-    // remote.
+    // A disk too full for setting.ini once the signals are copied keeps no signal.
     Install full;
     for (auto key : {u"A", u"B", u"C"})
         full.t.settings.WriteIni(u"Pad", key, QString(1000, u'x'));
@@ -132,8 +131,7 @@ TEST(Exchange, RoundTripBetweenTwoFolders) {
     EXPECT_EQ(full.key(1, u"Device"_s), QString());
 }
 
-// Archives from elsewhere: CP932 names, UTF-8 names with and without the
-// UTF-8 flag, and a stray file of another remote or device that must stay out.
+// CP932 names, UTF-8 names with and without the flag; a stray file of another device stays out.
 TEST(Exchange, ImportsArchivesOfOtherTools) {
     QTemporaryDir out;
     const std::map<QString, QString> entries = {
@@ -160,8 +158,7 @@ TEST(Exchange, ImportsArchivesOfOtherTools) {
     }
 }
 
-// Each hostile archive is refused whole: nothing in IRSignals/ or setting.ini,
-// nothing beside the program folder, unzip/ empty.
+// Refused whole: nothing in IRSignals/ or setting.ini, beside the folder, or left in unzip/.
 TEST(Exchange, RefusesHostileArchivesWhole) {
     QTemporaryDir out;
     const QString exp = u"Device=TV\r\nDesign=1\r\nButton-0=電源\r\n"_s;
@@ -187,8 +184,7 @@ TEST(Exchange, RefusesHostileArchivesWhole) {
     for (const QString& mode : {u"truncated"_s, u"crc"_s})
         cases.push_back({archive(mode + u".kxp"_s, mode, good), {}});
     cases.push_back({archive(u"locked.kxp"_s, u"locked"_s, {{u"exp.txt"_s, exp}}), u"encrypted"_s});
-    // What setting.ini cannot hold, or what no remote is, goes nowhere: values
-    // past 1023 CP932 bytes, a design other than 1 to 6, a TAB in a name.
+    // Values past 1023 CP932 bytes, a design other than 1 to 6, a TAB in a name: no remote.
     const QString long1024 = QString(512, u'電');
     for (const auto& [text, reason] :
          {std::pair{u"Device="_s + long1024 + u"\r\nDesign=1\r\n"_s, u"longer than 1023"_s},
@@ -232,8 +228,7 @@ TEST(Exchange, RefusesHostileArchivesWhole) {
     EXPECT_EQ(to.key(2, u"Button-7"_s), long1023);
 }
 
-// On a full disk the import says so in the system's words, whether the disk
-// fills while unpacking or while copying, and keeps nothing of the archive.
+// A disk filling while unpacking or copying is told in the system's words; nothing is kept.
 TEST(Exchange, FullDiskIsToldAndLeavesNothing) {
     QTemporaryDir mnt;
     if (geteuid() != 0 ||

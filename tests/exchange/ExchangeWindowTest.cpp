@@ -76,8 +76,7 @@ TEST(ExchangeWindows, ExportedArchivesImportAgain) {
     EXPECT_EQ(QDir(d.out.filePath(u"z"_s)).entryList(QDir::Files), QStringList{u"TV.kxp"_s});
     w->close();
 
-    // The import window: over a known remote only with chkDuplicate, a refused archive warned
-    // of, the main window's list refilled.
+    // Import: over a known remote only with chkDuplicate; a refused archive told; list refilled.
     for (const auto* name : {u"bad.kxp", u"notes.txt"}) {
         QFile junk(dir + u'/' + QString::fromUtf16(name));
         ASSERT_TRUE(junk.open(QIODevice::WriteOnly) && junk.write("junk") == 4);

@@ -378,8 +378,7 @@ TEST_F(MqttHome, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
 
     EXPECT_FALSE(p.log().contains(u"s3cret"_s));
 
-    // Two more rooms, node ids derived: three hubs, and a press for one room goes out there only;
-    // a room killed outright is offline by its will.
+    // Two rooms more, ids derived: a press for one goes there only; one killed is offline by will.
     {
         MqttWatcher rooms(broker,
                           {u"homeassistant/infrared/+/emitter/config"_s, u"kestrava/+/status"_s});
@@ -412,8 +411,7 @@ TEST_F(MqttHome, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
         EXPECT_TRUE(rooms.waitFor(u"kestrava/"_s + killed + u"/status"_s, "offline", 10000));
     }
 
-    // The broker goes away (its retained configs with it) and comes back: the pages go on
-    // meanwhile, and the configs are back soon after.
+    // The broker goes and comes back: the pages go on meanwhile, the configs are back soon after.
     const QString emitter = u"homeassistant/infrared/kestrava_den/emitter/config"_s;
     broker.stop();
     ASSERT_TRUE(p.waitForLog(u"trying again"_s));
@@ -502,8 +500,7 @@ TEST_F(MqttHome, HeardFramesReachHomeAssistantAndRefusedPressesAreAnswered) {
     EXPECT_TRUE(ha.waitFor(u"kestrava/away/hub/transceiver"_s, "OFF"));
 }
 
-// Over TLS only a broker the configured CA vouches for, and only with the right login: never
-// connected, the log says why, and each refusal doubles the back-off.
+// Only a broker the CA vouches for and the right login; the log says why; each refusal backs off.
 TEST_F(MqttHome, AirConditionerAndSceneAreEntitiesOverTls) {
     const QString d = tmp.path();
     const TlsFiles ca = MakeCertificate(d, u"ca"_s, u"DNS:ca"_s);

@@ -8,8 +8,7 @@
 
 using namespace Qt::StringLiterals;
 
-// The lookup takes the first real IPv4 address of the page; everything else,
-// an error status with an address in it included, is a text with "Error".
+// The first real IPv4 address of the page; anything else (an error status too) is an "Error".
 TEST(DnsService, LookupFindsTheFirstAddressOrReportsError) {
     TempFolder t;
     HttpStandIn peer;
@@ -38,8 +37,7 @@ TEST(DnsService, LookupFindsTheFirstAddressOrReportsError) {
     EXPECT_TRUE(lookup({}).contains(u"Error"));
 }
 
-// A service that accepts and never answers ends in an error after the time-out,
-// and holds nothing else on the thread meanwhile.
+// A service that never answers ends in an error after the time-out, holding nothing meanwhile.
 TEST(DnsService, HangingServiceEndsInAnErrorWithoutHoldingTheThread) {
     TempFolder t;
     HttpStandIn peer; // answer stays empty: it never answers

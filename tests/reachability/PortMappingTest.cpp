@@ -251,8 +251,7 @@ TEST(PortMapping, FailuresLeaveTheMappingUndoneAndTheLoopRunning) {
     EXPECT_TRUE(ticked);
 }
 
-// The program on the LAN maps, mails and updates within 15 s, and unmaps at its end; the
-// password never in its log.
+// The program maps, mails and updates within 15 s, unmaps at its end, and logs no password.
 TEST(PortMapping, TheProgramMapsMailsAndUpdatesAfterTenSecondsAndRemovesTheMappingAtTheEnd) {
     Router router(true);
     if (!router.problem.isEmpty())
