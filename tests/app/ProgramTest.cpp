@@ -6,6 +6,7 @@
 #include "infrared/SimDriver.h"
 #include "support/HttpClient.h"
 #include "support/ProgramProcess.h"
+#include "support/SimHome.h"
 #include "support/TempFolder.h"
 #include "support/WaitUntil.h"
 
@@ -38,14 +39,6 @@ bool writeFile(const QString& path, const QByteArray& data = {}) {
     return f.open(QIODevice::WriteOnly) && f.write(data) == data.size();
 }
 
-// A demo folder made by a first run, closed again as Ctrl-C does.
-void makeDemo(const QString& dir) {
-    ProgramProcess p({u"--headless"_s, u"--demo"_s, dir});
-    ASSERT_TRUE(p.waitForLog(u"started on "_s + dir)) << p.log().toStdString();
-    ASSERT_TRUE(p.stop(SIGINT));
-    ASSERT_EQ(p.process.exitCode(), 0);
-}
-
 } // namespace
 
 TEST(Program, RunsHeadlessOnceOnItsFolderAndClosesOnSigterm) {
@@ -53,8 +46,7 @@ TEST(Program, RunsHeadlessOnceOnItsFolderAndClosesOnSigterm) {
     const QString dir = tmp.path() + u"/home"_s;
     auto env = QProcessEnvironment::systemEnvironment();
     env.insert(u"KESTRAVA_HOME"_s, dir); // the folder when --home is not given
-    // Temporaries of a save or a learning that a killed process left behind
-    // go; others stay.
+    // Temporaries a killed save or learning left behind go; others stay.
     QDir().mkpath(dir + u"/IRSignals"_s);
     const QString stale[] = {dir + u"/setting.ini.4194305.Ab12Cd.tmp"_s,
                              dir + u"/IRSignals/TV-1.bin.4194305.x9Z7q0.tmp"_s, dir + u"/1.tmp"_s,
@@ -68,8 +60,7 @@ TEST(Program, RunsHeadlessOnceOnItsFolderAndClosesOnSigterm) {
         EXPECT_FALSE(QFileInfo::exists(file)) << file.toStdString();
     EXPECT_TRUE(QFileInfo::exists(dir + u"/notes.tmp"_s));
 
-    // A first start without a screen says where to go instead of greeting, and
-    // the new settings serve the home network only.
+    // Without a screen a first start says where to go; new settings serve the home network only.
     const quint16 port = p.webPort();
     EXPECT_TRUE(p.log().contains(u"first start: the pages are at http://"_s))
         << p.log().toStdString();
@@ -100,46 +91,6 @@ TEST(Program, RunsHeadlessOnceOnItsFolderAndClosesOnSigterm) {
     EXPECT_TRUE(p.log().contains(u"closing"_s));
 }
 
-// With the system's reason, for a folder beneath a file and for a file.
-TEST(Program, FolderThatCannotBeCreatedIsOneErrorLineAndStatus1) {
-    QTemporaryDir tmp;
-    ASSERT_TRUE(writeFile(tmp.path() + u"/file"_s));
-    for (const QString& dir : {tmp.path() + u"/file/home"_s, tmp.path() + u"/file"_s}) {
-        ProgramProcess p(home(dir));
-        ASSERT_TRUE(p.finish());
-        EXPECT_EQ(p.process.exitCode(), 1);
-        EXPECT_EQ(p.log(), u"kestrava: error: cannot create program folder %1: %2\n"_s.arg(
-                               dir, QString::fromLocal8Bit(strerror(ENOTDIR))));
-    }
-}
-
-TEST(Program, DemoFolderIsPreparedOnceWithTheSimulator) {
-    QTemporaryDir tmp;
-    const QString dir = tmp.path() + u"/demo"_s;
-    QTcpServer other; // another demo running: its port is taken
-    other.listen(QHostAddress::Any, DemoWebPort);
-    makeDemo(dir);
-    SettingsStore settings(dir + u"/setting.ini"_s);
-    EXPECT_EQ(settings.ReadIni(u"Tira", u"Device"), u"sim"_s);
-    const qint64 port = Val(settings.ReadIni(u"WebServer", u"Port"));
-    EXPECT_TRUE(port != DemoWebPort && port >= 8080 && port <= 8179) << port;
-    // The help's demo section names every remote the folder got.
-    QFile help(QStringLiteral(KESTRAVA_HELP_SOURCE) + u"/first-run.html"_s);
-    ASSERT_TRUE(help.open(QIODevice::ReadOnly));
-    const QString demo =
-        QString::fromUtf8(help.readAll()).section(u"id=\"demo\""_s, 1).section(u"<h2"_s, 0, 0);
-    for (int id = 1; id <= 6; ++id) {
-        const QString name = settings.ReadIni(u"Remote-"_s + QString::number(id), u"Device");
-        EXPECT_TRUE(!name.isEmpty() && demo.contains(name)) << id;
-    }
-
-    // An existing demo folder keeps the owner's changes.
-    settings.WriteIni(u"Tira", u"Device", u"/dev/lirc0");
-    ProgramProcess again({u"--headless"_s, u"--demo"_s, dir});
-    ASSERT_TRUE(again.waitForLog(u"started on"_s));
-    EXPECT_EQ(settings.ReadIni(u"Tira", u"Device"), u"/dev/lirc0"_s);
-}
-
 TEST(Program, SigtermClosesTheDesktopEvenWithABoxOpen) {
     QTemporaryDir tmp;
     auto env = QProcessEnvironment::systemEnvironment();
@@ -155,10 +106,18 @@ TEST(Program, SigtermClosesTheDesktopEvenWithABoxOpen) {
     EXPECT_EQ(p.process.exitCode(), 0);
 }
 
-// A stored port that cannot be used is named with the reason and replaced by a
-// free one for this run only.
-TEST(Program, UnusablePortsAreReportedAndReplacedForThisRun) {
+// A folder that cannot be created is one error line with the system's reason and status 1; a
+// stored port that cannot be used is named, with the reason, and replaced for this run only.
+TEST(Program, UnusableFoldersAndPortsAreReported) {
     QTemporaryDir tmp;
+    ASSERT_TRUE(writeFile(tmp.path() + u"/file"_s));
+    for (const QString& dir : {tmp.path() + u"/file/home"_s, tmp.path() + u"/file"_s}) {
+        ProgramProcess p(home(dir));
+        ASSERT_TRUE(p.finish());
+        EXPECT_EQ(p.process.exitCode(), 1);
+        EXPECT_EQ(p.log(), u"kestrava: error: cannot create program folder %1: %2\n"_s.arg(
+                               dir, QString::fromLocal8Bit(strerror(ENOTDIR))));
+    }
     QTcpServer holder;
     ASSERT_TRUE(holder.listen(QHostAddress::Any, 0));
     const QString taken = QString::number(holder.serverPort());
@@ -177,8 +136,7 @@ TEST(Program, UnusablePortsAreReportedAndReplacedForThisRun) {
     }
 }
 
-// While setting.ini cannot be read nothing is written to it: the window
-// position saved at exit does not replace the owner's file.
+// The window position saved at exit does not replace a setting.ini that cannot be read.
 TEST(Program, AnUnreadableSettingsFileIsNeverRewritten) {
     QTemporaryDir tmp;
     const QString ini = tmp.path() + u"/setting.ini"_s;
@@ -207,8 +165,7 @@ TEST(Program, AnUnreadableSettingsFileIsNeverRewritten) {
     EXPECT_EQ(f.readAll(), original);
 }
 
-// A client from a public address, in a network namespace of its own: with
-// Internet=0 it is refused, also while setting.ini is unreadable.
+// With Internet=0 a public client (in a network namespace) is refused, fail closed too.
 TEST(Program, ThePublicIsRefusedWhileTheSettingsCannotBeRead) {
     QTemporaryDir tmp;
     SettingsStore(tmp.path() + u"/setting.ini"_s).WriteIni(u"WebServer", u"Port", u"8080");
@@ -234,20 +191,13 @@ kill $!; wait
 
 TEST(Program, PressesFromManyPhonesAtOnceAllGoOutInOrder) {
     QTemporaryDir tmp;
-    const QString dir = tmp.path() + u"/home"_s;
-    ASSERT_TRUE(QDir().mkpath(dir + u"/IRSignals"_s));
-    {
-        SettingsStore settings(dir + u"/setting.ini"_s);
-        settings.WriteIni(u"Tira", u"Device", u"sim");
-        settings.WriteIni(u"WebServer", u"Port", u"0");
-        settings.WriteIni(u"Remote-1", u"Device", u"TV");
-        settings.WriteIni(u"Remote-1", u"Design", u"4");
-        for (int k = 0; k < 10; ++k) {
-            const QString name = u"F"_s + QString::number(k);
-            settings.WriteIni(u"Remote-1", u"Button-"_s + QString::number(k), name);
-            ASSERT_TRUE(WriteSignalFile(dir + u"/IRSignals/TV-"_s + name + u".bin"_s,
-                                        SimDriver::NecSignal(0x40, uint8_t(k))));
-        }
+    const QString dir = MakeSimHome(tmp.path() + u"/home"_s); // keys 0, 1: NecSignal(0x40, k)
+    SettingsStore settings(dir + u"/setting.ini"_s);
+    for (int k = 2; k < 10; ++k) {
+        const QString name = u"F"_s + QString::number(k);
+        settings.WriteIni(u"Remote-1", u"Button-"_s + QString::number(k), name);
+        ASSERT_TRUE(WriteSignalFile(dir + u"/IRSignals/TV-"_s + name + u".bin"_s,
+                                    SimDriver::NecSignal(0x40, uint8_t(k))));
     }
     ProgramProcess p(home(dir));
     const quint16 listening = p.webPort();
@@ -267,54 +217,15 @@ TEST(Program, PressesFromManyPhonesAtOnceAllGoOutInOrder) {
         EXPECT_TRUE(page.startsWith("HTTP/1.1 200") && page.contains("cremote.asp?&Dummy="))
             << page.left(200).toStdString();
     }
-    QFile log(dir + u"/sim-transmit.log"_s);
-    ASSERT_TRUE(log.open(QIODevice::ReadOnly));
-    const QList<QByteArray> lines = log.readAll().trimmed().split('\n');
+    const QStringList lines = SimLog(dir);
     ASSERT_EQ(lines.size(), 10);
     for (int k = 0; k < 10; ++k) // "<time> <count> <hex bytes>"
-        EXPECT_EQ(QByteArray::fromHex(lines[k].mid(lines[k].indexOf(' ', 24) + 1)),
+        EXPECT_EQ(QByteArray::fromHex(lines[k].section(u' ', 2).toLatin1()),
                   SimDriver::NecSignal(0x40, uint8_t(k)))
             << k;
 }
 
-// The road of a reservation: made through the pages for the program's coming
-// minute, it goes out through the simulator within that minute, and the
-// one-shot file is gone afterwards. The program's clock is moved so that the
-// minute is seconds away.
-TEST(Program, ReservationMadeThroughThePagesFiresInItsMinute) {
-    QTemporaryDir tmp;
-    const QString dir = tmp.path() + u"/demo"_s;
-    makeDemo(dir);
-    SettingsStore(dir + u"/setting.ini"_s).WriteIni(u"WebServer", u"Port", u"0");
-    const QDateTime real = QDateTime::currentDateTime();
-    const qint64 offset = 54000 - (real.time().second() * 1000 + real.time().msec());
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(u"KESTRAVA_TEST_CLOCK_OFFSET_MS"_s, QString::number(offset));
-    ProgramProcess program(home(dir), env);
-    const quint16 port = program.webPort();
-    ASSERT_NE(port, 0) << program.log().toStdString();
-
-    const QDateTime due = real.addMSecs(offset + 60000);
-    const QByteArray body =
-        due.toString(u"'R1=Single&Year='yyyy'&Month='MM'&Date='dd'&R2=H24&Hour='HH'&Min='mm")
-            .toLatin1() +
-        "&B1=%92%C7%89%C1&Dev=%83e%83%8C%83r&Func=%93d%8C%B9"; // 追加 テレビ 電源
-    const QByteArray page =
-        BodyOf(Fetch(port, "POST /add2.asp HTTP/1.1\r\nHost: localhost\r\nContent-Length: " +
-                               QByteArray::number(body.size()) + "\r\n\r\n" + body));
-    const QString file = dir + u"/reserve/"_s + due.toString(u"yyyy_MM_dd HH_mm");
-    ASSERT_TRUE(QFileInfo::exists(file)) << page.toStdString();
-    EXPECT_FALSE(QFileInfo::exists(dir + u"/sim-transmit.log"_s));
-
-    EXPECT_TRUE(WaitUntil([&] { return !QFileInfo::exists(file); }, 20000));
-    QFile log(dir + u"/sim-transmit.log"_s);
-    ASSERT_TRUE(log.open(QIODevice::ReadOnly));
-    EXPECT_EQ(log.readAll().count('\n'), 1);
-}
-
-// Export and import on the command line: one line per remote or archive, status
-// 1 when one fails, and an instance running on the folder serves the imported
-// remote at once.
+// One line per remote or archive, status 1 when one fails; a running instance serves the import.
 TEST(Program, ExportsAndImportsFromTheCommandLine) {
     TempFolder t;
     t.writeRemote(2, u"TV"_s, 1, {u"電源"_s});
@@ -360,11 +271,31 @@ TEST(Program, ExportsAndImportsFromTheCommandLine) {
 }
 
 // 0 done, 1 failed, 2 bad usage, 3 no instance: a script tells them apart.
-TEST(Program, PressSceneAndListAskTheInstanceRunningOnTheFolder) {
+TEST(Program, DemoFolderIsPreparedOnceAndItsInstanceTakesCommandsAndReservations) {
     QTemporaryDir tmp;
     const QString dir = tmp.path() + u"/demo"_s;
-    makeDemo(dir);
+    QTcpServer other; // another demo running: its port is taken
+    other.listen(QHostAddress::Any, DemoWebPort);
+    {
+        ProgramProcess first({u"--headless"_s, u"--demo"_s, dir});
+        ASSERT_TRUE(first.waitForLog(u"started on "_s + dir)) << first.log().toStdString();
+        ASSERT_TRUE(first.stop(SIGINT)); // as Ctrl-C does
+        ASSERT_EQ(first.process.exitCode(), 0);
+    }
     SettingsStore settings(dir + u"/setting.ini"_s);
+    EXPECT_EQ(settings.ReadIni(u"Tira", u"Device"), u"sim"_s);
+    const qint64 port = Val(settings.ReadIni(u"WebServer", u"Port"));
+    EXPECT_TRUE(port != DemoWebPort && port >= 8080 && port <= 8179) << port;
+    // The help's demo section names every remote the folder got.
+    QFile help(QStringLiteral(KESTRAVA_HELP_SOURCE) + u"/first-run.html"_s);
+    ASSERT_TRUE(help.open(QIODevice::ReadOnly));
+    const QString demo =
+        QString::fromUtf8(help.readAll()).section(u"id=\"demo\""_s, 1).section(u"<h2"_s, 0, 0);
+    for (int id = 1; id <= 6; ++id) {
+        const QString name = settings.ReadIni(u"Remote-"_s + QString::number(id), u"Device");
+        EXPECT_TRUE(!name.isEmpty() && demo.contains(name)) << id;
+    }
+
     const QString remote = settings.ReadIni(u"Remote-1"_s, u"Device");
     const QString key = settings.ReadIni(u"Remote-1"_s, u"Button-0");
     struct Case {
@@ -391,10 +322,31 @@ TEST(Program, PressSceneAndListAskTheInstanceRunningOnTheFolder) {
         {{u"--json"_s}, 2, u"--json goes with --list"_s},
         {{u"--bogus"_s}, 2, u"bogus"_s},
     });
-    ProgramProcess p(home(dir));
+
+    // The owner's changes stay; the clock is moved to seconds before a minute for a reservation.
+    settings.WriteIni(u"Remote-6", u"Device", u"BS");
+    const QDateTime real = QDateTime::currentDateTime();
+    const qint64 offset = 54000 - (real.time().second() * 1000 + real.time().msec());
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(u"KESTRAVA_TEST_CLOCK_OFFSET_MS"_s, QString::number(offset));
+    ProgramProcess p({u"--headless"_s, u"--demo"_s, dir}, env);
     ASSERT_TRUE(p.waitForLog(u"started on "_s + dir)) << p.log().toStdString();
+    const quint16 web = p.webPort();
+    EXPECT_EQ(settings.ReadIni(u"Remote-6", u"Device"), u"BS"_s);
+    const QDateTime due = real.addMSecs(offset + 60000);
+    const QByteArray body =
+        due.toString(u"'R1=Single&Year='yyyy'&Month='MM'&Date='dd'&R2=H24&Hour='HH'&Min='mm")
+            .toLatin1() +
+        "&B1=%92%C7%89%C1&Dev=%83e%83%8C%83r&Func=%93d%8C%B9"; // 追加 テレビ 電源
+    const QByteArray page =
+        BodyOf(Fetch(web, "POST /add2.asp HTTP/1.1\r\nHost: localhost\r\nContent-Length: " +
+                              QByteArray::number(body.size()) + "\r\n\r\n" + body));
+    const QString file = dir + u"/reserve/"_s + due.toString(u"yyyy_MM_dd HH_mm");
+    ASSERT_TRUE(QFileInfo::exists(file)) << page.toStdString();
+    EXPECT_TRUE(SimLog(dir).isEmpty());
+
     const QByteArray scene = R"({"name":"映画","steps":[{"type":"wait","ms":100}]})";
-    ASSERT_EQ(ApiStatus(ApiCall(p.webPort(), "POST", "/api/v1/scenes", scene)), 201);
+    ASSERT_EQ(ApiStatus(ApiCall(web, "POST", "/api/v1/scenes", scene)), 201);
     check({
         {{u"--list"_s}, 0, u"\t"_s + key},
         {{u"--list"_s, u"--json"_s}, 0, u"{\"remotes\":[{\"id\":1,"_s},
@@ -403,5 +355,7 @@ TEST(Program, PressSceneAndListAskTheInstanceRunningOnTheFolder) {
         {{u"--scene"_s, u"映画"_s}, 0, {}},
         {{u"--scene"_s, u"無い"_s}, 1, u"no scene is named '無い'"_s},
     });
-    EXPECT_TRUE(QFile(dir + u"/sim-transmit.log"_s).size() > 0);
+    // The reservation goes out in its minute, and its one-shot file goes.
+    EXPECT_TRUE(WaitUntil([&] { return !QFileInfo::exists(file); }, 20000));
+    EXPECT_EQ(SimLog(dir).size(), 2) << "the press and the reservation";
 }

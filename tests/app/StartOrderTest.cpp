@@ -10,14 +10,12 @@
 
 using namespace Qt::StringLiterals;
 
-// A first start opens the help, greets, lets setup run with events going until it closes, and
-// the close order releases the device before any window.
+// A first start waits for setup with events going; closing releases the device before windows.
 TEST(Program, FirstRunWaitsForSetupAndCloseRunsInOrder) {
     TempFolder t;
     SystemClock clock;
     ScriptedPrompt prompt;
     Program app(t.folder, t.settings, clock, prompt);
-    // Any free port: the machine's own are not the test's.
     auto anyPort = [](const QList<quint16>&) { return quint16(0); };
     app.webServer.portFallback = anyPort;
     bool setupOpen = false;

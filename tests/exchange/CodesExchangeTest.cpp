@@ -14,8 +14,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// library.ir: a Flipper library with a name no file can hold and a name
-// twice; more.ir adds to it.
+// library.ir: a Flipper library with a name no file can hold and a name twice.
 const QString Data = QStringLiteral(KESTRAVA_TEST_DATA "/exchange/");
 
 IrCode CodeOf(TempFolder& t, const QString& device, const QString& function) {
@@ -29,9 +28,7 @@ IrCode CodeOf(TempFolder& t, const QString& device, const QString& function) {
 
 } // namespace
 
-// A library becomes a remote key by key: what learning would refuse is said
-// per key, the rest lands; a second import extends the remote, and an export
-// read back into another folder keeps every key's code.
+// Refusals said per key; a second import extends the remote; an export reads back the same.
 TEST(CodesExchange, ImportExtendsAndExportRoundTrips) {
     TempFolder t;
     const QString file = Data + u"library.ir"_s;
@@ -55,7 +52,6 @@ TEST(CodesExchange, ImportExtendsAndExportRoundTrips) {
     EXPECT_EQ(CodeSpec(CodeOf(t, u"テレビ"_s, u"Power-2"_s)), u"nec:0x040a"_s);
     EXPECT_EQ(CodeSpec(CodeOf(t, u"テレビ"_s, u"Power"_s)), u"nec:0x040b"_s);
 
-    // Out as a Flipper file and a lircd.conf, in again elsewhere.
     for (const QString& format : {u"flipper"_s, u"lircd"_s, u"pronto"_s}) {
         QStringList lines;
         ASSERT_TRUE(
@@ -77,29 +73,24 @@ TEST(CodesExchange, ImportExtendsAndExportRoundTrips) {
     }
 
     EXPECT_FALSE(ImportCodes(t.folder, t.settings, {t.path(u"none.ir"_s), {}, 0}).error.isEmpty());
-}
 
-// A disk too full for setting.ini: the import is refused and leaves no
-// signal file that no key names.
-TEST(CodesExchange, AnImportOnAFullDiskLeavesNoFileBehind) {
-    TempFolder t;
+    // A disk too full for setting.ini leaves no signal file that no key names.
+    TempFolder full;
     for (auto key : {u"A", u"B", u"C"})
-        t.settings.WriteIni(u"Pad", key, QString(1000, u'x')); // past one signal file's size
-    CodesImportResult r;
+        full.settings.WriteIni(u"Pad", key, QString(1000, u'x')); // past one signal file's size
     {
-        FullDisk full(SignalFileSize); // a signal file still fits, setting.ini no longer does
-        ASSERT_TRUE(full.ok());
-        r = ImportCodes(t.folder, t.settings, {Data + u"library.ir"_s, u"テレビ"_s, 0});
+        FullDisk disk(SignalFileSize); // a signal file still fits, setting.ini no longer does
+        ASSERT_TRUE(disk.ok());
+        r = ImportCodes(full.folder, full.settings, {file, u"テレビ"_s, 0});
     }
     EXPECT_FALSE(r.error.isEmpty());
     EXPECT_TRUE(r.remotes.empty());
-    EXPECT_EQ(t.settings.ReadIni(u"Remote-1", u"Device"), QString());
-    EXPECT_TRUE(QDir(t.path(u"IRSignals")).entryList(QDir::Files).isEmpty());
+    EXPECT_EQ(full.settings.ReadIni(u"Remote-1", u"Device"), QString());
+    EXPECT_TRUE(QDir(full.path(u"IRSignals")).entryList(QDir::Files).isEmpty());
 }
 
-// Real Flipper-IRDB files: names a file name cannot hold are mapped as convert
-// maps them, names that come again are kept as NAME-2, and a file of more keys
-// than the largest remote holds goes on into "NAME (2)"; nothing is dropped.
+// Real Flipper-IRDB files: names mapped as convert maps them, repeats kept as NAME-2, overflow
+// into "NAME (2)"; nothing is dropped.
 TEST(CodesExchange, ImportKeepsEveryKeyOfRealFiles) {
     TempFolder t;
     const QString data = QStringLiteral(KESTRAVA_TEST_DATA "/flipper-irdb/");
@@ -124,8 +115,7 @@ TEST(CodesExchange, ImportKeepsEveryKeyOfRealFiles) {
     EXPECT_TRUE(r.renamed.contains(u"TUNER: stored as TUNER-2"_s));
     EXPECT_TRUE(r.renamed.contains(u"SKIP_>>: stored as SKIP___"_s));
 
-    // A SmartIR air conditioner: one remote named after the device, its
-    // 151 mode/fan/temperature keys over three.
+    // A SmartIR air conditioner: named after the device, 151 keys over three remotes.
     r = ImportCodes(t.folder, t.settings,
                     {QStringLiteral(KESTRAVA_TEST_DATA "/smartir/climate-2301.json"), {}, 0});
     ASSERT_TRUE(r.ok()) << r.error.toStdString() << r.refused.join(u'\n').toStdString();

@@ -1,7 +1,6 @@
 #include "app/Program.h"
 #include "core/Clock.h"
 #include "desktop/MainWindow.h"
-#include "exchange/Exchange.h"
 #include "exchange/ExchangeWindows.h"
 #include "remotes/Registry.h"
 #include "support/MainParts.h"
@@ -26,14 +25,12 @@ namespace {
 struct Desk {
     Desk() {
         t.folder.CreateDataFolders();
-        remote(1, u"TV"_s);
-        remote(3, u"エアコン"_s);
+        t.writeRemote(1, u"TV"_s, 1, {u"電源"_s});
+        t.writeRemote(3, u"エアコン"_s, 1, {u"電源"_s});
     }
-    void remote(int slot, const QString& name) { t.writeRemote(slot, name, 1, {u"電源"_s}); }
     template <typename T> T* open(QAction* item, const QString& name) {
         item->trigger();
         T* w = window.findChild<T*>(name);
-        EXPECT_NE(w, nullptr);
         EXPECT_TRUE(w && w->isVisible());
         return w;
     }
@@ -47,12 +44,10 @@ struct Desk {
 
 } // namespace
 
-// The export window: the list with slots, select-all, the folder
-// dialog, both refusals, a folder made level by level, one archive per remote,
-// and a failure that keeps the window and what was written.
-TEST(ExchangeWindows, ExportWritesChosenRemotes) {
+// Export: both refusals, a folder made level by level, a failure that keeps the window and files.
+TEST(ExchangeWindows, ExportedArchivesImportAgain) {
     Desk d;
-    d.remote(2, u"a/b"_s); // cannot name a file
+    d.t.writeRemote(2, u"a/b"_s, 1, {u"電源"_s}); // cannot name a file
     auto* w = d.open<ExportWindow>(d.window.MFileX, u"frmExport"_s);
     ASSERT_NE(w, nullptr);
     ASSERT_EQ(w->lstDevices->count(), 3);
@@ -79,44 +74,39 @@ TEST(ExchangeWindows, ExportWritesChosenRemotes) {
     EXPECT_EQ(d.prompt.shown.last(), u"warning:"_s + ExportWindow::FailedText);
     EXPECT_TRUE(w->isVisible());
     EXPECT_EQ(QDir(d.out.filePath(u"z"_s)).entryList(QDir::Files), QStringList{u"TV.kxp"_s});
-}
+    w->close();
 
-// The import window lists a folder's archives, imports the chosen ones (over
-// a known remote only with chkDuplicate), warns of a refused one, refills the
-// main window's list and closes.
-TEST(ExchangeWindows, ImportReadsChosenArchives) {
-    Desk d;
-    ASSERT_TRUE(ExportDevice(d.t.folder, d.t.settings, u"TV"_s, 1, d.out.filePath(u"TV.kxp"_s)));
-    ASSERT_TRUE(ExportDevice(d.t.folder, d.t.settings, u"エアコン"_s, 3,
-                             d.out.filePath(u"エアコン.kxp"_s)));
+    // Import: over a known remote only with chkDuplicate; a refused archive told; list refilled.
     for (const auto* name : {u"bad.kxp", u"notes.txt"}) {
-        QFile junk(d.out.filePath(QString::fromUtf16(name)));
+        QFile junk(dir + u'/' + QString::fromUtf16(name));
         ASSERT_TRUE(junk.open(QIODevice::WriteOnly) && junk.write("junk") == 4);
     }
     d.t.settings.DeleteIniSection(RemoteSection(1));
+    d.t.settings.DeleteIniSection(RemoteSection(2));
     d.t.settings.WriteIni(RemoteSection(3), ButtonKey(0), u"変更"_s);
     d.window.ShowAtStart();
 
-    auto* w = d.open<ImportWindow>(d.window.MFileI, u"frmImport"_s);
-    ASSERT_NE(w, nullptr);
-    w->txtLoc->setText(d.out.filePath(u"missing"_s));
-    EXPECT_EQ(w->lstFiles->count(), 0);
-    w->txtLoc->setText(d.out.path());
-    ASSERT_EQ(w->lstFiles->count(), 3);
-    w->chkAll->click();
-    QTest::mouseClick(w->cmdImport, Qt::LeftButton);
-    EXPECT_FALSE(w->isVisible());
+    auto* in = d.open<ImportWindow>(d.window.MFileI, u"frmImport"_s);
+    ASSERT_NE(in, nullptr);
+    in->txtLoc->setText(d.out.filePath(u"missing"_s));
+    EXPECT_EQ(in->lstFiles->count(), 0);
+    in->txtLoc->setText(dir);
+    ASSERT_EQ(in->lstFiles->count(), 3);
+    d.prompt.shown.clear();
+    in->chkAll->click();
+    QTest::mouseClick(in->cmdImport, Qt::LeftButton);
+    EXPECT_FALSE(in->isVisible());
     ASSERT_EQ(d.prompt.shown.size(), 1);
     EXPECT_TRUE(d.prompt.shown[0].startsWith(u"warning:bad.kxp はインポートできませんでした。"_s));
     EXPECT_EQ(d.t.settings.ReadIni(RemoteSection(1), u"Device"), u"TV"_s);
     EXPECT_EQ(d.t.settings.ReadIni(RemoteSection(3), ButtonKey(0)), u"変更"_s);
     EXPECT_EQ(d.window.findChild<QComboBox*>(u"cmbDeviceName"_s)->count(), 2);
 
-    w = d.open<ImportWindow>(d.window.MFileI, u"frmImport"_s);
-    w->txtLoc->setText(d.out.path());
-    w->lstFiles->item(2)->setSelected(true);
-    w->chkDuplicate->click();
-    QTest::mouseClick(w->cmdImport, Qt::LeftButton);
+    in = d.open<ImportWindow>(d.window.MFileI, u"frmImport"_s);
+    in->txtLoc->setText(dir);
+    in->lstFiles->item(2)->setSelected(true);
+    in->chkDuplicate->click();
+    QTest::mouseClick(in->cmdImport, Qt::LeftButton);
     EXPECT_EQ(d.t.settings.ReadIni(RemoteSection(2), ButtonKey(0)), u"電源"_s);
     EXPECT_EQ(d.t.settings.ReadIni(RemoteSection(3), u"Device"), QString());
 }

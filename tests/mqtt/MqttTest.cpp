@@ -1,7 +1,6 @@
 #include "mqtt/Mqtt.h"
 #include "climate/ClimateUnits.h"
 #include "core/Password.h"
-#include "core/ProgramFolder.h"
 #include "core/Settings.h"
 #include "infrared/IrProtocol.h"
 #include "infrared/IrSignal.h"
@@ -45,21 +44,12 @@ QString MakeHome(const QString& root, const QString& name, const MqttBroker& bro
     s.Write(Key::MqttServer, u"127.0.0.1:"_s + QString::number(broker.port));
     if (!nodeId.isEmpty())
         s.Write(Key::MqttNodeId, nodeId);
-    if (!broker.user.isEmpty()) {
-        s.Write(Key::MqttUser, broker.user);
-        s.Write(Key::MqttPass, ScramblePassword(u"SET", broker.password));
-    }
+    s.Write(Key::MqttUser, broker.user);
+    s.Write(Key::MqttPass, ScramblePassword(u"SET", broker.password));
     return dir;
 }
 
-QJsonObject JsonOf(const QByteArray& payload) {
-    return QJsonDocument::fromJson(payload).object();
-}
-
-// Home Assistant's climate platform, transcribed from home-assistant/core
-// mqtt/climate.py (5974c77, PLATFORM_SCHEMA_MODERN): modes from its list, the
-// command topics without wildcards, state templates beside state topics,
-// precision one of 0.1, 0.5, 1; min_temp below max_temp.
+// Transcribed from home-assistant/core mqtt/climate.py (5974c77, PLATFORM_SCHEMA_MODERN).
 QString HaClimateProblem(const QJsonObject& o) {
     static const QStringList modes{u"auto"_s, u"off"_s,      u"cool"_s,     u"heat"_s,
                                    u"dry"_s,  u"fan_only"_s, u"heat_cool"_s};
@@ -81,18 +71,9 @@ QString HaClimateProblem(const QJsonObject& o) {
     return {};
 }
 
-// Home Assistant's side, transcribed from home-assistant/core mqtt/:
-// discovery.py (bdc5ec6): <prefix>/<component>/[<node_id>/]<object_id>/config,
-// ids of [a-zA-Z0-9_-]; schemas.py (c6ca7f5): device and origin info take no
-// other keys, a device has an identifier, configuration_url and support_url are
-// http(s) URLs, entity_category is config or diagnostic; button, binary_sensor,
-// sensor, event.py (5974c77): the topics each requires, event_types strings, the
-// device classes; device_trigger.py (5974c77): automation_type, device, subtype,
-// topic and type, a trigger found again by device_id, type and subtype;
-// infrared.py (PR #172796): the emitter's command_topic, the receiver's
-// state_topic, SIGNAL_SCHEMA exactly {"timings": [int], "modulation": int}
-// (deda1f6), at least one timing (05dfe26). Every config must also carry our
-// origin. Empty when it would be taken.
+// Empty when Home Assistant takes the config. Transcribed from home-assistant/core mqtt/
+// discovery.py (bdc5ec6), schemas.py (c6ca7f5), button, binary_sensor, sensor, event.py and
+// device_trigger.py (5974c77), infrared.py (PR #172796, deda1f6, 05dfe26).
 QString HaConfigProblem(const QString& topic, const QJsonObject& o) {
     static const QRegularExpression topicForm(
         u"^homeassistant/(\\w+)/(?:[a-zA-Z0-9_-]+/)?[a-zA-Z0-9_-]+/config$"_s);
@@ -101,8 +82,7 @@ QString HaConfigProblem(const QString& topic, const QJsonObject& o) {
         return u"not a discovery topic"_s;
     const QString component = match.captured(1);
     const auto isString = [&](const QJsonObject& in, const char* key) {
-        return in.value(QLatin1StringView(key)).isString() &&
-               !in.value(QLatin1StringView(key)).toString().isEmpty();
+        return !in.value(QLatin1StringView(key)).toString().isEmpty();
     };
     const auto isUrl = [](const QJsonValue& v) {
         const QUrl url(v.toString(), QUrl::StrictMode);
@@ -184,7 +164,7 @@ QString HaConfigProblem(const QString& topic, const QJsonObject& o) {
     return {};
 }
 
-// A receiver state payload as both versions of SIGNAL_SCHEMA take it.
+// A receiver state payload as both versions of infrared.py's SIGNAL_SCHEMA take it.
 QString HaSignalProblem(const QByteArray& payload) {
     const QJsonObject o = QJsonDocument::fromJson(payload).object();
     if (o.keys() != QStringList{u"modulation"_s, u"timings"_s})
@@ -196,15 +176,12 @@ QString HaSignalProblem(const QByteArray& payload) {
     return {};
 }
 
-#define NEED_BROKER()                                                                              \
-    if (!MqttBroker::available())                                                                  \
-    GTEST_SKIP() << "no mosquitto here"
-
 // A broker, and a folder of the test's own for the MQTT client in this process.
 class MqttHome : public ::testing::Test {
 protected:
     void SetUp() override {
-        NEED_BROKER();
+        if (!MqttBroker::available())
+            GTEST_SKIP() << "no mosquitto here";
         ASSERT_TRUE(broker.start());
     }
     // Settings for the broker, as node id.
@@ -212,10 +189,12 @@ protected:
         t.settings.Write(Key::MqttServer,
                          scheme + u"127.0.0.1:"_s + QString::number(port ? port : broker.port));
         t.settings.Write(Key::MqttNodeId, id);
+        t.settings.Write(Key::MqttUser, broker.user);
+        t.settings.Write(Key::MqttPass, ScramblePassword(u"SET", broker.password));
     }
 
     QTemporaryDir tmp;
-    MqttBroker broker{tmp.path()};
+    MqttBroker broker{tmp.path(), u"ha"_s, u"s3cret"_s};
     TempFolder t;
     ScriptedPrompt prompt;
     Transceiver device{t.folder, t.settings, prompt};
@@ -238,35 +217,24 @@ TEST(MqttConfig, ServerAddressesAndTheNodeIdKeptOnce) {
     for (const char* bad : {"", "host:0", "host:70000", "mqtt://", "a b", "host:x"})
         EXPECT_FALSE(ParseMqttServer(QString::fromLatin1(bad), &host, &port, &tls)) << bad;
 
-    // Different folders on one host are different nodes; the same folder is the same.
-    EXPECT_NE(DeriveNodeId(u"Living.Room"_s, u"/a"_s), DeriveNodeId(u"Living.Room"_s, u"/b"_s));
     EXPECT_EQ(DeriveNodeId(u"Living.Room"_s, u"/a"_s), DeriveNodeId(u"Living.Room"_s, u"/a"_s));
     EXPECT_TRUE(DeriveNodeId(u"Living.Room"_s, u"/a"_s).startsWith(u"living-room-"_s));
 
-    QTemporaryDir tmp;
-    ProgramFolder folder(tmp.path());
-    SettingsStore s(tmp.path() + u"/setting.ini"_s);
-    MqttConfig c = ReadMqttConfig(s, folder);
+    TempFolder t;
+    SettingsStore& s = t.settings;
+    MqttConfig c = ReadMqttConfig(s, t.folder);
     EXPECT_FALSE(c.enabled());
     EXPECT_TRUE(s.Read(Key::MqttNodeId).isEmpty()) << "written with MQTT off";
     s.Write(Key::MqttServer, u"127.0.0.1"_s);
-    s.Write(Key::MqttPass, ScramblePassword(u"SET", u"pw"_s));
     s.Write(Key::MqttTopic, u"house/#"_s);
-    c = ReadMqttConfig(s, folder);
+    c = ReadMqttConfig(s, t.folder);
     EXPECT_TRUE(c.enabled() && c.discovery);
-    EXPECT_EQ(c.password, u"pw"_s);
-    EXPECT_EQ(s.Read(Key::MqttNodeId), c.nodeId);
     EXPECT_EQ(c.topic, u"kestrava/"_s + c.nodeId) << "a wildcard topic is not ours";
-    EXPECT_EQ(c.discoveryPrefix, u"homeassistant"_s);
 }
 
-// Home Assistant's side of one Kestrava: its configs, a button press, raw
-// timings with their repeats inside, a bad command, a retained one, and a key
-// renamed and a remote deleted.
 TEST_F(MqttHome, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
     const QString dir = MakeHome(tmp.path(), u"home"_s, broker, u"den"_s);
-    // A press left retained on the broker from long ago must not go out.
-    broker.publish(u"kestrava/den/key/1/1/press"_s, "PRESS", true);
+    broker.publish(u"kestrava/den/key/1/1/press"_s, "PRESS", true); // must not go out
     // A key deleted while the program was not running left its config behind.
     const QString stale = u"homeassistant/button/kestrava_den/r9_k0/config"_s;
     broker.publish(stale, R"({"name":"Gone"})", true);
@@ -276,18 +244,15 @@ TEST_F(MqttHome, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
     ASSERT_TRUE(ha.waitFor(u"kestrava/den/status"_s, "online")) << p.log().toStdString();
     ASSERT_TRUE(ha.waitFor(u"homeassistant/infrared/kestrava_den/emitter/config"_s, {}));
 
-    // Every config as Home Assistant reads it. Without MQTT infrared (every
-    // release before it) the hub is still made by its sensors, so the remotes'
-    // via_device names a device that exists.
-    const QString prefix = u"homeassistant/"_s;
+    // Without MQTT infrared the hub is still made by its sensors, for the remotes' via_device.
     std::set<QString> ids, triggerIds;
     std::map<QString, int> components;
     ASSERT_TRUE(WaitUntil(
         [&] { return ha.on(u"homeassistant/event/kestrava_den/r1/config"_s).size() == 1; }));
     for (const auto& m : ha.messages) {
-        if (!m.topic.startsWith(prefix) || m.topic == stale)
+        if (!m.topic.startsWith(u"homeassistant/"_s) || m.topic == stale)
             continue;
-        const QJsonObject o = JsonOf(m.payload);
+        const QJsonObject o = QJsonDocument::fromJson(m.payload).object();
         const QString component = m.topic.section(u'/', 1, 1);
         ++components[component];
         EXPECT_EQ(HaConfigProblem(m.topic, o).toStdString(), "") << m.payload.toStdString();
@@ -332,7 +297,6 @@ TEST_F(MqttHome, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
         QString::fromLatin1(SimDriver::NecSignal(0x40, 0).toHex(' ')).toUpper(),
         Qt::CaseInsensitive));
 
-    // A frame heard (the simulator's) is published and fires the key's trigger.
     ASSERT_TRUE(SimHear(dir, "nec:0x4001\n"));
     ASSERT_TRUE(ha.waitFor(u"kestrava/den/trigger/1/1"_s, "press")) << p.log().toStdString();
     ASSERT_TRUE(ha.waitFor(u"kestrava/den/ir/received"_s, {}));
@@ -342,9 +306,7 @@ TEST_F(MqttHome, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
     EXPECT_EQ(heardAttributes.value(u"scancode"_s), u"0x4001"_s);
     EXPECT_EQ(heardAttributes.value(u"key"_s), u"Vol Up"_s);
 
-    // Home Assistant's NEC command with repeat_count 2 is 75 timings, the frame
-    // and two repeat codes (infrared-protocols' NECCommand.get_raw_timings): it
-    // goes out once, whole, as one press; so does one without repeat_count.
+    // NEC with repeat_count 2 (infrared-protocols' NECCommand.get_raw_timings) goes out whole.
     QStringList nec{u"9000,-4500"_s};
     for (int bit = 0; bit < 32; ++bit)
         nec << ((0xF708FB04u >> bit) & 1 ? u"562,-1687"_s : u"562,-562"_s);
@@ -375,8 +337,7 @@ TEST_F(MqttHome, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
     for (size_t i = 0; i < want.size(); ++i)
         EXPECT_NEAR(double(d[i]), double(want[i]), want[i] * 0.05) << i;
 
-    // Unknown keys and bad payloads are answered on the error topic, not sent,
-    // and on the hub's last-press sensor, which Home Assistant shows.
+    // Unknown keys and bad payloads: the error topic and the hub's last-press sensor, not sent.
     ASSERT_TRUE(broker.publish(u"kestrava/den/ir/transmit"_s, R"({"timings":"x"})"));
     ASSERT_TRUE(broker.publish(u"kestrava/den/press"_s, R"({"remote":"TV","key":"Mute"})"));
     ASSERT_TRUE(WaitUntil([&] { return ha.on(u"kestrava/den/error"_s).size() == 2; }));
@@ -386,9 +347,7 @@ TEST_F(MqttHome, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
               u"no key \"Mute\" on \"TV\""_s);
     EXPECT_EQ(SimLog(dir).size(), 3);
 
-    // A key renamed: its button says so at once, while its trigger stays the one
-    // automations name (device, type, subtype; the same discovery topic) and no
-    // key is told as learned. A remote deleted: its configs are cleared.
+    // A renamed key keeps the trigger automations name; a deleted remote's configs are cleared.
     const QString trigger = u"homeassistant/device_automation/kestrava_den/r1_k1/config"_s;
     const QByteArray triggerBefore = ha.on(trigger)[0].payload;
     {
@@ -403,7 +362,6 @@ TEST_F(MqttHome, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
     EXPECT_EQ(ha.on(trigger)[0].payload.toStdString(), triggerBefore.toStdString());
     EXPECT_EQ(ha.json(u"homeassistant/event/kestrava_den/r1/config"_s).value(u"event_types"_s),
               QJsonArray({u"Power"_s, u"Volume"_s}));
-    // A key learned elsewhere (here by hand) is a new button, and told.
     WriteSignalFile(dir + u"/IRSignals/TV-Mute.bin"_s, SimDriver::NecSignal(0x40, 7));
     SettingsStore(dir + u"/setting.ini"_s).WriteIni(u"Remote-1", u"Button-5", u"Mute");
     ASSERT_TRUE(ha.waitFor(u"homeassistant/button/kestrava_den/r1_k5/config"_s, {}));
@@ -418,111 +376,67 @@ TEST_F(MqttHome, HomeAssistantSeesTheRemotesAndDrivesTheTransceiver) {
     EXPECT_FALSE(
         ha.on(u"homeassistant/infrared/kestrava_den/emitter/config"_s)[0].payload.isEmpty());
 
-    // An orderly close says offline.
-    p.stop();
-    EXPECT_TRUE(WaitUntil([&] { return ha.on(u"kestrava/den/status"_s)[0].payload == "offline"; }));
-}
-
-// The broker goes away and comes back: the pages go on meanwhile, and the
-// configs are back soon after; a program killed outright is offline by its
-// will. A wrong login is never taken for connected.
-TEST(Mqtt, BrokerLostAndBackAndTheWillOfAKilledProgram) {
-    NEED_BROKER();
-    QTemporaryDir tmp;
-    MqttBroker broker(tmp.path(), u"ha"_s, u"s3cret"_s);
-    ASSERT_TRUE(broker.start());
-    const QString dir = MakeHome(tmp.path(), u"home"_s, broker, u"hall"_s);
-    ProgramProcess p({u"--headless"_s, u"--home"_s, dir});
-    const quint16 web = p.webPort();
-    ASSERT_NE(web, 0);
-    const QString emitter = u"homeassistant/infrared/kestrava_hall/emitter/config"_s;
-    {
-        MqttWatcher ha(broker, {emitter});
-        ASSERT_TRUE(ha.waitFor(emitter, {})) << p.log().toStdString();
-    }
     EXPECT_FALSE(p.log().contains(u"s3cret"_s));
-    // A client the broker refuses is tried again with a back-off that doubles
-    // once per refusal, and is never taken for connected.
-    MqttConfig config;
-    config.host = u"127.0.0.1"_s;
-    config.port = broker.port;
-    config.nodeId = u"refused"_s;
-    config.user = u"ha"_s;
-    config.password = u"wrong"_s;
-    MqttConnection refused;
-    int changes = 0;
-    QObject::connect(&refused, &MqttConnection::connectionChanged, [&] { ++changes; });
-    refused.Open(config, u"kestrava/refused/status"_s);
-    WaitMs(1500); // refused at once and after 1 s; the next try waits 2 s
-    EXPECT_FALSE(refused.isConnected());
-    EXPECT_EQ(changes, 0);
-    EXPECT_EQ(refused.retryMs(), 4 * MqttConnection::FirstRetryMs);
-    refused.Close();
 
-    broker.stop(); // its retained configs go with it: nothing persists
+    // Two rooms more, ids derived: a press for one goes there only; one killed is offline by will.
+    {
+        MqttWatcher rooms(broker,
+                          {u"homeassistant/infrared/+/emitter/config"_s, u"kestrava/+/status"_s});
+        const QStringList dirs{MakeHome(tmp.path(), u"kitchen"_s, broker),
+                               MakeHome(tmp.path(), u"study"_s, broker)};
+        ProgramProcess kitchen({u"--headless"_s, u"--home"_s, dirs[0]});
+        ProgramProcess study({u"--headless"_s, u"--home"_s, dirs[1]});
+        ASSERT_TRUE(WaitUntil([&] {
+            int online = 0;
+            for (const auto& m : rooms.messages)
+                online += m.payload == "online";
+            return online == 3 && rooms.messages.size() >= 6;
+        })) << kitchen.log().toStdString();
+        std::set<QString> hubs, topics;
+        for (const auto& m : rooms.messages)
+            (m.topic.startsWith(u"homeassistant/"_s) ? hubs : topics).insert(m.topic);
+        EXPECT_EQ(hubs.size(), 3u);
+        EXPECT_EQ(topics.size(), 3u);
+
+        const QString node = SettingsStore(dirs[1] + u"/setting.ini"_s).Read(Key::MqttNodeId);
+        ASSERT_FALSE(node.isEmpty());
+        ASSERT_TRUE(broker.publish(u"kestrava/"_s + node + u"/press"_s,
+                                   R"({"remote":"TV","key":"Vol Up"})"));
+        ASSERT_TRUE(WaitUntil([&] { return SimLog(dirs[1]).size() == 1; }));
+        WaitMs(300);
+        EXPECT_TRUE(SimLog(dirs[0]).isEmpty());
+        EXPECT_EQ(SimLog(dir).size(), 3);
+        const QString killed = SettingsStore(dirs[0] + u"/setting.ini"_s).Read(Key::MqttNodeId);
+        ASSERT_TRUE(kitchen.stop(SIGKILL));
+        EXPECT_TRUE(rooms.waitFor(u"kestrava/"_s + killed + u"/status"_s, "offline", 10000));
+    }
+
+    // The broker goes and comes back: the pages go on meanwhile, the configs are back soon after.
+    const QString emitter = u"homeassistant/infrared/kestrava_den/emitter/config"_s;
+    broker.stop();
     ASSERT_TRUE(p.waitForLog(u"trying again"_s));
-    const QByteArray page =
-        Fetch(web, "GET /api/v1/status HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
+    const QByteArray page = Fetch(
+        p.webPort(), "GET /api/v1/status HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
     EXPECT_TRUE(page.startsWith("HTTP/1.1 200")) << page.left(100).toStdString();
     WaitMs(1500);
     ASSERT_TRUE(broker.start());
     QElapsedTimer back;
     back.start();
-    MqttWatcher ha(broker, {emitter, u"kestrava/hall/status"_s});
-    ASSERT_TRUE(ha.waitFor(emitter, {}, 5000)) << p.log().toStdString();
+    MqttWatcher again(broker, {emitter, u"kestrava/den/status"_s});
+    ASSERT_TRUE(again.waitFor(emitter, {}, 5000)) << p.log().toStdString();
     EXPECT_LT(back.elapsed(), 5000);
     EXPECT_EQ(p.log().count(u"trying again"_s), 1) << "one line per change of state";
 
-    ASSERT_TRUE(p.stop(SIGKILL));
-    EXPECT_TRUE(ha.waitFor(u"kestrava/hall/status"_s, "offline", 10000));
+    p.stop();
+    EXPECT_TRUE(again.waitFor(u"kestrava/den/status"_s, "offline"));
 }
 
-// Three rooms on one broker: three hubs, and a press for one room goes out there only.
-TEST_F(MqttHome, ThreeRoomsShareOneBroker) {
-    MqttWatcher ha(broker, {u"homeassistant/infrared/+/emitter/config"_s, u"kestrava/+/status"_s});
-    std::vector<QString> dirs;
-    std::vector<std::unique_ptr<ProgramProcess>> rooms;
-    for (const QString& room : {u"kitchen"_s, u"study"_s, u"attic"_s}) {
-        dirs.push_back(MakeHome(tmp.path(), room, broker)); // node ids derived
-        rooms.push_back(std::make_unique<ProgramProcess>(
-            QStringList{u"--headless"_s, u"--home"_s, dirs.back()}));
-    }
-    ASSERT_TRUE(WaitUntil([&] {
-        int online = 0;
-        for (const auto& m : ha.messages)
-            online += m.payload == "online";
-        return online == 3 && ha.messages.size() >= 6;
-    }));
-    std::set<QString> hubs, topics;
-    for (const auto& m : ha.messages)
-        (m.topic.startsWith(u"homeassistant/"_s) ? hubs : topics).insert(m.topic);
-    EXPECT_EQ(hubs.size(), 3u);
-    EXPECT_EQ(topics.size(), 3u);
-
-    const QString study = SettingsStore(dirs[1] + u"/setting.ini"_s).Read(Key::MqttNodeId);
-    ASSERT_FALSE(study.isEmpty());
-    ASSERT_TRUE(
-        broker.publish(u"kestrava/"_s + study + u"/press"_s, R"({"remote":"TV","key":"Vol Up"})"));
-    ASSERT_TRUE(WaitUntil([&] { return SimLog(dirs[1]).size() == 1; }));
-    WaitMs(300);
-    EXPECT_TRUE(SimLog(dirs[0]).isEmpty());
-    EXPECT_TRUE(SimLog(dirs[2]).isEmpty());
-}
-
-// What the listener hears, in the program itself: the receiver appears where
-// the transceiver can listen, frames go out as signed timings on its state
-// topic, and a learned key, raw ones too, fires the trigger its config names
-// and its remote's event entity. A key's command topic that names no possible
-// key is answered on the error topic like any other refused command; a press
-// that cannot go out because the transceiver is away shows on the hub's
-// last-press sensor, and the transceiver sensor says so.
 TEST_F(MqttHome, HeardFramesReachHomeAssistantAndRefusedPressesAreAnswered) {
     node(u"away"_s);
     t.settings.WriteIni(u"Tira", u"Device", t.path(u"lirc-gone"));
     t.writeRemote(1, u"TV"_s, 4, {u"Power"_s});
     WriteSignalFile(t.path(u"IRSignals/TV-Power.bin"), SimDriver::NecSignal(0x40, 0));
-    t.writeRemote(2, u"Amp"_s, 4, {u"On"_s, u"Odd"_s});
-    WriteSignalFile(t.path(u"IRSignals/Amp-On.bin"), SimDriver::NecSignal(0x12, 0x34));
+    t.writeRemote(2, u"Amp"_s, 4, {u"On"_s, u"Odd"_s}); // Odd: a raw key
     const IrTiming odd{{3000, 3000, 1000, 2000, 1000, 2000, 1000}, 38000, -1};
     WriteSignalFile(t.path(u"IRSignals/Amp-Odd.bin"), BlobFromTiming(odd)->encode());
     MqttWatcher ha(broker, {u"homeassistant/#"_s, u"kestrava/away/#"_s});
@@ -536,19 +450,13 @@ TEST_F(MqttHome, HeardFramesReachHomeAssistantAndRefusedPressesAreAnswered) {
     ASSERT_TRUE(ha.waitFor(trigger, {})) << "a raw key has a trigger";
     ASSERT_TRUE(ha.waitFor(event, {}));
 
-    const IrTiming timing = TimingFromBlob(*IrBlob::decode(SimDriver::NecSignal(0x12, 0x34)));
-    mqtt.PublishFrame(timing, DecodeSignal(timing));
+    mqtt.PublishFrame(odd, DecodeSignal(odd));
+    mqtt.PublishKeyHeard(2, 1, u"Amp"_s, u"Odd"_s);
     const QString state = ha.json(receiver).value(u"state_topic"_s).toString();
     ASSERT_TRUE(ha.waitFor(state, {}));
     EXPECT_EQ(HaSignalProblem(ha.on(state)[0].payload).toStdString(), "");
-    const QJsonArray timings = ha.json(state).value(u"timings"_s).toArray();
-    ASSERT_EQ(size_t(timings.size()), timing.durations.size());
-    EXPECT_GT(timings[0].toInt(), 0);
-    EXPECT_EQ(timings[1].toInt(), -int(timing.durations[1]));
-
-    // The raw key heard, as the listener tells it: the frame, then the key.
-    mqtt.PublishFrame(odd, DecodeSignal(odd));
-    mqtt.PublishKeyHeard(2, 1, u"Amp"_s, u"Odd"_s);
+    EXPECT_EQ(ha.json(state).value(u"timings"_s).toArray(),
+              QJsonArray({3000, -3000, 1000, -2000, 1000, -2000, 1000}));
     const QJsonObject config = ha.json(trigger);
     EXPECT_TRUE(ha.waitFor(config.value(u"topic"_s).toString(),
                            config.value(u"payload"_s).toString().toUtf8()));
@@ -557,11 +465,9 @@ TEST_F(MqttHome, HeardFramesReachHomeAssistantAndRefusedPressesAreAnswered) {
     const QJsonObject fired = ha.json(events.value(u"state_topic"_s).toString());
     EXPECT_EQ(fired, QJsonObject({{u"event_type"_s, u"Odd"_s}}));
     EXPECT_TRUE(events.value(u"event_types"_s).toArray().contains(fired.value(u"event_type"_s)));
-    ASSERT_TRUE(WaitUntil([&] { return ha.on(state).size() == 2; }));
-    EXPECT_EQ(HaSignalProblem(ha.on(state)[0].payload).toStdString(), "");
     ASSERT_TRUE(ha.waitFor(u"kestrava/away/hub/last_heard"_s, "raw"));
     ASSERT_TRUE(
-        WaitUntil([&] { return ha.on(u"kestrava/away/hub/last_heard/attributes"_s).size() == 2; }));
+        WaitUntil([&] { return ha.on(u"kestrava/away/hub/last_heard/attributes"_s).size() == 1; }));
     const QJsonObject heard = ha.json(u"kestrava/away/hub/last_heard/attributes"_s);
     EXPECT_EQ(heard.value(u"key"_s), u"Odd"_s);
     EXPECT_EQ(heard.value(u"remote"_s), u"Amp"_s);
@@ -580,7 +486,7 @@ TEST_F(MqttHome, HeardFramesReachHomeAssistantAndRefusedPressesAreAnswered) {
         ASSERT_TRUE(broker.publish(u"kestrava/away/"_s + topic, "PRESS"));
     ASSERT_TRUE(WaitUntil([&] { return ha.on(u"kestrava/away/error"_s).size() == cases.size(); }));
     for (const auto& m : ha.on(u"kestrava/away/error"_s)) {
-        const QJsonObject o = JsonOf(m.payload);
+        const QJsonObject o = QJsonDocument::fromJson(m.payload).object();
         const QString topic = o.value(u"topic"_s).toString();
         ASSERT_TRUE(cases.contains(topic)) << m.payload.toStdString();
         EXPECT_EQ(o.value(u"error"_s).toString(), u"bad_request"_s) << topic.toStdString();
@@ -588,18 +494,14 @@ TEST_F(MqttHome, HeardFramesReachHomeAssistantAndRefusedPressesAreAnswered) {
     }
 
     ASSERT_TRUE(broker.publish(u"kestrava/away/key/1/0/press"_s, "PRESS"));
-    // The ids refused above were told there too.
     ASSERT_TRUE(ha.waitFor(u"kestrava/away/hub/last_press"_s, "not_opened"));
     const QJsonObject why = ha.json(u"kestrava/away/hub/last_press/attributes"_s);
     EXPECT_EQ(why.value(u"key"_s), u"Power"_s);
-    EXPECT_EQ(why.value(u"ok"_s), false);
     EXPECT_TRUE(ha.waitFor(u"kestrava/away/hub/transceiver"_s, "OFF"));
 }
 
-// Over TLS: a broker the configured CA vouches for carries discovery and
-// presses like any other; one vouched for by another CA, or whose certificate
-// is for another name, is never connected to, and the log says why.
-TEST_F(MqttHome, TlsTakesOnlyTheBrokerTheCaVouchesFor) {
+// Only a broker the CA vouches for and the right login; the log says why; each refusal backs off.
+TEST_F(MqttHome, AirConditionerAndSceneAreEntitiesOverTls) {
     const QString d = tmp.path();
     const TlsFiles ca = MakeCertificate(d, u"ca"_s, u"DNS:ca"_s);
     const TlsFiles other = MakeCertificate(d, u"other-ca"_s, u"DNS:other"_s);
@@ -610,62 +512,48 @@ TEST_F(MqttHome, TlsTakesOnlyTheBrokerTheCaVouchesFor) {
     QDir(d).mkdir(u"tls"_s);
     MqttBroker secure(d + u"/tls"_s, {}, {}, good);
     ASSERT_TRUE(secure.start());
-    t.settings.WriteIni(u"Tira", u"Device", u"sim");
-    node(u"safe"_s, u"mqtts://"_s, secure.port);
-    t.settings.Write(Key::MqttCAFile, ca.ca);
-    t.writeRemote(1, u"TV"_s, 4, {u"Power"_s});
-    WriteSignalFile(t.path(u"IRSignals/TV-Power.bin"), SimDriver::NecSignal(0x40, 0));
-    {
-        MqttWatcher ha(secure, {u"homeassistant/#"_s, u"kestrava/safe/#"_s});
-        Mqtt mqtt(t.folder, t.settings, device);
-        mqtt.Start();
-        const QString config = u"homeassistant/button/kestrava_safe/r1_k0/config"_s;
-        ASSERT_TRUE(ha.waitFor(config, {}));
-        ASSERT_TRUE(secure.publish(ha.json(config).value(u"command_topic"_s).toString(), "PRESS"));
-        ASSERT_TRUE(ha.waitFor(u"kestrava/safe/event"_s, {}));
-        EXPECT_TRUE(ha.json(u"kestrava/safe/event"_s).value(u"ok"_s).toBool());
-    }
-
     QDir(d).mkdir(u"elsewhere"_s);
     MqttBroker misnamed(d + u"/elsewhere"_s, {}, {}, elsewhere);
     ASSERT_TRUE(misnamed.start());
     LogLines log;
+    const QString refused = u"certificate is refused: "_s;
     const struct {
         quint16 port;
-        QString caFile, reason;
-    } cases[] = {{secure.port, other.ca, u"self-signed certificate in certificate chain"_s},
-                 {misnamed.port, ca.ca, u"IP address mismatch"_s}};
+        QString caFile, password, reason;
+    } cases[] = {
+        {secure.port, other.ca, {}, refused + u"self-signed certificate in certificate chain"_s},
+        {misnamed.port, ca.ca, {}, refused + u"IP address mismatch"_s},
+        {broker.port, {}, u"wrong"_s, u"(The connection was refused.)"_s}};
     for (const auto& c : cases) {
         log.take();
         MqttConfig config;
         config.host = u"127.0.0.1"_s;
         config.port = c.port;
-        config.tls = true;
+        config.tls = !c.caFile.isEmpty();
         config.caFile = c.caFile;
         config.nodeId = u"wary"_s;
+        config.user = broker.user;
+        config.password = c.password;
         MqttConnection connection;
         bool connected = false;
         QObject::connect(&connection, &MqttConnection::connectionChanged,
                          [&](bool on) { connected = connected || on; });
         connection.Open(config, u"kestrava/wary/status"_s);
         EXPECT_TRUE(WaitUntil([&] { return log.text().contains(u"cannot reach"_s); }, 5000));
-        EXPECT_TRUE(log.text().contains(u"certificate is refused: "_s + c.reason))
-            << log.text().toStdString();
+        EXPECT_TRUE(log.text().contains(c.reason)) << log.text().toStdString();
+        // Refused at once and after 1 s; the next try waits 2 s.
+        EXPECT_TRUE(WaitUntil(
+            [&] { return connection.retryMs() == 4 * MqttConnection::FirstRetryMs; }, 3000));
         EXPECT_FALSE(connected);
     }
-}
 
-// An air conditioner as Home Assistant's climate platform sees it: its config,
-// its state retained, each command sent whole through the transceiver, a
-// refused one answered and sending nothing, the unit's own remote heard
-// published, and a unit deleted leaves nothing retained. A scene is a scene.
-TEST_F(MqttHome, AirConditionerAndSceneAreEntities) {
     const auto families = ClimateFamilies();
     if (families.empty())
         GTEST_SKIP() << "no climate family built in";
     const ClimateCaps caps = families.front();
     t.settings.WriteIni(u"Tira", u"Device", u"sim");
-    node(u"cool"_s);
+    node(u"cool"_s, u"mqtts://"_s, secure.port);
+    t.settings.Write(Key::MqttCAFile, ca.ca);
     ClimateUnits units{t.folder, t.settings, device};
     ClimateState initial;
     initial.mode = caps.modes.front();
@@ -680,7 +568,7 @@ TEST_F(MqttHome, AirConditionerAndSceneAreEntities) {
         "steps":[{"type":"key","remote":1,"key":0},{"type":"wait","ms":100}]})")
                                                         .object()));
     ASSERT_TRUE(scene);
-    MqttWatcher ha(broker, {u"homeassistant/#"_s, u"kestrava/cool/#"_s});
+    MqttWatcher ha(secure, {u"homeassistant/#"_s, u"kestrava/cool/#"_s});
     Mqtt mqtt(t.folder, t.settings, device);
     mqtt.SetClimates(&units);
     mqtt.SetScenes(&scenes);
@@ -697,7 +585,7 @@ TEST_F(MqttHome, AirConditionerAndSceneAreEntities) {
     ASSERT_TRUE(ha.waitFor(state, {}));
     EXPECT_EQ(ha.json(state).value(u"mode"_s), u"off"_s);
 
-    // Home Assistant's commands, each one whole frame; the last one refused.
+    // Each command one whole frame; the last one refused.
     const QString hot =
         caps.hasMode(ClimateMode::Heat) ? u"heat"_s : ClimateModeName(caps.modes.back());
     const QString top = QString::number(caps.maxTemp, 'f', 1); // as Home Assistant writes it
@@ -714,7 +602,7 @@ TEST_F(MqttHome, AirConditionerAndSceneAreEntities) {
     for (const auto& c : commands) {
         const QString command =
             config.value(QLatin1StringView(c.field) + u"_command_topic"_s).toString();
-        ASSERT_TRUE(broker.publish(command, c.payload.toUtf8()));
+        ASSERT_TRUE(secure.publish(command, c.payload.toUtf8()));
         EXPECT_TRUE(WaitUntil([&] {
             return ha.json(state).value(QLatin1StringView(c.key)) == c.shown;
         })) << c.field
@@ -724,11 +612,10 @@ TEST_F(MqttHome, AirConditionerAndSceneAreEntities) {
     ASSERT_TRUE(ha.waitFor(u"kestrava/cool/error"_s, {}));
     EXPECT_EQ(ha.json(u"kestrava/cool/error"_s).value(u"error"_s), u"bad_request"_s);
     EXPECT_EQ(SimLog(t.root()).size(), sends);
-    MqttWatcher later(broker, {state, topic}); // Home Assistant started after us
+    MqttWatcher later(secure, {state, topic}); // Home Assistant started after us
     ASSERT_TRUE(WaitUntil([&] { return later.messages.size() == 2; }));
     EXPECT_TRUE(later.messages[0].retained && later.messages[1].retained);
 
-    // Someone used the unit's own remote.
     ClimateState used = initial;
     used.power = true;
     used.temperature = caps.minTemp + caps.step;
@@ -741,12 +628,11 @@ TEST_F(MqttHome, AirConditionerAndSceneAreEntities) {
     ASSERT_TRUE(WaitUntil(
         [&] { return ha.on(topic)[0].payload.isEmpty() && ha.on(state)[0].payload.isEmpty(); }));
 
-    // A scene is a scene entity until it is removed.
     const QString film = u"homeassistant/scene/kestrava_cool/s1/config"_s;
     ASSERT_TRUE(ha.waitFor(film, {}));
     EXPECT_EQ(HaConfigProblem(film, ha.json(film)).toStdString(), "");
     EXPECT_EQ(ha.json(film).value(u"name"_s), u"映画"_s);
-    ASSERT_TRUE(broker.publish(ha.json(film).value(u"command_topic"_s).toString(), "ON"));
+    ASSERT_TRUE(secure.publish(ha.json(film).value(u"command_topic"_s).toString(), "ON"));
     EXPECT_TRUE(WaitUntil([&] { return SimLog(t.root()).size() == sends + 1; }));
     ASSERT_TRUE(scenes.remove(*scene));
     EXPECT_TRUE(WaitUntil([&] { return ha.on(film)[0].payload.isEmpty(); }));

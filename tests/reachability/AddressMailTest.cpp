@@ -1,10 +1,11 @@
 #include "reachability/AddressMail.h"
 
-#include "core/Log.h"
 #include "core/Password.h"
 #include "core/UserPrompt.h"
 #include "core/Wait.h"
+#include "support/Certificate.h"
 #include "support/FixedClock.h"
+#include "support/LogLines.h"
 #include "support/ScriptedPrompt.h"
 #include "support/SmtpPeer.h"
 #include "support/TempFolder.h"
@@ -74,12 +75,11 @@ TEST(AddressMail, SmtpAuthDeliversTheMessageAndRefusalsAreShown) {
     EXPECT_TRUE(m[u"messageId"].toString().endsWith(u"@example.org>"));
     EXPECT_TRUE(prompt.shown.isEmpty());
 
-    // A wrong password, and authentication asked for with no usable method or
-    // not asked for at all: the server refuses, the failure is shown, never the password.
+    // Wrong password, no usable method, no authentication: refused, shown, never the password.
     for (const auto& [mailAuth, method, password] :
-         {std::array<QStringView, 3>{u"1", u"SMTPAuth", u"wrong"},
-          {u"1", u"", u"pa:ss"},
-          {u"0", u"SMTPAuth", u"pa:ss"}}) {
+         {std::array<QStringView, 3>{u"1", u"", u"pa:ss"},
+          {u"0", u"SMTPAuth", u"pa:ss"},
+          {u"1", u"SMTPAuth", u"wrong"}}) {
         SCOPED_TRACE(mailAuth.toString().toStdString() + ' ' + method.toString().toStdString());
         prompt.shown.clear();
         temp.settings.WriteIni(u"Options", u"MailAuth", mailAuth);
@@ -91,22 +91,12 @@ TEST(AddressMail, SmtpAuthDeliversTheMessageAndRefusalsAreShown) {
         EXPECT_FALSE(prompt.shown[0].contains(password));
     }
 
-    // A server that offers STARTTLS gets it, and a certificate nobody vouches
-    // for ends the conversation before the password or the mail goes out.
-    QString cert = temp.dir.filePath(u"cert.pem"_s), key = temp.dir.filePath(u"key.pem"_s);
-    ASSERT_EQ(QProcess::execute(u"openssl"_s,
-                                QStringLiteral("req -x509 -newkey ec -pkeyopt "
-                                               "ec_paramgen_curve:prime256v1 -nodes -days 1 "
-                                               "-subj /CN=127.0.0.1 -keyout %1 -out %2")
-                                    .arg(key, cert)
-                                    .split(u' ')),
-              0);
-    SmtpPeer tls(temp, u"tls"_s, {cert, key});
+    // STARTTLS offered is taken; a certificate nobody vouches for ends it before the password.
+    const TlsFiles cert = MakeCertificate(temp.dir.path(), u"smtp"_s, u"IP:127.0.0.1"_s);
+    SmtpPeer tls(temp, u"tls"_s, {cert.cert, cert.key});
     ASSERT_TRUE(tls.ready);
     prompt.shown.clear();
     temp.settings.WriteIni(u"Options", u"SMTPServer", u"127.0.0.1:%1"_s.arg(tls.port));
-    temp.settings.WriteIni(u"Options", u"MailAuth", u"1");
-    temp.settings.WriteIni(u"Options", u"AuthMethod", u"SMTPAuth");
     EXPECT_EQ(sendAndWait(mail, u"203.0.113.8"_s, 10000), false);
     ASSERT_EQ(prompt.shown.size(), 1);
     EXPECT_TRUE(prompt.shown[0].contains(u"certificate")) << prompt.shown[0].toStdString();
@@ -122,7 +112,7 @@ TEST(AddressMail, PopBeforeSmtpLogsInFirstWhateverTheAnswer) {
     if (!smtp.ready)
         GTEST_SKIP() << "python3-aiosmtpd is not usable";
 
-    // Dovecot's own processes drop to its service users when started as root.
+    // Started as root, dovecot's processes drop to its service users.
     QString base = temp.dir.filePath(u"pop"_s);
     QDir().mkpath(base + u"/home"_s);
     QFile::setPermissions(temp.dir.path(),
@@ -193,13 +183,11 @@ service anvil {
         return WaitUntil([&] { return temp.readFile(u"../pop/dovecot.log").contains(text); }, 2000);
     };
     // --verbose shows the exchange, with what carries the password masked.
-    static QStringList trace;
-    qInstallMessageHandler(
-        [](QtMsgType, const QMessageLogContext&, const QString& text) { trace << text; });
+    LogLines trace;
     QLoggingCategory::setFilterRules(u"kestrava.mail.debug=true"_s);
     EXPECT_EQ(sendAndWait(mail, u"203.0.113.9"_s, 10000), true);
     EXPECT_TRUE(logHas("Login: user=<kestrava>"));
-    EXPECT_TRUE(trace.contains(u"> STAT"_s));
+    EXPECT_TRUE(trace.lines.contains(u"> STAT"_s));
 
     // A refused POP3 login is not the mail's failure.
     temp.settings.WriteIni(u"Options", u"Password", ScramblePassword(u"SET", u"wrong"));
@@ -208,11 +196,10 @@ service anvil {
     EXPECT_EQ(sendAndWait(mail, u"203.0.113.10"_s, 10000), true);
     EXPECT_LT(took.elapsed(), 3000);
     EXPECT_TRUE(logHas("auth failed"));
-    InstallLogHandler(false);
-    EXPECT_TRUE(trace.contains(u"> ****"_s));
+    EXPECT_TRUE(trace.lines.contains(u"> ****"_s));
     for (const QByteArray& login :
          {QByteArray("\0kestrava\0secret", 16), QByteArray("\0kestrava\0wrong", 15)})
-        for (const QString& line : trace)
+        for (const QString& line : trace.lines)
             EXPECT_FALSE(line.contains(QString::fromLatin1(login.toBase64())))
                 << line.toStdString();
     EXPECT_EQ(smtp.received().size(), 2u);
@@ -224,11 +211,6 @@ TEST(AddressMail, UnusableServersFailWhileEventsRun) {
     TempFolder temp;
     QTcpServer silent; // accepts and never says a word
     ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
-    std::vector<QTcpSocket*> held;
-    QObject::connect(&silent, &QTcpServer::newConnection, [&] {
-        while (QTcpSocket* s = silent.nextPendingConnection())
-            held.push_back(s);
-    });
     setMailSettings(temp.settings, silent.serverPort(), u"pa:ss"_s);
     temp.settings.WriteIni(u"Options", u"AuthMethod", u"SMTPAuth");
 
@@ -265,15 +247,12 @@ TEST(AddressMail, UnusableServersFailWhileEventsRun) {
         EXPECT_EQ(prompt.shown.size(), 4);
 
         // Headless, a failure is one line of the log.
-        static QStringList logged;
-        qInstallMessageHandler(
-            [](QtMsgType, const QMessageLogContext&, const QString& text) { logged << text; });
+        LogLines logged;
         HeadlessPrompt headless;
         mail.setPrompt(&headless);
         EXPECT_EQ(sendAndWait(mail, u"203.0.113.13"_s, 900), false);
-        InstallLogHandler(false);
-        EXPECT_EQ(logged.filter(AddressMail::ErrorText).size(), 1)
-            << logged.join(u'\n').toStdString();
+        EXPECT_EQ(logged.lines.filter(AddressMail::ErrorText).size(), 1)
+            << logged.text().toStdString();
         mail.setPrompt(&prompt);
 
         // Closing the program in the middle of a conversation does not wait for its time-out.

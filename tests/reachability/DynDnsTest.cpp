@@ -1,20 +1,14 @@
 #include "reachability/DynDns.h"
-#include "support/FixedClock.h"
-#include "support/HttpClient.h"
 #include "support/HttpStandIn.h"
-#include "support/ScriptedPrompt.h"
 #include "support/TempFolder.h"
 #include "support/WaitUntil.h"
-#include "webserver/Dispatcher.h"
-#include "webserver/WebServer.h"
 
 #include <QElapsedTimer>
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
 
-// The lookup takes the first real IPv4 address of the page; everything else,
-// an error status with an address in it included, is a text with "Error".
+// The first real IPv4 address of the page; anything else (an error status too) is an "Error".
 TEST(DnsService, LookupFindsTheFirstAddressOrReportsError) {
     TempFolder t;
     HttpStandIn peer;
@@ -43,19 +37,11 @@ TEST(DnsService, LookupFindsTheFirstAddressOrReportsError) {
     EXPECT_TRUE(lookup({}).contains(u"Error"));
 }
 
-// A service that accepts and never answers ends in an error after the time-out,
-// and the web server on the same thread answers meanwhile.
-TEST(DnsService, HangingServiceDoesNotHoldTheWebServer) {
+// A service that never answers ends in an error after the time-out, holding nothing meanwhile.
+TEST(DnsService, HangingServiceEndsInAnErrorWithoutHoldingTheThread) {
     TempFolder t;
     HttpStandIn peer; // answer stays empty: it never answers
     t.settings.WriteIni(u"Options", u"IPCheckURL", peer.url());
-    t.settings.WriteIni(u"WebServer", u"Port", u"0");
-    FixedClock clock;
-    ScriptedPrompt prompt;
-    Dispatcher dispatcher;
-    WebServer web(t.folder, t.settings, clock, prompt, dispatcher);
-    web.portFallback = [](const QList<quint16>&) { return quint16(0); };
-    ASSERT_TRUE(web.InitWebServer());
     DnsService service(t.settings);
     service.timeoutMs = 1500;
 
@@ -63,13 +49,10 @@ TEST(DnsService, HangingServiceDoesNotHoldTheWebServer) {
     QElapsedTimer since;
     since.start();
     service.GetIPAddr([&](const QString& r) { result = r; });
+    EXPECT_LT(since.elapsed(), 100);
     WaitForSignal(&peer.server, &QTcpServer::newConnection, 1000);
     WaitMs(50);
     ASSERT_EQ(peer.requests.size(), 1);
-    QElapsedTimer page;
-    page.start();
-    EXPECT_TRUE(Fetch(web.WebPort(), "GET / HTTP/1.1\r\nHost: a\r\n\r\n").startsWith("HTTP/1.1"));
-    EXPECT_LT(page.elapsed(), 100);
     EXPECT_TRUE(result.isEmpty());
     WaitUntil([&] { return !result.isEmpty(); }, 5000);
     EXPECT_TRUE(result.contains(u"Error"));
