@@ -5,15 +5,10 @@
 // Environment: KESTRAVA_BINARY (the program). Exits 77 when a tool is missing.
 import { execFileSync } from 'node:child_process';
 import fs from 'node:fs';
-import net from 'node:net';
 import path from 'node:path';
-import { check, chromium, chromiumPath, cp932, finish, fromCp932, skip, startDemo, startOn, stop } from './road.mjs';
+import { check, chromium, chromiumPath, cp932, finish, fromCp932, skip, startDemo, startOn, stop, systemPort } from './road.mjs';
 
 try { execFileSync('openssl', ['version']); } catch { skip('openssl is not installed'); }
-const freePort = () => new Promise((resolve) => {
-    const s = net.createServer().listen(0, '127.0.0.1', () => { const p = s.address().port; s.close(() => resolve(p)); });
-});
-
 const demo = await startDemo();
 await stop(demo.proc);
 const { home } = demo;
@@ -22,7 +17,7 @@ const key = path.join(home, '..', `${path.basename(home)}-key.pem`);
 execFileSync('openssl', ['req', '-x509', '-newkey', 'ec', '-pkeyopt', 'ec_paramgen_curve:prime256v1', '-nodes',
     '-days', '2', '-keyout', key, '-out', cert, '-subj', '/CN=127.0.0.1', '-addext', 'subjectAltName=IP:127.0.0.1'],
 { stdio: 'ignore' });
-const httpsPort = await freePort();
+const httpsPort = await systemPort();
 const settings = path.join(home, 'setting.ini');
 const text = fromCp932(fs.readFileSync(settings)).replace(/^\[WebServer\]\r?\n/m,
     `[WebServer]\r\nHttpsPort=${httpsPort}\r\nCertFile=${cert}\r\nKeyFile=${key}\r\n`);

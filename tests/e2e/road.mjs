@@ -2,6 +2,7 @@
 // and the program started headless on a copy of the demo folder.
 import { spawn, execFileSync } from 'node:child_process';
 import fs from 'node:fs';
+import net from 'node:net';
 import os from 'node:os';
 import path from 'node:path';
 
@@ -46,6 +47,14 @@ function start(args, also = null) {
 }
 export const stop = (proc) => new Promise((resolve) => { proc.removeAllListeners('exit'); proc.on('exit', resolve); proc.kill('SIGTERM'); });
 
+// A port the system gives out now. Not one of the program's own choices
+// (8080 upward): roads run side by side, and one that stops its server must
+// not find another road's server on the same port when it looks again.
+export const systemPort = () => new Promise((resolve, reject) => {
+    const server = net.createServer().once('error', reject);
+    server.listen(0, '127.0.0.1', () => { const { port } = server.address(); server.close(() => resolve(port)); });
+});
+
 // The demo folder (six remotes with simulated signals) in a temporary folder,
 // the program running on it on a port of its own.
 export async function startDemo() {
@@ -54,7 +63,7 @@ export async function startDemo() {
         const { proc } = await start(['--demo', home]);
         await stop(proc);
         const settings = path.join(home, 'setting.ini');
-        const text = fromCp932(fs.readFileSync(settings)).replace(/^Port=\d+/m, 'Port=0');
+        const text = fromCp932(fs.readFileSync(settings)).replace(/^Port=\d+/m, `Port=${await systemPort()}`);
         fs.writeFileSync(settings, cp932(text));
     }
     const { proc, port } = await start(['--home', home]);
